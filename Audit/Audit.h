@@ -1,0 +1,120 @@
+#pragma once
+
+#include "Audit/DebugFeatures.h"
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+/// The argument list of one message on its way through the virtual operations.
+struct MessageArgs
+{
+    std::va_list& list;
+};
+
+/// The one log of the process. This class prints on standard output only; KorvoAudit adds the file, and
+/// the shell's auditor the tailing clients.
+///
+/// Any thread may log at any time. Messages are printf formats. Callers do not test and write by hand:
+/// AUDIT_LOG, AUDIT_STREAM and AUDIT_ASSERT below give a log call its shape.
+class Audit
+{
+public:
+    /// Flag of the stamped operations: the line begins with the time stamp.
+    static constexpr std::uint32_t Stamp = 1;
+    static constexpr std::uint32_t AssertTag = 0x40000002;
+    static constexpr std::uint32_t KlvDataTag = 0x10000000;
+
+    Audit();
+    virtual ~Audit() = default;
+    Audit(const Audit&) = delete;
+    Audit& operator=(const Audit&) = delete;
+
+    /// The object in force; a plain Audit is made on first use. Never null.
+    static Audit* Instance();
+    /// Destroys the object in force and installs this one, which the log owns from here on; null installs a
+    /// new plain Audit. The caller sees to it that no other thread logs meanwhile.
+    static void SetInstance(Audit* audit);
+    /// The test that every log call makes: one relaxed load of a byte, from any thread.
+    static bool IsOn(DebugFeature feature)
+    {
+        return Instance()->mFeatures[static_cast<std::uint32_t>(feature)].load(std::memory_order_relaxed) != 0;
+    }
+
+    /// A feature above 206 is off, and setting it does nothing.
+    virtual bool IsEnabled(std::uint32_t feature) const;
+    virtual void SetEnabled(std::uint32_t feature, std::uint8_t value);
+
+    virtual void Write(const char* format, MessageArgs args);
+    virtual void WriteTagged(std::uint32_t tag, const char* format, MessageArgs args);
+    virtual void WriteStamped(std::uint32_t flags, const char* format, MessageArgs args);
+    virtual void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
+    /// Reaches the file and the tailing clients, but not the console.
+    virtual void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
+    /// Reaches the console only.
+    virtual void WriteConsole(const char* format, MessageArgs args);
+
+    void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void WriteTagged(std::uint32_t tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
+    void WriteStamped(std::uint32_t flags, const char* format, ...) __attribute__((format(printf, 3, 4)));
+    void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, ...)
+        __attribute__((format(printf, 4, 5)));
+    void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, ...)
+        __attribute__((format(printf, 4, 5)));
+    void WriteConsole(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    /// Seconds that are added to the system clock (UTC) when a stamp is made.
+    std::int32_t GetTimeOffset() const { return mTimeOffset.load(std::memory_order_relaxed); }
+    void SetTimeOffset(std::int32_t seconds) { mTimeOffset.store(seconds, std::memory_order_relaxed); }
+
+protected:
+    /// "[dd/mm/yy hh:mm:ss]", without a blank behind it.
+    std::string TimeStamp() const;
+
+private:
+    std::atomic<std::int32_t> mTimeOffset{0};
+    std::array<std::atomic<std::uint8_t>, MaxDebugLevels> mFeatures{};
+};
+
+/// Puts a plain Audit in force when it dies, so that what logs after the log's own surroundings have gone
+/// still has a log. Lives right behind the auditor that it guards.
+class AuditGuard
+{
+public:
+    AuditGuard() = default;
+    ~AuditGuard() { Audit::SetInstance(nullptr); }
+    AuditGuard(const AuditGuard&) = delete;
+    AuditGuard& operator=(const AuditGuard&) = delete;
+};
+
+/// Writes "Assert failed in file ..." and, if the feature Assert is on, the message behind it. The work goes on:
+/// the caller has its own guard for the case.
+void AuditAssertFailed(const char* file, int line, const char* condition, const std::string& message = {});
+
+/// AUDIT_LOG(Information, "Starting %s\n", name): a stamped line under a feature.
+#define AUDIT_LOG(feature, ...)                                                                                        \
+    do {                                                                                                               \
+        if (::Audit::IsOn(::DebugFeature::feature)) ::Audit::Instance()->WriteStamped(::Audit::Stamp, __VA_ARGS__);    \
+    } while (false)
+
+/// AUDIT_STREAM(Information, "Hid " << hid << "\r\n"): the same, composed with a stream.
+#define AUDIT_STREAM(feature, expression)                                                                              \
+    do {                                                                                                               \
+        if (::Audit::IsOn(::DebugFeature::feature)) {                                                                  \
+            std::ostringstream auditLine;                                                                              \
+            auditLine << expression;                                                                                   \
+            ::Audit::Instance()->WriteStamped(::Audit::Stamp, "%s", auditLine.str().c_str());                          \
+        }                                                                                                              \
+    } while (false)
+
+/// An assertion that logs and goes on. Gives the value of the condition, so that the caller's guard can be
+/// `if (!AUDIT_ASSERT(port < 3)) return;`.
+#define AUDIT_ASSERT(condition)                                                                                        \
+    (static_cast<bool>(condition) || (::AuditAssertFailed(__FILE__, __LINE__, #condition), false))
+
+/// The same with a message, a std::string that is composed only on failure.
+#define AUDIT_ASSERT_MESSAGE(condition, message)                                                                       \
+    (static_cast<bool>(condition) || (::AuditAssertFailed(__FILE__, __LINE__, #condition, message), false))

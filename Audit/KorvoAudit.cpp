@@ -1,0 +1,180 @@
+#include "Audit/KorvoAudit.h"
+
+#include <boost/filesystem.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr char DefaultPath[] = "/var/log/K2.log";
+constexpr char OverflowText[] = "*** KorvoAudit buffer overflow, message truncated ***";
+constexpr std::streamoff SizeLimit = 0x100000;
+constexpr int Generations = 5;
+/// A rotation waits for gzip, and a gzip that hangs must not eat the memory.
+constexpr std::size_t MaxPending = 10000;
+
+std::mutex sFileLock;
+
+std::string Generation(const std::string& path, int number) { return path + "." + std::to_string(number) + ".gz"; }
+
+} // namespace
+
+KorvoAudit::KorvoAudit(const std::string& path) : mLogPath(path.empty() ? DefaultPath : path)
+{
+    boost::system::error_code error;
+    if (fs::exists(mLogPath, error)) {
+        const std::lock_guard<std::mutex> lock(sFileLock);
+        Rotate();
+    } else {
+        mFile.open(mLogPath, std::ios::out | std::ios::app);
+    }
+    if (!mFile.is_open()) {
+        std::printf("Failed to open log file '%s', output to console only\n", mLogPath.c_str());
+        std::fflush(stdout);
+    }
+}
+
+KorvoAudit::~KorvoAudit() = default;
+
+void KorvoAudit::Write(const char* format, MessageArgs args) { Log({false, nullptr, true}, format, args); }
+
+void KorvoAudit::WriteTagged(std::uint32_t tag, const char* format, MessageArgs args)
+{
+    Log({false, &tag, true}, format, args);
+}
+
+void KorvoAudit::WriteStamped(std::uint32_t flags, const char* format, MessageArgs args)
+{
+    Log({(flags & Stamp) != 0, nullptr, true}, format, args);
+}
+
+void KorvoAudit::WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args)
+{
+    Log({(flags & Stamp) != 0, &tag, true}, format, args);
+}
+
+void KorvoAudit::WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args)
+{
+    Log({(flags & Stamp) != 0, &tag, false}, format, args);
+}
+
+void KorvoAudit::OnLogLine(const std::string&) {}
+
+void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
+{
+    if (mRotating && HoldBack(shape, format, args)) return;
+
+    const std::lock_guard<std::mutex> lock(sFileLock);
+    // A closed file has no position (-1) and so never rotates.
+    if (mFile.is_open() && static_cast<std::streamoff>(mFile.tellp()) > SizeLimit) Rotate();
+    if (Format(shape, mLine, format, args)) {
+        WriteToFile(OverflowText, false);
+        OnLogLine(OverflowText);
+    }
+    Emit(mLine);
+}
+
+bool KorvoAudit::HoldBack(const Shape& shape, const char* format, MessageArgs args)
+{
+    const std::lock_guard<std::mutex> lock(mPendingLock);
+    // The flush at the end of a rotation clears the flag under this lock: a line that comes too late for it
+    // goes the ordinary way.
+    if (!mRotating) return false;
+    if (Format(shape, mPendingLine, format, args) && mPending.size() < MaxPending) mPending.emplace_back(OverflowText);
+    if (mPending.size() < MaxPending) {
+        mPending.emplace_back(mPendingLine);
+    } else {
+        ++mPendingLost;
+    }
+    return true;
+}
+
+bool KorvoAudit::Format(const Shape& shape, char (&line)[LineSize], const char* format, MessageArgs args)
+{
+    std::size_t used = 0;
+    const auto append = [&](const std::string& text) {
+        std::copy(text.begin(), text.end(), line + used);
+        used += text.size();
+    };
+    if (shape.stamp) append(TimeStamp() + ' ');
+    if (shape.tag) {
+        char tag[16];
+        std::snprintf(tag, sizeof tag, "[%-8.8x] ", *shape.tag);
+        append(tag);
+    }
+    line[used] = '\0';
+    const int length = std::vsnprintf(line + used, LineSize - used, format, args.list);
+    const bool overflow = length > static_cast<int>(LineSize);
+    if (shape.console) {
+        if (overflow) std::printf("%s\n", OverflowText);
+        std::fputs(line, stdout);
+        std::fflush(stdout);
+    }
+    return overflow;
+}
+
+void KorvoAudit::WriteToFile(std::string_view text, bool flush)
+{
+    if (!mFile.is_open()) return;
+    mFile.write(text.data(), static_cast<std::streamsize>(text.size()));
+    if (flush) mFile.flush();
+    // A full disk costs the lines that found it full, not the log.
+    if (!mFile) mFile.clear();
+}
+
+void KorvoAudit::Emit(const std::string& line)
+{
+    WriteToFile(line, true);
+    OnLogLine(line);
+}
+
+void KorvoAudit::Rotate()
+{
+    mRotating = true;
+    try {
+        for (int number = Generations; number > 1; --number) {
+            if (fs::exists(Generation(mLogPath, number - 1))) {
+                fs::rename(Generation(mLogPath, number - 1), Generation(mLogPath, number));
+            }
+        }
+        mFile.close();
+        const std::string previous = mLogPath + ".1";
+        fs::rename(mLogPath, previous);
+        const int ignored = std::system(("gzip " + previous).c_str());
+        static_cast<void>(ignored);
+        fs::remove(previous);
+        mFile.clear();
+        mFile.open(mLogPath, std::ios::out | std::ios::trunc);
+        FlushPending();
+    } catch (const fs::filesystem_error& error) {
+        HaltFile(error.what());
+    }
+    mRotating = false;
+}
+
+void KorvoAudit::FlushPending()
+{
+    const std::lock_guard<std::mutex> lock(mPendingLock);
+    if (mFile.is_open()) {
+        for (const std::string& line : mPending) Emit(line);
+    }
+    mPending.clear();
+    if (mPendingLost != 0) {
+        Emit(TimeStamp() + " " + std::to_string(mPendingLost) + " log lines were lost while the log was rotated\r\n");
+        mPendingLost = 0;
+    }
+    mRotating = false;
+}
+
+void KorvoAudit::HaltFile(const std::string& reason)
+{
+    const std::string text = "Failed to rotate logs, logging to file halted: " + reason;
+    std::printf("%s\n", text.c_str());
+    std::fflush(stdout);
+    Emit(text);
+    mFile.close();
+}

@@ -1,0 +1,35 @@
+#include "MiscSource/LinkPatch.h"
+
+#include "MiscSource/IoPort.h"
+
+#include <ostream>
+
+std::ostream& operator<<(std::ostream& out, const IoPort& port)
+{
+    return out << "HID:" << std::uint32_t{port.GetHid()} << '(' << port.GetHid() << "), Style:" << port.GetStyle() << '('
+               << IoStyleText(port.GetStyle()) << "), Idx:" << port.GetIndex() << ' ';
+}
+
+std::ostream& operator<<(std::ostream& out, const HidPort& port)
+{
+    return out << "Hid:Port " << port.hid << ':' << AudioPortText(port.port);
+}
+
+std::ostream& Routing::operator<<(std::ostream& out, const GigeAndSlots& link)
+{
+    out << "GigE:TDM " << PortText(link.port);
+    if (link.port >= PORT_COUNT) out << unsigned{link.port} << ' ';
+    for (const std::uint32_t slot : link.slots) {
+        if (slot == INVALID_TDM_SLOT) {
+            out << "INVALID_TDM_SLOT ";
+        } else {
+            out << slot << ' ';
+        }
+    }
+    return out;
+}
+
+std::ostream& operator<<(std::ostream& out, const LinkPatch& patch)
+{
+    return out << "SrcLink " << patch.source << " DstLink " << patch.destination;
+}

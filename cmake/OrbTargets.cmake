@@ -1,0 +1,68 @@
+# The few shapes of target that this project has: library, seam, program, unit test, fuzz target, benchmark.
+
+add_library(OrbCompile INTERFACE)
+target_include_directories(OrbCompile INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(OrbCompile INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+target_compile_definitions(OrbCompile INTERFACE BOOST_BIND_GLOBAL_PLACEHOLDERS)
+if(ORB_WERROR)
+  target_compile_options(OrbCompile INTERFACE -Werror)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Boost's inlined code sets these two off at -O2.
+    target_compile_options(OrbCompile INTERFACE -Wno-error=uninitialized -Wno-error=maybe-uninitialized)
+  endif()
+endif()
+if(ORB_SANITIZE)
+  target_compile_options(OrbCompile INTERFACE -fsanitize=${ORB_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(OrbCompile INTERFACE -fsanitize=${ORB_SANITIZE})
+  if(ORB_SANITIZE MATCHES "undefined")
+    target_compile_options(OrbCompile INTERFACE -fno-sanitize-recover=undefined)
+  endif()
+  if(ORB_SANITIZE MATCHES "thread")
+    # The thread sanitizer does not see fences.
+    target_compile_definitions(OrbCompile INTERFACE BOOST_ASIO_DISABLE_FENCED_BLOCK)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+      target_compile_options(OrbCompile INTERFACE -Wno-tsan)
+    endif()
+  endif()
+endif()
+
+# orb_library(NAME SOURCES a.cpp ... [DEPENDS other ...])
+function(orb_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC OrbCompile ${ARG_DEPENDS})
+endfunction()
+
+# orb_program(NAME SOURCES a.cpp ... [DEPENDS other ...])
+function(orb_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE OrbCompile ${ARG_DEPENDS})
+endfunction()
+
+# orb_unit_test(NAME SOURCES a.cpp ... [DEPENDS other ...]): one GoogleTest program, one CTest entry.
+# It runs anywhere: what needs the rig is an end-to-end test.
+function(orb_unit_test name)
+  orb_program(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 300)
+endfunction()
+
+# orb_fuzz_target(NAME SOURCES a.cpp CORPUS directory [DEPENDS other ...])
+# The source defines LLVMFuzzerTestOneInput. With ORB_FUZZ it becomes a libFuzzer program;
+# in every other build a small main replays the corpus, and CTest runs that.
+function(orb_fuzz_target name)
+  cmake_parse_arguments(ARG "" "CORPUS" "SOURCES;DEPENDS" ${ARGN})
+  if(ORB_FUZZ)
+    orb_program(${name} SOURCES ${ARG_SOURCES} DEPENDS ${ARG_DEPENDS})
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_test(NAME ${name} COMMAND ${name} -runs=0 ${ARG_CORPUS})
+  else()
+    orb_program(${name} SOURCES ${ARG_SOURCES} ${CMAKE_SOURCE_DIR}/Tests/Fuzz/ReplayMain.cpp DEPENDS ${ARG_DEPENDS})
+    add_test(NAME ${name} COMMAND ${name} ${ARG_CORPUS})
+  endif()
+  set_tests_properties(${name} PROPERTIES LABELS "unit;fuzz" TIMEOUT 300)
+endfunction()
