@@ -23,15 +23,16 @@ Audit* MakeInstance()
     return sInstance.load();
 }
 
-constexpr DebugFeature OnAtStart[] = {DebugFeature::Assert,      DebugFeature::Invalid,     DebugFeature::Fault,
-                                      DebugFeature::Information, DebugFeature::MemoryDebug, DebugFeature::SyncDebug,
+constexpr DebugFeature OnAtStart[] = {DebugFeature::Assert,         DebugFeature::Invalid,     DebugFeature::Fault,
+                                      DebugFeature::Information,    DebugFeature::MemoryDebug, DebugFeature::SyncDebug,
                                       DebugFeature::RouterIoManager};
 
 } // namespace
 
 Audit::Audit()
 {
-    for (const DebugFeature feature : OnAtStart) mFeatures[static_cast<std::uint32_t>(feature)].store(1);
+    for (const DebugFeature feature : OnAtStart)
+        mFeatures[static_cast<std::uint32_t>(feature)].store(1);
 }
 
 Audit* Audit::Instance()
@@ -40,7 +41,10 @@ Audit* Audit::Instance()
     return audit ? audit : MakeInstance();
 }
 
-void Audit::SetInstance(Audit* audit) { delete sInstance.exchange(audit ? audit : new Audit); }
+void Audit::SetInstance(Audit* audit)
+{
+    delete sInstance.exchange(audit ? audit : new Audit);
+}
 
 bool Audit::IsEnabled(std::uint32_t feature) const
 {
@@ -64,9 +68,15 @@ std::string Audit::TimeStamp() const
     return text;
 }
 
-void Audit::Write(const char* format, MessageArgs args) { std::vprintf(format, args.list); }
+void Audit::Write(const char* format, MessageArgs args)
+{
+    std::vprintf(format, args.list);
+}
 
-void Audit::WriteTagged(std::uint32_t, const char* format, MessageArgs args) { std::vprintf(format, args.list); }
+void Audit::WriteTagged(std::uint32_t, const char* format, MessageArgs args)
+{
+    std::vprintf(format, args.list);
+}
 
 void Audit::WriteStamped(std::uint32_t flags, const char* format, MessageArgs args)
 {
@@ -84,7 +94,10 @@ void Audit::WriteFileOnly(std::uint32_t flags, std::uint32_t, const char* format
     Audit::WriteStamped(flags, format, args);
 }
 
-void Audit::WriteConsole(const char* format, MessageArgs args) { std::vprintf(format, args.list); }
+void Audit::WriteConsole(const char* format, MessageArgs args)
+{
+    std::vprintf(format, args.list);
+}
 
 void Audit::Write(const char* format, ...)
 {
@@ -137,7 +150,7 @@ void Audit::WriteConsole(const char* format, ...)
 void AuditAssertFailed(const char* file, int line, const char* condition, const std::string& message)
 {
     Audit* const audit = Audit::Instance();
-    audit->WriteStampedTagged(Audit::Stamp, Audit::AssertTag, "Assert failed in file %s at line %d - %s\r\n", file, line,
-                              condition);
+    audit->WriteStampedTagged(Audit::Stamp, Audit::AssertTag, "Assert failed in file %s at line %d - %s\r\n", file,
+                              line, condition);
     if (!message.empty()) AUDIT_LOG(Assert, "%s", message.c_str());
 }

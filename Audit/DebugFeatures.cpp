@@ -13,7 +13,10 @@ constexpr std::array<std::string_view, MaxDebugLevels + 1> FeatureNames = {
 
 } // namespace
 
-std::string_view GetFeatureName(std::uint32_t id) { return FeatureNames[std::min(id, MaxDebugLevels)]; }
+std::string_view GetFeatureName(std::uint32_t id)
+{
+    return FeatureNames[std::min(id, MaxDebugLevels)];
+}
 
 std::int32_t GetFeatureId(std::string_view name)
 {

@@ -19,7 +19,10 @@ constexpr std::size_t MaxPending = 10000;
 
 std::mutex sFileLock;
 
-std::string Generation(const std::string& path, int number) { return path + "." + std::to_string(number) + ".gz"; }
+std::string Generation(const std::string& path, int number)
+{
+    return path + "." + std::to_string(number) + ".gz";
+}
 
 } // namespace
 
@@ -40,7 +43,10 @@ KorvoAudit::KorvoAudit(const std::string& path) : mLogPath(path.empty() ? Defaul
 
 KorvoAudit::~KorvoAudit() = default;
 
-void KorvoAudit::Write(const char* format, MessageArgs args) { Log({false, nullptr, true}, format, args); }
+void KorvoAudit::Write(const char* format, MessageArgs args)
+{
+    Log({false, nullptr, true}, format, args);
+}
 
 void KorvoAudit::WriteTagged(std::uint32_t tag, const char* format, MessageArgs args)
 {
@@ -160,7 +166,8 @@ void KorvoAudit::FlushPending()
 {
     const std::lock_guard<std::mutex> lock(mPendingLock);
     if (mFile.is_open()) {
-        for (const std::string& line : mPending) Emit(line);
+        for (const std::string& line : mPending)
+            Emit(line);
     }
     mPending.clear();
     if (mPendingLost != 0) {

@@ -8,7 +8,10 @@
 
 namespace {
 
-std::string UnknownText(std::uint32_t number) { return "Unknown(" + std::to_string(number) + ")"; }
+std::string UnknownText(std::uint32_t number)
+{
+    return "Unknown(" + std::to_string(number) + ")";
+}
 
 template <std::size_t Size>
 std::string TextOr(const std::array<const char*, Size>& texts, std::uint32_t number, const std::string& other)
@@ -36,7 +39,10 @@ std::ostream& operator<<(std::ostream& out, const Hid& hid)
     return out << text;
 }
 
-std::ostream& Routing::operator<<(std::ostream& out, PortsEnum port) { return out << PortText(port); }
+std::ostream& Routing::operator<<(std::ostream& out, PortsEnum port)
+{
+    return out << PortText(port);
+}
 
 std::string PortText(UINT8GIGEPORT port)
 {
@@ -87,15 +93,23 @@ std::ostream& K2Heartbeat::operator<<(std::ostream& out, LinkType type)
 K2Heartbeat::LinkType ToLinkType(RemoteDeviceType type)
 {
     switch (type) {
-    case RemoteDeviceType::Modular: return K2Heartbeat::K2_MODULAR_TYPE;
-    case RemoteDeviceType::FixedFormat: return K2Heartbeat::K2_FIXED_FORMAT_TYPE;
-    case RemoteDeviceType::Router: return K2Heartbeat::K2_ROUTER_TYPE;
-    case RemoteDeviceType::Module: return K2Heartbeat::K2_MODULE_TYPE;
-    case RemoteDeviceType::Hub: return K2Heartbeat::K2_HUB_TYPE;
-    case RemoteDeviceType::Orb: return K2Heartbeat::K2_ORB_TYPE;
-    case RemoteDeviceType::AoIP: return K2Heartbeat::K2_AOIP_TYPE;
+    case RemoteDeviceType::Modular:
+        return K2Heartbeat::K2_MODULAR_TYPE;
+    case RemoteDeviceType::FixedFormat:
+        return K2Heartbeat::K2_FIXED_FORMAT_TYPE;
+    case RemoteDeviceType::Router:
+        return K2Heartbeat::K2_ROUTER_TYPE;
+    case RemoteDeviceType::Module:
+        return K2Heartbeat::K2_MODULE_TYPE;
+    case RemoteDeviceType::Hub:
+        return K2Heartbeat::K2_HUB_TYPE;
+    case RemoteDeviceType::Orb:
+        return K2Heartbeat::K2_ORB_TYPE;
+    case RemoteDeviceType::AoIP:
+        return K2Heartbeat::K2_AOIP_TYPE;
     case RemoteDeviceType::None:
-    case RemoteDeviceType::Unknown: break;
+    case RemoteDeviceType::Unknown:
+        break;
     }
     return K2Heartbeat::K2_NO_TYPE;
 }
@@ -103,14 +117,22 @@ K2Heartbeat::LinkType ToLinkType(RemoteDeviceType type)
 RemoteDeviceType ToRemoteDeviceType(K2Heartbeat::LinkType type)
 {
     switch (type) {
-    case K2Heartbeat::K2_ROUTER_TYPE: return RemoteDeviceType::Router;
-    case K2Heartbeat::K2_FIXED_FORMAT_TYPE: return RemoteDeviceType::FixedFormat;
-    case K2Heartbeat::K2_MODULAR_TYPE: return RemoteDeviceType::Modular;
-    case K2Heartbeat::K2_MODULE_TYPE: return RemoteDeviceType::Module;
-    case K2Heartbeat::K2_HUB_TYPE: return RemoteDeviceType::Hub;
-    case K2Heartbeat::K2_ORB_TYPE: return RemoteDeviceType::Orb;
-    case K2Heartbeat::K2_AOIP_TYPE: return RemoteDeviceType::AoIP;
-    case K2Heartbeat::K2_NO_TYPE: break;
+    case K2Heartbeat::K2_ROUTER_TYPE:
+        return RemoteDeviceType::Router;
+    case K2Heartbeat::K2_FIXED_FORMAT_TYPE:
+        return RemoteDeviceType::FixedFormat;
+    case K2Heartbeat::K2_MODULAR_TYPE:
+        return RemoteDeviceType::Modular;
+    case K2Heartbeat::K2_MODULE_TYPE:
+        return RemoteDeviceType::Module;
+    case K2Heartbeat::K2_HUB_TYPE:
+        return RemoteDeviceType::Hub;
+    case K2Heartbeat::K2_ORB_TYPE:
+        return RemoteDeviceType::Orb;
+    case K2Heartbeat::K2_AOIP_TYPE:
+        return RemoteDeviceType::AoIP;
+    case K2Heartbeat::K2_NO_TYPE:
+        break;
     }
     return RemoteDeviceType::Unknown;
 }
@@ -149,8 +171,8 @@ const char* IoStyleText(std::uint32_t style)
 const char* IoCardTypeText(std::uint32_t type)
 {
     constexpr std::array<const char*, 17> Texts = {
-        "InvalidType", "Mic", "Line",      "AES",    "MADI",        "DolbyE",    "Opto", "Relay", "Desk",
-        "SDI",         "KPB", "Dante",     "SoundGrid", "MADISRC",  "KorvoModule", "EmberGPIO", "AoIP"};
+        "InvalidType", "Mic", "Line",  "AES",       "MADI",    "DolbyE",      "Opto",      "Relay", "Desk",
+        "SDI",         "KPB", "Dante", "SoundGrid", "MADISRC", "KorvoModule", "EmberGPIO", "AoIP"};
     if (type < Texts.size()) return Texts[type];
     AUDIT_LOG(Fault, "Unexpected IOTypeID( %d )\n", static_cast<int>(type));
     return Texts[0];
@@ -170,6 +192,7 @@ std::uint32_t GetLinkRemoteAddress(std::uint32_t rack, UINT8GIGEPORT linkIndex, 
 {
     if (rack == NoId || remoteId == NoId) return 0;
     const std::uint32_t side = primary ? 0 : SecondaryNetwork;
-    if (OwnsLinkNetwork(rack, remoteId)) return (rack << 14) | (std::uint32_t{linkIndex} << 8) | (remotePort + 1u) | side;
+    if (OwnsLinkNetwork(rack, remoteId))
+        return (rack << 14) | (std::uint32_t{linkIndex} << 8) | (remotePort + 1u) | side;
     return (remoteId << 13) | (std::uint32_t{remotePort} << 8) | OwnerHost | side;
 }

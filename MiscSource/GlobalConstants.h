@@ -35,11 +35,20 @@ std::ostream& operator<<(std::ostream& out, PortsEnum port);
 } // namespace Routing
 
 /// The port of a link index.
-constexpr UINT8GIGEPORT ToPort(UINT8GIGEPORT linkIndex) { return static_cast<UINT8GIGEPORT>(linkIndex + 1); }
+constexpr UINT8GIGEPORT ToPort(UINT8GIGEPORT linkIndex)
+{
+    return static_cast<UINT8GIGEPORT>(linkIndex + 1);
+}
 /// The link index of a port; the internal port 0 has none and gives 0xFF.
-constexpr UINT8GIGEPORT ToLinkIndex(UINT8GIGEPORT port) { return static_cast<UINT8GIGEPORT>(port - 1); }
+constexpr UINT8GIGEPORT ToLinkIndex(UINT8GIGEPORT port)
+{
+    return static_cast<UINT8GIGEPORT>(port - 1);
+}
 /// True for the primary link, of a port (not of a link index).
-constexpr bool IsPrimaryPort(UINT8GIGEPORT port) { return port == Routing::PRIMARY_PORT; }
+constexpr bool IsPrimaryPort(UINT8GIGEPORT port)
+{
+    return port == Routing::PRIMARY_PORT;
+}
 /// The other link of a link port: 2 for 1, else 1.
 constexpr UINT8GIGEPORT OtherLinkPort(UINT8GIGEPORT port)
 {
@@ -57,7 +66,10 @@ std::string RackText(std::uint32_t rackId);
 /// "1.63.5.0" for 0x013F0500.
 std::string AddressText(std::uint32_t address);
 /// "true" or "false".
-constexpr const char* FlagText(bool flag) { return flag ? "true" : "false"; }
+constexpr const char* FlagText(bool flag)
+{
+    return flag ? "true" : "false";
+}
 
 enum class StreamType : std::uint8_t {
     UNKNOWN_STREAM = 0,
@@ -87,9 +99,18 @@ constexpr bool IsRoutingDevice(LinkType type)
 {
     return type == K2_ROUTER_TYPE || type == K2_HUB_TYPE || type == K2_ORB_TYPE;
 }
-constexpr bool IsIoDevice(LinkType type) { return type != K2_NO_TYPE && !IsRoutingDevice(type); }
-constexpr bool IsHub(LinkType type) { return type == K2_HUB_TYPE; }
-constexpr bool IsOrb(LinkType type) { return type == K2_ORB_TYPE; }
+constexpr bool IsIoDevice(LinkType type)
+{
+    return type != K2_NO_TYPE && !IsRoutingDevice(type);
+}
+constexpr bool IsHub(LinkType type)
+{
+    return type == K2_HUB_TYPE;
+}
+constexpr bool IsOrb(LinkType type)
+{
+    return type == K2_ORB_TYPE;
+}
 
 } // namespace K2Heartbeat
 
@@ -119,10 +140,19 @@ namespace SampleRates {
 enum SystemSampleRate : std::int32_t { RATE_48K = 0, RATE_96K = 1, RATE_44K1 = 2, RATE_88K2 = 3 };
 std::ostream& operator<<(std::ostream& out, SystemSampleRate rate);
 
-constexpr bool IsDoubleRate(SystemSampleRate rate) { return rate == RATE_96K || rate == RATE_88K2; }
-constexpr bool Is44k1Family(SystemSampleRate rate) { return rate == RATE_44K1 || rate == RATE_88K2; }
+constexpr bool IsDoubleRate(SystemSampleRate rate)
+{
+    return rate == RATE_96K || rate == RATE_88K2;
+}
+constexpr bool Is44k1Family(SystemSampleRate rate)
+{
+    return rate == RATE_44K1 || rate == RATE_88K2;
+}
 /// The single rate of the family; an unknown rate gives 48 kHz.
-constexpr SystemSampleRate GetBaseRate(SystemSampleRate rate) { return Is44k1Family(rate) ? RATE_44K1 : RATE_48K; }
+constexpr SystemSampleRate GetBaseRate(SystemSampleRate rate)
+{
+    return Is44k1Family(rate) ? RATE_44K1 : RATE_48K;
+}
 
 } // namespace SampleRates
 
@@ -171,4 +201,7 @@ std::uint32_t GetLinkLocalAddress(std::uint32_t rack, UINT8GIGEPORT linkIndex, s
 std::uint32_t GetLinkRemoteAddress(std::uint32_t rack, UINT8GIGEPORT linkIndex, std::uint32_t remoteId,
                                    std::uint8_t remotePort, bool primary);
 /// True if the end with this rack id owns the network of a link to remoteId; equality makes us the owner.
-constexpr bool OwnsLinkNetwork(std::uint32_t rack, std::uint32_t remoteId) { return !(2 * rack < remoteId); }
+constexpr bool OwnsLinkNetwork(std::uint32_t rack, std::uint32_t remoteId)
+{
+    return !(2 * rack < remoteId);
+}

@@ -35,12 +35,30 @@ constexpr Hid UNIT_MODULE{0x013F0500u};
 /// "192.2:8000 ", "0x5(5) ", "INVALID_HID " or "LOCAL_DSP_HID ", always with the blank behind.
 std::ostream& operator<<(std::ostream& out, const Hid& hid);
 
-constexpr std::uint32_t GetRackId(Hid hid) { return hid >> 16; }
-constexpr bool IsIoHid(Hid hid) { return (hid & 0xF000) == 0; }
-constexpr bool IsSecondClassIoHid(Hid hid) { return (hid & 0x0F00) == 0x0200; }
-constexpr Hid MakeNodeHid(Hid hid) { return (hid & 0xFFFF0000) | 0x4000; }
-constexpr Hid MakeLinkHid(Hid hid) { return (hid & 0xFFFF0000) | 0x8000; }
-constexpr Hid MakeHubHid(Hid hid, bool primary) { return (hid & 0xFFFF0000) | (primary ? 0x8000u : 0x8001u); }
+constexpr std::uint32_t GetRackId(Hid hid)
+{
+    return hid >> 16;
+}
+constexpr bool IsIoHid(Hid hid)
+{
+    return (hid & 0xF000) == 0;
+}
+constexpr bool IsSecondClassIoHid(Hid hid)
+{
+    return (hid & 0x0F00) == 0x0200;
+}
+constexpr Hid MakeNodeHid(Hid hid)
+{
+    return (hid & 0xFFFF0000) | 0x4000;
+}
+constexpr Hid MakeLinkHid(Hid hid)
+{
+    return (hid & 0xFFFF0000) | 0x8000;
+}
+constexpr Hid MakeHubHid(Hid hid, bool primary)
+{
+    return (hid & 0xFFFF0000) | (primary ? 0x8000u : 0x8001u);
+}
 
 template <>
 struct std::hash<Hid>

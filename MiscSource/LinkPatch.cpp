@@ -6,8 +6,8 @@
 
 std::ostream& operator<<(std::ostream& out, const IoPort& port)
 {
-    return out << "HID:" << std::uint32_t{port.GetHid()} << '(' << port.GetHid() << "), Style:" << port.GetStyle() << '('
-               << IoStyleText(port.GetStyle()) << "), Idx:" << port.GetIndex() << ' ';
+    return out << "HID:" << std::uint32_t{port.GetHid()} << '(' << port.GetHid() << "), Style:" << port.GetStyle()
+               << '(' << IoStyleText(port.GetStyle()) << "), Idx:" << port.GetIndex() << ' ';
 }
 
 std::ostream& operator<<(std::ostream& out, const HidPort& port)

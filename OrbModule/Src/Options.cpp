@@ -41,6 +41,9 @@ void validate(boost::any& value, const std::vector<std::string>& texts, tcp::end
 
 namespace {
 
+/// Wide enough that no help text is broken over two lines.
+constexpr unsigned HelpWidth = 120;
+
 std::string FileName(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
@@ -53,7 +56,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
 {
     options.programName = FileName(argc > 0 ? argv[0] : "");
 
-    po::options_description description("Available options");
+    po::options_description description("Available options", HelpWidth);
     // clang-format off
     description.add_options()
         ("help,?", "display help message")

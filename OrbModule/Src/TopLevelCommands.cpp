@@ -15,7 +15,10 @@ namespace {
 
 constexpr std::uint32_t LinksDownTimeMs = 30000;
 
-const char* OnOff(std::uint32_t feature) { return Audit::Instance()->IsEnabled(feature) ? "On" : "Off"; }
+const char* OnOff(std::uint32_t feature)
+{
+    return Audit::Instance()->IsEnabled(feature) ? "On" : "Off";
+}
 
 /// -1 lists all features, any other number flips that one.
 void SwitchFeature(int number)
@@ -66,13 +69,17 @@ void AddTopLevelCommands(cmd::CommandLine& shell, const std::string& programName
             return listing.str();
         },
         "route show,rs Show current patching and link allocations");
-    shell.AddAction("version", [programName] { return programName + " " + ORB_MODULE_VERSION; }, "");
-    shell.AddAction("sio", [&devices] { devices.ShowDevices(true); }, "Show local and remote I/O devices");
-    shell.AddAction("sr", [&devices] { devices.ShowDevices(false); }, "Show local and remote routing devices");
+    shell.AddAction(
+        "version", [programName] { return programName + " " + ORB_MODULE_VERSION; }, "");
+    shell.AddAction(
+        "sio", [&devices] { devices.ShowDevices(true); }, "Show local and remote I/O devices");
+    shell.AddAction(
+        "sr", [&devices] { devices.ShowDevices(false); }, "Show local and remote routing devices");
     shell.AddAction(
         "showlinkmap", [&devices](unsigned long hid) { devices.ShowPortMap(Hid{static_cast<std::uint32_t>(hid)}); },
         "Show local TDM link mappings");
-    shell.AddAction("db", [](int feature) { SwitchFeature(feature); }, "Set debug level <level>");
+    shell.AddAction(
+        "db", [](int feature) { SwitchFeature(feature); }, "Set debug level <level>");
     for (const bool make : {true, false}) {
         const std::string name = make ? "patch" : "unpatch";
         shell.AddAction(
@@ -98,6 +105,8 @@ void AddTopLevelCommands(cmd::CommandLine& shell, const std::string& programName
             comms.SendLocal(command, Routing::PRIMARY_PORT);
         },
         "ssr set sample rate <HID> <SampleRates::SystemSampleRate> links down for 30 seconds");
-    shell.AddAction("ps", [&patches] { patches.GetPatchStore().Print(-1); }, "Show Patch Store");
-    shell.AddAction("ping", [&devices] { devices.SendPing(); }, "Ping Hubs");
+    shell.AddAction(
+        "ps", [&patches] { patches.GetPatchStore().Print(-1); }, "Show Patch Store");
+    shell.AddAction(
+        "ping", [&devices] { devices.SendPing(); }, "Ping Hubs");
 }

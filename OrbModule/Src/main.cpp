@@ -150,11 +150,11 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     OrbKLVComms comms(service, processor, streams);
 
     const auto blocks = "load the FPGA and its UIO driver, and let /dev/uioN be read and written";
-    AUDIT_STREAM(Information,
-                 "Ostrel Orb Module "
-                     << programName << "(v." << ORB_MODULE_VERSION << ", Firmware build v."
-                     << unsigned{Build(blocks, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); })}
-                     << ") starting... Hid 0x" << std::hex << BannerHid << "\n");
+    AUDIT_STREAM(
+        Information, "Ostrel Orb Module "
+                         << programName << "(v." << ORB_MODULE_VERSION << ", Firmware build v."
+                         << unsigned{Build(blocks, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); })}
+                         << ") starting... Hid 0x" << std::hex << BannerHid << "\n");
 
     LinkManager links(service, Routing::MAX_ORB_K2_PORTS, comms);
     DeviceManager devices(service, comms);
@@ -162,20 +162,17 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     // 1 to 10: links, identity and the discovery of devices. A later slot of a signal runs after an earlier one.
     links.MasterHidChanged.connect([&](Hid hid) { heartbeat.SetMasterHid(hid); });
     devices.LocalHidChanged.connect([&](Hid hid) { links.OnLocalHidChanged(hid); });
-    devices.DeviceChange.connect([&](Hid hid, UINT8GIGEPORT port, bool online, Type type) {
-        links.OnDeviceChange(hid, port, online, type);
+    devices.DeviceChange.connect(
+        [&](Hid hid, UINT8GIGEPORT port, bool online, Type type) { links.OnDeviceChange(hid, port, online, type); });
+    processor.Connect<RouterDetectTimeAllowanceCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
+        links.ReceivedRouterTimeAllowanceCmd(command, port, type);
     });
-    processor.Connect<RouterDetectTimeAllowanceCmd>(
-        [&](const auto& command, UINT8GIGEPORT port, Type type) {
-            links.ReceivedRouterTimeAllowanceCmd(command, port, type);
-        });
     processor.Connect<SetRouterSampleRateCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
         links.ReceivedSetRouterSampleRateCmd(command, port, type);
     });
-    links.DeviceChanged.connect([&](UINT8GIGEPORT port, std::uint32_t localIp, std::uint8_t remotePort,
-                                    std::uint32_t remoteIp, Hid hid, K2Heartbeat::LinkType type) {
-        devices.OnDeviceChanged(port, localIp, remotePort, remoteIp, hid, type);
-    });
+    links.DeviceChanged.connect(
+        [&](UINT8GIGEPORT port, std::uint32_t localIp, std::uint8_t remotePort, std::uint32_t remoteIp, Hid hid,
+            K2Heartbeat::LinkType type) { devices.OnDeviceChanged(port, localIp, remotePort, remoteIp, hid, type); });
     links.IoInternalsChanged.connect(
         [&](Hid hid, std::uint32_t variant) { devices.OnIoInternalsChanged(hid, variant); });
     links.MasterHidChanged.connect([&](Hid hid) { devices.OnMasterHidChanged(hid); });
@@ -198,9 +195,8 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     devices.LocalHidChanged.connect([&](Hid hid) { patches.OnLocalHidChanged(hid); });
     devices.LocalHidChanged.connect(SetLocalAddresses);
     devices.NetworkConnectionChanged.connect([&](bool connected) { patches.OnNetworkConnectionChanged(connected); });
-    devices.DeviceChange.connect([&](Hid hid, UINT8GIGEPORT port, bool online, Type type) {
-        patches.OnDeviceChange(hid, port, online, type);
-    });
+    devices.DeviceChange.connect(
+        [&](Hid hid, UINT8GIGEPORT port, bool online, Type type) { patches.OnDeviceChange(hid, port, online, type); });
     processor.Connect<RouterPatchAudio>([&](const auto& command, UINT8GIGEPORT port, Type type) {
         patches.ReceivedRouterPatchAudioCmd(command, port, type);
     });
@@ -210,12 +206,10 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     processor.Connect<AudioPatchRetryForHidCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
         patches.ReceivedAudioPatchRetryForHid(command, port, type);
     });
-    processor.Connect<OstrelPingCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        patches.ReceivedPingCmd(command, port, type);
-    });
-    processor.Connect<OstrelPingCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        devices.ReceivedPingCmd(command, port, type);
-    });
+    processor.Connect<OstrelPingCmd>(
+        [&](const auto& command, UINT8GIGEPORT port, Type type) { patches.ReceivedPingCmd(command, port, type); });
+    processor.Connect<OstrelPingCmd>(
+        [&](const auto& command, UINT8GIGEPORT port, Type type) { devices.ReceivedPingCmd(command, port, type); });
     processor.Connect<RequestActiveMcsCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
         devices.ReceivedMcsRequestCmd(command, port, type);
     });
@@ -228,9 +222,8 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     processor.Connect<SetRouterSampleRateCmd>([&](const auto& command, UINT8GIGEPORT port, Type) {
         SetClockRate(service, *reference, *clocks, command->GetSampleRate(), port);
     });
-    clocks->mClockLocked.connect([&service](unsigned int id) {
-        service.post([id] { AUDIT_LOG(Information, "Stable Clock %u\r\n", id); });
-    });
+    clocks->mClockLocked.connect(
+        [&service](unsigned int id) { service.post([id] { AUDIT_LOG(Information, "Stable Clock %u\r\n", id); }); });
     for (const auto& source : patcher.GetClockSources()) {
         if (source->GetId() == ClockOfOrbRouter) {
             clocks->PrioritiseClockSource(*source, 0, true);
