@@ -1,0 +1,293 @@
+#include "OrbModule/Inc/Patching/LinkAllocation.h"
+
+#include "Audit/Audit.h"
+
+#include <algorithm>
+#include <ostream>
+
+namespace {
+
+constexpr bool IsPort(UINT8GIGEPORT port)
+{
+    return port < Routing::PORT_COUNT;
+}
+
+/// A slot number that has a place in the table; one that has none is left out, with a line in the log.
+bool IsSlot(std::uint32_t slot)
+{
+    if (slot < Routing::SLOTS_PER_PORT) return true;
+    AUDIT_STREAM(Fault, "LinkAllocation slot out of range " << slot << '\n');
+    return false;
+}
+
+} // namespace
+
+AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, UINT8GIGEPORT port,
+                                          HidPort dest, LinkPatch& out)
+{
+    AUDIT_STREAM(RouterAudioRoute, "Remote Dest Allocate Src " << source << sourceLink << " Dest Gige Port "
+                                                               << PortText(port) << " Dest " << dest << '\n');
+    if (!IsPort(port)) {
+        AUDIT_STREAM(Fault, "Remote Allocate Gige out of range " << unsigned{port} << '\n');
+        return AllocationFailed;
+    }
+    const auto known = mLuts[port].find(source);
+    if (known != mLuts[port].end() && !known->second.empty()) {
+        AUDIT_LOG(RouterAudioRoute, "Link alrady carrying source\r\n");
+        if (!HasRoomFor(known->second.size())) return AllocationFailed;
+        out = LinkPatch{sourceLink, {port, known->second}};
+        UpdateSlots(port, known->second, dest);
+        return AlreadyCarrying;
+    }
+
+    const std::size_t wanted = sourceLink.slots.size();
+    if (wanted == 0 || !HasRoomFor(wanted)) return AllocationFailed;
+
+    AllocationResult result = AllocationFailed;
+    Slots taken;
+    taken.reserve(std::min<std::size_t>(wanted, Routing::SLOTS_PER_PORT));
+    const auto sharedLink = std::make_shared<const Routing::GigeAndSlots>(sourceLink);
+    for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
+        LinkSlot& slot = mSlots[port][number];
+        if (slot.IsInUse()) continue;
+        slot.mSource = source;
+        slot.mSourceLink = sharedLink;
+        slot.mIndex = static_cast<std::uint32_t>(taken.size());
+        taken.push_back(number);
+        AUDIT_STREAM(RouterAudioRoute, "Set SRCs " << source << " Link Src " << sourceLink << '\n');
+        if (taken.size() == wanted) {
+            result = AllocatedNew;
+            break;
+        }
+    }
+    AddToLut(port, source, taken);
+    UpdateSlots(port, taken, dest);
+    out = LinkPatch{sourceLink, {port, std::move(taken)}};
+    return result;
+}
+
+AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, HidPort dest,
+                                          const Routing::GigeAndSlots& destLink, LinkPatch& out)
+{
+    AUDIT_STREAM(RouterAudioRoute, "LinkAllocation::Allocate Local Src " << source << " Link Src " << sourceLink
+                                                                         << " Local Dest " << dest << " Link Dest "
+                                                                         << destLink << '\n');
+    const UINT8GIGEPORT port = destLink.port;
+    if (!IsPort(port)) {
+        AUDIT_STREAM(Fault, "Local Allocate Gige out of range " << unsigned{port} << '\n');
+        return AllocationFailed;
+    }
+    if (!HasRoomFor(destLink.slots.size())) return AllocationFailed;
+
+    Slots booked;
+    booked.reserve(destLink.slots.size());
+    std::vector<HidPort> displaced;
+    const auto sharedLink = std::make_shared<const Routing::GigeAndSlots>(sourceLink);
+    std::uint32_t index = 0;
+    for (const std::uint32_t number : destLink.slots) {
+        const std::uint32_t position = index++;
+        if (!IsSlot(number)) continue;
+        LinkSlot& slot = mSlots[port][number];
+        if (slot.IsInUse() && slot.mSource != source && (displaced.empty() || displaced.back() != slot.mSource)) {
+            displaced.push_back(slot.mSource);
+        }
+        slot.mSource = source;
+        AddDest(slot, dest);
+        slot.mSourceLink = sharedLink;
+        slot.mIndex = position;
+        booked.push_back(number);
+    }
+    AddToLut(port, source, booked);
+    for (const HidPort& former : displaced)
+        RemoveFromLutIfGone(former, port);
+    out = LinkPatch{sourceLink, destLink};
+    return AllocatedNew;
+}
+
+AllocationResult LinkAllocation::Free(HidPort source, UINT8GIGEPORT port, HidPort dest, LinkPatch& out)
+{
+    if (!IsPort(port)) {
+        AUDIT_STREAM(Fault, "LinkAllocation Free Gige out of range " << unsigned{port} << '\n');
+        return AllocationFailed;
+    }
+    const auto known = mLuts[port].find(source);
+    if (known == mLuts[port].end() || known->second.empty()) return AllocationFailed;
+
+    // A copy, since the entry goes as soon as the first of its slots comes free.
+    const Slots slots = known->second;
+    AllocationResult result = AllocationFailed;
+    std::shared_ptr<const Routing::GigeAndSlots> sourceLink;
+    Slots left;
+    left.reserve(slots.size());
+    for (const std::uint32_t number : slots) {
+        LinkSlot& slot = mSlots[port][number];
+        AUDIT_STREAM(RouterAudioRoute, "LinkAllocation::Free Index " << number << ' ' << slot << '\n');
+        const auto listener = slot.mDests.find(dest);
+        if (listener == slot.mDests.end()) continue;
+        if (slot.mSource != source) {
+            AUDIT_STREAM(Fault,
+                         "Attempt to unpatch from differing sources skipping " << slot.mSource << source << '\n');
+            continue;
+        }
+        slot.mDests.erase(listener);
+        --mTotalDests;
+        left.push_back(number);
+        if (slot.IsInUse()) {
+            result = AlreadyCarrying;
+            continue;
+        }
+        sourceLink = slot.mSourceLink;
+        RemoveFromLut(source, port);
+        ResetSlot(slot);
+        result = FreedLast;
+    }
+    out = LinkPatch{sourceLink ? *sourceLink : Routing::GigeAndSlots{}, {port, std::move(left)}};
+    return result;
+}
+
+AllocationResult LinkAllocation::Free(HidPort source, const Routing::GigeAndSlots& sourceLink,
+                                      const Routing::GigeAndSlots& destLink, LinkPatch& out)
+{
+    AUDIT_STREAM(RouterAudioRoute, "Free Link Src " << sourceLink << " Link Dst " << destLink << '\n');
+    const UINT8GIGEPORT port = destLink.port;
+    if (!IsPort(port)) {
+        AUDIT_STREAM(Fault, "Local Free Gige out of range " << unsigned{port} << '\n');
+        return AllocationFailed;
+    }
+    for (const std::uint32_t number : destLink.slots) {
+        if (!IsSlot(number)) continue;
+        LinkSlot& slot = mSlots[port][number];
+        const HidPort holder = slot.mSource;
+        const bool foreign = slot.IsInUse() && holder != source;
+        ResetSlot(slot);
+        if (foreign) RemoveFromLutIfGone(holder, port);
+    }
+    RemoveFromLut(source, port);
+    out = LinkPatch{sourceLink, destLink};
+    return AllocatedNew;
+}
+
+void LinkAllocation::GetUnpatchesByHidAndPort(Hid hid, UINT8GIGEPORT port, std::vector<LinkPatch>& out)
+{
+    LeavePort(hid, port, Routing::ORB_PORT, out);
+    LeavePort(hid, port, port, out);
+}
+
+void LinkAllocation::LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT port, std::vector<LinkPatch>& out)
+{
+    if (!IsPort(port)) return;
+    Slots freed;
+    for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
+        LinkSlot& slot = mSlots[port][number];
+        if (!slot.IsInUse()) continue;
+        if (slot.mSource.hid == hid) {
+            // A source that arrives over the other link stays where it is.
+            if (slot.GetSourceLink().port != leftPort) continue;
+            AUDIT_STREAM(RouterAudioRoute, "GetUnpatchesByHid Source AWOL " << slot.mSource << '\n');
+        } else {
+            for (auto dest = slot.mDests.begin(); dest != slot.mDests.end();) {
+                if (dest->hid == hid) {
+                    dest = slot.mDests.erase(dest);
+                    --mTotalDests;
+                } else {
+                    ++dest;
+                }
+            }
+            if (slot.IsInUse()) continue;
+            AUDIT_STREAM(RouterAudioRoute, "GetUnpatchesByHid Dest AWOL " << slot.mSource << '\n');
+        }
+        RemoveFromLut(slot.mSource, port);
+        freed.push_back(number);
+        ResetSlot(slot);
+    }
+    if (!freed.empty()) out.push_back(LinkPatch{Routing::GigeAndSlots{}, {port, std::move(freed)}});
+}
+
+void LinkAllocation::GetCounts(std::uint32_t& slotsInUse, std::uint32_t& totalDests) const
+{
+    slotsInUse = 0;
+    totalDests = mTotalDests;
+    for (const auto& port : mSlots) {
+        slotsInUse += static_cast<std::uint32_t>(
+            std::count_if(port.begin(), port.end(), [](const LinkSlot& slot) { return slot.IsInUse(); }));
+    }
+}
+
+void LinkAllocation::Print(std::ostream& out) const
+{
+    const std::ios_base::fmtflags flags = out.flags();
+    for (std::size_t port = 0; port < mSlots.size(); ++port) {
+        out << "Link " << std::dec << port << '\n';
+        for (std::size_t number = 0; number < mSlots[port].size(); ++number) {
+            const LinkSlot& slot = mSlots[port][number];
+            if (!slot.IsInUse()) continue;
+            out << "\tSlot " << std::dec << number << "  Source" << slot.mSource.hid << " Port " << std::hex
+                << slot.mSource.port << std::dec << ' ' << PortText(slot.GetSourceLink().port) << slot.GetSourceSlot()
+                << '\n';
+            for (const HidPort& dest : slot.mDests) {
+                out << "\t\tDest " << dest.hid << " Port " << std::hex << dest.port << std::dec << '\n';
+            }
+        }
+    }
+    out.flags(flags);
+}
+
+void LinkAllocation::AddToLut(UINT8GIGEPORT port, HidPort source, const Slots& slots)
+{
+    if (!IsPort(port)) {
+        AUDIT_STREAM(Fault, "AddToLut Out of Range " << unsigned{port} << '\n');
+        return;
+    }
+    // Without slots there is nothing to look up, and a full port must not grow the table.
+    if (!slots.empty()) mLuts[port].insert_or_assign(source, slots);
+}
+
+void LinkAllocation::RemoveFromLut(HidPort source, UINT8GIGEPORT port)
+{
+    if (!IsPort(port)) {
+        AUDIT_STREAM(Fault, "RemoveFromLut Out of Range " << unsigned{port} << '\n');
+        return;
+    }
+    mLuts[port].erase(source);
+}
+
+/// Drops the entry of a source that lost a slot to somebody else, once none of its slots is its own.
+void LinkAllocation::RemoveFromLutIfGone(HidPort source, UINT8GIGEPORT port)
+{
+    const auto entry = mLuts[port].find(source);
+    if (entry == mLuts[port].end()) return;
+    const bool holdsOne = std::any_of(entry->second.begin(), entry->second.end(), [&](std::uint32_t number) {
+        return mSlots[port][number].IsInUse() && mSlots[port][number].mSource == source;
+    });
+    if (!holdsOne) mLuts[port].erase(entry);
+}
+
+void LinkAllocation::UpdateSlots(UINT8GIGEPORT port, const Slots& slots, HidPort dest)
+{
+    std::uint32_t next = INVALID_TDM_SLOT;
+    for (auto number = slots.rbegin(); number != slots.rend(); ++number) {
+        AUDIT_STREAM(RouterAudioRoute, "UpdateSlots tdm " << *number << " NextSlot " << next << '\n');
+        LinkSlot& slot = mSlots[port][*number];
+        AddDest(slot, dest);
+        slot.mNextSlot = next;
+        next = *number;
+    }
+}
+
+void LinkAllocation::AddDest(LinkSlot& slot, HidPort dest)
+{
+    if (slot.mDests.insert(dest).second) ++mTotalDests;
+}
+
+void LinkAllocation::ResetSlot(LinkSlot& slot)
+{
+    mTotalDests -= static_cast<std::uint32_t>(slot.mDests.size());
+    slot.Reset();
+}
+
+bool LinkAllocation::HasRoomFor(std::size_t destinations) const
+{
+    if (destinations <= MaxDestinations - mTotalDests) return true;
+    AUDIT_STREAM(Fault, "LinkAllocation is full, destinations " << mTotalDests << '\n');
+    return false;
+}
