@@ -1,0 +1,73 @@
+#pragma once
+
+#include "FSI/Core/Fsi.h"
+#include "FSI/Core/RegisterBlock.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace fsi {
+
+/// A register block that this process has mapped, with the registers that all blocks share.
+///
+/// Lives on the main thread. The control bits are also changed by the ADMA sync thread, so their shadow and register
+/// are under mMutex; derived classes guard with the same mutex what else the two threads share. The indirect ports
+/// belong to the main thread alone.
+class HostFsi : public Fsi
+{
+public:
+    /// Finds and maps the instance-th block (0 the first) of that UIO name.
+    /// @throws std::system_error, see OpenRegisterBlock
+    HostFsi(const std::string& name, int instance);
+    /// Takes a block that is open already. The name is what GetName tells.
+    HostFsi(const std::string& name, std::unique_ptr<RegisterBlock> block);
+    ~HostFsi() override;
+    HostFsi(const HostFsi&) = delete;
+    HostFsi& operator=(const HostFsi&) = delete;
+
+    std::string GetName() const { return mName; }
+    /// The descriptor that polls readable on an interrupt. The block must have one.
+    int GetFileDescriptor() const;
+    const volatile void* GetMappedAddress() const { return mBlock->GetMappedAddress(); }
+
+    std::uint8_t GetFirmwareBuild() const;
+    std::uint8_t GetBlockId() const;
+
+    /// Bit n of the mask enables event n; replaces what was enabled before.
+    void SetInterruptEnables(std::uint32_t mask);
+    /// Bit n is event n.
+    std::uint32_t ReadInterruptPending() const;
+    /// @param event 0 to 31
+    void AcknowledgeInterrupt(int event);
+
+    /// @param bit 0 to 31. Any thread.
+    void SetControlBit(int bit);
+    void ClearControlBit(int bit);
+    bool TestStatusBit(int bit) const;
+
+    /// The FPGA-internal address (bytes) that the next data accesses apply to.
+    void SetIndirectAddress(std::uint32_t address);
+    std::uint32_t ReadIndirectData() const;
+    void WriteIndirectData(std::uint32_t word);
+    /// Writes a run of words through the data port, in order.
+    void WriteIndirectData(const std::uint32_t* words, std::size_t count);
+
+protected:
+    std::mutex& GetMutex() const { return mMutex; }
+    /// As SetControlBit, for a caller that holds the mutex.
+    void SetControlBitLocked(int bit);
+
+private:
+    void WriteControlLocked(std::uint32_t bits);
+
+    const std::string mName;
+    const std::unique_ptr<RegisterBlock> mBlock;
+    /// What register 0x38 was last set to; the block is not relied on to read it back.
+    std::uint32_t mControl = 0;
+    mutable std::mutex mMutex;
+};
+
+} // namespace fsi

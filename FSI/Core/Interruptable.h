@@ -1,0 +1,74 @@
+#pragma once
+
+#include "FSI/Core/HostFsi.h"
+
+#include <bitset>
+#include <boost/signals2/connection.hpp>
+#include <boost/signals2/signal.hpp>
+#include <memory>
+#include <vector>
+
+namespace fsi {
+
+/// Mix-in of a device that raises interrupt events: a signal for each event that it declares.
+///
+/// Dispatch, and so every slot, runs on the main thread. ConnectSlot may be called from any thread. The events are
+/// all enabled from construction on, and none is after destruction.
+class Interruptable
+{
+public:
+    /// One event number of a block, 0 to 31.
+    class Interrupt
+    {
+    public:
+        Interrupt() = default;
+        Interrupt(int event);
+
+        int GetEvent() const { return mEvent; }
+        friend bool operator==(const Interrupt& a, const Interrupt& b) { return a.mEvent == b.mEvent; }
+        friend bool operator!=(const Interrupt& a, const Interrupt& b) { return !(a == b); }
+
+    private:
+        int mEvent = -1;
+    };
+
+    /// @param interrupts the events of the device, at least one, in the order of their dispatch
+    Interruptable(HostFsi& fsi, const std::vector<Interrupt>& interrupts);
+    virtual ~Interruptable();
+    Interruptable(const Interruptable&) = delete;
+    Interruptable& operator=(const Interruptable&) = delete;
+
+    void EnableInterrupt(const Interrupt& interrupt);
+    void DisableInterrupt(const Interrupt& interrupt);
+    /// The descriptor that polls readable on an interrupt of this device.
+    int GetFileDescriptor() const { return mFsi.GetFileDescriptor(); }
+
+    /// Acknowledges each declared event that is pending and fires its signal. Events that were not declared stay
+    /// pending.
+    void DispatchInterrupts();
+
+    /// Connects a callable without arguments to a declared event.
+    template <typename Callable>
+    boost::signals2::connection ConnectSlot(const Interrupt& interrupt, const Callable& callable)
+    {
+        return GetSignal(interrupt).connect(callable);
+    }
+
+private:
+    using Signal = boost::signals2::signal<void()>;
+    struct Entry
+    {
+        Interrupt interrupt;
+        std::unique_ptr<Signal> signal;
+    };
+
+    Signal& GetSignal(const Interrupt& interrupt);
+    void WriteMask();
+
+    HostFsi& mFsi;
+    std::vector<Entry> mEntries;
+    bool mDispatchEnabled = true;
+    std::bitset<32> mMask;
+};
+
+} // namespace fsi
