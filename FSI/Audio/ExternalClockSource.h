@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+namespace audio {
+
+/// A device that the audio clock can follow, with the number that the FPGA knows it by.
+class ExternalClockSource
+{
+public:
+    using Id = std::uint32_t;
+
+    /// @param id above 0; 0 is the internal clock
+    explicit ExternalClockSource(Id id);
+    virtual ~ExternalClockSource() = default;
+
+    Id GetId() const { return mId; }
+
+private:
+    const Id mId;
+};
+
+} // namespace audio
