@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Simulation/Rehearsal/ControlChannel.h"
+#include "Simulation/Rehearsal/ShellClient.h"
+
+#include <string>
+#include <vector>
+
+namespace stage {
+
+struct ModuleSetup
+{
+    std::string program = ProgramPath("OrbModuleSim");
+    std::vector<std::string> arguments{};
+};
+
+/// The module on the stage: OrbModuleSim as a program of its own, in the module's namespace of the rig.
+class Module
+{
+public:
+    /// Starts the program and does not wait for anything: for scenes in which it is not to come up.
+    static Command MakeCommand(const ModuleSetup& setup);
+    /// Where the simulated FPGA listens: what the environment says, else a path in the rig's own /tmp.
+    static std::string ControlPath();
+
+    /// Starts the program and waits until it has built all of itself and begins to serve.
+    explicit Module(const ModuleSetup& setup = {}, Milliseconds patience = Patience);
+
+    ChildProcess& Process() { return mProcess; }
+    ShellClient OpenShell(Milliseconds patience = Patience) const
+    {
+        return ShellClient(ShellPort, "127.0.0.1", patience);
+    }
+    ControlChannel OpenControl() const { return ControlChannel(ControlPath()); }
+    /// SIGTERM, and waits for the end.
+    Ending Stop(Milliseconds patience = Patience) { return mProcess.Stop(patience); }
+
+private:
+    ChildProcess mProcess;
+};
+
+/// ADMA endpoints of the simulated unit, and the engine's block.
+constexpr unsigned int FirstLinkEndpoint = 1;
+constexpr unsigned int SecondLinkEndpoint = 2;
+constexpr unsigned int BulkEndpoint = 3;
+constexpr char AudioDmaBlock[] = "0003";
+constexpr unsigned int ControlRegister = 0x38;
+constexpr std::uint32_t MuteBit = 1u << 4;
+
+/// The module heartbeat before any master router is known, and where it goes.
+constexpr char ModuleAddress[] = "1.63.5.0";
+constexpr char MasterControlAddress[] = "1.63.1.0";
+constexpr std::uint16_t HeartbeatPort = 49157;
+
+} // namespace stage

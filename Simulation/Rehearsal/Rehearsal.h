@@ -1,0 +1,33 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// One thing that the rehearsal shows. It plays it, waits until it has seen its effect, and gives in words what it
+/// has seen; what does not come is an exception.
+struct Step
+{
+    std::string name;
+    std::function<std::string()> play;
+};
+
+/// Plays steps one after the other and tells of each as it happens.
+class Rehearsal
+{
+public:
+    /// @param waitForEnter ask for a line on standard input before each step, so that there is time to look around.
+    explicit Rehearsal(bool waitForEnter) : mWaitForEnter(waitForEnter) {}
+
+    void Add(std::string name, std::function<std::string()> play)
+    {
+        mSteps.push_back({std::move(name), std::move(play)});
+    }
+    void Add(std::vector<Step> steps);
+    /// True if every step was seen. The first one that was not ends it, with an error that names the step.
+    bool Play();
+
+private:
+    bool mWaitForEnter;
+    std::vector<Step> mSteps;
+};

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Simulation/Rehearsal/ControlChannel.h"
+#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Rehearsal/Rehearsal.h"
+#include "Simulation/Rehearsal/ShellClient.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// The first scene: the module comes up, shows that it lives, and an engineer routes audio by hand.
+class RoutingScene
+{
+public:
+    RoutingScene(stage::ModuleSetup setup, stage::Milliseconds patience) : mSetup(std::move(setup)), mPatience(patience)
+    {}
+
+    /// In order; the module runs from the first of them on. They use this object.
+    std::vector<Step> Steps();
+    /// The last step of a rehearsal.
+    Step Farewell();
+
+private:
+    std::string Start();
+    std::string SeeHeartbeats();
+    std::string OpenShell();
+    std::string Patch();
+    std::string Mute();
+    std::string Clear();
+    std::string ShowStatus();
+    std::string Stop();
+
+    stage::ModuleSetup mSetup;
+    stage::Milliseconds mPatience;
+    std::unique_ptr<stage::Module> mModule;
+    std::optional<stage::ControlChannel> mControl;
+    std::optional<stage::ShellClient> mShell;
+};

@@ -1,0 +1,73 @@
+// What a newcomer sees first: the module in the rig, at work.
+
+#include "Simulation/Rehearsal/Rehearsal.h"
+#include "Simulation/Rehearsal/RoutingScene.h"
+#include "Simulation/Rehearsal/Terminal.h"
+
+#include <boost/program_options.hpp>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+namespace po = boost::program_options;
+
+namespace {
+
+int Play(const po::variables_map& values)
+{
+    stage::ModuleSetup setup;
+    if (values.count("module")) setup.program = values["module"].as<std::string>();
+    const std::chrono::seconds patience(values["patience"].as<unsigned int>());
+    const bool hasTerminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+
+    RoutingScene routing(setup, patience);
+    Rehearsal rehearsal(values.count("step") > 0);
+    rehearsal.Add(routing.Steps());
+    if (hasTerminal && !values.count("no-shell")) {
+        rehearsal.Add("the shell is handed over", [] {
+            HandOverToShell();
+            return std::string("It is taken back.");
+        });
+    }
+    rehearsal.Add({routing.Farewell()});
+    if (!rehearsal.Play()) return 1;
+    std::cout << "The rehearsal is complete: every step was seen." << std::endl;
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    po::options_description description("Plays the module's rehearsal; run it in the rig");
+    // clang-format off
+    description.add_options()
+        ("help", "this text")
+        ("module", po::value<std::string>(), "the program to play with, else OrbModuleSim beside this one")
+        ("patience", po::value<unsigned int>()->default_value(10), "seconds that each thing may take to be seen")
+        ("step", "wait for Enter before each step")
+        ("no-shell", "do not hand over to the shell, even on a terminal");
+    // clang-format on
+    try {
+        po::variables_map values;
+        po::store(po::parse_command_line(argc, argv, description), values);
+        po::notify(values);
+        if (values.count("help")) {
+            std::cout << description;
+            return 0;
+        }
+        if (!std::getenv("ORB_RIG")) {
+            std::cerr << "rehearsal: this is not the rig; use scripts/run" << std::endl;
+            return 2;
+        }
+        return Play(values);
+    } catch (const std::exception& error) {
+        std::cerr << "rehearsal: " << error.what() << std::endl;
+        return 2;
+    }
+}
