@@ -147,6 +147,14 @@ void Audit::WriteConsole(const char* format, ...)
     va_end(list);
 }
 
+void Audit::Forward(const std::function<void(const char*, MessageArgs)>& operation, const char* format, ...)
+{
+    std::va_list list;
+    va_start(list, format);
+    operation(format, MessageArgs{list});
+    va_end(list);
+}
+
 void AuditAssertFailed(const char* file, int line, const char* condition, const std::string& message)
 {
     Audit* const audit = Audit::Instance();

@@ -6,8 +6,10 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <type_traits>
 
 /// The argument list of one message on its way through the virtual operations.
 struct MessageArgs
@@ -27,6 +29,10 @@ public:
     static constexpr std::uint32_t Stamp = 1;
     static constexpr std::uint32_t AssertTag = 0x40000002;
     static constexpr std::uint32_t KlvDataTag = 0x10000000;
+
+    /// Keeps the operations that take a std::string from competing for a literal.
+    template <class String>
+    using IfString = std::enable_if_t<std::is_same_v<String, std::string>, int>;
 
     Audit();
     virtual ~Audit() = default;
@@ -66,6 +72,41 @@ public:
         __attribute__((format(printf, 4, 5)));
     void WriteConsole(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+    /// The same with the format in a string, which no compiler can check against its arguments: never a text from
+    /// outside.
+    template <class String, IfString<String> = 0, class... Args>
+    void Write(const String& format, Args... args)
+    {
+        Forward([this](const char* text, MessageArgs list) { Write(text, list); }, format.c_str(), args...);
+    }
+    template <class String, IfString<String> = 0, class... Args>
+    void WriteTagged(std::uint32_t tag, const String& format, Args... args)
+    {
+        Forward([=](const char* text, MessageArgs list) { WriteTagged(tag, text, list); }, format.c_str(), args...);
+    }
+    template <class String, IfString<String> = 0, class... Args>
+    void WriteStamped(std::uint32_t flags, const String& format, Args... args)
+    {
+        Forward([=](const char* text, MessageArgs list) { WriteStamped(flags, text, list); }, format.c_str(), args...);
+    }
+    template <class String, IfString<String> = 0, class... Args>
+    void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const String& format, Args... args)
+    {
+        Forward([=](const char* text, MessageArgs list) { WriteStampedTagged(flags, tag, text, list); }, format.c_str(),
+                args...);
+    }
+    template <class String, IfString<String> = 0, class... Args>
+    void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const String& format, Args... args)
+    {
+        Forward([=](const char* text, MessageArgs list) { WriteFileOnly(flags, tag, text, list); }, format.c_str(),
+                args...);
+    }
+    template <class String, IfString<String> = 0, class... Args>
+    void WriteConsole(const String& format, Args... args)
+    {
+        Forward([this](const char* text, MessageArgs list) { WriteConsole(text, list); }, format.c_str(), args...);
+    }
+
     /// Seconds that are added to the system clock (UTC) when a stamp is made.
     std::int32_t GetTimeOffset() const { return mTimeOffset.load(std::memory_order_relaxed); }
     void SetTimeOffset(std::int32_t seconds) { mTimeOffset.store(seconds, std::memory_order_relaxed); }
@@ -75,6 +116,8 @@ protected:
     std::string TimeStamp() const;
 
 private:
+    static void Forward(const std::function<void(const char*, MessageArgs)>& operation, const char* format, ...);
+
     std::atomic<std::int32_t> mTimeOffset{0};
     std::array<std::atomic<std::uint8_t>, MaxDebugLevels> mFeatures{};
 };

@@ -77,7 +77,7 @@ void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
     const std::lock_guard<std::mutex> lock(sFileLock);
     // A closed file has no position (-1) and so never rotates.
     if (mFile.is_open() && static_cast<std::streamoff>(mFile.tellp()) > SizeLimit) Rotate();
-    if (Format(shape, mLine, format, args)) {
+    if (Format(shape, mLine, format, args) && mFile.is_open()) {
         WriteToFile(OverflowText, false);
         OnLogLine(OverflowText);
     }
