@@ -1,0 +1,74 @@
+#pragma once
+
+#include "Utilities/CommandLine/NodeManager.h"
+#include "Utilities/CommandLine/RemoteCommandServer.h"
+
+#include <boost/any.hpp>
+#include <boost/asio/io_service.hpp>
+#include <boost/asio/ip/tcp.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace cmd {
+
+/// The shell for service engineers: a tree of typed commands behind a TCP port. Commands run on the main service, so
+/// they may touch whatever lives there without a lock, and one that blocks stops the whole process for that time.
+class CommandLine
+{
+public:
+    using ReceivedCallback = std::function<void(const std::string& line)>;
+    using SentCallback = std::function<void(const std::string& name, const std::string& result)>;
+
+    /// Listens at once. Throws boost::system::system_error with a text that names the endpoint.
+    /// @param name of the program, for the greeting.
+    CommandLine(boost::asio::io_service& service, const boost::asio::ip::tcp::endpoint& endpoint,
+                const std::string& name);
+    ~CommandLine();
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    /// Adds a command at the top; see action::MakeAction for what the function may be.
+    template <class Callable>
+    void AddAction(const std::string& id, Callable&& function, const std::string& help)
+    {
+        Node::ValidateActionName(id);
+        mNodes->GetRoot().AddAction(action::MakeAction(id, std::forward<Callable>(function), help));
+    }
+    void AddNode(const std::shared_ptr<Node>& node);
+
+    /// Runs one line as it came from a client and gives what to answer, empty for nothing. Nothing that is typed makes
+    /// it throw.
+    /// @param context for commands that ask for it: the calling std::shared_ptr<ClientConnection>.
+    std::string Execute(const std::string& line, const boost::any& context = nullptr);
+
+    /// Runs the service on this thread until it is stopped; does nothing if it runs already.
+    void Run();
+    /// Does the same on a thread of its own, for a process whose main thread has other work.
+    void Start();
+    /// Stops the service, and joins the thread if there is one. Any thread.
+    void Stop();
+
+    /// Called with each line that is not blank, as it came, before its command runs.
+    void SetReceivedCallback(const ReceivedCallback& callback) { mReceived = callback; }
+    /// Called with the name of each command and its result, the line end included, after it has run.
+    void SetSentCallback(const SentCallback& callback) { mSent = callback; }
+
+    boost::asio::io_service& GetService() { return mService; }
+    RemoteCommandServer& GetServer() { return mServer; }
+
+private:
+    boost::asio::io_service& mService;
+    RemoteCommandServer mServer;
+    std::shared_ptr<NodeManager> mNodes;
+    std::thread mThread;
+    std::atomic<bool> mRunning{false};
+    ReceivedCallback mReceived;
+    SentCallback mSent;
+};
+
+} // namespace cmd

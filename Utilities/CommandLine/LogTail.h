@@ -1,0 +1,48 @@
+#pragma once
+
+#include <boost/asio/io_service.hpp>
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace cmd {
+
+class ClientConnection;
+
+/// The shell clients that follow the log, and the lines on their way to them.
+///
+/// Lines come from any thread and are handed to the main service, where all else lives. mLock guards the backlog; it
+/// is the innermost of all locks, and nothing here logs while it is held. The backlog is bounded: what comes when it
+/// is full, because the main service is stuck, is counted and told in one line.
+class LogTail : public std::enable_shared_from_this<LogTail>
+{
+public:
+    static constexpr std::size_t MaxBacklog = 1024 * 1024;
+
+    explicit LogTail(boost::asio::io_service& service) : mService(service) {}
+
+    /// Any thread, also with a lock of the log held. Costs one load while nobody tails.
+    void OnLogLine(const std::string& line);
+
+    // Main service only. What was logged before the call reaches the clients that tailed then. True if it changed
+    // anything.
+    bool Add(const std::shared_ptr<ClientConnection>& connection);
+    bool Remove(const std::shared_ptr<ClientConnection>& connection);
+
+private:
+    void Deliver();
+    std::string TakeBacklog();
+
+    boost::asio::io_service& mService;
+    std::vector<std::shared_ptr<ClientConnection>> mTailing;
+    std::atomic<std::size_t> mTailCount{0};
+    std::mutex mLock;
+    std::string mBacklog;
+    std::size_t mLost = 0;
+};
+
+} // namespace cmd

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Utilities/CommandLine/CommandNode.h"
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+namespace cmd {
+
+/// The tree of all commands. A command of the root has its plain name, one of a node "adma" a name such as
+/// "adma/status".
+class NodeManager
+{
+public:
+    class RootNode : public Node
+    {
+    public:
+        RootNode();
+        void AddNode(const std::shared_ptr<Node>& node);
+        void AddAction(const std::shared_ptr<action::Action>& action);
+    };
+
+    RootNode& GetRoot() { return mRoot; }
+
+    /// The command of a full name, null if there is none.
+    std::shared_ptr<action::Action> Find(const std::string& name) const;
+    /// One line for each command, the root's first, then node by node in the order of their names.
+    void PrintHelp(std::ostream& out) const;
+
+private:
+    RootNode mRoot;
+};
+
+} // namespace cmd
