@@ -1,0 +1,53 @@
+# Debian packages, for scripts that source this file. Nothing is asked and nothing is done where all is there.
+# shellcheck shell=bash
+
+is_installed() {
+    [[ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
+}
+
+# need_packages NAME...: installs those that are missing.
+need_packages() {
+    local name missing=() as_root=()
+    if ! command -v dpkg-query >/dev/null; then
+        echo "This is no Debian system; it is taken to have what these packages hold: $*" >&2
+        return
+    fi
+    for name in "$@"; do
+        is_installed "$name" || missing+=("$name")
+    done
+    if ! ((${#missing[@]})); then return; fi
+
+    echo "Missing Debian packages, to be installed now: ${missing[*]}"
+    if ((EUID != 0)); then
+        if ! command -v sudo >/dev/null; then
+            echo "Installing needs root, and there is no sudo. As root: apt-get install ${missing[*]}" >&2
+            exit 1
+        fi
+        as_root=(sudo)
+    fi
+    "${as_root[@]}" apt-get update --quiet
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install --quiet --yes --no-install-recommends "${missing[@]}"
+}
+
+# need_command COMMAND PACKAGE: for what other packages than Debian's may have brought too.
+need_command() {
+    command -v "$1" >/dev/null || need_packages "$2"
+}
+
+# need_preset ROOT NAME: what a build of the checkout with this CMake preset needs.
+need_preset() {
+    need_packages g++ make cmake ninja-build ccache pkg-config \
+        libboost-dev libboost-program-options-dev libboost-filesystem-dev libboost-system-dev \
+        libnl-3-dev libnl-genl-3-dev libgtest-dev libgmock-dev libbenchmark-dev
+    # scripts/breakpad fetches one source archive with it, once.
+    if ! compgen -G "$1/build/cache/*.tgz" >/dev/null; then need_command npm npm; fi
+    case $2 in
+    fuzz) need_packages clang ;;
+    armhf) need_packages g++-arm-linux-gnueabihf qemu-user ;;
+    esac
+}
+
+need_rig() {
+    need_packages iproute2 net-tools util-linux mount gzip
+}
