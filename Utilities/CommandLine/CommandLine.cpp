@@ -93,8 +93,10 @@ std::string CommandLine::Execute(const std::string& line, const boost::any& cont
 void CommandLine::Run()
 {
     if (mRunning.exchange(true)) return;
+    // A handler that throws ends this run, and the caller may want another.
+    const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> running(
+        &mRunning, [](std::atomic<bool>* flag) { *flag = false; });
     mService.run();
-    mRunning = false;
 }
 
 void CommandLine::Start()
