@@ -1,0 +1,22 @@
+#pragma once
+
+#include "OrbModule/Inc/UDPDispatcher/NetworkTimeMessage.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+/// Lets the log's clock follow the time of the network; the operating system's clock stays. Main thread.
+class HardwareManager
+{
+public:
+    HardwareManager() = default;
+    virtual ~HardwareManager() = default;
+
+    void OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMessage> message);
+
+    /// The offset that the log's clock needs to show the network's time; nothing if it is near enough as it is.
+    /// @param system seconds of the system clock; @param offset the log's present offset; @param network the
+    /// network's time. All in seconds, compared as unsigned 32-bit words.
+    static std::optional<std::int32_t> WorkOutOffset(std::uint32_t system, std::int32_t offset, std::uint32_t network);
+};

@@ -1,0 +1,53 @@
+#include "OrbModule/Inc/UDPDispatcher/HardwareManager.h"
+
+#include "Audit/Audit.h"
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+#include <string>
+#include <sys/time.h>
+
+namespace {
+
+constexpr std::uint32_t AllowedDifference = 5;
+
+/// With a line feed behind it.
+std::string TimeText(std::time_t time)
+{
+    std::tm local{};
+    char text[64];
+    if (!localtime_r(&time, &local) || !asctime_r(&local, text)) return "\n";
+    return text;
+}
+
+} // namespace
+
+std::optional<std::int32_t> HardwareManager::WorkOutOffset(std::uint32_t system, std::int32_t offset,
+                                                           std::uint32_t network)
+{
+    const std::uint32_t now = system + static_cast<std::uint32_t>(offset);
+    const std::uint32_t difference = now > network ? now - network : network - now;
+    if (difference <= AllowedDifference) return std::nullopt;
+    // The two words lie up to 136 years apart, an offset holds 68.
+    const double seconds = std::difftime(network, system);
+    return static_cast<std::int32_t>(std::clamp<double>(seconds, std::numeric_limits<std::int32_t>::min(),
+                                                        std::numeric_limits<std::int32_t>::max()));
+}
+
+void HardwareManager::OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMessage> message)
+{
+    timeval system{};
+    if (gettimeofday(&system, nullptr) != 0) return;
+    Audit* const audit = Audit::Instance();
+    const std::int32_t oldOffset = audit->GetTimeOffset();
+    const std::uint32_t network = message->GetTime();
+    const auto offset = WorkOutOffset(static_cast<std::uint32_t>(system.tv_sec), oldOffset, network);
+    if (!offset) return;
+
+    AUDIT_LOG(Information, "HardwareManager NetworkTimeMessage - Old time was %s\r",
+              TimeText(std::time(nullptr) + oldOffset).c_str());
+    AUDIT_LOG(Information, "HardwareManager NetworkTimeMessage - New time  is %s\r", TimeText(network).c_str());
+    audit->SetTimeOffset(*offset);
+    AUDIT_LOG(Information, "HardwareManager NetworkTimeMessage - Offset %d Added to Audit\r\n", *offset);
+}
