@@ -101,6 +101,12 @@ void ExternalClockManager::EnableAutoSelect()
     });
 }
 
+void ExternalClockManager::ForcePllSource(const ExternalClockSource& source)
+{
+    UseInternalClock();
+    Post([id = source.GetId()](ExternalClockManager& self) { self.mFsi->SetExternalPllSource(id); });
+}
+
 void ExternalClockManager::SetRateToCheck(std::uint32_t index)
 {
     FATAL_ASSERT(index < AcceptanceRanges.size(), "SetRateToCheck: no such range.");

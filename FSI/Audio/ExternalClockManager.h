@@ -67,13 +67,15 @@ public:
     /// Fired with the id of the selected source when the servo loop has locked.
     boost::signals2::signal<void(unsigned int id)> mClockLocked;
 
-    // These five post their work.
+    // These six post their work.
     void PrioritiseClockSource(const ExternalClockSource& source, std::int32_t priority, bool enable);
     void EnableClockSource(const ExternalClockSource& source);
     void DisableClockSource(const ExternalClockSource& source);
     /// Follows the internal clock until EnableAutoSelect.
     void UseInternalClock();
     void EnableAutoSelect();
+    /// As UseInternalClock, but after that the PLL is set to this source, without lock or loss being watched.
+    void ForcePllSource(const ExternalClockSource& source);
 
     /// Id of the source that is followed, 0 for the internal clock.
     std::uint32_t GetSelected() const { return mSelected; }
