@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FSI/Audio/ExternalClockSource.h"
 #include "OrbModule/Inc/Patching/iPatcher.h"
 
 #include <boost/asio/io_service.hpp>
@@ -13,7 +14,6 @@
 namespace audio {
 class AudioDmaEndpoint;
 class AudioDmaManager;
-class ExternalClockSource;
 } // namespace audio
 namespace fsi {
 class DeviceRegistry;

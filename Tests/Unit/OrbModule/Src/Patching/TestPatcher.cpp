@@ -1,0 +1,131 @@
+#include "Tests/Unit/OrbModule/Src/Patching/PatchBoard.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+using Feed = PatchBoard::Feed;
+
+Feed From(UINT8GIGEPORT port, std::uint32_t slot)
+{
+    return std::make_pair(port, slot);
+}
+
+/// Table writes since the record began: each starts with the address of the table.
+std::ptrdiff_t CountTableWrites(const simulation::SimulatedFpga& fpga)
+{
+    const auto record = fpga.GetRecord();
+    return std::count_if(record.begin(), record.end(), [](const auto& access) {
+        return access.block == "0003" && access.offset == 0x24 && access.value == 0xC0000;
+    });
+}
+
+} // namespace
+
+TEST(Patcher, EveryPortHasItsEndpointAndClock)
+{
+    std::vector<std::uint32_t> asked;
+    PatchBoard board(PatchBoard::BulkAddress, [&](std::uint32_t link) {
+        asked.push_back(link);
+        return PatchBoard::LinkAddress(link);
+    });
+    EXPECT_THAT(asked, ElementsAre(0, 0, 1, 1));
+    std::vector<std::uint32_t> clocks;
+    for (const auto& source : board.GetPatcher().GetClockSources())
+        clocks.push_back(source->GetId());
+    EXPECT_THAT(clocks, ElementsAre(4, 1, 2));
+    EXPECT_NE(board.GetPatcher().GetManager()->Get("bulk"), nullptr);
+    EXPECT_NE(board.GetPatcher().GetManager()->Get("k1"), nullptr);
+}
+
+TEST(Patcher, APatchOfEightSlotsIsOneTableWrite)
+{
+    PatchBoard board;
+    board.GetFpga().StartRecord();
+    LinkPatch patch{{0, {}}, {2, {}}};
+    for (std::uint32_t i = 0; i < 8; ++i) {
+        patch.source.slots.push_back(100 + i);
+        patch.destination.slots.push_back(511 - i);
+    }
+    board.GetPatcher().ProcessPatchUnpatch(patch, true);
+    EXPECT_EQ(CountTableWrites(board.GetFpga()), 1);
+    ASSERT_TRUE(board.WaitUntil([&] { return board.GetFeed(2, 504) == From(0, 107); }));
+    EXPECT_EQ(board.GetFeed(2, 511), From(0, 100));
+
+    // A source is not needed to silence.
+    board.GetPatcher().ProcessPatchUnpatch({{}, patch.destination}, false);
+    EXPECT_TRUE(board.WaitUntil([&] { return !board.GetFeed(2, 504) && !board.GetFeed(2, 511); }));
+}
+
+TEST(Patcher, WhatIsOutOfRangeIsLeftOut)
+{
+    PatchBoard board;
+    Patcher& patcher = board.GetPatcher();
+    patcher.ProcessPatchUnpatch({{1, {1, 512, 3, INVALID_TDM_SLOT, 5}}, {0, {11, 12, 513, 14, 15}}}, true);
+    patcher.ProcessPatchUnpatch({{1, {7, 8, 9}}, {2, {20}}}, true);
+    patcher.ProcessPatchUnpatch({{2, {31}}, {2, {30, 32}}}, true);
+    patcher.ProcessPatchUnpatch({{3, {1}}, {2, {40}}}, true);
+    patcher.ProcessPatchUnpatch({{255, {}}, {255, {}}}, true);
+    patcher.ProcessPatchUnpatch({{1, {1}}, {3, {41}}}, true);
+    patcher.ProcessPatchUnpatch({{}, {0, {600, INVALID_TDM_SLOT}}}, false);
+    patcher.ProcessPatchUnpatch({{}, {17, {1}}}, false);
+    patcher.ProcessPatchUnpatch({{1, {99}}, {2, {511}}}, true);
+    ASSERT_TRUE(board.WaitUntil([&] { return board.GetFeed(2, 511) == From(1, 99); }));
+    const auto table = board.GetFpga().GetActiveTable();
+    EXPECT_EQ(std::count_if(table.begin(), table.end(), [](std::uint32_t word) { return (word >> 12) != 0; }), 5);
+    EXPECT_EQ(board.GetFeed(0, 11), From(1, 1));
+    EXPECT_EQ(board.GetFeed(0, 15), From(1, 5));
+    EXPECT_EQ(board.GetFeed(2, 20), From(1, 7));
+    EXPECT_EQ(board.GetFeed(2, 30), From(2, 31));
+}
+
+TEST(Patcher, ADepartingDeviceIsOneTableWrite)
+{
+    PatchBoard board;
+    Patcher& patcher = board.GetPatcher();
+    patcher.ProcessPatchUnpatch({{1, {1, 2}}, {0, {0, 1}}}, true);
+    patcher.ProcessPatchUnpatch({{1, {3}}, {2, {4}}}, true);
+    ASSERT_TRUE(board.WaitUntil([&] { return board.GetFeed(2, 4) == From(1, 3); }));
+    board.GetFpga().StartRecord();
+    patcher.ProcessUnpatches({{{}, {0, {0}}}, {{}, {2, {4}}}});
+    EXPECT_EQ(CountTableWrites(board.GetFpga()), 1);
+    ASSERT_TRUE(board.WaitUntil([&] { return !board.GetFeed(0, 0) && !board.GetFeed(2, 4); }));
+    EXPECT_EQ(board.GetFeed(0, 1), From(1, 2));
+
+    board.GetFpga().StartRecord();
+    patcher.ProcessUnpatches({});
+    EXPECT_EQ(CountTableWrites(board.GetFpga()), 1);
+    patcher.RemoveAllPatches();
+    EXPECT_EQ(CountTableWrites(board.GetFpga()), 2);
+    EXPECT_TRUE(board.WaitUntil([&] { return !board.GetFeed(0, 1); }));
+}
+
+TEST(Patcher, AnAddressThatTheEngineCannotTakeEndsTheStartWithAText)
+{
+    const struct
+    {
+        std::uint8_t bulk, link0, link1;
+        const char* text;
+    } cases[] = {
+        {0, 1, 2, "address 0 of the bulk audio block is not 1 to 7"},
+        {8, 1, 2, "address 8 of the bulk audio block is not 1 to 7"},
+        {3, 0, 2, "address 0 of k2link0 is not 1 to 7"},
+        {3, 1, 255, "address 255 of k2link1 is not 1 to 7"},
+        {3, 3, 2, "address 3 of k2link0 is that of another endpoint"},
+        {3, 1, 1, "address 1 of k2link1 is that of another endpoint"},
+    };
+    for (const auto& c : cases) {
+        try {
+            PatchBoard board(c.bulk, [&](std::uint32_t link) { return link == 0 ? c.link0 : c.link1; });
+            ADD_FAILURE() << "started with " << c.text;
+        } catch (const std::runtime_error& error) {
+            EXPECT_THAT(error.what(), HasSubstr(c.text));
+        }
+    }
+}
