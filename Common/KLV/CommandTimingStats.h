@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Timers/Source/EventTimerManager.h"
+
+#include <cstdint>
+#include <map>
+
+/// High-water marks of the process's main loops, reported to the log under TimingStatsDebug: 30 s after the first use
+/// and then every 15 minutes. The figures stand until the process ends.
+///
+/// Lives on the socket thread: the streams feed it there, and the timers are serviced there.
+class CommandTimingStats : public IEventTimerHandler, public IEventStatistics
+{
+public:
+    /// Made on first use, in any thread.
+    static CommandTimingStats& Instance();
+
+    /// The command that a stream is about to hand over.
+    void SetCurrentKey(std::uint32_t key)
+    {
+        mInCommand = true;
+        mCurrentKey = key;
+    }
+    /// @param force also while TimingStatsDebug is off.
+    void Report(bool force);
+
+    void OnTimer(boost::shared_ptr<IEventTimer> timer) override;
+    void SetEventCount(std::uint32_t count) override { mEventCount = count; }
+    void RaiseMaxEvents(std::uint32_t count) override;
+
+private:
+    CommandTimingStats();
+
+    std::uint32_t mMaxCommandTime = 0;
+    std::uint32_t mMaxEventTime = 0;
+    std::uint32_t mMaxLogTime = 0;
+    std::uint32_t mLogStalls = 0;
+    std::uint32_t mMaxActioned = 0;
+    std::uint32_t mMaxEvents = 0;
+    std::uint32_t mEventCount = 0;
+    bool mInCommand = false;
+    std::uint32_t mCurrentKey = 0;
+    std::map<std::uint32_t, std::uint32_t> mCommandTimes;
+    EventTimerManager::Timer mTimer;
+};

@@ -1,0 +1,143 @@
+#pragma once
+
+// All commands that this process handles or builds: their headers, and lists to walk over them.
+
+#include "Common/KLV/CommandIdTexts.h"
+#include "Common/KLV/Commands/AoIPAddressesCmd.h"
+#include "Common/KLV/Commands/AudioPatchFailedCmd.h"
+#include "Common/KLV/Commands/AudioPatchRetryForHidCmd.h"
+#include "Common/KLV/Commands/ChainLengthCmd.h"
+#include "Common/KLV/Commands/DanteConfigChange.h"
+#include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
+#include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
+#include "Common/KLV/Commands/ForwardToActiveCmd.h"
+#include "Common/KLV/Commands/GpiInfoRequest.h"
+#include "Common/KLV/Commands/IoActiveAudio.h"
+#include "Common/KLV/Commands/IoActiveRouter.h"
+#include "Common/KLV/Commands/IoBoxInternalsCmd.h"
+#include "Common/KLV/Commands/IoGPIUpdate.h"
+#include "Common/KLV/Commands/IoInfo.h"
+#include "Common/KLV/Commands/IoInfoCard.h"
+#include "Common/KLV/Commands/IoInfoDevReq.h"
+#include "Common/KLV/Commands/IoInfoK2Mod.h"
+#include "Common/KLV/Commands/IoInfoReq.h"
+#include "Common/KLV/Commands/IoInfoReqEx.h"
+#include "Common/KLV/Commands/IoK2ModPortData.h"
+#include "Common/KLV/Commands/IoOutputMuteCmd.h"
+#include "Common/KLV/Commands/IoOutputsOffsetCmd.h"
+#include "Common/KLV/Commands/IoPortSetLinkCmd.h"
+#include "Common/KLV/Commands/IoSampleRateCapabilities.h"
+#include "Common/KLV/Commands/IoSetGPOParams.h"
+#include "Common/KLV/Commands/IoSetGPOPatch.h"
+#include "Common/KLV/Commands/IoSetInputParams.h"
+#include "Common/KLV/Commands/IoSetOutputGain.h"
+#include "Common/KLV/Commands/IoSetSampleRateCmd.h"
+#include "Common/KLV/Commands/IoSyncSwap.h"
+#include "Common/KLV/Commands/ModIOCardFailure.h"
+#include "Common/KLV/Commands/OstrelPingCmd.h"
+#include "Common/KLV/Commands/PatchSucessfulCmd.h"
+#include "Common/KLV/Commands/PortBitmapCmd.h"
+#include "Common/KLV/Commands/RemoteCableStateCmd.h"
+#include "Common/KLV/Commands/RemoteIoUpdate.h"
+#include "Common/KLV/Commands/RemoteRouterUpdate.h"
+#include "Common/KLV/Commands/RenamePortCmd.h"
+#include "Common/KLV/Commands/RequestActiveMcsCmd.h"
+#include "Common/KLV/Commands/RestartMCSLinkCmd.h"
+#include "Common/KLV/Commands/RouterDetectTimeAllowanceCmd.h"
+#include "Common/KLV/Commands/RouterInfo.h"
+#include "Common/KLV/Commands/RouterInfoReq.h"
+#include "Common/KLV/Commands/RouterMcsUpdate.h"
+#include "Common/KLV/Commands/RouterPatchAudio.h"
+#include "Common/KLV/Commands/SDIMetaDataPresetResponseCmd.h"
+#include "Common/KLV/Commands/SetDolbyEModuleSource.h"
+#include "Common/KLV/Commands/SetRouterSampleRateCmd.h"
+#include "Common/KLV/Commands/SetSDIMetaDataCmd.h"
+#include "Common/KLV/Commands/SetSDIMetaDataDisableCmd.h"
+#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "Common/KLV/Commands/SornMixedHIDError.h"
+
+#include <cstdint>
+
+namespace Klv {
+
+enum class Direction : std::uint8_t { Received = 1, Sent = 2, Both = 3 };
+
+/// One command: its class, the name of that, and which way it goes. Any received command can also leave again whole.
+template <class Class, Direction Way>
+struct CommandRow
+{
+    using Command = Class;
+    static constexpr Direction DIRECTION = Way;
+    static constexpr bool IS_RECEIVED = Way != Direction::Sent;
+    const char* name;
+};
+
+/// Calls visitor(CommandRow) for each of the 52 commands, by number.
+template <class Visitor>
+void VisitCommands(Visitor&& visitor)
+{
+    visitor(CommandRow<RestartMCSLinkCmd, Direction::Sent>{"RestartMCSLinkCmd"});
+    visitor(CommandRow<SetRouterSampleRateCmd, Direction::Received>{"SetRouterSampleRateCmd"});
+    visitor(CommandRow<IoInfoReq, Direction::Both>{"IoInfoReq"});
+    visitor(CommandRow<IoInfo, Direction::Received>{"IoInfo"});
+    visitor(CommandRow<IoSetInputParams, Direction::Received>{"IoSetInputParams"});
+    visitor(CommandRow<IoSetGPOPatch, Direction::Received>{"IoSetGPOPatch"});
+    visitor(CommandRow<IoGPIUpdate, Direction::Received>{"IoGPIUpdate"});
+    visitor(CommandRow<IoActiveRouter, Direction::Sent>{"IoActiveRouter"});
+    visitor(CommandRow<IoActiveAudio, Direction::Received>{"IoActiveAudio"});
+    visitor(CommandRow<IoSetOutputGain, Direction::Received>{"IoSetOutputGain"});
+    visitor(CommandRow<IoInfoCard, Direction::Received>{"IoInfoCard"});
+    visitor(CommandRow<IoPortSetLinkCmd, Direction::Received>{"IoPortSetLinkCmd"});
+    visitor(CommandRow<IoInfoDevReq, Direction::Both>{"IoInfoDevReq"});
+    visitor(CommandRow<PortBitmapCmd, Direction::Both>{"PortBitmapCmd"});
+    visitor(CommandRow<IoOutputMuteCmd, Direction::Received>{"IoOutputMuteCmd"});
+    visitor(CommandRow<SetSDIMetaDataCmd, Direction::Received>{"SetSDIMetaDataCmd"});
+    visitor(CommandRow<SetDolbyEModuleSource, Direction::Received>{"SetDolbyEModuleSource"});
+    visitor(CommandRow<IoOutputsOffsetCmd, Direction::Received>{"IoOutputsOffsetCmd"});
+    visitor(CommandRow<IoInfoK2Mod, Direction::Received>{"IoInfoK2Mod"});
+    visitor(CommandRow<IoK2ModPortData, Direction::Received>{"IoK2ModPortData"});
+    visitor(CommandRow<RouterInfo, Direction::Both>{"RouterInfo"});
+    visitor(CommandRow<RemoteIoUpdate, Direction::Both>{"RemoteIoUpdate"});
+    visitor(CommandRow<RemoteRouterUpdate, Direction::Both>{"RemoteRouterUpdate"});
+    visitor(CommandRow<RouterInfoReq, Direction::Both>{"RouterInfoReq"});
+    visitor(CommandRow<RouterMcsUpdate, Direction::Sent>{"RouterMcsUpdate"});
+    visitor(CommandRow<AudioPatchFailedCmd, Direction::Sent>{"AudioPatchFailedCmd"});
+    visitor(CommandRow<AudioPatchRetryForHidCmd, Direction::Both>{"AudioPatchRetryForHidCmd"});
+    visitor(CommandRow<OstrelPingCmd, Direction::Both>{"OstrelPingCmd"});
+    visitor(CommandRow<PatchSucessfulCmd, Direction::Both>{"PatchSucessfulCmd"});
+    visitor(CommandRow<IoBoxInternalsCmd, Direction::Sent>{"IoBoxInternalsCmd"});
+    visitor(CommandRow<RequestActiveMcsCmd, Direction::Received>{"RequestActiveMcsCmd"});
+    visitor(CommandRow<GpiInfoRequest, Direction::Sent>{"GpiInfoRequest"});
+    visitor(CommandRow<ChainLengthCmd, Direction::Received>{"ChainLengthCmd"});
+    visitor(CommandRow<DanteConfigChange, Direction::Received>{"DanteConfigChange"});
+    visitor(CommandRow<ModIOCardFailure, Direction::Received>{"ModIOCardFailure"});
+    visitor(CommandRow<RenamePortCmd, Direction::Received>{"RenamePortCmd"});
+    visitor(CommandRow<IoSetGPOParams, Direction::Received>{"IoSetGPOParams"});
+    visitor(CommandRow<IoSampleRateCapabilities, Direction::Received>{"IoSampleRateCapabilities"});
+    visitor(CommandRow<IoSetSampleRateCmd, Direction::Both>{"IoSetSampleRateCmd"});
+    visitor(CommandRow<IoInfoReqEx, Direction::Sent>{"IoInfoReqEx"});
+    visitor(CommandRow<ForwardToActiveCmd, Direction::Both>{"ForwardToActiveCmd"});
+    visitor(CommandRow<RouterDetectTimeAllowanceCmd, Direction::Received>{"RouterDetectTimeAllowanceCmd"});
+    visitor(CommandRow<RouterPatchAudio, Direction::Both>{"RouterPatchAudio"});
+    visitor(CommandRow<AoIPAddressesCmd, Direction::Received>{"AoIPAddressesCmd"});
+    visitor(CommandRow<IoSyncSwap, Direction::Received>{"IoSyncSwap"});
+    visitor(CommandRow<RemoteCableStateCmd, Direction::Sent>{"RemoteCableStateCmd"});
+    visitor(CommandRow<SetSDIMetaDataDisableCmd, Direction::Received>{"SetSDIMetaDataDisableCmd"});
+    visitor(CommandRow<SDIMetaDataPresetResponseCmd, Direction::Received>{"SDIMetaDataPresetResponseCmd"});
+    visitor(CommandRow<DevicesToCheckAndUpdateCmd, Direction::Sent>{"DevicesToCheckAndUpdateCmd"});
+    visitor(CommandRow<DeviceCheckResultsCmd, Direction::Received>{"DeviceCheckResultsCmd"});
+    visitor(
+        CommandRow<SornMasterRouterNotification::Command, Direction::Sent>{"SornMasterRouterNotification::Command"});
+    visitor(CommandRow<SornMixedHIDError, Direction::Sent>{"SornMixedHIDError"});
+}
+
+/// Calls visitor(CommandRow) for each of the 41 commands that the dispatcher takes.
+template <class Visitor>
+void VisitReceivedCommands(Visitor&& visitor)
+{
+    VisitCommands([&](auto row) {
+        if constexpr (decltype(row)::IS_RECEIVED) visitor(row);
+    });
+}
+
+} // namespace Klv

@@ -1,0 +1,26 @@
+#include "Common/KLV/Commands/PortBitmapCmd.h"
+
+namespace Klv {
+
+void FieldCodec<PortBitmapEntries>::Write(KLVWriteSet& set, const PortBitmapEntries& entries)
+{
+    set.WriteNative(static_cast<std::uint32_t>(entries.size()));
+    for (const auto& [port, entry] : entries) {
+        set.WriteNative(port);
+        set.WriteNative(entry.word);
+        set.WriteNative(static_cast<std::uint8_t>(entry.secondary ? 1 : 0));
+    }
+}
+
+void FieldCodec<PortBitmapEntries>::Read(KLVReadSet& set, PortBitmapEntries& entries)
+{
+    entries.clear();
+    for (std::uint32_t left = set.ReadCount(ENTRY_SIZE); left > 0; --left) {
+        std::uint16_t port = 0;
+        PortBitmapEntry entry;
+        if (!set.ReadNative(port) || !set.ReadNative(entry.word) || !set.ReadNative(entry.secondary)) return;
+        entries[port] = entry;
+    }
+}
+
+} // namespace Klv

@@ -1,0 +1,207 @@
+#pragma once
+
+#include "Common/KLV/KLVReadSet.h"
+#include "Common/KLV/KLVWriteSet.h"
+#include "MiscSource/Hid.h"
+#include "MiscSource/IoPort.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+// How each type of field stands on the wire: GetFieldLength, WriteField, ReadField. A command's own record types add
+// theirs by having a VisitFields of their own.
+
+namespace Klv {
+
+/// An enumeration in a byte field whatever its own width.
+template <class Enumeration>
+class ByteField
+{
+public:
+    constexpr ByteField() = default;
+    constexpr ByteField(Enumeration value) : mValue(value) {}
+    constexpr operator Enumeration() const { return mValue; }
+
+private:
+    Enumeration mValue{};
+};
+
+template <class Type>
+struct FieldCodec;
+
+template <class Type>
+std::uint32_t GetFieldLength(const Type& value)
+{
+    return FieldCodec<Type>::GetLength(value);
+}
+template <class Type>
+void WriteField(KLVWriteSet& set, const Type& value)
+{
+    FieldCodec<Type>::Write(set, value);
+}
+template <class Type>
+void ReadField(KLVReadSet& set, Type& value)
+{
+    FieldCodec<Type>::Read(set, value);
+}
+
+// A record: the fields of VisitFields in a row.
+template <class Type>
+struct FieldCodec
+{
+    static std::uint32_t GetLength(const Type& record)
+    {
+        std::uint32_t length = 0;
+        Type::VisitFields(record, [&](const char*, const auto& field) { length += GetFieldLength(field); });
+        return length;
+    }
+    static void Write(KLVWriteSet& set, const Type& record)
+    {
+        Type::VisitFields(record, [&](const char*, const auto& field) { WriteField(set, field); });
+    }
+    static void Read(KLVReadSet& set, Type& record)
+    {
+        Type::VisitFields(record, [&](const char*, auto& field) { ReadField(set, field); });
+    }
+};
+
+/// A field that is a number on the wire.
+template <class Type, class Number>
+struct NumberCodec
+{
+    static std::uint32_t GetLength(const Type&) { return sizeof(Number); }
+    static void Write(KLVWriteSet& set, const Type& value) { set.WriteNative(static_cast<Number>(value)); }
+    static void Read(KLVReadSet& set, Type& value)
+    {
+        Number number{};
+        if (set.ReadNative(number)) value = static_cast<Type>(number);
+    }
+};
+
+template <>
+struct FieldCodec<bool> : NumberCodec<bool, bool>
+{};
+template <>
+struct FieldCodec<std::int8_t> : NumberCodec<std::int8_t, std::int8_t>
+{};
+template <>
+struct FieldCodec<std::uint8_t> : NumberCodec<std::uint8_t, std::uint8_t>
+{};
+template <>
+struct FieldCodec<std::int16_t> : NumberCodec<std::int16_t, std::int16_t>
+{};
+template <>
+struct FieldCodec<std::uint16_t> : NumberCodec<std::uint16_t, std::uint16_t>
+{};
+template <>
+struct FieldCodec<std::int32_t> : NumberCodec<std::int32_t, std::int32_t>
+{};
+template <>
+struct FieldCodec<std::uint32_t> : NumberCodec<std::uint32_t, std::uint32_t>
+{};
+template <>
+struct FieldCodec<Hid> : NumberCodec<Hid, std::uint32_t>
+{};
+
+/// An enumeration with the width of its underlying type.
+template <class Enumeration>
+struct EnumCodec : NumberCodec<Enumeration, std::underlying_type_t<Enumeration>>
+{};
+
+template <class Enumeration>
+struct FieldCodec<ByteField<Enumeration>>
+{
+    using Field = ByteField<Enumeration>;
+    static std::uint32_t GetLength(const Field&) { return 1; }
+    static void Write(KLVWriteSet& set, const Field& value)
+    {
+        set.WriteNative(static_cast<std::uint8_t>(static_cast<Enumeration>(value)));
+    }
+    static void Read(KLVReadSet& set, Field& value)
+    {
+        std::uint8_t number = 0;
+        if (set.ReadNative(number)) value = static_cast<Enumeration>(number);
+    }
+};
+
+template <>
+struct FieldCodec<IoPort>
+{
+    static std::uint32_t GetLength(const IoPort&) { return 8; }
+    static void Write(KLVWriteSet& set, const IoPort& port)
+    {
+        set.WriteNative(std::uint32_t{port.GetHid()});
+        set.WriteNative(port.GetStyleAndIndex());
+    }
+    static void Read(KLVReadSet& set, IoPort& port)
+    {
+        std::uint32_t hid = port.GetHid();
+        std::uint32_t styleAndIndex = port.GetStyleAndIndex();
+        if (set.ReadNative(hid) && set.ReadNative(styleAndIndex)) port = IoPort::FromWords(hid, styleAndIndex);
+    }
+};
+
+template <>
+struct FieldCodec<std::string>
+{
+    static std::uint32_t GetLength(const std::string& text) { return 4 + static_cast<std::uint32_t>(text.size()); }
+    static void Write(KLVWriteSet& set, const std::string& text) { set.WriteString(text); }
+    static void Read(KLVReadSet& set, std::string& text) { set.ReadString(text); }
+};
+
+/// A count, and the elements in a row.
+template <class Element>
+struct FieldCodec<std::vector<Element>>
+{
+    static std::uint32_t GetLength(const std::vector<Element>& elements)
+    {
+        std::uint32_t length = 4;
+        for (const Element& element : elements)
+            length += GetFieldLength(element);
+        return length;
+    }
+    static void Write(KLVWriteSet& set, const std::vector<Element>& elements)
+    {
+        set.WriteNative(static_cast<std::uint32_t>(elements.size()));
+        for (const Element& element : elements)
+            WriteField(set, element);
+    }
+    static void Read(KLVReadSet& set, std::vector<Element>& elements)
+    {
+        elements.clear();
+        // The smallest form of an element is that of a fresh one.
+        for (std::uint32_t left = set.ReadCount(GetFieldLength(Element{})); left > 0 && !set.IsBad(); --left) {
+            Element element{};
+            ReadField(set, element);
+            if (!set.IsBad()) elements.push_back(std::move(element));
+        }
+    }
+};
+
+/// A fixed number of fields in a row, without a count.
+template <class Element, std::size_t Size>
+struct FieldCodec<std::array<Element, Size>>
+{
+    static std::uint32_t GetLength(const std::array<Element, Size>& elements)
+    {
+        std::uint32_t length = 0;
+        for (const Element& element : elements)
+            length += GetFieldLength(element);
+        return length;
+    }
+    static void Write(KLVWriteSet& set, const std::array<Element, Size>& elements)
+    {
+        for (const Element& element : elements)
+            WriteField(set, element);
+    }
+    static void Read(KLVReadSet& set, std::array<Element, Size>& elements)
+    {
+        for (Element& element : elements)
+            ReadField(set, element);
+    }
+};
+
+} // namespace Klv

@@ -1,0 +1,178 @@
+#include "Timers/Source/EventTimerManager.h"
+
+#include "Audit/Audit.h"
+
+#include <boost/core/demangle.hpp>
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <ctime>
+#include <typeinfo>
+
+namespace {
+
+constexpr std::int64_t SlowMs = 2000;
+constexpr std::uint32_t ManyEvents = 5;
+constexpr std::int32_t MicrosecondsPerSecond = 1000000;
+
+bool ReadMonotonicClock(MonotonicTime& time)
+{
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
+    time.seconds = static_cast<std::int32_t>(now.tv_sec);
+    time.microseconds = static_cast<std::int32_t>(now.tv_nsec / 1000);
+    return true;
+}
+
+MonotonicTime DueTime(const MonotonicTime& now, std::uint32_t interval, bool repeats)
+{
+    // Due again within the pass that arms it, a timer would keep that pass going for ever.
+    if (interval == 0 && repeats) interval = 1;
+    MonotonicTime due = now;
+    due.seconds += static_cast<std::int32_t>(interval / MicrosecondsPerSecond);
+    due.microseconds += static_cast<std::int32_t>(interval % MicrosecondsPerSecond);
+    if (due.microseconds >= MicrosecondsPerSecond) {
+        due.microseconds -= MicrosecondsPerSecond;
+        ++due.seconds;
+    }
+    return due;
+}
+
+} // namespace
+
+std::uint32_t EventTimerManager::sLastId = 0;
+
+EventTimerManager::EventTimerManager() : mClock(ReadMonotonicClock) {}
+
+EventTimerManager& EventTimerManager::Instance()
+{
+    static EventTimerManager* const sManager = new EventTimerManager;
+    return *sManager;
+}
+
+EventTimerManager::Timer EventTimerManager::CreateTimer(const std::string& name, IEventTimerHandler* handler,
+                                                        std::uint32_t interval, std::uint32_t repeat,
+                                                        std::uint32_t userValue, TimerUnits units)
+{
+    sLastId += sLastId == 0xFFFFFFFF ? 2 : 1;
+    AUDIT_LOG(TimingStatsDebug, "New Timer '%s' ID=%lu\n", name.c_str(), static_cast<unsigned long>(sLastId));
+    return boost::make_shared<EventTimerProxy>(sLastId, handler, interval, repeat, userValue, units);
+}
+
+MonotonicTime EventTimerManager::Now() const
+{
+    MonotonicTime now;
+    if (!mClock(now)) {
+        AuditAssertFailed(__FILE__, __LINE__, "CurrentTime.SetToMonotonicTime()");
+        now = {};
+    }
+    return now;
+}
+
+bool EventTimerManager::Start(const Timer& timer)
+{
+    return Start(Now(), timer);
+}
+
+bool EventTimerManager::Start(const MonotonicTime& now, const Timer& timer)
+{
+    if (!timer) {
+        AuditAssertFailed(__FILE__, __LINE__, "false");
+        return false;
+    }
+    Stop(timer->GetId());
+    EventTimerImpl& impl = timer->mImpl;
+    impl.mDue = DueTime(now, impl.mInterval, impl.mRepeat != 0);
+    impl.mRunning = true;
+    const auto place = std::find_if(mTimers.begin(), mTimers.end(),
+                                    [&impl](const Timer& other) { return !(other->mImpl.mDue < impl.mDue); });
+    mTimers.insert(place, timer);
+    return true;
+}
+
+std::list<EventTimerManager::Timer>::const_iterator EventTimerManager::Find(std::uint32_t id) const
+{
+    return std::find_if(mTimers.begin(), mTimers.end(), [id](const Timer& timer) { return timer->GetId() == id; });
+}
+
+bool EventTimerManager::Stop(std::uint32_t id)
+{
+    const auto entry = Find(id);
+    if (entry == mTimers.end()) return false;
+    (*entry)->mImpl.mRunning = false;
+    // A timer stands in the list once: Start takes it out before it puts it in.
+    mTimers.erase(entry);
+    return true;
+}
+
+bool EventTimerManager::IsRunning(std::uint32_t id) const
+{
+    const auto entry = Find(id);
+    return entry != mTimers.end() && (*entry)->IsRunning();
+}
+
+std::pair<std::int32_t, std::int32_t> EventTimerManager::GetTimeToNext() const
+{
+    if (mTimers.empty()) return {1, 0};
+    const MonotonicTime now = Now();
+    const MonotonicTime& due = mTimers.front()->mImpl.mDue;
+    std::int32_t seconds = due.seconds - now.seconds;
+    std::int32_t microseconds = due.microseconds - now.microseconds;
+    if (microseconds < 0) {
+        microseconds += MicrosecondsPerSecond;
+        --seconds;
+    }
+    return {seconds, microseconds};
+}
+
+void EventTimerManager::Service()
+{
+    if (mTimers.empty()) return;
+    MonotonicTime now;
+    MonotonicTime loopStart;
+    if (!mClock(now) || !mClock(loopStart)) return;
+    if (mStatistics) mStatistics->SetEventCount(0);
+    std::uint32_t events = 0;
+    while (!mTimers.empty() && !(now < mTimers.front()->mImpl.mDue)) {
+        ++events;
+        if (mStatistics) mStatistics->SetEventCount(events);
+        Run(now);
+    }
+    EndPass(events, loopStart);
+}
+
+void EventTimerManager::Run(const MonotonicTime& now)
+{
+    const Timer timer = mTimers.front();
+    mTimers.pop_front();
+    EventTimerImpl& impl = timer->mImpl;
+    const MonotonicTime due = impl.mDue;
+    if (impl.mRepeat != 0) {
+        Start(now, timer);
+    } else {
+        impl.mRunning = false;
+    }
+    MonotonicTime start;
+    if (mClock(start)) impl.mElapsed = static_cast<std::int32_t>(MillisecondsBetween(start, due));
+    IEventTimerHandler& handler = *impl.mHandler;
+    // The handler may go away in its call, its name must not.
+    const char* const name = typeid(handler).name();
+    handler.OnTimer(timer);
+    MonotonicTime end;
+    if (!mClock(end)) return;
+    const std::int64_t took = MillisecondsBetween(end, start);
+    if (took > SlowMs) {
+        AUDIT_STREAM(Information, "ProcessTimerEvent Object " << boost::core::demangle(name) << " Ms in service call "
+                                                              << took << "\r\n");
+    }
+}
+
+void EventTimerManager::EndPass(std::uint32_t events, const MonotonicTime& start)
+{
+    MonotonicTime end;
+    if (mClock(end) && MillisecondsBetween(end, start) > SlowMs) {
+        AUDIT_STREAM(Information, "Timer manager Ms in service loop " << MillisecondsBetween(end, start) << "\r\n");
+    }
+    if (events > ManyEvents) AUDIT_LOG(TimingStatsDebug, "NumEvents = %lu\n", static_cast<unsigned long>(events));
+    if (mStatistics) mStatistics->RaiseMaxEvents(events);
+}

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Timers/Source/EventTimer.h"
+
+#include <boost/shared_ptr.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <string>
+#include <utility>
+
+/// What the manager tells of its passes; the statistics of the process implement it.
+class IEventStatistics
+{
+public:
+    virtual ~IEventStatistics() = default;
+    /// Timers run so far in this pass.
+    virtual void SetEventCount(std::uint32_t count) = 0;
+    /// Timers run in a pass that is over.
+    virtual void RaiseMaxEvents(std::uint32_t count) = 0;
+};
+
+/// The process-wide list of polled timers. Nothing runs by itself: the owner of a loop calls Service. All operations
+/// come from that one thread; there is no lock.
+class EventTimerManager
+{
+public:
+    using Timer = boost::shared_ptr<EventTimerProxy>;
+    /// Reads the monotonic clock; false if that failed.
+    using Clock = std::function<bool(MonotonicTime&)>;
+
+    EventTimerManager();
+    EventTimerManager(const EventTimerManager&) = delete;
+    EventTimerManager& operator=(const EventTimerManager&) = delete;
+
+    /// Made on first use and never destroyed.
+    static EventTimerManager& Instance();
+
+    /// A timer that does not run yet. The name is for the log alone.
+    Timer CreateTimer(const std::string& name, IEventTimerHandler* handler, std::uint32_t interval,
+                      std::uint32_t repeat, std::uint32_t userValue, TimerUnits units);
+    /// Arms the timer; one that runs is moved. False for a null pointer.
+    bool Start(const Timer& timer);
+    bool Start(const MonotonicTime& now, const Timer& timer);
+    /// False if no timer of that id runs.
+    bool Stop(std::uint32_t id);
+    bool IsRunning(std::uint32_t id) const;
+    /// Seconds and microseconds until the next timer is due, 1 s without one. The seconds are negative if it is
+    /// overdue.
+    std::pair<std::int32_t, std::int32_t> GetTimeToNext() const;
+    /// Runs the timers that are due. A repeating timer of interval 0 runs once a pass.
+    void Service();
+
+    void SetClock(const Clock& clock) { mClock = clock; }
+    /// Null for nobody.
+    void SetStatistics(IEventStatistics* statistics) { mStatistics = statistics; }
+    /// The id that the next timer counts on from.
+    static void SetLastId(std::uint32_t id) { sLastId = id; }
+
+private:
+    MonotonicTime Now() const;
+    std::list<Timer>::const_iterator Find(std::uint32_t id) const;
+    void Run(const MonotonicTime& now);
+    void EndPass(std::uint32_t events, const MonotonicTime& start);
+
+    std::list<Timer> mTimers;
+    Clock mClock;
+    IEventStatistics* mStatistics = nullptr;
+    static std::uint32_t sLastId;
+};
