@@ -57,6 +57,15 @@ std::uint32_t ControlChannel::Register(const std::string& block, unsigned int of
     return static_cast<std::uint32_t>(std::stoul(AskOne("reg " + block + " " + text.data()), nullptr, 16));
 }
 
+void ControlChannel::WaitForRegister(const std::string& block, unsigned int offset, std::uint32_t mask,
+                                     std::uint32_t value, Milliseconds patience)
+{
+    const Deadline deadline(patience);
+    while ((Register(block, offset) & mask) != value) {
+        if (deadline.HasPassed()) throw NotSeen("a register of block " + block + " has not changed");
+    }
+}
+
 std::optional<Sample> ControlChannel::Probe(Sample sink)
 {
     const std::string answer = AskOne("probe " + sink.Text());

@@ -17,7 +17,14 @@ Command Module::MakeCommand(const ModuleSetup& setup)
     return command;
 }
 
-Module::Module(const ModuleSetup& setup, Milliseconds patience) : mProcess(MakeCommand(setup))
+Command Module::MakeLinkDriverCommand()
+{
+    return {{ProgramPath("LinkDriverSim"), LinkDriverPath}};
+}
+
+Module::Module(const ModuleSetup& setup, Milliseconds patience)
+    : mLinkDriver(MakeLinkDriverCommand()),
+      mProcess((mLinkDriver.WaitForOutput("LinkDriverSim ready", 0, patience), MakeCommand(setup)))
 {
     mProcess.WaitForOutput("Run...........", 0, patience);
 }

@@ -9,22 +9,27 @@
 
 namespace stage {
 
+/// Socket of the simulated link driver, in the rig's own /tmp.
+constexpr char LinkDriverPath[] = "/tmp/LinkDriverSim.control";
+
 struct ModuleSetup
 {
     std::string program = ProgramPath("OrbModuleSim");
     std::vector<std::string> arguments{};
 };
 
-/// The module on the stage: OrbModuleSim as a program of its own, in the module's namespace of the rig.
+/// The module on the stage: OrbModuleSim, and beside it the simulated link driver, which is there before it as a
+/// kernel driver is. Both are programs of their own, in the module's namespace of the rig.
 class Module
 {
 public:
-    /// Starts the program and does not wait for anything: for scenes in which it is not to come up.
+    /// Starts the module and does not wait for anything: for scenes in which it is not to come up.
     static Command MakeCommand(const ModuleSetup& setup);
+    static Command MakeLinkDriverCommand();
     /// Where the simulated FPGA listens: what the environment says, else a path in the rig's own /tmp.
     static std::string ControlPath();
 
-    /// Starts the program and waits until it has built all of itself and begins to serve.
+    /// Starts both and waits until the module has built all of itself and begins to serve.
     explicit Module(const ModuleSetup& setup = {}, Milliseconds patience = Patience);
 
     ChildProcess& Process() { return mProcess; }
@@ -33,10 +38,13 @@ public:
         return ShellClient(ShellPort, "127.0.0.1", patience);
     }
     ControlChannel OpenControl() const { return ControlChannel(ControlPath()); }
+    /// To the simulated link driver, whose answers have the same form.
+    ControlChannel OpenLinkDriver() const { return ControlChannel(LinkDriverPath); }
     /// SIGTERM, and waits for the end.
     Ending Stop(Milliseconds patience = Patience) { return mProcess.Stop(patience); }
 
 private:
+    ChildProcess mLinkDriver;
     ChildProcess mProcess;
 };
 

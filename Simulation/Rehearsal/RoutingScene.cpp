@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <sstream>
 
 using namespace stage;
 
@@ -29,12 +30,13 @@ std::string Hex(const std::string& bytes)
     return text.substr(0, text.size() - 1);
 }
 
+/// The lines that have text, each on a line of its own.
 std::string Indented(const std::string& text)
 {
-    std::string result = "\n        ";
-    for (const char character : text) {
-        result += character;
-        if (character == '\n') result += "        ";
+    std::istringstream lines(text);
+    std::string result;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty()) result += "\n        " + line;
     }
     return result;
 }
@@ -97,7 +99,7 @@ std::string RoutingScene::OpenShell()
 {
     mShell.emplace(mModule->OpenShell(mPatience));
     mShell->StopTailing(mPatience);
-    return "It greets and answers: " + Indented(mShell->Greeting() + "> version\n" + mShell->Ask("version", mPatience));
+    return "It greets and answers:" + Indented(mShell->Greeting() + "> version\n" + mShell->Ask("version", mPatience));
 }
 
 std::string RoutingScene::Patch()
