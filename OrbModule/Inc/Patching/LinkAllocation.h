@@ -54,6 +54,9 @@ public:
     /// Slots in use on all ports, and the sum of their destinations.
     void GetCounts(std::uint32_t& slotsInUse, std::uint32_t& totalDests) const;
 
+    /// @param port below 3; @param number below 512
+    const LinkSlot& GetSlot(UINT8GIGEPORT port, std::uint32_t number) const { return mSlots.at(port).at(number); }
+
     /// The listing of all slots in use.
     void Print(std::ostream& out) const;
 

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "MiscSource/GlobalConstants.h"
+#include "MiscSource/IoPort.h"
+#include "MiscSource/LinkPatch.h"
+
+#include <array>
+#include <cstddef>
+#include <iosfwd>
+
+/// One patch: what feeds a destination, and how far that has come on each port of the module. Ports are
+/// Routing::PortsEnum. Main thread only.
+class OrbPatchInfo
+{
+public:
+    OrbPatchInfo(IoPort source, IoPort dest) : mSource(source), mDest(dest) {}
+    virtual ~OrbPatchInfo() = default;
+
+    /// A port above 2 changes nothing and leaves a line in the log.
+    void UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state);
+    void UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link);
+    void SetSwapTarget(Routing::GigeAndSlots target) { mSwapTarget = std::move(target); }
+
+    const IoPort& GetSource() const { return mSource; }
+    const IoPort& GetDest() const { return mDest; }
+    /// PatchNotSent for a port above 2.
+    Korvo::PatchState GetState(UINT8GIGEPORT port) const;
+    /// Where the source is to be found on that port; the empty link for a port above 2.
+    const Routing::GigeAndSlots& GetLink(UINT8GIGEPORT port) const;
+    /// Where the audio is to go when this patch swings over to the other link.
+    const Routing::GigeAndSlots& GetSwapTarget() const { return mSwapTarget; }
+
+    bool Concerns(Hid hid) const { return mSource.GetHid() == hid || mDest.GetHid() == hid; }
+    /// Whether nothing has come of the patch on either link; the internal port does not count.
+    bool IsUnsent() const;
+    /// Slot numbers that this record holds in all its links.
+    std::size_t CountSlots() const;
+
+private:
+    bool CheckPort(const char* function, UINT8GIGEPORT port, Korvo::PatchState state) const;
+
+    IoPort mSource;
+    IoPort mDest;
+    std::array<Korvo::PatchState, Routing::PORT_COUNT> mStates{};
+    std::array<Routing::GigeAndSlots, Routing::PORT_COUNT> mLinks;
+    Routing::GigeAndSlots mSwapTarget;
+};
+/// Several lines, one a field, without a line end at the last.
+std::ostream& operator<<(std::ostream& out, const OrbPatchInfo& patch);

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "MiscSource/GlobalConstants.h"
+#include "OrbModule/Inc/DeviceManager/iDevices.h"
+#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
+#include "OrbModule/Inc/Patching/LinkAllocation.h"
+#include "OrbModule/Inc/Patching/PatchRoad.h"
+#include "OrbModule/Inc/Patching/PatchStore.h"
+#include "OrbModule/Inc/Patching/iPatcher.h"
+
+#include <boost/asio/io_service.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_set>
+
+class AudioPatchRetryForHidCmd;
+class OstrelPingCmd;
+class PatchSucessfulCmd;
+class RouterPatchAudio;
+
+/// Turns patch commands into slots and routes, and keeps them right while devices come and go. It finds out from
+/// where the two ends of a patch stand which road the patch takes; the same destination may be heard on both links,
+/// and then one link has the working route and the other a prepared one. With a real router on a link that router
+/// drives the patches; without one the Orb router of the unit does. Ports are Routing::PortsEnum. Main thread only.
+class PatchController
+{
+public:
+    /// Most devices for which a retry is owed.
+    static constexpr std::size_t MaxPendingRetries = 65536;
+
+    PatchController(boost::asio::io_service& service, iDevices& devices, iOrbKLVComms& comms, iPatcher& patcher);
+    virtual ~PatchController() = default;
+    PatchController(const PatchController&) = delete;
+    PatchController& operator=(const PatchController&) = delete;
+
+    void OnLocalHidChanged(Hid hid);
+    /// @param connected whether a real router stands at a link.
+    void OnNetworkConnectionChanged(bool connected);
+    void OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
+
+    /// @param port the one that the command came in on. A null command leaves a line in the log.
+    void ReceivedRouterPatchAudioCmd(const std::shared_ptr<const RouterPatchAudio>& command, UINT8GIGEPORT port,
+                                     StreamType type);
+    void ReceivedPatchSucessfulCmd(const std::shared_ptr<const PatchSucessfulCmd>& command, UINT8GIGEPORT port,
+                                   StreamType type);
+    void ReceivedAudioPatchRetryForHid(const std::shared_ptr<const AudioPatchRetryForHidCmd>& command,
+                                       UINT8GIGEPORT port, StreamType type);
+    void ReceivedPingCmd(const std::shared_ptr<const OstrelPingCmd>& command, UINT8GIGEPORT port, StreamType type);
+
+    /// Tells a device to listen for one of its ports on the primary or the secondary link.
+    void SendPortBitmap(Hid hid, AudioPortNumber index, bool secondary);
+
+    const LinkAllocation& GetLinkAllocation() const { return mLinkAllocation; }
+    const PatchStore& GetPatchStore() const { return mPatchStore; }
+
+private:
+    bool UpdatePatchStore(const RouterPatchAudio& command);
+    void HandleRouterGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port);
+    void HandleOrbGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port);
+    void TakeOrbRoad(PatchRoad road, const RouterPatchAudio& command, const DevicePorts& sourcePorts,
+                     const DevicePorts& destPorts, UINT8GIGEPORT port, bool& bitmapDone);
+    void LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort, UINT8GIGEPORT destPort,
+                               bool& bitmapDone);
+    void LocalOrbPatch(const RouterPatchAudio& command, const DevicePorts& ports);
+    void RemoteDestinationPatch(const RouterPatchAudio& command, const DevicePorts& ports);
+    bool StandsByForOtherLink(const RouterPatchAudio& command, UINT8GIGEPORT port,
+                              const Routing::GigeAndSlots& sourceLink);
+    /// The slots at which the source arrives on a link port: those of the local box, else those of the command.
+    Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port);
+
+    void ReportPatchFailed(const RouterPatchAudio& command, UINT8GIGEPORT port);
+    void ReportPatchSuccessful(const IoPort& dest, UINT8GIGEPORT port);
+    void SendToOrb(const RouterPatchAudio& command);
+    void SendToSourceNode(const RouterPatchAudio& command, Hid source, UINT8GIGEPORT port);
+
+    void DeviceLeft(Hid hid, UINT8GIGEPORT port);
+    void SwingOver(Hid hid, UINT8GIGEPORT port);
+    void FlipPorts(Hid hid, UINT8GIGEPORT port);
+    void RemakePatches(Hid hid, UINT8GIGEPORT port);
+    void RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port);
+
+    iDevices* mDevices;
+    iOrbKLVComms* mComms;
+    iPatcher* mPatcher;
+    Hid mHid = INVALID_HID;
+    bool mRouterConnected = false;
+    LinkAllocation mLinkAllocation;
+    PatchStore mPatchStore;
+    /// HID and port of the destinations for which a failure was reported, to be asked for when they come online.
+    std::unordered_set<std::uint64_t> mPendingRetries;
+};

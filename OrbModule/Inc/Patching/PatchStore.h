@@ -1,0 +1,86 @@
+#pragma once
+
+#include "OrbModule/Inc/Patching/OrbPatchInfo.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+class PortBitmapCmd;
+
+/// The memory of patches: for every destination that was patched through this module, what feeds it and how far that
+/// has come on each port. It is what lets a patch outlive the loss of a link; nothing outlives the process. Ports are
+/// Routing::PortsEnum. Main thread only.
+///
+/// An index by HID finds the patches of a device without a walk over all of them; those of one device come in the
+/// order in which they were stored.
+class PatchStore
+{
+public:
+    /// Most patches, and most slot numbers that all of them may hold, since peers can send any number of them.
+    static constexpr std::size_t MaxPatches = 65536;
+    static constexpr std::size_t MaxSlots = 1048576;
+
+    /// The command for each destination HID. The caller owns them.
+    using BitmapCommands = std::map<Hid, std::unique_ptr<PortBitmapCmd>>;
+
+    PatchStore() : mPatches(InitialBuckets) {}
+    virtual ~PatchStore() = default;
+    PatchStore(const PatchStore&) = delete;
+    PatchStore& operator=(const PatchStore&) = delete;
+
+    /// Enters a fresh patch; a destination that has one keeps it with its old source.
+    /// @return false, with a line in the log, if the store is full and has no patch of this destination.
+    virtual bool StorePatch(const IoPort& source, const IoPort& dest);
+    virtual void RemovePatch(const IoPort& dest);
+    /// Appends every patch with this HID at either end and this state on that port. The pointers stay good until a
+    /// patch is removed.
+    virtual void GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state, std::vector<OrbPatchInfo*>& out);
+    /// The updates by destination leave a line in the log for a destination that is unknown.
+    virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state);
+    virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
+                             Routing::GigeAndSlots link);
+    virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
+                             Routing::GigeAndSlots link, Routing::GigeAndSlots swapTarget);
+    /// Sets the state and an empty link on that port in every patch with this HID at either end.
+    virtual void UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
+    /// Nothing for an unknown destination.
+    virtual std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const;
+    virtual std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const;
+    /// Makes the commands that turn the I/O ports of this device's patches to a port where they stand as made.
+    virtual void GetBitmapCommands(Hid hid, UINT8GIGEPORT port, BitmapCommands& out) const;
+    /// Erases every patch of which nothing has come on either link.
+    virtual void RemoveUnsent();
+
+    /// One line a patch in the log. The argument has no effect.
+    void Print(int filter) const;
+    std::size_t GetCount() const { return mPatches.size(); }
+
+private:
+    static constexpr std::size_t InitialBuckets = 10;
+    /// A record, with the number that puts the patches of one HID in the order of their coming.
+    struct Entry
+    {
+        OrbPatchInfo info;
+        std::uint64_t number;
+    };
+    using Entries = std::unordered_map<IoPort, Entry>;
+    using ByNumber = std::map<std::uint64_t, OrbPatchInfo*>;
+
+    OrbPatchInfo* Find(const IoPort& dest);
+    OrbPatchInfo* FindForUpdate(const IoPort& dest);
+    const ByNumber& PatchesOf(Hid hid) const;
+    void SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link);
+    Entries::iterator Erase(Entries::iterator entry);
+    void RemoveFromIndex(Hid hid, std::uint64_t number);
+    bool HasRoomFor(std::size_t slots) const;
+
+    Entries mPatches;
+    std::unordered_map<Hid, ByNumber> mByHid;
+    std::uint64_t mNextNumber = 0;
+    std::size_t mSlots = 0;
+};

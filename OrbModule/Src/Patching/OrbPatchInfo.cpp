@@ -1,0 +1,60 @@
+#include "OrbModule/Inc/Patching/OrbPatchInfo.h"
+
+#include "Audit/Audit.h"
+
+#include <ostream>
+#include <utility>
+
+void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state)
+{
+    AUDIT_STREAM(IOPatchDebug, "UpdatePatch " << PortText(port) << state << '\n');
+    if (CheckPort(__func__, port, state)) mStates[port] = state;
+}
+
+void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link)
+{
+    AUDIT_STREAM(IOPatchDebug, "UpdatePatch " << PortText(port) << state << " Slots " << link << '\n');
+    if (!CheckPort(__func__, port, state)) return;
+    mStates[port] = state;
+    mLinks[port] = std::move(link);
+}
+
+Korvo::PatchState OrbPatchInfo::GetState(UINT8GIGEPORT port) const
+{
+    return port < mStates.size() ? mStates[port] : Korvo::PatchNotSent;
+}
+
+const Routing::GigeAndSlots& OrbPatchInfo::GetLink(UINT8GIGEPORT port) const
+{
+    static const Routing::GigeAndSlots none;
+    return port < mLinks.size() ? mLinks[port] : none;
+}
+
+bool OrbPatchInfo::IsUnsent() const
+{
+    return mStates[Routing::PRIMARY_PORT] == Korvo::PatchNotSent &&
+           mStates[Routing::SECONDARY_PORT] == Korvo::PatchNotSent;
+}
+
+std::size_t OrbPatchInfo::CountSlots() const
+{
+    std::size_t count = mSwapTarget.slots.size();
+    for (const Routing::GigeAndSlots& link : mLinks)
+        count += link.slots.size();
+    return count;
+}
+
+bool OrbPatchInfo::CheckPort(const char* function, UINT8GIGEPORT port, Korvo::PatchState state) const
+{
+    if (port < Routing::PORT_COUNT) return true;
+    AUDIT_LOG(Fault, "%s: Trying to update patch on invalid port %d 0x%02x\n", function, port, unsigned{state});
+    return false;
+}
+
+std::ostream& operator<<(std::ostream& out, const OrbPatchInfo& patch)
+{
+    return out << " Src " << patch.GetSource() << "\n\t\t\tDst " << patch.GetDest() << "\n\t\t\tPri "
+               << patch.GetState(Routing::PRIMARY_PORT) << "\n\t\t\tSec " << patch.GetState(Routing::SECONDARY_PORT)
+               << "\n\t\t\tPri  " << patch.GetLink(Routing::PRIMARY_PORT) << "\n\t\t\tSec  "
+               << patch.GetLink(Routing::SECONDARY_PORT) << "\n\t\t\tSwap " << patch.GetSwapTarget();
+}

@@ -1,0 +1,157 @@
+#include "OrbModule/Inc/Patching/PatchStore.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/Commands/PortBitmapCmd.h"
+
+#include <utility>
+
+bool PatchStore::StorePatch(const IoPort& source, const IoPort& dest)
+{
+    AUDIT_STREAM(Information, "PatchStore::StorePatch " << dest << " Src " << source << '\n');
+    if (mPatches.find(dest) != mPatches.end()) return true;
+    if (mPatches.size() >= MaxPatches) {
+        AUDIT_STREAM(Fault, "PatchStore is full, patches " << mPatches.size() << " not stored " << dest << '\n');
+        return false;
+    }
+    const std::uint64_t number = mNextNumber++;
+    OrbPatchInfo& info = mPatches.emplace(dest, Entry{OrbPatchInfo(source, dest), number}).first->second.info;
+    mByHid[source.GetHid()].emplace(number, &info);
+    if (dest.GetHid() != source.GetHid()) mByHid[dest.GetHid()].emplace(number, &info);
+    return true;
+}
+
+void PatchStore::RemovePatch(const IoPort& dest)
+{
+    AUDIT_STREAM(Information, "PatchStore::RemovePatch " << dest << '\n');
+    const auto entry = mPatches.find(dest);
+    if (entry == mPatches.end()) {
+        AUDIT_STREAM(Fault, "Attempt to rmeove unknown patch by dest " << dest << '\n');
+        return;
+    }
+    Erase(entry);
+}
+
+void PatchStore::GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state, std::vector<OrbPatchInfo*>& out)
+{
+    for (const auto& entry : PatchesOf(hid)) {
+        if (entry.second->GetState(port) == state) out.push_back(entry.second);
+    }
+}
+
+void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state)
+{
+    if (OrbPatchInfo* const patch = FindForUpdate(dest)) patch->UpdatePatch(port, state);
+}
+
+void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
+                             Routing::GigeAndSlots link)
+{
+    if (OrbPatchInfo* const patch = FindForUpdate(dest)) SetLink(*patch, port, state, std::move(link));
+}
+
+void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
+                             Routing::GigeAndSlots link, Routing::GigeAndSlots swapTarget)
+{
+    AUDIT_STREAM(RouterAudioRoute, "UpdatePatch Swap Target " << swapTarget << '\n');
+    OrbPatchInfo* const patch = FindForUpdate(dest);
+    if (!patch) return;
+    SetLink(*patch, port, state, std::move(link));
+    mSlots -= patch->GetSwapTarget().slots.size();
+    if (!HasRoomFor(swapTarget.slots.size())) swapTarget = {};
+    mSlots += swapTarget.slots.size();
+    patch->SetSwapTarget(std::move(swapTarget));
+}
+
+void PatchStore::UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state)
+{
+    AUDIT_STREAM(RouterAudioRoute, "PatchStore::UpdatePatch " << hid << " Port " << PortText(port) << state << '\n');
+    for (const auto& entry : PatchesOf(hid))
+        SetLink(*entry.second, port, state, {});
+}
+
+std::optional<Korvo::PatchState> PatchStore::GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const
+{
+    const auto entry = mPatches.find(dest);
+    if (entry == mPatches.end()) return std::nullopt;
+    return entry->second.info.GetState(port);
+}
+
+std::optional<Routing::GigeAndSlots> PatchStore::GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const
+{
+    const auto entry = mPatches.find(dest);
+    if (entry == mPatches.end()) return std::nullopt;
+    return entry->second.info.GetLink(port);
+}
+
+void PatchStore::GetBitmapCommands(Hid hid, UINT8GIGEPORT port, BitmapCommands& out) const
+{
+    for (const auto& entry : PatchesOf(hid)) {
+        if (entry.second->GetState(port) != Korvo::PatchSuccess) continue;
+        const IoPort& dest = entry.second->GetDest();
+        std::unique_ptr<PortBitmapCmd>& command = out[dest.GetHid()];
+        if (!command) command = std::make_unique<PortBitmapCmd>(dest.GetHid(), PortBitmapBlock::AllZero());
+        command->SetPort(dest.GetIndex(), PortBitmapEntry{0xFFFFFFFF, !IsPrimaryPort(port)});
+    }
+}
+
+void PatchStore::RemoveUnsent()
+{
+    for (auto entry = mPatches.begin(); entry != mPatches.end();) {
+        entry = entry->second.info.IsUnsent() ? Erase(entry) : std::next(entry);
+    }
+}
+
+void PatchStore::Print(int) const
+{
+    for (const auto& entry : mPatches)
+        AUDIT_STREAM(Information, "PI " << entry.second.info << "\r\n");
+}
+
+OrbPatchInfo* PatchStore::FindForUpdate(const IoPort& dest)
+{
+    const auto entry = mPatches.find(dest);
+    if (entry != mPatches.end()) return &entry->second.info;
+    AUDIT_STREAM(Fault, "Attempt to UpdatePatch unknown patch by dest " << dest << '\n');
+    return nullptr;
+}
+
+const PatchStore::ByNumber& PatchStore::PatchesOf(Hid hid) const
+{
+    static const ByNumber none;
+    const auto entry = mByHid.find(hid);
+    return entry == mByHid.end() ? none : entry->second;
+}
+
+/// Sets state and link of one port, and keeps the count of the slots held.
+void PatchStore::SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link)
+{
+    mSlots -= patch.GetLink(port).slots.size();
+    if (!HasRoomFor(link.slots.size())) link = {};
+    patch.UpdatePatch(port, state, std::move(link));
+    mSlots += patch.GetLink(port).slots.size();
+}
+
+PatchStore::Entries::iterator PatchStore::Erase(Entries::iterator entry)
+{
+    const OrbPatchInfo& info = entry->second.info;
+    const Hid source = info.GetSource().GetHid();
+    const Hid dest = info.GetDest().GetHid();
+    RemoveFromIndex(source, entry->second.number);
+    if (dest != source) RemoveFromIndex(dest, entry->second.number);
+    mSlots -= info.CountSlots();
+    return mPatches.erase(entry);
+}
+
+void PatchStore::RemoveFromIndex(Hid hid, std::uint64_t number)
+{
+    const auto entry = mByHid.find(hid);
+    entry->second.erase(number);
+    if (entry->second.empty()) mByHid.erase(entry);
+}
+
+bool PatchStore::HasRoomFor(std::size_t slots) const
+{
+    if (slots <= MaxSlots - mSlots) return true;
+    AUDIT_STREAM(Fault, "PatchStore is full, slots " << mSlots << '\n');
+    return false;
+}
