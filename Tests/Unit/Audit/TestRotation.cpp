@@ -1,0 +1,201 @@
+#include "Tests/Unit/Audit/LogFixture.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr std::size_t Limit = 0x100000;
+
+class RotationTest : public LogTest
+{
+protected:
+    static void FillTo(KorvoAudit& audit, std::size_t size)
+    {
+        Console([&] {
+            for (; size >= 1024; size -= 1024)
+                audit.Write("%s\n", std::string(1023, 'f').c_str());
+            if (size != 0) audit.Write("%s", std::string(size, 'r').c_str());
+        });
+    }
+    static void Log(KorvoAudit& audit, const std::string& line)
+    {
+        Console([&] { audit.Write("%s", line.c_str()); });
+    }
+    void StartWith(const std::string& line)
+    {
+        RecordingAudit audit(Path());
+        Log(audit, line);
+    }
+    void MakeGeneration(int number, const std::string& content)
+    {
+        const std::string path = Path() + "." + std::to_string(number);
+        Fill(path, content);
+        ASSERT_EQ(std::system(("gzip " + path).c_str()), 0);
+    }
+};
+
+TEST_F(RotationTest, EachStartBeginsANewLogAndFiveOldOnesRemain)
+{
+    for (const char* const run : {"one", "two", "three", "four", "five", "six", "seven"}) {
+        StartWith(run);
+        EXPECT_EQ(Read(Path()), run);
+    }
+    EXPECT_EQ(Generation(1), "six");
+    EXPECT_EQ(Generation(2), "five");
+    EXPECT_EQ(Generation(3), "four");
+    EXPECT_EQ(Generation(4), "three");
+    EXPECT_EQ(Generation(5), "two");
+    EXPECT_EQ(Generation(6), "none");
+    EXPECT_FALSE(boost::filesystem::exists(Path() + ".1"));
+}
+
+TEST_F(RotationTest, AGapClosesAsFilesMoveUp)
+{
+    MakeGeneration(1, "one");
+    MakeGeneration(3, "three");
+    MakeGeneration(4, "four");
+    Fill(Path(), "current");
+    StartWith("next");
+    EXPECT_EQ(Generation(1), "current");
+    EXPECT_EQ(Generation(2), "one");
+    EXPECT_EQ(Generation(3), "none");
+    EXPECT_EQ(Generation(4), "three");
+    EXPECT_EQ(Generation(5), "four");
+}
+
+TEST_F(RotationTest, OnlyAFileAboveTheLimitRotates)
+{
+    RecordingAudit audit(Path());
+    EXPECT_EQ(Generation(1), "none");
+    FillTo(audit, Limit);
+    Log(audit, "at the limit\n");
+    EXPECT_EQ(Read(Path()).size(), Limit + 13);
+    EXPECT_EQ(Generation(1), "none");
+    Log(audit, "above it\n");
+    EXPECT_EQ(Read(Path()), "above it\n");
+    EXPECT_THAT(Generation(1), EndsWith("f\nat the limit\n"));
+}
+
+TEST_F(RotationTest, AFailingGzipCostsOnlyTheOldLog)
+{
+    const std::string bin = Path("bin");
+    boost::filesystem::create_directory(bin);
+    Fill(bin + "/gzip", "#!/bin/sh\nexit 1\n");
+    ::chmod((bin + "/gzip").c_str(), 0755);
+    const std::string path = std::getenv("PATH");
+    ::setenv("PATH", (bin + ":" + path).c_str(), 1);
+    Fill(Path(), "old");
+    StartWith("new");
+    ::setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(Read(Path()), "new");
+    EXPECT_EQ(Generation(1), "none");
+    EXPECT_FALSE(boost::filesystem::exists(Path() + ".1"));
+}
+
+TEST_F(RotationTest, AFailedRotationHaltsTheFileButNotTheLog)
+{
+    RecordingAudit audit(Path());
+    // A file cannot be renamed onto a directory.
+    MakeGeneration(4, "four");
+    boost::filesystem::create_directory(Path() + ".5.gz");
+    FillTo(audit, Limit + 1);
+    const std::size_t before = audit.Lines().size();
+    const std::string console = Console([&] { audit.Write("line\n"); });
+    const std::string reason = "Failed to rotate logs, logging to file halted: ";
+    EXPECT_THAT(console, StartsWith(reason));
+    EXPECT_THAT(console, EndsWith("line\n"));
+    Log(audit, "later\n");
+
+    const std::vector<std::string> lines = audit.Lines();
+    ASSERT_EQ(lines.size(), before + 3);
+    EXPECT_THAT(lines[before], StartsWith(reason));
+    EXPECT_EQ(lines[before + 1], "line\n");
+    EXPECT_EQ(lines[before + 2], "later\n");
+    EXPECT_THAT(Read(Path()), EndsWith(lines[before]));
+}
+
+/// A gzip that says when it has begun and ends when it is told to.
+class SlowGzipTest : public RotationTest
+{
+protected:
+    SlowGzipTest()
+    {
+        boost::filesystem::create_directory(Path("bin"));
+        ::mkfifo(Path("begun").c_str(), 0600);
+        ::mkfifo(Path("end").c_str(), 0600);
+        const std::string path = std::getenv("PATH");
+        Fill(Path("bin/gzip"), "#!/bin/sh\necho begun > " + Path("begun") + "\nread line < " + Path("end") +
+                                   "\nPATH=" + path + "\nexec gzip \"$@\"\n");
+        ::chmod(Path("bin/gzip").c_str(), 0755);
+        ::setenv("PATH", (Path("bin") + ":" + path).c_str(), 1);
+        mPath = path;
+    }
+    ~SlowGzipTest() override { ::setenv("PATH", mPath.c_str(), 1); }
+
+    /// Does this while a rotation runs that another thread has set off.
+    void WhileRotating(KorvoAudit& audit, const std::function<void()>& action)
+    {
+        std::thread rotating([&audit] { audit.Write("trigger\n"); });
+        EXPECT_EQ(Read(Path("begun")), "begun\n");
+        action();
+        Fill(Path("end"), "now\n");
+        rotating.join();
+        ::setenv("PATH", mPath.c_str(), 1);
+    }
+
+private:
+    std::string mPath;
+};
+
+TEST_F(SlowGzipTest, LinesHeldBackWhileARotationRunsComeFirstInTheNewFile)
+{
+    RecordingAudit audit(Path());
+    FillTo(audit, Limit + 1);
+    std::size_t tailed = 0;
+    const std::string all = Console([&] {
+        WhileRotating(audit, [&] {
+            tailed = audit.Lines().size();
+            audit.Write("held 1\n");
+            audit.WriteFileOnly(0, 1, "held 2\n");
+            audit.Write("%s", std::string(5000, 'y').c_str());
+            EXPECT_EQ(audit.Lines().size(), tailed);
+        });
+    });
+    const std::string overflow = "*** KorvoAudit buffer overflow, message truncated ***";
+    const std::string cut(4095, 'y');
+    // On the console at once, and once only.
+    EXPECT_THAT(all, EndsWith("held 1\n" + overflow + "\n" + cut + "trigger\n"));
+    EXPECT_EQ(Read(Path()), "held 1\n[00000001] held 2\n" + overflow + cut + "trigger\n");
+    const std::vector<std::string> lines = audit.Lines();
+    EXPECT_THAT(std::vector<std::string>(lines.begin() + static_cast<std::ptrdiff_t>(tailed), lines.end()),
+                ElementsAre("held 1\n", "[00000001] held 2\n", overflow, cut, "trigger\n"));
+    EXPECT_THAT(Generation(1), HasSubstr("fff\n"));
+}
+
+TEST_F(SlowGzipTest, AHungGzipDoesNotEatTheMemory)
+{
+    RecordingAudit audit(Path());
+    FillTo(audit, Limit + 1);
+    Console([&] {
+        WhileRotating(audit, [&] {
+            for (int i = 0; i < 10003; ++i)
+                audit.Write("%d\n", i);
+        });
+    });
+    const std::string file = Read(Path());
+    EXPECT_THAT(file, StartsWith("0\n1\n2\n"));
+    EXPECT_THAT(file, testing::ContainsRegex(
+                          "\n9999\n\\[[^\n]*\\] 3 log lines were lost while the log was rotated\r\ntrigger\n$"));
+    Log(audit, "after\n");
+    EXPECT_THAT(Read(Path()), EndsWith("trigger\nafter\n"));
+}
+
+} // namespace
