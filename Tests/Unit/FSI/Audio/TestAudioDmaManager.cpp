@@ -1,0 +1,316 @@
+#include "Tests/Support/LogRecorder.h"
+#include "Tests/Unit/FSI/Audio/AdmaFixture.h"
+
+#include <functional>
+#include <utility>
+
+namespace {
+
+using audio::AudioDmaEndpoint;
+using audio::AudioDmaManager;
+using audio::AudioDmaTransaction;
+using audio::MakeTransaction;
+using audio::MakeTransactions;
+using testing::ElementsAre;
+using Policy = AudioDmaManager::MappingPolicy;
+
+class AdmaManager : public AdmaFixture
+{
+protected:
+    void Route(std::uint16_t source, std::uint16_t sample, std::uint16_t sink, std::uint16_t sinkSample)
+    {
+        mManager->SetAudioRoute(source == 0 ? AudioDmaTransaction{0} : MakeTransaction(source, sample),
+                                MakeTransaction(sink, sinkSample));
+    }
+    /// Entries of the model, from a table index on.
+    std::vector<AudioDmaTransaction> Sources(std::size_t first, std::size_t count) const
+    {
+        const auto begin = mManager->GetSources().begin() + static_cast<std::ptrdiff_t>(first);
+        return {begin, begin + static_cast<std::ptrdiff_t>(count)};
+    }
+};
+
+TEST_F(AdmaManager, TheFirstTableIsSilenceForEverySinkAndZeroBehindThem)
+{
+    EXPECT_FALSE(mManager->Get("k0")) << "the endpoints were not in the registry when the view was built";
+    Start();
+    const simulation::SimulatedFpga::Table table = mBoard.GetActiveTable();
+    EXPECT_EQ(table[0], 0x600u);
+    EXPECT_EQ(table[511], 0x7FFu);
+    EXPECT_EQ(table[512], 0x200u);
+    EXPECT_EQ(table[1535], 0x5FFu);
+    for (std::size_t i = 1536; i < table.size(); ++i)
+        EXPECT_EQ(table[i], 0u) << i;
+
+    EXPECT_EQ(mManager->Get("k0"), mK0);
+    EXPECT_EQ(mManager->GetSinkTransactionsRange(mK1), std::make_pair(std::size_t{1024}, std::size_t{1535}));
+    std::vector<int> addresses;
+    for (const auto& sink : mManager->GetSinkEndpoints())
+        addresses.push_back(sink->GetAddress());
+    EXPECT_THAT(addresses, ElementsAre(1, 2, 3));
+}
+
+TEST_F(AdmaManager, ARouteReachesTheHardwareWithTheNextSync)
+{
+    Start();
+    LogRecorder log({DebugFeature::RouterAudioRoute});
+    Route(3, 5, 1, 7);
+    Route(3, 5, 2, 511);
+    Route(2, 0, 3, 0);
+    Route(1, 1, 3, 0);
+    EXPECT_EQ(Probe(1, 7), "-");
+    ASSERT_TRUE(Synchronise());
+    EXPECT_EQ(Probe(1, 7), "3:5");
+    EXPECT_EQ(Probe(2, 511), "3:5");
+    EXPECT_EQ(Probe(3, 0), "1:1") << "the later route of a sink stands";
+    EXPECT_EQ(mBoard.GetActiveTable()[519], 0x605207u);
+    EXPECT_EQ(mFsi->GetSynchronisedTable()[519], 0x605207u);
+    EXPECT_TRUE(log.Has("SetAudioRoute Src 605 Dst 207\n"));
+    Route(0, 0, 1, 7);
+    ASSERT_TRUE(Synchronise());
+    EXPECT_EQ(Probe(1, 7), "-");
+}
+
+TEST_F(AdmaManager, TheTableGoesOutInOneRunBehindOneAddress)
+{
+    Start();
+    mBoard.StartRecord();
+    ASSERT_TRUE(Synchronise());
+    const auto record = mBoard.GetRecord();
+    ASSERT_GE(record.size(), 2050u);
+    EXPECT_EQ(record[0].offset, 0x24u);
+    EXPECT_EQ(record[0].value, 0xC0000u);
+    for (std::size_t i = 1; i <= 2048; ++i)
+        ASSERT_EQ(record[i].offset, 0x20u) << i;
+    EXPECT_EQ(record[2049].offset, 0x38u);
+    EXPECT_EQ(record[2049].value, 0x20u);
+    EXPECT_EQ(record.back().value, 0u) << "the request is taken back at the end of the sync";
+}
+
+TEST_F(AdmaManager, RequestsDuringASyncFoldIntoOneWithTheLatestTable)
+{
+    Start();
+    mBoard.SetHold(true);
+    Route(3, 1, 1, 0);
+    mManager->Synchronise();
+    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
+    EXPECT_TRUE(mManager->IsSyncing());
+    Route(3, 2, 1, 0);
+    mManager->Synchronise();
+    Route(3, 3, 1, 0);
+    mManager->Synchronise();
+    ASSERT_TRUE(mBoard.Complete());
+    EXPECT_EQ(Probe(1, 0), "3:1");
+    EXPECT_EQ(mFsi->GetSynchronisedTable()[512], 0x601200u) << "what was asked for, not what was written since";
+    mFsi->DispatchInterrupts();
+    ASSERT_TRUE(mBoard.WaitForSyncRequests(3, Patience));
+    ASSERT_TRUE(mBoard.Complete());
+    EXPECT_EQ(Probe(1, 0), "3:3");
+    mBoard.SetHold(false);
+    mFsi->DispatchInterrupts();
+    ASSERT_TRUE(Synchronise());
+    EXPECT_EQ(mBoard.GetSyncRequests(), 4u);
+}
+
+TEST_F(AdmaManager, WithoutTheEndOfSyncNothingMoreBecomesActive)
+{
+    Start();
+    mBoard.LoseEndOfSync(1);
+    ASSERT_TRUE(Synchronise());
+    Route(3, 1, 1, 0);
+    mManager->Synchronise();
+    mFsi->DispatchInterrupts();
+    mFsi->EndSync();
+    EXPECT_EQ(mBoard.GetSyncRequests(), 2u);
+    mBoard.RaiseEvent("0003", 0);
+    mFsi->DispatchInterrupts();
+    ASSERT_TRUE(Settle(3));
+    EXPECT_EQ(Probe(1, 0), "3:1");
+}
+
+TEST_F(AdmaManager, ASyncThatAnEarlierRunBeganIsWaitedFor)
+{
+    mBoard.SetHold(true);
+    mFsi->StartSync();
+    mManager->RegisterEndpoints({mBulk, mK0, mK1});
+    EXPECT_EQ(mBoard.GetSyncRequests(), 1u);
+    ASSERT_TRUE(mBoard.Complete());
+    mFsi->DispatchInterrupts();
+    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
+    mBoard.SetHold(false);
+    ASSERT_TRUE(Settle(2));
+    EXPECT_EQ(mBoard.GetActiveTable()[0], 0x600u);
+}
+
+TEST_F(AdmaManager, TheManagerMayDieInTheMiddleOfASync)
+{
+    Start();
+    mBoard.SetHold(true);
+    mManager->Synchronise();
+    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
+    mManager.reset();
+    ASSERT_TRUE(mBoard.Complete());
+    mFsi->DispatchInterrupts();
+    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x20u);
+}
+
+TEST_F(AdmaManager, ClearingTouchesOnlyWhatItNames)
+{
+    Start();
+    const auto routes = [&] {
+        Route(3, 0, 1, 0);
+        Route(2, 1, 1, 1);
+        Route(3, 2, 2, 2);
+        Route(1, 3, 3, 3);
+    };
+    const auto probes = [&] {
+        EXPECT_TRUE(Synchronise());
+        return Probe(1, 0) + " " + Probe(1, 1) + " " + Probe(2, 2) + " " + Probe(3, 3);
+    };
+    routes();
+    EXPECT_EQ(probes(), "3:0 2:1 3:2 1:3");
+    mManager->ClearRoutesFrom(mBulk);
+    EXPECT_EQ(probes(), "- 2:1 - 1:3");
+    routes();
+    mManager->ClearRoutesTo(mK0);
+    EXPECT_EQ(probes(), "- - 3:2 1:3");
+    mManager->ClearAllRoutes();
+    EXPECT_EQ(probes(), "- - - -");
+}
+
+TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
+{
+    const auto small = std::make_shared<AudioDmaEndpoint>(std::uint16_t{4}, 4u, AudioDmaEndpoint::Direction::SinkOnly);
+    mManager->RegisterEndpoints({mK0, small});
+    const struct
+    {
+        Policy::Mode mode;
+        std::size_t sinkOffset;
+        std::size_t sourceOffset;
+        std::vector<AudioDmaTransaction> sources;
+        std::vector<AudioDmaTransaction> expected;
+    } cases[] = {
+        {Policy::Mode::Positional, 0, 0, {0x201, 0x205}, {0x201, 0x205, 0, 0}},
+        {Policy::Mode::Positional, 1, 0, {0x201, 0x202, 0x203, 0x204}, {0, 0x201, 0x202, 0x203}},
+        {Policy::Mode::Positional, 0, 1, {0x201, 0x202}, {0x202, 0, 0, 0}},
+        {Policy::Mode::Positional, 0, 9, {0x201}, {0, 0, 0, 0}},
+        {Policy::Mode::Positional, 3, 0, {}, {0, 0, 0, 0}},
+        {Policy::Mode::BySample, 0, 0, {0x203, 0x201, 0x204}, {0, 0x201, 0, 0x203}},
+        {Policy::Mode::BySample, 2, 0, {0x200, 0x201, 0x202}, {0, 0, 0x200, 0x201}},
+    };
+    for (const auto& row : cases) {
+        mManager->ClearAllRoutes();
+        Policy policy(row.sinkOffset);
+        policy.mode = row.mode;
+        policy.sourceOffset = row.sourceOffset;
+        mManager->SetAudioRoutes(row.sources, small, policy);
+        EXPECT_EQ(Sources(512, 4), row.expected);
+    }
+    mManager->SetAudioRoutes(mK0, small, Policy(1));
+    EXPECT_THAT(Sources(512, 4), ElementsAre(0, 0x200, 0x201, 0x202)) << "sample n feeds the n-th of the stretch";
+}
+
+TEST_F(AdmaManager, ASourceWithFewerSamplesThanTheSinkIsPaddedWithSilence)
+{
+    const auto mono = std::make_shared<AudioDmaEndpoint>(std::uint16_t{5}, 2u, AudioDmaEndpoint::Direction::SourceOnly);
+    mManager->RegisterEndpoints({mono, mK0});
+    Route(1, 9, 1, 2);
+    mManager->SetAudioRoutes(mono, mK0, Policy(0));
+    EXPECT_THAT(Sources(0, 4), ElementsAre(0xA00, 0xA01, 0, 0));
+}
+
+TEST_F(AdmaManager, ABulkSetMaySpanEndpoints)
+{
+    Start();
+    mManager->SetAudioRoutes({0x200, 0x200, 0x605},
+                             {MakeTransaction(1, 511), MakeTransaction(2, 0), MakeTransaction(3, 9)});
+    EXPECT_EQ(Sources(1023, 2), (std::vector<AudioDmaTransaction>{0x200, 0x200}));
+    EXPECT_EQ(Sources(9, 1), std::vector<AudioDmaTransaction>{0x605});
+    mManager->SetAudioRoutes(std::vector<AudioDmaTransaction>(), std::vector<AudioDmaTransaction>());
+}
+
+TEST_F(AdmaManager, MuteBitsAndSyncRequestDoNotDisturbEachOther)
+{
+    Start();
+    mFsi->SetMute(true);
+    mFsi->SetMuteOnPllLoss(false);
+    mBoard.SetHold(true);
+    mManager->Synchronise();
+    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
+    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x38u);
+    mFsi->SetMute(false);
+    mFsi->SetMuteOnPllLoss(true);
+    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x20u);
+    EXPECT_EQ(mBoard.GetSyncRequests(), 2u) << "a change of another bit is no new request";
+}
+
+TEST_F(AdmaManager, TheMainThreadMayWriteTablesWhileTheSyncThreadTakesThemUp)
+{
+    Start();
+    for (std::uint16_t i = 0; i < 200; ++i) {
+        for (std::uint16_t sink = 1; sink <= 3; ++sink)
+            for (std::uint16_t sample = 0; sample < 512; ++sample)
+                Route(3, i, sink, sample);
+        mManager->Synchronise();
+        mFsi->DispatchInterrupts();
+        // Whatever table was taken up, it was a whole one.
+        const auto table = mBoard.GetActiveTable();
+        ASSERT_EQ(table[0] >> 12, table[1535] >> 12);
+    }
+}
+
+using AdmaManagerDeathTest = AdmaManager;
+
+TEST_F(AdmaManagerDeathTest, FaultsOfTheCodeAreFatal)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    using Direction = AudioDmaEndpoint::Direction;
+    const auto stranger = std::make_shared<AudioDmaEndpoint>(std::uint16_t{1}, 512u, Direction::SourceAndSink);
+    const auto source = std::make_shared<AudioDmaEndpoint>(std::uint16_t{4}, 4u, Direction::SourceOnly);
+    const auto makeSinks = [](std::uint16_t count) {
+        std::vector<std::shared_ptr<AudioDmaEndpoint>> sinks;
+        for (std::uint16_t address = 1; address <= count; ++address)
+            sinks.push_back(std::make_shared<AudioDmaEndpoint>(address, 512u, Direction::SinkOnly));
+        return sinks;
+    };
+    const std::vector<AudioDmaTransaction> one{0x200};
+    const std::vector<AudioDmaTransaction> falling{0x201, 0x200};
+    const std::vector<AudioDmaTransaction> two{0x200, 0x201};
+
+    const std::pair<std::function<void()>, const char*> before[] = {
+        {[&] { mManager->Synchronise(); }, "Sync thread must be started before requests can be made\\."},
+        {[&] {
+             mManager->RegisterEndpoints({mK0, stranger});
+         },
+         "Endpoint with given address already registered\\."},
+        {[&] { mManager->RegisterEndpoints(makeSinks(5)); }, "Endpoint registration exceeds ADMA table size\\."},
+    };
+    for (const auto& [fault, text] : before)
+        EXPECT_DEATH(fault(), text);
+
+    const std::pair<std::function<void()>, const char*> after[] = {
+        {[&] { mManager->RegisterEndpoints({}); }, "Endpoint registration can only be performed once\\."},
+        {[&] { mManager->Start(); }, "Sync thread must only be started once\\."},
+        {[&] { mManager->SetAudioRoute(0, 0x800); }, "SetAudioPath: Unknown sink specified\\."},
+        {[&] { mManager->SetAudioRoute(0, 0xFFFF); }, "SetAudioPath: Unknown sink specified\\."},
+        {[&] { mManager->SetAudioRoutes(stranger, mK0, Policy(0)); },
+         "SetAudioRoutes: Unregistered source endpoint specified\\."},
+        {[&] { mManager->SetAudioRoutes(one, stranger, Policy(0)); }, "Unregistered sink endpoint specified\\."},
+        {[&] { mManager->SetAudioRoutes(one, mK0, Policy(512)); }, "Invalid first sink sample\\."},
+        {[&] { mManager->SetAudioRoutes(one, two); }, "Bulk set sources and sinks must be the same size\\."},
+        {[&] { mManager->SetAudioRoutes(falling, two); }, "requires sorted source and sink transactions\\."},
+        {[&] { mManager->SetAudioRoutes(two, falling); }, "requires sorted source and sink transactions\\."},
+        {[&] { mManager->GetSinkTransactionsRange(source); }, "Not a sink\\."},
+        {[&] { mFsi->SetTransactions(one, two); },
+         "ADMA must receive the same number of source and destination transactions"},
+    };
+    for (const auto& [fault, text] : after)
+        EXPECT_DEATH(
+            {
+                mManager->RegisterEndpoints({mBulk, mK0, mK1});
+                fault();
+            },
+            text);
+}
+
+} // namespace

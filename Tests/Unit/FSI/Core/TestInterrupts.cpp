@@ -1,0 +1,133 @@
+#include "FSI/Core/Interruptable.h"
+#include "FSI/Core/UioInterruptController.h"
+#include "Simulation/Fpga/SimulatedFpga.h"
+#include "Tests/Support/LogRecorder.h"
+
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t Pending = 0x18;
+constexpr std::uint32_t Enables = 0x30;
+constexpr std::chrono::seconds Patience(20);
+
+class Device : public fsi::HostFsi, public fsi::Interruptable
+{
+public:
+    Device(simulation::SimulatedFpga& board, const std::string& name, const std::vector<Interrupt>& events)
+        : HostFsi(name, board.Open(name)), Interruptable(static_cast<HostFsi&>(*this), events)
+    {}
+    using Interruptable::GetFileDescriptor;
+};
+
+TEST(Interruptable, PendingEventsAreDispatchedInTheOrderOfTheListAndAcknowledgedFirst)
+{
+    simulation::SimulatedFpga board;
+    Device device(board, "0004", {3, 1, 0});
+    std::vector<int> fired;
+    std::vector<std::uint32_t> pendingThen;
+    for (const int event : {0, 1, 3})
+        device.ConnectSlot(event, [&, event] {
+            fired.push_back(event);
+            pendingThen.push_back(board.GetRegister("0004", Pending));
+        });
+    for (const int event : {1, 2, 3})
+        board.RaiseEvent("0004", event);
+    device.DispatchInterrupts();
+    EXPECT_THAT(fired, ElementsAre(3, 1));
+    EXPECT_THAT(pendingThen, ElementsAre(0x6, 0x4)) << "event 2, which nobody declared, stays pending";
+    device.DispatchInterrupts();
+    EXPECT_EQ(fired.size(), 2u);
+}
+
+TEST(Interruptable, TheEnablesFollowTheDeclaredEventsAndEndWithTheDevice)
+{
+    simulation::SimulatedFpga board;
+    {
+        Device device(board, "0004", {0, 31});
+        EXPECT_EQ(board.GetRegister("0004", Enables), 0x80000001u);
+        device.DisableInterrupt(0);
+        EXPECT_EQ(board.GetRegister("0004", Enables), 0x80000000u);
+        device.EnableInterrupt(3);
+        EXPECT_EQ(board.GetRegister("0004", Enables), 0x80000008u);
+    }
+    EXPECT_EQ(board.GetRegister("0004", Enables), 0u);
+}
+
+TEST(InterruptableDeathTest, FaultsOfTheCodeAreFatal)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    simulation::SimulatedFpga board;
+    EXPECT_DEATH(fsi::Interruptable::Interrupt(-1), "Interrupt events are non-negative\\.");
+    EXPECT_DEATH(fsi::Interruptable::Interrupt(32), "Only 32 interrupt events are supported\\.");
+    EXPECT_DEATH(Device(board, "0004", {}), "An Interruptable device must specify some interrupts!");
+    EXPECT_DEATH(Device(board, "0004", {1}).ConnectSlot(2, [] {}), "Attempt to connect to unknown interrupt\\.");
+    boost::asio::io_service service;
+    EXPECT_DEATH(fsi::UioInterruptController(service, {}), "!mDevices\\.empty\\(\\)");
+}
+
+TEST(UioInterruptController, SlotsRunOnTheThreadOfTheService)
+{
+    simulation::SimulatedFpga board;
+    boost::asio::io_service service;
+    const boost::asio::io_service::work work(service);
+    const auto dma = std::make_shared<Device>(board, "0003", std::vector<fsi::Interruptable::Interrupt>{0});
+    const auto reference = std::make_shared<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{2});
+    std::vector<std::string> fired;
+    const std::thread::id here = std::this_thread::get_id();
+    const auto note = [&](const char* name) {
+        fired.push_back(name);
+        EXPECT_EQ(std::this_thread::get_id(), here);
+    };
+    dma->ConnectSlot(0, [&] { note("dma"); });
+    reference->ConnectSlot(2, [&] { note("reference"); });
+
+    LogRecorder log;
+    const fsi::UioInterruptController controller(service, {dma, reference});
+    const auto runUntil = [&](std::size_t count) {
+        const Clock::time_point deadline = Clock::now() + Patience;
+        while (fired.size() < count && Clock::now() < deadline)
+            service.run_one_until(deadline);
+        return fired.size() >= count;
+    };
+    board.RaiseEvent("0004", 2);
+    ASSERT_TRUE(runUntil(1));
+    board.RaiseEvent("0003", 0);
+    ASSERT_TRUE(runUntil(2));
+    EXPECT_THAT(fired, ElementsAre("reference", "dma"));
+
+    // A descriptor that fails is left out, and the other device is served on.
+    board.BreakInterruptLine("0003");
+    EXPECT_TRUE(log.WaitFor("UioInterruptController lost the interrupts of device 0\n"));
+    board.RaiseEvent("0004", 2);
+    ASSERT_TRUE(runUntil(3));
+    EXPECT_EQ(log.Count("UioInterruptController lost the interrupts of device 0\n"), 1u);
+}
+
+TEST(UioInterruptController, WhatWasPostedForADeviceThatIsGoneDoesNothing)
+{
+    simulation::SimulatedFpga board;
+    boost::asio::io_service service;
+    auto device = std::make_shared<Device>(board, "0003", std::vector<fsi::Interruptable::Interrupt>{0});
+    device->ConnectSlot(0, [] { ADD_FAILURE() << "fired"; });
+    {
+        const fsi::UioInterruptController controller(service, {device});
+        board.RaiseEvent("0003", 0);
+        pollfd line{device->GetFileDescriptor(), POLLIN, 0};
+        const Clock::time_point deadline = Clock::now() + Patience;
+        while (::poll(&line, 1, 0) == 1 && Clock::now() < deadline)
+            std::this_thread::yield();
+    }
+    device.reset();
+    EXPECT_EQ(service.poll(), 1u);
+}
+
+} // namespace

@@ -1,0 +1,141 @@
+#include "FSI/Core/HostFsi.h"
+#include "FSI/Core/UioRegisterBlock.h"
+
+#include <boost/filesystem.hpp>
+#include <cstdlib>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <system_error>
+#include <vector>
+
+namespace {
+
+namespace fs = boost::filesystem;
+using testing::HasSubstr;
+
+/// A tree as the kernel shows it, beside the test program: a mapping asks for the right to execute, and there it has
+/// it.
+class UioTree : public testing::Test
+{
+protected:
+    UioTree()
+    {
+        char name[] = "uioXXXXXX";
+        mRoot = fs::absolute(::mkdtemp(name));
+        fs::create_directories(Class());
+        fs::create_directories(Dev());
+    }
+    ~UioTree() override { fs::remove_all(mRoot); }
+
+    fs::path Class() const { return mRoot / "class"; }
+    fs::path Dev() const { return mRoot / "dev"; }
+
+    /// An empty text leaves the file out.
+    void AddDevice(const std::string& uio, const std::string& name, const std::string& size, const std::string& offset)
+    {
+        Write(Class() / uio / "name", name);
+        if (!size.empty()) Write(Class() / uio / "maps/map0/size", size);
+        if (!offset.empty()) Write(Class() / uio / "maps/map0/offset", offset);
+    }
+    void AddFile(const std::string& uio, const std::string& bytes, std::size_t at)
+    {
+        std::string content(8192, '\0');
+        content.replace(at, bytes.size(), bytes);
+        Write(Dev() / uio, content);
+    }
+    std::string Read(const std::string& uio, std::size_t at, std::size_t length) const
+    {
+        std::ifstream file((Dev() / uio).string(), std::ios::binary);
+        std::string bytes(length, '\0');
+        file.seekg(static_cast<std::streamoff>(at)).read(&bytes[0], static_cast<std::streamsize>(length));
+        return bytes;
+    }
+    fsi::UioRegisterBlock Open(const std::string& name, int instance = 0) const
+    {
+        return fsi::UioRegisterBlock(name, instance, Class().string(), Dev().string());
+    }
+    /// What opening it throws.
+    std::string Failure(const std::string& name, int instance = 0) const
+    {
+        try {
+            Open(name, instance);
+        } catch (const std::system_error& error) {
+            EXPECT_EQ(error.code(), std::errc::no_such_device);
+            return error.what();
+        }
+        return "opened";
+    }
+
+private:
+    static void Write(const fs::path& path, const std::string& text)
+    {
+        fs::create_directories(path.parent_path());
+        std::ofstream(path.string(), std::ios::binary) << text;
+    }
+
+    fs::path mRoot;
+};
+
+TEST_F(UioTree, InstancesAreCountedInTheOrderOfThePathsAndCaseDoesNotMatter)
+{
+    AddDevice("uio3", "00ab\n", "0x1000\n", "0x0\n");
+    AddDevice("uio1", "00AB\n", "0x1000\n", "0x0\n");
+    AddDevice("uio0", "00ABC\n", "0x1000\n", "0x0\n");
+    AddFile("uio1", "first", 4);
+    AddFile("uio3", "other", 4);
+    EXPECT_EQ(Open("00aB", 0).Read8(4), 'f');
+    EXPECT_EQ(Open("00aB", 1).Read8(4), 'o');
+    EXPECT_THAT(Failure("00aB", 2), HasSubstr("FSI '00aB' (device '', fd -1, size 0)"));
+}
+
+TEST_F(UioTree, TheBlockBeginsAtTheOffsetAndAccessesReachTheDevice)
+{
+    AddDevice("uio0", "0003\n", "00002000\n", "1040");
+    AddFile("uio0", std::string("\x11\x22\x33\x44\x55\x66\x77\x08", 8), 0x1040);
+    fsi::UioRegisterBlock block = Open("0003");
+    EXPECT_EQ(block.GetSize(), 0x2000u);
+    EXPECT_NE(block.GetFileDescriptor(), -1);
+    EXPECT_EQ(block.Read8(6), 0x77);
+    EXPECT_EQ(block.Read32(4), 0x08776655u);
+    block.Write32(0x38, 0x01020304);
+    const std::vector<std::uint32_t> words = {1, 2, 0xA0B0C0D0};
+    block.WriteBurst(0x20, words.data(), words.size());
+    EXPECT_EQ(Read("uio0", 0x1040 + 0x38, 4), std::string("\x04\x03\x02\x01", 4));
+    EXPECT_EQ(Read("uio0", 0x1040 + 0x20, 8), std::string("\xD0\xC0\xB0\xA0\0\0\0\0", 8));
+}
+
+TEST_F(UioTree, WhatIsMissingIsNamed)
+{
+    EXPECT_THAT(Failure("0003"), HasSubstr("FSI '0003' (device '', fd -1, size 0)"));
+    EXPECT_THROW(fsi::UioRegisterBlock("0003", 0, "/nonexistent", "/dev"), std::system_error);
+
+    AddDevice("uio0", "0003\n", "0x1000\n", "");
+    const std::string device = (Dev() / "uio0").string();
+    EXPECT_THAT(Failure("0003"), HasSubstr("FSI '0003' (device '" + device + "', fd -1, size 4096)"));
+
+    AddDevice("uio1", "0004\n", "", "");
+    AddFile("uio1", "x", 0);
+    EXPECT_THAT(Failure("0004"), testing::ContainsRegex("uio1', fd [0-9]+, size 0\\)"));
+    EXPECT_EQ(Failure("0004", -1), Failure("0004", 1));
+
+    // An offset that leaves no room for the registers; nonsense instead of a size.
+    AddDevice("uio2", "0010\n", "0x1000\n", "0xFC4\n");
+    AddFile("uio2", "x", 0);
+    EXPECT_THAT(Failure("0010"), HasSubstr("size 4096)"));
+    AddDevice("uio3", "0012\n", "123456789abcdef0123\n", "");
+    AddFile("uio3", "x", 0);
+    EXPECT_THAT(Failure("0012"), HasSubstr("size 0)"));
+}
+
+TEST(OpenRegisterBlock, TheProductLooksForUioDevices)
+{
+    try {
+        const fsi::HostFsi block("no such block", 0);
+        FAIL() << "opened";
+    } catch (const std::system_error& error) {
+        EXPECT_THAT(error.what(), HasSubstr("FSI 'no such block' (device '', fd -1, size 0)"));
+    }
+}
+
+} // namespace
