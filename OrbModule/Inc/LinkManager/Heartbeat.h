@@ -1,0 +1,45 @@
+#pragma once
+
+#include "MiscSource/Hid.h"
+
+#include <atomic>
+#include <boost/asio.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cstdint>
+#include <memory>
+#include <thread>
+
+/// The module heartbeat: once a second, 5 bytes to the master control, which say that the module lives and which
+/// master router it follows. It has a thread and a service of its own, since it must leave on time while the main
+/// thread is busy. A failed send ends it.
+class Heartbeat
+{
+public:
+    using Endpoint = boost::asio::ip::udp::endpoint;
+
+    /// @throws std::runtime_error that names the local endpoint and what to do if it cannot be bound.
+    explicit Heartbeat(const Endpoint& local = UnitEndpoint(UNIT_MODULE),
+                       const Endpoint& destination = UnitEndpoint(UNIT_MASTER_CONTROL));
+    virtual ~Heartbeat();
+    Heartbeat(const Heartbeat&) = delete;
+    Heartbeat& operator=(const Heartbeat&) = delete;
+
+    /// The next heartbeat carries this. Any thread.
+    void SetMasterHid(Hid hid) { mMasterHid.store(hid); }
+
+    /// Heartbeat endpoint of a node of the unit's internal network.
+    static Endpoint UnitEndpoint(Hid node);
+
+private:
+    void StartTimer();
+    void OnTimer(const boost::system::error_code& error);
+    bool Send();
+
+    boost::asio::io_service mService;
+    std::unique_ptr<boost::asio::io_service::work> mWork;
+    boost::asio::ip::udp::socket mSocket;
+    boost::asio::steady_timer mTimer;
+    const Endpoint mDestination;
+    std::atomic<std::uint32_t> mMasterHid{INVALID_HID};
+    std::thread mThread;
+};

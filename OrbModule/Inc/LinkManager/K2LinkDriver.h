@@ -1,0 +1,71 @@
+#pragma once
+
+#include "MiscSource/GlobalConstants.h"
+#include "OrbModule/Inc/LinkManager/K2LinkStatus.h"
+
+#include <boost/asio/ip/udp.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <poll.h>
+#include <string>
+
+struct nl_sock;
+class LinkManager;
+
+/// All that the module asks of the link interfaces and their kernel driver: shell commands that configure an
+/// interface, and the netlink family through which the driver reports each port's neighbour. Cheap and short-lived,
+/// but for the one of the scan. An instance belongs to one thread. Ports are link indexes.
+class K2LinkDriver
+{
+public:
+    /// Asks the driver for the state of each port. Without the driver the object still exists, and no report comes.
+    explicit K2LinkDriver(const LinkManager& manager);
+    explicit K2LinkDriver(std::uint32_t portCount);
+    ~K2LinkDriver();
+    K2LinkDriver(const K2LinkDriver&) = delete;
+    K2LinkDriver& operator=(const K2LinkDriver&) = delete;
+
+    static std::string GetInterfaceName(UINT8GIGEPORT port);
+    // Each gives the status of the shell command, 0 for success.
+    int InterfaceUp(UINT8GIGEPORT port);
+    int InterfaceDown(UINT8GIGEPORT port);
+    int SetInterfaceAddress(UINT8GIGEPORT port, const boost::asio::ip::udp::endpoint& endpoint);
+    int ClearInterfaceAddress(UINT8GIGEPORT port);
+    /// Gives the socket the type of service of heartbeats.
+    static void SetSocketTos(UINT8GIGEPORT port, boost::asio::ip::udp::socket& socket);
+
+    /// Waits for a report, at most 1 s. Fields that the report does not carry keep their value.
+    /// @return true when a report arrived, even one that carried nothing.
+    bool WaitForStatus(K2LinkStatus& status);
+    /// False once this socket can no longer be trusted to bring every report: the family was absent when it was
+    /// made, it has failed, or the driver has meanwhile been registered anew. A new instance is then needed.
+    /// Asks the driver, so not for every turn of a loop. A driver that is away for the moment changes nothing.
+    bool IsCurrent() const;
+
+    /// Ids under which the driver's family and its group stand in the kernel; not positive if they do not.
+    struct Registration
+    {
+        int family = 0;
+        int group = 0;
+
+        bool IsKnown() const { return family > 0; }
+        friend bool operator==(const Registration& a, const Registration& b)
+        {
+            return a.family == b.family && a.group == b.group;
+        }
+    };
+    /// What this instance found when it was made.
+    const Registration& GetRegistration() const { return mRegistration; }
+
+    /// Takes one datagram of the driver apart. If it holds several messages, the later values stand on top.
+    static void ReadReport(const std::uint8_t* bytes, std::size_t size, K2LinkStatus& status);
+
+private:
+    bool ReceiveReport(K2LinkStatus& status);
+    void RequestStatus(std::uint32_t port);
+
+    nl_sock* mSocket;
+    Registration mRegistration;
+    struct pollfd mPollFd;
+    bool mFailed = false;
+};

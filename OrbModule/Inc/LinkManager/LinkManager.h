@@ -1,0 +1,157 @@
+#pragma once
+
+#include "K2Common/K2Heartbeat.h"
+#include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
+#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
+
+#include <array>
+#include <atomic>
+#include <boost/asio/io_service.hpp>
+#include <boost/asio/ip/udp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/signals2/signal.hpp>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+class RouterDetectTimeAllowanceCmd;
+class SetRouterSampleRateCmd;
+
+/// Owns the two external link ports: decides when they come up, holds one SocketData for each live link, and keeps
+/// the rules that make this module a downstream node of a master router, or its own master.
+///
+/// Operations run on the main thread unless they say otherwise, and all signals fire there. A link's thread reaches
+/// the rest of the system by posts that hold this object and values; so the main service must not run any more when
+/// this object dies. Ports are link indexes (0, 1), but in OnDeviceChange.
+///
+/// Locks: mMutex guards mConnections, and is held while the master control is asked for a restart. mRulesMutex makes
+/// one step of each change of mRoutersAllowed with mVariants; it is held for those words alone, never over a call.
+class LinkManager
+{
+public:
+    class SocketData;
+    using Endpoint = boost::asio::ip::udp::endpoint;
+    using LinkType = K2Heartbeat::LinkState::LinkType;
+
+    /// Raises the interfaces and starts the scan. Both objects outlive this one.
+    LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms);
+    ~LinkManager();
+    LinkManager(const LinkManager&) = delete;
+    LinkManager& operator=(const LinkManager&) = delete;
+
+    /// A new neighbour: its addresses in host order. A lost one: local IP 0, remote port 0xFF, remote IP 0, and type
+    /// 0 if it was the driver that told so.
+    boost::signals2::signal<void(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remotePort,
+                                 std::uint32_t remoteIp, Hid hid, LinkType type)>
+        DeviceChanged;
+    boost::signals2::signal<void(Hid hid, std::uint32_t variant)> IoInternalsChanged;
+    boost::signals2::signal<void(UINT8GIGEPORT port)> HeartbeatReceived;
+    /// MakeLinkHid of the master's rack; this rack with device field 0 once routers are disallowed; INVALID_HID when
+    /// the master is lost.
+    boost::signals2::signal<void(Hid hid)> MasterHidChanged;
+
+    /// This module's identity. The link interfaces go down.
+    void OnLocalHidChanged(Hid hid);
+    /// The first I/O device on the internal port lets the link interfaces come up (for which this sleeps 2 s) as soon
+    /// as the HID is known. @param port a Routing::PortsEnum.
+    void OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
+    void ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const RouterDetectTimeAllowanceCmd>& command,
+                                        UINT8GIGEPORT port, StreamType type);
+    void ReceivedSetRouterSampleRateCmd(const std::shared_ptr<const SetRouterSampleRateCmd>& command,
+                                        UINT8GIGEPORT port, StreamType type);
+    /// From now on the neighbour of this port is lost when its heartbeats stay away for that time.
+    void SetUdpTimeout(UINT8GIGEPORT Port, std::chrono::milliseconds timeout);
+    /// ADMA endpoint id of a port as the driver gave it; waits for it on the caller's thread, any, at most that long.
+    /// @return 0 if it is still unknown.
+    std::uint8_t GetAdmaEndpointId(std::uint32_t Port, const std::chrono::seconds& timeout);
+    /// A neighbour's heartbeats stay away. Its connection stays.
+    void HandleHeartbeatTimeout(UINT8GIGEPORT GigePort);
+    void RouterLost(UINT8GIGEPORT port);
+
+    /// Any thread.
+    SampleRates::SystemSampleRate GetSampleRate() const { return mSampleRate.load(); }
+    std::uint32_t GetPortCount() const { return mPortCount; }
+    /// Tells the console on the local port what became of the master router. Any thread.
+    void SendNotification(unsigned char number);
+    /// Asks the master control of this rack to restart its link. Any thread that does not hold mMutex.
+    void RestartMcsLink();
+
+    /// The loop of the scan thread: driver reports become connections.
+    void Scan();
+    /// Opens the link of a port whose interface has its address. One that the port still has stays instead.
+    void CreateConnection(UINT8GIGEPORT port, const Endpoint& local, std::uint8_t remotePort, const Endpoint& remote,
+                          std::uint32_t remoteId);
+    void DestroyConnection(UINT8GIGEPORT port);
+
+private:
+    enum class On { MainThread, LinkThread };
+
+    void BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, const char* failure);
+    void BringUpExternalGigEs();
+    void WriteHidToDriver(Hid hid, UINT8GIGEPORT port);
+    void StartRouterIgnoreTimer();
+    void OnRouterIgnoreTimer(const boost::system::error_code& error, std::uint32_t start);
+    void RoutersDisallowed(On thread);
+    bool DisallowRouters(const std::uint32_t* timerStart);
+    Hid OwnMasterHid() const { return mLocalRack << 16; }
+    void SetMasterHid(Hid hid);
+    bool HasMaster() const;
+    void ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, std::vector<Endpoint>& current);
+    void FollowDriver(K2LinkDriver& driver, K2LinkDriver::Registration& known, std::vector<Endpoint>& current);
+    void PostDestruction(UINT8GIGEPORT port);
+
+    /// Number of the link that a port has, 0 if it has none. What a link posted before it went is void.
+    std::uint32_t GetLinkInForce(UINT8GIGEPORT port);
+
+    /// The neighbour of a link as it was when its heartbeats stayed away.
+    struct LostNeighbour
+    {
+        std::uint32_t linkNumber;
+        Hid hid;
+        LinkType type;
+    };
+    void HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, std::optional<LostNeighbour> lost);
+
+    // For the links, on their threads.
+    /// The port passes a router's variant on; false, and nothing done, if routers are not allowed.
+    bool FollowRouter(UINT8GIGEPORT port, K2Heartbeat::LinkVariant variant, bool isNew);
+    void SetMasterOfVariant(K2Heartbeat::LinkVariant variant);
+    void PostCancelOfRouterIgnoreTimer();
+
+    struct FsiInfo
+    {
+        std::atomic<std::uint32_t> fsiEndpoint{0};
+        std::atomic<std::uint32_t> admaEndpoint{0};
+    };
+
+    std::array<FsiInfo, Routing::MAX_ORB_K2_PORTS> mFsiInfo;
+    boost::asio::io_service& mIoService;
+    std::atomic<std::uint32_t> mLocalRack{0xFFFFFFFF};
+    std::atomic<std::uint32_t> mMasterRack{INVALID_RACK_ID};
+    const std::uint32_t mPortCount;
+    iOrbKLVComms* const mComms;
+    std::map<UINT8GIGEPORT, std::shared_ptr<SocketData>> mConnections;
+    /// By Routing::PortsEnum.
+    std::array<std::atomic<K2Heartbeat::LinkVariant>, Routing::PORT_COUNT> mVariants;
+    std::thread mScanThread;
+    std::atomic<bool> mStop{false};
+    std::atomic<bool> mHidKnown{false};
+    std::atomic<bool> mRoutersAllowed{true};
+    std::mutex mMutex;
+    std::mutex mRulesMutex;
+    boost::asio::steady_timer mRouterIgnoreTimer;
+    /// Counts the starts and the cancels of the timer: an expiry that was already queued then is not taken for one.
+    std::atomic<std::uint32_t> mRouterIgnoreStart{0};
+    bool mWaitingForLocalDevice = true;
+    std::uint32_t mRouterTimeAllowance = 0;
+    std::atomic<SampleRates::SystemSampleRate> mSampleRate{SampleRates::RATE_48K};
+    std::atomic<bool> mExternalGigEsUp{false};
+    std::atomic<std::uint8_t> mRouterPorts{0};
+    std::uint32_t mLinksMade = 0;
+};

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "K2Common/K2Heartbeat.h"
+#include "OrbModule/Inc/LinkManager/K2LinkStatus.h"
+
+#include <boost/asio/ip/udp.hpp>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+/// The rules of the link layer as functions of values: what a driver report means, when a heartbeat is late, and what
+/// a neighbour's heartbeat asks for. Without state and without sockets; LinkManager and its links act on the outcome.
+namespace LinkRules {
+
+constexpr std::chrono::milliseconds HEARTBEAT_PERIOD{300};
+/// A send later than the period by more than this, and a receive later than the last one by more, are logged.
+constexpr std::chrono::milliseconds LATE_LIMIT{500};
+
+/// The two ends of a link. A default-constructed endpoint is no link.
+struct LinkEndpoints
+{
+    boost::asio::ip::udp::endpoint local;
+    boost::asio::ip::udp::endpoint remote;
+};
+/// Addresses and UDP ports that follow from a report on link index 0 or 1.
+LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& status);
+
+enum class LinkChange { None, Close, Open, Replace };
+/// What a new local endpoint means for a port.
+LinkChange WorkOutLinkChange(const boost::asio::ip::udp::endpoint& current,
+                             const boost::asio::ip::udp::endpoint& local);
+
+/// By how much a send is late, if that is worth a line. @param elapsed since the last send.
+std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds elapsed);
+
+struct Lateness
+{
+    bool report = false;
+    bool forceTimeout = false;
+    /// The stream of this neighbour is on its way out, or will be by the forced time-out.
+    bool ignoreHeartbeat = false;
+};
+/// @param elapsed since the time-out was last started; @param timeout 0 if none is in force.
+Lateness WorkOutLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
+                         bool streamClosing);
+
+/// What the module is and knows when a heartbeat arrives.
+struct OwnState
+{
+    std::uint32_t localRack = 0xFFFFFFFF;
+    std::uint32_t masterRack = INVALID_RACK_ID;
+    SampleRates::SystemSampleRate rate = SampleRates::RATE_48K;
+    bool routersAllowed = true;
+    /// Ports that had a router before this heartbeat.
+    std::uint8_t routerPorts = 0;
+    /// Variant of the last heartbeat on this link; empty for a new neighbour.
+    std::optional<K2Heartbeat::LinkVariant> lastVariant;
+};
+
+/// What a heartbeat asks for.
+struct HeartbeatDecision
+{
+    enum class Neighbour { Known, New, IgnoredOrb, IgnoredRouter };
+
+    Neighbour neighbour = Neighbour::Known;
+    /// A router at another base rate while routers are allowed: the sample rate notification, no routers from now on,
+    /// a restart of the master control's link. All else is decided as if that had been done.
+    bool baseRateConflict = false;
+    /// To be given to a router that is ignored.
+    std::optional<SornMasterRouterNotification::Number> notification;
+    /// The router in whose variant the master is told: the port sends variantToKeep, and the master changes.
+    bool followRouter = false;
+    /// A known I/O device has changed its internals.
+    bool internalsChanged = false;
+    K2Heartbeat::LinkVariant variantToKeep = K2Heartbeat::START_VARIANT;
+};
+HeartbeatDecision WorkOutHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet);
+
+/// Only a master router counts; hubs and Orbs are routing devices, but not this.
+constexpr bool IsRouter(K2Heartbeat::LinkType type)
+{
+    return type == K2Heartbeat::K2_ROUTER_TYPE;
+}
+
+} // namespace LinkRules

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "OrbModule/Inc/LinkManager/LinkManager.h"
+#include "OrbModule/Inc/LinkManager/LinkRules.h"
+
+#include <array>
+#include <boost/asio.hpp>
+#include <optional>
+
+/// One live link: sends this module's heartbeats to the neighbour, receives the neighbour's, and tells LinkManager
+/// what they mean. Built and destroyed on the main thread; its handlers run on a thread of its own, so that heartbeats
+/// leave on time while the main thread is busy, and nothing there ever waits for the main thread.
+class LinkManager::SocketData
+{
+public:
+    /// Opens and binds the socket; nothing runs before Start.
+    /// @param number tells this link from all others of the manager; @param remoteId the driver's id of the neighbour,
+    /// which stands for its HID until the first heartbeat.
+    /// @throws boost::system::system_error if the local endpoint cannot be bound.
+    SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, UINT8GIGEPORT port,
+               std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort);
+    /// Stops.
+    ~SocketData();
+    SocketData(const SocketData&) = delete;
+    SocketData& operator=(const SocketData&) = delete;
+
+    /// For options of the socket, before Start.
+    boost::asio::ip::udp::socket& GetSocket() { return mSocket; }
+    /// Starts the thread; the first heartbeat leaves at once. Once.
+    void Start();
+    /// Joins the thread. For good.
+    void Stop();
+    std::uint32_t GetNumber() const { return mNumber; }
+    /// Any thread; takes effect on the link's.
+    void SetTimeout(std::chrono::milliseconds timeout);
+    /// Any thread.
+    Hid GetRemoteHid() const { return mRemoteHid.load(); }
+    LinkType GetLinkType() const { return mLinkType.load(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void StartReceive();
+    void OnReceive(const boost::system::error_code& error, std::size_t size);
+    void OnHeartbeat(const K2Heartbeat::LinkState& packet);
+    bool TakeHeartbeat(const K2Heartbeat::LinkState& packet);
+    bool IsFromClosingStream(const K2Heartbeat::LinkState& packet);
+    LinkRules::HeartbeatDecision Decide(const K2Heartbeat::LinkState& packet);
+    template <class Action>
+    void Post(Action action);
+    void PostNewDevice(const K2Heartbeat::LinkState& packet);
+    void PostInternals(Hid hid, K2Heartbeat::LinkVariant variant);
+
+    void StartTimeoutTimer();
+    void CancelTimeoutTimer();
+    void OnTimeoutTimer(const boost::system::error_code& error, std::uint32_t start);
+    void HandleHeartbeatTimeout();
+
+    void StartSendTimer(std::chrono::milliseconds wait);
+    void StopSending();
+    void OnSendTimer(const boost::system::error_code& error);
+    void Send();
+
+    boost::asio::io_service mService;
+    std::unique_ptr<boost::asio::io_service::work> mWork;
+    boost::asio::ip::udp::socket mSocket;
+    const Endpoint mLocalEndpoint;
+    const UINT8GIGEPORT mGigePort;
+    std::atomic<std::uint32_t> mRemoteHid;
+    std::atomic<LinkType> mLinkType{K2Heartbeat::K2_NO_TYPE};
+    const Endpoint mRemoteEndpoint;
+    const std::uint8_t mRemotePort;
+    LinkManager& mManager;
+    const std::uint32_t mNumber;
+    boost::asio::steady_timer mTimeoutTimer;
+    std::chrono::milliseconds mTimeout{0};
+    /// Counts the starts and the cancels of mTimeoutTimer: an expiry that was already queued then is not one.
+    std::uint32_t mTimeoutStart = 0;
+    boost::asio::steady_timer mSendTimer;
+    bool mSending = true;
+    Endpoint mSender;
+    /// Longer than a heartbeat, so that a longer datagram shows.
+    std::array<std::uint8_t, 64> mReceiveBuffer{};
+    bool mReceivePending = false;
+    std::optional<K2Heartbeat::LinkVariant> mLastVariant;
+    Clock::time_point mLastSend;
+    Clock::time_point mLastTimerStart;
+    std::thread mThread;
+};

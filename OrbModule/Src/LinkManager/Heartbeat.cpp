@@ -1,0 +1,85 @@
+#include "OrbModule/Inc/LinkManager/Heartbeat.h"
+
+#include "Audit/Audit.h"
+
+#include <array>
+#include <chrono>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+using boost::asio::ip::udp;
+
+constexpr std::uint16_t HeartbeatPort = 49157;
+constexpr std::uint8_t MessageType = 150;
+constexpr std::chrono::seconds Period{1};
+
+udp::socket BindSocket(boost::asio::io_service& service, const udp::endpoint& local)
+{
+    udp::socket socket(service, local.protocol());
+    boost::system::error_code error;
+    socket.bind(local, error);
+    if (error) {
+        std::ostringstream text;
+        text << "The module heartbeat cannot bind UDP " << local << " (" << error.message()
+             << "): give eth0 the address " << local.address() << ", and end any other program that uses this port";
+        throw std::runtime_error(text.str());
+    }
+    return socket;
+}
+
+} // namespace
+
+Heartbeat::Endpoint Heartbeat::UnitEndpoint(Hid node)
+{
+    return {boost::asio::ip::address_v4(node), HeartbeatPort};
+}
+
+Heartbeat::Heartbeat(const Endpoint& local, const Endpoint& destination)
+    : mWork(std::make_unique<boost::asio::io_service::work>(mService)),
+      mSocket(BindSocket(mService, local)),
+      mTimer(mService),
+      mDestination(destination)
+{
+    StartTimer();
+    mThread = std::thread([this] { mService.run(); });
+}
+
+Heartbeat::~Heartbeat()
+{
+    mService.stop();
+    mThread.join();
+    mTimer.cancel();
+    mWork.reset();
+}
+
+void Heartbeat::StartTimer()
+{
+    mTimer.expires_from_now(Period);
+    mTimer.async_wait([this](const boost::system::error_code& error) { OnTimer(error); });
+}
+
+void Heartbeat::OnTimer(const boost::system::error_code& error)
+{
+    if (error == boost::asio::error::operation_aborted) return;
+    if (error) {
+        AUDIT_STREAM(Fault, "Sending HB timer error: " << error.message() << "\n");
+        return;
+    }
+    if (Send()) {
+        StartTimer();
+    } else {
+        AUDIT_LOG(Fault, "Heartbeat::Send FAILED\r\n");
+    }
+}
+
+bool Heartbeat::Send()
+{
+    const std::uint32_t hid = mMasterHid.load();
+    const std::array<std::uint8_t, 5> message = {
+        MessageType, static_cast<std::uint8_t>(hid), static_cast<std::uint8_t>(hid >> 8),
+        static_cast<std::uint8_t>(hid >> 16), static_cast<std::uint8_t>(hid >> 24)};
+    boost::system::error_code error;
+    return mSocket.send_to(boost::asio::buffer(message), mDestination, 0, error) == message.size() && !error;
+}

@@ -1,0 +1,373 @@
+#include "OrbModule/Inc/LinkManager/LinkManager.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/Commands/RestartMCSLinkCmd.h"
+#include "Common/KLV/Commands/RouterDetectTimeAllowanceCmd.h"
+#include "Common/KLV/Commands/SetRouterSampleRateCmd.h"
+#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
+#include "OrbModule/Inc/LinkManager/LinkRules.h"
+#include "OrbModule/Inc/LinkManager/SocketData.h"
+
+#include <algorithm>
+#include <fstream>
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// Raised at start, more than the module has links.
+constexpr std::uint32_t InterfaceCount = 3;
+constexpr std::chrono::seconds ExternalPortsDelay{2};
+constexpr std::uint32_t RouterAllowanceMargin = 5000;
+constexpr milliseconds EndpointPollInterval{100};
+/// The driver's id of a node is twice its rack id.
+constexpr std::uint32_t DriverIdShift = 15;
+
+} // namespace
+
+LinkManager::LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms)
+    : mIoService(service),
+      mPortCount(std::min(portCount, Routing::MAX_ORB_K2_PORTS)),
+      mComms(&comms),
+      mRouterIgnoreTimer(service)
+{
+    AUDIT_LOG(Information, "Starting HubLinkManager\n");
+    for (auto& variant : mVariants)
+        variant = K2Heartbeat::START_VARIANT;
+    K2LinkDriver driver(*this);
+    BringUpInterfaces(driver, InterfaceCount, "Failed to perform initial interface bring up on ");
+    mScanThread = std::thread([this] { Scan(); });
+    AUDIT_LOG(Information, "Started HubLinkManager\n");
+}
+
+LinkManager::~LinkManager()
+{
+    {
+        K2LinkDriver driver(*this);
+        for (std::uint32_t i = 0; i < mPortCount; ++i) {
+            const auto port = static_cast<UINT8GIGEPORT>(i);
+            if (driver.ClearInterfaceAddress(port) != 0) {
+                AUDIT_STREAM(Fault,
+                             "Failed to perform destructor interface take down on " << LinkPortText(port) << "\n");
+            }
+        }
+    }
+    mStop = true;
+    mScanThread.join();
+
+    std::map<UINT8GIGEPORT, std::shared_ptr<SocketData>> connections;
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        connections.swap(mConnections);
+    }
+    connections.clear();
+}
+
+void LinkManager::BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, const char* failure)
+{
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const auto port = static_cast<UINT8GIGEPORT>(i);
+        if (driver.InterfaceUp(port) != 0) AUDIT_STREAM(Fault, failure << LinkPortText(port) << "\n");
+    }
+}
+
+// Identity and local device
+
+void LinkManager::OnLocalHidChanged(Hid hid)
+{
+    AUDIT_STREAM(Information, "LinkManager::OnLocalHidChanged Hid Now Is " << hid << "\r\n");
+    mLocalRack = GetRackId(hid);
+    {
+        K2LinkDriver driver(*this);
+        for (std::uint32_t i = 0; i < mPortCount; ++i) {
+            const auto port = static_cast<UINT8GIGEPORT>(i);
+            if (driver.InterfaceDown(port) != 0) {
+                AUDIT_STREAM(Fault, "Failed to perform initial interface bring down on " << LinkPortText(port) << "\n");
+            }
+            WriteHidToDriver(hid, port);
+        }
+    }
+    mHidKnown = true;
+    if (!mWaitingForLocalDevice) BringUpExternalGigEs();
+    if (mLocalRack == DEFAULT_RACK_ID) {
+        AUDIT_LOG(Information, "System is running as default routers disallowed by default\n");
+        RoutersDisallowed(On::MainThread);
+    }
+}
+
+void LinkManager::WriteHidToDriver(Hid hid, UINT8GIGEPORT port)
+{
+    std::ofstream file("/sys/class/net/" + K2LinkDriver::GetInterfaceName(port) + "/k2hid", std::ios::trunc);
+    file << ((hid & 0xFFFF0000) >> DriverIdShift) << "\n" << std::flush;
+    if (!file) AUDIT_STREAM(Fault, "Error setting HID in driver for " << LinkPortText(port) << "\r\n");
+}
+
+void LinkManager::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool, StreamType)
+{
+    if (!mWaitingForLocalDevice) return;
+    AUDIT_STREAM(Information,
+                 "LinkManager::OnDeviceChange Device Online " << hid << " Port " << LinkPortText(port) << "\r\n");
+    if (port != Routing::ORB_PORT || !IsIoHid(hid)) return;
+    mWaitingForLocalDevice = false;
+    if (mHidKnown) BringUpExternalGigEs();
+}
+
+void LinkManager::BringUpExternalGigEs()
+{
+    AUDIT_LOG(RouterAudioRoute, "LinkManager::BringUpExternalGigEs\r\n");
+    std::this_thread::sleep_for(ExternalPortsDelay);
+    K2LinkDriver driver(*this);
+    BringUpInterfaces(driver, mPortCount, "Failed to perform initial interface bring Up on ");
+    if (!mWaitingForLocalDevice && mHidKnown && mRoutersAllowed) StartRouterIgnoreTimer();
+    mExternalGigEsUp = true;
+}
+
+// Routers
+
+void LinkManager::StartRouterIgnoreTimer()
+{
+    AUDIT_LOG(Information, "Start Router Ignore Timer\r\n");
+    mRouterIgnoreTimer.expires_from_now(milliseconds(mRouterTimeAllowance));
+    mRouterIgnoreTimer.async_wait([this, start = ++mRouterIgnoreStart](const boost::system::error_code& error) {
+        if (error != boost::asio::error::operation_aborted) OnRouterIgnoreTimer(error, start);
+    });
+}
+
+void LinkManager::OnRouterIgnoreTimer(const boost::system::error_code& error, std::uint32_t start)
+{
+    if (error) {
+        AUDIT_STREAM(Fault, "RoutersDisallowed timer error: " << error.message() << "\n");
+        return;
+    }
+    if (!DisallowRouters(&start)) return;
+    SetMasterHid(OwnMasterHid());
+    RestartMcsLink();
+}
+
+void LinkManager::PostCancelOfRouterIgnoreTimer()
+{
+    mIoService.post([this, start = mRouterIgnoreStart.load()] {
+        boost::system::error_code ignored;
+        if (start == mRouterIgnoreStart) mRouterIgnoreTimer.cancel(ignored);
+    });
+}
+
+void LinkManager::ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const RouterDetectTimeAllowanceCmd>& command,
+                                                 UINT8GIGEPORT, StreamType)
+{
+    const std::uint32_t allowance = command->GetMilliseconds();
+    AUDIT_STREAM(Information, "ReceivedRouterTimeAllowanceCmd ms" << allowance << "\r\n");
+    mRouterTimeAllowance = std::min(allowance, 0xFFFFFFFF - RouterAllowanceMargin) + RouterAllowanceMargin;
+    if (mExternalGigEsUp && mRoutersAllowed) StartRouterIgnoreTimer();
+}
+
+void LinkManager::ReceivedSetRouterSampleRateCmd(const std::shared_ptr<const SetRouterSampleRateCmd>& command,
+                                                 UINT8GIGEPORT, StreamType)
+{
+    const SampleRates::SystemSampleRate rate = command->GetSampleRate();
+    AUDIT_STREAM(Information, "LinkManager::ReceivedSetRouterSampleRateCmd " << rate << "\r\n");
+    const std::lock_guard<std::mutex> lock(mRulesMutex);
+    mSampleRate = SampleRates::GetBaseRate(rate);
+    for (auto& variant : mVariants)
+        variant = K2Heartbeat::WithVariantRate(variant, mSampleRate);
+}
+
+void LinkManager::RoutersDisallowed(On thread)
+{
+    DisallowRouters(nullptr);
+    if (thread == On::MainThread) {
+        SetMasterHid(OwnMasterHid());
+    } else {
+        mIoService.post([this, hid = OwnMasterHid()] { MasterHidChanged(hid); });
+    }
+}
+
+/// @param timerStart the start of the router ignore timer that asks for it, null if something else does.
+/// @return false, and nothing done, if that start has been cancelled.
+bool LinkManager::DisallowRouters(const std::uint32_t* timerStart)
+{
+    {
+        const std::lock_guard<std::mutex> lock(mRulesMutex);
+        if (timerStart && *timerStart != mRouterIgnoreStart) return false;
+        mRoutersAllowed = false;
+        mMasterRack = mLocalRack.load();
+        const K2Heartbeat::LinkVariant variant = K2Heartbeat::MakeVariant(0, mSampleRate, mLocalRack);
+        for (std::uint32_t i = 0; i < mPortCount; ++i)
+            mVariants[ToPort(static_cast<UINT8GIGEPORT>(i))] = variant;
+    }
+    AUDIT_LOG(Information, "Routers Disallowed\r\n");
+    return true;
+}
+
+void LinkManager::SetMasterHid(Hid hid)
+{
+    mMasterRack = GetRackId(hid);
+    MasterHidChanged(hid);
+}
+
+bool LinkManager::FollowRouter(UINT8GIGEPORT port, K2Heartbeat::LinkVariant variant, bool isNew)
+{
+    const std::lock_guard<std::mutex> lock(mRulesMutex);
+    if (!mRoutersAllowed) return false;
+    mVariants[ToPort(port)] = variant;
+    if (isNew) ++mRouterIgnoreStart;
+    return true;
+}
+
+/// Main thread.
+void LinkManager::SetMasterOfVariant(K2Heartbeat::LinkVariant variant)
+{
+    // Routers may have been disallowed while this was queued; then this module is its own master.
+    if (mRoutersAllowed) SetMasterHid(MakeLinkHid(K2Heartbeat::GetVariantRack(variant) << 16));
+}
+
+void LinkManager::RouterLost(UINT8GIGEPORT port)
+{
+    if (port >= Routing::MAX_ORB_K2_PORTS) return;
+    const auto others = static_cast<std::uint8_t>(~(1u << port));
+    const bool someLeft = (mRouterPorts.fetch_and(others) & others) != 0;
+    {
+        const std::lock_guard<std::mutex> lock(mRulesMutex);
+        auto& variant = mVariants[ToPort(port)];
+        if (mRoutersAllowed) variant = K2Heartbeat::WithVariantRack(variant, INVALID_RACK_ID);
+    }
+    if (!mRoutersAllowed) {
+        if (!someLeft) SendNotification(SornMasterRouterNotification::LOST);
+    } else if (!HasMaster()) {
+        mIoService.post([this] {
+            // A router may have come while this was queued.
+            if (mRoutersAllowed && !HasMaster()) SetMasterHid(INVALID_HID);
+        });
+    }
+}
+
+/// Whether a router on any port tells of a master.
+bool LinkManager::HasMaster() const
+{
+    const auto hasMaster = [](K2Heartbeat::LinkVariant variant) {
+        return K2Heartbeat::GetVariantRack(variant) != INVALID_RACK_ID;
+    };
+    return hasMaster(mVariants[Routing::PRIMARY_PORT]) || hasMaster(mVariants[Routing::SECONDARY_PORT]);
+}
+
+void LinkManager::SendNotification(unsigned char number)
+{
+    mComms->SendLocal(SornMasterRouterNotification::Command(number), Routing::ORB_PORT);
+}
+
+void LinkManager::RestartMcsLink()
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mComms->SendLocal(RestartMCSLinkCmd((mLocalRack << 16) + 0x100), Routing::ORB_PORT);
+}
+
+// Links
+
+std::uint8_t LinkManager::GetAdmaEndpointId(std::uint32_t Port, const std::chrono::seconds& timeout)
+{
+    if (!AUDIT_ASSERT(Port < mFsiInfo.size())) return 0;
+    const std::atomic<std::uint32_t>& id = mFsiInfo[Port].admaEndpoint;
+    const auto start = std::chrono::steady_clock::now();
+    while (id == 0 && std::chrono::steady_clock::now() - start < timeout) {
+        std::this_thread::sleep_for(EndpointPollInterval);
+    }
+    const std::uint32_t value = id;
+    if (value == 0) AUDIT_STREAM(Fault, "Failed to get FSI endpoint id for K2link " << Port << "\n");
+    return static_cast<std::uint8_t>(value);
+}
+
+void LinkManager::SetUdpTimeout(UINT8GIGEPORT Port, milliseconds timeout)
+{
+    if (!AUDIT_ASSERT(Port < Routing::MAX_ORB_K2_PORTS)) return;
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const auto found = mConnections.find(Port);
+    if (found == mConnections.end()) {
+        AUDIT_STREAM(Fault, "No heartbeat timer running on Gige port " << LinkPortText(Port)
+                                                                       << ", ignoring timeout settings\n");
+        return;
+    }
+    AUDIT_STREAM(Information,
+                 "Setting UDP timeout on Gige port " << LinkPortText(Port) << " to " << timeout.count() << "\n");
+    found->second->SetTimeout(timeout);
+}
+
+void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort)
+{
+    HandleHeartbeatTimeout(GigePort, std::nullopt);
+}
+
+void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, std::optional<LostNeighbour> lost)
+{
+    if (!AUDIT_ASSERT(GigePort < Routing::MAX_ORB_K2_PORTS)) return;
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        const auto found = mConnections.find(GigePort);
+        if (found == mConnections.end()) {
+            AUDIT_STREAM(RouterConnectionDebug, "HandleHeartbeatTimeout: No connection on local Gige port "
+                                                    << LinkPortText(GigePort) << " to destroy\n");
+            return;
+        }
+        const SocketData& link = *found->second;
+        if (!lost) lost = LostNeighbour{link.GetNumber(), link.GetRemoteHid(), link.GetLinkType()};
+        // The port has meanwhile got another link.
+        if (lost->linkNumber != link.GetNumber()) return;
+        AUDIT_STREAM(Information, "void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on "
+                                      << LinkPortText(GigePort) << "\n");
+        if (LinkRules::IsRouter(lost->type)) RouterLost(GigePort);
+    }
+    // Now, not by another post: the neighbour may have returned meanwhile, and its news is queued already. But not
+    // under the lock, which a slot may take.
+    DeviceChanged(GigePort, 0, UNKNOWN_GIGE_PORT, 0, lost->hid, lost->type);
+}
+
+void LinkManager::CreateConnection(UINT8GIGEPORT port, const Endpoint& local, std::uint8_t remotePort,
+                                   const Endpoint& remote, std::uint32_t remoteId)
+{
+    std::shared_ptr<SocketData> link;
+    try {
+        link = std::make_shared<SocketData>(*this, ++mLinksMade, local, port, remoteId, remote, remotePort);
+    } catch (const boost::system::system_error& error) {
+        AUDIT_STREAM(Fault, "Unable to bind GigePort " << LinkPortText(port) << " to Port " << local << ": Error "
+                                                       << error.code().message() << "\n");
+        return;
+    }
+    // Before the first heartbeat, which leaves at once.
+    K2LinkDriver::SetSocketTos(port, link->GetSocket());
+    link->Start();
+    // A link that is not taken in dies outside the lock: its thread may wait for it.
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mConnections.emplace(port, link);
+}
+
+void LinkManager::DestroyConnection(UINT8GIGEPORT port)
+{
+    std::shared_ptr<SocketData> link;
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        const auto found = mConnections.find(port);
+        if (found != mConnections.end()) {
+            link = std::move(found->second);
+            mConnections.erase(found);
+        }
+    }
+    if (!link) {
+        AUDIT_STREAM(RouterConnectionDebug, "Scan: No connection on local " << LinkPortText(port) << " to destroy\n");
+        return;
+    }
+    // Not under the lock, for which the link's thread may be waiting.
+    link->Stop();
+    const Hid hid = link->GetRemoteHid();
+    const bool wasRouter = LinkRules::IsRouter(link->GetLinkType());
+    AUDIT_STREAM(RouterConnectionDebug,
+                 "Scan: Connection lost on " << LinkPortText(port) << " Was Router ? " << (wasRouter ? 1 : 0) << "\n");
+    DeviceChanged(port, 0, UNKNOWN_GIGE_PORT, 0, hid, K2Heartbeat::K2_NO_TYPE);
+    if (wasRouter) RouterLost(port);
+}
+
+std::uint32_t LinkManager::GetLinkInForce(UINT8GIGEPORT port)
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    const auto found = mConnections.find(port);
+    return found == mConnections.end() ? 0 : found->second->GetNumber();
+}

@@ -1,0 +1,88 @@
+#include "OrbModule/Inc/LinkManager/LinkRules.h"
+
+namespace LinkRules {
+
+namespace {
+
+using boost::asio::ip::address_v4;
+using boost::asio::ip::udp;
+
+/// The owner of a link's network listens on the first.
+constexpr std::uint16_t OwnerPort = 60001;
+constexpr std::uint16_t GuestPort = 60002;
+
+} // namespace
+
+LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& status)
+{
+    if (status.RemoteId == K2LinkStatus::NO_REMOTE) return {};
+    const auto port = static_cast<UINT8GIGEPORT>(status.Port);
+    const auto remotePort = static_cast<std::uint8_t>(status.RemotePort);
+    const bool primary = port == 0;
+    const bool owner = OwnsLinkNetwork(localRack, status.RemoteId);
+    return {{address_v4(GetLinkLocalAddress(localRack, port, status.RemoteId, remotePort, primary)),
+             owner ? OwnerPort : GuestPort},
+            {address_v4(GetLinkRemoteAddress(localRack, port, status.RemoteId, remotePort, primary)),
+             owner ? GuestPort : OwnerPort}};
+}
+
+LinkChange WorkOutLinkChange(const udp::endpoint& current, const udp::endpoint& local)
+{
+    const udp::endpoint none;
+    if (local == current) return LinkChange::None;
+    if (local == none) return LinkChange::Close;
+    return current == none ? LinkChange::Open : LinkChange::Replace;
+}
+
+std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds elapsed)
+{
+    const std::chrono::milliseconds delay = elapsed - HEARTBEAT_PERIOD;
+    if (delay > LATE_LIMIT) return delay;
+    return std::nullopt;
+}
+
+Lateness WorkOutLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
+                         bool streamClosing)
+{
+    Lateness result;
+    result.report = elapsed > LATE_LIMIT && timeout.count() != 0;
+    result.forceTimeout = result.report && elapsed >= timeout && streamExists && !streamClosing;
+    result.ignoreHeartbeat = streamClosing || result.forceTimeout;
+    return result;
+}
+
+HeartbeatDecision WorkOutHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet)
+{
+    using Neighbour = HeartbeatDecision::Neighbour;
+    const K2Heartbeat::LinkVariant variant = packet.GetVariant();
+    const bool isRouter = IsRouter(packet.GetType());
+    const bool changed = own.lastVariant && *own.lastVariant != variant;
+
+    HeartbeatDecision result;
+    result.variantToKeep = K2Heartbeat::MakeVariant(K2Heartbeat::GetVariantNumber(variant), own.rate,
+                                                    K2Heartbeat::GetVariantRack(variant));
+    result.baseRateConflict = isRouter && own.routersAllowed && own.rate != K2Heartbeat::GetVariantRate(variant);
+    const bool routersAllowed = own.routersAllowed && !result.baseRateConflict;
+
+    if (own.lastVariant) {
+        result.internalsChanged = changed && K2Heartbeat::IsIoDevice(packet.GetType());
+        result.followRouter = changed && isRouter && routersAllowed;
+        return result;
+    }
+    if (K2Heartbeat::IsOrb(packet.GetType())) {
+        result.neighbour = Neighbour::IgnoredOrb;
+    } else if (isRouter && !routersAllowed) {
+        result.neighbour = Neighbour::IgnoredRouter;
+        const bool notified = result.baseRateConflict || own.routerPorts != 0;
+        if (!notified && own.masterRack == own.localRack) {
+            result.notification = own.localRack == DEFAULT_RACK_ID ? SornMasterRouterNotification::DEFAULT_ID
+                                                                   : SornMasterRouterNotification::DETECTED;
+        }
+    } else {
+        result.neighbour = Neighbour::New;
+        result.followRouter = isRouter;
+    }
+    return result;
+}
+
+} // namespace LinkRules

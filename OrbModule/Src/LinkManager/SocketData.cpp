@@ -1,0 +1,312 @@
+#include "OrbModule/Inc/LinkManager/SocketData.h"
+
+#include "Audit/Audit.h"
+
+#include <ios>
+
+using K2Heartbeat::LinkState;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+
+LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local,
+                                    UINT8GIGEPORT port, std::uint32_t remoteId, const Endpoint& remote,
+                                    std::uint8_t remotePort)
+    : mWork(std::make_unique<boost::asio::io_service::work>(mService)),
+      mSocket(mService, local.protocol()),
+      mLocalEndpoint(local),
+      mGigePort(port),
+      mRemoteHid(remoteId),
+      mRemoteEndpoint(remote),
+      mRemotePort(remotePort),
+      mManager(manager),
+      mNumber(number),
+      mTimeoutTimer(mService),
+      mSendTimer(mService)
+{
+    mSocket.bind(local);
+}
+
+LinkManager::SocketData::~SocketData()
+{
+    Stop();
+    mTimeoutTimer.cancel();
+    mSendTimer.cancel();
+    mWork.reset();
+}
+
+void LinkManager::SocketData::Start()
+{
+    mLastSend = Clock::now();
+    mLastTimerStart = mLastSend;
+    StartReceive();
+    StartSendTimer(milliseconds(0));
+    mThread = std::thread([this] { mService.run(); });
+}
+
+void LinkManager::SocketData::Stop()
+{
+    mService.stop();
+    if (mThread.joinable()) mThread.join();
+}
+
+void LinkManager::SocketData::SetTimeout(milliseconds timeout)
+{
+    mService.post([this, timeout] {
+        CancelTimeoutTimer();
+        mTimeout = timeout;
+        StartTimeoutTimer();
+    });
+}
+
+/// To the main thread. What is posted holds the manager and values: it can still be queued when this link dies.
+template <class Action>
+void LinkManager::SocketData::Post(Action action)
+{
+    mManager.mIoService.post([manager = &mManager, port = mGigePort, number = mNumber, action] {
+        if (manager->GetLinkInForce(port) == number) action(*manager);
+    });
+}
+
+// Receive
+
+void LinkManager::SocketData::StartReceive()
+{
+    if (mReceivePending) return;
+    mReceivePending = true;
+    mSocket.async_receive_from(
+        boost::asio::buffer(mReceiveBuffer), mSender,
+        [this](const boost::system::error_code& error, std::size_t size) { OnReceive(error, size); });
+}
+
+void LinkManager::SocketData::OnReceive(const boost::system::error_code& error, std::size_t size)
+{
+    mReceivePending = false;
+    if (error == boost::asio::error::operation_aborted) return;
+    if (error) {
+        AUDIT_STREAM(Fault, "Receiving HB timer error: " << error.message() << "\n");
+        return;
+    }
+    if (size != LinkState::SIZE) {
+        AUDIT_STREAM(Fault, "Received malformed HB on " << LinkPortText(mGigePort) << " (received " << size
+                                                        << " bytes instead of 12)\n");
+        return;
+    }
+    OnHeartbeat(LinkState(mReceiveBuffer.data()));
+}
+
+void LinkManager::SocketData::OnHeartbeat(const LinkState& packet)
+{
+    if (mTimeout.count() != 0) CancelTimeoutTimer();
+    AUDIT_STREAM(RouterConnectionDebugVerbose,
+                 "Received HB on " << LinkPortText(mGigePort) << " from " << mSender << "\n");
+    mLinkType = packet.GetType();
+
+    if (IsFromClosingStream(packet)) {
+        AUDIT_STREAM(Fault, "* Received a heartbeat on "
+                                << LinkPortText(mGigePort)
+                                << "but the connected stream is about to be closed: ignore.\n");
+    } else if (!TakeHeartbeat(packet)) {
+        return;
+    }
+    StartReceive();
+    if (mTimeout.count() != 0) StartTimeoutTimer();
+}
+
+bool LinkManager::SocketData::IsFromClosingStream(const LinkState& packet)
+{
+    bool streamExists = false;
+    bool streamClosing = false;
+    if (K2Heartbeat::IsIoDevice(packet.GetType())) {
+        streamClosing = mManager.mComms->DisconnectPending(ToPort(mGigePort), StreamType::LOCAL_LINK, streamExists);
+    }
+    const auto elapsed = duration_cast<milliseconds>(Clock::now() - mLastTimerStart);
+    const LinkRules::Lateness late = LinkRules::WorkOutLateness(elapsed, mTimeout, streamExists, streamClosing);
+    if (late.report) {
+        AUDIT_STREAM(Fault, "A heartbeat receive delay of " << elapsed.count() << "/" << mTimeout.count()
+                                                            << " ms has occurred on " << LinkPortText(mGigePort)
+                                                            << "\n");
+    }
+    if (late.forceTimeout) {
+        AUDIT_LOG(Fault, "-> Forcing heartbeat timeout.\n");
+        HandleHeartbeatTimeout();
+    }
+    return late.ignoreHeartbeat;
+}
+
+LinkRules::HeartbeatDecision LinkManager::SocketData::Decide(const LinkState& packet)
+{
+    LinkRules::OwnState own;
+    own.localRack = mManager.mLocalRack;
+    own.rate = mManager.GetSampleRate();
+    own.routersAllowed = mManager.mRoutersAllowed;
+    own.masterRack = mManager.mMasterRack;
+    own.lastVariant = mLastVariant;
+    if (!mLastVariant && LinkRules::IsRouter(packet.GetType())) {
+        own.routerPorts = mManager.mRouterPorts.fetch_or(static_cast<std::uint8_t>(1u << mGigePort));
+    }
+    const LinkRules::HeartbeatDecision decision = LinkRules::WorkOutHeartbeat(own, packet);
+    if (!decision.followRouter || mManager.FollowRouter(mGigePort, decision.variantToKeep, !mLastVariant)) {
+        return decision;
+    }
+    // Meanwhile routers have been disallowed, by the other link or by the timer.
+    own.routersAllowed = false;
+    own.masterRack = mManager.mMasterRack;
+    return LinkRules::WorkOutHeartbeat(own, packet);
+}
+
+/// False if the neighbour is ignored from now on.
+bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
+{
+    using Neighbour = LinkRules::HeartbeatDecision::Neighbour;
+    const K2Heartbeat::LinkVariant variant = packet.GetVariant();
+    const LinkRules::HeartbeatDecision decision = Decide(packet);
+
+    if (decision.baseRateConflict) {
+        AUDIT_STREAM(Information, "Network at incompatible base rate... Our Rate "
+                                      << mManager.GetSampleRate() << " Network Rate "
+                                      << K2Heartbeat::GetVariantRate(variant) << "\r\n");
+        mManager.SendNotification(SornMasterRouterNotification::SAMPLE_RATE);
+        mManager.RoutersDisallowed(On::LinkThread);
+        mManager.RestartMcsLink();
+    }
+    switch (decision.neighbour) {
+    case Neighbour::IgnoredOrb:
+        AUDIT_LOG(Fault, "ORB detected on downstream ports IGNORING\r\n");
+        return false;
+    case Neighbour::IgnoredRouter:
+        if (decision.notification) mManager.SendNotification(*decision.notification);
+        AUDIT_LOG(Fault, "Router detected on downstream ports IGNORING.\n");
+        StopSending();
+        return false;
+    case Neighbour::Known:
+        if (decision.internalsChanged) PostInternals(packet.GetHid(), variant);
+        break;
+    case Neighbour::New:
+        if (decision.followRouter) {
+            AUDIT_STREAM(Information, "Router detected on downstream ports ACCEPTING Variant is "
+                                          << std::hex << variant << ":" << K2Heartbeat::GetVariantNumber(variant) << ":"
+                                          << K2Heartbeat::GetVariantRack(variant) << " Sample Rate "
+                                          << K2Heartbeat::GetVariantRate(variant) << "\r\n");
+            mManager.PostCancelOfRouterIgnoreTimer();
+            AUDIT_LOG(Information, "** [%d] %04lx\n", static_cast<int>(mGigePort),
+                      static_cast<unsigned long>(K2Heartbeat::GetVariantRack(variant)));
+        }
+        break;
+    }
+    if (decision.followRouter) {
+        Post([variant](LinkManager& manager) { manager.SetMasterOfVariant(variant); });
+    }
+    if (decision.neighbour == Neighbour::New) PostNewDevice(packet);
+
+    mLastVariant = variant;
+    Post([port = mGigePort](LinkManager& manager) { manager.HeartbeatReceived(port); });
+    return true;
+}
+
+void LinkManager::SocketData::PostNewDevice(const LinkState& packet)
+{
+    AUDIT_STREAM(Information, "LinkManager::Receive New device Hid 0x" << std::hex << std::uint32_t{packet.GetHid()}
+                                                                       << " Port " << LinkPortText(mGigePort)
+                                                                       << "\r\n");
+    mRemoteHid = packet.GetHid();
+    Post([packet, port = mGigePort, remotePort = mRemotePort, localIp = mLocalEndpoint.address().to_v4().to_uint(),
+          remoteIp = mRemoteEndpoint.address().to_v4().to_uint()](LinkManager& manager) {
+        manager.DeviceChanged(port, localIp, remotePort, remoteIp, packet.GetHid(), packet.GetType());
+        manager.IoInternalsChanged(packet.GetHid(), packet.GetVariant());
+    });
+}
+
+void LinkManager::SocketData::PostInternals(Hid hid, K2Heartbeat::LinkVariant variant)
+{
+    Post([hid, variant](LinkManager& manager) { manager.IoInternalsChanged(hid, variant); });
+}
+
+// Time-out
+
+void LinkManager::SocketData::StartTimeoutTimer()
+{
+    if (mTimeout.count() == 0) return;
+    mTimeoutTimer.expires_from_now(mTimeout);
+    mLastTimerStart = Clock::now();
+    mTimeoutTimer.async_wait(
+        [this, start = ++mTimeoutStart](const boost::system::error_code& error) { OnTimeoutTimer(error, start); });
+}
+
+void LinkManager::SocketData::CancelTimeoutTimer()
+{
+    ++mTimeoutStart;
+    boost::system::error_code error;
+    mTimeoutTimer.cancel(error);
+    if (error) {
+        AUDIT_STREAM(Fault, "Failed to cancel receive HB timer on port " << LinkPortText(mGigePort) << "\n");
+    }
+}
+
+void LinkManager::SocketData::OnTimeoutTimer(const boost::system::error_code& error, std::uint32_t start)
+{
+    if (error == boost::asio::error::operation_aborted) return;
+    if (error) {
+        AUDIT_STREAM(Fault, "HB timeout timer error: " << error.message() << "\n");
+        return;
+    }
+    if (start == mTimeoutStart) HandleHeartbeatTimeout();
+}
+
+void LinkManager::SocketData::HandleHeartbeatTimeout()
+{
+    mLastVariant.reset();
+    AUDIT_LOG(CommsDebug, "void LinkManager::SocketData::HandleHeartbeatTimeout()");
+    StartReceive();
+    const LostNeighbour lost{mNumber, GetRemoteHid(), GetLinkType()};
+    mManager.mIoService.post(
+        [manager = &mManager, port = mGigePort, lost] { manager->HandleHeartbeatTimeout(port, lost); });
+}
+
+// Send
+
+void LinkManager::SocketData::StartSendTimer(milliseconds wait)
+{
+    mSendTimer.expires_from_now(wait);
+    mSendTimer.async_wait([this](const boost::system::error_code& error) { OnSendTimer(error); });
+}
+
+void LinkManager::SocketData::StopSending()
+{
+    mSending = false;
+    boost::system::error_code ignored;
+    mSendTimer.cancel(ignored);
+}
+
+void LinkManager::SocketData::OnSendTimer(const boost::system::error_code& error)
+{
+    if (error == boost::asio::error::operation_aborted || !mSending) return;
+    if (error) {
+        AUDIT_STREAM(Fault, "Sending HB timer error: " << error.message() << "\n");
+        return;
+    }
+    try {
+        Send();
+    } catch (const boost::system::system_error& failure) {
+        AUDIT_STREAM(Fault, "Failed to send HB: " << failure.code().message() << "\n");
+        return;
+    }
+    mLastSend = Clock::now();
+    StartSendTimer(LinkRules::HEARTBEAT_PERIOD);
+}
+
+void LinkManager::SocketData::Send()
+{
+    const LinkState packet(MakeLinkHid(mManager.mLocalRack << 16), K2Heartbeat::K2_ORB_TYPE,
+                           mManager.mVariants[ToPort(mGigePort)]);
+    const std::size_t sent = mSocket.send_to(boost::asio::buffer(packet.GetBytes()), mRemoteEndpoint);
+    if (sent != LinkState::SIZE) {
+        AUDIT_STREAM(Fault, "Failed to send HB correctly (sent " << sent << " bytes instead of 12)\n");
+        return;
+    }
+    if (const auto delay = LinkRules::GetSendDelay(duration_cast<milliseconds>(Clock::now() - mLastSend))) {
+        AUDIT_STREAM(Fault, "A heartbeat send delay of " << delay->count() << "ms has occurred on "
+                                                         << LinkPortText(mGigePort) << "\n");
+    }
+    AUDIT_STREAM(RouterConnectionDebugVerbose,
+                 "Sent HB on " << LinkPortText(mGigePort) << " to " << mRemoteEndpoint << "\n");
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "OrbModule/Inc/LinkManager/LinkManager.h"
+
+#include <algorithm>
+#include <boost/asio/io_service.hpp>
+#include <chrono>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+/// The signals of a LinkManager as lines of text, in order, and the running of the main service while a test waits.
+class LinkEvents
+{
+public:
+    LinkEvents(boost::asio::io_service& service, LinkManager& manager) : mService(service)
+    {
+        manager.DeviceChanged.connect([this](UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remotePort,
+                                             std::uint32_t remoteIp, Hid hid, LinkManager::LinkType type) {
+            std::ostringstream line;
+            line << "device " << LinkPortText(port) << AddressText(localIp) << " " << LinkPortText(remotePort)
+                 << AddressText(remoteIp) << " " << hid << type;
+            mLines.push_back(line.str());
+        });
+        manager.IoInternalsChanged.connect([this](Hid hid, std::uint32_t variant) {
+            std::ostringstream line;
+            line << "internals " << hid << std::hex << variant;
+            mLines.push_back(line.str());
+        });
+        manager.HeartbeatReceived.connect([this](UINT8GIGEPORT) { ++mHeartbeats; });
+        manager.MasterHidChanged.connect([this](Hid hid) {
+            std::ostringstream line;
+            line << "master " << hid;
+            mLines.push_back(line.str());
+        });
+    }
+
+    /// Runs the main service until the condition holds; false if it does not within the time.
+    bool RunUntil(const std::function<bool()>& condition, std::chrono::seconds patience = std::chrono::seconds(10))
+    {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            mService.restart();
+            mService.run_one_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
+    bool RunUntilLine(const std::string& line)
+    {
+        return RunUntil([&] { return std::find(mLines.begin(), mLines.end(), line) != mLines.end(); });
+    }
+    /// All lines so far, and a new start.
+    std::vector<std::string> Take()
+    {
+        std::vector<std::string> lines;
+        lines.swap(mLines);
+        return lines;
+    }
+    int Heartbeats() const { return mHeartbeats; }
+
+private:
+    boost::asio::io_service& mService;
+    std::vector<std::string> mLines;
+    int mHeartbeats = 0;
+};

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "Audit/Audit.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <initializer_list>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// The process's log while a test runs: keeps every stamped line, without its stamp, from any thread. The usual
+/// features are on, and those that the test names.
+class LogRecorder
+{
+public:
+    explicit LogRecorder(std::initializer_list<DebugFeature> features = {}) : mSink(new Sink(mMutex, mCame, mLines))
+    {
+        for (const DebugFeature feature : features)
+            mSink->SetEnabled(static_cast<std::uint32_t>(feature), 1);
+        Audit::SetInstance(mSink);
+    }
+    ~LogRecorder() { Audit::SetInstance(nullptr); }
+    LogRecorder(const LogRecorder&) = delete;
+    LogRecorder& operator=(const LogRecorder&) = delete;
+
+    std::vector<std::string> Lines() const
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return mLines;
+    }
+    std::size_t Count(const std::string& line) const
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return CountHeld(line);
+    }
+    bool Has(const std::string& line) const { return Count(line) != 0; }
+    /// True if a line begins like this.
+    bool HasStart(const std::string& start) const
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return std::any_of(mLines.begin(), mLines.end(),
+                           [&](const std::string& line) { return line.compare(0, start.size(), start) == 0; });
+    }
+    /// Waits until the line has come that many times; false if it does not.
+    bool WaitFor(const std::string& line, std::size_t times = 1) const
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mCame.wait_for(lock, std::chrono::seconds(10), [&] { return CountHeld(line) >= times; });
+    }
+
+private:
+    class Sink : public Audit
+    {
+    public:
+        Sink(std::mutex& mutex, std::condition_variable& came, std::vector<std::string>& lines)
+            : mMutex(mutex), mCame(came), mLines(lines)
+        {}
+        using Audit::WriteStamped;
+        using Audit::WriteStampedTagged;
+        void WriteStamped(std::uint32_t, const char* format, MessageArgs args) override { Keep(format, args); }
+        void WriteStampedTagged(std::uint32_t, std::uint32_t, const char* format, MessageArgs args) override
+        {
+            Keep(format, args);
+        }
+
+    private:
+        void Keep(const char* format, MessageArgs args)
+        {
+            std::va_list again;
+            va_copy(again, args.list);
+            const int size = std::vsnprintf(nullptr, 0, format, again);
+            va_end(again);
+            std::string text(static_cast<std::size_t>(size) + 1, '\0');
+            std::vsnprintf(&text[0], text.size(), format, args.list);
+            text.pop_back();
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mLines.push_back(text);
+            mCame.notify_all();
+        }
+
+        std::mutex& mMutex;
+        std::condition_variable& mCame;
+        std::vector<std::string>& mLines;
+    };
+
+    std::size_t CountHeld(const std::string& line) const
+    {
+        return static_cast<std::size_t>(std::count(mLines.begin(), mLines.end(), line));
+    }
+
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mCame;
+    std::vector<std::string> mLines;
+    Sink* const mSink;
+};

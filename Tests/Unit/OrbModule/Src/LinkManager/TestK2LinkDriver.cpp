@@ -1,0 +1,108 @@
+#include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
+
+#include "Tests/Support/LogRecorder.h"
+
+#include <chrono>
+#include <cstring>
+#include <gmock/gmock.h>
+
+namespace {
+
+using Words = std::vector<std::uint32_t>;
+
+/// Little-endian, as the machines are that this runs on; in words, so that it lies where a datagram would.
+std::vector<std::uint32_t> Join(std::initializer_list<Words> messages)
+{
+    Words all;
+    for (const Words& message : messages)
+        all.insert(all.end(), message.begin(), message.end());
+    return all;
+}
+
+K2LinkStatus Read(const Words& words, std::size_t bytes = 0)
+{
+    K2LinkStatus status;
+    K2LinkDriver::ReadReport(reinterpret_cast<const std::uint8_t*>(words.data()), bytes != 0 ? bytes : words.size() * 4,
+                             status);
+    return status;
+}
+
+// Length, type and flags, sequence, port; command and version; then attributes, each length and type, value.
+const Words Whole = {68,         0x0022, 0,          0,      0x0101,     0x00010008, 1,          0x00020008, 0x50,
+                     0x00030008, 7,      0x00040008, 0xABCD, 0x00050008, 0x20,       0x00060008, 2};
+const Words OnlyRemotePort = {28, 0x0022, 0, 0, 0x0101, 0x00030008, 9};
+const Words ErrorReply = {36, 0x0002, 0, 0, 0xFFFFFFFE, 0, 0, 0, 0};
+const Words ShortAttribute = {28, 0x0022, 0, 0, 0x0101, 0x00030006, 9};
+
+} // namespace
+
+TEST(LinkReportTest, EveryAttributeReachesItsField)
+{
+    const K2LinkStatus status = Read(Whole);
+    EXPECT_EQ(status.Port, 1u);
+    EXPECT_EQ(status.RemoteId, 0x50u);
+    EXPECT_EQ(status.RemotePort, 7u);
+    EXPECT_EQ(status.LinkState, 0xABCDu);
+    EXPECT_EQ(status.FsiEndpoint, 0x20u);
+    EXPECT_EQ(status.AdmaEndpoint, 2u);
+}
+
+TEST(LinkReportTest, AbsentAttributesKeepTheirStartAndLaterMessagesStandOnTop)
+{
+    const K2LinkStatus alone = Read(OnlyRemotePort);
+    EXPECT_EQ(alone.Port, 0xFFFFFFFFu);
+    EXPECT_EQ(alone.RemoteId, 0u);
+    EXPECT_EQ(alone.RemotePort, 9u);
+
+    const K2LinkStatus both = Read(Join({Whole, OnlyRemotePort}));
+    EXPECT_EQ(both.RemoteId, 0x50u);
+    EXPECT_EQ(both.RemotePort, 9u);
+}
+
+TEST(LinkReportTest, ErrorsAndMalformedMessagesAreLoggedAndPassedOver)
+{
+    LogRecorder log{DebugFeature::CommsDebug};
+    EXPECT_EQ(Read(Join({ErrorReply, ShortAttribute, OnlyRemotePort})).RemotePort, 9u);
+    ASSERT_EQ(log.Lines().size(), 2u);
+    EXPECT_EQ(log.Lines()[0], "Error reply returned: No such file or directory\n");
+    EXPECT_THAT(log.Lines()[1], testing::StartsWith("Failed to parse reply to netlink message: "));
+}
+
+TEST(LinkReportTest, ADatagramThatIsCutGivesNothing)
+{
+    for (std::size_t size = 1; size < 68; ++size)
+        EXPECT_EQ(Read(Whole, size).Port, 0xFFFFFFFFu) << size;
+    const Words lengthTooLarge = {6800, 0x0022, 0, 0, 0x0101, 0x00010008, 1};
+    EXPECT_EQ(Read(lengthTooLarge).Port, 0xFFFFFFFFu);
+    const Words noLength = {0, 0x0022, 0, 0};
+    EXPECT_EQ(Read(noLength).Port, 0xFFFFFFFFu);
+}
+
+TEST(K2LinkDriverTest, WithoutTheDriverThereIsNoFailureAndNoReportButAWaitOfASecond)
+{
+    LogRecorder log;
+    K2LinkDriver driver(2);
+    K2LinkStatus status;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(driver.WaitForStatus(status));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(990));
+    EXPECT_TRUE(driver.IsCurrent());
+    EXPECT_FALSE(driver.GetRegistration().IsKnown());
+    EXPECT_TRUE(log.Lines().empty());
+}
+
+TEST(K2LinkDriverTest, ShellCommandsOfAnInterfaceThatDoesNotExist)
+{
+    LogRecorder log;
+    K2LinkDriver driver(2);
+    const boost::asio::ip::udp::endpoint endpoint(boost::asio::ip::make_address_v4("0.10.0.1"), 60002);
+    EXPECT_NE(driver.InterfaceUp(209), 0);
+    EXPECT_NE(driver.InterfaceDown(209), 0);
+    EXPECT_NE(driver.SetInterfaceAddress(209, endpoint), 0);
+    EXPECT_NE(driver.ClearInterfaceAddress(209), 0);
+    const std::string start = "SystemWithStderr: command:ifconfig k2link209 ";
+    EXPECT_TRUE(log.Has(start + "up, err_file:/tmp/ifup.err\r\n"));
+    EXPECT_TRUE(log.Has(start + "down, err_file:/tmp/ifup.err\r\n"));
+    EXPECT_TRUE(log.Has(start + "0.10.0.1 netmask 255.255.255.0, err_file:/tmp/ifup.err\r\n"));
+    EXPECT_TRUE(log.Has(start + "0.0.0.0 , err_file:/tmp/ifdown.err\r\n"));
+}

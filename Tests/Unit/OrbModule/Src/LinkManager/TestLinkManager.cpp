@@ -1,0 +1,395 @@
+#include "OrbModule/Inc/LinkManager/LinkManager.h"
+
+#include "Common/KLV/Commands/RouterDetectTimeAllowanceCmd.h"
+#include "Common/KLV/Commands/SetRouterSampleRateCmd.h"
+#include "Tests/Support/LinkComms.h"
+#include "Tests/Support/LinkEvents.h"
+#include "Tests/Support/LogRecorder.h"
+
+#include <boost/asio.hpp>
+#include <condition_variable>
+#include <future>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+
+using boost::asio::ip::udp;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const auto Loopback = boost::asio::ip::address_v4::loopback();
+constexpr std::uint32_t Rack = 0x0023;
+
+/// The neighbour at the far end of a cable.
+class Neighbour
+{
+public:
+    Neighbour()
+    {
+        const int on = 1;
+        setsockopt(mSocket.native_handle(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on);
+        const timeval patience{10, 0};
+        setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+
+    udp::endpoint Endpoint() const { return mSocket.local_endpoint(); }
+
+    /// The module's next heartbeat, which also tells where it is to be answered.
+    std::vector<std::uint8_t> Receive()
+    {
+        std::uint8_t bytes[64];
+        char control[64];
+        iovec data{bytes, sizeof bytes};
+        msghdr message{};
+        message.msg_name = mModule.data();
+        message.msg_namelen = static_cast<socklen_t>(mModule.capacity());
+        message.msg_iov = &data;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t size = recvmsg(mSocket.native_handle(), &message, 0);
+        if (size < 0) return {};
+        mModule.resize(message.msg_namelen);
+        const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        mTypeOfService = header ? *CMSG_DATA(header) : 0;
+        return {bytes, bytes + size};
+    }
+    /// Until the module has told this variant word.
+    bool WaitForVariant(std::vector<std::uint8_t> variant)
+    {
+        for (int i = 0; i < 30; ++i) {
+            const auto packet = Receive();
+            if (packet.size() == 12 && std::equal(variant.begin(), variant.end(), packet.begin() + 8)) return true;
+        }
+        return false;
+    }
+    void Send(const std::vector<std::uint8_t>& bytes) { mSocket.send_to(boost::asio::buffer(bytes), mModule); }
+    int TypeOfService() const { return mTypeOfService; }
+
+private:
+    boost::asio::io_service mService;
+    udp::socket mSocket{mService, udp::endpoint(Loopback, 0)};
+    udp::endpoint mModule;
+    int mTypeOfService = 0;
+};
+
+std::vector<std::uint8_t> Packet(std::uint16_t rack, std::uint16_t device, std::uint8_t type,
+                                 const std::vector<std::uint8_t>& variant)
+{
+    std::vector<std::uint8_t> packet = {static_cast<std::uint8_t>(device),
+                                        static_cast<std::uint8_t>(device >> 8),
+                                        static_cast<std::uint8_t>(rack),
+                                        static_cast<std::uint8_t>(rack >> 8),
+                                        type,
+                                        0,
+                                        0,
+                                        0};
+    packet.insert(packet.end(), variant.begin(), variant.end());
+    return packet;
+}
+
+const std::vector<std::uint8_t> Box = Packet(0x0102, 0x0001, 3, {0x11, 0, 0, 0});
+const std::vector<std::uint8_t> Router = Packet(0x0102, 0x8000, 1, {0x03, 0, 0x02, 0x01});
+const std::vector<std::uint8_t> Router44 = Packet(0x0102, 0x8000, 1, {0x23, 0, 0x02, 0x01});
+
+class LinkManagerTest : public testing::Test
+{
+protected:
+    /// Plugs a cable in; from here on the module's heartbeats come.
+    void Plug(UINT8GIGEPORT port)
+    {
+        mManager->CreateConnection(port, {Loopback, 0}, 7, mNeighbours[port].Endpoint(), 0x204);
+        ASSERT_EQ(mNeighbours[port].Receive().size(), 12u);
+    }
+    void MakeManager(std::uint32_t rack = Rack)
+    {
+        mManager = std::make_unique<LinkManager>(mService, 2, mComms);
+        mEvents = std::make_unique<LinkEvents>(mService, *mManager);
+        mManager->OnLocalHidChanged((rack << 16) | 0x8000);
+    }
+    bool RunUntilSent(const std::string& text)
+    {
+        return mEvents->RunUntil([&] {
+            const auto sent = mComms.Sent();
+            return std::find(sent.begin(), sent.end(), text) != sent.end();
+        });
+    }
+    std::size_t CountSent() { return mComms.Sent().size(); }
+
+    LogRecorder mLog{DebugFeature::RouterConnectionDebug};
+    boost::asio::io_service mService;
+    LinkComms mComms;
+    std::unique_ptr<LinkManager> mManager;
+    std::unique_ptr<LinkEvents> mEvents;
+    std::array<Neighbour, 2> mNeighbours;
+};
+
+} // namespace
+
+TEST_F(LinkManagerTest, HeartbeatsLeaveAtOnceAndGoOnWithTheirTypeOfService)
+{
+    MakeManager(0x1234);
+    mManager->CreateConnection(0, {Loopback, 0}, 7, mNeighbours[0].Endpoint(), 0x204);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_THAT(mNeighbours[0].Receive(),
+                    ElementsAre(0x00, 0x80, 0x34, 0x12, 0x06, 0x00, 0x00, 0x00, 0x0F, 0x00, 0xFF, 0xFF));
+        EXPECT_EQ(mNeighbours[0].TypeOfService(), 20);
+    }
+}
+
+TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange)
+{
+    MakeManager();
+    Plug(1);
+    mNeighbours[1].Send(Box);
+    mNeighbours[1].Send(Box);
+    mNeighbours[1].Send(Packet(0x0102, 0x0001, 3, {0x12, 0, 0, 0}));
+    ASSERT_TRUE(mEvents->RunUntil([&] { return mEvents->Heartbeats() == 3; }));
+    EXPECT_THAT(mEvents->Take(), ElementsAre("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular ", "internals 1.2:1 11",
+                                             "internals 1.2:1 12"));
+    EXPECT_TRUE(mLog.Has("LinkManager::Receive New device Hid 0x1020001 Port H1 \r\n"));
+
+    mManager->DestroyConnection(1);
+    EXPECT_THAT(mEvents->Take(), ElementsAre("device H1 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
+    EXPECT_TRUE(mLog.Has("Scan: Connection lost on H1  Was Router ? 0\n"));
+    mManager->DestroyConnection(1);
+    EXPECT_TRUE(mLog.Has("Scan: No connection on local H1  to destroy\n"));
+
+    // The neighbour is new again.
+    Plug(1);
+    mNeighbours[1].Send(Box);
+    EXPECT_TRUE(mEvents->RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
+}
+
+TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
+{
+    MakeManager();
+    Plug(0);
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1020001 Port H0 \r\n"));
+    mManager->DestroyConnection(0);
+    mService.poll();
+    EXPECT_THAT(mEvents->Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
+}
+
+TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
+{
+    MakeManager();
+    Plug(0);
+    Plug(1);
+    mNeighbours[0].Send(Router);
+    ASSERT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
+    EXPECT_TRUE(
+        mLog.Has("Router detected on downstream ports ACCEPTING Variant is 1020003:3:102 Sample Rate 48kHz\r\n"));
+    EXPECT_TRUE(mLog.Has("** [0] 0102\n"));
+    EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
+    EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x0F, 0x00, 0xFF, 0xFF}));
+    mEvents->Take();
+
+    mNeighbours[0].Send(Packet(0x0102, 0x8000, 1, {0x04, 0, 0x03, 0x01}));
+    ASSERT_TRUE(mEvents->RunUntilLine("master 1.3:8000 "));
+    mNeighbours[1].Send(Router);
+    ASSERT_TRUE(mEvents->RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:8000 Router "));
+    EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
+
+    // The master goes when no port has one left.
+    mEvents->Take();
+    mManager->DestroyConnection(0);
+    mService.poll();
+    EXPECT_THAT(mEvents->Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:8000 Unknown(0)"));
+    mManager->DestroyConnection(1);
+    EXPECT_TRUE(mEvents->RunUntilLine("master INVALID_HID "));
+    EXPECT_THAT(mComms.Sent(), IsEmpty());
+    Plug(1);
+    EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0xFF, 0xFF}));
+}
+
+TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
+{
+    MakeManager();
+    Plug(0);
+    Plug(1);
+    mNeighbours[0].Send(Router44);
+    ASSERT_TRUE(mEvents->RunUntilLine("master 0.35:0 "));
+    ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n"));
+    EXPECT_THAT(mComms.Sent(),
+                ElementsAre("notification 0 to ORB PORT LOCAL_LINK ", "restart 0x230100 to ORB PORT LOCAL_LINK "));
+    EXPECT_TRUE(mLog.Has("Network at incompatible base rate... Our Rate 48kHz Network Rate 44.1kHz\r\n"));
+    EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x00, 0x00, 0x23, 0x00}));
+
+    // The second one gets no notification; the last one's going does.
+    mNeighbours[1].Send(Router);
+    ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n", 2));
+    mManager->DestroyConnection(0);
+    EXPECT_EQ(CountSent(), 2u);
+    mManager->DestroyConnection(1);
+    EXPECT_EQ(mComms.Sent().back(), "notification 3 to ORB PORT LOCAL_LINK ");
+}
+
+TEST_F(LinkManagerTest, TheRateOfThisSystemDecidesWhatIsCompatible)
+{
+    MakeManager();
+    mManager->ReceivedSetRouterSampleRateCmd(std::make_shared<const SetRouterSampleRateCmd>(SampleRates::RATE_88K2, 0u),
+                                             0, StreamType::LOCAL_LINK);
+    EXPECT_TRUE(mLog.Has("LinkManager::ReceivedSetRouterSampleRateCmd 88.2kHz\r\n"));
+    Plug(0);
+    EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x2F, 0x00, 0xFF, 0xFF}));
+    mNeighbours[0].Send(Router44);
+    EXPECT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
+}
+
+TEST_F(LinkManagerTest, WithTheDefaultIdRoutersAreDisallowedFromTheStart)
+{
+    MakeManager(0xC001);
+    EXPECT_THAT(mEvents->Take(), ElementsAre("master 192.1:0 "));
+    Plug(0);
+    EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x00, 0x00, 0x01, 0xC0}));
+    mNeighbours[0].Send(Router);
+    ASSERT_TRUE(RunUntilSent("notification 1 to ORB PORT LOCAL_LINK "));
+    EXPECT_TRUE(mEvents->Take().empty());
+}
+
+TEST_F(LinkManagerTest, AnOrbIsIgnored)
+{
+    MakeManager();
+    Plug(0);
+    mNeighbours[0].Send(Packet(0x0102, 0x8000, 6, {0x03, 0, 0x02, 0x01}));
+    ASSERT_TRUE(mLog.WaitFor("ORB detected on downstream ports IGNORING\r\n"));
+    mNeighbours[0].Send(Box);
+    ASSERT_EQ(mNeighbours[0].Receive().size(), 12u);
+    mService.poll();
+    EXPECT_TRUE(mEvents->Take().empty());
+}
+
+TEST_F(LinkManagerTest, ANeighbourWhoseHeartbeatsStayAwayIsLostAndNewWhenTheyReturn)
+{
+    MakeManager();
+    Plug(0);
+    mNeighbours[0].Send(Router);
+    ASSERT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
+    mManager->SetUdpTimeout(0, std::chrono::milliseconds(50));
+    EXPECT_TRUE(mLog.Has("Setting UDP timeout on Gige port H0  to 50\n"));
+    ASSERT_TRUE(mEvents->RunUntilLine("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:8000 Router "));
+    EXPECT_TRUE(mLog.Has("void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on H0 \n"));
+    ASSERT_TRUE(mEvents->RunUntilLine("master INVALID_HID "));
+    mEvents->Take();
+    mNeighbours[0].Send(Box);
+    EXPECT_TRUE(mEvents->RunUntilLine("device H0 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
+}
+
+TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
+{
+    MakeManager();
+    Plug(0);
+    mManager->SetUdpTimeout(0, std::chrono::milliseconds(200));
+    mNeighbours[0].Send(std::vector<std::uint8_t>(13, 1));
+    ASSERT_TRUE(mLog.WaitFor("Received malformed HB on H0  (received 13 bytes instead of 12)\n"));
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mEvents->RunUntilLine("device H0 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
+    const auto lines = mEvents->Take();
+    EXPECT_EQ(lines.front(), "device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 0x204(516) Unknown(0)");
+}
+
+TEST_F(LinkManagerTest, ANeighbourIsNotTakenUpWhileItsStreamIsClosing)
+{
+    MakeManager();
+    mComms.mStreamExists = true;
+    mComms.mStreamClosing = true;
+    Plug(0);
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mLog.WaitFor("* Received a heartbeat on H0 but the connected stream is about to be closed: ignore.\n"));
+    mComms.mStreamClosing = false;
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mEvents->RunUntilLine("internals 1.2:1 11"));
+    EXPECT_EQ(mEvents->Heartbeats(), 0);
+}
+
+TEST_F(LinkManagerTest, ALinkCanBeDestroyedWhileItsThreadAsksForARestart)
+{
+    std::promise<void> asking;
+    mComms.mOnSend = [&](const std::string& sent) {
+        if (sent.compare(0, 14, "notification 0") != 0) return;
+        asking.set_value();
+        // A slow send: the link's thread comes to the lock of the restart when the main thread is at work.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    };
+    MakeManager();
+    Plug(0);
+    mNeighbours[0].Send(Router44);
+    ASSERT_EQ(asking.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    mManager->DestroyConnection(0);
+    EXPECT_EQ(CountSent(), 3u);
+}
+
+TEST_F(LinkManagerTest, AnAddressThatCannotBeBoundLeavesThePortWithoutALink)
+{
+    MakeManager();
+    const auto elsewhere = boost::asio::ip::make_address_v4("203.0.113.1");
+    mManager->CreateConnection(0, {elsewhere, 60001}, 7, mNeighbours[0].Endpoint(), 0x204);
+    EXPECT_TRUE(
+        mLog.Has("Unable to bind GigePort H0  to Port 203.0.113.1:60001: Error Cannot assign requested address\n"));
+    mManager->SetUdpTimeout(0, std::chrono::seconds(1));
+    EXPECT_TRUE(mLog.Has("No heartbeat timer running on Gige port H0 , ignoring timeout settings\n"));
+    mManager->HandleHeartbeatTimeout(0);
+    EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
+}
+
+TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
+{
+    MakeManager();
+    mManager->SetUdpTimeout(2, std::chrono::seconds(1));
+    mManager->HandleHeartbeatTimeout(2);
+    EXPECT_EQ(mManager->GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
+    std::vector<std::string> failed;
+    for (const std::string& line : mLog.Lines()) {
+        if (line.compare(0, 13, "Assert failed") == 0) failed.push_back(line.substr(line.find(" - ")));
+    }
+    EXPECT_THAT(failed, ElementsAre(" - Port < Routing::MAX_ORB_K2_PORTS\r\n",
+                                    " - GigePort < Routing::MAX_ORB_K2_PORTS\r\n", " - Port < mFsiInfo.size()\r\n"));
+
+    EXPECT_EQ(mManager->GetAdmaEndpointId(1, std::chrono::seconds(1)), 0);
+    EXPECT_TRUE(mLog.Has("Failed to get FSI endpoint id for K2link 1\n"));
+}
+
+TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfterTheAllowance)
+{
+    mManager = std::make_unique<LinkManager>(mService, 2, mComms);
+    mEvents = std::make_unique<LinkEvents>(mService, *mManager);
+    const std::string up = "Failed to perform initial interface bring Up on H0 \n";
+    mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
+    mManager->OnDeviceChange(0x00230001, 1, true, StreamType::LOCAL_LINK);
+    mManager->OnDeviceChange(0x00234000, 0, true, StreamType::LOCAL_LINK);
+    EXPECT_TRUE(mLog.Has("LinkManager::OnDeviceChange Device Online 0.35:4000  Port H0 \r\n"));
+    EXPECT_FALSE(mLog.Has(up));
+
+    mManager->ReceivedRouterTimeAllowanceCmd(std::make_shared<const RouterDetectTimeAllowanceCmd>(0xFFFFFFFFu), 0,
+                                             StreamType::LOCAL_LINK);
+    EXPECT_TRUE(mLog.Has("ReceivedRouterTimeAllowanceCmd ms4294967295\r\n"));
+    EXPECT_FALSE(mLog.Has("Start Router Ignore Timer\r\n"));
+    mManager->OnDeviceChange(0x00230001, 0, false, StreamType::LOCAL_LINK);
+    EXPECT_TRUE(mLog.Has(up));
+    EXPECT_EQ(mLog.Count("Start Router Ignore Timer\r\n"), 1u);
+    mService.poll();
+    EXPECT_TRUE(mEvents->Take().empty());
+
+    // A second identity brings the ports up again, and the timer starts anew.
+    mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
+    EXPECT_EQ(mLog.Count("Start Router Ignore Timer\r\n"), 2u);
+    mService.poll();
+    EXPECT_TRUE(mEvents->Take().empty());
+}
+
+TEST_F(LinkManagerTest, WithoutAnAllowanceRoutersAreIgnoredAsSoonAsThePortsAreUp)
+{
+    mManager = std::make_unique<LinkManager>(mService, 2, mComms);
+    mEvents = std::make_unique<LinkEvents>(mService, *mManager);
+    mManager->OnDeviceChange(0x00230001, 0, true, StreamType::LOCAL_LINK);
+    mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
+    ASSERT_TRUE(RunUntilSent("restart 0x230100 to ORB PORT LOCAL_LINK "));
+    EXPECT_THAT(mEvents->Take(), ElementsAre("master 0.35:0 "));
+    EXPECT_TRUE(mLog.Has("Routers Disallowed\r\n"));
+    Plug(0);
+    mNeighbours[0].Send(Router);
+    EXPECT_TRUE(RunUntilSent("notification 2 to ORB PORT LOCAL_LINK "));
+}

@@ -1,0 +1,57 @@
+#include "OrbModule/Inc/UDPDispatcher/HardwareManager.h"
+
+#include "Tests/Support/LogRecorder.h"
+
+#include <ctime>
+#include <gmock/gmock.h>
+
+TEST(HardwareManagerTest, OffsetFollowsTheNetworkOnlyWhenItIsFarOff)
+{
+    struct Case
+    {
+        std::uint32_t system;
+        std::int32_t offset;
+        std::uint32_t network;
+        std::optional<std::int32_t> expected;
+    };
+    const Case cases[] = {
+        {1000, 0, 1005, std::nullopt},
+        {1000, 0, 1006, 6},
+        {1000, 0, 995, std::nullopt},
+        {1000, 0, 994, -6},
+        {1000, 6, 1006, std::nullopt}, // the comparison includes the offset
+        {1000, 6, 900, -100},          // and the new one replaces it
+        {1000, -100, 1000, 0},
+        {1700000000, 0, 4294967295, 2147483647}, // further than an offset reaches
+        {4294967295, 0, 0, -2147483647 - 1},
+    };
+    for (const Case& test : cases) {
+        EXPECT_EQ(HardwareManager::WorkOutOffset(test.system, test.offset, test.network), test.expected)
+            << test.system << " + " << test.offset << " against " << test.network;
+    }
+}
+
+TEST(HardwareManagerTest, AMessageMovesTheLogsClock)
+{
+    LogRecorder log;
+    HardwareManager manager;
+    const auto now = static_cast<std::uint32_t>(std::time(nullptr));
+    const std::uint32_t network = now - 86400;
+    const char bytes[] = {20, static_cast<char>(network), static_cast<char>(network >> 8),
+                          static_cast<char>(network >> 16), static_cast<char>(network >> 24)};
+    const auto message = std::make_shared<const NetworkTimeMessage>(bytes);
+    manager.OnNetworkTimeMessage(message);
+    EXPECT_NEAR(Audit::Instance()->GetTimeOffset(), -86400, 2);
+
+    const auto lines = log.Lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_THAT(lines[0],
+                testing::MatchesRegex("HardwareManager NetworkTimeMessage - Old time was [^\n]+ [0-9]{4}\n\r"));
+    EXPECT_THAT(lines[1],
+                testing::MatchesRegex("HardwareManager NetworkTimeMessage - New time  is [^\n]+ [0-9]{4}\n\r"));
+    EXPECT_THAT(lines[2],
+                testing::MatchesRegex("HardwareManager NetworkTimeMessage - Offset -[0-9]+ Added to Audit\r\n"));
+
+    manager.OnNetworkTimeMessage(message);
+    EXPECT_EQ(log.Lines().size(), 3u);
+}
