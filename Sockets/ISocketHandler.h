@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Sockets/StdLog.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include <sys/time.h>
+
+class HandlerMutex;
+class Socket;
+
+/// The lists of work that sockets ask for; their numbers are those of AddList.
+enum class WorkList : std::uint8_t { CallOnConnect = 0, Detach = 1, Timeout = 2, Retry = 3, Close = 4 };
+
+/// A select loop as its sockets see it.
+class ISocketHandler
+{
+public:
+    virtual ~ISocketHandler() = default;
+
+    /// Null if the handler is used by one thread alone.
+    virtual HandlerMutex* GetMutex() const = 0;
+    virtual void RegStdLog(StdLog* log) = 0;
+    virtual void LogError(Socket* socket, const std::string& call, int error, const std::string& text,
+                          LogLevel level) = 0;
+    /// The socket comes under control at the start of the next pass.
+    virtual void Add(Socket* socket) = 0;
+    /// For the destructor of a socket.
+    virtual void Remove(Socket* socket) = 0;
+    /// What is waited for on a descriptor.
+    virtual void Get(int fd, bool& read, bool& write, bool& exception) const = 0;
+    virtual void Set(int fd, bool read, bool write, bool exception) = 0;
+    /// One pass that waits at most that long.
+    virtual int Select(long seconds, long microseconds) = 0;
+    virtual int Select() = 0;
+    /// Null to wait for ever.
+    virtual int Select(timeval* timeout) = 0;
+    virtual bool Valid(const Socket* socket) const = 0;
+    /// Sockets under control and on their way there.
+    virtual std::size_t GetCount() const = 0;
+    virtual bool OkToAccept() const = 0;
+    virtual void AddList(int fd, WorkList list, bool add) = 0;
+    /// Seconds since 1970, by which time-outs and lingering are counted.
+    virtual std::time_t Now() const = 0;
+    /// Bounds of fd_set, in sockets and in descriptor numbers.
+    virtual std::size_t GetLimit() const = 0;
+};

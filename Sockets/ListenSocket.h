@@ -1,0 +1,108 @@
+#pragma once
+
+#include "Sockets/Socket.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+/// Accepts connections, each of which becomes an X on the same handler, owned by it.
+template <class X>
+class ListenSocket : public Socket
+{
+public:
+    explicit ListenSocket(ISocketHandler& handler) : Socket(handler), mSpare(OpenSpare()) {}
+    ~ListenSocket() override
+    {
+        if (mSpare != -1) ::close(mSpare);
+    }
+
+    /// Listens on the wildcard address. 0, or -1 with an error line. @param port 0 for any.
+    int Bind(std::uint16_t port, int depth)
+    {
+        const int fd = CreateSocket(SOCK_STREAM, "tcp");
+        if (fd == -1) return -1;
+        const Ipv4Address address(port);
+        if (::bind(fd, address.GetSockaddr(), address.GetLength()) == -1) {
+            LogError("bind", errno, LogLevel::Fatal);
+            ::close(fd);
+            return -1;
+        }
+        if (::listen(fd, depth) == -1) {
+            LogError("listen", errno, LogLevel::Fatal);
+            ::close(fd);
+            return -1;
+        }
+        // A client that is gone again by the time of the accept must not stop the passes.
+        SetNonblocking(fd);
+        mDepth = depth;
+        Attach(fd);
+        return 0;
+    }
+    /// The port that is listened on; 0 before Bind.
+    std::uint16_t GetPort() const
+    {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == -1) return 0;
+        return ntohs(address.sin_port);
+    }
+    int GetDepth() const { return mDepth; }
+
+    void OnOptions(int fd) override { SetSoReuseaddr(fd, true); }
+
+    void OnRead() override
+    {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        const int fd = ::accept4(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC);
+        if (fd == -1) {
+            OnFailedAccept(errno);
+            return;
+        }
+        if (!Handler().OkToAccept()) {
+            LogError("accept", -1, "Not OK to accept", LogLevel::Warning);
+            ::close(fd);
+            return;
+        }
+        const std::size_t limit = Handler().GetLimit();
+        if (Handler().GetCount() >= limit || static_cast<std::size_t>(fd) >= limit) {
+            LogError("accept", static_cast<int>(Handler().GetCount()), "ISocketHandler fd_set limit reached",
+                     LogLevel::Fatal);
+            ::close(fd);
+            return;
+        }
+        auto* const socket = new X(Handler());
+        socket->SetParent(this);
+        socket->Attach(fd);
+        socket->SetNonblocking(fd);
+        socket->SetRemoteAddress(Ipv4Address(address));
+        socket->SetConnected();
+        socket->Init();
+        socket->SetDeleteByHandler();
+        Handler().Add(socket);
+        socket->OnAccept();
+    }
+
+private:
+    static int OpenSpare() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
+
+    void OnFailedAccept(int error)
+    {
+        if (error == EAGAIN) return;
+        LogError("accept", error, LogLevel::Error);
+        if (error != EMFILE && error != ENFILE) return;
+        // The client would stay in the backlog and keep the passes busy: the spare descriptor takes it, and it goes.
+        if (mSpare != -1) ::close(mSpare);
+        const int refused = ::accept4(GetSocket(), nullptr, nullptr, SOCK_CLOEXEC);
+        if (refused != -1) ::close(refused);
+        mSpare = OpenSpare();
+    }
+
+    int mDepth = 0;
+    int mSpare;
+};

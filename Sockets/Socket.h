@@ -1,0 +1,105 @@
+#pragma once
+
+#include "Sockets/ISocketHandler.h"
+#include "Sockets/SocketAddress.h"
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+
+/// One descriptor under a socket handler. All On... operations run on the thread of the handler's passes, everything
+/// else there or under the handler's mutex.
+class Socket
+{
+public:
+    explicit Socket(ISocketHandler& handler) : mHandler(handler), mCreateTime(handler.Now()) {}
+    virtual ~Socket();
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    virtual void Init() {}
+    /// Closes the descriptor and takes it out of all lists.
+    virtual int Close();
+    virtual bool Ready() const { return mSocket != -1 && !mCloseAndDelete; }
+
+    virtual void OnRead() {}
+    virtual void OnWrite() {}
+    virtual void OnException() {}
+    virtual void OnDelete() {}
+    virtual void OnConnect() {}
+    virtual void OnAccept() {}
+    virtual void OnConnectFailed() {}
+    /// Socket options, once the descriptor is there.
+    virtual void OnOptions(int /*fd*/) {}
+    /// Whether a connect that failed is tried again.
+    virtual bool OnConnectRetry() { return true; }
+    virtual void OnReconnect() {}
+    virtual void OnDisconnect() {}
+    virtual void OnTimeout() {}
+    virtual void OnConnectTimeout() {}
+
+    ISocketHandler& Handler() const { return mHandler; }
+    int GetSocket() const { return mSocket; }
+    void Attach(int fd) { mSocket = fd; }
+    void SetDeleteByHandler(bool value = true) { mDeleteByHandler = value; }
+    bool DeleteByHandler() const { return mDeleteByHandler; }
+    /// Marks the socket for the close pass. It notes the time of the mark.
+    void SetCloseAndDelete(bool value = true);
+    bool CloseAndDelete() const { return mCloseAndDelete; }
+    std::time_t GetCloseTime() const { return mCloseTime; }
+    std::time_t GetCreateTime() const { return mCreateTime; }
+    void SetParent(Socket* parent) { mParent = parent; }
+    Socket* GetParent() const { return mParent; }
+    void DisableRead(bool value = true) { mDisableRead = value; }
+    bool IsDisableRead() const { return mDisableRead; }
+    void SetConnected(bool value = true) { mConnected = value; }
+    bool IsConnected() const { return mConnected; }
+    void SetErasedByHandler() { mErasedByHandler = true; }
+    bool ErasedByHandler() const { return mErasedByHandler; }
+    /// Where Open was aimed; null before.
+    const SocketAddress* GetClientRemoteAddress() const { return mClientRemoteAddress.get(); }
+    void SetClientRemoteAddress(const SocketAddress& address) { mClientRemoteAddress = address.Clone(); }
+    void SetRemoteAddress(const SocketAddress& address) { mRemoteAddress = address.Clone(); }
+    const SocketAddress* GetRemoteAddress() const { return mRemoteAddress.get(); }
+
+    /// Not 0 starts a time-out, 0 ends it.
+    void SetTimeout(std::time_t seconds);
+    /// Strictly more seconds than the limit have passed.
+    bool HasTimedOut(std::time_t now) const { return now - mTimeoutStart > mTimeoutLimit; }
+
+    bool SetNonblocking(int fd);
+    bool SetSoLinger(int fd, bool on, int seconds);
+    bool SetSoLinger(bool on, int seconds) { return SetSoLinger(mSocket, on, seconds); }
+    bool SetSoReuseaddr(int fd, bool on);
+    bool SetSoKeepalive(int fd, bool on);
+    /// Only reports: the option is not used.
+    bool SetTcpNodelay(bool on);
+    /// The pending error of the descriptor.
+    int SoError() const;
+
+protected:
+    /// A new descriptor of that type with its options set, -1 with an error line and the mark for closing if there is
+    /// none.
+    int CreateSocket(int type, const char* protocol);
+    void LogError(const std::string& call, int error, LogLevel level);
+    void LogError(const std::string& call, int error, const std::string& text, LogLevel level);
+
+private:
+    bool SetOption(int fd, int option, const void* value, socklen_t size, const char* name);
+
+    ISocketHandler& mHandler;
+    int mSocket = -1;
+    bool mDeleteByHandler = false;
+    bool mCloseAndDelete = false;
+    const std::time_t mCreateTime;
+    Socket* mParent = nullptr;
+    bool mDisableRead = false;
+    bool mConnected = false;
+    bool mErasedByHandler = false;
+    std::time_t mCloseTime = 0;
+    std::unique_ptr<SocketAddress> mClientRemoteAddress;
+    std::unique_ptr<SocketAddress> mRemoteAddress;
+    std::time_t mTimeoutStart = 0;
+    std::time_t mTimeoutLimit = 0;
+};

@@ -1,0 +1,529 @@
+#include "Sockets/SocketHandler.h"
+
+#include "Sockets/HandlerMutex.h"
+#include "Sockets/TcpSocket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace {
+
+/// The same select error is reported on its first repeat and then on every repeat of this number.
+constexpr int ErrorsBetweenReports = 10000;
+constexpr long PendingWorkWaitUs = 200000;
+
+void Without(std::vector<int>& descriptors, int fd)
+{
+    descriptors.erase(std::remove(descriptors.begin(), descriptors.end(), fd), descriptors.end());
+}
+
+void SetFlag(fd_set& set, int fd, bool on)
+{
+    if (on) {
+        FD_SET(fd, &set);
+    } else {
+        FD_CLR(fd, &set);
+    }
+}
+
+} // namespace
+
+SocketHandler::SocketHandler(StdLog* log)
+    : mLog(log),
+      mMutex(nullptr),
+      mTimeoutCheck(std::time(nullptr)),
+      mClock([] { return std::time(nullptr); }),
+      mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+{
+    FD_ZERO(&mReadSet);
+    FD_ZERO(&mWriteSet);
+    FD_ZERO(&mExceptionSet);
+}
+
+SocketHandler::SocketHandler(HandlerMutex& mutex, StdLog* log)
+    : mLog(log),
+      mMutex(&mutex),
+      mTimeoutCheck(std::time(nullptr)),
+      mClock([] { return std::time(nullptr); }),
+      mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+{
+    FD_ZERO(&mReadSet);
+    FD_ZERO(&mWriteSet);
+    FD_ZERO(&mExceptionSet);
+}
+
+SocketHandler::~SocketHandler()
+{
+    CloseAll();
+    if (mWakeFd != -1) ::close(mWakeFd);
+}
+
+void SocketHandler::CloseAll()
+{
+    mInPass = true;
+    while (!mAdd.empty() || !mSockets.empty() || !mDelete.empty()) {
+        Socket* socket = nullptr;
+        if (!mDelete.empty()) {
+            socket = mDelete.back();
+            mDelete.pop_back();
+        } else {
+            auto& sockets = mAdd.empty() ? mSockets : mAdd;
+            socket = sockets.begin()->second;
+            sockets.erase(sockets.begin());
+        }
+        // One socket can stand in both maps while it is on its way to a new descriptor.
+        for (auto* map : {&mAdd, &mSockets}) {
+            for (auto entry = map->begin(); entry != map->end();) {
+                entry = entry->second == socket ? map->erase(entry) : std::next(entry);
+            }
+        }
+        if (socket->GetSocket() != -1) socket->Close();
+        DeleteSocket(socket);
+    }
+    mInPass = false;
+}
+
+void SocketHandler::DeleteSocket(Socket* socket)
+{
+    socket->OnDelete();
+    if (!socket->DeleteByHandler()) return;
+    socket->SetErasedByHandler();
+    delete socket;
+}
+
+void SocketHandler::LogError(Socket* socket, const std::string& call, int error, const std::string& text,
+                             LogLevel level)
+{
+    if (mLog) mLog->error(this, socket, call, error, text, level);
+}
+
+void SocketHandler::Wake()
+{
+    const std::uint64_t one = 1;
+    const ssize_t ignored = ::write(mWakeFd, &one, sizeof one);
+    static_cast<void>(ignored);
+}
+
+void SocketHandler::Add(Socket* socket)
+{
+    const int fd = socket->GetSocket();
+    if (fd == -1) {
+        LogError(socket, "Add", -1, "Invalid socket", LogLevel::Warning);
+        if (socket->CloseAndDelete()) mDelete.push_back(socket);
+    } else if (mAdd.count(fd) != 0) {
+        LogError(socket, "Add", fd, "Attempt to add socket already in add queue", LogLevel::Fatal);
+        if (mAdd[fd] != socket) mDelete.push_back(socket);
+    } else {
+        mAdd[fd] = socket;
+    }
+    mPassAgain = true;
+    if (!mInPass) Wake();
+}
+
+void SocketHandler::Remove(Socket* socket)
+{
+    if (socket->ErasedByHandler()) return;
+    const auto report = [&] {
+        LogError(socket, "Remove", -1, "Socket destructor called while still in use", LogLevel::Warning);
+    };
+    for (auto* sockets : {&mSockets, &mAdd}) {
+        const auto entry = std::find_if(sockets->begin(), sockets->end(),
+                                        [socket](const auto& candidate) { return candidate.second == socket; });
+        if (entry == sockets->end()) continue;
+        report();
+        if (sockets == &mSockets) Without(mFds, entry->first);
+        sockets->erase(entry);
+        return;
+    }
+    const auto entry = std::find(mDelete.begin(), mDelete.end(), socket);
+    if (entry == mDelete.end()) return;
+    report();
+    mDelete.erase(entry);
+}
+
+void SocketHandler::Get(int fd, bool& read, bool& write, bool& exception) const
+{
+    const bool selectable = IsSelectable(fd);
+    read = selectable && FD_ISSET(fd, &mReadSet);
+    write = selectable && FD_ISSET(fd, &mWriteSet);
+    exception = selectable && FD_ISSET(fd, &mExceptionSet);
+}
+
+void SocketHandler::Set(int fd, bool read, bool write, bool exception)
+{
+    // What is not under control yet gets its flags when it is taken in.
+    if (!IsSelectable(fd) || mSockets.count(fd) == 0) return;
+    SetFlag(mReadSet, fd, read);
+    SetFlag(mWriteSet, fd, write);
+    SetFlag(mExceptionSet, fd, exception);
+    if (!mInPass) Wake();
+}
+
+bool SocketHandler::Valid(const Socket* socket) const
+{
+    return std::any_of(mSockets.begin(), mSockets.end(),
+                       [socket](const auto& entry) { return entry.second == socket; });
+}
+
+std::size_t SocketHandler::GetCount() const
+{
+    return mSockets.size() + mAdd.size() + mDelete.size();
+}
+
+void SocketHandler::AddList(int fd, WorkList list, bool add)
+{
+    if (fd == -1) return;
+    Descriptors& descriptors = List(list);
+    const bool present = std::find(descriptors.begin(), descriptors.end(), fd) != descriptors.end();
+    if (add && !present) {
+        descriptors.push_back(fd);
+        if (list == WorkList::Close || list == WorkList::CallOnConnect) mPassAgain = true;
+        if (!mInPass) Wake();
+    } else if (!add && present) {
+        Without(descriptors, fd);
+    }
+}
+
+int SocketHandler::Select(long seconds, long microseconds)
+{
+    timeval timeout{seconds, static_cast<suseconds_t>(microseconds)};
+    return Select(&timeout);
+}
+
+int SocketHandler::Select()
+{
+    const bool pending = !mAdd.empty() || !mDelete.empty() ||
+                         std::any_of(mLists.begin(), mLists.end(), [](const auto& list) { return !list.empty(); });
+    return pending ? Select(0, PendingWorkWaitUs) : Select(nullptr);
+}
+
+int SocketHandler::Select(timeval* timeout)
+{
+    mInPass = true;
+    TakeInNewSockets();
+    fd_set read;
+    fd_set write;
+    fd_set exception;
+    int ready = Wait(timeout, read, write, exception);
+    if (ready > 0) ready = CallReadySockets(ready, read, write, exception);
+    CallConnected();
+    CheckTimeouts();
+    RetryConnects();
+    CloseSockets();
+    Erase();
+    DeleteRefused();
+    mInPass = false;
+    return ready;
+}
+
+void SocketHandler::TakeInNewSockets()
+{
+    while (!mAdd.empty()) {
+        if (mSockets.size() >= GetLimit()) {
+            LogError(nullptr, "Select", static_cast<int>(mSockets.size()), "FD_SETSIZE reached", LogLevel::Warning);
+            return;
+        }
+        Socket* const socket = mAdd.begin()->second;
+        const int fd = mAdd.begin()->first;
+        mAdd.erase(mAdd.begin());
+        if (mSockets.count(fd) != 0) {
+            LogError(socket, "Add", fd, "Attempt to add socket already in controlled queue", LogLevel::Fatal);
+            mDelete.push_back(socket);
+        } else if (!IsSelectable(fd)) {
+            LogError(socket, "Select", fd, "FD_SETSIZE reached", LogLevel::Warning);
+            mDelete.push_back(socket);
+        } else {
+            TakeIn(socket);
+        }
+    }
+}
+
+void SocketHandler::TakeIn(Socket* socket)
+{
+    const int fd = socket->GetSocket();
+    mSockets[fd] = socket;
+    mFds.push_back(fd);
+    mMaxSock = std::max(mMaxSock, fd);
+    if (socket->CloseAndDelete()) {
+        LogError(socket, "Add", fd, "Trying to add socket with SetCloseAndDelete() true", LogLevel::Warning);
+        return;
+    }
+    const auto* const stream = dynamic_cast<StreamSocket*>(socket);
+    const auto* const tcp = dynamic_cast<TcpSocket*>(socket);
+    if (stream && stream->IsConnecting()) {
+        Set(fd, false, true, true);
+    } else {
+        Set(fd, !socket->IsDisableRead(), tcp && tcp->GetOutputLength() != 0, true);
+    }
+}
+
+int SocketHandler::Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& exception)
+{
+    read = mReadSet;
+    write = mWriteSet;
+    exception = mExceptionSet;
+    int highest = mMaxSock;
+    if (IsSelectable(mWakeFd)) {
+        FD_SET(mWakeFd, &read);
+        highest = std::max(highest, mWakeFd);
+    }
+    timeval atOnce{0, 0};
+    if (mPassAgain) timeout = &atOnce;
+    mPassAgain = false;
+
+    mInPass = false;
+    if (mMutex) mMutex->unlock();
+    int ready = ::select(highest + 1, &read, &write, &exception, timeout);
+    const int error = errno;
+    if (mMutex) mMutex->lock();
+    mInPass = true;
+
+    if (ready == -1) {
+        ReportSelectError(error);
+        return ready;
+    }
+    mPreviousError = -1;
+    if (ready > 0 && IsSelectable(mWakeFd) && FD_ISSET(mWakeFd, &read)) {
+        std::uint64_t ignored = 0;
+        const ssize_t size = ::read(mWakeFd, &ignored, sizeof ignored);
+        static_cast<void>(size);
+        --ready;
+    }
+    return ready;
+}
+
+void SocketHandler::ReportSelectError(int error)
+{
+    bool report = error != mPreviousError;
+    if (!report) report = mErrorCount++ % ErrorsBetweenReports == 0;
+    if (report) LogError(nullptr, "select", error, std::strerror(error), LogLevel::Warning);
+    mPreviousError = error;
+    if (error == EBADF) DropBadDescriptors();
+}
+
+void SocketHandler::DropBadDescriptors()
+{
+    const Descriptors snapshot = mFds;
+    for (const int fd : snapshot) {
+        if (fcntl(fd, F_GETFD) != -1) continue;
+        Set(fd, false, false, false);
+        if (Socket* const socket = Find(fd, 1)) socket->SetCloseAndDelete();
+    }
+}
+
+Socket* SocketHandler::Find(int fd, int place)
+{
+    const auto entry = mSockets.find(fd);
+    if (entry != mSockets.end()) return entry->second;
+    LogError(nullptr, "GetSocket/handler/" + std::to_string(place), fd,
+             "Did not find expected socket using file descriptor", LogLevel::Warning);
+    return nullptr;
+}
+
+int SocketHandler::CallReadySockets(int ready, const fd_set& read, const fd_set& write, const fd_set& exception)
+{
+    const Descriptors snapshot = mFds;
+    for (const int fd : snapshot) {
+        if (ready == 0) break;
+        if (FD_ISSET(fd, &read)) {
+            if (Socket* const socket = Find(fd, 1)) socket->OnRead();
+            --ready;
+        }
+        if (FD_ISSET(fd, &write)) {
+            if (Socket* const socket = Find(fd, 2)) socket->OnWrite();
+            --ready;
+        }
+        if (FD_ISSET(fd, &exception)) {
+            if (Socket* const socket = Find(fd, 3)) socket->OnException();
+            --ready;
+        }
+    }
+    return ready;
+}
+
+void SocketHandler::CallConnected()
+{
+    const Descriptors snapshot = List(WorkList::CallOnConnect);
+    for (const int fd : snapshot) {
+        // A connect that succeeded at once is called when its socket is under control.
+        if (mAdd.count(fd) != 0) continue;
+        Socket* const socket = Find(fd, 4);
+        AddList(fd, WorkList::CallOnConnect, false);
+        if (!socket) continue;
+        socket->SetConnected();
+        auto* const tcp = dynamic_cast<TcpSocket*>(socket);
+        if (tcp && tcp->GetOutputLength() != 0) tcp->OnWrite();
+        if (tcp && tcp->IsReconnect()) {
+            tcp->OnReconnect();
+        } else {
+            socket->OnConnect();
+        }
+    }
+}
+
+void SocketHandler::CheckTimeouts()
+{
+    const std::time_t now = Now();
+    if (now == mTimeoutCheck) return;
+    mTimeoutCheck = now;
+    const Descriptors snapshot = List(WorkList::Timeout);
+    for (const int fd : snapshot) {
+        if (mAdd.count(fd) != 0) continue;
+        Socket* const socket = Find(fd, 6);
+        if (!socket) {
+            AddList(fd, WorkList::Timeout, false);
+            continue;
+        }
+        if (!socket->HasTimedOut(now)) continue;
+        auto* const stream = dynamic_cast<StreamSocket*>(socket);
+        if (stream && stream->IsConnecting()) {
+            stream->OnConnectTimeout();
+        } else {
+            socket->OnTimeout();
+        }
+        socket->SetTimeout(0);
+    }
+}
+
+void SocketHandler::RetryConnects()
+{
+    const Descriptors snapshot = List(WorkList::Retry);
+    for (const int fd : snapshot) {
+        auto* const socket = dynamic_cast<TcpSocket*>(Find(fd, 7));
+        AddList(fd, WorkList::Retry, false);
+        if (!socket) continue;
+        socket->SetRetryClientConnect(false);
+        const SocketAddress* const stored = socket->GetClientRemoteAddress();
+        const auto address = stored ? stored->Clone() : nullptr;
+        socket->Close();
+        if (address) {
+            socket->Open(*address);
+        } else {
+            LogError(socket, "RetryClientConnect", 0, "no address", LogLevel::Error);
+        }
+        Add(socket);
+        mFdsErase.push_back(fd);
+    }
+}
+
+void SocketHandler::CloseSockets()
+{
+    const Descriptors snapshot = List(WorkList::Close);
+    for (const int fd : snapshot) {
+        // It was marked before it came under control: the next pass closes it.
+        if (mAdd.count(fd) != 0 && mSockets.count(fd) == 0) {
+            mPassAgain = true;
+            continue;
+        }
+        Socket* const socket = Find(fd, 8);
+        if (!socket) {
+            AddList(fd, WorkList::Close, false);
+        } else if (auto* const tcp = dynamic_cast<TcpSocket*>(socket)) {
+            CloseTcpSocket(*tcp);
+        } else {
+            Leave(*socket, fd);
+        }
+    }
+}
+
+bool SocketHandler::Lingers(TcpSocket& socket)
+{
+    constexpr std::time_t LingerSeconds = 4;
+    if (!socket.IsConnected() || !socket.GetFlushBeforeClose() || Now() - socket.GetCloseTime() > LingerSeconds) {
+        return false;
+    }
+    if (socket.GetOutputLength() != 0) {
+        LogError(&socket, "Closing", static_cast<int>(socket.GetOutputLength()), "Sending all data before closing",
+                 LogLevel::Info);
+    } else if ((socket.GetShutdown() & TcpSocket::SHUT_WRITE) == 0) {
+        if (::shutdown(socket.GetSocket(), SHUT_WR) == -1) {
+            LogError(&socket, "graceful shutdown", errno, std::strerror(errno), LogLevel::Error);
+        }
+        socket.SetShutdown(TcpSocket::SHUT_WRITE);
+    }
+    return true;
+}
+
+void SocketHandler::CloseTcpSocket(TcpSocket& socket)
+{
+    const int fd = socket.GetSocket();
+    if (Lingers(socket)) return;
+    if (socket.IsConnected() && socket.GetReconnect()) {
+        if (!Reconnect(socket, fd)) Leave(socket, fd);
+        return;
+    }
+    if (socket.IsConnected() && socket.GetOutputLength() != 0) {
+        LogError(&socket, "Closing", 0, "Closing socket while data still left to send", LogLevel::Warning);
+    }
+    Leave(socket, fd);
+}
+
+bool SocketHandler::Reconnect(TcpSocket& socket, int fd)
+{
+    socket.SetCloseAndDelete(false);
+    socket.SetIsReconnect();
+    socket.SetConnected(false);
+    socket.Close();
+    socket.OnDisconnect();
+    // The stream may have had enough. Its mark for closing then fell on a descriptor that is no more.
+    if (!socket.GetReconnect()) return false;
+    const SocketAddress* const stored = socket.GetClientRemoteAddress();
+    if (stored) {
+        const auto address = stored->Clone();
+        socket.Open(*address);
+    } else {
+        LogError(&socket, "Reconnect", 0, "no address", LogLevel::Error);
+    }
+    socket.ResetConnectionRetries();
+    Add(&socket);
+    mFdsErase.push_back(fd);
+    return true;
+}
+
+void SocketHandler::Leave(Socket& socket, int fd)
+{
+    Set(fd, false, false, false);
+    if (socket.GetSocket() != -1) socket.Close();
+    const auto queued = mAdd.find(fd);
+    if (queued != mAdd.end() && queued->second == &socket) mAdd.erase(queued);
+    socket.OnDelete();
+    if (socket.DeleteByHandler()) socket.SetErasedByHandler();
+    mFdsErase.push_back(fd);
+}
+
+void SocketHandler::Erase()
+{
+    if (mFdsErase.empty()) return;
+    for (const int fd : mFdsErase) {
+        // The descriptor may already be that of a socket in the queue: its lists stay as they are.
+        Without(List(WorkList::Detach), fd);
+        Without(mFds, fd);
+        const auto entry = mSockets.find(fd);
+        if (entry == mSockets.end()) continue;
+        Socket* const socket = entry->second;
+        mSockets.erase(entry);
+        if (socket->ErasedByHandler()) delete socket;
+        if (IsSelectable(fd)) {
+            FD_CLR(fd, &mReadSet);
+            FD_CLR(fd, &mWriteSet);
+            FD_CLR(fd, &mExceptionSet);
+        }
+    }
+    mFdsErase.clear();
+    mMaxSock = mFds.empty() ? 0 : *std::max_element(mFds.begin(), mFds.end());
+}
+
+void SocketHandler::DeleteRefused()
+{
+    while (!mDelete.empty()) {
+        Socket* const socket = mDelete.back();
+        mDelete.pop_back();
+        if (socket->GetSocket() != -1) socket->Close();
+        DeleteSocket(socket);
+    }
+}

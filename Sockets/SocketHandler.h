@@ -1,0 +1,99 @@
+#pragma once
+
+#include "Sockets/ISocketHandler.h"
+
+#include <array>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include <sys/select.h>
+
+class StreamSocket;
+class TcpSocket;
+
+/// A select loop over non-blocking sockets: takes them in, calls their On... operations, and runs their connection,
+/// time-out and close logic between two selects. It owns the sockets that are marked delete-by-handler.
+///
+/// One thread runs the passes. In the form with a mutex that thread holds it while it runs Select, which frees it
+/// while it waits; so another thread that takes it may add sockets, queue output and ask for closes, and a wait in
+/// progress ends at once to take that in.
+class SocketHandler : public ISocketHandler
+{
+public:
+    explicit SocketHandler(StdLog* log = nullptr);
+    explicit SocketHandler(HandlerMutex& mutex, StdLog* log = nullptr);
+    ~SocketHandler() override;
+    SocketHandler(const SocketHandler&) = delete;
+    SocketHandler& operator=(const SocketHandler&) = delete;
+
+    HandlerMutex* GetMutex() const override { return mMutex; }
+    void RegStdLog(StdLog* log) override { mLog = log; }
+    void LogError(Socket* socket, const std::string& call, int error, const std::string& text, LogLevel level) override;
+    void Add(Socket* socket) override;
+    void Remove(Socket* socket) override;
+    void Get(int fd, bool& read, bool& write, bool& exception) const override;
+    void Set(int fd, bool read, bool write, bool exception) override;
+    int Select(long seconds, long microseconds) override;
+    int Select() override;
+    int Select(timeval* timeout) override;
+    bool Valid(const Socket* socket) const override;
+    std::size_t GetCount() const override;
+    bool OkToAccept() const override { return true; }
+    void AddList(int fd, WorkList list, bool add) override;
+    std::time_t Now() const override { return mClock(); }
+    std::size_t GetLimit() const override { return FD_SETSIZE; }
+
+    /// Ends a wait in progress. Any thread, without the mutex.
+    void Wake();
+    /// Closes and deletes every socket that the handler still holds. No pass runs then or after.
+    void CloseAll();
+    void SetClock(const std::function<std::time_t()>& clock) { mClock = clock; }
+
+private:
+    using Descriptors = std::vector<int>;
+
+    void TakeInNewSockets();
+    void TakeIn(Socket* socket);
+    int Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& exception);
+    void ReportSelectError(int error);
+    void DropBadDescriptors();
+    int CallReadySockets(int ready, const fd_set& read, const fd_set& write, const fd_set& exception);
+    void CallConnected();
+    void CheckTimeouts();
+    void RetryConnects();
+    void CloseSockets();
+    void CloseTcpSocket(TcpSocket& socket);
+    /// True while the socket still has something to send or to wait for.
+    bool Lingers(TcpSocket& socket);
+    bool Reconnect(TcpSocket& socket, int fd);
+    void Leave(Socket& socket, int fd);
+    void Erase();
+    void DeleteRefused();
+    Socket* Find(int fd, int place);
+    Descriptors& List(WorkList list) { return mLists[static_cast<std::size_t>(list)]; }
+    void DeleteSocket(Socket* socket);
+    static bool IsSelectable(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
+
+    std::map<int, Socket*> mSockets;
+    std::map<int, Socket*> mAdd;
+    std::vector<Socket*> mDelete;
+    StdLog* mLog;
+    HandlerMutex* const mMutex;
+    int mMaxSock = 0;
+    fd_set mReadSet;
+    fd_set mWriteSet;
+    fd_set mExceptionSet;
+    int mPreviousError = -1;
+    int mErrorCount = 0;
+    std::time_t mTimeoutCheck;
+    Descriptors mFds;
+    Descriptors mFdsErase;
+    std::array<Descriptors, 5> mLists;
+    std::function<std::time_t()> mClock;
+    /// An eventfd in the read set.
+    int mWakeFd;
+    bool mInPass = false;
+    /// Something came up in a pass that the next one must not wait before.
+    bool mPassAgain = false;
+};

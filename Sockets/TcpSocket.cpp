@@ -1,0 +1,252 @@
+#include "Sockets/TcpSocket.h"
+
+#include "Audit/Audit.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+bool TcpSocket::Open(const std::string& host, std::uint16_t port)
+{
+    return Open(Ipv4Address(host, port));
+}
+
+bool TcpSocket::Open(const SocketAddress& address, const SocketAddress* bindAddress)
+{
+    if (!address.IsValid()) {
+        LogError("Open", 0, "Invalid SocketAddress", LogLevel::Fatal);
+        SetCloseAndDelete();
+        return false;
+    }
+    if (Handler().GetCount() >= Handler().GetLimit()) {
+        LogError("Open", 0, "no space left in fd_set", LogLevel::Fatal);
+        SetCloseAndDelete();
+        return false;
+    }
+    SetConnecting(false);
+    const int fd = CreateSocket(SOCK_STREAM, "tcp");
+    if (fd == -1) return false;
+    if (static_cast<std::size_t>(fd) >= Handler().GetLimit()) {
+        LogError("Open", fd, "no space left in fd_set", LogLevel::Fatal);
+        ::close(fd);
+        SetCloseAndDelete();
+        return false;
+    }
+    if (!SetNonblocking(fd)) {
+        ::close(fd);
+        SetCloseAndDelete();
+        return false;
+    }
+    SetClientRemoteAddress(address);
+    ResetShutdown();
+    if (bindAddress && bindAddress->IsValid() &&
+        ::bind(fd, bindAddress->GetSockaddr(), bindAddress->GetLength()) == -1) {
+        LogError("bind", errno, LogLevel::Fatal);
+    }
+    if (::connect(fd, address.GetSockaddr(), address.GetLength()) == 0) {
+        Attach(fd);
+        SetCallOnConnect();
+        return true;
+    }
+    const int error = errno;
+    if (error == EINPROGRESS) {
+        Attach(fd);
+        SetConnecting();
+        return true;
+    }
+    if (mReconnect) {
+        LogError("connect: failed, reconnect pending", error, LogLevel::Info);
+        Attach(fd);
+        SetConnecting();
+        return true;
+    }
+    LogError("connect: failed", error, LogLevel::Fatal);
+    ::close(fd);
+    SetCloseAndDelete();
+    return false;
+}
+
+int TcpSocket::Close()
+{
+    const int fd = GetSocket();
+    if (fd == -1) return Socket::Close();
+    SetNonblocking(fd);
+    if (IsConnected() && (GetShutdown() & SHUT_WRITE) == 0 && ::shutdown(fd, SHUT_WR) == -1) {
+        LogError("shutdown", errno, LogLevel::Error);
+    }
+    char rest[1000];
+    const ssize_t unread = ::recv(fd, rest, sizeof rest, MSG_DONTWAIT);
+    if (unread > 0) {
+        LogError("read() after shutdown", static_cast<int>(unread), "bytes read", LogLevel::Warning);
+    }
+    return Socket::Close();
+}
+
+void TcpSocket::OnOptions(int fd)
+{
+    SetSoReuseaddr(fd, true);
+    SetSoKeepalive(fd, true);
+}
+
+void TcpSocket::CloseAtOnce()
+{
+    SetFlushBeforeClose(false);
+    SetCloseAndDelete();
+}
+
+void TcpSocket::OnRead()
+{
+    const ssize_t size = ::recv(GetSocket(), mReadBuffer, ReadSize, MSG_NOSIGNAL);
+    if (size == -1) {
+        // Nothing there after all: no reason to give the connection up.
+        if (errno == EAGAIN || errno == EINTR) return;
+        LogError("read", errno, LogLevel::Fatal);
+        SetCloseAndDelete();
+        SetFlushBeforeClose(false);
+    } else if (size == 0) {
+        OnDisconnect();
+        SetCloseAndDelete();
+        SetFlushBeforeClose(false);
+        SetShutdown(SHUT_BY_PEER);
+    } else if (size <= static_cast<ssize_t>(ReadSize)) {
+        mBytesReceived += static_cast<std::uint64_t>(size);
+        if (!ibuf.Write(mReadBuffer, static_cast<std::size_t>(size))) {
+            LogError("OnRead", 0, "ibuf overflow", LogLevel::Warning);
+        }
+    } else {
+        LogError("OnRead", static_cast<int>(size), "abnormal value from recv", LogLevel::Error);
+    }
+}
+
+void TcpSocket::OnWrite()
+{
+    if (IsConnecting()) {
+        OnConnectWritable();
+        return;
+    }
+    std::size_t size = 0;
+    while (const char* const front = mOutput.GetFront(size)) {
+        const std::size_t sent = TrySend(front, size);
+        mOutput.RemoveFront(sent);
+        if (sent < size) break;
+    }
+    RenewFlags();
+}
+
+void TcpSocket::OnConnectWritable()
+{
+    const int error = SoError();
+    if (error == 0) {
+        Handler().Set(GetSocket(), !IsDisableRead(), false, true);
+        SetConnecting(false);
+        SetCallOnConnect();
+        return;
+    }
+    LogError("tcp: connect failed", error, LogLevel::Fatal);
+    // From here on only the time-out works on it.
+    Handler().Set(GetSocket(), false, false, false);
+    if (HasRetryLeft()) return;
+    SetConnecting(false);
+    SetCloseAndDelete();
+    OnConnectFailed();
+}
+
+void TcpSocket::OnConnectTimeout()
+{
+    LogError("connect", -1, "connect timeout", LogLevel::Fatal);
+    if (HasRetryLeft()) {
+        CountRetry();
+        if (OnConnectRetry()) SetRetryClientConnect();
+    } else {
+        SetCloseAndDelete();
+        OnConnectFailed();
+    }
+    SetConnecting(false);
+}
+
+void TcpSocket::OnException()
+{
+    const int error = SoError();
+    LogError("exception on select", error, LogLevel::Fatal);
+    SetCloseAndDelete();
+}
+
+void TcpSocket::EndGather()
+{
+    mGathering = false;
+    if (mGathered.empty()) return;
+    SendBuf(mGathered.data(), mGathered.size());
+    mGathered.clear();
+    // The next command will hardly be as long as the longest.
+    if (mGathered.capacity() > ReadSize) mGathered.shrink_to_fit();
+}
+
+void TcpSocket::SendBuf(const char* data, std::size_t size)
+{
+    if (mGathering) {
+        mGathered.append(data, size);
+        return;
+    }
+    if (!Ready() && !IsConnecting()) {
+        LogError("SendBuf", -1, "Attempt to write to a non-ready socket", LogLevel::Warning);
+        if (GetSocket() == -1) LogError("SendBuf", 0, " * GetSocket() == INVALID_SOCKET", LogLevel::Info);
+        if (IsConnecting()) LogError("SendBuf", 0, " * Connecting()", LogLevel::Info);
+        if (CloseAndDelete()) LogError("SendBuf", 0, " * CloseAndDelete()", LogLevel::Info);
+        return;
+    }
+    if (!IsConnected()) {
+        LogError("SendBuf", -1, "Attempt to write to a non-connected socket, will be sent on connect",
+                 LogLevel::Warning);
+        Enqueue(data, size);
+        return;
+    }
+    if (mOutput.GetLength() != 0) {
+        Enqueue(data, size);
+        return;
+    }
+    const std::size_t sent = TrySend(data, size);
+    if (sent < size && !CloseAndDelete()) Enqueue(data + sent, size - sent);
+    RenewFlags();
+}
+
+void TcpSocket::Enqueue(const char* data, std::size_t size)
+{
+    if (mOutput.GetLength() + size > MaxUnsent) {
+        AUDIT_LOG(Fault, "TcpSocket fd %d: more than %zu bytes were not read by the peer, closing\r\n", GetSocket(),
+                  MaxUnsent);
+        CloseAtOnce();
+        return;
+    }
+    mOutput.Append(data, size);
+}
+
+std::size_t TcpSocket::TrySend(const char* data, std::size_t size)
+{
+    const ssize_t sent = ::send(GetSocket(), data, size, MSG_NOSIGNAL);
+    if (sent >= 0) {
+        mBytesSent += static_cast<std::uint64_t>(sent);
+        return static_cast<std::size_t>(sent);
+    }
+    if (errno == EAGAIN) {
+        for (const char* text : {"########################", "### SOCKET WOULD BLOCK\n### ",
+                                 "GetRemoteAddress().c_str() ", "########################"}) {
+            LogError("send", EAGAIN, text, LogLevel::Warning);
+        }
+        return 0;
+    }
+    LogError("send", errno, LogLevel::Fatal);
+    CloseAtOnce();
+    return 0;
+}
+
+void TcpSocket::RenewFlags()
+{
+    bool read = false;
+    bool write = false;
+    bool exception = false;
+    Handler().Get(GetSocket(), read, write, exception);
+    const bool waitForWrite = mOutput.GetLength() != 0;
+    if (write != waitForWrite) Handler().Set(GetSocket(), read, waitForWrite, exception);
+}
