@@ -1,0 +1,241 @@
+#include "Audit/Audit.h"
+#include "MiscSource/GlobalConstants.h"
+#include "MiscSource/IoPort.h"
+#include "MiscSource/LinkPatch.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+using testing::HasSubstr;
+
+template <class T>
+std::string Text(const T& value)
+{
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+TEST(Texts, Hid)
+{
+    const struct
+    {
+        std::uint32_t hid;
+        const char* text;
+    } cases[] = {{0xFFFFFFFF, "INVALID_HID "}, {0, "LOCAL_DSP_HID "},     {1, "0x1(1) "},
+                 {0xFFE, "0xffe(4094) "},      {0xFFF, "0.0:fff "},       {0x1000, "0.0:1000 "},
+                 {0xC0028000, "192.2:8000 "},  {0x013F0500, "1.63:500 "}, {0xABCD0001, "171.205:1 "},
+                 {0xFFFFFFFE, "255.255:fffe "}};
+    for (const auto& row : cases)
+        EXPECT_EQ(Text(Hid(row.hid)), row.text);
+}
+
+TEST(Texts, PortsRacksAndAddresses)
+{
+    EXPECT_EQ(PortText(0), "ORB PORT ");
+    EXPECT_EQ(PortText(1), "Pri Korvo ");
+    EXPECT_EQ(Text(Routing::SECONDARY_PORT), "Sec Korvo ");
+    EXPECT_EQ(PortText(3), "UNKNOWN ");
+    EXPECT_EQ(PortText(0xFF), "UNKNOWN ");
+    EXPECT_EQ(LinkPortText(0), "H0 ");
+    EXPECT_EQ(LinkPortText(0xFE), "H254 ");
+    EXPECT_EQ(LinkPortText(0xFF), "UNKNOWN_PORT ");
+    EXPECT_EQ(AudioPortText(0), "A0 ");
+    EXPECT_EQ(AudioPortText(0xFFE), "A4094 ");
+    EXPECT_EQ(AudioPortText(0xFFF), "UNKNOWN_PORT ");
+    EXPECT_EQ(AudioPortText(0x1000), "A4096 ");
+    EXPECT_EQ(RackText(0), "LOCAL_RACK_ID ");
+    EXPECT_EQ(RackText(0xFFFF), "INVALID_RACK_ID ");
+    EXPECT_EQ(RackText(0x013F), "1.63 ");
+    EXPECT_EQ(RackText(1), "0.1 ");
+    EXPECT_EQ(AddressText(0xABCD0500), "171.205.5.0");
+    EXPECT_EQ(AddressText(0xFFFFFFFF), "255.255.255.255");
+}
+
+TEST(Texts, Enumerations)
+{
+    const char* const streams[] = {"UNKNOWN_STREAM ", "LOCAL_LINK ",  "MASTER_LINK ",
+                                   "SLAVE_LINK ",     "UPDATE_LINK ", "Unknown(5)"};
+    for (std::uint8_t i = 0; i < 6; ++i)
+        EXPECT_EQ(Text(StreamType{i}), streams[i]);
+    EXPECT_EQ(Text(StreamType{255}), "Unknown(255)");
+
+    const char* const links[] = {"Unknown(0)", "Router ", "FixedFormat ", "Modular ",  "KorvoModule ",
+                                 "KorvoHub",   "OrbDsp",  "AoIP",         "Unknown(8)"};
+    for (std::uint8_t i = 0; i < 9; ++i)
+        EXPECT_EQ(Text(static_cast<K2Heartbeat::LinkType>(i)), links[i]);
+
+    const char* const rates[] = {"48kHz", "96kHz", "44.1kHz", "88.2kHz", "UNKNOWN SAMPLE RATE"};
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(Text(static_cast<SampleRates::SystemSampleRate>(i)), rates[i]);
+    EXPECT_EQ(Text(static_cast<SampleRates::SystemSampleRate>(-1)), "UNKNOWN SAMPLE RATE");
+
+    const char* const states[] = {"Patch Not Sent ", "Patch Sent ",     "Patch Awaiting Reply ", "Patch Retry Sent ",
+                                  "Patch Success ",  "Patch Reserved ", "Invalid Patch State "};
+    for (std::uint8_t i = 0; i < 7; ++i)
+        EXPECT_EQ(Text(static_cast<Korvo::PatchState>(i)), states[i]);
+}
+
+/// What the action prints on the console of a plain log.
+template <class Action>
+std::string Logged(Action action)
+{
+    Audit::SetInstance(nullptr);
+    std::fflush(stdout);
+    testing::internal::CaptureStdout();
+    action();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(Texts, EnumerationsThatLogAWrongValue)
+{
+    const char* const statuses[] = {"Offline",       "Online",        "AccessDenied",
+                                    "PatchNotValid", "PatchConflict", "UnsupportedSampleRate"};
+    const char* const styles[] = {"Invalid", "Input", "Output", "GPI", "GPO", "DeskOutput", "KPI", "KPO"};
+    const char* const cards[] = {"InvalidType", "Mic",     "Line",        "AES",       "MADI", "DolbyE",
+                                 "Opto",        "Relay",   "Desk",        "SDI",       "KPB",  "Dante",
+                                 "SoundGrid",   "MADISRC", "KorvoModule", "EmberGPIO", "AoIP"};
+    EXPECT_EQ(Logged([&] {
+                  for (std::uint8_t i = 0; i < 6; ++i)
+                      EXPECT_EQ(Text(IOKorvoStatus{i}), statuses[i]);
+                  for (std::uint32_t i = 0; i < 8; ++i)
+                      EXPECT_STREQ(IoStyleText(i), styles[i]);
+                  for (std::uint32_t i = 0; i < 17; ++i)
+                      EXPECT_STREQ(IoCardTypeText(i), cards[i]);
+              }),
+              "");
+    EXPECT_THAT(Logged([] { EXPECT_EQ(Text(IOKorvoStatus{6}), "Unknown"); }),
+                HasSubstr("]Unknown IOKorvoStatus( 6 )\n"));
+    EXPECT_THAT(Logged([] { EXPECT_STREQ(IoStyleText(8), "Invalid"); }), HasSubstr("]Unexpected IOStyleCount( 8 )\n"));
+    EXPECT_THAT(Logged([] { EXPECT_STREQ(IoCardTypeText(17), "InvalidType"); }),
+                HasSubstr("]Unexpected IOTypeID( 17 )\n"));
+}
+
+TEST(Texts, PatchRecords)
+{
+    EXPECT_EQ(Text(IoPort(Hid(0xC0028000), 1, 5)), "HID:3221389312(192.2:8000 ), Style:1(Input), Idx:5 ");
+    EXPECT_EQ(Text(IoPort()), "HID:4294967295(INVALID_HID ), Style:0(Invalid), Idx:4095 ");
+    EXPECT_EQ(Text(HidPort{Hid(0xC0028000), 5}), "Hid:Port 192.2:8000 :A5 ");
+    EXPECT_EQ(Text(LinkPatch{{1, {0, 511}}, {3, {INVALID_TDM_SLOT}}}),
+              "SrcLink GigE:TDM Pri Korvo 0 511  DstLink GigE:TDM UNKNOWN 3 INVALID_TDM_SLOT ");
+}
+
+TEST(Model, IoPortIgnoresTheUnusedBitsOfItsSecondWord)
+{
+    const IoPort port = IoPort::FromWords(7, 0xABCD2FFE);
+    EXPECT_EQ(port.GetStyle(), 2u);
+    EXPECT_EQ(port.GetIndex(), 0xFFE);
+    EXPECT_EQ(port, IoPort(7, 2, 0xFFE));
+    EXPECT_EQ(std::hash<IoPort>{}(port), std::hash<IoPort>{}(IoPort(7, 2, 0xFFE)));
+    EXPECT_NE(port, IoPort(7, 3, 0xFFE));
+    EXPECT_NE(port, IoPort(8, 2, 0xFFE));
+}
+
+TEST(Model, Identities)
+{
+    EXPECT_EQ(GetRackId(0xC0018000), DEFAULT_RACK_ID);
+    EXPECT_TRUE(IsIoHid(0xFFFF0FFF));
+    EXPECT_FALSE(IsIoHid(0x00001000));
+    EXPECT_FALSE(IsIoHid(0x00008000));
+    EXPECT_TRUE(IsSecondClassIoHid(0xFFFFF2FF));
+    EXPECT_FALSE(IsSecondClassIoHid(0x00000300));
+    EXPECT_FALSE(IsSecondClassIoHid(0x00000600));
+    EXPECT_EQ(MakeNodeHid(0xABCDFFFF), 0xABCD4000u);
+    EXPECT_EQ(MakeLinkHid(0xABCDFFFF), 0xABCD8000u);
+    EXPECT_EQ(MakeHubHid(0xABCD1234, true), 0xABCD8000u);
+    EXPECT_EQ(MakeHubHid(0xABCD1234, false), 0xABCD8001u);
+    EXPECT_EQ(Hid(), INVALID_HID);
+}
+
+TEST(Model, DeviceTypesAndTheirUpdateCommands)
+{
+    // By link type: routing device, I/O device, the type in update commands.
+    const struct
+    {
+        bool routing;
+        bool io;
+        std::uint8_t remote;
+    } rows[] = {{false, false, 8}, {true, false, 3}, {false, true, 1}, {false, true, 0}, {false, true, 4},
+                {true, false, 5},  {true, false, 6}, {false, true, 7}, {false, true, 8}};
+    for (std::uint8_t i = 0; i < 9; ++i) {
+        const auto type = static_cast<K2Heartbeat::LinkType>(i);
+        EXPECT_EQ(IsRoutingDevice(type), rows[i].routing) << int{i};
+        EXPECT_EQ(IsIoDevice(type), rows[i].io) << int{i};
+        EXPECT_EQ(IsHub(type), i == 5) << int{i};
+        EXPECT_EQ(IsOrb(type), i == 6) << int{i};
+        EXPECT_EQ(static_cast<std::uint8_t>(ToRemoteDeviceType(type)), rows[i].remote) << int{i};
+    }
+    // Modular, fixed format, none, router, module, hub, Orb, AoIP, and what has no row.
+    const int links[] = {3, 2, 0, 1, 4, 5, 6, 7, 0, 0};
+    for (std::uint8_t i = 0; i < 10; ++i) {
+        EXPECT_EQ(ToLinkType(RemoteDeviceType{i}), links[i]) << int{i};
+        EXPECT_EQ(IsRoutingRemoteType(RemoteDeviceType{i}), i == 3 || i == 5 || i == 6) << int{i};
+    }
+}
+
+TEST(Model, SampleRates)
+{
+    using namespace SampleRates;
+    const int base[] = {0, 0, 2, 2, 0};
+    for (int i = 0; i < 5; ++i) {
+        const auto rate = static_cast<SystemSampleRate>(i);
+        EXPECT_EQ(GetBaseRate(rate), base[i]) << i;
+        EXPECT_EQ(IsDoubleRate(rate), i == 1 || i == 3) << i;
+        EXPECT_EQ(Is44k1Family(rate), i == 2 || i == 3) << i;
+    }
+    EXPECT_EQ(GetBaseRate(static_cast<SystemSampleRate>(-1)), 0);
+}
+
+TEST(Addresses, OfAPortSide)
+{
+    EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, 1)), "171.205.5.0");
+    EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, 2)), "171.205.6.0");
+    EXPECT_EQ(AddressText(GetPortAddress(0xABCDFFFF, 0)), "171.205.6.0");
+    EXPECT_EQ(GetPortAddress(INVALID_HID, 1), 0u);
+    EXPECT_TRUE(IsPrimaryPort(1));
+    EXPECT_FALSE(IsPrimaryPort(0));
+    EXPECT_FALSE(IsPrimaryPort(2));
+    EXPECT_EQ(ToPort(1), 2);
+    EXPECT_EQ(ToLinkIndex(1), 0);
+    EXPECT_EQ(ToLinkIndex(0), 0xFF);
+}
+
+TEST(Addresses, OfALinkFollowFromTheTwoIdentities)
+{
+    const struct
+    {
+        std::uint32_t rack;
+        std::uint8_t port;
+        std::uint32_t remoteId;
+        std::uint8_t remotePort;
+        const char* local;
+        const char* remote;
+    } cases[] = {
+        {0x12, 0, 0x50, 0, "0.10.0.1", "0.10.0.254"},
+        {0x12, 1, 0x50, 1, "0.10.33.2", "0.10.33.254"},
+        {0x28, 0, 0x24, 1, "0.10.0.254", "0.10.0.2"},
+        // Just above, at and just below twice our rack: only above it does the far end own the network.
+        {0x12, 0, 0x25, 0, "0.4.160.1", "0.4.160.254"},
+        {0x12, 0, 0x24, 0, "0.4.128.254", "0.4.128.1"},
+        {0x12, 1, 0x23, 0, "0.4.161.254", "0.4.161.1"},
+        {0xFFFF, 0, 0x1FFFE, 2, "63.255.192.254", "63.255.192.3"},
+        // No rack of our own yet, or no neighbour.
+        {0xFFFFFFFF, 0, 0x50, 0, "0.0.0.0", "0.0.0.0"},
+        {0x12, 0, 0xFFFFFFFF, 0, "0.0.0.0", "0.0.0.0"},
+        {0x12, 1, 0xFFFFFFFF, 0, "0.0.0.0", "0.0.0.0"},
+    };
+    for (const auto& row : cases) {
+        const bool primary = row.port == 0;
+        EXPECT_EQ(AddressText(GetLinkLocalAddress(row.rack, row.port, row.remoteId, row.remotePort, primary)),
+                  row.local);
+        EXPECT_EQ(AddressText(GetLinkRemoteAddress(row.rack, row.port, row.remoteId, row.remotePort, primary)),
+                  row.remote);
+    }
+}
+
+} // namespace
