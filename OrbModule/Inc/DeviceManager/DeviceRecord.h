@@ -1,0 +1,40 @@
+#pragma once
+
+#include "OrbModule/Inc/DeviceManager/LinkInfo.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <vector>
+
+using RateList = std::vector<SampleRates::SystemSampleRate>;
+/// Each rate's text, with a blank behind it.
+std::string RatesText(const RateList& rates);
+
+/// What the directory knows of one device. A plain value of the main thread.
+class DeviceRecord
+{
+public:
+    DeviceRecord() = default;
+    DeviceRecord(::Hid hid, K2Heartbeat::LinkType type, ::Hid owner) : Hid(hid), Type(type), Owner(owner) {}
+
+    ::Hid Hid = INVALID_HID;
+    K2Heartbeat::LinkType Type = K2Heartbeat::K2_NO_TYPE;
+    LinkInfo Pri;
+    LinkInfo Sec;
+    SampleRates::SystemSampleRate SampleRate = SampleRates::RATE_48K;
+    RateList SampleRates;
+    /// The router that reported the device; for a router, its own identity.
+    ::Hid Owner = INVALID_HID;
+
+    LinkInfo& Link(bool isPri) { return isPri ? Pri : Sec; }
+    const LinkInfo& Link(bool isPri) const { return isPri ? Pri : Sec; }
+    bool IsOnline(bool isPri) const { return Link(isPri).IsOnline(); }
+    void SetOnline(bool isPri, bool online) { Link(isPri).SetOnline(online); }
+    bool IsOffline() const { return !Pri.IsOnline() && !Sec.IsOnline(); }
+    /// The primary's remote address if that link is online, else the secondary's; host order.
+    std::uint32_t ActiveRemoteIp() const { return Pri.IsOnline() ? Pri.RemoteIp : Sec.RemoteIp; }
+    bool IsIoDevice() const { return K2Heartbeat::IsIoDevice(Type); }
+    bool IsRoutingDevice() const { return K2Heartbeat::IsRoutingDevice(Type); }
+};
+/// "Hid 1.2:8000 KorvoHubPri Link true Sec Link false"
+std::ostream& operator<<(std::ostream& out, const DeviceRecord& record);

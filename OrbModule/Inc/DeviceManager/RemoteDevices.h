@@ -1,0 +1,45 @@
+#pragma once
+
+#include "OrbModule/Inc/DeviceManager/DeviceRecord.h"
+
+#include <cstddef>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+/// The records of all remote devices, found by identity and by the router that reported them, so that no event
+/// about one device or one router looks at all the others. Main thread.
+class RemoteDevices
+{
+public:
+    /// A peer that reports devices without end meets this.
+    static constexpr std::size_t MaxRecords = 65536;
+
+    /// @param limit the most records that the table holds.
+    explicit RemoteDevices(std::size_t limit = MaxRecords) : mLimit(limit) {}
+
+    /// The record, or null. Its Hid and Owner stay as they are. Valid until the record is erased.
+    DeviceRecord* Find(Hid hid);
+    const DeviceRecord* Find(Hid hid) const;
+    struct Inserted
+    {
+        DeviceRecord* record; ///< null if the table is full
+        bool isNew;
+    };
+    /// Takes the record in, or gives the one that already has this identity. A full table refuses, and says so
+    /// in the log the first time.
+    Inserted Insert(DeviceRecord record);
+    void Erase(Hid hid);
+
+    std::size_t Size() const { return mRecords.size(); }
+    /// Identities in ascending order: callers erase records while they go through them, and listings and the
+    /// order of what is sent do not depend on a hash.
+    std::vector<Hid> GetHids() const;
+    std::vector<Hid> GetOwnedBy(Hid owner) const;
+
+private:
+    std::unordered_map<Hid, DeviceRecord> mRecords{10};
+    std::unordered_map<Hid, std::unordered_set<Hid>> mOwned;
+    std::size_t mLimit;
+    bool mLimitReported = false;
+};

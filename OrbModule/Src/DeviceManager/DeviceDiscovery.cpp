@@ -1,0 +1,341 @@
+#include "OrbModule/Inc/DeviceManager/DeviceManager.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/Commands/ChainLengthCmd.h"
+#include "Common/KLV/Commands/GpiInfoRequest.h"
+#include "Common/KLV/Commands/IoActiveRouter.h"
+#include "Common/KLV/Commands/IoInfo.h"
+#include "Common/KLV/Commands/IoInfoCard.h"
+#include "Common/KLV/Commands/IoInfoDevReq.h"
+#include "Common/KLV/Commands/IoInfoK2Mod.h"
+#include "Common/KLV/Commands/IoInfoReq.h"
+#include "Common/KLV/Commands/IoSampleRateCapabilities.h"
+#include "Common/KLV/Commands/RemoteIoUpdate.h"
+#include "Common/KLV/Commands/RemoteRouterUpdate.h"
+#include "Common/KLV/Commands/RouterInfo.h"
+#include "Common/KLV/Commands/RouterInfoReq.h"
+#include "OrbModule/Inc/DeviceManager/CardModels.h"
+
+#include <algorithm>
+
+// How devices describe themselves to the module, and the module to them.
+
+namespace {
+
+constexpr std::uint32_t SlotCount = 512;
+/// At a double rate the second TDM slot of a card's port stands this far behind the first.
+constexpr std::uint32_t DoubleRateOffset = 16;
+/// Number of the first audio port of a modular box's card, per slot.
+constexpr std::uint32_t PortsPerCard = 64;
+
+void AddCard(LocalDevice::PortMap& ports, std::uint16_t& next, std::uint32_t first, std::uint32_t count,
+             bool doubleRate)
+{
+    for (std::uint32_t slot = first; slot < first + count; ++slot, ++next) {
+        if (doubleRate) {
+            ports[next] = {slot, slot + DoubleRateOffset};
+        } else {
+            ports[next] = {slot};
+        }
+    }
+}
+
+void AddHardwarePorts(LocalDevice::PortMap& ports, std::uint16_t next, const std::vector<std::int16_t>& hardware,
+                      bool doubleRate)
+{
+    const std::size_t step = doubleRate ? 2 : 1;
+    for (std::size_t i = 0; i < hardware.size(); i += step, ++next) {
+        std::vector<std::uint32_t>& slots = ports[next];
+        slots.clear();
+        // A list of an odd count leaves its last port with the one slot it has.
+        for (std::size_t j = i; j < std::min(i + step, hardware.size()); ++j)
+            slots.push_back(static_cast<std::uint32_t>(std::int32_t{hardware[j]}));
+    }
+}
+
+void AddModulePorts(LocalDevice::PortMap& ports, std::uint32_t count, bool doubleRate)
+{
+    for (std::uint32_t i = 0; i < std::min(count, SlotCount); ++i) {
+        if (doubleRate) {
+            ports[static_cast<std::uint16_t>(i)] = {2 * i, 2 * i + 1};
+        } else {
+            ports[static_cast<std::uint16_t>(i)] = {i};
+        }
+    }
+}
+
+} // namespace
+
+void DeviceManager::BuildPortMaps(const IoInfo& command)
+{
+    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    std::uint16_t in = 0;
+    std::uint16_t out = 0;
+    std::uint32_t slot = 0;
+    for (const std::string& code : command.GetSlots()) {
+        mLocal.IoTimeout = LocalDevice::DescribedIoTimeout;
+        const CardModel card = GetCardModel(code, doubleRate);
+        AddCard(mLocal.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
+        AddCard(mLocal.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
+        ++slot;
+    }
+}
+
+void DeviceManager::BuildPortMaps(const DeviceInfoStorage::CommandMap& cards)
+{
+    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    for (const auto& entry : cards) {
+        const auto card = std::dynamic_pointer_cast<const IoInfoCard>(entry.second);
+        if (entry.first == DeviceInfoStorage::LastSlot || card == nullptr) continue;
+        const auto first = static_cast<std::uint16_t>(entry.first * PortsPerCard);
+        AddHardwarePorts(mLocal.Inputs, first, card->GetInputs(), doubleRate);
+        AddHardwarePorts(mLocal.Outputs, first, card->GetOutputs(), doubleRate);
+    }
+}
+
+void DeviceManager::BuildPortMaps(const IoInfoK2Mod& command)
+{
+    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    AddModulePorts(mLocal.Inputs, command.GetInputs(), doubleRate);
+    AddModulePorts(mLocal.Outputs, command.GetOutputs(), doubleRate);
+}
+
+void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command->GetHid();
+    RemoteDeviceType updateType = command->GetType() == static_cast<std::uint8_t>(RemoteDeviceType::AoIP)
+                                      ? RemoteDeviceType::AoIP
+                                      : RemoteDeviceType::FixedFormat;
+    AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoInfo Hid " << hid << " Port " << PortText(port) << ":"
+                                                         << std::uint32_t{command->GetType()} << "\n");
+    if (!mDeviceInfo.GetDevice(hid)) {
+        if (const DeviceRecord* record = mRemote.Find(hid)) updateType = ToRemoteDeviceType(record->Type);
+        if (mLocal.Hid == hid) {
+            updateType = ToRemoteDeviceType(mLocal.Type);
+            BuildPortMaps(*command);
+        }
+        mDeviceInfo.Emplace(hid, ToLinkType(updateType), command, 0);
+    }
+    AUDIT_LOG(IODiscovery, "Send %s RemoteIoUpdate\r\n", updateType == RemoteDeviceType::AoIP ? "AoIP" : "FF");
+    SendRemoteIoUpdate(updateType, hid);
+    DeviceStateChange(hid, port, true, type);
+    DoActiveAudio(IsPrimaryPort(port));
+}
+
+void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command->GetHid();
+    const std::uint32_t slot = command->GetSlot();
+    const bool isPri = IsPrimaryPort(port);
+    const bool isLast = slot == DeviceInfoStorage::LastSlot;
+    AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoInfoCard Hid " << hid << " Slot " << slot << "\n");
+    if (port == Routing::ORB_PORT) {
+        mOrbIoHid = hid;
+    } else if (hid == mLocal.Hid) {
+        mLocal.SetOnline(isPri, true);
+    }
+    if (mDeviceInfo.GetDevice(hid)) {
+        AUDIT_STREAM(IODiscovery, "ModIO is complete " << FlagText(true) << "\n");
+        if (!isLast) return;
+        DeviceStateChange(hid, port, true, type);
+        if (port != Routing::ORB_PORT) DoActiveAudio(isPri);
+        return;
+    }
+    mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULAR_TYPE, command, slot);
+    if (!isLast) return;
+    if (hid == mLocal.Hid) {
+        if (const auto cards = mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*cards);
+    }
+    AUDIT_STREAM(IODiscovery, "New Modular I/O box " << hid << "\n");
+    if (port != Routing::ORB_PORT) {
+        SendRemoteIoUpdate(RemoteDeviceType::Modular, hid);
+        DoActiveAudio(isPri);
+    }
+    DeviceStateChange(hid, port, true, type);
+}
+
+void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command->GetHid();
+    if (!mDeviceInfo.GetDevice(hid)) {
+        if (hid == mLocal.Hid) BuildPortMaps(*command);
+        AUDIT_STREAM(IODiscovery, "New Korvo Module " << hid << "\n");
+        mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULE_TYPE, command, 0);
+    }
+    SendRemoteIoUpdate(RemoteDeviceType::Module, hid);
+    DeviceStateChange(hid, port, true, type);
+    DoActiveAudio(IsPrimaryPort(port));
+}
+
+void DeviceManager::ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT8GIGEPORT port, StreamType type)
+{
+    if (port == Routing::ORB_PORT) {
+        OrbRouterInfo(*command);
+    } else {
+        LocalRouterInfo(*command, port, type);
+    }
+}
+
+void DeviceManager::OrbRouterInfo(const RouterInfo& command)
+{
+    const Hid hid = command.GetHid();
+    mHid = hid;
+    mIoService.post([this, hid] { LocalHidChanged(hid); });
+    SendToOrb(IoInfoReq());
+    EmplaceOrbRouter(command);
+}
+
+void DeviceManager::LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command.GetHid();
+    const bool isPri = IsPrimaryPort(port);
+    if (mLocal.IsOnline(isPri)) {
+        AUDIT_STREAM(RouterDiscovery, "Routing device already known on port " << PortText(port) << "\n");
+        return;
+    }
+    AUDIT_STREAM(RouterDiscovery, "New Routing device " << hid << "\n");
+    const std::uint32_t address = GetPortAddress(hid, port);
+    SendToOrb(RemoteRouterUpdate(command.GetType(), hid, address, mHid));
+    SendSelfInfo(port);
+    AddSlaveLinkDataRoute(hid, isPri);
+    if (!mRouterConnected) mComms->Connect(address, port, SlaveTcpPort);
+    DeviceStateChange(hid, port, true, type);
+}
+
+void DeviceManager::EmplaceOrbRouter(const RouterInfo& command)
+{
+    const Hid hid = MakeLinkHid(command.GetHid());
+    const auto inserted = mRemote.Insert(DeviceRecord(hid, K2Heartbeat::K2_ORB_TYPE, hid));
+    if (inserted.isNew) MarkInternal(*inserted.record);
+}
+
+void DeviceManager::MarkInternal(DeviceRecord& record)
+{
+    for (const bool isPri : {true, false}) {
+        LinkInfo& link = record.Link(isPri);
+        link.SetOnline(true);
+        link.RemoteIp = UNIT_MASTER_CONTROL;
+        link.Port = Routing::ORB_PORT;
+        link.RemoteGigE = 0;
+    }
+}
+
+void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoSampleRateCapabilities> command, UINT8GIGEPORT port,
+                                 StreamType)
+{
+    AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoSampleRateCapabilities Current rate = "
+                                  << command->GetSampleRate() << " Port " << PortText(port) << "\n");
+    mLocal.SampleRate = command->GetSampleRate();
+    mLocal.SampleRates = command->GetSampleRates();
+}
+
+void DeviceManager::OnIoInfoReq(std::shared_ptr<const IoInfoReq>, UINT8GIGEPORT port, StreamType type)
+{
+    AUDIT_STREAM(IODiscovery, "Received IoInfoReq on " << PortText(port) << "\n");
+    if (mOrbIoHid == INVALID_HID) return;
+    const auto device = mDeviceInfo.GetDevice(mOrbIoHid);
+    if (!device) return;
+    SendDescription(*device, port, type);
+    RequestGPIState(mOrbIoHid);
+}
+
+void DeviceManager::OnIoInfoDevReq(std::shared_ptr<const IoInfoDevReq> command, UINT8GIGEPORT port, StreamType type)
+{
+    AUDIT_STREAM(IODiscovery, "Received IoInfoDevReq on " << PortText(port) << "\n");
+    const Hid hid = command->GetHid();
+    const auto device = mDeviceInfo.GetDevice(hid);
+    if (!device) return;
+    if (K2Heartbeat::IsRoutingDevice(device->Type)) {
+        AUDIT_STREAM(Fault, "DeviceManager::OnIoInfoDevReq: Device " << hid << " is a router\n");
+        return;
+    }
+    SendDescription(*device, port, type);
+    RequestGPIState(hid);
+}
+
+void DeviceManager::SendDescription(const DeviceInfoStorage::Device& device, UINT8GIGEPORT port, StreamType type)
+{
+    for (const auto& entry : device.Commands)
+        mComms->SendCmd(port, *entry.second, type, 0);
+}
+
+void DeviceManager::OnRouterInfoReq(std::shared_ptr<const RouterInfoReq>, UINT8GIGEPORT port, StreamType)
+{
+    AUDIT_STREAM(RouterDiscovery, "Received RouterInfoReq on " << PortText(port) << "\n");
+    SendSelfInfo(port);
+}
+
+void DeviceManager::OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType)
+{
+    AddIoRoute(command->GetAddress(), port);
+    SendToOrb(*command);
+}
+
+void DeviceManager::SendSelfInfo(UINT8GIGEPORT port)
+{
+    mComms->SendLocal(RouterInfo(mHid, RemoteDeviceType::Hub, SlotCount, SlotCount, 0), port);
+    if (port == Routing::ORB_PORT) return;
+    AUDIT_STREAM(IODiscovery, "SendSelfInfo ORB Internal IO at " << mOrbIoHid << "\n");
+    const DeviceRecord* record = mRemote.Find(mOrbIoHid);
+    if (record == nullptr) {
+        AUDIT_LOG(Information, "SendSelfInfo Failed to find internal IO to report\r\n");
+        return;
+    }
+    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mOrbIoHid, mLocal.Link(IsPrimaryPort(port)).LocalIp,
+                                     mHid, record->SampleRate, record->SampleRates),
+                      port);
+}
+
+void DeviceManager::SendRemoteIoUpdate(RemoteDeviceType type, Hid hid)
+{
+    const DeviceRecord* record = GetDeviceRecord(hid);
+    if (record == nullptr) {
+        AUDIT_STREAM(Fault, "SendRemoteIoUpdate Could Not Find Device " << hid << "\n");
+        return;
+    }
+    const std::uint32_t address = record->ActiveRemoteIp();
+    AUDIT_STREAM(RouterDiscovery, "SendRemoteIoUpdate Hid " << hid << "Type " << ToLinkType(type) << " Address "
+                                                            << AddressText(address) << "\n");
+    SendToOrb(RemoteIoUpdate(type, hid, address, mHid, record->SampleRate, record->SampleRates));
+}
+
+void DeviceManager::SendToConnectedRoutingDevice(const DeskCommand& command)
+{
+    if (!mLocal.IsRoutingDevice()) return;
+    AUDIT_LOG(RouterCmdDebug, "Sending command %u to connected routing device.\n", command.GetCommandId());
+    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
+        if (mLocal.IsOnline(IsPrimaryPort(port))) mComms->SendLocal(command, port);
+}
+
+void DeviceManager::DoActiveAudio(bool isPri)
+{
+    AUDIT_STREAM(IODiscovery, "DoActiveAudio, Pri: " << FlagText(isPri) << "\n");
+    if (isPri) {
+        AUDIT_LOG(Information, "Sending IoActiveRouter on primary port\r\n");
+        mComms->SendLocal(IoActiveRouter(), Routing::PRIMARY_PORT);
+        return;
+    }
+    mActiveTimer.expires_after(mDelays.secondaryActiveRouter);
+    // The error code is not looked at: a wait that a later call cancels sends at once.
+    mActiveTimer.async_wait([this](const boost::system::error_code&) {
+        AUDIT_LOG(Information, "Sending IoActiveRouter on secondary port\r\n");
+        mComms->SendLocal(IoActiveRouter(), Routing::SECONDARY_PORT);
+    });
+}
+
+void DeviceManager::RequestGPIState(Hid hid)
+{
+    if (hid == mLocal.Hid) {
+        AUDIT_STREAM(GPIODebug, "RequestGPIState For Local Box " << hid << "\n");
+        for (const bool isPri : {true, false}) {
+            if (!mLocal.IsOnline(isPri)) continue;
+            mComms->SendLocal(GpiInfoRequest(), mLocal.Link(isPri).Port);
+            return;
+        }
+    } else if (hid == mOrbIoHid) {
+        AUDIT_STREAM(GPIODebug, "RequestGPIState For Orb IO " << hid << "\n");
+        SendToOrb(GpiInfoRequest());
+    } else {
+        AUDIT_STREAM(Fault, "RequestGPIState UNKNOWN DEVICE " << hid << "\n");
+    }
+}

@@ -1,0 +1,189 @@
+#include "OrbModule/Inc/DeviceManager/DeviceManager.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/Commands/IoInfoDevReq.h"
+#include "Common/KLV/Commands/RemoteIoUpdate.h"
+#include "Common/KLV/Commands/RemoteRouterUpdate.h"
+
+#include <sstream>
+
+// What neighbours and the Orb router report of the devices behind them.
+
+namespace {
+
+template <class Command>
+std::string TextOf(const Command& command)
+{
+    std::ostringstream text;
+    text << command;
+    return text.str();
+}
+
+RemoteIoUpdate WithOwner(const RemoteIoUpdate& command, std::uint32_t address, Hid owner)
+{
+    return RemoteIoUpdate(command.GetType(), command.GetHid(), address, owner, command.GetSampleRate(),
+                          command.GetSampleRates());
+}
+
+} // namespace
+
+void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> command, UINT8GIGEPORT port, StreamType type)
+{
+    if (command->GetOwner() == INVALID_HID) {
+        AUDIT_LOG(Assert, "Ignoring message due to invalid Router HID\r\n");
+        return;
+    }
+    AUDIT_STREAM(RouterDiscovery, "Received RemoteIoUpdate on " << PortText(port) << "Hid " << command->GetHid()
+                                                                << "Type " << ToLinkType(command->GetType())
+                                                                << "Address " << AddressText(command->GetAddress())
+                                                                << "Owner " << command->GetOwner() << "\n");
+    if (!IoUpdate::IsIoType(command->GetType())) {
+        AuditAssertFailed(__FILE__, __LINE__, "IoUpdate::IsIoType(Cmd->GetType())",
+                          "RemoteIoUpdate type is wrong: " + TextOf(*command));
+        return;
+    }
+    if (command->GetAddress() == 0) {
+        RemoteIoGone(*command, port, type);
+    } else {
+        RemoteIoAlive(*command, port, type);
+    }
+}
+
+void DeviceManager::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command.GetHid();
+    const bool isPri = IsPrimaryPort(port);
+    const bool fromOrb = port == Routing::ORB_PORT;
+    bool tellOrb = !fromOrb;
+    if (DeviceRecord* record = mRemote.Find(hid)) {
+        DeviceStateChange(hid, port, false, type);
+        record->SetOnline(isPri, false);
+        if (fromOrb) record->SetOnline(!isPri, false);
+        if (record->IsOffline()) {
+            mRemote.Erase(hid);
+            mDeviceInfo.EraseDeviceInfo(hid);
+        } else {
+            tellOrb = false;
+        }
+    } else {
+        AUDIT_STREAM(Fault, "RemoteIoUpdate Can't find remote device to remove" << command.GetOwner());
+    }
+    const RemoteIoUpdate removal = WithOwner(command, 0, mHid);
+    if (tellOrb) SendToOrb(removal);
+    if (fromOrb) SendToConnectedRoutingDevice(removal);
+}
+
+void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command.GetHid();
+    const bool isPri = IsPrimaryPort(port);
+    const bool fromOrb = port == Routing::ORB_PORT;
+    if (fromOrb) {
+        if (mRemote.Find(hid) == nullptr && !EmplaceOrbInternalIO(command)) return;
+    } else {
+        DeviceRecord device(hid, ToLinkType(command.GetType()), command.GetOwner());
+        device.SampleRate = command.GetSampleRate();
+        device.SampleRates = command.GetSampleRates();
+        DeviceRecord* record = mRemote.Insert(std::move(device)).record;
+        if (record == nullptr) return;
+        LinkInfo& link = record->Link(isPri);
+        link.RemoteIp = command.GetAddress();
+        link.Port = port;
+        link.RemoteGigE = mLocal.Link(isPri).RemoteGigE;
+        link.SetOnline(true);
+        AddIoRoute(command.GetAddress(), port);
+    }
+    if (!mRouterConnected) {
+        // The description comes back over the data link, and the Orb router is told then.
+        if (!fromOrb) mComms->SendSlave(IoInfoDevReq(hid), GetPortAddress(command.GetOwner(), port));
+        return;
+    }
+    const RemoteIoUpdate update = WithOwner(command, command.GetAddress(), mHid);
+    if (fromOrb) {
+        SendToConnectedRoutingDevice(update);
+    } else {
+        DeviceStateChange(hid, port, true, type);
+        SendToOrb(update);
+    }
+}
+
+bool DeviceManager::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
+{
+    DeviceRecord device(command.GetHid(), K2Heartbeat::K2_MODULAR_TYPE, command.GetOwner());
+    device.SampleRate = command.GetSampleRate();
+    device.SampleRates = command.GetSampleRates();
+    const auto inserted = mRemote.Insert(std::move(device));
+    AUDIT_STREAM(Information, "EmplaceOrbInternalIO SR " << command.GetSampleRate() << ":"
+                                                         << RatesText(command.GetSampleRates()) << "\n");
+    if (inserted.isNew) MarkInternal(*inserted.record);
+    return inserted.record != nullptr;
+}
+
+void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdate> command, UINT8GIGEPORT port,
+                                         StreamType type)
+{
+    const Hid hid = command->GetHid();
+    AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << hid << "\n");
+    if (hid == mHid) {
+        std::ostringstream text;
+        text << "RemoteRouterUpdate is about us (Hid: " << mHid << "\n";
+        AuditAssertFailed(__FILE__, __LINE__, "Cmd->GetHid() != mHid", text.str());
+        return;
+    }
+    if (!IsRoutingRemoteType(command->GetType())) return;
+    if (command->GetAddress() == 0) {
+        RemoteRouterGone(*command, port, type);
+    } else {
+        RemoteRouterAlive(*command, port, type);
+    }
+    AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << " Out\n");
+}
+
+void DeviceManager::RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command.GetHid();
+    for (const Hid owned : mRemote.GetOwnedBy(hid)) {
+        const DeviceRecord& record = *mRemote.Find(owned);
+        if (!record.IsIoDevice()) continue;
+        DeviceStateChange(owned, port, false, StreamType::LOCAL_LINK);
+        if (!record.IsOffline()) continue;
+        ReportRemoteGone(record.Type, owned);
+        mDeviceInfo.EraseDeviceInfo(owned);
+        mRemote.Erase(owned);
+    }
+    if (!mRouterConnected) mComms->Disconnect(GetPortAddress(hid, port), StreamType::SLAVE_LINK);
+    DeviceStateChange(hid, port, false, type);
+    DeviceRecord* record = mRemote.Find(hid);
+    if (record == nullptr) return;
+    record->SetOnline(IsPrimaryPort(port), false);
+    if (!record->IsOffline()) return;
+    mRemote.Erase(hid);
+    DeleteSlaveRoute(hid);
+    SendToOrb(command);
+}
+
+void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+{
+    const Hid hid = command.GetHid();
+    const bool isPri = IsPrimaryPort(port);
+    DeviceRecord* record = mRemote.Find(hid);
+    if (record == nullptr) {
+        const K2Heartbeat::LinkType linkType = ToLinkType(command.GetType());
+        AUDIT_STREAM(RouterDiscovery, "Emplace new remote router device " << linkType << "\n");
+        record = mRemote.Insert(DeviceRecord(hid, linkType, hid)).record;
+        if (record == nullptr) return;
+    }
+    if (record->IsOnline(isPri)) return;
+    AddSlaveLinkDataRoute(hid, isPri);
+    if (!mRouterConnected) mComms->Connect(GetPortAddress(hid, port), port, SlaveTcpPort);
+    const UINT8GIGEPORT remoteGigE = mLocal.Link(isPri).RemoteGigE;
+    AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << PortText(remoteGigE) << " Address "
+                                          << AddressText(command.GetAddress()) << "\n");
+    LinkInfo& link = record->Link(isPri);
+    link.RemoteIp = command.GetAddress();
+    link.Port = port;
+    link.RemoteGigE = remoteGigE;
+    link.SetOnline(true);
+    SendToOrb(command);
+    DeviceStateChange(hid, port, true, type);
+}
