@@ -1,0 +1,144 @@
+#include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
+
+// What is reported of the devices behind a hub, behind a router, and by the Orb router.
+
+namespace {
+
+class RemoteDeviceTest : public DirectoryTest
+{
+protected:
+    RemoteDeviceTest()
+    {
+        KnowSelf();
+        Take();
+    }
+};
+
+constexpr const char* Route1 = "route add -net 10.20.30.0 netmask 255.255.255.0 k2link0 2>/tmp/addioroute.err";
+constexpr const char* Route2 = "route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2>/tmp/addioroute.err";
+
+} // namespace
+
+TEST_F(RemoteDeviceTest, BehindAHubADeviceIsToldOnceItIsDescribed)
+{
+    PlugRouter(2, K2_HUB_TYPE);
+    Report(2, Behind, BehindIp);
+    EXPECT_EQ(Take(), (Lines{Route2, "slave 0.48.6.0 IoInfoDevReq 00300005"}));
+    EXPECT_EQ(mDevices.GetDevicePorts(Behind, 2).local, 2);
+    EXPECT_EQ(mDevices.GetDevicePorts(Behind, 2).remote, 3);
+    EXPECT_FALSE(mDevices.GetDevicePorts(Behind, 1).IsValid());
+    EXPECT_EQ(mDevices.GetSlaveAddress(Behind, 1), 0x00300500u);
+    mDevices.ProcessIOCmd(std::make_shared<IoInfo>(Behind, std::uint8_t{7}, IoInfo::SlotNames()), 2,
+                          StreamType::SLAVE_LINK);
+    EXPECT_EQ(Take(), (Lines{"P0 Io 1 00300005 10.20.30.40 00128000 rate 44.1kHz", "P0 Cable 00300005 sec on",
+                             "changed 00300005 2 on by another stream"}))
+        << "the type is the one that was reported";
+}
+
+TEST_F(RemoteDeviceTest, BehindARouterADeviceIsToldAtOnce)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::AoIP);
+    EXPECT_EQ(Take(), (Lines{Route1, "P0 Cable 00300005 pri on", "P0 Io 7 00300005 10.20.30.40 00128000 rate 44.1kHz",
+                             "changed 00300005 1 on"}));
+}
+
+TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    Report(1, Behind, BehindIp, INVALID_HID);
+    Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::Hub);
+    Report(1, Behind, BehindIp, RouterHid, static_cast<RemoteDeviceType>(200));
+    ReportRouter(1, Self, 0x00120500);
+    ReportRouter(1, 0x00408000, 0x00400500, RemoteDeviceType::Modular);
+    EXPECT_EQ(Take(), Lines());
+    EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
+}
+
+TEST_F(RemoteDeviceTest, ADeviceIsGoneWithItsLastLink)
+{
+    PlugRouter(1, K2_HUB_TYPE);
+    PlugRouter(2, K2_HUB_TYPE);
+    Report(1, Behind, BehindIp);
+    Report(2, Behind, BehindIp);
+    Take();
+    Report(1, Behind, 0);
+    EXPECT_EQ(Take(), (Lines{"P0 Cable 00300005 pri off", "changed 00300005 1 off"}));
+    Report(2, Behind, 0);
+    EXPECT_EQ(Take(), (Lines{"P0 Cable 00300005 sec off", "P0 Cable 00300005 pri off",
+                             "P0 Io 1 00300005 0.0.0.0 00128000 rate 44.1kHz", "changed 00300005 2 off"}));
+    EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
+    Report(2, Behind, 0);
+    EXPECT_EQ(Take(), (Lines{"P0 Io 1 00300005 0.0.0.0 00128000 rate 44.1kHz"}))
+        << "an unknown one is told all the same";
+}
+
+TEST_F(RemoteDeviceTest, TheOrbRoutersReportsGoToTheRoutingDeviceOnBothLinks)
+{
+    Report(0, OrbIo, 0x013F0100, Self);
+    EXPECT_EQ(Take(), Lines()) << "without a router connected it is not passed on";
+    PlugRouter(1, K2_ROUTER_TYPE);
+    PlugRouter(2, K2_ROUTER_TYPE);
+    Report(0, OrbIo, 0x013F0100, 0x00990000, RemoteDeviceType::Modular);
+    EXPECT_EQ(Take(), (Lines{"P1 Io 0 00120001 1.63.1.0 00128000 rate 44.1kHz",
+                             "P2 Io 0 00120001 1.63.1.0 00128000 rate 44.1kHz"}));
+    Report(0, OrbIo, 0, Self);
+    EXPECT_EQ(Take(), (Lines{"P0 Cable 00120001 sec off", "P1 Io 1 00120001 0.0.0.0 00128000 rate 44.1kHz",
+                             "P2 Io 1 00120001 0.0.0.0 00128000 rate 44.1kHz", "changed 00120001 0 off"}));
+    EXPECT_EQ(mDevices.GetDeviceRecord(OrbIo), nullptr) << "both of its links end at once";
+}
+
+TEST_F(RemoteDeviceTest, ARemoteRouterIsToldOncePerLink)
+{
+    PlugRouter(1, K2_HUB_TYPE);
+    for (int repeat = 0; repeat < 2; ++repeat)
+        ReportRouter(1, 0x00408000, 0x00400500);
+    EXPECT_EQ(Take(),
+              (Lines{"route add -host 0.64.5.0 k2link0 2>/tmp/addroute.err", "connect 0.64.5.0 1 55100",
+                     "P0 Router 5 00408000 0.64.5.0 00308000", "P0 Cable 00408000 pri on", "changed 00404000 1 on"}));
+    ReportRouter(2, 0x00408000, 0x00400600);
+    EXPECT_EQ(Take().size(), 5u);
+    EXPECT_EQ(mDevices.GetDevicePorts(0x00408000, 1).remote, 3);
+}
+
+TEST_F(RemoteDeviceTest, ARemoteRouterTakesItsDevicesWithIt)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    ReportRouter(1, 0x00408000, 0x00400500);
+    Report(1, 0x00400001, BehindIp, 0x00408000);
+    Report(1, Behind, BehindIp);
+    Take();
+    ReportRouter(1, 0x00408000, 0);
+    EXPECT_EQ(Take(),
+              (Lines{"P0 Cable 00400001 pri off", "P0 Cable 00400001 sec off", "P0 Io 1 00400001 0.0.0.0 00128000",
+                     "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
+                     "route del -net 0.64.0.0 netmask 255.255.0.0 2>/tmp/delroute.err",
+                     "P0 Router 5 00408000 0.0.0.0 00308000", "changed 00400001 1 off", "changed 00404000 1 off"}));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 1));
+    EXPECT_EQ(mDevices.GetDeviceRecord(0x00408000), nullptr);
+}
+
+TEST_F(RemoteDeviceTest, WithoutARouterTheDataLinkOfAGoneOneIsClosed)
+{
+    PlugRouter(1, K2_HUB_TYPE);
+    ReportRouter(1, 0x00408000, 0);
+    EXPECT_EQ(Take(), (Lines{"disconnect slave 0.64.5.0", "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
+                             "changed 00404000 1 off"}));
+}
+
+TEST_F(RemoteDeviceTest, DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    for (std::uint32_t i = 0; i < 20; ++i)
+        Report(1, Behind + i, BehindIp);
+    Take();
+    ReportRouter(1, 0x00408000, 0x00400500);
+    Report(1, Behind + 19, BehindIp);
+    Report(0, 0x00990001, 0x013F0100, Self);
+    EXPECT_EQ(Take(), Lines());
+    EXPECT_EQ(mDevices.GetDeviceRecord(Behind + 6), nullptr);
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 5, 1));
+    Report(1, Behind, 0);
+    Report(1, Behind + 19, BehindIp);
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 19, 1)) << "there is room again";
+}
