@@ -1,0 +1,114 @@
+#pragma once
+
+#include "Common/KLV/DataStream.h"
+#include "KLVStreams/source/IOStream.h"
+#include "KLVStreams/source/SendCoalescer.h"
+#include "Sockets/TcpSocket.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+/// One TCP connection that carries KLV items. It cuts what arrives into whole items and hands each to HandleKey; what
+/// is written goes to the socket, all bytes of one item together. It knows nothing of commands.
+///
+/// OnRead and the other On... operations run on the socket thread. Whoever writes holds the handler's mutex.
+class KLVTCPStream : public DataStream, public TcpSocket
+{
+public:
+    static constexpr std::size_t INPUT_SIZE = 0x40000;
+    /// A longer value does not go through the input ring but through the overflow store.
+    static constexpr std::uint32_t MAX_NORMAL_LENGTH = 241648;
+    /// A header that promises more is garbage.
+    static constexpr std::uint32_t MAX_LENGTH = 16u << 20;
+
+    explicit KLVTCPStream(ISocketHandler& handler);
+
+    /// Opens the connection and adds the stream to the handler.
+    virtual void TcpConnect(ISocketHandler& handler, const std::string& host, std::uint16_t port);
+    void OnRead() override;
+    void OnAccept() override;
+    void OnConnect() override;
+    void OnReconnect() override;
+    void OnDisconnect() override;
+    /// @param info bit 0: a write, else a read; bit 1: a normal end, else an error.
+    virtual void OnDisconnect(short info, int errnum);
+    void OnConnectFailed() override;
+    void OnDelete() override;
+    /// Ends the stream: the handler closes and deletes it.
+    virtual void ShutdownStreamViaHandler();
+    /// An item in the input ring. False if this type of key is not for the stream, which then skips the item.
+    virtual bool HandleKey(std::uint32_t keyType);
+    /// An item in the overflow store.
+    virtual bool HandleKey(std::uint32_t keyType, DataStream* stream);
+    virtual void OnReadStart() {}
+    virtual void OnReserved() {}
+    virtual void OnItemDone() {}
+
+    bool WriteData(const void* src, std::uint32_t size) override;
+    bool ReadData(void* dest, std::uint32_t size) override;
+    void IgnoreData(std::uint32_t size) override;
+    void Commit() override;
+    void BeginItem() override;
+    void EndItem() override { EndGather(); }
+
+    /// Gathers the writes of many items. @param size of the buffer, 0 to take the path's segment size.
+    void SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size);
+
+    bool WasShutdownLocally() const { return mShutdownLocally; }
+    /// Between the start of the connection and its end.
+    bool IsStreamConnected() const { return mStreamConnected; }
+    bool GetOpenResult() const { return mOpenResult; }
+    bool HasConnectFailed() const { return mConnectFailed; }
+    bool IsDeleted() const { return mDeleted; }
+    bool WasAccepted() const { return mAccepted; }
+    std::uint16_t GetLocalPort() const { return mLocalPort; }
+    std::uint16_t GetRemotePort() const { return mRemotePort; }
+    /// Host order.
+    std::uint32_t GetRemoteIp() const { return mRemoteAddress; }
+    std::uint8_t GetNodeId() const { return mNodeId; }
+
+protected:
+    /// Ends a stream whose framing can no longer be trusted, with a line in the log.
+    void CloseBroken(const std::string& reason);
+
+private:
+    enum class ReadState : std::uint8_t { KeyAndLength = 0, Data = 1 };
+    enum class ReadPhase : std::uint8_t { Header = 0, Body = 1 };
+
+    bool ReadKeyAndLength();
+    bool ReadNormalItem();
+    bool ReadOverflowItem();
+    void ServeHeader();
+    void SkipRefused(const char* limitText);
+    void FinishItem();
+    void ResetOverflow();
+    void StreamUp(const char* event);
+    void IdentifyPeer();
+    void IdentifyRole(std::uint8_t lastLocalOctet);
+    void FixSegmentSize();
+
+    bool mOpenResult = true;
+    std::atomic<bool> mStreamConnected{false};
+    bool mConnectFailed = false;
+    bool mDeleted = false;
+    ReadState mReadState = ReadState::KeyAndLength;
+    ReadPhase mReadPhase = ReadPhase::Header;
+    /// Key and length of the item being received, as on the wire and as numbers.
+    std::uint8_t mHeader[8] = {};
+    std::uint32_t mKey = 0;
+    std::uint32_t mLength = 0;
+    /// What of the header has not been handed to the reader.
+    const std::uint8_t* mKeyLenPtr = mHeader;
+    std::uint32_t mKeyLenLeft = 0;
+    IOStream mOverflow;
+    bool mOverflowActive = false;
+    std::uint16_t mLocalPort = 255;
+    std::uint16_t mRemotePort = 255;
+    std::uint32_t mRemoteAddress = 0;
+    std::uint8_t mNodeId = 255;
+    bool mAccepted = false;
+    std::atomic<bool> mShutdownLocally{false};
+    bool mBroken = false;
+    SendCoalescer mCoalescer;
+};

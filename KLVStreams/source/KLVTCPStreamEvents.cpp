@@ -1,0 +1,143 @@
+// The life of a KLV stream: how it comes up, who its peer is, and how it ends.
+
+#include "KLVStreams/source/KLVTCPStream.h"
+
+#include "Audit/Audit.h"
+#include "MiscSource/GlobalConstants.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <netinet/in.h>
+#include <netinet/ip.h>
+#include <sys/socket.h>
+
+namespace {
+
+constexpr std::uint8_t OwnerHost = 254;
+constexpr std::uint32_t TcpIpHeaders = 40;
+
+} // namespace
+
+void KLVTCPStream::OnAccept()
+{
+    mAccepted = true;
+    StreamUp("OnAccept");
+}
+
+void KLVTCPStream::OnConnect()
+{
+    StreamUp("OnConnect");
+}
+
+void KLVTCPStream::OnReconnect()
+{
+    StreamUp("OnReconnect");
+}
+
+void KLVTCPStream::StreamUp(const char* event)
+{
+    mStreamConnected = true;
+    IdentifyPeer();
+    AUDIT_STREAM(CommsDebug, "*** KLVTCPStream::" << event << " RemoteIP " << AddressText(mRemoteAddress) << "Local "
+                                                  << unsigned{mNodeId} << "Local Port " << mLocalPort << " Remote Port "
+                                                  << mRemotePort << " this " << static_cast<const void*>(this)
+                                                  << " ***\r\n");
+}
+
+void KLVTCPStream::OnDisconnect()
+{
+    mStreamConnected = false;
+    AUDIT_LOG(CommsDebug, "*** KLVTCPStream::OnDisconnect %p ***\r\n", static_cast<const void*>(this));
+}
+
+void KLVTCPStream::OnDisconnect(short info, int errnum)
+{
+    AUDIT_STREAM(CommsDebug, "Disconnect " << ((info & 1) != 0 ? "write " : "read ") << " "
+                                           << ((info & 2) != 0 ? "normal " : "error ") << ": [" << errnum << "] "
+                                           << std::strerror(errnum) << "\r\n");
+}
+
+void KLVTCPStream::OnConnectFailed()
+{
+    mConnectFailed = true;
+}
+
+void KLVTCPStream::OnDelete()
+{
+    mStreamConnected = false;
+    mShutdownLocally = false;
+    mDeleted = true;
+    AUDIT_LOG(CommsDebug, "*** KLVTCPStream::OnDelete %p ***\r\n", static_cast<const void*>(this));
+}
+
+void KLVTCPStream::ShutdownStreamViaHandler()
+{
+    AUDIT_LOG(CommsDebug, "*** KLVTCPStream::ShutdownStreamViaHandler %p ***\r\n", static_cast<const void*>(this));
+    SetConnectionRetry(0);
+    SetReconnect(false);
+    SetCloseAndDelete(true);
+    SetDeleteByHandler(true);
+    mShutdownLocally = true;
+}
+
+void KLVTCPStream::IdentifyPeer()
+{
+    std::uint8_t lastOctet = 0;
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+        mLocalPort = ntohs(address.sin_port);
+        lastOctet = static_cast<std::uint8_t>(ntohl(address.sin_addr.s_addr) & 0xFF);
+    } else {
+        AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET LOCAL PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
+    }
+    size = sizeof address;
+    if (getpeername(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+        mRemotePort = ntohs(address.sin_port);
+        mRemoteAddress = ntohl(address.sin_addr.s_addr);
+        IdentifyRole(lastOctet);
+    } else {
+        AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET REMOTE PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
+    }
+    FixSegmentSize();
+}
+
+void KLVTCPStream::IdentifyRole(std::uint8_t lastOctet)
+{
+    mNodeId = lastOctet == OwnerHost ? static_cast<std::uint8_t>((mRemoteAddress >> 8) & 31)
+                                     : static_cast<std::uint8_t>(lastOctet - 1);
+    const char* text = "Primary router: ";
+    int less = 0;
+    if (mNodeId >= 0x10 && mNodeId <= 0x2F) {
+        text = "Primary expander: ";
+        less = 0x10;
+    } else if (mNodeId >= 0x30 && mNodeId <= 0x3F) {
+        text = "Secondary router: ";
+        less = 0x20;
+    } else if (mNodeId >= 0x40 && mNodeId <= 0x4F) {
+        text = "Secondary expander: ";
+        less = 0x30;
+    }
+    AUDIT_STREAM(CommsDebug, text << unsigned{mNodeId} << AddressText(mRemoteAddress) << "\r\n");
+    mNodeId = static_cast<std::uint8_t>(mNodeId - less);
+}
+
+void KLVTCPStream::SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size)
+{
+    mCoalescer.Configure(interval, units, size);
+}
+
+void KLVTCPStream::FixSegmentSize()
+{
+    if (!mCoalescer.HasTimer() || mCoalescer.GetState() != SendCoalescer::State::Mtu) return;
+    int mtu = 0;
+    socklen_t size = sizeof mtu;
+    if (getsockopt(GetSocket(), IPPROTO_IP, IP_MTU, &mtu, &size) == -1) {
+        AUDIT_LOG(Fault, "setsockopt(IPPROTO_IP, IP_MTU):%d %s\r\n", errno, std::strerror(errno));
+        mtu = 100;
+    }
+    const std::uint32_t segment = static_cast<std::uint32_t>(mtu) - TcpIpHeaders;
+    AUDIT_LOG(CommsDebug, "Mtu=%zu, Mss=%zu\r\n", static_cast<std::size_t>(mtu), static_cast<std::size_t>(segment));
+    SetCoalesce(mCoalescer.GetIntervalUs(), TimerUnits::Microseconds, segment);
+}

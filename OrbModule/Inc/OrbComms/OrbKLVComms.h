@@ -1,0 +1,85 @@
+#pragma once
+
+#include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
+#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
+#include "OrbModule/Inc/OrbComms/iStreamContainer.h"
+#include "Sockets/HandlerMutex.h"
+#include "Sockets/ListenSocket.h"
+#include "Sockets/StdLog.h"
+
+#include <boost/asio/io_service.hpp>
+#include <boost/signals2/signal.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+
+/// Owns all KLV streams of the module: listens on the two router ports, opens streams on request, keeps a directory of
+/// those that are connected, and sends commands on them. One socket thread runs all of it.
+///
+/// mMutex guards the handler, its sockets and the directory. The socket thread holds it through a pass, but not while
+/// it waits; every operation that others call takes it. It is taken behind LinkManager::mMutex and before
+/// OrbCommandProcessor::mLock. What reaches the main service from the socket thread is posted, never called.
+class OrbKLVComms : public iOrbKLVComms
+{
+public:
+    /// TCP ports by which the type of a stream is told. A test may have others; 0 listens on any.
+    struct Ports
+    {
+        std::uint16_t adjacentRouter = 55000;
+        std::uint16_t masterRouter = 55100;
+        std::uint16_t updateService = 49190;
+    };
+    using StreamSignal =
+        boost::signals2::signal<void(UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid)>;
+
+    /// Starts the socket thread. A listener that cannot bind is logged, and the module runs on without it. Service,
+    /// processor and container outlive this object.
+    OrbKLVComms(boost::asio::io_service& service, OrbCommandProcessor& processor, iStreamContainer& streams);
+    OrbKLVComms(boost::asio::io_service& service, OrbCommandProcessor& processor, iStreamContainer& streams,
+                const Ports& ports);
+    ~OrbKLVComms() override;
+
+    void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override;
+    using iOrbKLVComms::Disconnect;
+    void Disconnect(UINT8GIGEPORT port) override;
+    bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists) override;
+    void Disconnect(std::uint32_t address, StreamType type) override;
+    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address) override;
+    void AddKLVStream(OrbKLVStream& stream) override;
+    void RemoveKLVStream(OrbKLVStream& stream) override;
+    std::uint32_t GetPortAddress(UINT8GIGEPORT port) override;
+
+    /// A stream has come (valid) or gone; the end of one can be told twice. Fires on the main service.
+    boost::signals2::connection ConnectKLVStreamChanged(const StreamSignal::slot_type& slot)
+    {
+        return KLVStreamChanged->connect(slot);
+    }
+    /// What is listened on, after a Ports with 0.
+    const Ports& GetPorts() const { return mPorts; }
+
+private:
+    bool Listen(std::uint16_t& port, const char* name);
+    void Run();
+    UINT8GIGEPORT FindPort(const OrbKLVStream& stream);
+    StreamType FindType(const OrbKLVStream& stream) const;
+    void PostStreamChanged(const OrbKLVStream& stream, bool valid);
+    static void Shutdown(OrbKLVStream& stream);
+    static bool ReadInterfaceAddress(const std::string& name, std::uint32_t& address);
+
+    boost::asio::io_service& mService;
+    HandlerMutex mMutex;
+    OrbKLVSocketHandler mHandler;
+    StdoutLog mLog;
+    std::atomic<bool> mRunning{true};
+    std::thread mThread;
+    std::shared_ptr<StreamSignal> KLVStreamChanged;
+    iStreamContainer& mStreams;
+    Ports mPorts;
+    /// Streams that this side opened and that have not connected yet. A flapping cable asks for the same connection
+    /// again and again, and one attempt at a time is enough.
+    std::set<const OrbKLVStream*> mConnecting;
+};

@@ -1,0 +1,239 @@
+#include "OrbModule/Inc/OrbComms/OrbKLVComms.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/DeskCommand.h"
+#include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
+#include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
+#include "Timers/Source/EventTimerManager.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int Backlog = 20;
+constexpr int RetryForEver = -1;
+
+} // namespace
+
+OrbKLVComms::OrbKLVComms(boost::asio::io_service& service, OrbCommandProcessor& processor, iStreamContainer& streams)
+    : OrbKLVComms(service, processor, streams, Ports())
+{}
+
+OrbKLVComms::OrbKLVComms(boost::asio::io_service& service, OrbCommandProcessor& processor, iStreamContainer& streams,
+                         const Ports& ports)
+    : mService(service),
+      mHandler(mMutex, *this, processor),
+      KLVStreamChanged(std::make_shared<StreamSignal>()),
+      mStreams(streams),
+      mPorts(ports)
+{
+    AUDIT_LOG(Information, "Starting OrbRouterKLVComms\n");
+    mHandler.RegStdLog(&mLog);
+    if (Listen(mPorts.adjacentRouter, "ADJACENT_ROUTER_KLV")) Listen(mPorts.masterRouter, "MASTER_ROUTER_KLV");
+    mThread = std::thread([this] { Run(); });
+}
+
+OrbKLVComms::~OrbKLVComms()
+{
+    mRunning = false;
+    mHandler.Wake();
+    mThread.join();
+    // The sockets report to the log, the directory and the signal as they go, so they go while all of those stand.
+    const HandlerMutex::Guard guard(mMutex);
+    mHandler.CloseAll();
+}
+
+bool OrbKLVComms::Listen(std::uint16_t& port, const char* name)
+{
+    auto listener = std::make_unique<ListenSocket<OrbKLVStream>>(mHandler);
+    if (listener->Bind(port, Backlog) != 0) {
+        AUDIT_LOG(Fault, "OrbRouterKLVComms FAILED to bind %s listener\r\n", name);
+        return false;
+    }
+    port = listener->GetPort();
+    listener->SetDeleteByHandler();
+    mHandler.Add(listener.release());
+    return true;
+}
+
+void OrbKLVComms::Run()
+{
+    AUDIT_LOG(Information, "OrbKLVComms::Run\r\n");
+    while (mRunning) {
+        const std::lock_guard<HandlerMutex> lock(mMutex);
+        mHandler.Select(1, 0);
+        EventTimerManager::Instance().Service();
+    }
+}
+
+void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort)
+{
+    const HandlerMutex::Guard guard(mMutex);
+    AUDIT_STREAM(CommsDebug, "Connecting to " << AddressText(address) << " Port " << tcpPort << "\r\n");
+    const bool isUnderWay = std::any_of(mConnecting.begin(), mConnecting.end(), [&](const OrbKLVStream* stream) {
+        return stream->GetPort() == port && stream->IsAimedAt(address, tcpPort);
+    });
+    if (isUnderWay) return;
+    auto* const stream = new OrbKLVStream(mHandler);
+    stream->SetDeleteByHandler();
+    stream->SetPort(port);
+    stream->SetConnectionRetry(RetryForEver);
+    stream->SetReconnect(true);
+    stream->AimAt(address, tcpPort);
+    mConnecting.insert(stream);
+    stream->TcpConnect(mHandler, AddressText(address), tcpPort);
+}
+
+void OrbKLVComms::Shutdown(OrbKLVStream& stream)
+{
+    stream.SetFlushBeforeClose(false);
+    stream.ShutdownStreamViaHandler();
+}
+
+void OrbKLVComms::Disconnect(UINT8GIGEPORT port)
+{
+    const HandlerMutex::Guard guard(mMutex);
+    AUDIT_STREAM(CommsDebug, "OrbKLVComms::Disconnect " << PortText(port) << "\r\n");
+    for (const StreamType type : {LOCAL_LINK, MASTER_LINK, SLAVE_LINK}) {
+        if (OrbKLVStream* const stream = mStreams.GetStreamByPortAndType(port, type)) {
+            Shutdown(*stream);
+        } else {
+            AUDIT_STREAM(CommsDebug, "OrbKLVComms::Disconnect NO Link " << type << "\r\n");
+        }
+    }
+}
+
+void OrbKLVComms::Disconnect(std::uint32_t address, StreamType type)
+{
+    const HandlerMutex::Guard guard(mMutex);
+    AUDIT_STREAM(CommsDebug, "OrbKLVComms::Disconnect " << AddressText(address) << " Type " << type << "\r\n");
+    if (OrbKLVStream* const stream = mStreams.GetStreamByAddressAndType(address, type)) Shutdown(*stream);
+}
+
+bool OrbKLVComms::DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists)
+{
+    const HandlerMutex::Guard guard(mMutex);
+    const OrbKLVStream* const stream = mStreams.GetStreamByPortAndType(port, type);
+    exists = stream != nullptr;
+    if (!stream || !stream->WasShutdownLocally()) return false;
+    AUDIT_STREAM(CommsDebug,
+                 "virtual bool OrbKLVComms::DisconnectPending(UINT8GIGEPORT, iOrbKLVComms::StreamType, bool&)"
+                     << ": " << PortText(port) << " " << type << " is about to close.\n");
+    return true;
+}
+
+bool OrbKLVComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+{
+    const HandlerMutex::Guard guard(mMutex);
+    AUDIT_STREAM(CmdDebug, "OrbKLVComms::SendCmd Port "
+                               << PortText(port) << " Cmd " << CommandIdToText(command.GetCommandId())
+                               << " Stream Type " << type << " Remote Address " << AddressText(address) << "\r\n");
+    OrbKLVStream* const stream = type == SLAVE_LINK ? mStreams.GetStreamByAddressAndType(address, type)
+                                                    : mStreams.GetStreamByPortAndType(port, type);
+    if (!stream) {
+        AUDIT_STREAM(Fault, "Stream " << type << " Port " << PortText(port) << " Not Found"
+                                      << "\r\n");
+        return false;
+    }
+    if (!stream->IsStreamConnected()) {
+        AUDIT_STREAM(Fault, "Attempt to write to unconnected stream " << static_cast<unsigned>(type) << " Port "
+                                                                      << PortText(port) << "\r\n");
+        return false;
+    }
+    command.WriteTo(*stream);
+    return true;
+}
+
+void OrbKLVComms::AddKLVStream(OrbKLVStream& stream)
+{
+    mConnecting.erase(&stream);
+    AUDIT_STREAM(CommsDebug, "OrbKLVComms::AddKLVStream Remote Address "
+                                 << AddressText(stream.GetRemoteIp()) << " Port " << stream.GetRemotePort() << "\r\n");
+    const UINT8GIGEPORT port = stream.GetPort() < UNKNOWN_GIGE_PORT ? stream.GetPort() : FindPort(stream);
+    AUDIT_STREAM(CommsDebug, "OrbKLVComms::AddKLVStream Remote Port " << stream.GetRemotePort() << " Local Port "
+                                                                      << stream.GetLocalPort() << "\r\n");
+    const StreamType type = FindType(stream);
+    AUDIT_STREAM(CommsDebug, "OrbKLVComms::AddKLVStream Type " << type << "\r\n");
+    stream.SetStreamType(type);
+    stream.SetPort(port);
+    mStreams.Store(stream);
+    PostStreamChanged(stream, true);
+}
+
+void OrbKLVComms::RemoveKLVStream(OrbKLVStream& stream)
+{
+    mConnecting.erase(&stream);
+    AUDIT_STREAM(CommsDebug,
+                 "OrbKLVComms::RemoveKLVStream Remote Address " << AddressText(stream.GetRemoteIp()) << "\r\n");
+    mStreams.Remove(stream);
+    PostStreamChanged(stream, false);
+}
+
+void OrbKLVComms::PostStreamChanged(const OrbKLVStream& stream, bool valid)
+{
+    mService.post([signal = KLVStreamChanged, port = stream.GetPort(), type = stream.GetStreamType(),
+                   address = stream.GetRemoteIp(), valid] { (*signal)(port, type, address, valid); });
+}
+
+OrbKLVComms::StreamType OrbKLVComms::FindType(const OrbKLVStream& stream) const
+{
+    if (stream.GetRemotePort() == mPorts.updateService) return UPDATE_LINK;
+    if (stream.GetRemotePort() == mPorts.masterRouter) return SLAVE_LINK;
+    if (stream.GetLocalPort() == mPorts.masterRouter) return MASTER_LINK;
+    return LOCAL_LINK;
+}
+
+UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream)
+{
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    if (getsockname(stream.GetSocket(), reinterpret_cast<sockaddr*>(&local), &size) == -1) {
+        AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET LOCAL PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
+        return UNKNOWN_GIGE_PORT;
+    }
+    const std::uint32_t localAddress = ntohl(local.sin_addr.s_addr);
+    for (const UINT8GIGEPORT port : {Routing::ORB_PORT, Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        const std::uint32_t portAddress = GetPortAddress(port);
+        AUDIT_STREAM(CommsDebug, "AddKLVStream Finding Port " << PortText(port) << " Sock Address "
+                                                              << AddressText(localAddress) << " Port Address "
+                                                              << AddressText(portAddress) << "\r\n");
+        const bool found =
+            port == Routing::ORB_PORT ? portAddress == localAddress : (stream.GetRemoteIp() ^ portAddress) < 256;
+        if (found) {
+            AUDIT_STREAM(CommsDebug, "Found " << PortText(port) << "\r\n");
+            return port;
+        }
+    }
+    return UNKNOWN_GIGE_PORT;
+}
+
+std::uint32_t OrbKLVComms::GetPortAddress(UINT8GIGEPORT port)
+{
+    const std::string name = port == Routing::ORB_PORT ? "eth0" : "k2link" + std::to_string(ToLinkIndex(port));
+    std::uint32_t address = 0;
+    return ReadInterfaceAddress(name, address) ? address : 0;
+}
+
+bool OrbKLVComms::ReadInterfaceAddress(const std::string& name, std::uint32_t& address)
+{
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) return false;
+    ifreq request{};
+    name.copy(request.ifr_name, IFNAMSIZ - 1);
+    request.ifr_addr.sa_family = AF_INET;
+    const bool found = ioctl(fd, SIOCGIFADDR, &request) == 0;
+    ::close(fd);
+    if (!found) return false;
+    sockaddr_in result{};
+    std::memcpy(&result, &request.ifr_addr, sizeof result);
+    address = ntohl(result.sin_addr.s_addr);
+    return true;
+}

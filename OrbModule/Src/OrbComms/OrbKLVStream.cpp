@@ -1,0 +1,84 @@
+#include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/KLVReadSet.h"
+#include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
+#include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
+
+OrbKLVStream::OrbKLVStream(ISocketHandler& handler)
+    : KLVTCPStream(handler), mHandler(dynamic_cast<OrbKLVSocketHandler*>(&handler))
+{}
+
+void OrbKLVStream::LogEvent(const char* event) const
+{
+    AUDIT_STREAM(RouterConnectionDebug, "OrbKLVStream::" << event << ": " << AddressText(GetRemoteIp()) << "\n");
+}
+
+void OrbKLVStream::OnOptions(int fd)
+{
+    KLVTCPStream::OnOptions(fd);
+    if (mTargetPort != 0) SetSoLinger(fd, true, 0);
+}
+
+void OrbKLVStream::OnAccept()
+{
+    LogEvent("OnAccept");
+    KLVTCPStream::OnAccept();
+    if (mHandler) mHandler->GetComms().AddKLVStream(*this);
+}
+
+void OrbKLVStream::OnConnect()
+{
+    LogEvent("OnConnect");
+    KLVTCPStream::OnConnect();
+    if (mHandler) mHandler->GetComms().AddKLVStream(*this);
+}
+
+void OrbKLVStream::OnReconnect()
+{
+    LogEvent("OnReconnect");
+    KLVTCPStream::OnReconnect();
+    if (mHandler) mHandler->GetComms().AddKLVStream(*this);
+}
+
+void OrbKLVStream::OnDisconnect()
+{
+    AUDIT_STREAM(RouterConnectionDebug, "OrbKLVStream::OnDisconnect: " << AddressText(GetRemoteIp())
+                                                                       << " Shutdownlocally "
+                                                                       << FlagText(WasShutdownLocally()) << "\n");
+    KLVTCPStream::OnDisconnect();
+    if (mHandler) mHandler->GetComms().RemoveKLVStream(*this);
+    if (WasShutdownLocally()) return;
+    SetFlushBeforeClose(false);
+    ShutdownStreamViaHandler();
+}
+
+void OrbKLVStream::OnDelete()
+{
+    AUDIT_STREAM(RouterConnectionDebug, "OrbKLVStream::OnDelete: " << AddressText(GetRemoteIp()) << "\n");
+    KLVTCPStream::OnDelete();
+    if (mHandler) mHandler->GetComms().RemoveKLVStream(*this);
+}
+
+bool OrbKLVStream::HandleKey(std::uint32_t keyType)
+{
+    return HandleKey(keyType, nullptr);
+}
+
+bool OrbKLVStream::HandleKey(std::uint32_t keyType, DataStream* stream)
+{
+    if (keyType != Klv::COMMAND_KEY_TYPE) {
+        AuditAssertFailed(__FILE__, __LINE__, "false",
+                          "Unknown KLV Keytype received: " + std::to_string(keyType) + "\n");
+        return false;
+    }
+    if (!mHandler) return true;
+    bool bad = false;
+    {
+        KLVCommandReadSet set(stream ? *stream : *this);
+        mHandler->GetProcessor().Dispatch(set, mPort, mStreamType);
+        bad = set.IsBad();
+    }
+    if (bad) CloseBroken("a command does not fit its item");
+    return true;
+}
