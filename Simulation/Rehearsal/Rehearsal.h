@@ -19,10 +19,7 @@ public:
     /// @param waitForEnter ask for a line on standard input before each step, so that there is time to look around.
     explicit Rehearsal(bool waitForEnter) : mWaitForEnter(waitForEnter) {}
 
-    void Add(std::string name, std::function<std::string()> play)
-    {
-        mSteps.push_back({std::move(name), std::move(play)});
-    }
+    void Add(Step step) { mSteps.push_back(std::move(step)); }
     void Add(std::vector<Step> steps);
     /// True if every step was seen. The first one that was not ends it, with an error that names the step.
     bool Play();

@@ -2,6 +2,7 @@
 
 #include "Simulation/Rehearsal/LogFile.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Rehearsal/Terminal.h"
 #include "Simulation/Rehearsal/UdpSocket.h"
 
 #include <array>
@@ -58,6 +59,14 @@ std::vector<Step> RoutingScene::Steps()
             {"the audio is muted", [this] { return Mute(); }},
             {"all routes are cleared", [this] { return Clear(); }},
             {"the routes are listed", [this] { return ShowStatus(); }}};
+}
+
+Step RoutingScene::HandOver()
+{
+    return {"the shell is handed over", [this] {
+                mQuitByHand = !HandOverToShell();
+                return std::string(mQuitByHand ? "The module has closed it." : "It is taken back.");
+            }};
 }
 
 Step RoutingScene::Farewell()
@@ -148,7 +157,8 @@ std::string RoutingScene::ShowStatus()
 std::string RoutingScene::Stop()
 {
     mShell.reset();
-    const Ending ending = mModule->Stop(mPatience);
-    if (ending.signal || ending.exitCode) throw NotSeen("SIGTERM ended the module with " + ending.Text());
-    return "SIGTERM ends it in good order: " + ending.Text() + ".";
+    const std::string cause = mQuitByHand ? "'quit'" : "SIGTERM";
+    const Ending ending = mQuitByHand ? mModule->Process().Wait(mPatience) : mModule->Stop(mPatience);
+    if (ending.signal || ending.exitCode) throw NotSeen(cause + " ended the module with " + ending.Text());
+    return cause + " ends it in good order: " + ending.Text() + ".";
 }

@@ -19,6 +19,8 @@ public:
 
     /// In order; the module runs from the first of them on. They use this object.
     std::vector<Step> Steps();
+    /// On a terminal, before the last step: the shell is the user's for as long as he likes.
+    Step HandOver();
     /// The last step of a rehearsal.
     Step Farewell();
 
@@ -34,6 +36,7 @@ private:
 
     stage::ModuleSetup mSetup;
     stage::Milliseconds mPatience;
+    bool mQuitByHand = false;
     std::unique_ptr<stage::Module> mModule;
     std::optional<stage::ControlChannel> mControl;
     std::optional<stage::ShellClient> mShell;

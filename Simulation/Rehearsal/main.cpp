@@ -2,7 +2,6 @@
 
 #include "Simulation/Rehearsal/Rehearsal.h"
 #include "Simulation/Rehearsal/RoutingScene.h"
-#include "Simulation/Rehearsal/Terminal.h"
 
 #include <boost/program_options.hpp>
 
@@ -28,12 +27,9 @@ int Play(const po::variables_map& values)
     Rehearsal rehearsal(values.count("step") > 0);
     rehearsal.Add(routing.Steps());
     if (hasTerminal && !values.count("no-shell")) {
-        rehearsal.Add("the shell is handed over", [] {
-            HandOverToShell();
-            return std::string("It is taken back.");
-        });
+        rehearsal.Add(routing.HandOver());
     }
-    rehearsal.Add({routing.Farewell()});
+    rehearsal.Add(routing.Farewell());
     if (!rehearsal.Play()) return 1;
     std::cout << "The rehearsal is complete: every step was seen." << std::endl;
     return 0;
