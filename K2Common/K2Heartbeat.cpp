@@ -15,7 +15,10 @@ LinkState::LinkState(Hid hid, LinkType LType, LinkVariant variant)
     SetWord(8, variant);
 }
 
-LinkState::LinkState(const std::uint8_t* bytes) { std::copy_n(bytes, SIZE, mBytes.begin()); }
+LinkState::LinkState(const std::uint8_t* bytes)
+{
+    std::copy_n(bytes, SIZE, mBytes.begin());
+}
 
 std::uint32_t LinkState::GetWord(std::size_t offset) const
 {
@@ -25,7 +28,8 @@ std::uint32_t LinkState::GetWord(std::size_t offset) const
 
 void LinkState::SetWord(std::size_t offset, std::uint32_t value)
 {
-    for (std::size_t i = 0; i < 4; ++i) mBytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
+    for (std::size_t i = 0; i < 4; ++i)
+        mBytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
 } // namespace K2Heartbeat

@@ -21,13 +21,19 @@ constexpr std::uint32_t VARIANT_RACK_SHIFT = 16;
 /// What a port sends until a router has been seen on it.
 constexpr LinkVariant START_VARIANT = 0xFFFF000F;
 
-constexpr std::uint32_t GetVariantNumber(LinkVariant variant) { return variant & VARIANT_NUMBER_MASK; }
+constexpr std::uint32_t GetVariantNumber(LinkVariant variant)
+{
+    return variant & VARIANT_NUMBER_MASK;
+}
 /// The two bits as they stand; 1 and 3 are no base rates, but can arrive.
 constexpr SampleRates::SystemSampleRate GetVariantRate(LinkVariant variant)
 {
     return static_cast<SampleRates::SystemSampleRate>((variant & VARIANT_RATE_MASK) >> VARIANT_RATE_SHIFT);
 }
-constexpr std::uint32_t GetVariantRack(LinkVariant variant) { return variant >> VARIANT_RACK_SHIFT; }
+constexpr std::uint32_t GetVariantRack(LinkVariant variant)
+{
+    return variant >> VARIANT_RACK_SHIFT;
+}
 
 constexpr LinkVariant WithVariantRate(LinkVariant variant, SampleRates::SystemSampleRate rate)
 {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 
 namespace {
@@ -32,4 +33,9 @@ int SystemWithStderr(const std::string& command, const std::string& errFile)
     if (result == 0) return 0;
     AUDIT_STREAM(Fault, "SystemWithStderr Error " << result << " StdErr " << ReadErrorFile(errFile) << "\r\n");
     return result;
+}
+
+void KeepFromChildren(int descriptor)
+{
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }

@@ -8,3 +8,7 @@
 /// @return the status as system(3) gives it (exit code 1 is 256), 0 for success; -1 if the command line cannot be
 /// composed.
 int SystemWithStderr(const std::string& command, const std::string& errFile);
+
+/// Keeps a descriptor from the programs that this process starts: one that outlived its socket here would go on
+/// holding the address.
+void KeepFromChildren(int descriptor);

@@ -16,7 +16,7 @@
 class LogRecorder
 {
 public:
-    explicit LogRecorder(std::initializer_list<DebugFeature> features = {}) : mSink(new Sink(mMutex, mCame, mLines))
+    explicit LogRecorder(std::initializer_list<DebugFeature> features = {}) : mSink(new Sink(*this))
     {
         for (const DebugFeature feature : features)
             mSink->SetEnabled(static_cast<std::uint32_t>(feature), 1);
@@ -44,6 +44,17 @@ public:
         return std::any_of(mLines.begin(), mLines.end(),
                            [&](const std::string& line) { return line.compare(0, start.size(), start) == 0; });
     }
+    /// From now on a thread that logs this line stands still until Release.
+    void Hold(const std::string& line)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mHeld = line;
+    }
+    void Release()
+    {
+        Hold({});
+        mCame.notify_all();
+    }
     /// Waits until the line has come that many times; false if it does not.
     bool WaitFor(const std::string& line, std::size_t times = 1) const
     {
@@ -55,9 +66,7 @@ private:
     class Sink : public Audit
     {
     public:
-        Sink(std::mutex& mutex, std::condition_variable& came, std::vector<std::string>& lines)
-            : mMutex(mutex), mCame(came), mLines(lines)
-        {}
+        explicit Sink(LogRecorder& recorder) : mRecorder(recorder) {}
         using Audit::WriteStamped;
         using Audit::WriteStampedTagged;
         void WriteStamped(std::uint32_t, const char* format, MessageArgs args) override { Keep(format, args); }
@@ -76,16 +85,19 @@ private:
             std::string text(static_cast<std::size_t>(size) + 1, '\0');
             std::vsnprintf(&text[0], text.size(), format, args.list);
             text.pop_back();
-            const std::lock_guard<std::mutex> lock(mMutex);
-            mLines.push_back(text);
-            mCame.notify_all();
+            mRecorder.Keep(text);
         }
 
-        std::mutex& mMutex;
-        std::condition_variable& mCame;
-        std::vector<std::string>& mLines;
+        LogRecorder& mRecorder;
     };
 
+    void Keep(const std::string& line)
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mLines.push_back(line);
+        mCame.notify_all();
+        mCame.wait(lock, [&] { return mHeld.empty() || mHeld != line; });
+    }
     std::size_t CountHeld(const std::string& line) const
     {
         return static_cast<std::size_t>(std::count(mLines.begin(), mLines.end(), line));
@@ -94,5 +106,6 @@ private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mCame;
     std::vector<std::string> mLines;
+    std::string mHeld;
     Sink* const mSink;
 };

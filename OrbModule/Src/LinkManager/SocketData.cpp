@@ -1,6 +1,7 @@
 #include "OrbModule/Inc/LinkManager/SocketData.h"
 
 #include "Audit/Audit.h"
+#include "MiscSource/SystemUtilities.h"
 
 #include <ios>
 
@@ -23,6 +24,7 @@ LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, 
       mTimeoutTimer(mService),
       mSendTimer(mService)
 {
+    KeepFromChildren(mSocket.native_handle());
     mSocket.bind(local);
 }
 

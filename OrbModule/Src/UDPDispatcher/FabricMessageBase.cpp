@@ -17,6 +17,12 @@ void FabricMessageBase::GetUDP(std::vector<unsigned char>& out)
     Validate();
 }
 
-void FabricMessageBase::Serialise(char* buffer) const { std::copy(mData.begin(), mData.end(), buffer); }
+void FabricMessageBase::Serialise(char* buffer) const
+{
+    std::copy(mData.begin(), mData.end(), buffer);
+}
 
-std::size_t FabricMessageBase::GetSize() const { return mData.empty() ? DefaultSize : mData.size(); }
+std::size_t FabricMessageBase::GetSize() const
+{
+    return mData.empty() ? DefaultSize : mData.size();
+}

@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cstring>
 
-NetworkTimeMessage::NetworkTimeMessage() { mImage[0] = SwitchFabric::NetworkTimeMessage; }
+NetworkTimeMessage::NetworkTimeMessage()
+{
+    mImage[0] = SwitchFabric::NetworkTimeMessage;
+}
 
 NetworkTimeMessage::NetworkTimeMessage(const char* bytes)
 {
@@ -19,4 +22,7 @@ std::uint32_t NetworkTimeMessage::GetTime() const
            static_cast<std::uint32_t>(mImage[3]) << 16 | static_cast<std::uint32_t>(mImage[4]) << 24;
 }
 
-void NetworkTimeMessage::Serialise(char* buffer) const { std::copy(mImage.begin(), mImage.end(), buffer); }
+void NetworkTimeMessage::Serialise(char* buffer) const
+{
+    std::copy(mImage.begin(), mImage.end(), buffer);
+}

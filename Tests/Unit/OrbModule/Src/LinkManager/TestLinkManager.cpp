@@ -4,15 +4,14 @@
 #include "Common/KLV/Commands/SetRouterSampleRateCmd.h"
 #include "Tests/Support/LinkComms.h"
 #include "Tests/Support/LinkEvents.h"
+#include "Tests/Support/LinkNeighbour.h"
 #include "Tests/Support/LogRecorder.h"
 
 #include <boost/asio.hpp>
 #include <condition_variable>
 #include <future>
 #include <gmock/gmock.h>
-#include <sys/socket.h>
 
-using boost::asio::ip::udp;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -21,77 +20,9 @@ namespace {
 const auto Loopback = boost::asio::ip::address_v4::loopback();
 constexpr std::uint32_t Rack = 0x0023;
 
-/// The neighbour at the far end of a cable.
-class Neighbour
-{
-public:
-    Neighbour()
-    {
-        const int on = 1;
-        setsockopt(mSocket.native_handle(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on);
-        const timeval patience{10, 0};
-        setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    }
-
-    udp::endpoint Endpoint() const { return mSocket.local_endpoint(); }
-
-    /// The module's next heartbeat, which also tells where it is to be answered.
-    std::vector<std::uint8_t> Receive()
-    {
-        std::uint8_t bytes[64];
-        char control[64];
-        iovec data{bytes, sizeof bytes};
-        msghdr message{};
-        message.msg_name = mModule.data();
-        message.msg_namelen = static_cast<socklen_t>(mModule.capacity());
-        message.msg_iov = &data;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t size = recvmsg(mSocket.native_handle(), &message, 0);
-        if (size < 0) return {};
-        mModule.resize(message.msg_namelen);
-        const cmsghdr* const header = CMSG_FIRSTHDR(&message);
-        mTypeOfService = header ? *CMSG_DATA(header) : 0;
-        return {bytes, bytes + size};
-    }
-    /// Until the module has told this variant word.
-    bool WaitForVariant(std::vector<std::uint8_t> variant)
-    {
-        for (int i = 0; i < 30; ++i) {
-            const auto packet = Receive();
-            if (packet.size() == 12 && std::equal(variant.begin(), variant.end(), packet.begin() + 8)) return true;
-        }
-        return false;
-    }
-    void Send(const std::vector<std::uint8_t>& bytes) { mSocket.send_to(boost::asio::buffer(bytes), mModule); }
-    int TypeOfService() const { return mTypeOfService; }
-
-private:
-    boost::asio::io_service mService;
-    udp::socket mSocket{mService, udp::endpoint(Loopback, 0)};
-    udp::endpoint mModule;
-    int mTypeOfService = 0;
-};
-
-std::vector<std::uint8_t> Packet(std::uint16_t rack, std::uint16_t device, std::uint8_t type,
-                                 const std::vector<std::uint8_t>& variant)
-{
-    std::vector<std::uint8_t> packet = {static_cast<std::uint8_t>(device),
-                                        static_cast<std::uint8_t>(device >> 8),
-                                        static_cast<std::uint8_t>(rack),
-                                        static_cast<std::uint8_t>(rack >> 8),
-                                        type,
-                                        0,
-                                        0,
-                                        0};
-    packet.insert(packet.end(), variant.begin(), variant.end());
-    return packet;
-}
-
-const std::vector<std::uint8_t> Box = Packet(0x0102, 0x0001, 3, {0x11, 0, 0, 0});
-const std::vector<std::uint8_t> Router = Packet(0x0102, 0x8000, 1, {0x03, 0, 0x02, 0x01});
-const std::vector<std::uint8_t> Router44 = Packet(0x0102, 0x8000, 1, {0x23, 0, 0x02, 0x01});
+const std::vector<std::uint8_t> Box = HeartbeatPacket(0x0102, 0x0001, 3, {0x11, 0, 0, 0});
+const std::vector<std::uint8_t> Router = HeartbeatPacket(0x0102, 0x8000, 1, {0x03, 0, 0x02, 0x01});
+const std::vector<std::uint8_t> Router44 = HeartbeatPacket(0x0102, 0x8000, 1, {0x23, 0, 0x02, 0x01});
 
 class LinkManagerTest : public testing::Test
 {
@@ -99,7 +30,7 @@ protected:
     /// Plugs a cable in; from here on the module's heartbeats come.
     void Plug(UINT8GIGEPORT port)
     {
-        mManager->CreateConnection(port, {Loopback, 0}, 7, mNeighbours[port].Endpoint(), 0x204);
+        mManager->CreateConnection(port, {Loopback, 0}, 7, mNeighbours[port].GetEndpoint(), 0x204);
         ASSERT_EQ(mNeighbours[port].Receive().size(), 12u);
     }
     void MakeManager(std::uint32_t rack = Rack)
@@ -122,7 +53,7 @@ protected:
     LinkComms mComms;
     std::unique_ptr<LinkManager> mManager;
     std::unique_ptr<LinkEvents> mEvents;
-    std::array<Neighbour, 2> mNeighbours;
+    std::array<LinkNeighbour, 2> mNeighbours;
 };
 
 } // namespace
@@ -130,7 +61,7 @@ protected:
 TEST_F(LinkManagerTest, HeartbeatsLeaveAtOnceAndGoOnWithTheirTypeOfService)
 {
     MakeManager(0x1234);
-    mManager->CreateConnection(0, {Loopback, 0}, 7, mNeighbours[0].Endpoint(), 0x204);
+    mManager->CreateConnection(0, {Loopback, 0}, 7, mNeighbours[0].GetEndpoint(), 0x204);
     for (int i = 0; i < 3; ++i) {
         EXPECT_THAT(mNeighbours[0].Receive(),
                     ElementsAre(0x00, 0x80, 0x34, 0x12, 0x06, 0x00, 0x00, 0x00, 0x0F, 0x00, 0xFF, 0xFF));
@@ -144,7 +75,7 @@ TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange
     Plug(1);
     mNeighbours[1].Send(Box);
     mNeighbours[1].Send(Box);
-    mNeighbours[1].Send(Packet(0x0102, 0x0001, 3, {0x12, 0, 0, 0}));
+    mNeighbours[1].Send(HeartbeatPacket(0x0102, 0x0001, 3, {0x12, 0, 0, 0}));
     ASSERT_TRUE(mEvents->RunUntil([&] { return mEvents->Heartbeats() == 3; }));
     EXPECT_THAT(mEvents->Take(), ElementsAre("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular ", "internals 1.2:1 11",
                                              "internals 1.2:1 12"));
@@ -187,7 +118,7 @@ TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x0F, 0x00, 0xFF, 0xFF}));
     mEvents->Take();
 
-    mNeighbours[0].Send(Packet(0x0102, 0x8000, 1, {0x04, 0, 0x03, 0x01}));
+    mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x8000, 1, {0x04, 0, 0x03, 0x01}));
     ASSERT_TRUE(mEvents->RunUntilLine("master 1.3:8000 "));
     mNeighbours[1].Send(Router);
     ASSERT_TRUE(mEvents->RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:8000 Router "));
@@ -254,7 +185,7 @@ TEST_F(LinkManagerTest, AnOrbIsIgnored)
 {
     MakeManager();
     Plug(0);
-    mNeighbours[0].Send(Packet(0x0102, 0x8000, 6, {0x03, 0, 0x02, 0x01}));
+    mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x8000, 6, {0x03, 0, 0x02, 0x01}));
     ASSERT_TRUE(mLog.WaitFor("ORB detected on downstream ports IGNORING\r\n"));
     mNeighbours[0].Send(Box);
     ASSERT_EQ(mNeighbours[0].Receive().size(), 12u);
@@ -326,7 +257,7 @@ TEST_F(LinkManagerTest, AnAddressThatCannotBeBoundLeavesThePortWithoutALink)
 {
     MakeManager();
     const auto elsewhere = boost::asio::ip::make_address_v4("203.0.113.1");
-    mManager->CreateConnection(0, {elsewhere, 60001}, 7, mNeighbours[0].Endpoint(), 0x204);
+    mManager->CreateConnection(0, {elsewhere, 60001}, 7, mNeighbours[0].GetEndpoint(), 0x204);
     EXPECT_TRUE(
         mLog.Has("Unable to bind GigePort H0  to Port 203.0.113.1:60001: Error Cannot assign requested address\n"));
     mManager->SetUdpTimeout(0, std::chrono::seconds(1));

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <algorithm>
+#include <boost/asio.hpp>
+#include <cstdint>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <vector>
+
+/// The neighbour at the far end of a cable.
+class LinkNeighbour
+{
+public:
+    using Endpoint = boost::asio::ip::udp::endpoint;
+
+    /// @param local where it listens; its network namespace is that of the calling thread.
+    explicit LinkNeighbour(const Endpoint& local = {boost::asio::ip::address_v4::loopback(), 0})
+        : mSocket(mService, local)
+    {
+        const int on = 1;
+        setsockopt(mSocket.native_handle(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on);
+        const timeval patience{10, 0};
+        setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    }
+
+    Endpoint GetEndpoint() const { return mSocket.local_endpoint(); }
+
+    bool HasHeartbeat() const
+    {
+        pollfd wait{mNative, POLLIN, 0};
+        return poll(&wait, 1, 0) > 0;
+    }
+    /// The module's next heartbeat, which also tells where it is to be answered.
+    std::vector<std::uint8_t> Receive()
+    {
+        std::uint8_t bytes[64];
+        char control[64];
+        iovec data{bytes, sizeof bytes};
+        msghdr message{};
+        message.msg_name = mModule.data();
+        message.msg_namelen = static_cast<socklen_t>(mModule.capacity());
+        message.msg_iov = &data;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t size = recvmsg(mSocket.native_handle(), &message, 0);
+        if (size < 0) return {};
+        mModule.resize(message.msg_namelen);
+        const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+        mTypeOfService = header ? *CMSG_DATA(header) : 0;
+        return {bytes, bytes + size};
+    }
+    /// Until the module has told this variant word.
+    bool WaitForVariant(std::vector<std::uint8_t> variant)
+    {
+        for (int i = 0; i < 30; ++i) {
+            const auto packet = Receive();
+            if (packet.size() == 12 && std::equal(variant.begin(), variant.end(), packet.begin() + 8)) return true;
+        }
+        return false;
+    }
+    /// To where the module's last heartbeat came from.
+    void Send(const std::vector<std::uint8_t>& bytes) { mSocket.send_to(boost::asio::buffer(bytes), mModule); }
+    /// Where the last heartbeat came from, and with which type of service.
+    const Endpoint& GetModule() const { return mModule; }
+    int TypeOfService() const { return mTypeOfService; }
+
+private:
+    boost::asio::io_service mService;
+    boost::asio::ip::udp::socket mSocket;
+    int mNative = mSocket.native_handle();
+    Endpoint mModule;
+    int mTypeOfService = 0;
+};
+
+/// A heartbeat by its bytes: HID, type, variant.
+inline std::vector<std::uint8_t> HeartbeatPacket(std::uint16_t rack, std::uint16_t device, std::uint8_t type,
+                                                 const std::vector<std::uint8_t>& variant)
+{
+    std::vector<std::uint8_t> packet = {static_cast<std::uint8_t>(device),
+                                        static_cast<std::uint8_t>(device >> 8),
+                                        static_cast<std::uint8_t>(rack),
+                                        static_cast<std::uint8_t>(rack >> 8),
+                                        type,
+                                        0,
+                                        0,
+                                        0};
+    packet.insert(packet.end(), variant.begin(), variant.end());
+    return packet;
+}
