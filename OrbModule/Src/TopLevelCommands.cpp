@@ -1,7 +1,7 @@
 #include "OrbModule/Src/TopLevelCommands.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/ForwardedIoCommands.h"
+#include "Common/KLV/Commands/IoSetSampleRateCmd.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
