@@ -70,13 +70,18 @@ for signal in TERM KILL; do
     wait "$first" "$second" 2>/dev/null || true
 done
 
+# Root that may have no user namespace of its own does without.
+# shellcheck disable=SC2016 # expanded inside
+"$rig" -- bash -c 'echo 0 >/proc/sys/user/max_user_namespaces; "$0" -- test -d /sys/class/net/k2link0' "$rig" ||
+    fail "root cannot have a rig without a user namespace"
+
 # A machine that forbids namespaces gets a reason and the code that means "left out", or a failure if it must not.
 # shellcheck disable=SC2016 # expanded inside
-forbidding='echo 0 >/proc/sys/user/max_user_namespaces; "$0" -- true'
+forbidding='for kind in user net; do echo 0 >/proc/sys/user/max_${kind}_namespaces; done; "$0" -- true'
 code=0
 reason=$(env --unset ORB_REQUIRE_RIG "$rig" -- bash -c "$forbidding" "$rig" 2>&1) || code=$?
 ((code == 77)) || fail "no rig gives code $code"
-[[ $reason == *"does not allow user namespaces"* ]] || fail "no rig gives the reason '$reason'"
+[[ $reason == *"does not allow network namespaces"* ]] || fail "no rig gives the reason '$reason'"
 code=0
 ORB_REQUIRE_RIG=1 "$rig" -- bash -c "$forbidding" "$rig" 2>/dev/null || code=$?
 ((code == 1)) || fail "a rig that is required and cannot be made gives code $code"
