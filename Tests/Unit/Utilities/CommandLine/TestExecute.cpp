@@ -1,0 +1,220 @@
+#include "Tests/Unit/Utilities/CommandLine/ShellClient.h"
+
+#include <set>
+#include <vector>
+
+namespace {
+
+using cmd::action::MakeAction;
+using testing::ElementsAre;
+
+std::string Joined(const std::string& first, const std::string& second)
+{
+    return first + "|" + second;
+}
+
+class ExecuteTest : public testing::Test
+{
+protected:
+    ExecuteTest()
+    {
+        mShell.AddAction("two", Joined, "Join two texts");
+        mShell.AddAction(
+            "int", [](int value) { return value; }, "");
+        mShell.AddAction(
+            "long", [](long value) { return value; }, "");
+        mShell.AddAction(
+            "short", [](short value) { return value; }, "");
+        mShell.AddAction(
+            "ushort", [](unsigned short value) { return value; }, "");
+        mShell.AddAction(
+            "ulong", [](const unsigned long& value) { return value; }, "");
+        mShell.AddAction(
+            "bool", [](bool value) { return !value; }, "");
+        mShell.AddAction(
+            "none", [this] { ++mCalls; }, "Does nothing. Really.\nNothing\n");
+        mShell.AddAction(
+            "mixed", [](unsigned a, const std::string& b, bool c) { return std::to_string(a) + b + (c ? "+" : "-"); },
+            ".No brief");
+        mShell.AddAction(
+            "client", [](const std::shared_ptr<cmd::ClientConnection>&, int value) { return value; }, "");
+        mShell.AddAction(
+            "throws", []() -> int { throw std::runtime_error("broken"); }, "");
+        const auto node = std::make_shared<cmd::Node>();
+        node->Add("adma", {MakeAction(
+                              "status", [] { return "routes"; }, "Show routes. All of them.")});
+        node->Add("adma/deep/er", {MakeAction(
+                                      "x", [] { return 1u; }, "Line\nrest")});
+        mShell.AddNode(node);
+    }
+
+    boost::asio::io_service mService;
+    cmd::CommandLine mShell{mService, AnyLoopbackPort(), "Test"};
+    int mCalls = 0;
+};
+
+TEST_F(ExecuteTest, WhatIsTypedAndWhatIsAnswered)
+{
+    const std::string digits(70000, '9');
+    const struct
+    {
+        std::string line;
+        std::string result;
+    } cases[] = {
+        {"", ""},
+        {"   \t\r", ""},
+        {"none", ""},
+        {"none 5", "error: 'none' expects 0 argument(s), 1 provided\n"},
+        {"  two a   b\r", "a|b\n"},
+        {"two \"a b\" c", "a b|c\n"},
+        {"two {a b} \"c  d\"", "a b|c  d\n"},
+        {"two {a \"b} c} d", "a b c|d\n"},
+        {"two a", "error: 'two' expects 2 argument(s), 1 provided\n"},
+        {"two a b c", "error: 'two' expects 2 argument(s), 3 provided\n"},
+        {"two \"\" b", "error: 'two' expects 2 argument(s), 1 provided\n"},
+        {"two a\\n b", "a\\n|b\n"},
+        {"int +5", "5\n"},
+        {"int -5", "-5\n"},
+        {"int -2147483648", "-2147483648\n"},
+        {"int 2147483648", "error: arg 1: cannot convert '2147483648' to type 'int'\n"},
+        {"long -2147483649", "error: arg 1: cannot convert '-2147483649' to type 'long'\n"},
+        {"int +-5", "error: arg 1: cannot convert '+-5' to type 'int'\n"},
+        {"int +", "error: arg 1: cannot convert '+' to type 'int'\n"},
+        {"int 0x5", "error: arg 1: cannot convert '0x5' to type 'int'\n"},
+        {"int 5\tx", "error: arg 1: cannot convert '5\tx' to type 'int'\n"},
+        {"int " + digits, "error: arg 1: cannot convert '" + digits + "' to type 'int'\n"},
+        {"int 000000000000000000007", "7\n"},
+        {"short 70000", "4464\n"},
+        {"ushort 70000", "4464\n"},
+        {"ulong 4294967295", "4294967295\n"},
+        {"ulong 4294967296", "error: arg 1: cannot convert '4294967296' to type 'unsigned long'\n"},
+        {"ulong -5", "error: arg 1: cannot convert '-5' to type 'unsigned long'\n"},
+        {"ulong +5", "error: arg 1: cannot convert '+5' to type 'unsigned long'\n"},
+        {"bool true", "false\n"},
+        {"bool 0", "true\n"},
+        {"bool yes", "error: arg 1: cannot convert 'yes' to type 'bool'\n"},
+        {"mixed 1 b 1", "1b+\n"},
+        {"mixed 1 b True", "error: arg 3: cannot convert 'True' to type 'bool'\n"},
+        {"mixed x y z", "error: arg 1: cannot convert 'x' to type 'unsigned'\n"},
+        {"throws", "error: 'throws' failed: broken\n"},
+        {"adma/status", "routes\n"},
+        {"adma/deep/er/x", "1\n"},
+        {"adma/deep/x", "unrecognised command 'adma/deep/x'\n"},
+        {"adma", "unrecognised command 'adma'\n"},
+        {"adma/", "unrecognised command 'adma/'\n"},
+        {"/none", "unrecognised command '/none'\n"},
+        {"status", "unrecognised command 'status'\n"},
+        {"nothing/of this", "unrecognised command 'nothing/of'\n"},
+        {"--help", "unrecognised command '--help'\n"},
+        {"nothing --help", "unrecognised command 'nothing'\n"},
+        {"help --help", "List available actions\n\nUsage: help\n"},
+        {"adma/status --help extra", "Show routes\n\nUsage: status\n\nAll of them.\n"},
+        {"two --help", "Join two texts\n\nUsage: two 'string' 'string'\n"},
+        {"none --help", "Does nothing\n\nUsage: none\n\nReally.\nNothing\n"},
+        {"mixed --help", "Usage: mixed 'unsigned' 'string' 'bool'\n\nNo brief\n"},
+        {"client --help", "Usage: client 'int'\n"},
+        {"adma/deep/er/x --help", "Line\n\nUsage: x\n\nrest\n"},
+    };
+    for (const auto& row : cases)
+        EXPECT_EQ(mShell.Execute(row.line), row.result) << row.line.substr(0, 80);
+    EXPECT_EQ(mCalls, 1);
+}
+
+TEST_F(ExecuteTest, ListingOfTheWholeTree)
+{
+    // "adma/deep/er/x" is as long as any name of this process.
+    EXPECT_EQ(mShell.Execute("help"), "bool           \n"
+                                      "client         \n"
+                                      "help           List available actions\n"
+                                      "int            \n"
+                                      "long           \n"
+                                      "mixed          \n"
+                                      "none           Does nothing\n"
+                                      "quit           Terminate the application\n"
+                                      "short          \n"
+                                      "throws         \n"
+                                      "two            Join two texts\n"
+                                      "ulong          \n"
+                                      "ushort         \n"
+                                      "adma/status    Show routes\n"
+                                      "adma/deep/er/x Line\n\n");
+}
+
+TEST_F(ExecuteTest, CallbacksStandAroundTheAction)
+{
+    std::vector<std::string> events;
+    mShell.SetReceivedCallback([&](const std::string& line) { events.push_back("received " + line); });
+    mShell.SetSentCallback(
+        [&](const std::string& name, const std::string& result) { events.push_back("sent " + name + ":" + result); });
+    mShell.AddAction(
+        "act", [&](int) { events.emplace_back("act"); }, "");
+    for (const char* const line : {" act 5 \r", "   ", "unknown x", "bool 1"})
+        mShell.Execute(line);
+    EXPECT_THAT(events,
+                ElementsAre("received  act 5 \r", "act", "sent act:", "received unknown x",
+                            "sent unknown:unrecognised command 'unknown'\n", "received bool 1", "sent bool:false\n"));
+}
+
+TEST_F(ExecuteTest, AContextOfTheWrongTypeGivesNothingAndSaysSoOnStandardError)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(mShell.Execute("client 5"), "");
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(mShell.Execute("client 5", std::shared_ptr<cmd::ClientConnection>()), "5\n");
+}
+
+TEST(TypeNames, AreWithoutTheirNamespaceAndKnowVectorsAndSets)
+{
+    using cmd::parser::TypeName;
+    EXPECT_EQ(TypeName(typeid(void)), "void");
+    EXPECT_EQ(TypeName(typeid(std::string)), "string");
+    EXPECT_EQ(TypeName(typeid(unsigned)), "unsigned");
+    EXPECT_EQ(TypeName(typeid(unsigned char)), "unsigned char");
+    EXPECT_EQ(TypeName(typeid(long double)), "long double");
+    EXPECT_EQ(TypeName(typeid(std::vector<unsigned long>)), "vector<unsigned long>");
+    EXPECT_EQ(TypeName(typeid(std::set<std::string>)), "set<string>");
+    EXPECT_EQ(TypeName(typeid(std::shared_ptr<int>)), "unknown");
+}
+
+TEST(Tree, FaultsOfWhoDeclaresCommandsAreFatal)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto action = [](const std::string& id) {
+        return MakeAction(
+            id, [] {}, "");
+    };
+    cmd::Node node;
+    node.Add("adma", {action("a")});
+    node.Add("adma/child", {action("a")});
+    cmd::NodeManager manager;
+    manager.GetRoot().AddNode(std::make_shared<cmd::Node>());
+    const struct
+    {
+        std::function<void()> fault;
+        const char* text;
+    } cases[] = {
+        {[&] { node.Add("", {}); }, "Nodes must have a name"},
+        {[&] { node.Add("other", {}); }, "Child nodes must have same root"},
+        {[&] { node.Add("adma/child", {}); }, "Child node names must be unique"},
+        {[&] { node.Add("adma", {action("a")}); }, "Action names must be unique in a node"},
+        {[&] { node.Add("adma", {action("b/c")}); }, "Action ids cannot contain the path separator"},
+        {[&] { manager.GetRoot().AddNode(std::make_shared<cmd::Node>()); }, "Top level node names must be unique"},
+        {[] { cmd::Node::ValidateActionName("a b"); }, "Action names cannot contain spaces"},
+        {[] { cmd::Node::ValidateActionName("  "); }, "CommandLine actions must have a non-empty identifier\\."},
+    };
+    for (const auto& row : cases)
+        EXPECT_DEATH(row.fault(), row.text);
+}
+
+TEST(Tree, PathAndDepthFollowTheName)
+{
+    cmd::Node top;
+    EXPECT_EQ(top.GetDepth(), 0u);
+    top.Add("adma", {});
+    EXPECT_EQ(top.GetId(), "adma");
+    EXPECT_EQ(top.GetPath(), "adma/");
+    EXPECT_EQ(top.GetDepth(), 2u);
+    EXPECT_EQ(cmd::Node("adma/child/").GetDepth(), 3u);
+}
+
+} // namespace

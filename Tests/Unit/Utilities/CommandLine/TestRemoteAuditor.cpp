@@ -1,0 +1,184 @@
+#include "Tests/Unit/Utilities/CommandLine/ShellClient.h"
+#include "Utilities/CommandLine/LogTail.h"
+#include "Utilities/CommandLine/RemoteAuditor.h"
+
+#include <boost/filesystem.hpp>
+
+#include <thread>
+#include <vector>
+
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+
+class RemoteAuditorTest : public testing::Test
+{
+protected:
+    RemoteAuditorTest()
+    {
+        // The lines of these tests are wanted at the clients, not on the console.
+        testing::internal::CaptureStdout();
+        boost::filesystem::create_directories(mDirectory);
+        mShell.SetReceivedCallback([](const std::string& line) { Log("Received " + line); });
+        mShell.SetSentCallback(
+            [](const std::string& name, const std::string& result) { Log("Sent " + name + " Result\r\n" + result); });
+        mShell.AddAction(
+            "version", [] { return "1.0"; }, "");
+        mAuditor = new cmd::RemoteAuditor(mShell, (mDirectory / "K2.log").string());
+        Audit::SetInstance(mAuditor);
+    }
+    ~RemoteAuditorTest() override
+    {
+        mShell.Stop();
+        Audit::SetInstance(nullptr);
+        boost::filesystem::remove_all(mDirectory);
+        testing::internal::GetCapturedStdout();
+    }
+    static void Log(const std::string& text) { Audit::Instance()->Write("%s\r\n", text.c_str()); }
+    boost::asio::ip::tcp::endpoint Endpoint() { return mShell.GetServer().GetEndpoint(); }
+
+    boost::asio::io_service mService;
+    cmd::CommandLine mShell{mService, AnyLoopbackPort(), ""};
+    cmd::RemoteAuditor* mAuditor = nullptr;
+
+private:
+    const boost::filesystem::path mDirectory =
+        boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("orb-tail-%%%%-%%%%-%%%%");
+};
+
+TEST_F(RemoteAuditorTest, ATailingClientSeesItsResultsInTheLog)
+{
+    mAuditor->SetTailByDefault(true);
+    mShell.Start();
+    ShellClient client(Endpoint());
+    client.SkipGreeting();
+    client.Send("version\n");
+    EXPECT_EQ(client.ReadUntil("1.0\n\r\n"), "Received version\r\nSent version Result\r\n1.0\n\r\n");
+    client.Send("tail true\n");
+    EXPECT_EQ(client.ReadUntil("false\n\r\n"), "Received tail true\r\nSent tail Result\r\nfalse\n\r\n");
+    // The reply to this comes after the last line of the log.
+    client.Send("tail false\n");
+    EXPECT_EQ(client.ReadUntil("true\n"), "Received tail false\r\ntrue\n");
+    client.Send("version\ntail false\ntail true\n");
+    EXPECT_EQ(client.ReadUntil("true\n\r\n"), "1.0\nfalse\nSent tail Result\r\ntrue\n\r\n");
+}
+
+TEST_F(RemoteAuditorTest, TwoClientsGetEveryLineAndAThirdNone)
+{
+    mShell.Start();
+    ShellClient first(Endpoint());
+    ShellClient second(Endpoint());
+    ShellClient third(Endpoint());
+    for (ShellClient* const client : {&first, &second, &third})
+        client->SkipGreeting();
+    for (ShellClient* const client : {&first, &second}) {
+        client->Send("tail 1\n");
+        client->ReadUntil("Sent tail Result\r\ntrue\n\r\n");
+    }
+    first.ReadUntil("Sent tail Result\r\ntrue\n\r\n");
+    std::string expected;
+    for (int i = 0; i < 1000; ++i) {
+        Log(std::to_string(i));
+        expected += std::to_string(i) + "\r\n";
+    }
+    EXPECT_EQ(first.ReadUntil("999\r\n"), expected);
+    EXPECT_EQ(second.ReadUntil("999\r\n"), expected);
+    third.Send("version\n");
+    EXPECT_EQ(third.ReadUntil("\n"), "1.0\n");
+}
+
+TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
+{
+    mAuditor->SetTailByDefault(true);
+    mShell.Start();
+    ShellClient steady(Endpoint());
+    steady.SkipGreeting();
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 3; ++thread) {
+        threads.emplace_back([thread, &stop] {
+            for (int i = 0; i < 2000 && !stop; ++i)
+                Log("thread " + std::to_string(thread) + " line");
+        });
+    }
+    for (int i = 0; i < 20; ++i) {
+        ShellClient passing(Endpoint());
+        passing.SkipGreeting();
+        if (i % 2 != 0) continue;
+        passing.Send("tail false\nversion\n");
+        passing.ReadUntil("true\n1.0\n");
+    }
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    Log("end");
+    std::string text = steady.ReadUntil("end\r\n");
+    // Only whole lines, whichever threads they came from.
+    for (std::size_t begin = 0, end = 0; (end = text.find("\r\n", begin)) != std::string::npos; begin = end + 2) {
+        const std::string line = text.substr(begin, end - begin);
+        EXPECT_TRUE(line.find("thread ") == std::string::npos || line.size() == 13) << line;
+    }
+}
+
+TEST_F(RemoteAuditorTest, WhileTheServiceIsStuckTheBacklogIsBounded)
+{
+    mAuditor->SetTailByDefault(true);
+    ShellClient client(Endpoint());
+    bool opened = false;
+    mShell.GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
+    while (!opened)
+        ASSERT_NE(mService.run_one_for(Deadline), 0u);
+    const std::string line(1022, 'x');
+    for (int i = 0; i < 1030; ++i)
+        Log(line);
+    mShell.Start();
+    client.SkipGreeting();
+    const std::string text = client.ReadUntil("log lines were not shown ***\r\n");
+    EXPECT_THAT(text, EndsWith("x\r\n*** 6 log lines were not shown ***\r\n"));
+    EXPECT_EQ(text.find('*'), cmd::LogTail::MaxBacklog);
+    Log("after");
+    EXPECT_EQ(client.ReadUntil("\r\n"), "after\r\n");
+}
+
+TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreTold)
+{
+    mAuditor->SetTailByDefault(true);
+    mShell.Start();
+    ShellClient stalled(Endpoint());
+    stalled.SkipGreeting();
+    ShellClient reading(Endpoint());
+    reading.SkipGreeting();
+    // Far more than the kernel keeps for a client, in portions that the other one has read before the next comes.
+    const std::string line(4000, 'x');
+    std::string text;
+    for (int portion = 0; portion < 1000 && text.find("bytes were not read\r\n") == std::string::npos; ++portion) {
+        for (int i = 0; i < 16; ++i)
+            Log(line);
+        Log("end of portion");
+        text = reading.ReadUntil("end of portion\r\n");
+    }
+    EXPECT_THAT(text, HasSubstr("CommandLine: client 127.0.0.1:"));
+}
+
+TEST_F(RemoteAuditorTest, TheShellOutlivesItsAuditor)
+{
+    mAuditor->SetTailByDefault(true);
+    ShellClient client(Endpoint());
+    bool opened = false;
+    mShell.GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
+    while (!opened)
+        ASSERT_NE(mService.run_one_for(Deadline), 0u);
+    Log("never delivered");
+    Audit::SetInstance(nullptr);
+    ShellClient late(Endpoint());
+    mShell.Start();
+    late.SkipGreeting();
+    late.Send("tail true\n");
+    EXPECT_EQ(late.ReadUntil("\n"), "false\n");
+    client.Close();
+    late.Send("version\n");
+    EXPECT_EQ(late.ReadUntil("\n"), "1.0\n");
+}
+
+} // namespace

@@ -1,0 +1,188 @@
+#include "Tests/Unit/Utilities/CommandLine/ShellClient.h"
+
+#include <sys/resource.h>
+
+#include <fcntl.h>
+
+#include <future>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+class RemoteShellTest : public testing::Test
+{
+protected:
+    RemoteShellTest()
+    {
+        Audit::SetInstance(mAudit);
+        mShell.AddAction(
+            "echo", [](const std::string& text) { return text; }, "");
+        mShell.AddAction(
+            "big", [](unsigned size, const std::string& text) { return std::string(size, text.front()); }, "");
+    }
+    ~RemoteShellTest() override
+    {
+        mShell.Stop();
+        Audit::SetInstance(nullptr);
+    }
+    boost::asio::ip::tcp::endpoint Endpoint() { return mShell.GetServer().GetEndpoint(); }
+
+    WaitingAudit* const mAudit = new WaitingAudit;
+    boost::asio::io_service mService;
+    cmd::CommandLine mShell{mService, AnyLoopbackPort(), "OrbModule"};
+};
+
+TEST_F(RemoteShellTest, GreetingAndLinesHoweverTheyAreCut)
+{
+    mShell.Start();
+    ShellClient client(Endpoint());
+    EXPECT_THAT(client.ReadUntil("'cmd'.\n"),
+                MatchesRegex("\nOstrel command shell: OrbModule [A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} "
+                             "[0-9]{4}\nType 'help' to see available commands.\n"
+                             "Type 'cmd --help' to find out more about 'cmd'.\n"));
+    client.Send("ech");
+    client.Send("o one\r");
+    client.Send("\necho two\n\n  \r\necho three\r\nunknown");
+    client.Send(" x\n");
+    EXPECT_EQ(client.ReadUntil("'\n"), "one\ntwo\nthree\nunrecognised command 'unknown'\n");
+    // A client that has said all still gets its answers.
+    client.Send("echo last\nnever finished");
+    client.ShutdownOutput();
+    EXPECT_EQ(client.ReadToEnd(), "last\n");
+}
+
+TEST_F(RemoteShellTest, QuitEndsTheRun)
+{
+    std::future<void> run = std::async(std::launch::async, [&] { mShell.Run(); });
+    ShellClient(Endpoint()).Send("quit\n");
+    ASSERT_EQ(run.wait_for(Deadline), std::future_status::ready);
+    EXPECT_TRUE(mService.stopped());
+}
+
+TEST_F(RemoteShellTest, ATakenPortIsNamed)
+{
+    const std::string port = std::to_string(Endpoint().port());
+    try {
+        cmd::CommandLine second(mService, Endpoint(), "");
+        FAIL() << "two shells listen on port " << port;
+    } catch (const std::exception& error) {
+        EXPECT_THAT(error.what(), HasSubstr("127.0.0.1:" + port));
+        EXPECT_THAT(error.what(), HasSubstr("in use"));
+    }
+}
+
+TEST_F(RemoteShellTest, AnswersNeverInterleave)
+{
+    mShell.Start();
+    ShellClient client(Endpoint());
+    client.SkipGreeting();
+    std::string commands;
+    std::string expected;
+    for (std::size_t i = 0; i < 40; ++i) {
+        const std::size_t size = i % 2 == 0 ? 90000 : 3;
+        const char letter = static_cast<char>('a' + i % 26);
+        commands += "big " + std::to_string(size) + ' ' + letter + '\n';
+        expected += std::string(size, letter) + '\n';
+    }
+    client.Send(commands + "echo end\n");
+    EXPECT_TRUE(client.ReadUntil("end\n") == expected + "end\n");
+}
+
+TEST_F(RemoteShellTest, ALineOfMoreThan64KiBEndsItsClient)
+{
+    mShell.Start();
+    ShellClient client(Endpoint());
+    client.SkipGreeting();
+    const std::string longest(64 * 1024 - 5, 'x');
+    client.Send("echo " + longest + "\n");
+    EXPECT_TRUE(client.ReadUntil("\n") == longest + "\n");
+
+    ShellClient other(Endpoint());
+    client.Send(std::string(64 * 1024 + 1, 'x'));
+    client.ReadToEnd();
+    EXPECT_TRUE(mAudit->WaitFor("dropped, a line of more than 65536 bytes came\r\n"));
+    other.SkipGreeting();
+    other.Send("echo alive\n");
+    EXPECT_EQ(other.ReadUntil("\n"), "alive\n");
+}
+
+TEST_F(RemoteShellTest, AClientThatDoesNotReadIsDropped)
+{
+    std::promise<void> closed;
+    mShell.GetServer().ConnectionClosed.connect([&](const auto&, const auto&) { closed.set_value(); });
+    mShell.Start();
+    ShellClient stalled(Endpoint());
+    ShellClient other(Endpoint());
+    stalled.SkipGreeting();
+    // 64 MiB are more than the kernel keeps for it.
+    for (int i = 0; i < 64 && stalled.Send("big 1048576 x\n"); ++i) {
+    }
+    EXPECT_TRUE(mAudit->WaitFor("dropped, more than 4194304 bytes were not read\r\n"));
+    EXPECT_EQ(closed.get_future().wait_for(Deadline), std::future_status::ready);
+    other.SkipGreeting();
+    other.Send("echo alive\n");
+    EXPECT_EQ(other.ReadUntil("\n"), "alive\n");
+}
+
+TEST_F(RemoteShellTest, TwoHundredClientsAtOnce)
+{
+    mShell.Start();
+    std::vector<ShellClient> clients;
+    for (int i = 0; i < 200; ++i)
+        clients.emplace_back(Endpoint());
+    for (std::size_t i = 0; i < clients.size(); ++i)
+        clients[i].Send("echo " + std::to_string(i) + "\n");
+    for (std::size_t i = 0; i < clients.size(); ++i) {
+        clients[i].SkipGreeting();
+        EXPECT_EQ(clients[i].ReadUntil("\n"), std::to_string(i) + "\n");
+    }
+}
+
+TEST_F(RemoteShellTest, WithoutADescriptorLeftItWaitsAndTriesAgain)
+{
+    ShellClient client;
+    const int next = ::fcntl(0, F_DUPFD, 0);
+    ASSERT_GE(next, 0);
+    ::close(next);
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{static_cast<rlim_t>(next), before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    client.Connect(Endpoint());
+    const std::size_t handlers = mService.run_for(std::chrono::milliseconds(350));
+    ::setrlimit(RLIMIT_NOFILE, &before);
+
+    EXPECT_GT(handlers, 1u);
+    EXPECT_LT(handlers, 20u);
+    const std::string fault = "CommandLine: accept failed, ";
+    EXPECT_THAT(mAudit->Text(), StartsWith(fault));
+    EXPECT_EQ(mAudit->Text().find(fault, 1), std::string::npos);
+    mService.restart();
+    mShell.Start();
+    client.SkipGreeting();
+}
+
+TEST_F(RemoteShellTest, ConnectionsOutliveTheirServer)
+{
+    boost::asio::io_service service;
+    auto shell = std::make_unique<cmd::CommandLine>(service, AnyLoopbackPort(), "");
+    ShellClient client(shell->GetServer().GetEndpoint());
+    bool opened = false;
+    shell->GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
+    while (!opened)
+        ASSERT_NE(service.run_one_for(Deadline), 0u);
+    client.Send("help\n");
+    client.SkipGreeting();
+    client.ShutdownOutput();
+    shell.reset();
+    // The connection sees the line and then the end, and nobody is there to be told.
+    while (service.run_one_for(Deadline) != 0) {
+    }
+    EXPECT_EQ(client.ReadToEnd(), "");
+}
+
+} // namespace
