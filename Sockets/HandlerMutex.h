@@ -1,45 +1,36 @@
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
+#include <cstdint>
 #include <mutex>
-#include <thread>
 
 /// The mutex between the thread that runs a socket handler's passes and all others. The passes come one behind the
-/// other, so their thread lets those who wait go first.
+/// other, and a plain mutex could go to their thread again and again; this one goes to whoever asked first.
 class HandlerMutex
 {
 public:
-    /// For the thread of the passes.
     void lock()
     {
-        // Bounded: whoever waits may be stuck for want of a processor.
-        for (int i = 0; i < MaxYields && mWaiting.load() > 0; ++i)
-            std::this_thread::yield();
-        mMutex.lock();
+        std::unique_lock<std::mutex> state(mState);
+        const std::uint64_t ticket = mNextTicket++;
+        mTurn.wait(state, [&] { return mServing == ticket; });
     }
-    void unlock() { mMutex.unlock(); }
-
-    /// Holds the mutex for any other thread.
-    class Guard
+    void unlock()
     {
-    public:
-        explicit Guard(HandlerMutex& mutex) : mMutex(mutex)
+        bool waiting = false;
         {
-            ++mMutex.mWaiting;
-            mMutex.mMutex.lock();
-            --mMutex.mWaiting;
+            const std::lock_guard<std::mutex> state(mState);
+            ++mServing;
+            waiting = mServing != mNextTicket;
         }
-        ~Guard() { mMutex.mMutex.unlock(); }
-        Guard(const Guard&) = delete;
-        Guard& operator=(const Guard&) = delete;
+        if (waiting) mTurn.notify_all();
+    }
 
-    private:
-        HandlerMutex& mMutex;
-    };
+    using Guard = std::lock_guard<HandlerMutex>;
 
 private:
-    static constexpr int MaxYields = 100;
-
-    std::mutex mMutex;
-    std::atomic<int> mWaiting{0};
+    std::mutex mState;
+    std::condition_variable mTurn;
+    std::uint64_t mNextTicket = 0;
+    std::uint64_t mServing = 0;
 };

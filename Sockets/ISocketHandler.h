@@ -43,8 +43,10 @@ public:
     virtual std::size_t GetCount() const = 0;
     virtual bool OkToAccept() const = 0;
     virtual void AddList(int fd, WorkList list, bool add) = 0;
-    /// Seconds since 1970, by which time-outs and lingering are counted.
+    /// Seconds by which time-outs and lingering are counted.
     virtual std::time_t Now() const = 0;
-    /// Bounds of fd_set, in sockets and in descriptor numbers.
+    /// Ends a wait in progress, or the next one. Any thread, without the mutex.
+    virtual void Wake() = 0;
+    /// How many sockets there may be, and the first descriptor number that is too high for one.
     virtual std::size_t GetLimit() const = 0;
 };

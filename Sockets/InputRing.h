@@ -3,12 +3,14 @@
 #include <cstddef>
 #include <memory>
 
-/// Bytes on their way in. The storage is twice the capacity, and each byte stands in it twice, one capacity apart, so
-/// that any run of held bytes lies in one piece. Memory is not touched before it is used.
+#include <sys/uio.h>
+
+/// Bytes on their way in. The socket reads straight into it. Memory is not touched before it is used, and a ring that
+/// runs empty starts again at its beginning, so small commands only ever touch its first pages.
 class InputRing
 {
 public:
-    explicit InputRing(std::size_t capacity) : mCapacity(capacity), mStorage(new char[2 * capacity]) {}
+    explicit InputRing(std::size_t capacity) : mCapacity(capacity), mStorage(new char[capacity]) {}
 
     /// False, with nothing written, if there is no room for all of it.
     bool Write(const char* data, std::size_t size);
@@ -17,6 +19,11 @@ public:
     bool Remove(std::size_t size) { return Read(nullptr, size); }
     std::size_t GetLength() const { return mLength; }
     std::size_t GetSpace() const { return mCapacity - mLength; }
+
+    /// Where the next bytes go, in at most two pieces. @param size at most the free space. @return number of pieces.
+    std::size_t GetFreePieces(std::size_t size, iovec (&pieces)[2]);
+    /// That many bytes were put there.
+    void Commit(std::size_t size);
 
 private:
     const std::size_t mCapacity;

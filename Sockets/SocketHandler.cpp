@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -16,6 +17,25 @@ namespace {
 /// The same select error is reported on its first repeat and then on every repeat of this number.
 constexpr int ErrorsBetweenReports = 10000;
 constexpr long PendingWorkWaitUs = 200000;
+/// Descriptors that are left to the log, the shell and the rest of the process.
+constexpr std::size_t ReservedDescriptors = 64;
+
+/// Not the time of day: that can be set while a time-out runs.
+std::time_t MonotonicSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+std::size_t DescriptorLimit()
+{
+    constexpr std::size_t SetSize = FD_SETSIZE;
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == -1 || limit.rlim_cur >= SetSize + ReservedDescriptors) return SetSize;
+    const auto allowed = static_cast<std::size_t>(limit.rlim_cur);
+    return allowed > 2 * ReservedDescriptors ? allowed - ReservedDescriptors : allowed;
+}
 
 void Without(std::vector<int>& descriptors, int fd)
 {
@@ -33,23 +53,16 @@ void SetFlag(fd_set& set, int fd, bool on)
 
 } // namespace
 
-SocketHandler::SocketHandler(StdLog* log)
-    : mLog(log),
-      mMutex(nullptr),
-      mTimeoutCheck(std::time(nullptr)),
-      mClock([] { return std::time(nullptr); }),
-      mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-{
-    FD_ZERO(&mReadSet);
-    FD_ZERO(&mWriteSet);
-    FD_ZERO(&mExceptionSet);
-}
+SocketHandler::SocketHandler(StdLog* log) : SocketHandler(nullptr, log) {}
 
-SocketHandler::SocketHandler(HandlerMutex& mutex, StdLog* log)
+SocketHandler::SocketHandler(HandlerMutex& mutex, StdLog* log) : SocketHandler(&mutex, log) {}
+
+SocketHandler::SocketHandler(HandlerMutex* mutex, StdLog* log)
     : mLog(log),
-      mMutex(&mutex),
-      mTimeoutCheck(std::time(nullptr)),
-      mClock([] { return std::time(nullptr); }),
+      mMutex(mutex),
+      mLimit(DescriptorLimit()),
+      mTimeoutCheck(MonotonicSeconds()),
+      mClock(MonotonicSeconds),
       mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
     FD_ZERO(&mReadSet);
@@ -83,17 +96,11 @@ void SocketHandler::CloseAll()
             }
         }
         if (socket->GetSocket() != -1) socket->Close();
-        DeleteSocket(socket);
+        socket->OnDelete();
+        socket->SetErasedByHandler();
+        delete socket;
     }
     mInPass = false;
-}
-
-void SocketHandler::DeleteSocket(Socket* socket)
-{
-    socket->OnDelete();
-    if (!socket->DeleteByHandler()) return;
-    socket->SetErasedByHandler();
-    delete socket;
 }
 
 void SocketHandler::LogError(Socket* socket, const std::string& call, int error, const std::string& text,
@@ -114,15 +121,23 @@ void SocketHandler::Add(Socket* socket)
     const int fd = socket->GetSocket();
     if (fd == -1) {
         LogError(socket, "Add", -1, "Invalid socket", LogLevel::Warning);
-        if (socket->CloseAndDelete()) mDelete.push_back(socket);
+        if (socket->CloseAndDelete()) Refuse(socket);
     } else if (mAdd.count(fd) != 0) {
         LogError(socket, "Add", fd, "Attempt to add socket already in add queue", LogLevel::Fatal);
-        if (mAdd[fd] != socket) mDelete.push_back(socket);
+        Refuse(socket);
     } else {
         mAdd[fd] = socket;
     }
     mPassAgain = true;
     if (!mInPass) Wake();
+}
+
+void SocketHandler::Refuse(Socket* socket)
+{
+    // A socket that was only added twice stays where it is.
+    const auto isHeld = [&](const auto& entry) { return entry.second == socket && socket->GetSocket() != -1; };
+    if (std::any_of(mAdd.begin(), mAdd.end(), isHeld) || std::any_of(mSockets.begin(), mSockets.end(), isHeld)) return;
+    if (std::find(mDelete.begin(), mDelete.end(), socket) == mDelete.end()) mDelete.push_back(socket);
 }
 
 void SocketHandler::Remove(Socket* socket)
@@ -177,7 +192,13 @@ std::size_t SocketHandler::GetCount() const
 
 void SocketHandler::AddList(int fd, WorkList list, bool add)
 {
-    if (fd == -1) return;
+    if (fd == -1) {
+        if (!add || list != WorkList::Close) return;
+        mUnlistedClose = true;
+        mPassAgain = true;
+        if (!mInPass) Wake();
+        return;
+    }
     Descriptors& descriptors = List(list);
     const bool present = std::find(descriptors.begin(), descriptors.end(), fd) != descriptors.end();
     if (add && !present) {
@@ -214,6 +235,7 @@ int SocketHandler::Select(timeval* timeout)
     CallConnected();
     CheckTimeouts();
     RetryConnects();
+    CloseUnlisted();
     CloseSockets();
     Erase();
     DeleteRefused();
@@ -233,10 +255,10 @@ void SocketHandler::TakeInNewSockets()
         mAdd.erase(mAdd.begin());
         if (mSockets.count(fd) != 0) {
             LogError(socket, "Add", fd, "Attempt to add socket already in controlled queue", LogLevel::Fatal);
-            mDelete.push_back(socket);
+            Refuse(socket);
         } else if (!IsSelectable(fd)) {
             LogError(socket, "Select", fd, "FD_SETSIZE reached", LogLevel::Warning);
-            mDelete.push_back(socket);
+            Refuse(socket);
         } else {
             TakeIn(socket);
         }
@@ -327,8 +349,8 @@ Socket* SocketHandler::Find(int fd, int place)
 
 int SocketHandler::CallReadySockets(int ready, const fd_set& read, const fd_set& write, const fd_set& exception)
 {
-    const Descriptors snapshot = mFds;
-    for (const int fd : snapshot) {
+    mWalk = mFds;
+    for (const int fd : mWalk) {
         if (ready == 0) break;
         if (FD_ISSET(fd, &read)) {
             if (Socket* const socket = Find(fd, 1)) socket->OnRead();
@@ -409,6 +431,21 @@ void SocketHandler::RetryConnects()
         Add(socket);
         mFdsErase.push_back(fd);
     }
+}
+
+void SocketHandler::CloseUnlisted()
+{
+    if (!mUnlistedClose) return;
+    mUnlistedClose = false;
+    std::vector<std::pair<int, Socket*>> unlisted;
+    for (const auto& entry : mSockets) {
+        const auto& [fd, socket] = entry;
+        if (socket->GetSocket() != -1 || !socket->CloseAndDelete()) continue;
+        // A retry that found no descriptor is dealt with among the refused.
+        if (std::find(mDelete.begin(), mDelete.end(), socket) == mDelete.end()) unlisted.emplace_back(fd, socket);
+    }
+    for (const auto& [fd, socket] : unlisted)
+        Leave(*socket, fd);
 }
 
 void SocketHandler::CloseSockets()
@@ -524,6 +561,9 @@ void SocketHandler::DeleteRefused()
         Socket* const socket = mDelete.back();
         mDelete.pop_back();
         if (socket->GetSocket() != -1) socket->Close();
-        DeleteSocket(socket);
+        socket->OnDelete();
+        if (!socket->DeleteByHandler()) continue;
+        socket->SetErasedByHandler();
+        delete socket;
     }
 }

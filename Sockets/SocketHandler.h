@@ -42,17 +42,21 @@ public:
     bool OkToAccept() const override { return true; }
     void AddList(int fd, WorkList list, bool add) override;
     std::time_t Now() const override { return mClock(); }
-    std::size_t GetLimit() const override { return FD_SETSIZE; }
+    void Wake() override;
+    /// The size of an fd_set; less where the process itself may not have that many descriptors, since the others in it
+    /// need some too.
+    std::size_t GetLimit() const override { return mLimit; }
 
-    /// Ends a wait in progress. Any thread, without the mutex.
-    void Wake();
-    /// Closes and deletes every socket that the handler still holds. No pass runs then or after.
+    /// Closes and deletes every socket that the handler still holds, whoever made it. No pass runs then or after.
     void CloseAll();
     void SetClock(const std::function<std::time_t()>& clock) { mClock = clock; }
 
 private:
     using Descriptors = std::vector<int>;
 
+    SocketHandler(HandlerMutex* mutex, StdLog* log);
+    void Refuse(Socket* socket);
+    void CloseUnlisted();
     void TakeInNewSockets();
     void TakeIn(Socket* socket);
     int Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& exception);
@@ -72,7 +76,6 @@ private:
     void DeleteRefused();
     Socket* Find(int fd, int place);
     Descriptors& List(WorkList list) { return mLists[static_cast<std::size_t>(list)]; }
-    void DeleteSocket(Socket* socket);
     static bool IsSelectable(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
 
     std::map<int, Socket*> mSockets;
@@ -80,6 +83,7 @@ private:
     std::vector<Socket*> mDelete;
     StdLog* mLog;
     HandlerMutex* const mMutex;
+    const std::size_t mLimit;
     int mMaxSock = 0;
     fd_set mReadSet;
     fd_set mWriteSet;
@@ -88,12 +92,16 @@ private:
     int mErrorCount = 0;
     std::time_t mTimeoutCheck;
     Descriptors mFds;
+    /// The snapshot that the results of select are walked over.
+    Descriptors mWalk;
     Descriptors mFdsErase;
     std::array<Descriptors, 5> mLists;
     std::function<std::time_t()> mClock;
     /// An eventfd in the read set.
     int mWakeFd;
     bool mInPass = false;
+    /// A socket was marked for closing when it had no descriptor, so that no list has taken it.
+    bool mUnlistedClose = false;
     /// Something came up in a pass that the next one must not wait before.
     bool mPassAgain = false;
 };

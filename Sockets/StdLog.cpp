@@ -13,9 +13,14 @@ void StdoutLog::error(ISocketHandler*, Socket* socket, const std::string& call, 
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
-    std::printf("%d-%02d-%02d %02d:%02d:%02d :: ", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                local.tm_min, local.tm_sec);
-    if (socket) std::printf("fd %d :: ", socket->GetSocket());
-    std::printf("%s: %d %s (%s)\n", call.c_str(), error, text.c_str(), Levels[static_cast<std::size_t>(level)]);
+    const char* const word = Levels[static_cast<std::size_t>(level)];
+    if (socket) {
+        std::printf("%d-%02d-%02d %02d:%02d:%02d :: fd %d :: %s: %d %s (%s)\n", local.tm_year + 1900, local.tm_mon + 1,
+                    local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, socket->GetSocket(), call.c_str(), error,
+                    text.c_str(), word);
+    } else {
+        std::printf("%d-%02d-%02d %02d:%02d:%02d :: %s: %d %s (%s)\n", local.tm_year + 1900, local.tm_mon + 1,
+                    local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, call.c_str(), error, text.c_str(), word);
+    }
     std::fflush(stdout);
 }

@@ -98,7 +98,7 @@ void TcpSocket::CloseAtOnce()
 
 void TcpSocket::OnRead()
 {
-    const ssize_t size = ::recv(GetSocket(), mReadBuffer, ReadSize, MSG_NOSIGNAL);
+    const std::ptrdiff_t size = ReceiveIntoRing();
     if (size == -1) {
         // Nothing there after all: no reason to give the connection up.
         if (errno == EAGAIN || errno == EINTR) return;
@@ -110,14 +110,32 @@ void TcpSocket::OnRead()
         SetCloseAndDelete();
         SetFlushBeforeClose(false);
         SetShutdown(SHUT_BY_PEER);
-    } else if (size <= static_cast<ssize_t>(ReadSize)) {
+    } else if (size > 0) {
         mBytesReceived += static_cast<std::uint64_t>(size);
-        if (!ibuf.Write(mReadBuffer, static_cast<std::size_t>(size))) {
-            LogError("OnRead", 0, "ibuf overflow", LogLevel::Warning);
-        }
     } else {
         LogError("OnRead", static_cast<int>(size), "abnormal value from recv", LogLevel::Error);
     }
+}
+
+std::ptrdiff_t TcpSocket::ReceiveIntoRing()
+{
+    const std::size_t room = ibuf.GetSpace() / ReadSize * ReadSize;
+    if (room != 0) {
+        iovec pieces[2];
+        msghdr message{};
+        message.msg_iov = pieces;
+        message.msg_iovlen = ibuf.GetFreePieces(room, pieces);
+        const ssize_t size = ::recvmsg(GetSocket(), &message, MSG_NOSIGNAL);
+        if (size > 0) ibuf.Commit(static_cast<std::size_t>(size));
+        return size;
+    }
+    // Not even one read is sure to fit. What does not is lost, so that the others on the handler do not wait for it.
+    char buffer[ReadSize];
+    const ssize_t size = ::recv(GetSocket(), buffer, sizeof buffer, MSG_NOSIGNAL);
+    if (size > 0 && !ibuf.Write(buffer, static_cast<std::size_t>(size))) {
+        LogError("OnRead", 0, "ibuf overflow", LogLevel::Warning);
+    }
+    return size;
 }
 
 void TcpSocket::OnWrite()
@@ -135,9 +153,18 @@ void TcpSocket::OnWrite()
     RenewFlags();
 }
 
-void TcpSocket::OnConnectWritable()
+int TcpSocket::ConnectError() const
 {
     const int error = SoError();
+    if (error != 0) return error;
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    return ::getpeername(GetSocket(), reinterpret_cast<sockaddr*>(&peer), &size) == 0 ? 0 : errno;
+}
+
+void TcpSocket::OnConnectWritable()
+{
+    const int error = ConnectError();
     if (error == 0) {
         Handler().Set(GetSocket(), !IsDisableRead(), false, true);
         SetConnecting(false);

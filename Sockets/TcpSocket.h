@@ -51,6 +51,10 @@ protected:
 private:
     static constexpr std::size_t ReadSize = 16400;
 
+    /// Like recv: what the kernel has, at most what the ring has room for.
+    std::ptrdiff_t ReceiveIntoRing();
+    /// The pending error of a connect; one that failed at once leaves none behind.
+    int ConnectError() const;
     void OnConnectWritable();
     void Enqueue(const char* data, std::size_t size);
     /// Bytes that the kernel took; an error marks the socket for closing.
@@ -60,7 +64,6 @@ private:
 
     std::uint64_t mBytesSent = 0;
     std::uint64_t mBytesReceived = 0;
-    char mReadBuffer[ReadSize + 1];
     OutputQueue mOutput;
     std::string mGathered;
     bool mGathering = false;

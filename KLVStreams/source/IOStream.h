@@ -19,7 +19,6 @@ public:
 
     /// Counts bytes of the value that were stored; the header is not counted.
     void CountValueBytes(std::uint32_t size) { AddWriteCount(size); }
-    void CountIgnored(std::uint32_t size) { AddReadCount(size); }
     void Reset();
 
 private:

@@ -88,7 +88,6 @@ bool KLVTCPStream::ReadOverflowItem()
     AUDIT_LOG(CommsVerboseDebug, " Waiting for %d bytes of overflow data buf=%d\r\n", static_cast<int>(mLength),
               static_cast<int>(ibuf.GetLength()));
     if (ibuf.GetLength() == 0) return false;
-    // One read of the socket is the most that lies in the ring here, so a piece is never long.
     const std::size_t take = std::min<std::size_t>(ibuf.GetLength(), mLength - mOverflow.GetWriteCount());
     std::string piece(take, '\0');
     ibuf.Read(piece.data(), take);
@@ -156,7 +155,8 @@ bool KLVTCPStream::WriteData(const void* src, std::uint32_t size)
     if (mCoalescer.GetState() == SendCoalescer::State::None) {
         SendBuf(static_cast<const char*>(src), size);
     } else {
-        mCoalescer.Write(static_cast<const char*>(src), size);
+        // The handler must not sleep through the time that is armed here.
+        if (mCoalescer.Write(static_cast<const char*>(src), size)) Handler().Wake();
     }
     return true;
 }
@@ -205,9 +205,7 @@ void KLVTCPStream::IgnoreData(std::uint32_t size)
     if (size == 0) return;
     if (mOverflowActive) {
         AUDIT_LOG(CommsVerboseDebug, " IgnoreData() overflow : Removing %d bytes from buf\n", static_cast<int>(size));
-        AUDIT_LOG(CommsVerboseDebug, "Skipping %u bytes of data\n", size);
-        mOverflow.CountIgnored(size);
-        mOverflow.IgnoreData(size);
+        mOverflow.Skip(size, true);
         return;
     }
     AUDIT_LOG(CommsVerboseDebug, " IgnoreData() : Removing %d bytes from buf\n", static_cast<int>(size));

@@ -26,13 +26,13 @@ void SendCoalescer::Configure(std::uint32_t interval, TimerUnits units, std::uin
     mBuffer.reset(new char[size]);
 }
 
-void SendCoalescer::Write(const char* data, std::uint32_t size)
+bool SendCoalescer::Write(const char* data, std::uint32_t size)
 {
     ++mMessages;
     // Until the MTU is known there is no buffer.
     if (mSize == 0) {
         mSender(data, size);
-        return;
+        return false;
     }
     while (size != 0) {
         const std::uint32_t piece = std::min(size, mSize - mUsed);
@@ -42,7 +42,10 @@ void SendCoalescer::Write(const char* data, std::uint32_t size)
         size -= piece;
         if (mUsed == mSize) Flush("sent together");
     }
-    if (mUsed != 0) EventTimerManager::Instance().Start(mTimer);
+    if (mUsed == 0) return false;
+    const bool wasRunning = mTimer->IsRunning();
+    EventTimerManager::Instance().Start(mTimer);
+    return !wasRunning;
 }
 
 void SendCoalescer::Commit()

@@ -22,7 +22,8 @@ public:
 
     /// @param size of the buffer in bytes; 0 to have it follow from the path's MTU once the stream is connected.
     void Configure(std::uint32_t interval, TimerUnits units, std::uint32_t size);
-    void Write(const char* data, std::uint32_t size);
+    /// True if the time of silence now runs and did not before.
+    bool Write(const char* data, std::uint32_t size);
     void Commit();
     void OnTimer(boost::shared_ptr<IEventTimer> timer) override;
 

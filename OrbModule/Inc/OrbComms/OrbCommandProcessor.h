@@ -77,6 +77,8 @@ void OrbCommandProcessor::Dispatcher::Initialise(boost::asio::io_service& servic
                 (*signal)(command, port, type);
             } catch (const std::exception& error) {
                 AUDIT_LOG(Fault, "Command %s: %s\r\n", CommandIdToText(X::ID), error.what());
+            } catch (...) {
+                AUDIT_LOG(Fault, "Command %s: unknown exception\r\n", CommandIdToText(X::ID));
             }
         });
     };

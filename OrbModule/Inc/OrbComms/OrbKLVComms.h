@@ -26,9 +26,13 @@
 class OrbKLVComms : public iOrbKLVComms
 {
 public:
-    /// TCP ports by which the type of a stream is told. A test may have others; 0 listens on any.
+    /// TCP ports by which the type of a stream is told, and interfaces by which its port is. A test may have others; a
+    /// TCP port of 0 listens on any.
     struct Ports
     {
+        std::string internalInterface = "eth0";
+        /// The link index comes behind it.
+        std::string linkInterface = "k2link";
         std::uint16_t adjacentRouter = 55000;
         std::uint16_t masterRouter = 55100;
         std::uint16_t updateService = 49190;
@@ -81,5 +85,5 @@ private:
     Ports mPorts;
     /// Streams that this side opened and that have not connected yet. A flapping cable asks for the same connection
     /// again and again, and one attempt at a time is enough.
-    std::set<const OrbKLVStream*> mConnecting;
+    std::set<OrbKLVStream*> mConnecting;
 };

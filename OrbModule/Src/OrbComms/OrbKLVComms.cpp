@@ -20,6 +20,8 @@ namespace {
 
 constexpr int Backlog = 20;
 constexpr int RetryForEver = -1;
+/// However often a timer is due, the passes leave the processor to others in between.
+constexpr long ShortestWaitUs = 1000;
 
 } // namespace
 
@@ -67,10 +69,16 @@ bool OrbKLVComms::Listen(std::uint16_t& port, const char* name)
 void OrbKLVComms::Run()
 {
     AUDIT_LOG(Information, "OrbKLVComms::Run\r\n");
+    EventTimerManager& timers = EventTimerManager::Instance();
     while (mRunning) {
-        const std::lock_guard<HandlerMutex> lock(mMutex);
-        mHandler.Select(1, 0);
-        EventTimerManager::Instance().Service();
+        const HandlerMutex::Guard guard(mMutex);
+        const auto [seconds, microseconds] = timers.GetTimeToNext();
+        if (seconds >= 1) {
+            mHandler.Select(1, 0);
+        } else {
+            mHandler.Select(0, seconds < 0 ? ShortestWaitUs : std::max<long>(microseconds, ShortestWaitUs));
+        }
+        timers.Service();
     }
 }
 
@@ -78,10 +86,14 @@ void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16
 {
     const HandlerMutex::Guard guard(mMutex);
     AUDIT_STREAM(CommsDebug, "Connecting to " << AddressText(address) << " Port " << tcpPort << "\r\n");
-    const bool isUnderWay = std::any_of(mConnecting.begin(), mConnecting.end(), [&](const OrbKLVStream* stream) {
+    const auto underWay = std::find_if(mConnecting.begin(), mConnecting.end(), [&](const OrbKLVStream* stream) {
         return stream->GetPort() == port && stream->IsAimedAt(address, tcpPort);
     });
-    if (isUnderWay) return;
+    if (underWay != mConnecting.end()) {
+        // Whoever asks again has reason to think that the peer is there now.
+        if (mHandler.Valid(*underWay)) (*underWay)->SetRetryClientConnect();
+        return;
+    }
     auto* const stream = new OrbKLVStream(mHandler);
     stream->SetDeleteByHandler();
     stream->SetPort(port);
@@ -179,8 +191,17 @@ void OrbKLVComms::RemoveKLVStream(OrbKLVStream& stream)
 
 void OrbKLVComms::PostStreamChanged(const OrbKLVStream& stream, bool valid)
 {
-    mService.post([signal = KLVStreamChanged, port = stream.GetPort(), type = stream.GetStreamType(),
-                   address = stream.GetRemoteIp(), valid] { (*signal)(port, type, address, valid); });
+    // What is told by streams that end with the comms finds no signal any more.
+    mService.post([weakSignal = std::weak_ptr<StreamSignal>(KLVStreamChanged), port = stream.GetPort(),
+                   type = stream.GetStreamType(), address = stream.GetRemoteIp(), valid] {
+        const auto signal = weakSignal.lock();
+        if (!signal) return;
+        try {
+            (*signal)(port, type, address, valid);
+        } catch (const std::exception& error) {
+            AUDIT_LOG(Fault, "KLVStreamChanged: %s\r\n", error.what());
+        }
+    });
 }
 
 OrbKLVComms::StreamType OrbKLVComms::FindType(const OrbKLVStream& stream) const
@@ -217,7 +238,8 @@ UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream)
 
 std::uint32_t OrbKLVComms::GetPortAddress(UINT8GIGEPORT port)
 {
-    const std::string name = port == Routing::ORB_PORT ? "eth0" : "k2link" + std::to_string(ToLinkIndex(port));
+    const std::string name =
+        port == Routing::ORB_PORT ? mPorts.internalInterface : mPorts.linkInterface + std::to_string(ToLinkIndex(port));
     std::uint32_t address = 0;
     return ReadInterfaceAddress(name, address) ? address : 0;
 }
