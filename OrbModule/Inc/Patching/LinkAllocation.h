@@ -51,6 +51,9 @@ public:
     /// @param out gains one patch a port, with an empty source and the slots that came free.
     void GetUnpatchesByHidAndPort(Hid hid, UINT8GIGEPORT port, std::vector<LinkPatch>& out);
 
+    /// Whether this destination listens to the slots that carry this source on a port.
+    bool IsListening(HidPort source, UINT8GIGEPORT port, HidPort dest) const;
+
     /// Slots in use on all ports, and the sum of their destinations.
     void GetCounts(std::uint32_t& slotsInUse, std::uint32_t& totalDests) const;
 

@@ -77,6 +77,7 @@ private:
 
     void DeviceLeft(Hid hid, UINT8GIGEPORT port);
     void SwingOver(Hid hid, UINT8GIGEPORT port);
+    bool RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT port);
     void FlipPorts(Hid hid, UINT8GIGEPORT port);
     void RemakePatches(Hid hid, UINT8GIGEPORT port);
     void RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port);

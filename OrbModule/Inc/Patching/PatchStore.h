@@ -59,6 +59,8 @@ public:
     /// One line a patch in the log. The argument has no effect.
     void Print(int filter) const;
     std::size_t GetCount() const { return mPatches.size(); }
+    /// The patch of a destination, null if there is none. Good until a patch is removed.
+    const OrbPatchInfo* Find(const IoPort& dest) const;
 
 private:
     static constexpr std::size_t InitialBuckets = 10;
@@ -71,7 +73,6 @@ private:
     using Entries = std::unordered_map<IoPort, Entry>;
     using ByNumber = std::map<std::uint64_t, OrbPatchInfo*>;
 
-    OrbPatchInfo* Find(const IoPort& dest);
     OrbPatchInfo* FindForUpdate(const IoPort& dest);
     const ByNumber& PatchesOf(Hid hid) const;
     void SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link);

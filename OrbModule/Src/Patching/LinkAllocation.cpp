@@ -203,6 +203,15 @@ void LinkAllocation::LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT po
     if (!freed.empty()) out.push_back(LinkPatch{Routing::GigeAndSlots{}, {port, std::move(freed)}});
 }
 
+bool LinkAllocation::IsListening(HidPort source, UINT8GIGEPORT port, HidPort dest) const
+{
+    if (!IsPort(port)) return false;
+    const auto known = mLuts[port].find(source);
+    return known != mLuts[port].end() &&
+           std::any_of(known->second.begin(), known->second.end(),
+                       [&](std::uint32_t number) { return mSlots[port][number].mDests.count(dest) != 0; });
+}
+
 void LinkAllocation::GetCounts(std::uint32_t& slotsInUse, std::uint32_t& totalDests) const
 {
     slotsInUse = 0;

@@ -116,8 +116,8 @@ void PatchController::ReceivedRouterPatchAudioCmd(const std::shared_ptr<const Ro
         if (UpdatePatchStore(*command)) HandleOrbGeneratedPatch(*command, port);
         return;
     }
-    const bool bothOwn =
-        mDevices->IsOwnDevice(command->GetSource().GetPort().GetHid()) && mDevices->IsOwnDevice(command->GetDest().GetHid());
+    const bool bothOwn = mDevices->IsOwnDevice(command->GetSource().GetPort().GetHid()) &&
+                         mDevices->IsOwnDevice(command->GetDest().GetHid());
     if (port != Routing::ORB_PORT && !bothOwn && !UpdatePatchStore(*command)) return;
     HandleRouterGeneratedPatch(*command, port);
 }
@@ -290,10 +290,15 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
 bool PatchController::StandsByForOtherLink(const RouterPatchAudio& command, UINT8GIGEPORT port,
                                            const GigeAndSlots& sourceLink)
 {
-    const auto other = mPatchStore.GetPatchState(command.GetDest(), OtherLinkPort(port));
-    if (!other || *other == Korvo::PatchNotSent) return false;
+    const OrbPatchInfo* const patch = mPatchStore.Find(command.GetDest());
+    if (!patch) return false;
+    const Korvo::PatchState other = patch->GetState(OtherLinkPort(port));
+    if (other == Korvo::PatchNotSent) return false;
+    // The slots may carry the source for somebody else, while the other link was only asked: then the Orb router has
+    // yet to hear where this destination's audio is.
+    if (other == Korvo::PatchSent && !patch->GetSwapTarget().IsValid()) return false;
     mPatchStore.UpdatePatch(command.GetDest(), port,
-                            *other == Korvo::PatchSuccess ? Korvo::PatchReserved : Korvo::PatchSuccess, sourceLink);
+                            other == Korvo::PatchSuccess ? Korvo::PatchReserved : Korvo::PatchSuccess, sourceLink);
     return true;
 }
 
@@ -317,8 +322,8 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
                             std::move(sourceLink));
     if (ChangesRoutes(result)) mPatcher->ProcessPatchUnpatch(patch, command.GetMake());
     // The next node learns on which of its ports, and in which slots, the audio arrives.
-    const RouterPatchAudio onward(PatchSource(MakeLinkHid(mHid), ports.remote, patch.destination.slots),
-                                  dest, command.GetOrig(), command.GetMake(), command.GetUseMe());
+    const RouterPatchAudio onward(PatchSource(MakeLinkHid(mHid), ports.remote, patch.destination.slots), dest,
+                                  command.GetOrig(), command.GetMake(), command.GetUseMe());
     mComms->SendCmd(ports.local, onward, iOrbKLVComms::LOCAL_LINK, 0);
 }
 
@@ -336,7 +341,8 @@ void PatchController::ReportPatchFailed(const RouterPatchAudio& command, UINT8GI
     } else {
         AUDIT_STREAM(Fault, "PatchController has too many pending retries, none for " << command.GetDest() << '\n');
     }
-    mComms->SendCmd(port, AudioPatchFailedCmd(command.GetSource().GetPort(), command.GetDest()), iOrbKLVComms::MASTER_LINK, 0);
+    mComms->SendCmd(port, AudioPatchFailedCmd(command.GetSource().GetPort(), command.GetDest()),
+                    iOrbKLVComms::MASTER_LINK, 0);
 }
 
 void PatchController::ReportPatchSuccessful(const IoPort& dest, UINT8GIGEPORT port)
@@ -383,8 +389,9 @@ void PatchController::ReceivedPingCmd(const std::shared_ptr<const OstrelPingCmd>
     std::uint32_t patches = 0;
     std::uint32_t dests = 0;
     mLinkAllocation.GetCounts(patches, dests);
-    AUDIT_STREAM(RouterAudioRoute, "Hid " << mHid << " ReceivedPingCmd From " << command->GetName() << " Replaying with Address "
-                                          << address << " Patch Count " << patches << " Total Dests " << dests << '\n');
+    AUDIT_STREAM(RouterAudioRoute, "Hid " << mHid << " ReceivedPingCmd From " << command->GetName()
+                                          << " Replaying with Address " << address << " Patch Count " << patches
+                                          << " Total Dests " << dests << '\n');
     mComms->SendCmd(port, OstrelPingCmd(address, patches, dests), iOrbKLVComms::MASTER_LINK, 0);
 }
 
@@ -428,25 +435,44 @@ void PatchController::SwingOver(Hid hid, UINT8GIGEPORT port)
     const UINT8GIGEPORT other = OtherLinkPort(port);
     std::vector<OrbPatchInfo*> patches;
     mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess, patches);
-    for (OrbPatchInfo* const patch : patches) {
+    for (const OrbPatchInfo* const patch : patches) {
         if (patch->GetState(other) != Korvo::PatchReserved) continue;
         if (!mDevices->IsOwnDevice(patch->GetDest().GetHid())) continue;
-        GigeAndSlots sourceLink = patch->GetLink(other);
-        GigeAndSlots target = patch->GetSwapTarget();
-        AUDIT_STREAM(RouterAudioRoute, "Found a swap target Src " << sourceLink << " Target " << target << '\n');
-        if (!IsUsable(sourceLink) || !IsUsable(target)) {
-            AUDIT_STREAM(Fault, "PatchController no way to swing over " << patch->GetDest() << '\n');
-            continue;
-        }
-        CutToShorter(sourceLink, target);
-        LinkPatch route;
-        if (mLinkAllocation.Allocate(ToHidPort(patch->GetSource()), sourceLink, ToHidPort(patch->GetDest()), target,
-                                     route) == AllocationFailed) {
-            continue;
-        }
-        mPatcher->ProcessPatchUnpatch(route, true);
+        if (!RouteToSwapTarget(*patch, other)) continue;
         mPatchStore.UpdatePatch(patch->GetDest(), other, Korvo::PatchSuccess);
     }
+    // Destinations of one source share its slots, whichever link feeds them. So a patch that stands as made on the
+    // other link may have had its audio from the one that has gone.
+    patches.clear();
+    mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess, patches);
+    for (const OrbPatchInfo* const patch : patches) {
+        if (!mDevices->IsOwnDevice(patch->GetDest().GetHid())) continue;
+        if (mLinkAllocation.IsListening(ToHidPort(patch->GetSource()), Routing::ORB_PORT,
+                                        ToHidPort(patch->GetDest()))) {
+            continue;
+        }
+        RouteToSwapTarget(*patch, other);
+    }
+}
+
+/// Feeds the slots that the destination has on the internal port from where the source arrives on this link port.
+bool PatchController::RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT port)
+{
+    GigeAndSlots sourceLink = patch.GetLink(port);
+    GigeAndSlots target = patch.GetSwapTarget();
+    AUDIT_STREAM(RouterAudioRoute, "Found a swap target Src " << sourceLink << " Target " << target << '\n');
+    if (!IsUsable(sourceLink) || !IsUsable(target)) {
+        AUDIT_STREAM(Fault, "PatchController no way to swing over " << patch.GetDest() << '\n');
+        return false;
+    }
+    CutToShorter(sourceLink, target);
+    LinkPatch route;
+    if (mLinkAllocation.Allocate(ToHidPort(patch.GetSource()), sourceLink, ToHidPort(patch.GetDest()), target, route) ==
+        AllocationFailed) {
+        return false;
+    }
+    mPatcher->ProcessPatchUnpatch(route, true);
+    return true;
 }
 
 /// Tells the destinations of this device's patches to listen on the port that is left.
@@ -475,8 +501,9 @@ void PatchController::RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port)
 {
     const Hid source = patch.GetSource().GetHid();
     if (mDevices->IsLocalIo(source)) {
-        const bool otherWorks = patch.GetState(OtherLinkPort(port)) == Korvo::PatchSuccess;
-        if (otherWorks && mDevices->IsOwnDevice(patch.GetDest().GetHid())) {
+        // On a link, standing by makes sense only for a route that works over the other one.
+        const bool standsBy = port == Routing::ORB_PORT || patch.GetState(OtherLinkPort(port)) == Korvo::PatchSuccess;
+        if (standsBy && mDevices->IsOwnDevice(patch.GetDest().GetHid())) {
             mPatchStore.UpdatePatch(patch.GetDest(), port, Korvo::PatchReserved,
                                     {port, mDevices->GetInputLinkSlot(source, patch.GetSource().GetIndex())});
         } else {

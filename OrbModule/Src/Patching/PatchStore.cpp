@@ -69,18 +69,24 @@ void PatchStore::UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState stat
         SetLink(*entry.second, port, state, {});
 }
 
-std::optional<Korvo::PatchState> PatchStore::GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const
+const OrbPatchInfo* PatchStore::Find(const IoPort& dest) const
 {
     const auto entry = mPatches.find(dest);
-    if (entry == mPatches.end()) return std::nullopt;
-    return entry->second.info.GetState(port);
+    return entry == mPatches.end() ? nullptr : &entry->second.info;
+}
+
+std::optional<Korvo::PatchState> PatchStore::GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const
+{
+    const OrbPatchInfo* const patch = Find(dest);
+    if (!patch) return std::nullopt;
+    return patch->GetState(port);
 }
 
 std::optional<Routing::GigeAndSlots> PatchStore::GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const
 {
-    const auto entry = mPatches.find(dest);
-    if (entry == mPatches.end()) return std::nullopt;
-    return entry->second.info.GetLink(port);
+    const OrbPatchInfo* const patch = Find(dest);
+    if (!patch) return std::nullopt;
+    return patch->GetLink(port);
 }
 
 void PatchStore::GetBitmapCommands(Hid hid, UINT8GIGEPORT port, BitmapCommands& out) const

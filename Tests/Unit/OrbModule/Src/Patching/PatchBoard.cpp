@@ -1,11 +1,17 @@
 #include "Tests/Unit/OrbModule/Src/Patching/PatchBoard.h"
 
-#include <array>
+#include <algorithm>
 
 namespace {
 
 /// ADMA addresses in the order of the ports.
 constexpr std::array<std::uint32_t, Routing::PORT_COUNT> Addresses{PatchBoard::BulkAddress, 1, 2};
+
+UINT8GIGEPORT ToPortNumber(std::uint32_t address)
+{
+    const auto found = std::find(Addresses.begin(), Addresses.end(), address);
+    return found == Addresses.end() ? UNKNOWN_GIGE_PORT : static_cast<UINT8GIGEPORT>(found - Addresses.begin());
+}
 
 } // namespace
 
@@ -29,10 +35,20 @@ PatchBoard::Feed PatchBoard::GetFeed(UINT8GIGEPORT port, std::uint32_t slot) con
 {
     const auto source = mFpga.Probe(Addresses[port], slot);
     if (!source) return std::nullopt;
-    for (UINT8GIGEPORT from = 0; from < Addresses.size(); ++from) {
-        if (Addresses[from] == source->endpoint) return std::make_pair(from, source->sample);
+    return std::make_pair(ToPortNumber(source->endpoint), source->sample);
+}
+
+PatchBoard::Feeds PatchBoard::GetFeeds() const
+{
+    Feeds feeds;
+    for (const std::uint32_t word : mFpga.GetActiveTable()) {
+        const std::uint32_t source = word >> 12;
+        const UINT8GIGEPORT port = ToPortNumber((word >> 9) & 7);
+        if (source != 0 && port < feeds.size()) {
+            feeds[port][word & 0x1FF] = std::make_pair(ToPortNumber(source >> 9), source & 0x1FF);
+        }
     }
-    return std::make_pair(UNKNOWN_GIGE_PORT, source->sample);
+    return feeds;
 }
 
 bool PatchBoard::WaitUntil(const std::function<bool()>& condition)

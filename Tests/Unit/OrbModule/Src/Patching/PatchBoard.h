@@ -7,6 +7,7 @@
 
 #include <boost/asio/io_service.hpp>
 
+#include <array>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -33,6 +34,9 @@ public:
     Patcher& GetPatcher() { return *mPatcher; }
     /// What feeds a slot in the active table.
     Feed GetFeed(UINT8GIGEPORT port, std::uint32_t slot) const;
+    using Feeds = std::array<std::array<Feed, Routing::SLOTS_PER_PORT>, Routing::PORT_COUNT>;
+    /// What feeds each slot of each port, of one and the same table.
+    Feeds GetFeeds() const;
     /// Serves interrupts until the condition holds; false if it does not within five seconds.
     bool WaitUntil(const std::function<bool()>& condition);
     void ServeInterrupts() { mFsi->DispatchInterrupts(); }

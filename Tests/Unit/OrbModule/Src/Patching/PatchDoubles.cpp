@@ -39,8 +39,8 @@ std::string Text(const DeskCommand& command)
     std::ostringstream out;
     if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
         out << (patch->GetMake() ? "make " : "break ") << Text(patch->GetSource().GetPort()) << " at "
-            << Text(patch->GetSource().GetLink(), patch->GetSource().GetSlots()) << " to " << Text(patch->GetDest()) << " orig "
-            << Text(patch->GetOrig()) << (patch->GetUseMe() ? " use-me" : "");
+            << Text(patch->GetSource().GetLink(), patch->GetSource().GetSlots()) << " to " << Text(patch->GetDest())
+            << " orig " << Text(patch->GetOrig()) << (patch->GetUseMe() ? " use-me" : "");
     } else if (const auto* done = dynamic_cast<const PatchSucessfulCmd*>(&command)) {
         out << "success " << Text(done->GetDest());
     } else if (const auto* failed = dynamic_cast<const AudioPatchFailedCmd*>(&command)) {

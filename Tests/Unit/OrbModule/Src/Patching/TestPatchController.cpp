@@ -258,6 +258,39 @@ TEST_F(PatchControllerTest, TheLossOfALinkSwingsThePreparedRouteOver)
     EXPECT_EQ(SlotsInUse(), 0u);
 }
 
+TEST_F(PatchControllerTest, ADestinationThatSharesSlotsOutlivesTheLinkThatFedThem)
+{
+    Patch(PatchSource(In(Box), 0, {}), Out(Desk));
+    Change(Box, 1, false);
+    Change(Box, 1, true);
+    // The slot is fed over link 2, but for the second destination link 1 counts as the working one.
+    Patch(PatchSource(In(Box), 0, {}), Out(Desk, 3));
+    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Reserved));
+    Take();
+    Change(Box, 2, false);
+    EXPECT_THAT(Take(), ElementsAre("drop 0[0]", "route 1[40] to 0[0]", "route 1[40] to 0[0]",
+                                    "send 255 slave 192.1.5.0: bitmap c0010005 2pri 3pri"));
+    Patch(PatchSource(In(Box), 0, {}), Out(Desk), false);
+    EXPECT_THAT(Take(), ElementsAre("send 0: break c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me"))
+        << "the other destination still listens";
+}
+
+TEST_F(PatchControllerTest, ADestinationThatJoinsWhileTheOtherLinkWasOnlyAskedIsToldItsSlots)
+{
+    Patch(PatchSource(In(Far), 0, {20}), Out(Desk), true, 1);
+    mDevices.devices[Far].remote = {UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT};
+    Patch(PatchSource(In(Far), 0, {}), Out(Desk, 3));
+    Change(Far, 1, true);
+    Change(Far, 2, true);
+    EXPECT_EQ(States(Out(Desk, 3)), States_(Sent, Sent));
+    Take();
+    Patch(PatchSource(In(Far), 0, {20}), Out(Desk, 3), true, 1);
+    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/3 orig c0030001/1 use-me"));
+    Patch(PatchSource(In(Far), 0, {30}), Out(Desk, 3), true, 2);
+    EXPECT_THAT(Take(), IsEmpty());
+    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Reserved));
+}
+
 TEST_F(PatchControllerTest, WithARouterNoPortsAreFlipped)
 {
     mController.OnNetworkConnectionChanged(true);

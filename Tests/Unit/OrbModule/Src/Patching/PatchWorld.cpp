@@ -1,0 +1,634 @@
+#include "Tests/Unit/OrbModule/Src/Patching/PatchWorld.h"
+
+#include "Audit/Audit.h"
+#include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
+#include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
+#include "Common/KLV/Commands/IoInfo.h"
+#include "Common/KLV/Commands/IoInfoCard.h"
+#include "Common/KLV/Commands/IoInfoDevReq.h"
+#include "Common/KLV/Commands/IoInfoReq.h"
+#include "Common/KLV/Commands/OstrelPingCmd.h"
+#include "Common/KLV/Commands/PatchSucessfulCmd.h"
+#include "Common/KLV/Commands/RemoteIoUpdate.h"
+#include "Common/KLV/Commands/RemoteRouterUpdate.h"
+#include "Common/KLV/Commands/RouterInfo.h"
+#include "Common/KLV/Commands/RouterInfoReq.h"
+#include "Common/KLV/Commands/RouterPatchAudio.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace {
+
+constexpr Hid Own = 0xC0014000;
+constexpr Hid Desk = 0xC0010005;
+constexpr Hid Box = 0xC0020001;
+constexpr Hid HubNode = 0xC0058000;
+constexpr Hid FarNode = 0xC0038000;
+constexpr Hid FarBoxes[] = {0xC0030001, 0xC0030002, 0xC0030003};
+constexpr std::uint32_t UnsabotagedBreaks = 40;
+
+HidPort ToHidPort(const IoPort& port)
+{
+    return {port.GetHid(), port.GetIndex()};
+}
+
+bool IsOwn(const IoPort& port)
+{
+    return GetRackId(port.GetHid()) == GetRackId(Own);
+}
+
+std::string Text(const IoPort& port)
+{
+    std::ostringstream out;
+    out << port.GetHid() << '/' << port.GetIndex();
+    return out.str();
+}
+
+template <class Type>
+std::shared_ptr<const Type> Share(const Type& command)
+{
+    return std::make_shared<const Type>(command);
+}
+
+} // namespace
+
+/// Passes on to the real patcher, but loses what ends a route from some point on.
+class PatchWorld::Saboteur : public iPatcher
+{
+public:
+    Saboteur(iPatcher& patcher, bool active) : mPatcher(patcher), mActive(active) {}
+
+    void ProcessPatchUnpatch(const LinkPatch& patch, bool make) override
+    {
+        if (mActive && !make && ++mUnpatches >= UnsabotagedBreaks) return;
+        mPatcher.ProcessPatchUnpatch(patch, make);
+    }
+    void ProcessUnpatches(const std::vector<LinkPatch>& patches) override { mPatcher.ProcessUnpatches(patches); }
+    void RemoveAllPatches() override { mPatcher.RemoveAllPatches(); }
+
+private:
+    iPatcher& mPatcher;
+    bool mActive;
+    std::uint32_t mUnpatches = 0;
+};
+
+PatchWorld::PatchWorld(std::uint32_t seed, Sabotage sabotage)
+    : mRandom(seed),
+      mSaboteur(std::make_unique<Saboteur>(mBoard.GetPatcher(), sabotage == Sabotage::StaleRoute)),
+      mSabotage(sabotage)
+{
+    const DeviceManager::Delays atOnce{std::chrono::milliseconds{0}, std::chrono::milliseconds{0}};
+    mDevices = std::make_unique<DeviceManager>(
+        mService, *this, [](const std::string&, const std::string&) { return 0; }, atOnce, DeviceManager::Limits());
+    mController = std::make_unique<PatchController>(mService, *mDevices, *this, *mSaboteur);
+    mDevices->LocalHidChanged.connect([this](Hid hid) { mController->OnLocalHidChanged(hid); });
+    mDevices->NetworkConnectionChanged.connect([this](bool on) { mController->OnNetworkConnectionChanged(on); });
+    mDevices->DeviceChange.connect([this](Hid hid, UINT8GIGEPORT port, bool online, StreamType type) {
+        mController->OnDeviceChange(hid, port, online, type);
+    });
+    Settle();
+}
+
+PatchWorld::~PatchWorld()
+{
+    Recover();
+}
+
+void PatchWorld::Settle()
+{
+    // Timers that are due at once may be behind the handlers that run now.
+    for (unsigned idle = 0; idle < 2;) {
+        mService.restart();
+        idle = mService.poll() == 0 ? idle + 1 : 0;
+    }
+}
+
+void PatchWorld::Note(const std::string& event)
+{
+    AUDIT_STREAM(RouterAudioRoute, "---- " << event << '\n');
+    mTrail.push_back(event);
+    if (mTrail.size() > 25) mTrail.pop_front();
+}
+
+std::string PatchWorld::GetTrail() const
+{
+    std::string text;
+    for (const std::string& event : mTrail)
+        text += "\n  " + event;
+    return text;
+}
+
+// Events
+
+void PatchWorld::Step()
+{
+    const std::uint32_t dice = Dice(100);
+    const auto port = static_cast<UINT8GIGEPORT>(1 + Dice(2));
+    if (dice < 40) {
+        MakePatch();
+    } else if (dice < 60) {
+        BreakPatch();
+    } else if (dice < 78) {
+        if (mNeighbour == Neighbour::None) {
+            ChangeNeighbour();
+        } else if (mCables[port]) {
+            PullCable(port);
+        } else {
+            PlugCable(port);
+        }
+    } else if (dice < 82) {
+        ChangeNeighbour();
+    } else if (dice < 86) {
+        Flood();
+    } else if (dice < 92) {
+        SendNonsense();
+    } else if (dice < 95) {
+        DisturbSync();
+    } else if (dice < 97) {
+        Note("answers are withheld");
+        mWithhold = true;
+    } else {
+        Recover();
+    }
+    Settle();
+}
+
+void PatchWorld::PlugCable(UINT8GIGEPORT port)
+{
+    Note("plug " + PortText(port));
+    const Hid hid = mNeighbour == Neighbour::Box ? Box : HubNode;
+    const K2Heartbeat::LinkType type = mNeighbour == Neighbour::Box   ? K2Heartbeat::K2_FIXED_FORMAT_TYPE
+                                       : mNeighbour == Neighbour::Hub ? K2Heartbeat::K2_HUB_TYPE
+                                                                      : K2Heartbeat::K2_ROUTER_TYPE;
+    mCables[port] = true;
+    mDevices->OnDeviceChanged(ToLinkIndex(port), 0x0A000001u + port, static_cast<UINT8GIGEPORT>(port + 4),
+                              0x0A0000F0u + port, hid, type);
+    if (mNeighbour != Neighbour::Router) return;
+    mService.post([this, port] { mDevices->OnKLVStreamChanged(port, StreamType::LOCAL_LINK, 0, true); });
+    Settle();
+    // A router that comes sends what it wants over this link.
+    for (const Wish& wish : mWishes)
+        OrderFromRouter(wish, true, port);
+}
+
+void PatchWorld::PullCable(UINT8GIGEPORT port)
+{
+    Note("pull " + PortText(port));
+    mCables[port] = false;
+    // What the neighbour had not said yet stays unsaid.
+    mWithheld.erase(std::remove_if(mWithheld.begin(), mWithheld.end(),
+                                   [port](const Withheld& entry) { return entry.port == port; }),
+                    mWithheld.end());
+    mDevices->OnDeviceChanged(ToLinkIndex(port), 0, UNKNOWN_GIGE_PORT, 0, INVALID_HID, K2Heartbeat::K2_NO_TYPE);
+}
+
+void PatchWorld::ChangeNeighbour()
+{
+    Recover();
+    Settle();
+    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        if (mCables[port]) PullCable(port);
+        Settle();
+    }
+    const auto next = static_cast<Neighbour>(Dice(4));
+    if (next == Neighbour::Router || mNeighbour == Neighbour::Router) {
+        // What one of them wanted is nothing to the other.
+        for (const Wish& wish : mWishes)
+            OrderFromOrb(wish, false, 0);
+        mWishes.clear();
+    }
+    mNeighbour = next;
+    Note("neighbour " + std::to_string(static_cast<int>(next)));
+    if (next != Neighbour::None) PlugCable(static_cast<UINT8GIGEPORT>(1 + Dice(2)));
+}
+
+IoPort PatchWorld::RandomSource(bool own)
+{
+    if (own) return IoPort(Desk, 1, Dice(8));
+    if (mNeighbour == Neighbour::Box) return IoPort(Box, 1, Dice(16));
+    return IoPort(FarBoxes[Dice(3)], 1, Dice(4));
+}
+
+IoPort PatchWorld::RandomDest(bool own)
+{
+    if (own) return IoPort(Desk, 2, Dice(24));
+    if (mNeighbour == Neighbour::Box) return IoPort(Box, 2, Dice(16));
+    return IoPort(FarBoxes[Dice(3)], 2, Dice(12));
+}
+
+void PatchWorld::MakePatch()
+{
+    // Own to own does not pass this module, and far to far does not either.
+    const bool ownSource = Dice(2) == 0;
+    const bool ownDest = mNeighbour == Neighbour::Box && !ownSource ? Dice(3) != 0 : !ownSource;
+    const Wish wish{RandomSource(ownSource), RandomDest(ownDest)};
+    const auto old = std::find_if(mWishes.begin(), mWishes.end(), [&](const Wish& w) { return w.dest == wish.dest; });
+    if (old != mWishes.end()) {
+        if (old->source != wish.source) Order(*old, false);
+        mWishes.erase(old);
+    }
+    mWishes.push_back(wish);
+    Order(wish, true);
+}
+
+void PatchWorld::BreakPatch()
+{
+    if (mWishes.empty()) return;
+    const auto wish = mWishes.begin() + Dice(static_cast<std::uint32_t>(mWishes.size()));
+    const Wish ended = *wish;
+    mWishes.erase(wish);
+    Order(ended, false);
+}
+
+void PatchWorld::Flood()
+{
+    Note("flood");
+    for (std::uint32_t i = 0; i < 60; ++i) {
+        if (Dice(3) == 0) {
+            BreakPatch();
+        } else {
+            MakePatch();
+        }
+    }
+}
+
+void PatchWorld::SendNonsense()
+{
+    Note("nonsense");
+    const IoPort nobody(Hid(0xC0770000 + Dice(4096)), 1, Dice(4096));
+    const Slots slots = Dice(2) == 0 ? Slots{600 + Dice(1000000)} : Slots(Dice(2000), Dice(700));
+    const auto port = static_cast<UINT8GIGEPORT>(Dice(3));
+    Deliver(RouterPatchAudio(PatchSource(nobody, static_cast<std::uint8_t>(Dice(256)), slots), nobody, nobody,
+                             Dice(2) == 0, false),
+            port);
+    mController->ReceivedPatchSucessfulCmd(Share(PatchSucessfulCmd(nobody)), port, StreamType::LOCAL_LINK);
+    mController->ReceivedPingCmd(Share(OstrelPingCmd("ORBMODULE", 0, 0)), port, StreamType::LOCAL_LINK);
+    mController->OnDeviceChange(nobody.GetHid(), port, Dice(2) == 0, StreamType::LOCAL_LINK);
+}
+
+void PatchWorld::DisturbSync()
+{
+    switch (Dice(3)) {
+    case 0:
+        Note("syncs are held");
+        mHeld = true;
+        mBoard.GetFpga().SetHold(true);
+        break;
+    case 1:
+        Note("syncs are late");
+        mBoard.GetFpga().SetSyncTime(std::chrono::microseconds(Dice(1500)));
+        break;
+    default:
+        if (mHeld || mLost) break;
+        Note("the end of a sync is lost");
+        mLost = true;
+        mBoard.GetFpga().LoseEndOfSync(1);
+    }
+}
+
+void PatchWorld::Recover()
+{
+    Note("recover");
+    mHeld = false;
+    mBoard.GetFpga().SetHold(false);
+    mBoard.GetFpga().SetSyncTime(std::chrono::microseconds(0));
+    if (mLost) {
+        mLost = false;
+        mBoard.GetFpga().LoseEndOfSync(0);
+        mBoard.GetFpga().RaiseEvent("0003", 0);
+    }
+    mWithhold = false;
+    for (Withheld& entry : std::exchange(mWithheld, {}))
+        mService.post(std::move(entry.answer));
+}
+
+// What the surroundings say
+
+PatchWorld::Slots PatchWorld::SlotsOf(const IoPort& source, UINT8GIGEPORT port) const
+{
+    if (source.GetHid() == Box) return {source.GetIndex()};
+    std::uint32_t first = 100 + 2 * source.GetIndex();
+    if (!IsOwn(source)) first = 200 + 100u * port + 8 * (source.GetHid() & 0xF) + 2 * source.GetIndex();
+    return source.GetIndex() % 2 == 0 ? Slots{first} : Slots{first, first + 1};
+}
+
+void PatchWorld::Order(const Wish& wish, bool make)
+{
+    Note(std::string(make ? "make " : "break ") + Text(wish.source) + " to " + Text(wish.dest));
+    if (mNeighbour != Neighbour::Router) {
+        OrderFromOrb(wish, make, 0);
+        return;
+    }
+    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        if (mCables[port]) OrderFromRouter(wish, make, port);
+    }
+}
+
+void PatchWorld::OrderFromOrb(const Wish& wish, bool make, UINT8GIGEPORT link)
+{
+    IoPort orig = wish.source;
+    if (!make && mSabotage == Sabotage::SlotLeak && ++mBreaks >= UnsabotagedBreaks) orig = IoPort(Box, 1, 4000);
+    const Slots slots = IsOwn(wish.source) ? SlotsOf(wish.source, 0) : Slots{};
+    Deliver(RouterPatchAudio(PatchSource(wish.source, link, slots), wish.dest, orig, make, false), 0);
+}
+
+void PatchWorld::OrderFromRouter(const Wish& wish, bool make, UINT8GIGEPORT port)
+{
+    const Slots slots = IsOwn(wish.source) ? Slots{} : SlotsOf(wish.source, port);
+    Deliver(RouterPatchAudio(PatchSource(wish.source, 0, slots), wish.dest, wish.source, make, false), port);
+}
+
+bool PatchWorld::IsWanted(const IoPort& source, const IoPort& dest) const
+{
+    return std::any_of(mWishes.begin(), mWishes.end(),
+                       [&](const Wish& wish) { return wish.source == source && wish.dest == dest; });
+}
+
+void PatchWorld::Deliver(const RouterPatchAudio& command, UINT8GIGEPORT port)
+{
+    mService.post([this, shared = Share(command), port] {
+        mController->ReceivedRouterPatchAudioCmd(shared, port, StreamType::LOCAL_LINK);
+    });
+}
+
+void PatchWorld::Answer(UINT8GIGEPORT port, std::function<void()> answer)
+{
+    if (mWithhold) {
+        mWithheld.push_back({port, std::move(answer)});
+    } else {
+        mService.post(std::move(answer));
+    }
+}
+
+void PatchWorld::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort)
+{
+    const StreamType type = tcpPort == 49190   ? StreamType::UPDATE_LINK
+                            : tcpPort == 55100 ? StreamType::SLAVE_LINK
+                                               : StreamType::LOCAL_LINK;
+    mService.post([=] { mDevices->OnKLVStreamChanged(port, type, address, true); });
+}
+
+void PatchWorld::Disconnect(UINT8GIGEPORT port)
+{
+    mService.post([=] { mDevices->OnKLVStreamChanged(port, StreamType::LOCAL_LINK, 0, false); });
+}
+
+bool PatchWorld::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+{
+    if (const auto* check = dynamic_cast<const DevicesToCheckAndUpdateCmd*>(&command)) {
+        for (const auto& device : check->GetDevices()) {
+            mService.post([this, result = Share(DeviceCheckResultsCmd(device.GetAddress(), 0))] {
+                mDevices->OnDeviceCheckResults(result, 0, StreamType::UPDATE_LINK);
+            });
+        }
+    } else if (type == StreamType::SLAVE_LINK) {
+        OnNodeReceives((address & 0xFFFF) == 0x500 ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT, command);
+    } else if (port == Routing::ORB_PORT) {
+        OnOrbReceives(command);
+    } else if (port < mCables.size() && mCables[port]) {
+        OnNeighbourReceives(port, command);
+    }
+    return true;
+}
+
+void PatchWorld::OnOrbReceives(const DeskCommand& command)
+{
+    const auto type = StreamType::LOCAL_LINK;
+    if (dynamic_cast<const RouterInfoReq*>(&command)) {
+        mService.post(
+            [=] { mDevices->ProcessIOCmd(Share(RouterInfo(Own, RemoteDeviceType::Orb, 512, 512, 0)), 0, type); });
+    } else if (dynamic_cast<const IoInfoReq*>(&command)) {
+        mService.post([=] {
+            mDevices->OnRemoteIoUpdate(Share(RemoteIoUpdate(RemoteDeviceType::Modular, Desk, UNIT_MASTER_CONTROL, Own)),
+                                       0, type);
+            mDevices->ProcessIOCmd(Share(IoInfoCard(Desk, 0xFF, "", {}, {}, {})), 0, type);
+        });
+    } else if (const auto* update = dynamic_cast<const RemoteIoUpdate*>(&command)) {
+        // A device is there: the router of the desk sends its patches again.
+        if (update->GetAddress() == 0 || mNeighbour == Neighbour::Router) return;
+        for (const Wish& wish : mWishes) {
+            if (wish.source.GetHid() == update->GetHid() || wish.dest.GetHid() == update->GetHid()) {
+                OrderFromOrb(wish, true, 0);
+            }
+        }
+    } else if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
+        OnOrbReceivesPatch(*patch);
+    }
+}
+
+/// A source of the desk is wanted: it tells its slots, for the link that it was told.
+void PatchWorld::OnOrbReceivesPatch(const RouterPatchAudio& command)
+{
+    if (command.GetUseMe()) {
+        if (command.GetMake()) {
+            mToldSlots[command.GetDest()] = command.GetSource().GetSlots();
+        } else {
+            mToldSlots.erase(command.GetDest());
+        }
+        return;
+    }
+    if (!IsOwn(command.GetSource().GetPort())) return;
+    if (command.GetMake() != IsWanted(command.GetSource().GetPort(), command.GetDest())) return;
+    OrderFromOrb({command.GetSource().GetPort(), command.GetDest()}, command.GetMake(), command.GetSource().GetLink());
+}
+
+void PatchWorld::OnNeighbourReceives(UINT8GIGEPORT port, const DeskCommand& command)
+{
+    const auto type = StreamType::LOCAL_LINK;
+    if (mNeighbour == Neighbour::Box && dynamic_cast<const IoInfoReq*>(&command)) {
+        Answer(port, [=] { mDevices->ProcessIOCmd(Share(IoInfo(Box, 1, {"QV1320", "", "", "", ""})), port, type); });
+    } else if (mNeighbour != Neighbour::Box && dynamic_cast<const RouterInfoReq*>(&command)) {
+        const auto kind = mNeighbour == Neighbour::Hub ? RemoteDeviceType::Hub : RemoteDeviceType::Router;
+        // Never withheld: a link that has not described itself yet does not count when the other one is lost.
+        mService.post([=] {
+            mDevices->ProcessIOCmd(Share(RouterInfo(HubNode, kind, 512, 512, 0)), port, type);
+            DescribeFarDevices(port);
+        });
+    } else if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
+        if (!patch->GetMake() || mNeighbour != Neighbour::Router) return;
+        Answer(port, [=, done = Share(PatchSucessfulCmd(patch->GetDest()))] {
+            mController->ReceivedPatchSucessfulCmd(done, port, type);
+        });
+    }
+}
+
+void PatchWorld::DescribeFarDevices(UINT8GIGEPORT port)
+{
+    const auto type = StreamType::LOCAL_LINK;
+    mDevices->OnRemoteRouterUpdate(Share(RemoteRouterUpdate(RemoteDeviceType::Orb, FarNode, 0x0B000001, HubNode)), port,
+                                   type);
+    for (const Hid hid : FarBoxes) {
+        mDevices->OnRemoteIoUpdate(Share(RemoteIoUpdate(RemoteDeviceType::FixedFormat, hid, 0x0B000002, FarNode)), port,
+                                   type);
+    }
+    if (mNeighbour != Neighbour::Router) return;
+    mService.post([=] {
+        for (const Wish& wish : mWishes)
+            OrderFromRouter(wish, true, port);
+    });
+}
+
+/// The far node describes its boxes and sends the audio that it is asked for.
+void PatchWorld::OnNodeReceives(UINT8GIGEPORT port, const DeskCommand& command)
+{
+    if (!mCables[port]) return;
+    if (const auto* request = dynamic_cast<const IoInfoDevReq*>(&command)) {
+        Answer(port, [=, hid = request->GetHid()] {
+            mDevices->ProcessIOCmd(Share(IoInfo(hid, 1, {"QV1320", "", "", "", ""})), port, StreamType::SLAVE_LINK);
+        });
+    } else if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
+        const IoPort source = patch->GetSource().GetPort();
+        Answer(port, [=, dest = patch->GetDest(), make = patch->GetMake()] {
+            // A node that is late has heard by then what became of the patch.
+            if (make != IsWanted(source, dest)) return;
+            Deliver(RouterPatchAudio(PatchSource(source, 0, SlotsOf(source, port)), dest, source, make, false), port);
+        });
+    }
+}
+
+// What is right
+
+std::string PatchWorld::Check()
+{
+    if (mHeld || mLost) {
+        mBoard.ServeInterrupts();
+    } else if (!mBoard.WaitUntil([this] { return CheckTable().empty(); })) {
+        return CheckTable();
+    }
+    std::string wrong = CheckSlots();
+    if (wrong.empty()) wrong = CheckStates();
+    if (wrong.empty() && !IsDisturbed()) wrong = CheckWishes();
+    return wrong;
+}
+
+/// The active table says what the slots say, and nothing else.
+std::string PatchWorld::CheckTable() const
+{
+    const LinkAllocation& slots = mController->GetLinkAllocation();
+    std::array<std::array<PatchBoard::Feed, Routing::SLOTS_PER_PORT>, Routing::PORT_COUNT> feeds = mBoard.GetFeeds();
+    for (UINT8GIGEPORT port = 0; port < Routing::PORT_COUNT; ++port) {
+        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
+            const LinkSlot& slot = slots.GetSlot(port, number);
+            PatchBoard::Feed expected;
+            if (slot.IsInUse()) expected = std::make_pair(slot.GetSourceLink().port, slot.GetSourceSlot());
+            if (feeds[port][number] == expected) continue;
+            const auto text = [](const PatchBoard::Feed& feed) {
+                return feed ? std::to_string(feed->first) + '/' + std::to_string(feed->second) : "silence";
+            };
+            return "slot " + std::to_string(port) + '/' + std::to_string(number) + " is fed by " +
+                   text(feeds[port][number]) + " and not by " + text(expected);
+        }
+    }
+    return {};
+}
+
+/// Whether an end of a patch can be reached over a port.
+bool PatchWorld::HasEnd(const HidPort& port, UINT8GIGEPORT link)
+{
+    if (link == Routing::ORB_PORT) return GetRackId(port.hid) == GetRackId(Own);
+    return mDevices->IsDeviceOnline(port.hid, link);
+}
+
+/// A slot in use has a source and destinations that are there, and a patch that somebody wants.
+std::string PatchWorld::CheckSlots()
+{
+    const LinkAllocation& slots = mController->GetLinkAllocation();
+    for (UINT8GIGEPORT port = 0; port < Routing::PORT_COUNT; ++port) {
+        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
+            const LinkSlot& slot = slots.GetSlot(port, number);
+            const std::string name = "slot " + std::to_string(port) + '/' + std::to_string(number);
+            if (!slot.IsInUse()) continue;
+            if (!HasEnd(slot.mSource, slot.GetSourceLink().port)) return name + " has a source that is gone";
+            for (const HidPort& dest : slot.mDests) {
+                if (!HasEnd(dest, port)) return name + " has a destination that is gone";
+                const bool wanted = std::any_of(mWishes.begin(), mWishes.end(), [&](const Wish& wish) {
+                    return ToHidPort(wish.source) == slot.mSource && ToHidPort(wish.dest) == dest;
+                });
+                if (!wanted && !IsDisturbed()) return name + " has a patch that nobody wants";
+            }
+        }
+    }
+    return {};
+}
+
+/// What is wanted and can be reached is heard.
+std::string PatchWorld::CheckWishes()
+{
+    for (const Wish& wish : mWishes) {
+        if (!IsCarried(wish)) return "no audio from " + Text(wish.source) + " to " + Text(wish.dest);
+    }
+    return {};
+}
+
+bool PatchWorld::IsCarried(const Wish& wish)
+{
+    const HidPort source = ToHidPort(wish.source);
+    const HidPort dest = ToHidPort(wish.dest);
+    // To the desk one slot of the internal port per slot of the source, over either link; to a link every slot of it.
+    bool reachable = false;
+    for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        const bool hasSource = IsOwn(wish.source) || mDevices->IsDeviceOnline(source.hid, link);
+        const bool hasDest = IsOwn(wish.dest) || mDevices->IsDeviceOnline(dest.hid, link);
+        if (!hasSource || !hasDest) continue;
+        reachable = true;
+        const UINT8GIGEPORT from = IsOwn(wish.source) ? UINT8GIGEPORT{Routing::ORB_PORT} : link;
+        const UINT8GIGEPORT to = IsOwn(wish.dest) ? UINT8GIGEPORT{Routing::ORB_PORT} : link;
+        std::size_t heard = 0;
+        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
+            const LinkSlot& slot = mController->GetLinkAllocation().GetSlot(to, number);
+            if (slot.mSource != source || slot.mDests.count(dest) == 0) continue;
+            const Slots& told = mToldSlots[wish.dest];
+            if (to == Routing::ORB_PORT && std::count(told.begin(), told.end(), number) == 0) continue;
+            const Slots slots = SlotsOf(wish.source, from);
+            const auto feed = mBoard.GetFeed(to, number);
+            heard += feed && feed->first == from && std::count(slots.begin(), slots.end(), feed->second) != 0;
+        }
+        const std::size_t needed = wish.dest.GetHid() == Box ? 1 : SlotsOf(wish.source, from).size();
+        if (heard == needed) {
+            if (to == Routing::ORB_PORT) return true;
+        } else if (to != Routing::ORB_PORT) {
+            return false;
+        }
+    }
+    return !reachable || !IsOwn(wish.dest);
+}
+
+/// The states of a patch on the two links are ones that its life can reach.
+std::string PatchWorld::CheckStates()
+{
+    const PatchStore& store = mController->GetPatchStore();
+    for (const Wish& wish : mWishes) {
+        const auto primary = store.GetPatchState(wish.dest, 1);
+        const auto secondary = store.GetPatchState(wish.dest, 2);
+        if (!primary) continue;
+        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+            const Korvo::PatchState state = port == Routing::PRIMARY_PORT ? *primary : *secondary;
+            const Korvo::PatchState other = port == Routing::PRIMARY_PORT ? *secondary : *primary;
+            const std::string name = Text(wish.dest) + " on " + PortText(port);
+            if (state == Korvo::PatchAwaitingReply || state == Korvo::PatchRetrySent) return name + " awaits a reply";
+            if (state == Korvo::PatchReserved && other != Korvo::PatchSuccess) return name + " stands by for nothing";
+            if (state == Korvo::PatchReserved && !IsOwn(wish.dest)) return name + " is reserved away from the desk";
+            if (state == Korvo::PatchNotSent && store.GetPatchLink(wish.dest, port) != Routing::GigeAndSlots{}) {
+                return name + " has a link without a patch";
+            }
+        }
+    }
+    return {};
+}
+
+std::string PatchWorld::CheckEnd()
+{
+    Recover();
+    Settle();
+    while (!mWishes.empty()) {
+        BreakPatch();
+        Settle();
+    }
+    std::string wrong = Check();
+    std::uint32_t slots = 0;
+    std::uint32_t dests = 0;
+    mController->GetLinkAllocation().GetCounts(slots, dests);
+    if (wrong.empty() && slots + dests != 0) wrong = std::to_string(slots) + " slots were not given back";
+    return wrong;
+}
