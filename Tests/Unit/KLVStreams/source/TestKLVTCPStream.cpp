@@ -1,0 +1,178 @@
+#include "Tests/Unit/KLVStreams/source/StreamFixture.h"
+
+#include <random>
+#include <thread>
+
+using KLVTCPStreamTest = StreamTest;
+
+namespace {
+
+constexpr std::uint32_t Key = 0x28000347;
+
+std::string Bytes(std::size_t size, unsigned seed = 1)
+{
+    std::minstd_rand random(seed);
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}
+
+} // namespace
+
+TEST_F(KLVTCPStreamTest, AnItemSplitAtAnyByteIsDeliveredOnceWithItsLastByte)
+{
+    KeepingStream& stream = Accept();
+    const std::string item = Item(Key, "value of the item");
+    std::size_t delivered = 0;
+    for (std::size_t split = 1; split < item.size(); ++split) {
+        const std::uint64_t before = stream.GetBytesReceived();
+        mPeer.Send(item.substr(0, split));
+        ASSERT_TRUE(PassUntil([&] { return stream.GetBytesReceived() == before + split; }));
+        EXPECT_EQ(stream.mItems.size(), delivered) << split;
+        mPeer.Send(item.substr(split));
+        ASSERT_TRUE(PassUntil([&] { return stream.GetBytesReceived() == before + item.size(); }));
+        ASSERT_EQ(stream.mItems.size(), ++delivered) << split;
+        EXPECT_EQ(stream.mItems.back().value, "value of the item");
+    }
+    const std::uint64_t before = stream.GetBytesReceived();
+    for (std::size_t i = 0; i < item.size(); ++i) {
+        mPeer.Send(item.substr(i, 1));
+        ASSERT_TRUE(PassUntil([&] { return stream.GetBytesReceived() == before + i + 1; }));
+    }
+    EXPECT_EQ(stream.mItems.size(), delivered + 1) << "byte by byte";
+}
+
+TEST_F(KLVTCPStreamTest, HundredsOfItemsInOneSegmentAreDeliveredInOneRead)
+{
+    KeepingStream& stream = Accept();
+    std::string segment;
+    for (int i = 0; i < 700; ++i)
+        segment += Item(Key + static_cast<std::uint32_t>(i), std::to_string(i));
+    mPeer.Send(segment);
+    ASSERT_TRUE(WaitForItems(700));
+    EXPECT_EQ(stream.mReads, 1);
+    EXPECT_EQ(stream.mItemsDone, 700);
+    for (std::uint32_t i = 0; i < 700; ++i) {
+        EXPECT_EQ(stream.mItems[i].key, Key + i);
+        EXPECT_EQ(stream.mItems[i].value, std::to_string(i));
+    }
+}
+
+TEST_F(KLVTCPStreamTest, TheLengthDecidesBetweenTheRingAndTheOverflowStore)
+{
+    KeepingStream& stream = Accept();
+    // Three rounds, so that items lie across the end of the ring and the store is used again.
+    std::string bytes;
+    const std::size_t sizes[] = {0, 1, 241648, 241649, 5, 1000000, 0};
+    for (unsigned round = 0; round < 3; ++round) {
+        for (const std::size_t size : sizes)
+            bytes += Item(Key, Bytes(size, round + 1));
+    }
+    std::thread sender([&] { mPeer.Send(bytes); });
+    const bool done = WaitForItems(21);
+    sender.join();
+    ASSERT_TRUE(done);
+    for (unsigned round = 0; round < 3; ++round) {
+        for (std::size_t i = 0; i < 7; ++i) {
+            const Received& item = stream.mItems[round * 7 + i];
+            EXPECT_TRUE(item.value == Bytes(sizes[i], round + 1)) << sizes[i];
+            EXPECT_EQ(item.overflow, sizes[i] > 241648) << sizes[i];
+        }
+    }
+}
+
+TEST_F(KLVTCPStreamTest, ItemsOfOtherKeyTypesAreSkippedWholeAndCounted)
+{
+    KeepingStream& stream = Accept();
+    mPeer.Send(Item(Key, "first") + Item(0x08000001, "an event") + Item(Key, "second"));
+    ASSERT_TRUE(WaitForItems(2));
+    EXPECT_EQ(stream.mItems[1].value, "second");
+    EXPECT_EQ(mLog.Count("KLVTCPStream::OnRead() (Length <= 262144): Could not process key type 0x1\n"), 1u);
+    EXPECT_EQ(mLog.Count("Skipping 16 bytes of data\n"), 1u);
+    EXPECT_EQ(stream.mItemsDone, 3);
+
+    const std::string large = Item(0x48000000, std::string(300000, 'x'));
+    std::thread sender([&] { mPeer.Send(large + Item(Key, "third")); });
+    const bool done = WaitForItems(3);
+    sender.join();
+    ASSERT_TRUE(done);
+    EXPECT_EQ(stream.mItems[2].value, "third");
+    EXPECT_EQ(mLog.Count("KLVTCPStream::OnRead() (Length > 262144): Could not process key type 0x9\n"), 1u);
+    EXPECT_EQ(mLog.Count("Skipping 300008 bytes of data\n"), 1u);
+}
+
+TEST_F(KLVTCPStreamTest, WhatAReaderLeavesIsSkippedAndTheNextItemParses)
+{
+    KeepingStream& stream = Accept();
+    stream.mLeave = 3;
+    for (const std::size_t size : {std::size_t{20}, std::size_t{300000}}) {
+        stream.mItems.clear();
+        const std::string bytes = Item(Key, std::string(size, 'x')) + Item(Key, "abcdef");
+        std::thread sender([&] { mPeer.Send(bytes); });
+        const bool done = WaitForItems(2);
+        sender.join();
+        ASSERT_TRUE(done);
+        EXPECT_EQ(stream.mItems[1].value, "abc") << size;
+    }
+    EXPECT_EQ(mLog.Count("Skipping 3 bytes of data\n"), 4u);
+}
+
+TEST_F(KLVTCPStreamTest, AHeaderThatPromisesTooMuchClosesTheStream)
+{
+    // 16 MiB and one byte, and 4 GiB less one byte.
+    for (const std::string& length : {std::string("\x01\x00\x00\x01", 4), std::string("\xFF\xFF\xFF\xFF", 4)}) {
+        KeepingStream& stream = Accept();
+        mPeer.Send(Item(Key, "good") + Item(Key, "").substr(0, 4) + length + Item(Key, "never read"));
+        ASSERT_TRUE(PassUntil([&] { return !stream.sStream; }));
+        EXPECT_TRUE(mPeer.WaitForEnd());
+    }
+    EXPECT_EQ(mLog.Count("KLVTCPStream from 127.0.0.1 closed: an item of 16777217 bytes is announced\r\n"), 1u);
+    EXPECT_EQ(mLog.Count("KLVTCPStream from 127.0.0.1 closed: an item of 4294967295 bytes is announced\r\n"), 1u);
+}
+
+TEST_F(KLVTCPStreamTest, GarbageNeverHurtsMoreThanItsStream)
+{
+    KeepingStream* stream = &Accept();
+    for (unsigned seed = 1; seed <= 30; ++seed) {
+        if (!KeepingStream::sStream) stream = &Accept();
+        mPeer.Send(Bytes(5000, seed));
+        const std::uint64_t before = stream->GetBytesReceived();
+        ASSERT_TRUE(PassUntil([&] { return !KeepingStream::sStream || stream->GetBytesReceived() > before; }));
+    }
+    KeepingStream& next = Accept();
+    mPeer.Send(Item(Key, "fine"));
+    ASSERT_TRUE(WaitForItems(1));
+    EXPECT_EQ(next.mItems[0].value, "fine");
+}
+
+TEST_F(KLVTCPStreamTest, WhatASetWritesLeavesTogetherAndReadsBack)
+{
+    KeepingStream& stream = Accept();
+    {
+        KLVCommandWriteSet set(stream, 0, 0x347, 13);
+        set.WriteString("ORBMODULE");
+        EXPECT_EQ(stream.GetBytesSent(), 0u) << "nothing goes before the item is whole";
+    }
+    EXPECT_EQ(stream.GetBytesSent(), 21u);
+    EXPECT_EQ(mPeer.Receive(21), std::string("\x47\x03\x00\x28\x0D\x00\x00\x00\x09\x00\x00\x00ORBMODULE", 21));
+}
+
+TEST_F(KLVTCPStreamTest, EndsByThePeerAndByThisSide)
+{
+    for (const bool byPeer : {true, false}) {
+        KeepingStream& stream = Accept();
+        EXPECT_TRUE(stream.IsStreamConnected());
+        if (byPeer) {
+            mPeer.Close();
+        } else {
+            stream.SetFlushBeforeClose(false);
+            stream.ShutdownStreamViaHandler();
+            EXPECT_TRUE(stream.WasShutdownLocally());
+        }
+        ASSERT_TRUE(PassUntil([] { return !KeepingStream::sStream; }));
+        EXPECT_EQ(mLog.HasStart("*** KLVTCPStream::OnDisconnect "), true);
+        EXPECT_EQ(mLog.HasStart("*** KLVTCPStream::OnDelete "), true);
+        EXPECT_EQ(mLog.HasStart("*** KLVTCPStream::ShutdownStreamViaHandler "), !byPeer);
+    }
+}
