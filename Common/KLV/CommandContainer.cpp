@@ -34,7 +34,7 @@ bool CommandContainer::ReadData(void* dest, std::uint32_t size)
         AuditAssertFailed(__FILE__, __LINE__, "false");
         return false;
     }
-    if (size > GetSize() - mReadCounter) return false;
+    if (size > GetAvailable()) return false;
     if (size != 0) std::memcpy(dest, mCmdBuffer.data() + mReadCounter, size);
     mReadCounter += size;
     return true;

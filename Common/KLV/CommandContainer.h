@@ -24,6 +24,7 @@ public:
     bool ReadData(void* dest, std::uint32_t size) override;
     void IgnoreData(std::uint32_t size) override;
     void Commit() override {}
+    std::uint32_t GetAvailable() const override { return GetSize() - mReadCounter; }
 
     /// Bytes of the nested form: the count and the item.
     std::uint32_t GetLength() const { return GetSize() + 4; }

@@ -37,8 +37,8 @@ std::string SubjectText(std::uint32_t key)
 
 CommandTimingStats& CommandTimingStats::Instance()
 {
-    static CommandTimingStats* const sStats = new CommandTimingStats;
-    return *sStats;
+    static CommandTimingStats sStats;
+    return sStats;
 }
 
 CommandTimingStats::CommandTimingStats()
@@ -47,6 +47,18 @@ CommandTimingStats::CommandTimingStats()
 {
     EventTimerManager::Instance().SetStatistics(this);
     EventTimerManager::Instance().Start(mTimer);
+}
+
+CommandTimingStats::~CommandTimingStats()
+{
+    EventTimerManager::Instance().Stop(mTimer->GetId());
+    EventTimerManager::Instance().SetStatistics(nullptr);
+}
+
+void CommandTimingStats::RaiseCommandTime(std::uint32_t key, std::uint32_t milliseconds)
+{
+    std::uint32_t& time = mCommandTimes[key];
+    time = std::max(time, milliseconds);
 }
 
 void CommandTimingStats::OnTimer(boost::shared_ptr<IEventTimer>)

@@ -21,6 +21,8 @@ public:
         mInCommand = true;
         mCurrentKey = key;
     }
+    /// How long a command took: its line of the report shows the longest.
+    void RaiseCommandTime(std::uint32_t key, std::uint32_t milliseconds);
     /// @param force also while TimingStatsDebug is off.
     void Report(bool force);
 
@@ -30,6 +32,7 @@ public:
 
 private:
     CommandTimingStats();
+    ~CommandTimingStats() override;
 
     std::uint32_t mMaxCommandTime = 0;
     std::uint32_t mMaxEventTime = 0;

@@ -29,6 +29,11 @@ void DataStream::BeginItem() {}
 
 void DataStream::EndItem() {}
 
+std::uint32_t DataStream::GetAvailable() const
+{
+    return 0xFFFFFFFF;
+}
+
 void DataStream::ResetForWrite(bool enable)
 {
     mWriteEnabled = enable;

@@ -23,6 +23,8 @@ public:
     /// Between these two stand the bytes of one item: a stream may gather them and send them together.
     virtual void BeginItem();
     virtual void EndItem();
+    /// The most bytes that can still be read, for streams that know; a reader allocates nothing beyond.
+    virtual std::uint32_t GetAvailable() const;
 
     void ResetForWrite(bool enable);
     /// Opens an item and writes its header.

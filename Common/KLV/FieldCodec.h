@@ -29,6 +29,18 @@ private:
     Enumeration mValue{};
 };
 
+/// An IPv4 address that is held in network order: its bytes stand on the wire as they stand in memory.
+class NetworkAddress
+{
+public:
+    constexpr NetworkAddress() = default;
+    constexpr NetworkAddress(std::uint32_t value) : mValue(value) {}
+    constexpr operator std::uint32_t() const { return mValue; }
+
+private:
+    std::uint32_t mValue = 0;
+};
+
 template <class Type>
 struct FieldCodec;
 
@@ -124,6 +136,22 @@ struct FieldCodec<ByteField<Enumeration>>
     {
         std::uint8_t number = 0;
         if (set.ReadNative(number)) value = static_cast<Enumeration>(number);
+    }
+};
+
+template <>
+struct FieldCodec<NetworkAddress>
+{
+    static std::uint32_t GetLength(const NetworkAddress&) { return 4; }
+    static void Write(KLVWriteSet& set, const NetworkAddress& address)
+    {
+        const std::uint32_t bytes = address;
+        set.WriteRaw(&bytes, sizeof bytes);
+    }
+    static void Read(KLVReadSet& set, NetworkAddress& address)
+    {
+        std::uint32_t bytes = 0;
+        if (set.ReadRaw(&bytes, sizeof bytes)) address = bytes;
     }
 };
 

@@ -9,9 +9,10 @@ KLVReadSet::KLVReadSet(DataStream& stream) : KLVSet(stream)
 {
     mStream.ResetReadCount();
     if (!mStream.ReadHeader(mKey, mValueMark)) mBad = true;
-    // A length that runs over the counter cannot be that of an item.
-    if (mValueMark < mStream.GetReadCount()) {
-        mValueMark = mStream.GetReadCount();
+    // A length that runs over the counter, or over all that the stream has, cannot be that of an item.
+    const std::uint32_t read = mStream.GetReadCount();
+    if (mValueMark < read || mValueMark - read > mStream.GetAvailable()) {
+        mValueMark = read;
         mBad = true;
     }
 }
@@ -37,7 +38,7 @@ std::uint32_t KLVReadSet::GetBytesLeft() const
 
 bool KLVReadSet::ReadRaw(void* dest, std::uint32_t size)
 {
-    if (size <= GetBytesLeft() && mStream.Read(dest, size)) return true;
+    if (!mBad && size <= GetBytesLeft() && mStream.Read(dest, size)) return true;
     mBad = true;
     return false;
 }

@@ -10,7 +10,8 @@
 /// Reads the value of one item, field by field, and never past its end.
 ///
 /// A field that does not fit what is left of the item reads nothing, leaves its target as it was, and marks the item
-/// as bad: the framing of a stream that brings such an item can no longer be trusted.
+/// as bad; so do all fields behind it, since nobody knows where they begin. The framing of a stream that brings such an
+/// item can no longer be trusted.
 class KLVReadSet : public KLVSet
 {
 public:

@@ -34,6 +34,8 @@ private:
     std::uint32_t mUserValue;
     MonotonicTime mDue;
     std::int32_t mElapsed = -1;
+    /// The manager's pass in which the timer ran last.
+    std::uint32_t mLastPass = 0;
 };
 
 /// What clients hold: every operation goes to the state inside.

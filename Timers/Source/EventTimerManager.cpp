@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <memory>
 #include <typeinfo>
 
 namespace {
@@ -24,10 +25,8 @@ bool ReadMonotonicClock(MonotonicTime& time)
     return true;
 }
 
-MonotonicTime DueTime(const MonotonicTime& now, std::uint32_t interval, bool repeats)
+MonotonicTime DueTime(const MonotonicTime& now, std::uint32_t interval)
 {
-    // Due again within the pass that arms it, a timer would keep that pass going for ever.
-    if (interval == 0 && repeats) interval = 1;
     MonotonicTime due = now;
     due.seconds += static_cast<std::int32_t>(interval / MicrosecondsPerSecond);
     due.microseconds += static_cast<std::int32_t>(interval % MicrosecondsPerSecond);
@@ -46,8 +45,8 @@ EventTimerManager::EventTimerManager() : mClock(ReadMonotonicClock) {}
 
 EventTimerManager& EventTimerManager::Instance()
 {
-    static EventTimerManager* const sManager = new EventTimerManager;
-    return *sManager;
+    static EventTimerManager& sManager = *std::make_unique<EventTimerManager>().release();
+    return sManager;
 }
 
 EventTimerManager::Timer EventTimerManager::CreateTimer(const std::string& name, IEventTimerHandler* handler,
@@ -82,7 +81,7 @@ bool EventTimerManager::Start(const MonotonicTime& now, const Timer& timer)
     }
     Stop(timer->GetId());
     EventTimerImpl& impl = timer->mImpl;
-    impl.mDue = DueTime(now, impl.mInterval, impl.mRepeat != 0);
+    impl.mDue = DueTime(now, impl.mInterval);
     impl.mRunning = true;
     const auto place = std::find_if(mTimers.begin(), mTimers.end(),
                                     [&impl](const Timer& other) { return !(other->mImpl.mDue < impl.mDue); });
@@ -133,19 +132,32 @@ void EventTimerManager::Service()
     if (!mClock(now) || !mClock(loopStart)) return;
     if (mStatistics) mStatistics->SetEventCount(0);
     std::uint32_t events = 0;
-    while (!mTimers.empty() && !(now < mTimers.front()->mImpl.mDue)) {
+    ++mPass;
+    while (const Timer timer = TakeDue(now)) {
         ++events;
         if (mStatistics) mStatistics->SetEventCount(events);
-        Run(now);
+        Run(now, timer);
     }
     EndPass(events, loopStart);
 }
 
-void EventTimerManager::Run(const MonotonicTime& now)
+EventTimerManager::Timer EventTimerManager::TakeDue(const MonotonicTime& now)
 {
-    const Timer timer = mTimers.front();
-    mTimers.pop_front();
+    // The list is looked at afresh for each timer, since handlers change it. A timer runs once a pass: one that is due
+    // again at once would keep the pass going for ever.
+    for (auto entry = mTimers.begin(); entry != mTimers.end() && !(now < (*entry)->mImpl.mDue); ++entry) {
+        if ((*entry)->mImpl.mLastPass == mPass) continue;
+        Timer timer = *entry;
+        mTimers.erase(entry);
+        return timer;
+    }
+    return nullptr;
+}
+
+void EventTimerManager::Run(const MonotonicTime& now, const Timer& timer)
+{
     EventTimerImpl& impl = timer->mImpl;
+    impl.mLastPass = mPass;
     const MonotonicTime due = impl.mDue;
     if (impl.mRepeat != 0) {
         Start(now, timer);

@@ -61,11 +61,14 @@ public:
 private:
     MonotonicTime Now() const;
     std::list<Timer>::const_iterator Find(std::uint32_t id) const;
-    void Run(const MonotonicTime& now);
+    /// The first timer that is due and has not run in this pass, out of the list; null if there is none.
+    Timer TakeDue(const MonotonicTime& now);
+    void Run(const MonotonicTime& now, const Timer& timer);
     void EndPass(std::uint32_t events, const MonotonicTime& start);
 
     std::list<Timer> mTimers;
     Clock mClock;
     IEventStatistics* mStatistics = nullptr;
+    std::uint32_t mPass = 0;
     static std::uint32_t sLastId;
 };

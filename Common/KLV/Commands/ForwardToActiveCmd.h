@@ -36,5 +36,5 @@ public:
 
     void SetCommand(const ForwardableDeskCommand& command) { mCommand->Store(command); }
 
-    KLV_FIELDS((std::uint16_t, TargetHid), (std::uint32_t, TargetAddress), (Container, Command))
+    KLV_FIELDS((std::uint16_t, TargetHid), (Klv::NetworkAddress, TargetAddress), (Container, Command))
 };

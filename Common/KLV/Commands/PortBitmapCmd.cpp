@@ -8,7 +8,7 @@ void FieldCodec<PortBitmapEntries>::Write(KLVWriteSet& set, const PortBitmapEntr
     for (const auto& [port, entry] : entries) {
         set.WriteNative(port);
         set.WriteNative(entry.word);
-        set.WriteNative(static_cast<std::uint8_t>(entry.secondary ? 1 : 0));
+        set.WriteNative(entry.secondary);
     }
 }
 

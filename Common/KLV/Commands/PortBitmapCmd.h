@@ -9,7 +9,8 @@
 struct PortBitmapEntry
 {
     std::uint32_t word = 0xFFFFFFFF;
-    bool secondary = false;
+    /// 0 for the primary link, 1 for the secondary.
+    std::uint8_t secondary = 0;
 };
 
 /// The words in front of the entries: all ones in a fresh block, all zero in those that this module sends.
