@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Common/KLV/DataStream.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+/// A KLV stream over bytes in memory: what is written stands in `bytes`, and reading takes from their front.
+class MemoryStream : public DataStream
+{
+public:
+    MemoryStream() = default;
+    explicit MemoryStream(const std::vector<std::uint8_t>& content) : bytes(content) {}
+
+    bool ReadData(void* dest, std::uint32_t size) override
+    {
+        if (size > bytes.size() - position) return false;
+        if (size != 0) std::memcpy(dest, bytes.data() + position, size);
+        position += size;
+        return true;
+    }
+    bool WriteData(const void* src, std::uint32_t size) override
+    {
+        if (isBroken) return false;
+        const auto* const first = static_cast<const std::uint8_t*>(src);
+        bytes.insert(bytes.end(), first, first + size);
+        return true;
+    }
+    void IgnoreData(std::uint32_t size) override { position += size; }
+    void BeginItem() override { events += "<"; }
+    void EndItem() override { events += ">"; }
+
+    std::vector<std::uint8_t> bytes;
+    std::size_t position = 0;
+    bool isBroken = false;
+    std::string events;
+};
+
+/// The bytes of a text of hexadecimal digits; everything else in it only parts them.
+inline std::vector<std::uint8_t> HexBytes(const std::string& text)
+{
+    std::vector<std::uint8_t> bytes;
+    int high = -1;
+    for (const char letter : text) {
+        const std::size_t digit = std::string("0123456789ABCDEF").find(letter);
+        if (digit == std::string::npos) continue;
+        if (high < 0) {
+            high = static_cast<int>(digit);
+        } else {
+            bytes.push_back(static_cast<std::uint8_t>(high * 16 + static_cast<int>(digit)));
+            high = -1;
+        }
+    }
+    return bytes;
+}

@@ -1,0 +1,64 @@
+#include "Common/KLV/CommandTimingStats.h"
+#include "Tests/Support/LogRecorder.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// The statistics are one object for the process, and so is the list of timers: one test for the life of both.
+TEST(CommandTimingStats, ReportsOnItsTimer)
+{
+    MonotonicTime now{1000, 0};
+    EventTimerManager& timers = EventTimerManager::Instance();
+    timers.SetClock([&now](MonotonicTime& time) {
+        time = now;
+        return true;
+    });
+    LogRecorder log;
+    CommandTimingStats& stats = CommandTimingStats::Instance();
+    EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(30, 0));
+
+    // Off, nothing is written, and the timer goes on.
+    now.seconds += 30;
+    timers.Service();
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(900, 0));
+
+    const auto report = [](const std::string& maxEvents) {
+        return std::vector<std::string>{
+            "MaxCommandTime    0 mS  [ Executing M received commands on a KLV Stream - CommsMgr.DoSelect() ]\n",
+            "MaxEventTime      0 mS  [ Processing N elapsed timers - EventTimerMgr.Service() ]\n",
+            "MaxLogTime        0 mS  [ Writing to log - RemoteCapableAudit::Output() ]\n",
+            "MaxActioned       0     [ Max value for M commands in one pass ]\n",
+            "MaxEvents      " + maxEvents + "     [ Max value for N events in one pass ]\n",
+            "Log Stalls        0     [ Number of times writing to log has exceeded 100mS ]\n",
+        };
+    };
+    Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::TimingStatsDebug), 1);
+    now.seconds += 900;
+    timers.Service();
+    EXPECT_EQ(log.Lines(), report("   1"));
+
+    // A report that is forced leaves the feature as it was.
+    LogRecorder forced;
+    stats.RaiseMaxEvents(12345);
+    stats.RaiseMaxEvents(3);
+    stats.RaiseCommandTime(0x28400339, 17);
+    stats.RaiseCommandTime(0x28400339, 5);
+    stats.RaiseCommandTime(0x08000005, 4);
+    stats.RaiseCommandTime(0x10041003, 3);
+    stats.Report(false);
+    EXPECT_THAT(forced.Lines(), IsEmpty());
+    stats.Report(true);
+    auto expected = report("12345");
+    expected.insert(expected.begin(),
+                    {"[EVT:V0:E5] EVT:V0:E5, max time 4 mS\n", "[FEAT:F1:D2:I3] UNKNOWN, max time 3 mS\n",
+                     "[CMD:V1:I825] ROUTER_INFO, max time 17 mS\n"});
+    EXPECT_EQ(forced.Lines(), expected);
+    EXPECT_FALSE(Audit::IsOn(DebugFeature::TimingStatsDebug));
+}
+
+} // namespace
