@@ -134,7 +134,7 @@ template <class Processor>
 void DeviceManager::ConnectDiscovery(Processor& processor)
 {
     const auto describe = [this](const auto& command, UINT8GIGEPORT port, StreamType type) {
-        ProcessIOCmd(command, port, type);
+        this->ProcessIOCmd(command, port, type);
     };
     const auto to = [this](auto handler) {
         return [this, handler](const auto& command, UINT8GIGEPORT port, StreamType type) {
