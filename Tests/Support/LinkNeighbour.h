@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <boost/asio.hpp>
+#include <chrono>
 #include <cstdint>
+#include <cstring>
+#include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -20,6 +23,7 @@ public:
     {
         const int on = 1;
         setsockopt(mSocket.native_handle(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on);
+        setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
         const timeval patience{10, 0};
         setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
@@ -35,7 +39,7 @@ public:
     std::vector<std::uint8_t> Receive()
     {
         std::uint8_t bytes[64];
-        char control[64];
+        char control[256];
         iovec data{bytes, sizeof bytes};
         msghdr message{};
         message.msg_name = mModule.data();
@@ -47,8 +51,14 @@ public:
         const ssize_t size = recvmsg(mSocket.native_handle(), &message, 0);
         if (size < 0) return {};
         mModule.resize(message.msg_namelen);
-        const cmsghdr* const header = CMSG_FIRSTHDR(&message);
-        mTypeOfService = header ? *CMSG_DATA(header) : 0;
+        for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
+            if (header->cmsg_level == IPPROTO_IP && header->cmsg_type == IP_TOS) mTypeOfService = *CMSG_DATA(header);
+            if (header->cmsg_level == SOL_SOCKET && header->cmsg_type == SO_TIMESTAMPNS) {
+                timespec stamp{};
+                std::memcpy(&stamp, CMSG_DATA(header), sizeof stamp);
+                mArrival = std::chrono::seconds(stamp.tv_sec) + std::chrono::nanoseconds(stamp.tv_nsec);
+            }
+        }
         return {bytes, bytes + size};
     }
     /// Until the module has told this variant word.
@@ -65,6 +75,8 @@ public:
     /// Where the last heartbeat came from, and with which type of service.
     const Endpoint& GetModule() const { return mModule; }
     int TypeOfService() const { return mTypeOfService; }
+    /// When the kernel took the last heartbeat in, by the system's clock.
+    std::chrono::nanoseconds Arrival() const { return mArrival; }
 
 private:
     boost::asio::io_service mService;
@@ -72,6 +84,7 @@ private:
     int mNative = mSocket.native_handle();
     Endpoint mModule;
     int mTypeOfService = 0;
+    std::chrono::nanoseconds mArrival{0};
 };
 
 /// A heartbeat by its bytes: HID, type, variant.
