@@ -42,7 +42,7 @@ std::vector<std::string> MergedEnvironment(const std::map<std::string, std::stri
         if (!changes.count(text.substr(0, text.find('=')))) merged.push_back(text);
     }
     for (const auto& [name, value] : changes) {
-        if (!value.empty()) merged.push_back(name + "=" + value);
+        if (!value.empty()) merged.push_back(std::string(name).append("=").append(value));
     }
     return merged;
 }
@@ -50,6 +50,7 @@ std::vector<std::string> MergedEnvironment(const std::map<std::string, std::stri
 std::vector<char*> Pointers(std::vector<std::string>& texts)
 {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);

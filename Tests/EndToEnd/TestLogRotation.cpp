@@ -8,7 +8,6 @@
 
 using namespace stage;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

@@ -5,7 +5,6 @@
 
 using namespace stage;
 using testing::Contains;
-using testing::Not;
 
 namespace {
 
