@@ -55,26 +55,35 @@ public:
 
     void OnOptions(int fd) override { SetSoReuseaddr(fd, true); }
 
+    /// Takes what the backlog can hold, so that a burst of clients is not sent away to come again a second later.
     void OnRead() override
+    {
+        for (int i = 0; i < mDepth && AcceptOne(); ++i) {
+        }
+    }
+
+private:
+    /// False if there is nobody to accept.
+    bool AcceptOne()
     {
         sockaddr_in address{};
         socklen_t size = sizeof address;
         const int fd = ::accept4(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC);
         if (fd == -1) {
             OnFailedAccept(errno);
-            return;
+            return false;
         }
         if (!Handler().OkToAccept()) {
             LogError("accept", -1, "Not OK to accept", LogLevel::Warning);
             ::close(fd);
-            return;
+            return true;
         }
         const std::size_t limit = Handler().GetLimit();
         if (Handler().GetCount() >= limit || static_cast<std::size_t>(fd) >= limit) {
             LogError("accept", static_cast<int>(Handler().GetCount()), "ISocketHandler fd_set limit reached",
                      LogLevel::Fatal);
             ::close(fd);
-            return;
+            return true;
         }
         auto* const socket = new X(Handler());
         socket->SetParent(this);
@@ -86,9 +95,9 @@ public:
         socket->SetDeleteByHandler();
         Handler().Add(socket);
         socket->OnAccept();
+        return true;
     }
 
-private:
     static int OpenSpare() { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
     void OnFailedAccept(int error)

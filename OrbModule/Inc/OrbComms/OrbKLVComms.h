@@ -10,6 +10,7 @@
 #include <boost/asio/io_service.hpp>
 #include <boost/signals2/signal.hpp>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -30,9 +31,8 @@ public:
     /// TCP port of 0 listens on any.
     struct Ports
     {
-        std::string internalInterface = "eth0";
-        /// The link index comes behind it.
-        std::string linkInterface = "k2link";
+        /// By Routing::PortsEnum.
+        std::array<std::string, Routing::PORT_COUNT> interfaces = {"eth0", "k2link0", "k2link1"};
         std::uint16_t adjacentRouter = 55000;
         std::uint16_t masterRouter = 55100;
         std::uint16_t updateService = 49190;

@@ -238,10 +238,9 @@ UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream)
 
 std::uint32_t OrbKLVComms::GetPortAddress(UINT8GIGEPORT port)
 {
-    const std::string name =
-        port == Routing::ORB_PORT ? mPorts.internalInterface : mPorts.linkInterface + std::to_string(ToLinkIndex(port));
     std::uint32_t address = 0;
-    return ReadInterfaceAddress(name, address) ? address : 0;
+    if (port >= mPorts.interfaces.size()) return 0;
+    return ReadInterfaceAddress(mPorts.interfaces[port], address) ? address : 0;
 }
 
 bool OrbKLVComms::ReadInterfaceAddress(const std::string& name, std::uint32_t& address)

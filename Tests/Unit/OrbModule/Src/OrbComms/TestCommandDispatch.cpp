@@ -1,0 +1,154 @@
+#include "Tests/Unit/OrbModule/Src/OrbComms/CommsFixture.h"
+
+#include "Common/KLV/Commands/IoInfoReq.h"
+#include "Common/KLV/Commands/OstrelPingCmd.h"
+
+#include <thread>
+
+using CommandDispatch = CommsTest;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Ping = std::shared_ptr<OstrelPingCmd const>;
+
+/// A ping of this text, as on the wire; the counts are 1 and 2.
+std::string PingBytes(const std::string& text)
+{
+    std::string bytes("\x47\x03\x00\x28", 4);
+    for (const std::size_t word : {text.size() + 12, text.size()}) {
+        for (int shift = 0; shift < 32; shift += 8)
+            bytes += static_cast<char>(word >> shift);
+    }
+    return bytes + text + std::string("\x01\0\0\0\x02\0\0\0", 8);
+}
+
+/// Its read constructor throws.
+struct Unreadable
+{
+    static constexpr CommandID ID = 999;
+    explicit Unreadable(KLVCommandReadSet&) { throw std::runtime_error("not today"); }
+};
+
+/// Claims the id of another class.
+struct Impostor
+{
+    static constexpr CommandID ID = OstrelPingCmd::ID;
+    explicit Impostor(KLVCommandReadSet&) {}
+};
+
+} // namespace
+
+TEST_F(CommandDispatch, ACommandReachesAllItsSlotsDecodedInOrderOnTheMainThread)
+{
+    mPorts.interfaces[0] = "lo";
+    Start();
+    Lines calls;
+    std::vector<Ping> seen;
+    for (const char* slot : {"first ", "second "}) {
+        mProcessor.Connect<OstrelPingCmd>([&, slot](const Ping& ping, unsigned char port, StreamType type) {
+            EXPECT_EQ(port, 0);
+            EXPECT_EQ(type, StreamType::LOCAL_LINK);
+            calls.push_back(slot + ping->GetName() + " " + std::to_string(ping->GetPatchCount()) + " " +
+                            std::to_string(ping->GetTotalDests()));
+            seen.push_back(ping);
+        });
+    }
+    const LoopbackPeer peer = ConnectAdjacent();
+    // Between the two: an id without a slot, an event, and a ping with more than its fields.
+    const std::string longer = PingBytes("long") + "more";
+    peer.Send(PingBytes("one") + std::string("\x20\x03\x00\x28\x03\0\0\0abc", 11) +
+              std::string("\x01\0\0\x08\x02\0\0\0xy", 10) + longer.substr(0, 4) + std::string("\x14\0\0\0", 4) +
+              longer.substr(8) + PingBytes("two"));
+    ASSERT_TRUE(RunUntil([&] { return calls.size() >= 6; }));
+    EXPECT_EQ(calls, (Lines{"first one 1 2", "second one 1 2", "first long 1 2", "second long 1 2", "first two 1 2",
+                            "second two 1 2"}));
+    EXPECT_EQ(seen[0], seen[1]) << "one object for all slots";
+    EXPECT_EQ(mLog.Count("Nothing registered for " + std::string(CommandIdToText(800)) + ", skipping to end of data\n"),
+              1u);
+    EXPECT_EQ(mLog.Count("Unknown KLV Keytype received: 1\n"), 1u);
+    EXPECT_EQ(
+        mLog.Count("Dispatch Command " + std::string(CommandIdToText(839)) + " Received On Port [0] ORB PORT \r\n"),
+        3u);
+}
+
+TEST_F(CommandDispatch, ALargeCommandComesThroughTheOverflowStore)
+{
+    Start();
+    std::string name;
+    mProcessor.Connect<OstrelPingCmd>([&](const Ping& ping, unsigned char, StreamType) { name = ping->GetName(); });
+    const LoopbackPeer peer = ConnectAdjacent();
+    const std::string large(250000, 'n');
+    peer.Send(PingBytes(large));
+    ASSERT_TRUE(RunUntil([&] { return !name.empty(); }));
+    EXPECT_TRUE(name == large);
+}
+
+TEST_F(CommandDispatch, ACommandThatDoesNotFitItsItemClosesItsStream)
+{
+    Start();
+    Lines names;
+    mProcessor.Connect<OstrelPingCmd>(
+        [&](const Ping& ping, unsigned char, StreamType) { names.push_back(ping->GetName()); });
+    mProcessor.Connect<IoInfoReq>([](const std::shared_ptr<IoInfoReq const>&, unsigned char, StreamType) {});
+    const LoopbackPeer peer = ConnectAdjacent();
+    // A string count of 200 in 10 bytes of value.
+    peer.Send(std::string("\x47\x03\x00\x28\x0A\0\0\0\xC8\0\0\0abcdef", 18) + PingBytes("never"));
+    EXPECT_TRUE(peer.WaitForEnd());
+    EXPECT_TRUE(mLog.WaitFor("KLVTCPStream from 127.0.0.1 closed: a command does not fit its item\r\n"));
+    const LoopbackPeer next = ConnectAdjacent();
+    next.Send(PingBytes("next"));
+    ASSERT_TRUE(RunUntil([&] { return !names.empty() && names.back() == "next"; }));
+    EXPECT_EQ(names, (Lines{"", "next"})) << "the damaged one is delivered with its defaults";
+}
+
+TEST_F(CommandDispatch, ExceptionsEndNeitherThreadNorProcess)
+{
+    Start();
+    mProcessor.Connect<Unreadable>([](const std::shared_ptr<Unreadable const>&, unsigned char, StreamType) { FAIL(); });
+    int calls = 0;
+    mProcessor.Connect<OstrelPingCmd>([&](const Ping&, unsigned char, StreamType) {
+        if (++calls == 1) throw std::runtime_error("slot");
+        if (calls == 2) throw 2;
+    });
+    const LoopbackPeer peer = ConnectAdjacent();
+    peer.Send(std::string("\xE7\x03\x00\x28\x02\0\0\0ab", 10));
+    EXPECT_TRUE(peer.WaitForEnd());
+    const LoopbackPeer next = ConnectAdjacent();
+    next.Send(PingBytes("a") + PingBytes("b") + PingBytes("c"));
+    ASSERT_TRUE(RunUntil([&] { return calls == 3; }));
+    const std::string ping = CommandIdToText(839);
+    EXPECT_EQ(mLog.Count("Command " + ping + ": slot\r\n"), 1u);
+    EXPECT_EQ(mLog.Count("Command " + ping + ": unknown exception\r\n"), 1u);
+    EXPECT_EQ(mLog.Count("Command " + std::string(CommandIdToText(999)) + " cannot be read: not today\r\n"), 1u);
+}
+
+TEST_F(CommandDispatch, AnIdThatIsTakenGivesAnEmptyConnection)
+{
+    EXPECT_TRUE(mProcessor.Connect<OstrelPingCmd>([](const Ping&, unsigned char, StreamType) {}).connected());
+    EXPECT_FALSE(mProcessor.Connect<Impostor>([](const std::shared_ptr<Impostor const>&, unsigned char, StreamType) {})
+                     .connected());
+    EXPECT_TRUE(mLog.HasStart("Failed to get signal for Command "));
+    EXPECT_TRUE(mLog.HasStart("Failed to get signal of type "));
+}
+
+TEST_F(CommandDispatch, TheOrderOfAStreamIsKeptAndNoCommandIsLost)
+{
+    Start();
+    std::vector<std::string> names;
+    const std::thread::id mainThread = std::this_thread::get_id();
+    mProcessor.Connect<OstrelPingCmd>([&](const Ping& ping, unsigned char, StreamType) {
+        EXPECT_EQ(std::this_thread::get_id(), mainThread);
+        names.push_back(ping->GetName());
+    });
+    const LoopbackPeer peer = ConnectAdjacent();
+    std::thread sender([&] {
+        for (int i = 0; i < 5000; ++i)
+            peer.Send(PingBytes(std::to_string(i)));
+    });
+    const bool done = RunUntil([&] { return names.size() == 5000; });
+    sender.join();
+    ASSERT_TRUE(done);
+    for (std::size_t i = 0; i < names.size(); ++i)
+        ASSERT_EQ(names[i], std::to_string(i));
+}

@@ -1,0 +1,189 @@
+#include "Tests/Unit/OrbModule/Src/OrbComms/CommsFixture.h"
+
+#include "Common/KLV/Commands/IoInfoReq.h"
+#include "Common/KLV/Commands/OstrelPingCmd.h"
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+
+using CommsLoad = CommsTest;
+
+namespace {
+
+std::uint32_t Word(const std::string& bytes, std::size_t offset)
+{
+    std::uint32_t word = 0;
+    for (int i = 3; i >= 0; --i)
+        word = word << 8 | static_cast<unsigned char>(bytes[offset + static_cast<std::size_t>(i)]);
+    return word;
+}
+
+/// Moves a peer's descriptor out of the way of those that the comms count.
+LoopbackPeer MoveUp(const LoopbackPeer& peer)
+{
+    return LoopbackPeer(fcntl(peer.GetFd(), F_DUPFD_CLOEXEC, 3000));
+}
+
+/// Ended by the other side.
+bool HasEnded(const LoopbackPeer& peer)
+{
+    char byte = 0;
+    if (peer.GetFd() == -1) return false;
+    const ssize_t size = ::recv(peer.GetFd(), &byte, 1, MSG_DONTWAIT | MSG_PEEK);
+    return size == 0 || (size == -1 && errno != EAGAIN);
+}
+
+} // namespace
+
+TEST_F(CommsLoad, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
+{
+    Start();
+    const LoopbackPeer peer = ConnectAdjacent();
+    ASSERT_TRUE(WaitForChanges(1));
+    constexpr int Threads = 4;
+    constexpr int PerThread = 500;
+    std::vector<std::thread> senders;
+    for (int thread = 0; thread < Threads; ++thread) {
+        senders.emplace_back([this, thread] {
+            for (int i = 0; i < PerThread; ++i) {
+                const std::string text(static_cast<std::size_t>(1 + i * 17 % 9000), static_cast<char>('a' + thread));
+                mComms->SendLocal(
+                    OstrelPingCmd(text, static_cast<std::uint32_t>(thread), static_cast<std::uint32_t>(i)), 255);
+            }
+        });
+    }
+    std::vector<std::uint32_t> next(Threads, 0);
+    for (int item = 0; item < Threads * PerThread; ++item) {
+        const std::string header = peer.Receive(8);
+        ASSERT_EQ(header.size(), 8u) << item;
+        ASSERT_EQ(Word(header, 0), 0x28000347u) << item;
+        const std::string value = peer.Receive(Word(header, 4));
+        const std::uint32_t size = Word(value, 0);
+        ASSERT_EQ(value.size(), size + 12);
+        const std::uint32_t thread = Word(value, 4 + size);
+        ASSERT_LT(thread, static_cast<std::uint32_t>(Threads));
+        EXPECT_EQ(Word(value, 8 + size), next[thread]++);
+        EXPECT_EQ(value.substr(4, size), std::string(size, static_cast<char>('a' + thread)));
+    }
+    for (std::thread& sender : senders)
+        sender.join();
+}
+
+TEST_F(CommsLoad, MoreConnectionsThanASetHoldsHurtNobodyWhoStoodBefore)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < 5000) GTEST_SKIP() << "too few descriptors are allowed here";
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    Start();
+    const LoopbackPeer before = MoveUp(ConnectAdjacent("127.0.0.5"));
+    ASSERT_TRUE(WaitForChanges(1));
+    const auto isServed = [&] { return mComms->SendLocal(IoInfoReq(), 255) && before.Receive(8).size() == 8; };
+    EXPECT_TRUE(isServed());
+
+    const auto isOpen = [](const LoopbackPeer& peer) { return !HasEnded(peer); };
+    const auto accepted = [&] {
+        return static_cast<std::size_t>(std::count_if(mChanges.begin(), mChanges.end(), [](const std::string& line) {
+            return line == "255 MASTER_LINK 127.0.0.1 true";
+        }));
+    };
+    std::vector<LoopbackPeer> peers;
+    const auto connect = [&] {
+        peers.push_back(MoveUp(LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter)));
+        // A client that finds the backlog full comes again after a second: there is no need for that here.
+        if (peers.size() % 10 != 0) return true;
+        return RunUntil([&] {
+            const auto ended = static_cast<std::size_t>(std::count_if(peers.begin(), peers.end(), HasEnded));
+            return accepted() + ended >= peers.size();
+        });
+    };
+    for (int i = 0; i < 1100; ++i)
+        ASSERT_TRUE(connect()) << i;
+    EXPECT_GT(accepted(), 900u);
+    EXPECT_LT(accepted(), 1024u);
+    EXPECT_TRUE(isServed());
+
+    // New ones are taken when places are free.
+    const std::size_t full = accepted();
+    std::size_t closed = 0;
+    for (LoopbackPeer& peer : peers) {
+        if (!isOpen(peer) || closed == 100) continue;
+        peer.Close();
+        ++closed;
+    }
+    ASSERT_TRUE(RunUntil(
+        [&] { return std::count(mChanges.begin(), mChanges.end(), "255 MASTER_LINK 127.0.0.1 false") == 200; }));
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(connect()) << i;
+    EXPECT_TRUE(RunUntil([&] { return accepted() == full + 100; }));
+    EXPECT_TRUE(isServed());
+}
+
+TEST_F(CommsLoad, APeerThatNeverReadsCostsOnlyItsStreamAndNobodysTime)
+{
+    Start();
+    const LoopbackPeer deaf = ConnectAdjacent("127.0.0.2");
+    ASSERT_TRUE(WaitForChanges(1));
+    const OstrelPingCmd ping(std::string(200000, 'p'), 0, 0);
+    int sent = 0;
+    while (sent < 1000 && mComms->SendLocal(ping, 255))
+        ++sent;
+    EXPECT_GE(sent, 320) << "64 MiB and what the kernel took";
+    EXPECT_LT(sent, 1000);
+    ASSERT_TRUE(WaitForChanges(2));
+    EXPECT_EQ(mChanges[1], "255 LOCAL_LINK 127.0.0.2 false");
+    const LoopbackPeer next = ConnectAdjacent();
+    ASSERT_TRUE(WaitForChanges(3));
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 255));
+    EXPECT_EQ(next.Receive(8).size(), 8u);
+}
+
+TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)
+{
+    std::minstd_rand random(1);
+    for (int round = 0; round < 20; ++round) {
+        mPorts.adjacentRouter = mPorts.masterRouter = 0;
+        Start();
+        mProcessor.Connect<OstrelPingCmd>(
+            [](const std::shared_ptr<OstrelPingCmd const>&, unsigned char, StreamType) {});
+        const LoopbackListener server;
+        std::vector<LoopbackPeer> peers;
+        for (int i = 0; i < 3; ++i)
+            peers.push_back(ConnectAdjacent());
+        std::atomic<bool> running{true};
+        std::thread other([&] {
+            // What a link thread does.
+            while (running) {
+                bool exists = false;
+                mComms->DisconnectPending(255, StreamType::LOCAL_LINK, exists);
+                mComms->SendLocal(OstrelPingCmd(std::string(50000, 'x'), 0, 0), 255);
+            }
+        });
+        mComms->Connect(Loopback, 1, server.GetPort());
+        mComms->Connect(Loopback, 1, 1);   // refused
+        mComms->Connect(0xE0000001, 2, 9); // fails at once
+        peers[0].Send(std::string("\x47\x03\x00\x28\xFF\xFF\x0F\0 half an item", 21));
+        peers[1].Close();
+        peers[2].Send(std::string(static_cast<std::size_t>(random() % 5000), 'g'));
+        if (round % 3 == 0) mComms->Disconnect(1);
+        if (round % 2 == 0) WaitForChanges(1 + random() % 4);
+        running = false;
+        other.join();
+        mComms.reset();
+        bool found = false;
+        for (const StreamType type : {StreamType::LOCAL_LINK, StreamType::MASTER_LINK, StreamType::UNKNOWN_STREAM})
+            found = found || mStreams.GetStreamByAddressAndType(Loopback, type);
+        EXPECT_FALSE(found) << "the directory names nobody who is gone";
+        // What was posted before the end finds nobody any more.
+        const std::size_t told = mChanges.size();
+        mService.restart();
+        mService.poll();
+        EXPECT_EQ(mChanges.size(), told);
+        mChanges.clear();
+    }
+}

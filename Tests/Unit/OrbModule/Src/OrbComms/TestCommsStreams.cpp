@@ -1,0 +1,215 @@
+#include "Tests/Unit/OrbModule/Src/OrbComms/CommsFixture.h"
+
+#include "Common/KLV/Commands/IoInfoReq.h"
+
+using CommsStreams = CommsTest;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+const std::string IoInfoReqBytes("\x20\x03\x00\x28\x00\x00\x00\x00", 8);
+
+} // namespace
+
+TEST_F(CommsStreams, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
+{
+    const struct
+    {
+        unsigned loopbackPort;
+        bool master;
+        const char* source;
+        const char* change;
+    } cases[] = {
+        {0, false, "127.0.0.9", "0 LOCAL_LINK 127.0.0.9 true"}, // this end has the port's address
+        {1, false, "127.0.0.9", "1 LOCAL_LINK 127.0.0.9 true"}, // the peer is in the link's /24
+        {2, true, "127.0.0.200", "2 MASTER_LINK 127.0.0.200 true"},
+        {1, false, "127.0.1.9", "255 LOCAL_LINK 127.0.1.9 true"}, // neither
+        {9, true, "127.0.0.9", "255 MASTER_LINK 127.0.0.9 true"}, // no interface has an address
+    };
+    for (const auto& row : cases) {
+        mChanges.clear();
+        mPorts.adjacentRouter = mPorts.masterRouter = 0;
+        mPorts.interfaces = {NoInterface, NoInterface, NoInterface};
+        if (row.loopbackPort < 3) mPorts.interfaces[row.loopbackPort] = "lo";
+        Start();
+        const auto& ports = mComms->GetPorts();
+        const LoopbackPeer peer =
+            LoopbackPeer::ConnectTo(row.master ? ports.masterRouter : ports.adjacentRouter, "127.0.0.1", row.source);
+        ASSERT_TRUE(WaitForChanges(1));
+        EXPECT_EQ(mChanges, Lines{row.change});
+        const auto port = static_cast<UINT8GIGEPORT>(std::stoi(row.change));
+        EXPECT_TRUE(
+            mComms->SendCmd(port, IoInfoReq(), row.master ? StreamType::MASTER_LINK : StreamType::LOCAL_LINK, 0));
+        EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
+        mComms.reset();
+    }
+    EXPECT_EQ(mLog.Count("Found Pri Korvo \r\n"), 1u);
+}
+
+TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
+{
+    Start();
+    const LoopbackListener server;
+    mComms->Connect(Loopback, 1, server.GetPort());
+    const LoopbackPeer peer = server.Accept();
+    ASSERT_TRUE(WaitForChanges(1));
+    EXPECT_EQ(mChanges, Lines{"1 LOCAL_LINK 127.0.0.1 true"});
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 1));
+    EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
+
+    bool exists = false;
+    EXPECT_FALSE(mComms->DisconnectPending(1, StreamType::LOCAL_LINK, exists));
+    EXPECT_TRUE(exists);
+    mComms->Disconnect(1);
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect Pri Korvo \r\n"), 1u);
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link MASTER_LINK \r\n"), 1u);
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link SLAVE_LINK \r\n"), 1u);
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link LOCAL_LINK \r\n"), 0u);
+    pollfd reset{peer.GetFd(), 0, 0};
+    EXPECT_EQ(::poll(&reset, 1, 10000), 1);
+    EXPECT_NE(reset.revents & POLLERR, 0) << "an end without a reset is no error";
+    ASSERT_TRUE(WaitForChanges(2));
+    EXPECT_EQ(mChanges[1], "1 LOCAL_LINK 127.0.0.1 false");
+    EXPECT_FALSE(mComms->DisconnectPending(1, StreamType::LOCAL_LINK, exists));
+    EXPECT_FALSE(exists);
+    EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 1));
+    EXPECT_EQ(mLog.Count("Stream LOCAL_LINK  Port Pri Korvo  Not Found\r\n"), 1u);
+}
+
+TEST_F(CommsStreams, AStreamThatIsAboutToCloseSaysSoUntilItHasGone)
+{
+    Start();
+    const LoopbackListener server;
+    mComms->Connect(Loopback, 2, server.GetPort());
+    const LoopbackPeer peer = server.Accept();
+    ASSERT_TRUE(WaitForChanges(1));
+    // The socket thread stands still behind the mark, in the line of the stream's end.
+    mLog.Hold("OrbKLVStream::OnDelete: 127.0.0.1\n");
+    bool exists = false;
+    OrbKLVStream* const stream = mStreams.GetStreamByPortAndType(2, StreamType::LOCAL_LINK);
+    ASSERT_NE(stream, nullptr);
+    mComms->Disconnect(Loopback, StreamType::LOCAL_LINK);
+    mLog.Release();
+    ASSERT_TRUE(RunUntil([&] { return !mComms->DisconnectPending(2, StreamType::LOCAL_LINK, exists) && !exists; }));
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect 127.0.0.1 Type LOCAL_LINK \r\n"), 1u);
+    mComms->Disconnect(Loopback, StreamType::LOCAL_LINK);
+    EXPECT_EQ(mLog.Count("Stream LOCAL_LINK  Port Sec Korvo  Not Found\r\n"), 0u) << "silent if there is none";
+}
+
+TEST_F(CommsStreams, SlaveStreamsAreFoundByAddressAndAFailedSecondListenerDoesNoHarm)
+{
+    const LoopbackListener master;
+    mPorts.masterRouter = master.GetPort();
+    Start();
+    EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind MASTER_ROUTER_KLV listener\r\n"), 1u);
+    mComms->Connect(Loopback, 1, master.GetPort());
+    const LoopbackPeer peer = master.Accept();
+    ASSERT_TRUE(WaitForChanges(1));
+    EXPECT_EQ(mChanges, Lines{"1 SLAVE_LINK 127.0.0.1 true"});
+    EXPECT_TRUE(mComms->SendSlave(IoInfoReq(), Loopback));
+    EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
+    EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 1));
+    EXPECT_FALSE(mComms->SendSlave(IoInfoReq(), Loopback + 1));
+    const LoopbackPeer adjacent = ConnectAdjacent();
+    EXPECT_TRUE(WaitForChanges(2));
+}
+
+TEST_F(CommsStreams, UpdateStreamsAreKnownByTheRemotePortAndStayInADisconnectOfTheirPort)
+{
+    const LoopbackListener service;
+    mPorts.updateService = service.GetPort();
+    Start();
+    EXPECT_FALSE(mComms->SendUpdate(IoInfoReq()));
+    mComms->Connect(Loopback, 0, service.GetPort());
+    const LoopbackPeer peer = service.Accept();
+    ASSERT_TRUE(WaitForChanges(1));
+    mComms->Disconnect(0);
+    EXPECT_TRUE(mComms->SendUpdate(IoInfoReq()));
+    EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
+    EXPECT_EQ(mChanges, Lines{"0 UPDATE_LINK 127.0.0.1 true"});
+}
+
+TEST_F(CommsStreams, AFailedFirstListenerSkipsTheSecond)
+{
+    const LoopbackListener taken;
+    mPorts.adjacentRouter = taken.GetPort();
+    Start();
+    EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind ADJACENT_ROUTER_KLV listener\r\n"), 1u);
+    EXPECT_EQ(mComms->GetPorts().masterRouter, 0) << "not listened on";
+    EXPECT_TRUE(mLog.WaitFor("OrbKLVComms::Run\r\n"));
+}
+
+TEST_F(CommsStreams, APeersCloseIsToldTwiceAndAReadErrorOnce)
+{
+    Start();
+    std::vector<LoopbackPeer> later;
+    for (const auto& [reset, changes] : {std::pair(false, 3u), {true, 2u}}) {
+        mChanges.clear();
+        LoopbackPeer peer = ConnectAdjacent();
+        ASSERT_TRUE(WaitForChanges(1));
+        if (reset) {
+            peer.Reset();
+        } else {
+            peer.Close();
+        }
+        ASSERT_TRUE(WaitForChanges(changes));
+        // The next stream is told behind everything that the last one told.
+        later.push_back(ConnectAdjacent("127.0.0.2"));
+        ASSERT_TRUE(WaitForChanges(changes + 1));
+        EXPECT_EQ(std::count(mChanges.begin(), mChanges.end(), "255 LOCAL_LINK 127.0.0.1 false"),
+                  static_cast<std::ptrdiff_t>(changes) - 1);
+        EXPECT_EQ(mChanges.back(), "255 LOCAL_LINK 127.0.0.2 true");
+    }
+}
+
+TEST_F(CommsStreams, ALaterStreamWithTheSameKeyReplacesTheEarlierOneAndOutlivesIt)
+{
+    Start();
+    LoopbackPeer first = ConnectAdjacent();
+    ASSERT_TRUE(WaitForChanges(1));
+    const LoopbackPeer second = ConnectAdjacent();
+    ASSERT_TRUE(WaitForChanges(2));
+    first.Close();
+    ASSERT_TRUE(WaitForChanges(4));
+    EXPECT_EQ(mLog.Count("SKIPPING REMOVAL OF OLD KLV STREAM\r\n"), 2u);
+    EXPECT_EQ(mChanges[3], "255 LOCAL_LINK 127.0.0.1 false") << "the end is told all the same";
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 255));
+    EXPECT_EQ(second.Receive(8), IoInfoReqBytes);
+}
+
+TEST_F(CommsStreams, AnotherConnectToAPeerThatWasNotThereTriesAgainAtOnceOnOneStream)
+{
+    std::uint16_t port = 0;
+    {
+        const LoopbackListener gone;
+        port = gone.GetPort();
+    }
+    Start();
+    mComms->Connect(Loopback, 1, port);
+    const LoopbackListener server(port);
+    for (int i = 0; i < 5; ++i)
+        mComms->Connect(Loopback, 1, port);
+    // Each retry that found the listener gives a connection; the last of them stays.
+    ASSERT_TRUE(RunUntil([&] {
+        return std::find(mChanges.begin(), mChanges.end(), "1 LOCAL_LINK 127.0.0.1 true") != mChanges.end() ||
+               (mComms->Connect(Loopback, 1, port), false);
+    }));
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 1));
+    EXPECT_EQ(mChanges.size(), 1u) << "one stream";
+    std::string received;
+    while (received.empty()) {
+        const LoopbackPeer peer = server.Accept();
+        ASSERT_NE(peer.GetFd(), -1);
+        received = peer.Receive(8);
+    }
+    EXPECT_EQ(received, IoInfoReqBytes);
+}
+
+TEST_F(CommsStreams, PortAddressesAreThoseOfTheInterfaces)
+{
+    mPorts.interfaces[1] = "lo";
+    Start();
+    EXPECT_EQ(mComms->GetPortAddress(0), 0u);
+    EXPECT_EQ(mComms->GetPortAddress(1), Loopback);
+    EXPECT_EQ(mComms->GetPortAddress(255), 0u);
+}
