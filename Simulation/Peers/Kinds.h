@@ -7,6 +7,7 @@
 #include <boost/asio/ip/udp.hpp>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -80,7 +81,8 @@ protected:
     std::vector<std::uint32_t> GetFurtherAddresses() const override;
 };
 
-/// Opens its streams to the module by itself, a local one and a master one, and its beats name the master.
+/// Opens its streams to the module by itself, a local one and a master one, and its beats name the master. It takes
+/// its time: the module makes nothing of a stream that comes before the router's own heartbeat.
 class MasterRouter : public RoutingNode
 {
 public:
@@ -88,8 +90,13 @@ public:
 
 protected:
     void OnAppear() override;
+    bool MayOpen() override;
+    void OnStreamEnded() override;
     bool OnVerb(const Line& line, std::string& answer) override;
     std::string GetHelp() const override;
+
+private:
+    std::chrono::steady_clock::time_point mLastEnd;
 };
 
 /// The Orb router of the module's unit, with internal I/O, on the unit's internal network.

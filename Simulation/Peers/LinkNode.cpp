@@ -64,6 +64,7 @@ void LinkNode::OnAppear()
 {
     SetAddresses();
     OpenHeartbeats();
+    mHeard = 0;
     Hear();
     Beat();
 }
@@ -101,10 +102,20 @@ void LinkNode::Hear()
             if (!error) {
                 mLastHeard.assign(mBuffer.begin(), mBuffer.begin() + static_cast<std::ptrdiff_t>(size));
                 ++mHeard;
+                const auto now = std::chrono::steady_clock::now();
+                if (GetHeardFor().count() == 0) mFirstHeard = now;
+                mLastHeardAt = now;
                 CheckWaits();
             }
             Hear();
         });
+}
+
+std::chrono::milliseconds LinkNode::GetHeardFor() const
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (mHeard == 0 || now - mLastHeardAt > 3 * Period) return {};
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now - mFirstHeard);
 }
 
 bool LinkNode::OnVerb(const Line& line, std::string& answer)

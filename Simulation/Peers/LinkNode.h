@@ -51,6 +51,8 @@ protected:
     std::uint32_t GetHid() const { return mHid; }
     K2Heartbeat::LinkType GetType() const { return mType; }
     std::uint32_t GetOwnAddress() const { return mPlace.own; }
+    /// How long the module has been heard without a gap; nothing while it is not.
+    std::chrono::milliseconds GetHeardFor() const;
     bool HasInterface() const { return !mCable.interface.empty(); }
     /// The module's port of this link.
     UINT8GIGEPORT GetPort() const { return ToPort(mCable.link); }
@@ -73,6 +75,8 @@ private:
     std::array<std::uint8_t, 64> mBuffer{};
     Bytes mLastHeard;
     std::uint32_t mHeard = 0;
+    std::chrono::steady_clock::time_point mFirstHeard;
+    std::chrono::steady_clock::time_point mLastHeardAt;
 };
 
 } // namespace peers

@@ -77,6 +77,7 @@ void Node::Listen(std::uint32_t address, std::uint16_t port)
     const tcp::endpoint endpoint = EndpointOf(address, port);
     acceptor->open(endpoint.protocol());
     acceptor->set_option(tcp::acceptor::reuse_address(true));
+    acceptor->set_option(ReusePort(true)); // the same port may be the source of a stream, too
     acceptor->bind(endpoint);
     acceptor->listen();
     mAcceptors.push_back(acceptor);
@@ -117,6 +118,7 @@ Stream& Node::Adopt(tcp::socket socket, std::uint16_t port)
 void Node::Ended(Stream& stream)
 {
     mStreams.remove_if([&stream](const auto& entry) { return entry.get() == &stream; });
+    OnStreamEnded();
     for (Kept& kept : mKept)
         if (kept.stream == &stream) {
             kept.stream = nullptr;
@@ -144,6 +146,7 @@ void Node::Open(Kept& kept)
     };
     error_code error;
     kept.socket.close(error);
+    if (!MayOpen()) return again();
     kept.socket.open(tcp::v4(), error);
     kept.socket.bind(EndpointOf(mPlace.own, 0), error);
     if (error) return again();

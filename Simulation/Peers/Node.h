@@ -56,6 +56,10 @@ protected:
     virtual void OnCommand(Stream&, const Command&) {}
     /// A verb of the kind's own; false if it has none of this name.
     virtual bool OnVerb(const Line&, std::string& /*answer*/) { return false; }
+    /// Asked before each attempt to open a stream that is kept open.
+    virtual bool MayOpen() { return true; }
+    /// A stream has ended by itself or was reset.
+    virtual void OnStreamEnded() {}
     /// Lines for the listing of verbs.
     virtual std::string GetHelp() const { return {}; }
 

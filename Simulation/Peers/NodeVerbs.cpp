@@ -187,6 +187,7 @@ void Node::HandleConnect(const Line& line)
     const auto source = static_cast<std::uint16_t>(line.Named("source", 0u));
     tcp::socket socket(mService, tcp::v4());
     socket.set_option(tcp::socket::reuse_address(true));
+    socket.set_option(ReusePort(true));
     socket.bind({boost::asio::ip::address_v4(mPlace.own), source});
     socket.connect({boost::asio::ip::address_v4(address), port});
     OnStream(Adopt(std::move(socket), source == mPlace.updatePort ? source : port));

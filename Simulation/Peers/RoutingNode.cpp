@@ -4,6 +4,9 @@ namespace peers {
 
 namespace {
 
+/// Two heartbeats each way.
+constexpr std::chrono::milliseconds SettlingTime{600};
+
 std::uint32_t TypeOf(K2Heartbeat::LinkType type)
 {
     return type == K2Heartbeat::K2_HUB_TYPE ? messages::Hub : messages::Router;
@@ -53,7 +56,9 @@ void RoutingNode::OnCommand(Stream& stream, const Command& command)
         Describe(stream, command);
         break;
     case messages::PING:
-        Answer(stream, command.id, {messages::Ping(AddressOf(GetOwnAddress()), 0, 0)});
+        // A reply is the same command, with the address of who replies; answering one would never end.
+        if (Reader(command).Text() == "ORBMODULE")
+            Answer(stream, command.id, {messages::Ping(AddressOf(GetOwnAddress()), 0, 0)});
         break;
     default:
         break;
@@ -156,6 +161,16 @@ void MasterRouter::OnAppear()
     RoutingNode::OnAppear();
     Keep(mPlace.module, mPlace.localPort);
     Keep(mPlace.module, mPlace.dataPort);
+}
+
+bool MasterRouter::MayOpen()
+{
+    return GetHeardFor() >= SettlingTime && std::chrono::steady_clock::now() - mLastEnd >= SettlingTime;
+}
+
+void MasterRouter::OnStreamEnded()
+{
+    mLastEnd = std::chrono::steady_clock::now();
 }
 
 bool MasterRouter::OnVerb(const Line& line, std::string& answer)

@@ -5,6 +5,8 @@
 #include <boost/asio/io_service.hpp>
 #include <boost/asio/ip/tcp.hpp>
 
+#include <sys/socket.h>
+
 #include <array>
 #include <deque>
 #include <functional>
@@ -12,6 +14,8 @@
 #include <string>
 
 namespace peers {
+
+using ReusePort = boost::asio::detail::socket_option::boolean<SOL_SOCKET, SO_REUSEPORT>;
 
 /// A TCP connection that carries commands, either accepted or opened by the peer. Lives on the peer's only thread;
 /// held by the node and by its own pending operations.
