@@ -231,8 +231,7 @@ void LinkAllocation::Print(std::ostream& out) const
             const LinkSlot& slot = mSlots[port][number];
             if (!slot.IsInUse()) continue;
             out << "\tSlot " << std::dec << number << "  Source" << slot.mSource.hid << " Port " << std::hex
-                << slot.mSource.port << std::dec << ' ' << PortText(slot.GetSourceLink().port) << slot.GetSourceSlot()
-                << '\n';
+                << slot.mSource.port << std::dec << PortText(slot.GetSourceLink().port) << slot.GetSourceSlot() << '\n';
             for (const HidPort& dest : slot.mDests) {
                 out << "\t\tDest " << dest.hid << " Port " << std::hex << dest.port << std::dec << '\n';
             }

@@ -116,8 +116,8 @@ TEST_F(LinkAllocationTest, LocalFormBooksTheSlotsItIsTold)
     EXPECT_EQ(mAllocation.Allocate(SourceA, Link(0, {5, 6}), DestX, Link(1, {40, 44}), mOut), AllocatedNew);
     EXPECT_EQ(mOut.source, Link(0, {5, 6}));
     EXPECT_EQ(mOut.destination, Link(1, {40, 44}));
-    EXPECT_THAT(Listing(), HasSubstr("Link 1\n\tSlot 40  Source192.1:1  Port 1 ORB PORT 5\n\t\tDest 192.4:1  Port a\n"
-                                     "\tSlot 44  Source192.1:1  Port 1 ORB PORT 6\n"));
+    EXPECT_THAT(Listing(), HasSubstr("Link 1\n\tSlot 40  Source192.1:1  Port 1ORB PORT 5\n\t\tDest 192.4:1  Port a\n"
+                                     "\tSlot 44  Source192.1:1  Port 1ORB PORT 6\n"));
     EXPECT_EQ(mAllocation.Free(SourceA, Link(0, {5, 6}), Link(1, {40, 44}), mOut), AllocatedNew);
     EXPECT_EQ(Counts(), Counted(0, 0));
     EXPECT_EQ(mAllocation.Free(SourceA, 1, DestX, mOut), AllocationFailed) << "the table still knows the source";
@@ -128,7 +128,7 @@ TEST_F(LinkAllocationTest, SlotsAndPortsOutOfRangeTouchNothing)
     const Slots wild = {512, INVALID_TDM_SLOT, 7};
     EXPECT_EQ(mAllocation.Allocate(SourceA, Link(0, {1, 2, 3}), DestX, Link(1, wild), mOut), AllocatedNew);
     EXPECT_EQ(Counts(), Counted(1, 1));
-    EXPECT_THAT(Listing(), HasSubstr("\tSlot 7  Source192.1:1  Port 1 ORB PORT 3\n")) << "the place in the list moved";
+    EXPECT_THAT(Listing(), HasSubstr("\tSlot 7  Source192.1:1  Port 1ORB PORT 3\n")) << "the place in the list moved";
     EXPECT_EQ(mAllocation.Free(SourceA, Link(0, {1, 2, 3}), Link(1, wild), mOut), AllocatedNew);
     EXPECT_EQ(Counts(), Counted(0, 0));
     for (const UINT8GIGEPORT port : {UINT8GIGEPORT{3}, UNKNOWN_GIGE_PORT}) {
