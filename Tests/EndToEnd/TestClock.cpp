@@ -1,0 +1,136 @@
+#include "Simulation/Rehearsal/LogFile.h"
+#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Rehearsal/NetworkNamespace.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace stage;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr char ReferenceBlock[] = "0004";
+constexpr std::uint32_t Family44k1Bit = 1u << 3;
+constexpr std::uint32_t PhaseFreezeBit = 1u << 4;
+/// Within the range of the 48 kHz family, and within that of the 44.1 kHz family.
+constexpr char In48k[] = "1150000";
+constexpr char In44k1[] = "1250000";
+
+/// References that the simulated FPGA measures, and what the module makes of them.
+class Clock : public testing::Test
+{
+protected:
+    Clock() : mShell(mModule.OpenShell()), mControl(mModule.OpenControl()) { mShell.StopTailing(); }
+
+    void Measure(const std::string& id, const std::string& value) { mControl.Ask("measure " + id + " " + value); }
+    /// The register is written by the module in its own time, and the board does not tell of it.
+    void ExpectPll(const std::string& id)
+    {
+        const Deadline deadline(Patience);
+        while (mControl.AskOne("pll") != id && !deadline.HasPassed())
+            std::this_thread::yield();
+        EXPECT_EQ(mControl.AskOne("pll"), id);
+    }
+
+    Module mModule;
+    ShellClient mShell;
+    ControlChannel mControl;
+    LogFile mLog;
+};
+
+TEST_F(Clock, SelectsLocksLosesAndFallsBack)
+{
+    EXPECT_EQ(mShell.Ask("clock/sources"), "bulk k0 k1 \n");
+    EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
+    EXPECT_EQ(mShell.Ask("clock/enable k0"), "");
+
+    // A worse source first, then the one of the Orb router, which has priority 0.
+    Measure("1", In48k);
+    ExpectPll("1");
+    EXPECT_EQ(mShell.Ask("clock/active"), "k0\n");
+    Measure("4", In48k);
+    ExpectPll("4");
+    EXPECT_EQ(mShell.Ask("clock/active"), "bulk\n");
+    EXPECT_THAT(mShell.Ask("clock/status"), ContainsRegex("1150000 +stable locking \\[selected\\]"));
+
+    mControl.Ask("lock on");
+    Measure("4", In48k);
+    mLog.WaitForLine("Stable Clock 4");
+    EXPECT_THAT(mShell.Ask("clock/status"), ContainsRegex("1150000 +stable locked \\[selected\\]"));
+
+    // Out of range: back to the next best, and from there, by a loss event, to the internal clock.
+    Measure("4", "1128999");
+    ExpectPll("1");
+    mControl.Ask("event 0004 0");
+    ExpectPll("0");
+    EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
+    EXPECT_THAT(mShell.Ask("clock/status"), Not(HasSubstr("[selected")));
+}
+
+TEST_F(Clock, GivesUpAfterThreeMeasurementsWithoutLock)
+{
+    Measure("4", In48k);
+    ExpectPll("4");
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        EXPECT_EQ(mControl.AskOne("pll"), "4");
+        Measure("4", In48k);
+        // The attempt is over once the module has acknowledged the event.
+        mControl.WaitForRegister(ReferenceBlock, 0x18, 1u << 2, 0);
+    }
+    mLog.WaitForLine("No servo loop lock after a number of attempts");
+    ExpectPll("0");
+}
+
+TEST_F(Clock, IsOverruledByHand)
+{
+    Measure("4", In48k);
+    ExpectPll("4");
+    EXPECT_EQ(mShell.Ask("clock/use_internal true"), "");
+    ExpectPll("0");
+    EXPECT_EQ(mShell.Ask("clock/set_pll_source k1"), "");
+    ExpectPll("2");
+    EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
+    EXPECT_EQ(mShell.Ask("clock/auto_pll_select"), "");
+    ExpectPll("4");
+    EXPECT_EQ(mShell.Ask("clock/disable bulk"), "");
+    ExpectPll("0");
+    EXPECT_EQ(mShell.Ask("clock/enable nothing"), "Error: Unknown clock 'nothing'\n");
+
+    EXPECT_EQ(mShell.Ask("clock/enable_phase_freeze true"), "");
+    mControl.WaitForRegister(ReferenceBlock, ControlRegister, PhaseFreezeBit, PhaseFreezeBit);
+    EXPECT_EQ(mShell.Ask("clock/set_measurement_range 5 9000"), "");
+    EXPECT_EQ(mControl.AskOne("range"), "5 9000");
+}
+
+TEST_F(Clock, FollowsTheRateOfTheSystem)
+{
+    ByteStream router = ByteStream::ConnectTcp(UnitNamespace, ModuleAddress, 55000);
+    // SET_ROUTER_SAMPLE_RATE: 88.2 kHz.
+    router.Send(std::string("\xA2\x02\x00\x28\x08\x00\x00\x00\x03\x00\x00\x00\x00\x00\x00\x00", 16));
+    mControl.WaitForRegister(ReferenceBlock, ControlRegister, Family44k1Bit, Family44k1Bit);
+    Measure("4", In44k1);
+    ExpectPll("4");
+    // And 96 kHz.
+    router.Send(std::string("\xA2\x02\x00\x28\x08\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00", 16));
+    mControl.WaitForRegister(ReferenceBlock, ControlRegister, Family44k1Bit, 0);
+    mControl.Ask("lock on");
+    Measure("4", In44k1);
+    mLog.WaitForLine("Main lamda SetRouterSampleRateCmd96kHz Port ORB PORT ");
+    Measure("4", In44k1);
+    ExpectPll("0");
+}
+
+TEST_F(Clock, AnIdThatCannotBeIsDropped)
+{
+    Measure("9", In48k);
+    mControl.WaitForRegister(ReferenceBlock, 0x18, 1u << 2, 0);
+    Measure("4", In48k);
+    ExpectPll("4");
+}
+
+} // namespace

@@ -1,0 +1,88 @@
+// The debug file and the crash dumps, on their real paths.
+
+#include "Simulation/Rehearsal/LogFile.h"
+#include "Simulation/Rehearsal/Module.h"
+
+#include <boost/filesystem.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace fs = boost::filesystem;
+using namespace stage;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr char DebugFile[] = "/home/root/OrbModule/debug.conf";
+constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
+
+TEST(DebugFile, SetsFeaturesAtTheStart)
+{
+    fs::create_directories(fs::path(DebugFile).parent_path());
+    std::ofstream(DebugFile) << "on CommsDebug 122\n\nSyncDebug\non NoSuchFeature 207\n";
+    Module module;
+    const LogFile log;
+    for (const std::string line : {"DebugConfig : Reading File '/home/root/OrbModule/debug.conf' ...",
+                                   "Debug Feature CommsDebug (60) is On", "Debug Feature IODiscovery (122) is On",
+                                   "Debug Feature SyncDebug (66) is Off", "DebugId -1 MaxDebugLevels 207 Assert 0",
+                                   "Feature NoSuchFeature is unknown ", "DebugId 207 MaxDebugLevels 207 Assert 0"}) {
+        EXPECT_THAT(log.Text(), HasSubstr(line));
+    }
+    // The module's first connection is told under the feature.
+    EXPECT_THAT(log.Text(), HasSubstr("Connecting to 1.63.1.0 Port 49190"));
+
+    ShellClient shell = module.OpenShell();
+    shell.Type("db 60");
+    EXPECT_THAT(shell.Stream().TakeThrough("Off"), HasSubstr("60   -  CommsDebug "));
+    fs::remove(DebugFile);
+}
+
+/// Ends a running module by a real crash of one of its threads, and gives what a stack walker reads from the dump.
+std::string WalkCrash(bool inMainThread)
+{
+    Module module;
+    ChildProcess& process = module.Process();
+    pid_t thread = process.Id();
+    if (!inMainThread) {
+        for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process.Id()) + "/task")) {
+            thread = std::max(thread, std::stoi(entry.path().filename().string()));
+        }
+    }
+    EXPECT_EQ(syscall(SYS_tgkill, process.Id(), thread, SIGSEGV), 0);
+    EXPECT_EQ(process.Wait().signal, SIGSEGV);
+
+    const std::string errors = process.Errors();
+    const std::string prefix = std::string("MINIDUMP=") + DumpDirectory + "/OrbModuleSim/";
+    EXPECT_THAT(errors, HasSubstr(prefix));
+    const std::size_t path = errors.find(prefix) + std::string("MINIDUMP=").size();
+    ChildProcess walker({{ORB_STACKWALK, errors.substr(path, errors.find('\n', path) - path)}});
+    EXPECT_EQ(walker.Wait().Text(), "exit code 0");
+    return walker.Output();
+}
+
+TEST(CrashDump, NamesTheThreadThatCrashed)
+{
+    EXPECT_THAT(WalkCrash(true), AllOf(HasSubstr("SIGSEGV"), HasSubstr("Thread 0 (crashed)")));
+    EXPECT_THAT(WalkCrash(false),
+                AllOf(ContainsRegex("Thread [1-9][0-9]* \\(crashed\\)"), Not(HasSubstr("Thread 0 (crashed)"))));
+}
+
+TEST(CrashDump, ADirectoryThatCannotBeMadeEndsTheStart)
+{
+    fs::remove_all("/var/lib/ostrel");
+    std::ofstream("/var/lib/ostrel") << "in the way";
+    ChildProcess process(Module::MakeCommand({}));
+    EXPECT_EQ(process.Wait().Text(), "exit code 3");
+    EXPECT_THAT(process.Errors(), HasSubstr(DumpDirectory));
+    fs::remove("/var/lib/ostrel");
+}
+
+} // namespace
