@@ -112,8 +112,8 @@ TEST_F(RemoteShellTest, ALineOfMoreThan64KiBEndsItsClient)
 
 TEST_F(RemoteShellTest, AClientThatDoesNotReadIsDropped)
 {
-    std::promise<void> closed;
-    mShell.GetServer().ConnectionClosed.connect([&](const auto&, const auto&) { closed.set_value(); });
+    mShell.GetServer().ConnectionClosed.connect(
+        [](const auto&, const auto&) { Audit::Instance()->WriteStamped(1, "a client has gone\n"); });
     mShell.Start();
     ShellClient stalled(Endpoint());
     ShellClient other(Endpoint());
@@ -122,7 +122,7 @@ TEST_F(RemoteShellTest, AClientThatDoesNotReadIsDropped)
     for (int i = 0; i < 64 && stalled.Send("big 1048576 x\n"); ++i) {
     }
     EXPECT_TRUE(mAudit->WaitFor("dropped, more than 4194304 bytes were not read\r\n"));
-    EXPECT_EQ(closed.get_future().wait_for(Deadline), std::future_status::ready);
+    EXPECT_TRUE(mAudit->WaitFor("a client has gone\n"));
     other.SkipGreeting();
     other.Send("echo alive\n");
     EXPECT_EQ(other.ReadUntil("\n"), "alive\n");
@@ -145,6 +145,9 @@ TEST_F(RemoteShellTest, TwoHundredClientsAtOnce)
 TEST_F(RemoteShellTest, WithoutADescriptorLeftItWaitsAndTriesAgain)
 {
     ShellClient client;
+    const auto endpoint = Endpoint();
+    // A checked build looks at an object's type through a pipe when it first meets it: let it meet the log now.
+    AUDIT_LOG(Fault, "ready\n");
     const int next = ::fcntl(0, F_DUPFD, 0);
     ASSERT_GE(next, 0);
     ::close(next);
@@ -152,15 +155,15 @@ TEST_F(RemoteShellTest, WithoutADescriptorLeftItWaitsAndTriesAgain)
     ::getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{static_cast<rlim_t>(next), before.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    client.Connect(Endpoint());
+    client.Connect(endpoint);
     const std::size_t handlers = mService.run_for(std::chrono::milliseconds(350));
     ::setrlimit(RLIMIT_NOFILE, &before);
 
     EXPECT_GT(handlers, 1u);
     EXPECT_LT(handlers, 20u);
     const std::string fault = "CommandLine: accept failed, ";
-    EXPECT_THAT(mAudit->Text(), StartsWith(fault));
-    EXPECT_EQ(mAudit->Text().find(fault, 1), std::string::npos);
+    EXPECT_THAT(mAudit->Text(), StartsWith("ready\n" + fault));
+    EXPECT_EQ(mAudit->Text().find(fault), mAudit->Text().rfind(fault));
     mService.restart();
     mShell.Start();
     client.SkipGreeting();
