@@ -23,6 +23,10 @@ public:
     Step HandOver();
     /// The last step of a rehearsal.
     Step Farewell();
+    /// The running module, for the scenes that follow.
+    stage::Module& GetModule() { return *mModule; }
+    stage::ControlChannel& GetControl() { return *mControl; }
+    stage::ShellClient& GetShell() { return *mShell; }
 
 private:
     std::string Start();

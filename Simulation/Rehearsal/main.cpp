@@ -1,7 +1,9 @@
 // What a newcomer sees first: the module in the rig, at work.
 
+#include "Simulation/Rehearsal/NetworkScene.h"
 #include "Simulation/Rehearsal/Rehearsal.h"
 #include "Simulation/Rehearsal/RoutingScene.h"
+#include "Simulation/Rehearsal/ShowScene.h"
 
 #include <boost/program_options.hpp>
 
@@ -24,8 +26,12 @@ int Play(const po::variables_map& values)
     const bool hasTerminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
 
     RoutingScene routing(setup, patience);
+    NetworkScene network(routing, patience);
+    ShowScene show(routing, network, patience);
     Rehearsal rehearsal(values.count("step") > 0);
     rehearsal.Add(routing.Steps());
+    rehearsal.Add(network.Steps());
+    rehearsal.Add(show.Steps());
     if (hasTerminal && !values.count("no-shell")) {
         rehearsal.Add(routing.HandOver());
     }

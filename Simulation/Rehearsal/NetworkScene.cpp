@@ -1,0 +1,277 @@
+#include "Simulation/Rehearsal/NetworkScene.h"
+
+#include "Simulation/Rehearsal/NetworkNamespace.h"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+
+using namespace stage;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned int DevicesToCheck = 6000;
+constexpr unsigned int RouterInfoReq = 829;
+constexpr unsigned int IoInfoReq = 800;
+constexpr unsigned int RemoteIoUpdate = 826;
+constexpr unsigned int RemoteRouterUpdate = 827;
+constexpr unsigned int IoInfoDevReq = 814;
+constexpr unsigned int RouterInfo = 825;
+
+constexpr unsigned int ModuleRack = 0x12;
+constexpr unsigned int BoxRack = 0x20;
+constexpr unsigned int HubRack = 0x30;
+constexpr unsigned int RouterRack = 0x08;
+constexpr char HubHid[] = "0x00308000";
+constexpr char RouterHid[] = "0x00088000";
+
+std::string Rack(unsigned int rack)
+{
+    return std::to_string(rack);
+}
+
+/// Bytes of a word as they stand on the wire, in the form of a received command.
+std::string WireWord(const std::string& hex)
+{
+    const unsigned long value = std::stoul(hex, nullptr, 16);
+    char text[16];
+    std::snprintf(text, sizeof text, "%02lx %02lx %02lx %02lx", value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF,
+                  value >> 24 & 0xFF);
+    return text;
+}
+
+std::string Took(Clock::time_point since)
+{
+    return std::to_string(std::chrono::duration_cast<Milliseconds>(Clock::now() - since).count()) + " ms";
+}
+
+/// Whether one of the module's interfaces has that address. The scenes run in the module's namespace.
+bool HasAddress(const std::string& address)
+{
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) return false;
+    bool found = false;
+    for (const ifaddrs* entry = list; entry; entry = entry->ifa_next) {
+        if (!entry->ifa_addr || entry->ifa_addr->sa_family != AF_INET) continue;
+        char text[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(entry->ifa_addr)->sin_addr, text, sizeof text);
+        found = found || address == text;
+    }
+    freeifaddrs(list);
+    return found;
+}
+
+void ExpectAddress(const std::string& address)
+{
+    if (!HasAddress(address)) throw NotSeen("no interface has the address " + address);
+}
+
+} // namespace
+
+std::vector<Step> NetworkScene::Steps()
+{
+    return {
+        {"the update service checks the module", [this] { return PassCheck(); }},
+        {"the Orb router tells the module who it is", [this] { return LearnIdentity(); }},
+        {"the link ports come up", [this] { return BringLinksUp(); }},
+        {"a fixed format box is plugged in", [this] { return MeetFixedBox(); }},
+        {"a modular box takes its place",
+         [this] { return MeetBoxInItsPlace("modular", "card 0 Mic in=0-7 out=0-7", "a modular box"); }},
+        {"an AoIP box takes its place", [this] { return MeetBoxInItsPlace("aoip", "card 0 QV1790", "an AoIP box"); }},
+        {"a module device takes its place",
+         [this] { return MeetBoxInItsPlace("module", "ports 64 64", "a module device"); }},
+        {"a hub with a box behind it takes its place", [this] { return MeetHub(); }},
+        {"a master router takes its place", [this] { return MeetRouter(); }}};
+}
+
+void NetworkScene::TellDriver(const std::string& line)
+{
+    mRouting.GetModule().OpenLinkDriver().Ask(line, mPatience);
+}
+
+std::string NetworkScene::PassCheck()
+{
+    mUpdate = std::make_unique<Peer>("update", UnitNamespace, std::vector<std::string>{"--appear"}, mPatience);
+    mUpdate->WaitFor(DevicesToCheck, 1, mPatience);
+    mLog.WaitForLine("Connect to the ORB Router", mPatience);
+    return "At 1.63.1.0 the update service appears; the module connects, asks to be checked, is up to date, and goes "
+           "on "
+           "to the Orb router.";
+}
+
+std::string NetworkScene::LearnIdentity()
+{
+    mOrb = std::make_unique<Peer>("orb", UnitNamespace,
+                                  std::vector<std::string>{"--hid", "0x00128000", "--io-hid", OrbIo, "--do",
+                                                           "card 0 Mic in=0-15 out=0-15", "--appear"},
+                                  mPatience);
+    mOrb->WaitFor(RouterInfoReq, 1, mPatience);
+    // A master router may take its time to appear.
+    constexpr char RouterTimeAllowance[] = "command 885 u32:600000";
+    mOrb->Tell(RouterTimeAllowance, mPatience);
+    mOrb->WaitFor(IoInfoReq, 1, mPatience);
+    mLog.WaitForLine("LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", mPatience);
+    // The aliases are given in the event behind it.
+    mLog.WaitForLine("LinkManager::OnDeviceChange Device Online", mPatience);
+    ExpectAddress("0.18.5.0");
+    ExpectAddress("0.18.6.0");
+    return "The Orb router is asked and answers: the module serves rack 0.18, and eth0 now has the addresses 0.18.5.0 "
+           "and 0.18.6.0.";
+}
+
+std::string NetworkScene::BringLinksUp()
+{
+    mLog.WaitForLine("Start Router Ignore Timer", mPatience);
+    for (const std::string link : {"k2link0", "k2link1"}) {
+        std::ifstream file("/sys/class/net/" + link + "/k2hid");
+        std::string text;
+        std::getline(file, text);
+        if (text != Rack(2 * ModuleRack)) throw NotSeen("the driver of " + link + " was told '" + text + "'");
+    }
+    return "Both link drivers know the module as " + Rack(2 * ModuleRack) +
+           " (twice its rack), the interfaces are up, and a master router may appear.";
+}
+
+void NetworkScene::Plug(unsigned int link, unsigned int rack, std::unique_ptr<Peer> neighbour)
+{
+    mOrb->Tell("clear", mPatience);
+    mNeighbours[link] = std::move(neighbour);
+    TellDriver("plug " + std::to_string(link) + " " + Rack(2 * rack) + " 0");
+    mNeighbours[link]->Tell("appear", mPatience);
+}
+
+void NetworkScene::Unplug(unsigned int link)
+{
+    TellDriver("unplug " + std::to_string(link));
+    mNeighbours[link].reset();
+}
+
+std::unique_ptr<Peer> NetworkScene::MakeBox(const std::string& kind, unsigned int link, const std::string& card)
+{
+    return std::make_unique<Peer>(kind, link == 0 ? PrimaryNamespace : SecondaryNamespace,
+                                  std::vector<std::string>{"--hid", Box, "--module-rack", Rack(ModuleRack), "--rack",
+                                                           Rack(BoxRack), "--link", std::to_string(link), "--do", card},
+                                  mPatience);
+}
+
+void NetworkScene::ExpectUpdate(unsigned int id, const std::string& hid, bool present)
+{
+    // Behind the 8 bytes of the header stand the type, the HID and then the address, which is 0 for what has gone.
+    constexpr std::size_t HidPlace = 9 * 3;
+    constexpr std::size_t AddressPlace = 13 * 3;
+    constexpr std::size_t WordLength = 4 * 3 - 1;
+    const auto isExpected = [&](const std::string& bytes) {
+        return bytes.substr(HidPlace, WordLength) == WireWord(hid) &&
+               (bytes.substr(AddressPlace, WordLength) != "00 00 00 00") == present;
+    };
+    const Deadline deadline(mPatience);
+    for (;;) {
+        const std::vector<std::string> updates = mOrb->GetReceived(id);
+        if (std::any_of(updates.begin(), updates.end(), isExpected)) return;
+        mOrb->WaitFor(id, static_cast<unsigned int>(updates.size() + 1), deadline.Left());
+    }
+}
+
+void NetworkScene::ExpectHeartbeat(const std::string& bytes)
+{
+    const Deadline deadline(mPatience);
+    std::string heard;
+    do {
+        heard = mOrb->Tell("module-heartbeat", mPatience).front();
+        if (heard.substr(heard.find(' ') + 1) == bytes) return;
+    } while (!deadline.HasPassed());
+    throw NotSeen("the last module heartbeat was " + heard);
+}
+
+std::string NetworkScene::PlugBox(unsigned int link)
+{
+    const auto start = Clock::now();
+    Plug(link, BoxRack, MakeBox("fixed", link, "card 0 QV1410"));
+    ExpectUpdate(RemoteIoUpdate, Box, true);
+    return Took(start);
+}
+
+std::string NetworkScene::MeetFixedBox()
+{
+    const std::string took = PlugBox(0);
+    ExpectAddress("0.8.0.1");
+    const std::string map = "showlinkmap " + std::to_string(std::stoul(Box, nullptr, 16));
+    mRouting.GetShell().Ask(map, mPatience);
+    mLog.WaitForLine("A7  -> 7", mPatience);
+    return "The driver reports a neighbour, k2link0 gets 0.8.0.1, heartbeats flow, the box is checked and describes "
+           "its "
+           "8 inputs and outputs, and the Orb router is told of it, " +
+           took + " after the plug.";
+}
+
+std::string NetworkScene::MeetBoxInItsPlace(const std::string& kind, const std::string& card, const std::string& type)
+{
+    mOrb->Tell("clear", mPatience);
+    Unplug(0);
+    ExpectUpdate(RemoteIoUpdate, Box, false);
+    const auto start = Clock::now();
+    Plug(0, BoxRack, MakeBox(kind, 0, card));
+    ExpectUpdate(RemoteIoUpdate, Box, true);
+    return "The Orb router is told that the last one has gone and that there is now " + type + ", " + Took(start) +
+           " after the plug.";
+}
+
+void NetworkScene::PlugHub()
+{
+    Plug(0, HubRack,
+         std::make_unique<Peer>("hub", PrimaryNamespace,
+                                std::vector<std::string>{"--hid", HubHid, "--module-rack", Rack(ModuleRack), "--rack",
+                                                         Rack(HubRack), "--link", "0", "--do",
+                                                         std::string("device ") + HubBox + " fixed 0.48.9.1", "--do",
+                                                         std::string("of ") + HubBox + " card 0 QV1410"},
+                                mPatience));
+}
+
+void NetworkScene::AwaitHubBox()
+{
+    ExpectUpdate(RemoteIoUpdate, HubBox, true);
+}
+
+std::string NetworkScene::MeetHub()
+{
+    mOrb->Tell("clear", mPatience);
+    Unplug(0);
+    ExpectUpdate(RemoteIoUpdate, Box, false);
+    PlugHub();
+    ExpectUpdate(RemoteRouterUpdate, HubHid, true);
+    mNeighbours[0]->WaitFor(RouterInfo, 1, mPatience);
+    mNeighbours[0]->WaitFor(IoInfoDevReq, 1, mPatience);
+    AwaitHubBox();
+    return "The hub is checked and names itself, the module opens a data link to it, asks it for the description of "
+           "the "
+           "box behind it, and tells the Orb router of both.";
+}
+
+void NetworkScene::PlugRouter()
+{
+    Plug(0, RouterRack,
+         std::make_unique<Peer>("router", PrimaryNamespace,
+                                std::vector<std::string>{"--hid", RouterHid, "--module-rack", Rack(ModuleRack),
+                                                         "--rack", Rack(RouterRack), "--link", "0"},
+                                mPatience));
+}
+
+std::string NetworkScene::MeetRouter()
+{
+    mOrb->Tell("clear", mPatience);
+    Unplug(0);
+    ExpectUpdate(RemoteRouterUpdate, HubHid, false);
+    PlugRouter();
+    ExpectUpdate(RemoteRouterUpdate, RouterHid, true);
+    mLog.WaitForLine("Router detected on downstream ports ACCEPTING", mPatience);
+    const std::string heartbeat = "96 00 80 08 00";
+    ExpectHeartbeat(heartbeat);
+    return "Its heartbeat names itself as the master, and the module follows: master control now sees " + heartbeat +
+           ".";
+}

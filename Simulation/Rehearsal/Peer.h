@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Simulation/Rehearsal/ControlChannel.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace stage {
+
+/// A neighbour of the module on the stage: a virtual peer as a program of its own, in a namespace of the rig, that
+/// does what it is told and tells what it has received.
+class Peer
+{
+public:
+    /// @param kind as the program Peer takes it; @param options its further arguments.
+    Peer(const std::string& kind, const std::string& networkNamespace, const std::vector<std::string>& options,
+         Milliseconds patience = Patience);
+
+    /// @throws std::runtime_error with the peer's text if it cannot do that.
+    std::vector<std::string> Tell(const std::string& line, Milliseconds patience = Patience)
+    {
+        return mControl->Ask(line, patience);
+    }
+    /// Waits until that many commands of an id have come since the start or the last "clear", and gives the bytes of
+    /// the last one in hex, header included.
+    std::string WaitFor(unsigned int id, unsigned int count = 1, Milliseconds patience = Patience);
+    /// The bytes of all commands of an id that have come since then.
+    std::vector<std::string> GetReceived(unsigned int id);
+
+private:
+    Peer(const std::string& kind, const std::string& networkNamespace, const std::vector<std::string>& options,
+         const std::string& path, Milliseconds patience);
+
+    ChildProcess mProcess;
+    std::unique_ptr<ControlChannel> mControl;
+};
+
+} // namespace stage
