@@ -37,7 +37,7 @@ need_command() {
 
 # need_preset ROOT NAME: what a build of the checkout with this CMake preset needs.
 need_preset() {
-    need_packages g++ make cmake ninja-build ccache pkg-config \
+    need_packages g++ make cmake ninja-build ccache pkg-config netbase \
         libboost-dev libboost-program-options-dev libboost-filesystem-dev libboost-system-dev \
         libnl-3-dev libnl-genl-3-dev libgtest-dev libgmock-dev libbenchmark-dev
     # scripts/breakpad fetches one source archive with it, once.
