@@ -102,6 +102,7 @@ TEST(CommandContainer, ANestedLengthThatLies)
         const auto container = ReadNested(value);
         const auto set = container->GetReadSet();
         ASSERT_TRUE(set);
+        EXPECT_EQ(set->GetBytesLeft(), 0u);
         const ForwardToActiveCmd inner(*set);
         EXPECT_TRUE(set->IsBad());
         EXPECT_EQ(inner.GetCommand()->GetLength(), 4u);

@@ -158,6 +158,11 @@ TEST_F(EventTimers, EqualTimesRunTheLatestArmedFirst)
     Advance(20);
     EXPECT_THAT(Pass(), ElementsAre(4, 3, 2, 1));
     EXPECT_EQ(counted, 4u);
+    // 920 ms and 80 are a second, no more and no less.
+    Started(80);
+    timers.Start({101, 0}, Create(0));
+    Advance(80);
+    EXPECT_THAT(Pass(), ElementsAre(6, 5));
 }
 
 TEST_F(EventTimers, StartMovesARunningTimer)
