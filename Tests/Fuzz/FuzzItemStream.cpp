@@ -1,0 +1,101 @@
+// The bytes of a KLV connection, in pieces of any size, up to the posted commands: as many are posted as the input
+// holds whole, unless the stream has given its peer up.
+
+#include "Common/KLV/Commands/Commands.h"
+#include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
+#include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
+#include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
+#include "Sockets/HandlerMutex.h"
+#include "Tests/Support/QuietLog.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <set>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+class NoComms : public iOrbKLVComms
+{
+public:
+    void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
+    void Disconnect(UINT8GIGEPORT) override {}
+    bool DisconnectPending(UINT8GIGEPORT, StreamType, bool& exists) override { return exists = false; }
+    void Disconnect(std::uint32_t, StreamType) override {}
+    bool SendCmd(UINT8GIGEPORT, const DeskCommand&, StreamType, std::uint32_t) override { return false; }
+    void AddKLVStream(OrbKLVStream&) override {}
+    void RemoveKLVStream(OrbKLVStream&) override {}
+    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
+};
+
+struct Receiver
+{
+    Receiver()
+    {
+        Klv::VisitReceivedCommands([this](auto row) {
+            using Class = typename decltype(row)::Command;
+            ids.insert(Class::ID);
+            processor.Connect<Class>(
+                [this](const std::shared_ptr<Class const>&, unsigned char, StreamType) { ++received; });
+        });
+    }
+
+    /// Whole commands in the bytes, up to the first header that no stream accepts.
+    std::size_t CountCommands(const std::uint8_t* data, std::size_t size) const
+    {
+        std::size_t count = 0;
+        while (size >= 8) {
+            const auto key = LoadLittleEndian<std::uint32_t>(data);
+            const std::size_t length = LoadLittleEndian<std::uint32_t>(data + 4);
+            if (length > KLVTCPStream::MAX_LENGTH || length > size - 8) break;
+            if (key >> 27 == Klv::COMMAND_KEY_TYPE && ids.count(key & Klv::ID_MASK) != 0) ++count;
+            data += 8 + length;
+            size -= 8 + length;
+        }
+        return count;
+    }
+
+    boost::asio::io_service service;
+    OrbCommandProcessor processor{service};
+    NoComms comms;
+    HandlerMutex mutex;
+    OrbKLVSocketHandler handler{mutex, comms, processor};
+    std::set<CommandID> ids;
+    std::size_t received = 0;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    QuietLog::Install();
+    static Receiver receiver;
+    if (size == 0) return 0;
+    const std::size_t pieceSize = data[0] == 0 ? 50000 : data[0];
+    ++data;
+    --size;
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair) != 0) return 0;
+    bool isGivenUp = false;
+    {
+        OrbKLVStream stream(receiver.handler);
+        stream.Attach(pair[0]);
+        stream.SetConnected();
+        receiver.received = 0;
+        for (std::size_t sent = 0; sent < size && !isGivenUp;) {
+            const ssize_t piece = ::send(pair[1], data + sent, std::min(pieceSize, size - sent), MSG_NOSIGNAL);
+            if (piece <= 0) std::abort();
+            sent += static_cast<std::size_t>(piece);
+            stream.OnRead();
+            isGivenUp = stream.CloseAndDelete();
+        }
+    }
+    ::close(pair[1]);
+    receiver.service.restart();
+    receiver.service.poll();
+    const std::size_t whole = receiver.CountCommands(data, size);
+    if (isGivenUp ? receiver.received > whole : receiver.received != whole) std::abort();
+    return 0;
+}
