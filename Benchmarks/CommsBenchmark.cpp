@@ -293,7 +293,8 @@ void IdleStream(benchmark::State& state)
         grown += ResidentBytes() - before;
         state.SetIterationTime(1e-6);
     }
-    const double each = static_cast<double>(grown) / static_cast<double>(Streams * state.iterations());
+    const double each =
+        static_cast<double>(grown) / static_cast<double>(Streams) / static_cast<double>(state.iterations());
     state.counters["KiB"] = each / 1024;
     state.counters["pages"] = each / static_cast<double>(sysconf(_SC_PAGESIZE));
 }

@@ -87,7 +87,7 @@ void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16
     const HandlerMutex::Guard guard(mMutex);
     AUDIT_STREAM(CommsDebug, "Connecting to " << AddressText(address) << " Port " << tcpPort << "\r\n");
     const auto underWay = std::find_if(mConnecting.begin(), mConnecting.end(), [&](const OrbKLVStream* stream) {
-        return stream->GetPort() == port && stream->IsAimedAt(address, tcpPort);
+        return !stream->CloseAndDelete() && stream->GetPort() == port && stream->IsAimedAt(address, tcpPort);
     });
     if (underWay != mConnecting.end()) {
         // Whoever asks again has reason to think that the peer is there now.
