@@ -25,9 +25,8 @@ Box::Box(boost::asio::io_service& service, const Place& place, const Cable& cabl
     : LinkNode(service, place, cable, hid, TypeOf(kind)), mDescription(kind)
 {}
 
-void Box::OnAppear()
+void Box::ListenForStreams()
 {
-    LinkNode::OnAppear();
     Listen(mPlace.own, mPlace.localPort);
 }
 

@@ -22,7 +22,7 @@ public:
     Box(boost::asio::io_service& service, const Place& place, const Cable& cable, std::uint32_t hid, BoxKind kind);
 
 protected:
-    void OnAppear() override;
+    void ListenForStreams() override;
     void OnCommand(Stream& stream, const Command& command) override;
     bool OnVerb(const Line& line, std::string& answer) override;
     std::string GetHelp() const override;
@@ -77,7 +77,7 @@ public:
     Hub(boost::asio::io_service& service, const Place& place, const Cable& cable, std::uint32_t hid);
 
 protected:
-    void OnAppear() override;
+    void ListenForStreams() override;
     std::vector<std::uint32_t> GetFurtherAddresses() const override;
 };
 

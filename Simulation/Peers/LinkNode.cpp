@@ -63,6 +63,8 @@ void LinkNode::OpenHeartbeats()
 void LinkNode::OnAppear()
 {
     SetAddresses();
+    // The first heartbeat brings the module's connection at once.
+    ListenForStreams();
     OpenHeartbeats();
     mHeard = 0;
     Hear();

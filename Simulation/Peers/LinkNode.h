@@ -40,6 +40,8 @@ public:
 
 protected:
     void OnAppear() override;
+    /// Once the addresses stand and before anything is sent.
+    virtual void ListenForStreams() {}
     void OnVanish() override;
     bool OnVerb(const Line& line, std::string& answer) override;
     std::string GetHelp() const override;

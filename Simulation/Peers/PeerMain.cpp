@@ -27,6 +27,7 @@ struct Settings
     std::string interface = "eth0";
     unsigned link = 0;
     unsigned port = 0;
+    unsigned localPort = peers::Place().localPort;
     std::vector<std::string> lines;
     bool appear = false;
 };
@@ -35,6 +36,8 @@ std::unique_ptr<peers::Node> Build(boost::asio::io_service& service, const Setti
 {
     peers::Place place;
     const std::uint32_t hid = settings.hid.empty() ? 0 : peers::ToNumber(settings.hid);
+    if (settings.localPort > 0xFFFF) throw peers::LineError("no such port");
+    place.localPort = static_cast<std::uint16_t>(settings.localPort);
     if (settings.kind == "orb" || settings.kind == "update") {
         place.own = peers::ToAddress(settings.own);
         place.module = peers::ToAddress(settings.module);
@@ -69,6 +72,7 @@ bool Parse(int argc, char** argv, Settings& settings)
         "link", options::value(&settings.link), "link index of the module: 0 primary, 1 secondary (link peers)")(
         "port", options::value(&settings.port), "own gigabit port (link peers)")(
         "interface", options::value(&settings.interface), "own interface (link peers)")(
+        "local-port", options::value(&settings.localPort), "where the local stream meets, else 55000")(
         "do", options::value(&settings.lines)->composing(), "a line of the control channel to begin with")(
         "appear", options::bool_switch(&settings.appear), "appear at once");
     options::positional_options_description positional;

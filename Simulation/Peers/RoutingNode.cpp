@@ -142,9 +142,8 @@ std::vector<std::uint32_t> Hub::GetFurtherAddresses() const
     return {GetPortAddress(Hid(GetHid()), GetPort())};
 }
 
-void Hub::OnAppear()
+void Hub::ListenForStreams()
 {
-    RoutingNode::OnAppear();
     Listen(mPlace.own, mPlace.localPort);
     // The data link ends at the address of the rack's port side; without an interface of its own, at the only one.
     Listen(HasInterface() ? GetFurtherAddresses().front() : mPlace.own, mPlace.dataPort);

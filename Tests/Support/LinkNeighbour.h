@@ -99,6 +99,7 @@ inline std::vector<std::uint8_t> HeartbeatPacket(std::uint16_t rack, std::uint16
                                         0,
                                         0,
                                         0};
-    packet.insert(packet.end(), variant.begin(), variant.end());
+    for (const std::uint8_t byte : variant)
+        packet.push_back(byte);
     return packet;
 }
