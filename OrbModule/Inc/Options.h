@@ -1,5 +1,7 @@
 #pragma once
 
+#include "MiscSource/NetworkPorts.h"
+
 #include <boost/asio/ip/tcp.hpp>
 
 #include <optional>
@@ -12,7 +14,7 @@ struct Options
     std::string programName;
     std::string logPath;
     std::string simulationPath;
-    boost::asio::ip::tcp::endpoint shellEndpoint{boost::asio::ip::tcp::v4(), 55555};
+    boost::asio::ip::tcp::endpoint shellEndpoint{boost::asio::ip::tcp::v4(), NetworkPorts::SHELL};
     unsigned int hid = 0;
     bool connectQuillSync = false;
 };

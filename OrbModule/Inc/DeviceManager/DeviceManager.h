@@ -136,11 +136,6 @@ public:
     void ConnectForwarding(Processor& processor);
 
 private:
-    static constexpr std::uint16_t UpdateServiceTcpPort = 49190;
-    static constexpr std::uint16_t LocalTcpPort = 55000;
-    /// Of the data link between routers.
-    static constexpr std::uint16_t SlaveTcpPort = 55100;
-
     struct CableCheck
     {
         Hid hid;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "MiscSource/NetworkPorts.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "OrbModule/Inc/OrbComms/iStreamContainer.h"
@@ -33,9 +34,9 @@ public:
     {
         /// By Routing::PortsEnum.
         std::array<std::string, Routing::PORT_COUNT> interfaces = {"eth0", "k2link0", "k2link1"};
-        std::uint16_t adjacentRouter = 55000;
-        std::uint16_t masterRouter = 55100;
-        std::uint16_t updateService = 49190;
+        std::uint16_t adjacentRouter = NetworkPorts::LOCAL_STREAM;
+        std::uint16_t masterRouter = NetworkPorts::ROUTER_STREAM;
+        std::uint16_t updateService = NetworkPorts::UPDATE_SERVICE;
     };
     using StreamSignal =
         boost::signals2::signal<void(UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid)>;

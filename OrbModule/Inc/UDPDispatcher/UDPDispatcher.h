@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Audit/Audit.h"
+#include "MiscSource/NetworkPorts.h"
 #include "OrbModule/Inc/UDPDispatcher/SwitchFabric.h"
 
 #include <array>
@@ -24,13 +25,11 @@
 class UDPDispatcher
 {
 public:
-    static constexpr std::uint16_t FABRIC_PORT = 49156;
-
     template <class Message>
     using SignalType = boost::signals2::signal<void(std::shared_ptr<const Message>)>;
 
     /// @throws std::runtime_error that names the port if it is taken.
-    explicit UDPDispatcher(boost::asio::io_service& service, std::uint16_t port = FABRIC_PORT);
+    explicit UDPDispatcher(boost::asio::io_service& service, std::uint16_t port = NetworkPorts::SWITCH_FABRIC);
     virtual ~UDPDispatcher() = default;
     UDPDispatcher(const UDPDispatcher&) = delete;
     UDPDispatcher& operator=(const UDPDispatcher&) = delete;

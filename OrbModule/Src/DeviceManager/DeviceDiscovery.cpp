@@ -14,6 +14,7 @@
 #include "Common/KLV/Commands/RemoteRouterUpdate.h"
 #include "Common/KLV/Commands/RouterInfo.h"
 #include "Common/KLV/Commands/RouterInfoReq.h"
+#include "MiscSource/NetworkPorts.h"
 #include "OrbModule/Inc/DeviceManager/CardModels.h"
 
 #include <algorithm>
@@ -198,7 +199,7 @@ void DeviceManager::LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT por
     SendToOrb(RemoteRouterUpdate(command.GetType(), hid, address, mHid));
     SendSelfInfo(port);
     AddSlaveLinkDataRoute(hid, isPri);
-    if (!mRouterConnected) mComms->Connect(address, port, SlaveTcpPort);
+    if (!mRouterConnected) mComms->Connect(address, port, NetworkPorts::ROUTER_STREAM);
     DeviceStateChange(hid, port, true, type);
 }
 

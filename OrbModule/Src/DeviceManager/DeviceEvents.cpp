@@ -11,6 +11,7 @@
 #include "Common/KLV/Commands/RemoteRouterUpdate.h"
 #include "Common/KLV/Commands/RouterInfoReq.h"
 #include "Common/KLV/Commands/SornMixedHIDError.h"
+#include "MiscSource/NetworkPorts.h"
 
 #include <algorithm>
 #include <string>
@@ -84,7 +85,7 @@ void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEP
         PostNetworkConnection(true);
         mRouterConnected = true;
     } else {
-        mComms->Connect(remoteIp, port, LocalTcpPort);
+        mComms->Connect(remoteIp, port, NetworkPorts::LOCAL_STREAM);
     }
 }
 
@@ -281,7 +282,7 @@ void DeviceManager::OnDeviceCheckResults(std::shared_ptr<const DeviceCheckResult
     if (command->GetResult() != 0) return;
     if (address == AddressText(UNIT_MODULE)) {
         AUDIT_LOG(Information, "Connect to the ORB Router\r\n");
-        mComms->Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, LocalTcpPort);
+        mComms->Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, NetworkPorts::LOCAL_STREAM);
         return;
     }
     const std::string primary = AddressText(mLocal.Pri.RemoteIp);

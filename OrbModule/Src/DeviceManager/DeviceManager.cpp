@@ -1,6 +1,7 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 #include "Audit/Audit.h"
+#include "MiscSource/NetworkPorts.h"
 #include "MiscSource/SystemUtilities.h"
 
 #include <map>
@@ -22,7 +23,7 @@ DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& com
       mLimits(limits)
 {
     AUDIT_LOG(Information, "Starting DeviceManager\n");
-    mComms->Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, UpdateServiceTcpPort);
+    mComms->Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, NetworkPorts::UPDATE_SERVICE);
 }
 
 DeviceRecord* DeviceManager::GetDeviceRecord(Hid hid)

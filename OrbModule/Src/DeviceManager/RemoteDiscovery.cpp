@@ -4,6 +4,7 @@
 #include "Common/KLV/Commands/IoInfoDevReq.h"
 #include "Common/KLV/Commands/RemoteIoUpdate.h"
 #include "Common/KLV/Commands/RemoteRouterUpdate.h"
+#include "MiscSource/NetworkPorts.h"
 
 #include <sstream>
 
@@ -175,7 +176,7 @@ void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GI
     }
     if (record->IsOnline(isPri)) return;
     AddSlaveLinkDataRoute(hid, isPri);
-    if (!mRouterConnected) mComms->Connect(GetPortAddress(hid, port), port, SlaveTcpPort);
+    if (!mRouterConnected) mComms->Connect(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
     const UINT8GIGEPORT remoteGigE = mLocal.Link(isPri).RemoteGigE;
     AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << PortText(remoteGigE) << " Address "
                                           << AddressText(command.GetAddress()) << "\n");

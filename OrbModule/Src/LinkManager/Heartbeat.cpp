@@ -1,6 +1,7 @@
 #include "OrbModule/Inc/LinkManager/Heartbeat.h"
 
 #include "Audit/Audit.h"
+#include "MiscSource/NetworkPorts.h"
 #include "MiscSource/SystemUtilities.h"
 
 #include <array>
@@ -12,7 +13,6 @@ namespace {
 
 using boost::asio::ip::udp;
 
-constexpr std::uint16_t HeartbeatPort = 49157;
 constexpr std::uint8_t MessageType = 150;
 constexpr std::chrono::seconds Period{1};
 
@@ -35,7 +35,7 @@ udp::socket BindSocket(boost::asio::io_service& service, const udp::endpoint& lo
 
 Heartbeat::Endpoint Heartbeat::UnitEndpoint(Hid node)
 {
-    return {boost::asio::ip::address_v4(node), HeartbeatPort};
+    return {boost::asio::ip::address_v4(node), NetworkPorts::MODULE_HEARTBEAT};
 }
 
 Heartbeat::Heartbeat(const Endpoint& local, const Endpoint& destination)

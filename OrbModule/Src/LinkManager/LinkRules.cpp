@@ -1,15 +1,13 @@
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
 
+#include "MiscSource/NetworkPorts.h"
+
 namespace LinkRules {
 
 namespace {
 
 using boost::asio::ip::address_v4;
 using boost::asio::ip::udp;
-
-/// The owner of a link's network listens on the first.
-constexpr std::uint16_t OwnerPort = 60001;
-constexpr std::uint16_t GuestPort = 60002;
 
 } // namespace
 
@@ -21,9 +19,9 @@ LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& stat
     const bool primary = port == 0;
     const bool owner = OwnsLinkNetwork(localRack, status.RemoteId);
     return {{address_v4(GetLinkLocalAddress(localRack, port, status.RemoteId, remotePort, primary)),
-             owner ? OwnerPort : GuestPort},
+             owner ? NetworkPorts::LINK_OWNER : NetworkPorts::LINK_GUEST},
             {address_v4(GetLinkRemoteAddress(localRack, port, status.RemoteId, remotePort, primary)),
-             owner ? GuestPort : OwnerPort}};
+             owner ? NetworkPorts::LINK_GUEST : NetworkPorts::LINK_OWNER}};
 }
 
 LinkChange WorkOutLinkChange(const udp::endpoint& current, const udp::endpoint& local)
