@@ -1,11 +1,10 @@
 #include "Utilities/CommandLine/RemoteCommandServer.h"
 
 #include "Audit/Audit.h"
+#include "MiscSource/SystemUtilities.h"
 
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
-
-#include <fcntl.h>
 
 #include <chrono>
 #include <sstream>
@@ -20,18 +19,11 @@ using boost::asio::ip::tcp;
 /// After a failed accept. With no descriptor left the next attempt would fail at once, and so on for ever.
 constexpr std::chrono::milliseconds RetryDelay{100};
 
-/// Tools that the module runs must not hold the shell's sockets open.
-template <class Socket>
-void CloseOnExec(Socket& socket)
-{
-    ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
-}
-
 tcp::acceptor Listen(boost::asio::io_service& service, const tcp::endpoint& endpoint)
 {
     try {
         tcp::acceptor acceptor(service, endpoint.protocol());
-        CloseOnExec(acceptor);
+        KeepFromChildren(acceptor.native_handle());
         acceptor.set_option(tcp::acceptor::reuse_address(true));
         acceptor.bind(endpoint);
         acceptor.listen();
@@ -72,7 +64,7 @@ void RemoteCommandServer::OnAccept(const boost::system::error_code& error)
         return;
     }
     mAcceptFailed = false;
-    CloseOnExec(mSocket);
+    KeepFromChildren(mSocket.native_handle());
     const auto connection = std::make_shared<ClientConnection>(std::move(mSocket), mDelimiter, MakeReceiver());
     ConnectionOpened(connection);
     connection->Start(mName);
