@@ -33,6 +33,7 @@
 
 #include <boost/asio/io_service.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/system/system_error.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -42,6 +43,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include <sys/resource.h>
 
@@ -67,13 +69,13 @@ int ReportStartupFailure(const std::exception& error)
     return ExitStartupFailed;
 }
 
-/// Makes an object and adds to what goes wrong there what an engineer can do about it.
-template <class Make>
+/// Makes an object, and adds to an Error from there what an engineer can do about it. Other errors say that themselves.
+template <class Error, class Make>
 auto Build(const char* advice, Make make) -> decltype(make())
 {
     try {
         return make();
-    } catch (const std::exception& error) {
+    } catch (const Error& error) {
         throw std::runtime_error(std::string(error.what()) + ": " + advice);
     }
 }
@@ -139,22 +141,21 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
 
     fsi::DeviceRegistry registry;
     OrbCommandProcessor processor(service);
-    UDPDispatcher dispatcher = Build("stop whatever else uses this port", [&] { return UDPDispatcher(service); });
+    UDPDispatcher dispatcher(service);
     dispatcher.Register<SwitchFabric::NetworkTimeMessage, NetworkTimeMessage>(
         [&hardware](const std::shared_ptr<const NetworkTimeMessage>& message) {
             hardware.OnNetworkTimeMessage(message);
         });
-    Heartbeat heartbeat =
-        Build("give eth0 the address 1.63.5.0 and let no other module run", [] { return Heartbeat(); });
+    Heartbeat heartbeat;
     OrbSimpleStreamContainer streams;
     OrbKLVComms comms(service, processor, streams);
 
     const auto blocks = "load the FPGA and its UIO driver, and let /dev/uioN be read and written";
-    AUDIT_STREAM(
-        Information, "Ostrel Orb Module "
-                         << programName << "(v." << ORB_MODULE_VERSION << ", Firmware build v."
-                         << unsigned{Build(blocks, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); })}
-                         << ") starting... Hid 0x" << std::hex << BannerHid << "\n");
+    const unsigned firmwareBuild =
+        Build<std::system_error>(blocks, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); });
+    AUDIT_STREAM(Information, "Ostrel Orb Module " << programName << "(v." << ORB_MODULE_VERSION
+                                                   << ", Firmware build v." << firmwareBuild << ") starting... Hid 0x"
+                                                   << std::hex << BannerHid << "\n");
 
     LinkManager links(service, Routing::MAX_ORB_K2_PORTS, comms);
     DeviceManager devices(service, comms);
@@ -183,9 +184,9 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     // 11, 12: what is only passed on.
     devices.ConnectForwarding(processor);
 
-    const auto adma = Build(blocks, [&] { return registry.Register<audio::AudioDmaFsi>("adma"); });
+    const auto adma = Build<std::system_error>(blocks, [&] { return registry.Register<audio::AudioDmaFsi>("adma"); });
     const auto admaManager = std::make_shared<audio::AudioDmaManager>(adma, &registry);
-    Patcher patcher = Build("check the link driver and the FPGA build", [&] {
+    Patcher patcher = Build<std::system_error>(blocks, [&] {
         return Patcher(service, &registry, admaManager,
                        [&links](std::uint32_t link) { return links.GetAdmaEndpointId(link, EndpointIdTimeout); });
     });
@@ -214,7 +215,8 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
         devices.ReceivedMcsRequestCmd(command, port, type);
     });
 
-    const auto reference = Build(blocks, [&] { return registry.Register<audio::ExternalReferenceFsi>("extref"); });
+    const auto reference =
+        Build<std::system_error>(blocks, [&] { return registry.Register<audio::ExternalReferenceFsi>("extref"); });
     const auto clocks = std::make_shared<audio::ExternalClockManager>(service, reference);
     fsi::UioInterruptController interrupts(service, {adma, reference});
 
@@ -254,7 +256,7 @@ int RunFrame(const Options& options)
     boost::asio::signal_set signals(service, SIGINT, SIGTERM);
     signals.async_wait([&service](const boost::system::error_code&, int) { service.stop(); });
 
-    cmd::CommandLine shell = Build("choose another endpoint with --telnet", [&] {
+    cmd::CommandLine shell = Build<boost::system::system_error>("choose another endpoint with --telnet", [&] {
         return cmd::CommandLine(service, options.shellEndpoint, options.programName);
     });
     shell.SetReceivedCallback(
