@@ -294,9 +294,6 @@ bool PatchController::StandsByForOtherLink(const RouterPatchAudio& command, UINT
     if (!patch) return false;
     const Korvo::PatchState other = patch->GetState(OtherLinkPort(port));
     if (other == Korvo::PatchNotSent) return false;
-    // The slots may carry the source for somebody else, while the other link was only asked: then the Orb router has
-    // yet to hear where this destination's audio is.
-    if (other == Korvo::PatchSent && !patch->GetSwapTarget().IsValid()) return false;
     mPatchStore.UpdatePatch(command.GetDest(), port,
                             other == Korvo::PatchSuccess ? Korvo::PatchReserved : Korvo::PatchSuccess, sourceLink);
     return true;
@@ -501,9 +498,8 @@ void PatchController::RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port)
 {
     const Hid source = patch.GetSource().GetHid();
     if (mDevices->IsLocalIo(source)) {
-        // On a link, standing by makes sense only for a route that works over the other one.
-        const bool standsBy = port == Routing::ORB_PORT || patch.GetState(OtherLinkPort(port)) == Korvo::PatchSuccess;
-        if (standsBy && mDevices->IsOwnDevice(patch.GetDest().GetHid())) {
+        if (mDevices->IsOwnDevice(patch.GetDest().GetHid())) {
+            // A route over the other link may be working; without one the patch waits to be sent again.
             mPatchStore.UpdatePatch(patch.GetDest(), port, Korvo::PatchReserved,
                                     {port, mDevices->GetInputLinkSlot(source, patch.GetSource().GetIndex())});
         } else {

@@ -421,11 +421,7 @@ void PatchWorld::OnOrbReceives(const DeskCommand& command)
 void PatchWorld::OnOrbReceivesPatch(const RouterPatchAudio& command)
 {
     if (command.GetUseMe()) {
-        if (command.GetMake()) {
-            mToldSlots[command.GetDest()] = command.GetSource().GetSlots();
-        } else {
-            mToldSlots.erase(command.GetDest());
-        }
+        if (command.GetMake()) mToldSlots[command.GetOrig()] = command.GetSource().GetSlots();
         return;
     }
     if (!IsOwn(command.GetSource().GetPort())) return;
@@ -556,7 +552,8 @@ std::string PatchWorld::CheckSlots()
 std::string PatchWorld::CheckWishes()
 {
     for (const Wish& wish : mWishes) {
-        if (!IsCarried(wish)) return "no audio from " + Text(wish.source) + " to " + Text(wish.dest);
+        if (!IsCarried(wish) && !IsWaiting(wish))
+            return "no audio from " + Text(wish.source) + " to " + Text(wish.dest);
     }
     return {};
 }
@@ -578,7 +575,7 @@ bool PatchWorld::IsCarried(const Wish& wish)
         for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
             const LinkSlot& slot = mController->GetLinkAllocation().GetSlot(to, number);
             if (slot.mSource != source || slot.mDests.count(dest) == 0) continue;
-            const Slots& told = mToldSlots[wish.dest];
+            const Slots& told = mToldSlots[wish.source];
             if (to == Routing::ORB_PORT && std::count(told.begin(), told.end(), number) == 0) continue;
             const Slots slots = SlotsOf(wish.source, from);
             const auto feed = mBoard.GetFeed(to, number);
@@ -594,6 +591,31 @@ bool PatchWorld::IsCarried(const Wish& wish)
     return !reachable || !IsOwn(wish.dest);
 }
 
+/// Whether a patch may stand by with no route: its local source has come back, or it had joined slots that were in
+/// use already and knows no place to swing over to.
+bool PatchWorld::MayWait(const Wish& wish) const
+{
+    if (!IsOwn(wish.dest)) return false;
+    const OrbPatchInfo* const patch = mController->GetPatchStore().Find(wish.dest);
+    return wish.source.GetHid() == Box || (patch && !patch->GetSwapTarget().IsValid());
+}
+
+/// Whether a patch has no route until it is sent again: it stands by and the other link does not carry it, or it knows
+/// no place to swing over to and the link that fed the slots it had joined is gone.
+bool PatchWorld::IsWaiting(const Wish& wish) const
+{
+    if (!MayWait(wish)) return false;
+    const OrbPatchInfo* const patch = mController->GetPatchStore().Find(wish.dest);
+    if (!patch) return false;
+    const Korvo::PatchState primary = patch->GetState(Routing::PRIMARY_PORT);
+    const Korvo::PatchState secondary = patch->GetState(Routing::SECONDARY_PORT);
+    if (primary == Korvo::PatchReserved && secondary != Korvo::PatchSuccess) return true;
+    if (secondary == Korvo::PatchReserved && primary != Korvo::PatchSuccess) return true;
+    return !patch->GetSwapTarget().IsValid() && (primary == Korvo::PatchSuccess || secondary == Korvo::PatchSuccess) &&
+           !mController->GetLinkAllocation().IsListening(ToHidPort(wish.source), Routing::ORB_PORT,
+                                                         ToHidPort(wish.dest));
+}
+
 /// The states of a patch on the two links are ones that its life can reach.
 std::string PatchWorld::CheckStates()
 {
@@ -607,7 +629,9 @@ std::string PatchWorld::CheckStates()
             const Korvo::PatchState other = port == Routing::PRIMARY_PORT ? *secondary : *primary;
             const std::string name = Text(wish.dest) + " on " + PortText(port);
             if (state == Korvo::PatchAwaitingReply || state == Korvo::PatchRetrySent) return name + " awaits a reply";
-            if (state == Korvo::PatchReserved && other != Korvo::PatchSuccess) return name + " stands by for nothing";
+            if (state == Korvo::PatchReserved && other != Korvo::PatchSuccess && !MayWait(wish)) {
+                return name + " stands by for nothing";
+            }
             if (state == Korvo::PatchReserved && !IsOwn(wish.dest)) return name + " is reserved away from the desk";
             if (state == Korvo::PatchNotSent && store.GetPatchLink(wish.dest, port) != Routing::GigeAndSlots{}) {
                 return name + " has a link without a patch";

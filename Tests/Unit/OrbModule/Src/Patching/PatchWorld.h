@@ -102,6 +102,8 @@ private:
     std::string CheckStates();
     bool IsDisturbed() const { return mHeld || mLost || !mWithheld.empty() || mWithhold; }
     bool IsCarried(const Wish& wish);
+    bool MayWait(const Wish& wish) const;
+    bool IsWaiting(const Wish& wish) const;
     bool HasEnd(const HidPort& port, UINT8GIGEPORT link);
     Slots SlotsOf(const IoPort& source, UINT8GIGEPORT port) const;
     PatchBoard::Feed FeedOf(UINT8GIGEPORT port, std::uint32_t slot) const;
@@ -123,7 +125,7 @@ private:
     Neighbour mNeighbour = Neighbour::None;
     std::array<bool, 3> mCables{};
     std::vector<Wish> mWishes;
-    /// Where the Orb router was told to listen for each of its destinations.
+    /// Where the Orb router was told to listen for each source; the first destination of a source tells it.
     std::unordered_map<IoPort, Slots> mToldSlots;
     bool mWithhold = false;
     std::vector<Withheld> mWithheld;

@@ -275,7 +275,7 @@ TEST_F(PatchControllerTest, ADestinationThatSharesSlotsOutlivesTheLinkThatFedThe
         << "the other destination still listens";
 }
 
-TEST_F(PatchControllerTest, ADestinationThatJoinsWhileTheOtherLinkWasOnlyAskedIsToldItsSlots)
+TEST_F(PatchControllerTest, ADestinationThatJoinsWhileTheOtherLinkWasOnlyAskedSharesTheSlots)
 {
     Patch(PatchSource(In(Far), 0, {20}), Out(Desk), true, 1);
     mDevices.devices[Far].remote = {UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT};
@@ -285,10 +285,18 @@ TEST_F(PatchControllerTest, ADestinationThatJoinsWhileTheOtherLinkWasOnlyAskedIs
     EXPECT_EQ(States(Out(Desk, 3)), States_(Sent, Sent));
     Take();
     Patch(PatchSource(In(Far), 0, {20}), Out(Desk, 3), true, 1);
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/3 orig c0030001/1 use-me"));
+    EXPECT_THAT(Take(), IsEmpty());
+    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Sent));
     Patch(PatchSource(In(Far), 0, {30}), Out(Desk, 3), true, 2);
     EXPECT_THAT(Take(), IsEmpty());
     EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Reserved));
+
+    Change(Far, 1, false);
+    EXPECT_THAT(Take(), ElementsAre("drop 0[0]")) << "it knows no place to swing over to";
+    EXPECT_EQ(States(Out(Desk, 3)), States_(Not, Reserved));
+    Patch(PatchSource(In(Far), 0, {30}), Out(Desk, 3), true, 2);
+    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/3 orig c0030001/1 use-me",
+                                    "route 2[30] to 0[0]"));
 }
 
 TEST_F(PatchControllerTest, WithARouterNoPortsAreFlipped)
@@ -322,13 +330,16 @@ TEST_F(PatchControllerTest, ADeviceThatComesBackGetsItsPatchesAgain)
     EXPECT_THAT(Take(), IsEmpty());
 
     Change(Box, 1, true);
-    // Nothing works on the other link, so the route to the desk is made rather than held.
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me",
-                                    "route 1[40] to 0[0]", "route 1[40] to 1[50]"));
+    EXPECT_THAT(Take(), ElementsAre("route 1[40] to 1[50]"));
+    EXPECT_EQ(States(Out(Desk)), States_(Reserved, Not));
     Change(Box, 2, true);
     EXPECT_THAT(Take(), ElementsAre("route 2[40] to 2[50]"));
-    EXPECT_EQ(States(Out(Desk)), States_(Success, Reserved));
+    EXPECT_EQ(States(Out(Desk)), States_(Reserved, Reserved));
     EXPECT_EQ(mController.GetPatchStore().GetPatchLink(Out(Desk), 2), (GigeAndSlots{2, {40}}));
+    Patch(PatchSource(In(Box), 0, {}), Out(Desk));
+    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me",
+                                    "route 1[40] to 0[0]"));
+    EXPECT_EQ(States(Out(Desk)), States_(Success, Reserved));
 
     Change(Far, 2, true);
     EXPECT_THAT(Take(),
