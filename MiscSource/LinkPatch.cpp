@@ -15,10 +15,14 @@ std::ostream& operator<<(std::ostream& out, const HidPort& port)
     return out << "Hid:Port " << port.hid << ':' << AudioPortText(port.port);
 }
 
+std::string Routing::SlotPortText(UINT8GIGEPORT port)
+{
+    return port < PORT_COUNT ? PortText(port) : PortText(port) + std::to_string(port) + ' ';
+}
+
 std::ostream& Routing::operator<<(std::ostream& out, const GigeAndSlots& link)
 {
-    out << "GigE:TDM " << PortText(link.port);
-    if (link.port >= PORT_COUNT) out << unsigned{link.port} << ' ';
+    out << "GigE:TDM " << SlotPortText(link.port);
     for (const std::uint32_t slot : link.slots) {
         if (slot == INVALID_TDM_SLOT) {
             out << "INVALID_TDM_SLOT ";

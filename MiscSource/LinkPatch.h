@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 constexpr std::uint32_t INVALID_TDM_SLOT = 0xFFFFFFFF;
@@ -32,6 +33,9 @@ struct std::hash<HidPort>
 };
 
 namespace Routing {
+
+/// A port in the texts of the slot bookkeeping: one that is none shows its number.
+std::string SlotPortText(UINT8GIGEPORT port);
 
 /// A list of TDM slots on one port (a Routing::PortsEnum).
 struct GigeAndSlots

@@ -12,7 +12,7 @@ std::ostream& operator<<(std::ostream& out, const PatchSource& source)
     } else {
         out << port.GetHid() << port.GetIndex();
     }
-    if (source.GetLink() != UNKNOWN_GIGE_PORT) out << " " << PortText(source.GetLink());
+    if (source.GetLink() != UNKNOWN_GIGE_PORT) out << PortText(source.GetLink());
     out << (source.GetSlots().size() == 1 ? " Slot " : " Slots ");
     for (const std::uint32_t slot : source.GetSlots())
         out << slot << " ";

@@ -26,7 +26,8 @@ AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAnd
                                           HidPort dest, LinkPatch& out)
 {
     AUDIT_STREAM(RouterAudioRoute, "Remote Dest Allocate Src " << source << sourceLink << " Dest Gige Port "
-                                                               << PortText(port) << " Dest " << dest << '\n');
+                                                               << Routing::SlotPortText(port) << " Dest " << dest
+                                                               << '\n');
     if (!IsPort(port)) {
         AUDIT_STREAM(Fault, "Remote Allocate Gige out of range " << unsigned{port} << '\n');
         return AllocationFailed;
@@ -231,7 +232,8 @@ void LinkAllocation::Print(std::ostream& out) const
             const LinkSlot& slot = mSlots[port][number];
             if (!slot.IsInUse()) continue;
             out << "\tSlot " << std::dec << number << "  Source" << slot.mSource.hid << " Port " << std::hex
-                << slot.mSource.port << std::dec << PortText(slot.GetSourceLink().port) << slot.GetSourceSlot() << '\n';
+                << slot.mSource.port << std::dec << Routing::SlotPortText(slot.GetSourceLink().port)
+                << slot.GetSourceSlot() << '\n';
             for (const HidPort& dest : slot.mDests) {
                 out << "\t\tDest " << dest.hid << " Port " << std::hex << dest.port << std::dec << '\n';
             }

@@ -80,7 +80,7 @@ TEST(CommandTexts, OfCommands)
     const IoPort box(0xC0020001, 1, 5);
     const IoPort other(0xC0020002, 2, 6);
     EXPECT_EQ(Text(RouterPatchAudio(PatchSource(Hid{0x00AB8001}, 1, {20, 21}), other, box, true, false)),
-              "Patch Make Src 0.171:8001 20 Pri Korvo  Slots 20 21  Dest " + Text(other) + " Orig " + Text(box) +
+              "Patch Make Src 0.171:8001 20Pri Korvo  Slots 20 21  Dest " + Text(other) + " Orig " + Text(box) +
                   " UseMe false");
     EXPECT_EQ(Text(RouterPatchAudio(PatchSource(box, 255, {7}), other, box, false, true)),
               "Patch Break Src " + Text(box) + " Slot 7  Dest " + Text(other) + " Orig " + Text(box) + " UseMe true");
