@@ -42,11 +42,15 @@ function(orb_program name)
   target_link_libraries(${name} PRIVATE OrbCompile ${ARG_DEPENDS})
 endfunction()
 
+# Everything that runs without the rig: the programs that CTest labels "unit".
+add_custom_target(UnitTests)
+
 # orb_unit_test(NAME SOURCES a.cpp ... [DEPENDS other ...]): one GoogleTest program, one CTest entry.
 # It runs anywhere: what needs the rig is an end-to-end test.
 function(orb_unit_test name)
   orb_program(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest_main)
+  add_dependencies(UnitTests ${name})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 300)
 endfunction()
@@ -64,5 +68,6 @@ function(orb_fuzz_target name)
     orb_program(${name} SOURCES ${ARG_SOURCES} ${CMAKE_SOURCE_DIR}/Tests/Fuzz/ReplayMain.cpp DEPENDS ${ARG_DEPENDS})
     add_test(NAME ${name} COMMAND ${name} ${ARG_CORPUS})
   endif()
+  add_dependencies(UnitTests ${name})
   set_tests_properties(${name} PROPERTIES LABELS "unit;fuzz" TIMEOUT 300)
 endfunction()
