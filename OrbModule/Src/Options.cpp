@@ -5,10 +5,10 @@
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <iostream>
 #include <limits>
-#include <regex>
 #include <vector>
 
 namespace po = boost::program_options;
@@ -22,15 +22,18 @@ void validate(boost::any& value, const std::vector<std::string>& texts, tcp::end
     po::validators::check_first_occurrence(value);
     const std::string& text = po::validators::get_single_string(texts);
 
-    static const std::regex Form("^([^:]*)(:([0-9]+))?$");
-    std::smatch match;
+    // By hand, since a std::regex over a text of any length may run out of stack.
+    const std::size_t colon = text.find(':');
+    const std::string host = text.substr(0, colon);
+    const std::string number = colon == std::string::npos ? "2000" : text.substr(colon + 1);
+    const bool isDecimal = number.find_first_not_of("0123456789") == std::string::npos;
     std::uint32_t port = 0;
-    boost::system::error_code error;
-    if (std::regex_match(text, match, Form)) {
-        const auto host = make_address(match[1].length() ? match[1].str() : "0.0.0.0", error);
-        const bool isNumber = boost::conversion::try_lexical_convert(match[3].matched ? match[3].str() : "2000", port);
-        if (!error && isNumber && port > 0 && port <= std::numeric_limits<std::uint16_t>::max()) {
-            value = tcp::endpoint(host, static_cast<std::uint16_t>(port));
+    if (isDecimal && boost::conversion::try_lexical_convert(number, port) && port > 0 &&
+        port <= std::numeric_limits<std::uint16_t>::max()) {
+        boost::system::error_code error;
+        const auto address = make_address(host.empty() ? "0.0.0.0" : host, error);
+        if (!error) {
+            value = tcp::endpoint(address, static_cast<std::uint16_t>(port));
             return;
         }
     }

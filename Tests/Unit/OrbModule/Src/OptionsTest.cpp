@@ -57,7 +57,11 @@ TEST(Options, ShellEndpoint)
 
 TEST(Options, RejectedValuesEndWithOneLine)
 {
+    const std::string endless(200000, 'a');
     const std::vector<std::vector<const char*>> cases = {{"--telnet", "10.0.0.1:0"},
+                                                         {"--telnet", "10.0.0.1:"},
+                                                         {"--telnet", ":+7"},
+                                                         {"--telnet", endless.c_str()},
                                                          {"--telnet", "10.0.0.1:65536"},
                                                          {"--telnet", ":99999999999"},
                                                          {"--telnet", "nowhere"},
