@@ -1,0 +1,63 @@
+#pragma once
+
+#include "Benchmarks/OrbTap.h"
+#include "Simulation/Peers/Messages.h"
+#include "Simulation/Rehearsal/LogFile.h"
+#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Rehearsal/Peer.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// The module in the rig with the neighbours that a load needs: an Orb router behind a tap, and on both links the
+/// same hub with a device behind it, or the same box.
+class LoadUnit
+{
+public:
+    static constexpr std::uint32_t OrbIo = 0x00120001;
+    static constexpr std::uint32_t Box = 0x00200001;
+    static constexpr std::uint32_t HubBox = 0x00300002;
+
+    /// Starts the module and waits until it serves its rack.
+    LoadUnit();
+
+    /// Patches between the Orb side and the device behind a hub.
+    /// @param link 0 or 1; @param index tells patches of one device apart; @param slots on the Orb side.
+    static peers::Bytes HubPatch(unsigned int link, std::uint32_t source, std::uint32_t index,
+                                 const std::vector<std::uint32_t>& slots, bool make);
+
+    void PlugHub(unsigned int link);
+    /// The cable first, then the program.
+    void Unplug(unsigned int link);
+    void PlugBox(unsigned int link);
+    /// Takes the cable of a box away and leaves the program, which keeps silent until it is plugged again.
+    void PullCable(unsigned int link);
+    void PlugAgain(unsigned int link);
+
+    stage::ControlChannel& GetControl() { return mControl; }
+    OrbTap& GetTap() { return mTap; }
+    stage::Peer& GetOrb() { return mOrb; }
+    stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours.at(link); }
+    pid_t GetProcess() { return mModule.Process().Id(); }
+    void Stop();
+
+private:
+    void TellDriver(const std::string& line) { mDriver.Ask(line); }
+    /// Waits until the Orb router is told of a device, which is the end of its discovery.
+    void AwaitDevice(std::uint32_t hid);
+    /// Waits until what the module has posted to itself so far is done.
+    void AwaitMainThread();
+
+    stage::Module mModule;
+    stage::ControlChannel mControl;
+    stage::ControlChannel mDriver;
+    stage::ShellClient mShell;
+    stage::LogFile mLog;
+    OrbTap mTap;
+    stage::Peer mOrb;
+    stage::Peer mUpdate;
+    std::array<std::unique_ptr<stage::Peer>, 2> mNeighbours;
+};
