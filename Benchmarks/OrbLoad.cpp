@@ -1,6 +1,7 @@
 // A load on the real program in the rig, seen from its neighbours and from its hardware. Each figure stands beside a
 // baseline of the same run: what the kernel alone takes for the same bytes.
 
+#include "Benchmarks/BareStream.h"
 #include "Benchmarks/LoadReport.h"
 #include "Benchmarks/LoadUnit.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
@@ -26,7 +27,6 @@
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -41,87 +41,6 @@ struct Sizes
     unsigned int swings;
     unsigned int rest;
 };
-
-// ---- baselines
-
-/// Two ends of a TCP connection on loopback, blocking.
-struct BarePair
-{
-    FileDescriptor near;
-    FileDescriptor far;
-
-    BarePair()
-    {
-        FileDescriptor listener(Checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const plain = reinterpret_cast<sockaddr*>(&address);
-        Checked(bind(listener.Get(), plain, size), "bind");
-        Checked(listen(listener.Get(), 1), "listen");
-        Checked(getsockname(listener.Get(), plain, &size), "getsockname");
-        near = FileDescriptor(Checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
-        Checked(connect(near.Get(), plain, size), "connect");
-        far = FileDescriptor(Checked(accept(listener.Get(), nullptr, nullptr), "accept"));
-        for (const FileDescriptor* const end : {&near, &far}) {
-            const int on = 1;
-            Checked(setsockopt(end->Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on), "TCP_NODELAY");
-        }
-    }
-    static void Send(const FileDescriptor& end, const peers::Bytes& bytes)
-    {
-        for (std::size_t sent = 0; sent < bytes.size();) {
-            sent += static_cast<std::size_t>(Checked(
-                static_cast<int>(send(end.Get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL)), "send"));
-        }
-    }
-    static void Take(const FileDescriptor& end, std::size_t size)
-    {
-        std::vector<char> block(65536);
-        while (size != 0) {
-            const int piece =
-                Checked(static_cast<int>(recv(end.Get(), block.data(), std::min(block.size(), size), 0)), "recv");
-            if (piece == 0) throw std::runtime_error("the bare stream has ended");
-            size -= static_cast<std::size_t>(piece);
-        }
-    }
-};
-
-Samples BareRoundTrips(const peers::Bytes& bytes, unsigned int count)
-{
-    const BarePair pair;
-    std::thread echo([&] {
-        for (unsigned int i = 0; i < count; ++i) {
-            BarePair::Take(pair.far, bytes.size());
-            BarePair::Send(pair.far, bytes);
-        }
-    });
-    Samples trips;
-    for (unsigned int i = 0; i < count; ++i) {
-        const double start = NowMicroseconds();
-        BarePair::Send(pair.near, bytes);
-        BarePair::Take(pair.near, bytes.size());
-        trips.Add(NowMicroseconds() - start);
-    }
-    echo.join();
-    return trips;
-}
-
-/// Microseconds for the bytes to arrive at a bare reader.
-double BareTransfer(const peers::Bytes& bytes)
-{
-    const BarePair pair;
-    double end = 0;
-    const double start = NowMicroseconds();
-    std::thread reader([&] {
-        BarePair::Take(pair.far, bytes.size());
-        end = NowMicroseconds();
-    });
-    BarePair::Send(pair.near, bytes);
-    reader.join();
-    return end - start;
-}
 
 // ---- what the hardware tells
 
