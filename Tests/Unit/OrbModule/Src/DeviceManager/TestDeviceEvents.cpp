@@ -2,9 +2,6 @@
 
 namespace {
 
-class StartTest : public DirectoryTest
-{};
-
 class LocalDeviceTest : public DirectoryTest
 {
 protected:
@@ -17,47 +14,7 @@ protected:
     CableCheckTest() : DirectoryTest({std::chrono::milliseconds(30), std::chrono::hours(1)}) { Take(); }
 };
 
-const std::string SelfCheck = "update Check '' 1.63.5.0 kind 10 method 1 enabled 1 side 3 id ffffffff";
-
 } // namespace
-
-TEST_F(StartTest, ReachesTheUpdateServiceThenTheOrbRouterThenAsksWhoItIs)
-{
-    EXPECT_EQ(Take(), (Lines{"connect 1.63.1.0 0 49190"}));
-    StreamUp(0, StreamType::UPDATE_LINK);
-    EXPECT_EQ(Take(), (Lines{SelfCheck}));
-    for (const std::uint8_t refused : std::initializer_list<std::uint8_t>{1, 2, 3, 4, 9})
-        Checked("1.63.5.0", refused);
-    EXPECT_EQ(Take(), Lines());
-    Checked("1.63.5.0");
-    EXPECT_EQ(Take(), (Lines{"connect 1.63.1.0 0 55000"}));
-    StreamUp(0);
-    EXPECT_EQ(Take(), (Lines{"P0 ROUTER_INFO_REQ"}));
-    EXPECT_FALSE(mDevices.IsOwnDevice(OrbIo));
-}
-
-TEST_F(LocalDeviceTest, ANeighbourIsConnectedToByItsType)
-{
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000"}));
-    EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, 1)) << "online comes with the stream";
-    LinkUp(1, RouterHid, K2_ROUTER_TYPE);
-    EXPECT_EQ(Take(), (Lines{"network"})) << "a router opens the stream itself";
-    LinkUp(2, RouterHid, K2_HUB_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.32.254 2 55000"}));
-}
-
-TEST_F(LocalDeviceTest, MixedIdentitiesAreReportedOnlyFromTheSecondLink)
-{
-    PlugBox(1);
-    LinkUp(2, 0x00200002, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"P0 MixedHid true"}));
-    EXPECT_TRUE(mDevices.IsLocalIo(BoxHid));
-    LinkDown(2, 0x00200002);
-    EXPECT_EQ(Take(), (Lines{"P0 MixedHid false"}));
-    LinkDown(2, 0x00200002);
-    EXPECT_EQ(Take(), (Lines{"disconnect 2"}));
-}
 
 TEST_F(LocalDeviceTest, ASecondLinkThatComesFirstGivesWayToThePrimary)
 {
@@ -67,26 +24,22 @@ TEST_F(LocalDeviceTest, ASecondLinkThatComesFirstGivesWayToThePrimary)
     EXPECT_TRUE(mDevices.IsLocalIo(BoxHid));
 }
 
-TEST_F(LocalDeviceTest, TheCheckOfABoxNamesItsKind)
+TEST_F(LocalDeviceTest, TheCheckOfADeviceNamesItsKind)
 {
-    const struct
-    {
-        std::uint32_t hid;
-        K2Heartbeat::LinkType type;
-        const char* kind;
-    } cases[] = {{BoxHid, K2_FIXED_FORMAT_TYPE, "1"}, {0x00200201, K2_FIXED_FORMAT_TYPE, "1"},
-                 {0x00200201, K2_MODULAR_TYPE, "8"},  {0x00200201, K2_AOIP_TYPE, "8"},
-                 {BoxHid, K2_AOIP_TYPE, "11"},        {BoxHid, K2_MODULAR_TYPE, "0"},
-                 {BoxHid, K2_MODULE_TYPE, "0"}};
-    for (const auto& test : cases) {
-        LinkUp(1, test.hid, test.type);
+    StreamUp(0, StreamType::UPDATE_LINK);
+    EXPECT_EQ(Take(), (Lines{"update Check '' 1.63.5.0 kind 10 method 1 enabled 1 side 3 id ffffffff"}));
+    const std::tuple<std::uint32_t, K2Heartbeat::LinkType, const char*> cases[] = {
+        {BoxHid, K2_FIXED_FORMAT_TYPE, "1 method 0 enabled 1 side 2 id 00200001"},
+        {BoxHid, K2_AOIP_TYPE, "11 method 0 enabled 1 side 2 id 00200001"},
+        {BoxHid, K2_MODULAR_TYPE, "0 method 0 enabled 1 side 2 id 00200001"},
+        {0x00200201, K2_FIXED_FORMAT_TYPE, "1 method 0 enabled 1 side 2 id 00200201"},
+        {0x00200201, K2_MODULAR_TYPE, "8 method 0 enabled 1 side 2 id 00200201"}};
+    for (const auto& [hid, type, rest] : cases) {
+        LinkUp(1, hid, type);
         Take();
         StreamUp(1);
-        const std::string id = test.hid == BoxHid ? "00200001" : "00200201";
-        EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind " + std::string(test.kind) +
-                                 " method 0 enabled 1 side 2 id " + id}))
-            << test.type;
-        LinkDown(1, test.hid);
+        EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind " + std::string(rest)}));
+        LinkDown(1, hid);
         StreamGone(1);
         Take();
     }
@@ -107,15 +60,6 @@ TEST_F(LocalDeviceTest, OfTwoLinksTheFirstStreamAsksForTheCheckAndBothForTheDesc
     EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ", "P2 IO_INFO_REQ"}));
     StreamUp(1);
     EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "checked on one link is checked";
-}
-
-TEST_F(LocalDeviceTest, BoxesOfTheOtherClassesAreAskedByTheExtendedRequest)
-{
-    LinkUp(1, 0x00200101, K2_FIXED_FORMAT_TYPE);
-    StreamUp(1);
-    Take();
-    Checked("0.32.0.254");
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ_EX", "P2 IO_INFO_REQ_EX"}));
 }
 
 TEST_F(LocalDeviceTest, OnlyALostLinkForgetsTheCheck)
@@ -230,43 +174,6 @@ TEST_F(LocalDeviceTest, ARouterOnItsOtherLinkKeepsItsDevices)
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 2));
     LinkDown(1, RouterHid);
     EXPECT_EQ(Take(), (Lines{"disconnect 1"}));
-}
-
-TEST_F(LocalDeviceTest, ALostHubLosesItsDataLink)
-{
-    PlugRouter(2, K2_HUB_TYPE);
-    LinkDown(2, RouterHid);
-    EXPECT_EQ(Take(), (Lines{"disconnect 2", "disconnect slave 0.48.6.0"}));
-}
-
-TEST_F(LocalDeviceTest, InternalsOfBoxesAreToldToTheOrbRouter)
-{
-    mDevices.OnIoInternalsChanged(BoxHid, 0xAB);
-    mDevices.OnIoInternalsChanged(RouterHid, 0xAB);
-    EXPECT_EQ(Take(), (Lines{"P0 Internals 000000ab 00200001 2097153"}));
-}
-
-TEST_F(CableCheckTest, AnUnpluggedSecondLinkIsToldOnceAfterTheDelay)
-{
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    StreamUp(1);
-    Take();
-    mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, std::uint8_t{0}, IoInfo::SlotNames()), 1, Local);
-    EXPECT_EQ(Take(), (Lines{"P0 Io 1 00200001 0.32.0.254 ffffffff", "P0 Cable 00200001 pri on", "P1 IO_ACTIVE_ROUTER",
-                             "changed 00200001 1 on"}));
-    EXPECT_EQ(TakeAfterTimers(1), (Lines{"P0 Cable 00200001 sec off"}));
-    EXPECT_EQ(mService.poll(), 0u);
-}
-
-TEST_F(CableCheckTest, ASecondLinkThatComesInTimeIsNotToldAsDown)
-{
-    PlugRouter(1, K2_ROUTER_TYPE);
-    Report(1, Behind, BehindIp);
-    Report(2, Behind, BehindIp);
-    // The check of the router's own other link comes first, and with it that of the device's has come and gone.
-    const Lines lines = TakeAfterTimers(12);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "P0 Cable 00300005 sec off"), 0);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "P0 Cable 00308000 sec off"), 1);
 }
 
 TEST_F(CableCheckTest, ChecksWithoutEndMeetALimit)

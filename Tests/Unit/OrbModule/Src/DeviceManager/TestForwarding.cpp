@@ -46,14 +46,6 @@ TEST_F(ForwardingTest, EveryCommandIsConnectedInItsOrder)
     EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_CARD", "P0 IO_REQUEST_GPI_STATES"}));
 }
 
-TEST_F(ForwardingTest, FromTheNetworkEverythingGoesToTheOrbRouter)
-{
-    PlugBox(1);
-    for (const UINT8GIGEPORT port : std::initializer_list<UINT8GIGEPORT>{1, 2})
-        for (const std::uint32_t hid : {BoxHid, Behind, 0xFFFFFFFFu})
-            EXPECT_EQ(Send(hid, port), (Lines{"P0 IO_OUTPUTS_OFFSET"}));
-}
-
 TEST_F(ForwardingTest, ToTheLocalBoxOnThePrimaryFirst)
 {
     PlugBox(2);
@@ -83,14 +75,6 @@ TEST_F(ForwardingTest, ToABoxBehindAHubOnTheSideThatHasBoth)
     EXPECT_EQ(Send(Behind, 0), Lines());
 }
 
-TEST_F(ForwardingTest, WithARouterTheOrbRouterReachesOnlyWhatIsPluggedIn)
-{
-    PlugRouter(1, K2_ROUTER_TYPE);
-    Report(1, Behind, BehindIp);
-    Take();
-    EXPECT_EQ(Send(Behind, 0), Lines());
-}
-
 TEST_F(ForwardingTest, TheTargetIsFoundWhereEachCommandHasIt)
 {
     PlugBox(1);
@@ -109,7 +93,6 @@ TEST_F(ForwardingTest, ReportsGoUpAndSomeComeDown)
     const ModIOCardFailure up(1u, 2u);
     EXPECT_EQ(Pass(both, 1), (Lines{"P0 IO_GPI_UPDATE"}));
     EXPECT_EQ(Pass(up, 2), (Lines{"P0 MODIO_CARD_FAILURE"}));
-    EXPECT_EQ(Pass(DanteConfigChange(1u, true), 2), (Lines{"P0 DANTE_CONFIG_HAS_CHANGED"}));
     EXPECT_EQ(Pass(both, 0), Lines()) << "nothing is plugged in";
     PlugBox(2);
     EXPECT_EQ(Pass(both, 0), (Lines{"P2 IO_GPI_UPDATE"}));
