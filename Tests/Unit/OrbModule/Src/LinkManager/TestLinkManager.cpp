@@ -13,7 +13,6 @@
 #include <gmock/gmock.h>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -46,7 +45,6 @@ protected:
             return std::find(sent.begin(), sent.end(), text) != sent.end();
         });
     }
-    std::size_t CountSent() { return mComms.Sent().size(); }
 
     LogRecorder mLog{DebugFeature::RouterConnectionDebug};
     boost::asio::io_service mService;
@@ -57,17 +55,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(LinkManagerTest, HeartbeatsLeaveAtOnceAndGoOnWithTheirTypeOfService)
-{
-    MakeManager(0x1234);
-    mManager->CreateConnection(0, {Loopback, 0}, 7, mNeighbours[0].GetEndpoint(), 0x204);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_THAT(mNeighbours[0].Receive(),
-                    ElementsAre(0x00, 0x80, 0x34, 0x12, 0x06, 0x00, 0x00, 0x00, 0x0F, 0x00, 0xFF, 0xFF));
-        EXPECT_EQ(mNeighbours[0].TypeOfService(), 20);
-    }
-}
 
 TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange)
 {
@@ -84,13 +71,6 @@ TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange
     mManager->DestroyConnection(1);
     EXPECT_THAT(mEvents->Take(), ElementsAre("device H1 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
     EXPECT_TRUE(mLog.Has("Scan: Connection lost on H1  Was Router ? 0\n"));
-    mManager->DestroyConnection(1);
-    EXPECT_TRUE(mLog.Has("Scan: No connection on local H1  to destroy\n"));
-
-    // The neighbour is new again.
-    Plug(1);
-    mNeighbours[1].Send(Box);
-    EXPECT_TRUE(mEvents->RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
 }
 
 TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
@@ -111,29 +91,14 @@ TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
     Plug(1);
     mNeighbours[0].Send(Router);
     ASSERT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
-    EXPECT_TRUE(
-        mLog.Has("Router detected on downstream ports ACCEPTING Variant is 1020003:3:102 Sample Rate 48kHz\r\n"));
-    EXPECT_TRUE(mLog.Has("** [0] 0102\n"));
     EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x0F, 0x00, 0xFF, 0xFF}));
-    mEvents->Take();
 
     mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x8000, 1, {0x04, 0, 0x03, 0x01}));
     ASSERT_TRUE(mEvents->RunUntilLine("master 1.3:8000 "));
     mNeighbours[1].Send(Router);
     ASSERT_TRUE(mEvents->RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:8000 Router "));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
-
-    // The master goes when no port has one left.
-    mEvents->Take();
-    mManager->DestroyConnection(0);
-    mService.poll();
-    EXPECT_THAT(mEvents->Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:8000 Unknown(0)"));
-    mManager->DestroyConnection(1);
-    EXPECT_TRUE(mEvents->RunUntilLine("master INVALID_HID "));
-    EXPECT_THAT(mComms.Sent(), IsEmpty());
-    Plug(1);
-    EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0xFF, 0xFF}));
 }
 
 TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
@@ -146,16 +111,7 @@ TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
     ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n"));
     EXPECT_THAT(mComms.Sent(),
                 ElementsAre("notification 0 to ORB PORT LOCAL_LINK ", "restart 0x230100 to ORB PORT LOCAL_LINK "));
-    EXPECT_TRUE(mLog.Has("Network at incompatible base rate... Our Rate 48kHz Network Rate 44.1kHz\r\n"));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x00, 0x00, 0x23, 0x00}));
-
-    // The second one gets no notification; the last one's going does.
-    mNeighbours[1].Send(Router);
-    ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n", 2));
-    mManager->DestroyConnection(0);
-    EXPECT_EQ(CountSent(), 2u);
-    mManager->DestroyConnection(1);
-    EXPECT_EQ(mComms.Sent().back(), "notification 3 to ORB PORT LOCAL_LINK ");
 }
 
 TEST_F(LinkManagerTest, TheRateOfThisSystemDecidesWhatIsCompatible)
@@ -163,7 +119,6 @@ TEST_F(LinkManagerTest, TheRateOfThisSystemDecidesWhatIsCompatible)
     MakeManager();
     mManager->ReceivedSetRouterSampleRateCmd(std::make_shared<const SetRouterSampleRateCmd>(SampleRates::RATE_88K2, 0u),
                                              0, StreamType::LOCAL_LINK);
-    EXPECT_TRUE(mLog.Has("LinkManager::ReceivedSetRouterSampleRateCmd 88.2kHz\r\n"));
     Plug(0);
     EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x2F, 0x00, 0xFF, 0xFF}));
     mNeighbours[0].Send(Router44);
@@ -181,32 +136,15 @@ TEST_F(LinkManagerTest, WithTheDefaultIdRoutersAreDisallowedFromTheStart)
     EXPECT_TRUE(mEvents->Take().empty());
 }
 
-TEST_F(LinkManagerTest, AnOrbIsIgnored)
-{
-    MakeManager();
-    Plug(0);
-    mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x8000, 6, {0x03, 0, 0x02, 0x01}));
-    ASSERT_TRUE(mLog.WaitFor("ORB detected on downstream ports IGNORING\r\n"));
-    mNeighbours[0].Send(Box);
-    ASSERT_EQ(mNeighbours[0].Receive().size(), 12u);
-    mService.poll();
-    EXPECT_TRUE(mEvents->Take().empty());
-}
-
-TEST_F(LinkManagerTest, ANeighbourWhoseHeartbeatsStayAwayIsLostAndNewWhenTheyReturn)
+TEST_F(LinkManagerTest, ARouterWhoseHeartbeatsStayAwayIsNoMasterAnyMore)
 {
     MakeManager();
     Plug(0);
     mNeighbours[0].Send(Router);
     ASSERT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
     mManager->SetUdpTimeout(0, std::chrono::milliseconds(50));
-    EXPECT_TRUE(mLog.Has("Setting UDP timeout on Gige port H0  to 50\n"));
     ASSERT_TRUE(mEvents->RunUntilLine("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:8000 Router "));
-    EXPECT_TRUE(mLog.Has("void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on H0 \n"));
     ASSERT_TRUE(mEvents->RunUntilLine("master INVALID_HID "));
-    mEvents->Take();
-    mNeighbours[0].Send(Box);
-    EXPECT_TRUE(mEvents->RunUntilLine("device H0 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
 }
 
 TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
@@ -250,20 +188,7 @@ TEST_F(LinkManagerTest, ALinkCanBeDestroyedWhileItsThreadAsksForARestart)
     mNeighbours[0].Send(Router44);
     ASSERT_EQ(asking.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
     mManager->DestroyConnection(0);
-    EXPECT_EQ(CountSent(), 3u);
-}
-
-TEST_F(LinkManagerTest, AnAddressThatCannotBeBoundLeavesThePortWithoutALink)
-{
-    MakeManager();
-    const auto elsewhere = boost::asio::ip::make_address_v4("203.0.113.1");
-    mManager->CreateConnection(0, {elsewhere, 60001}, 7, mNeighbours[0].GetEndpoint(), 0x204);
-    EXPECT_TRUE(
-        mLog.Has("Unable to bind GigePort H0  to Port 203.0.113.1:60001: Error Cannot assign requested address\n"));
-    mManager->SetUdpTimeout(0, std::chrono::seconds(1));
-    EXPECT_TRUE(mLog.Has("No heartbeat timer running on Gige port H0 , ignoring timeout settings\n"));
-    mManager->HandleHeartbeatTimeout(0);
-    EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
+    EXPECT_EQ(mComms.Sent().size(), 3u);
 }
 
 TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
@@ -272,15 +197,12 @@ TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
     mManager->SetUdpTimeout(2, std::chrono::seconds(1));
     mManager->HandleHeartbeatTimeout(2);
     EXPECT_EQ(mManager->GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
-    std::vector<std::string> failed;
-    for (const std::string& line : mLog.Lines()) {
-        if (line.compare(0, 13, "Assert failed") == 0) failed.push_back(line.substr(line.find(" - ")));
-    }
-    EXPECT_THAT(failed, ElementsAre(" - Port < Routing::MAX_ORB_K2_PORTS\r\n",
-                                    " - GigePort < Routing::MAX_ORB_K2_PORTS\r\n", " - Port < mFsiInfo.size()\r\n"));
-
-    EXPECT_EQ(mManager->GetAdmaEndpointId(1, std::chrono::seconds(1)), 0);
-    EXPECT_TRUE(mLog.Has("Failed to get FSI endpoint id for K2link 1\n"));
+    const auto lines = mLog.Lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) { return line.compare(0, 13, "Assert failed") == 0; }),
+              3);
+    mManager->HandleHeartbeatTimeout(0);
+    EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
 }
 
 TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfterTheAllowance)
@@ -291,19 +213,12 @@ TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfte
     mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
     mManager->OnDeviceChange(0x00230001, 1, true, StreamType::LOCAL_LINK);
     mManager->OnDeviceChange(0x00234000, 0, true, StreamType::LOCAL_LINK);
-    EXPECT_TRUE(mLog.Has("LinkManager::OnDeviceChange Device Online 0.35:4000  Port H0 \r\n"));
     EXPECT_FALSE(mLog.Has(up));
 
     mManager->ReceivedRouterTimeAllowanceCmd(std::make_shared<const RouterDetectTimeAllowanceCmd>(0xFFFFFFFFu), 0,
                                              StreamType::LOCAL_LINK);
-    EXPECT_TRUE(mLog.Has("ReceivedRouterTimeAllowanceCmd ms4294967295\r\n"));
-    EXPECT_FALSE(mLog.Has("Start Router Ignore Timer\r\n"));
     mManager->OnDeviceChange(0x00230001, 0, false, StreamType::LOCAL_LINK);
     EXPECT_TRUE(mLog.Has(up));
-    EXPECT_EQ(mLog.Count("Start Router Ignore Timer\r\n"), 1u);
-    mService.poll();
-    EXPECT_TRUE(mEvents->Take().empty());
-
     // A second identity brings the ports up again, and the timer starts anew.
     mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
     EXPECT_EQ(mLog.Count("Start Router Ignore Timer\r\n"), 2u);
@@ -319,8 +234,4 @@ TEST_F(LinkManagerTest, WithoutAnAllowanceRoutersAreIgnoredAsSoonAsThePortsAreUp
     mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
     ASSERT_TRUE(RunUntilSent("restart 0x230100 to ORB PORT LOCAL_LINK "));
     EXPECT_THAT(mEvents->Take(), ElementsAre("master 0.35:0 "));
-    EXPECT_TRUE(mLog.Has("Routers Disallowed\r\n"));
-    Plug(0);
-    mNeighbours[0].Send(Router);
-    EXPECT_TRUE(RunUntilSent("notification 2 to ORB PORT LOCAL_LINK "));
 }
