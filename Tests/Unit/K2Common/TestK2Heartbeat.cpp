@@ -1,7 +1,5 @@
 #include "K2Common/K2Heartbeat.h"
 
-#include "Tests/Support/LogRecorder.h"
-
 #include <gmock/gmock.h>
 
 using namespace K2Heartbeat;
@@ -23,20 +21,6 @@ TEST(LinkStateTest, ReadsEachFieldFromItsPlaceAndTheReservedBytesFromNowhere)
     EXPECT_EQ(GetVariantNumber(packet.GetVariant()), 3u);
     EXPECT_EQ(GetVariantRate(packet.GetVariant()), SampleRates::RATE_44K1);
     EXPECT_EQ(GetVariantRack(packet.GetVariant()), 0x0102u);
-}
-
-TEST(LinkStateTest, OnlyRoutingDevicesAreBuiltWithoutAnAssertion)
-{
-    LogRecorder log;
-    for (const LinkType type : {K2_ROUTER_TYPE, K2_HUB_TYPE, K2_ORB_TYPE})
-        LinkState(0x12348000, type, 0);
-    EXPECT_TRUE(log.Lines().empty());
-    const LinkState box(0x12340001, K2_MODULAR_TYPE, 0);
-    const auto lines = log.Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_THAT(lines[0],
-                testing::EndsWith(" - LType == K2_ROUTER_TYPE || LType == K2_HUB_TYPE || LType == K2_ORB_TYPE\r\n"));
-    EXPECT_EQ(lines[1], "This LinkState constructor can only be used for routing devices\n");
 }
 
 TEST(LinkVariantTest, FieldsAreReplacedWithoutTouchingTheOthers)
