@@ -4,7 +4,9 @@
 #include "Simulation/Rehearsal/FileDescriptor.h"
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -94,4 +96,47 @@ inline double BareTransfer(const Bytes& bytes)
     BarePair::Send(pair.near, bytes);
     reader.join();
     return end - start;
+}
+
+/// Microseconds from the first byte at a sender, past a reader and a worker, to a third thread: the road of a patch
+/// through the module's threads with nothing done on it.
+inline Samples BareHandOvers(const Bytes& bytes, unsigned int count)
+{
+    const BarePair pair;
+    std::mutex mutex;
+    std::condition_variable changed;
+    unsigned int received = 0;
+    unsigned int worked = 0;
+    unsigned int ended = 0;
+    double end = 0;
+    const auto pass = [&](unsigned int& from, unsigned int& to) {
+        for (unsigned int i = 0; i < count; ++i) {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait(lock, [&] { return from > i; });
+            end = NowMicroseconds();
+            ++to;
+            changed.notify_all();
+        }
+    };
+    std::thread reader([&] {
+        for (unsigned int i = 0; i < count; ++i) {
+            BarePair::Take(pair.far, bytes.size());
+            const std::lock_guard<std::mutex> lock(mutex);
+            ++received;
+            changed.notify_all();
+        }
+    });
+    std::thread worker([&] { pass(received, worked); });
+    std::thread last([&] { pass(worked, ended); });
+    Samples times;
+    for (unsigned int i = 0; i < count; ++i) {
+        const double start = NowMicroseconds();
+        BarePair::Send(pair.near, bytes);
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [&] { return ended > i; });
+        times.Add(end - start);
+    }
+    for (std::thread* const thread : {&reader, &worker, &last})
+        thread->join();
+    return times;
 }

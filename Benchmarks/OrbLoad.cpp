@@ -134,6 +134,8 @@ void MeasurePatch(const Report& report, LoadUnit& unit, const Sizes& sizes)
     };
     row("p50", 0.5, 4);
     row("p99", 0.99, 20);
+    const Samples threads = BareHandOvers(commands[0], sizes.patches);
+    report.Row("patch to sync request, p50, by three bare threads", patches.At(0.5), threads.At(0.5), "us");
     report.Row("patch to sync request, worst", patches.Worst(), bare.Worst(), "us");
 }
 

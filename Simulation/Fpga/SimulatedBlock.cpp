@@ -91,13 +91,6 @@ void SimulatedBlock::Write(std::uint32_t offset, std::uint32_t value)
     mRegisters[offset / 4] = value;
 }
 
-std::uint32_t SimulatedBlock::TakeIndirectAddress()
-{
-    const std::uint32_t address = mNextIndirectAddress;
-    mNextIndirectAddress += 4;
-    return address;
-}
-
 void SimulatedBlock::SetStatusBit(int bit, bool set)
 {
     const std::uint32_t mask = 1u << bit;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace simulation {
 
@@ -43,7 +44,7 @@ public:
     std::uint32_t Peek(std::uint32_t offset) const;
 
     /// The address of the next data access, which is then moved on by one word.
-    std::uint32_t TakeIndirectAddress();
+    std::uint32_t TakeIndirectAddress() { return std::exchange(mNextIndirectAddress, mNextIndirectAddress + 4); }
     void SetStatusBit(int bit, bool set);
     /// Sets the event's pending bit, and raises the interrupt line if the event is enabled.
     void Raise(int event);

@@ -52,8 +52,15 @@ public:
     void WriteBurst(std::uint32_t offset, const std::uint32_t* words, std::size_t count) override
     {
         const Lock lock(mBoard.mMutex);
-        for (std::size_t i = 0; i < count; ++i)
-            mBoard.WritePort(mBlock, offset, words[i]);
+        // Of a run of data words only the last one stays in the register.
+        const bool isRun = offset == SimulatedBlock::IndirectData && !mBoard.mRecording;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (isRun && i + 1 < count) {
+                mBoard.WriteIndirect(mBlock, mBlock.TakeIndirectAddress(), words[i]);
+            } else {
+                mBoard.WritePort(mBlock, offset, words[i]);
+            }
+        }
     }
     int GetFileDescriptor() const override { return mBlock.GetDescriptor(); }
     const volatile void* GetMappedAddress() const override { return mBlock.GetAddress(); }
