@@ -14,24 +14,6 @@ using audio::AudioDmaEndpoint;
 using testing::ElementsAre;
 using Direction = AudioDmaEndpoint::Direction;
 
-TEST(AudioDmaTransaction, NamesEndpointAndSample)
-{
-    EXPECT_EQ(audio::MakeTransaction(7, 511), 0xFFF);
-    EXPECT_EQ(audio::MakeTransaction(3, 5), 0x605);
-    EXPECT_EQ(audio::GetEndpoint(0x605), 3);
-    EXPECT_EQ(audio::GetSample(0xFFF), 511);
-    EXPECT_THAT(audio::MakeTransactions(1, 510, 511), ElementsAre(0x3FE, 0x3FF));
-    EXPECT_THAT(audio::MakeTransactions(0, 0, 0), ElementsAre(0));
-}
-
-TEST(AudioDmaEndpoint, SinksHaveATransactionForEachSampleAndSourcesNone)
-{
-    EXPECT_THAT(AudioDmaEndpoint(2, 3, Direction::SinkOnly).GetDestinationTransactions(),
-                ElementsAre(0x400, 0x401, 0x402));
-    EXPECT_TRUE(AudioDmaEndpoint(2, 3, Direction::SourceOnly).GetDestinationTransactions().empty());
-    EXPECT_EQ(AudioDmaEndpoint(7, 512, Direction::SourceAndSink).GetDestinationTransactions().back(), 0xFFF);
-}
-
 TEST(AudioDmaEndpoint, SourceTransactionsStandUnderSinkScalerAndRate)
 {
     AudioDmaEndpoint source(1, 8, Direction::SourceOnly);
@@ -47,18 +29,6 @@ TEST(AudioDmaEndpoint, SourceTransactionsStandUnderSinkScalerAndRate)
     EXPECT_TRUE(source.HasSourceTransactions(sink, 0, SampleRates::RATE_48K));
     source.SetDefaultSourceTransactions({0x203, 0x204}, sink, 0, SampleRates::RATE_48K);
     EXPECT_THAT(source.GetSourceTransactions(sink), ElementsAre(0x203, 0x204));
-}
-
-TEST(AudioDmaEndpoint, TheBulkBlockTellsItsOwnAddress)
-{
-    simulation::SimulatedFpga board;
-    board.SetBulkAddress(6);
-    const OrbModule::BulkAudioFsi bulk(4, board.Open("0012"));
-    EXPECT_EQ(bulk.GetAddress(), 6);
-    EXPECT_EQ(bulk.GetSampleSpace(), 512u);
-    EXPECT_EQ(bulk.GetDirection(), Direction::SourceAndSink);
-    EXPECT_EQ(bulk.GetId(), 4u);
-    EXPECT_EQ(bulk.GetName(), "0012");
 }
 
 TEST(AudioDmaEndpointDeathTest, FaultsOfTheCodeAreFatal)

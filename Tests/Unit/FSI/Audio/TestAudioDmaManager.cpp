@@ -1,4 +1,3 @@
-#include "Tests/Support/LogRecorder.h"
 #include "Tests/Unit/FSI/Audio/AdmaFixture.h"
 
 #include <functional>
@@ -29,47 +28,6 @@ protected:
         return {begin, begin + static_cast<std::ptrdiff_t>(count)};
     }
 };
-
-TEST_F(AdmaManager, TheFirstTableIsSilenceForEverySinkAndZeroBehindThem)
-{
-    EXPECT_FALSE(mManager->Get("k0")) << "the endpoints were not in the registry when the view was built";
-    Start();
-    const simulation::SimulatedFpga::Table table = mBoard.GetActiveTable();
-    EXPECT_EQ(table[0], 0x600u);
-    EXPECT_EQ(table[511], 0x7FFu);
-    EXPECT_EQ(table[512], 0x200u);
-    EXPECT_EQ(table[1535], 0x5FFu);
-    for (std::size_t i = 1536; i < table.size(); ++i)
-        EXPECT_EQ(table[i], 0u) << i;
-
-    EXPECT_EQ(mManager->Get("k0"), mK0);
-    EXPECT_EQ(mManager->GetSinkTransactionsRange(mK1), std::make_pair(std::size_t{1024}, std::size_t{1535}));
-    std::vector<int> addresses;
-    for (const auto& sink : mManager->GetSinkEndpoints())
-        addresses.push_back(sink->GetAddress());
-    EXPECT_THAT(addresses, ElementsAre(1, 2, 3));
-}
-
-TEST_F(AdmaManager, ARouteReachesTheHardwareWithTheNextSync)
-{
-    Start();
-    LogRecorder log({DebugFeature::RouterAudioRoute});
-    Route(3, 5, 1, 7);
-    Route(3, 5, 2, 511);
-    Route(2, 0, 3, 0);
-    Route(1, 1, 3, 0);
-    EXPECT_EQ(Probe(1, 7), "-");
-    ASSERT_TRUE(Synchronise());
-    EXPECT_EQ(Probe(1, 7), "3:5");
-    EXPECT_EQ(Probe(2, 511), "3:5");
-    EXPECT_EQ(Probe(3, 0), "1:1") << "the later route of a sink stands";
-    EXPECT_EQ(mBoard.GetActiveTable()[519], 0x605207u);
-    EXPECT_EQ(mFsi->GetSynchronisedTable()[519], 0x605207u);
-    EXPECT_TRUE(log.Has("SetAudioRoute Src 605 Dst 207\n"));
-    Route(0, 0, 1, 7);
-    ASSERT_TRUE(Synchronise());
-    EXPECT_EQ(Probe(1, 7), "-");
-}
 
 TEST_F(AdmaManager, TheTableGoesOutInOneRunBehindOneAddress)
 {
@@ -154,34 +112,12 @@ TEST_F(AdmaManager, TheManagerMayDieInTheMiddleOfASync)
     EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x20u);
 }
 
-TEST_F(AdmaManager, ClearingTouchesOnlyWhatItNames)
-{
-    Start();
-    const auto routes = [&] {
-        Route(3, 0, 1, 0);
-        Route(2, 1, 1, 1);
-        Route(3, 2, 2, 2);
-        Route(1, 3, 3, 3);
-    };
-    const auto probes = [&] {
-        EXPECT_TRUE(Synchronise());
-        return Probe(1, 0) + " " + Probe(1, 1) + " " + Probe(2, 2) + " " + Probe(3, 3);
-    };
-    routes();
-    EXPECT_EQ(probes(), "3:0 2:1 3:2 1:3");
-    mManager->ClearRoutesFrom(mBulk);
-    EXPECT_EQ(probes(), "- 2:1 - 1:3");
-    routes();
-    mManager->ClearRoutesTo(mK0);
-    EXPECT_EQ(probes(), "- - 3:2 1:3");
-    mManager->ClearAllRoutes();
-    EXPECT_EQ(probes(), "- - - -");
-}
-
 TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
 {
-    const auto small = std::make_shared<AudioDmaEndpoint>(std::uint16_t{4}, 4u, AudioDmaEndpoint::Direction::SinkOnly);
-    mManager->RegisterEndpoints({mK0, small});
+    using Direction = AudioDmaEndpoint::Direction;
+    const auto small = std::make_shared<AudioDmaEndpoint>(std::uint16_t{4}, 4u, Direction::SinkOnly);
+    const auto mono = std::make_shared<AudioDmaEndpoint>(std::uint16_t{5}, 2u, Direction::SourceOnly);
+    mManager->RegisterEndpoints({mK0, small, mono});
     const struct
     {
         Policy::Mode mode;
@@ -208,25 +144,8 @@ TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
     }
     mManager->SetAudioRoutes(mK0, small, Policy(1));
     EXPECT_THAT(Sources(512, 4), ElementsAre(0, 0x200, 0x201, 0x202)) << "sample n feeds the n-th of the stretch";
-}
-
-TEST_F(AdmaManager, ASourceWithFewerSamplesThanTheSinkIsPaddedWithSilence)
-{
-    const auto mono = std::make_shared<AudioDmaEndpoint>(std::uint16_t{5}, 2u, AudioDmaEndpoint::Direction::SourceOnly);
-    mManager->RegisterEndpoints({mono, mK0});
-    Route(1, 9, 1, 2);
-    mManager->SetAudioRoutes(mono, mK0, Policy(0));
-    EXPECT_THAT(Sources(0, 4), ElementsAre(0xA00, 0xA01, 0, 0));
-}
-
-TEST_F(AdmaManager, ABulkSetMaySpanEndpoints)
-{
-    Start();
-    mManager->SetAudioRoutes({0x200, 0x200, 0x605},
-                             {MakeTransaction(1, 511), MakeTransaction(2, 0), MakeTransaction(3, 9)});
-    EXPECT_EQ(Sources(1023, 2), (std::vector<AudioDmaTransaction>{0x200, 0x200}));
-    EXPECT_EQ(Sources(9, 1), std::vector<AudioDmaTransaction>{0x605});
-    mManager->SetAudioRoutes(std::vector<AudioDmaTransaction>(), std::vector<AudioDmaTransaction>());
+    mManager->SetAudioRoutes(mono, small, Policy(0));
+    EXPECT_THAT(Sources(512, 4), ElementsAre(0xA00, 0xA01, 0, 0)) << "padded with silence";
 }
 
 TEST_F(AdmaManager, MuteBitsAndSyncRequestDoNotDisturbEachOther)

@@ -1,3 +1,4 @@
+#include "FSI/Core/DeviceRegistry.h"
 #include "FSI/Core/Interruptable.h"
 #include "FSI/Core/UioInterruptController.h"
 #include "Simulation/Fpga/SimulatedFpga.h"
@@ -70,6 +71,11 @@ TEST(InterruptableDeathTest, FaultsOfTheCodeAreFatal)
     EXPECT_DEATH(fsi::Interruptable::Interrupt(32), "Only 32 interrupt events are supported\\.");
     EXPECT_DEATH(Device(board, "0004", {}), "An Interruptable device must specify some interrupts!");
     EXPECT_DEATH(Device(board, "0004", {1}).ConnectSlot(2, [] {}), "Attempt to connect to unknown interrupt\\.");
+    struct Plain : fsi::Fsi
+    {};
+    fsi::DeviceRegistry registry;
+    registry.Register<Plain>("adma");
+    EXPECT_DEATH(registry.Register<Plain>("adma"), "Device aliases must be unique");
     boost::asio::io_service service;
     EXPECT_DEATH(fsi::UioInterruptController(service, {}), "!mDevices\\.empty\\(\\)");
 }

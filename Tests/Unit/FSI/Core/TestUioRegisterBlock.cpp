@@ -1,4 +1,3 @@
-#include "FSI/Core/HostFsi.h"
 #include "FSI/Core/UioRegisterBlock.h"
 
 #include <boost/filesystem.hpp>
@@ -126,16 +125,6 @@ TEST_F(UioTree, WhatIsMissingIsNamed)
     AddDevice("uio3", "0012\n", "123456789abcdef0123\n", "");
     AddFile("uio3", "x", 0);
     EXPECT_THAT(Failure("0012"), HasSubstr("size 0)"));
-}
-
-TEST(OpenRegisterBlock, TheProductLooksForUioDevices)
-{
-    try {
-        const fsi::HostFsi block("no such block", 0);
-        FAIL() << "opened";
-    } catch (const std::system_error& error) {
-        EXPECT_THAT(error.what(), HasSubstr("FSI 'no such block' (device '', fd -1, size 0)"));
-    }
 }
 
 } // namespace

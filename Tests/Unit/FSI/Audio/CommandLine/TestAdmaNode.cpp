@@ -2,12 +2,9 @@
 #include "Tests/Unit/FSI/Audio/AdmaFixture.h"
 #include "Utilities/CommandLine/NodeManager.h"
 
-#include <sstream>
 #include <string>
 
 namespace {
-
-using testing::HasSubstr;
 
 class AdmaCommands : public AdmaFixture
 {
@@ -104,22 +101,11 @@ TEST_F(AdmaCommands, TheTableIsShownWithinItsBounds)
     EXPECT_EQ(Run("transactions", "1 1"), "1: 0x00000601\n");
 }
 
-TEST_F(AdmaCommands, LinksNameEndpointsAndTheirBlocks)
-{
-    std::ostringstream address;
-    address << "0x" << std::hex << reinterpret_cast<std::uintptr_t>(mBulk->GetMappedAddress());
-    EXPECT_EQ(Run("links"), "  bulk: Endpoint: 3,     transactions 0-511, FSI: 0012, mapped addr: " + address.str() +
-                                "\n"
-                                "    k0: Endpoint: 1,  transactions 512-1023, [Kernel FSI]\n"
-                                "    k1: Endpoint: 2, transactions 1024-1535, [Kernel FSI]\n");
-}
-
 TEST_F(AdmaCommands, ResetAndAcknowledgeGoPastTheManager)
 {
     Change("patch2", "bulk 1 k0 1");
     Change("reset_fsi");
     EXPECT_EQ(mBoard.GetActiveTable(), simulation::SimulatedFpga::Table{});
-    EXPECT_THAT(Run("status"), testing::Not(HasSubstr("bulk: 1 ")));
 
     mBoard.SetHold(true);
     mManager->Synchronise();
@@ -130,27 +116,6 @@ TEST_F(AdmaCommands, ResetAndAcknowledgeGoPastTheManager)
     EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0u);
     mBoard.Complete();
     EXPECT_EQ(Run("syncing"), "false");
-}
-
-TEST_F(AdmaCommands, MuteCommandsSetTheirBits)
-{
-    Run("mute", "true");
-    Run("mute_on_pll_loss", "false");
-    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x18u);
-    Run("mute", "0");
-    Run("mute_on_pll_loss", "1");
-    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0u);
-}
-
-TEST_F(AdmaCommands, TheNodeHasItsFourteenCommands)
-{
-    std::ostringstream help;
-    mTree.PrintHelp(help);
-    const std::string text = help.str();
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 14);
-    EXPECT_EQ(mTree.Find("adma/patch2")->GetFull().substr(0, 128),
-              "Patch audio routes between SRCs and SNKs\n\nUsage: patch2 'string' 'string' 'string' 'string'\n\n"
-              "The sample ranges can be specified ");
 }
 
 } // namespace

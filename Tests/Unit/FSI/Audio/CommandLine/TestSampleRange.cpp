@@ -25,27 +25,7 @@ TEST(SampleRange, TextsAndTheirSamples)
                  {"1,2,1", "1 2 "},
                  {"1-3,2-5", "1 2 3 4 5 "},
                  {"5-3,7", "7 "},
-                 {"007", "7 "},
-                 {"5-3", ""},
-                 {"5,3", ""},
-                 {"3,600", ""},
-                 {"512", ""},
-                 {"510-512", ""},
-                 {"600,1", ""},
-                 {"", ""},
-                 {",", ""},
-                 {"1,", ""},
-                 {"1,,2", ""},
-                 {"-1", ""},
-                 {"1-", ""},
-                 {"1-2-3", ""},
-                 {"1 ,2", ""},
-                 {"+1", ""},
-                 {"0x1", ""},
-                 {"4294967296", ""},
-                 {"18446744073709551616", ""},
-                 {"0-4294967295", ""},
-                 {"0-99999999999999999999999999", ""}};
+                 {"007", "7 "}};
     for (const auto& row : cases) {
         std::string samples;
         for (const audio::AudioDmaTransaction transaction : audio::ParseSampleRange(row.text, endpoint)) {
@@ -54,6 +34,12 @@ TEST(SampleRange, TextsAndTheirSamples)
         }
         EXPECT_EQ(samples, row.samples) << "'" << row.text << "'";
     }
+    std::istringstream wrong("5-3 5,3 3,600 512 510-512 600,1 , 1, 1,,2 -1 1- 1-2-3 +1 0x1 4294967296 "
+                             "18446744073709551616 0-4294967295 0-99999999999999999999999999");
+    for (std::string text; wrong >> text;)
+        EXPECT_TRUE(audio::ParseSampleRange(text, endpoint).empty()) << text;
+    for (const char* const text : {"", "1 ,2"})
+        EXPECT_TRUE(audio::ParseSampleRange(text, endpoint).empty()) << text;
     EXPECT_TRUE(audio::ParseSampleRange("3-4", AudioDmaEndpoint(1, 4, AudioDmaEndpoint::Direction::SinkOnly)).empty());
 }
 
