@@ -91,15 +91,9 @@ private:
 inline std::vector<std::uint8_t> HeartbeatPacket(std::uint16_t rack, std::uint16_t device, std::uint8_t type,
                                                  const std::vector<std::uint8_t>& variant)
 {
-    std::vector<std::uint8_t> packet = {static_cast<std::uint8_t>(device),
-                                        static_cast<std::uint8_t>(device >> 8),
-                                        static_cast<std::uint8_t>(rack),
-                                        static_cast<std::uint8_t>(rack >> 8),
-                                        type,
-                                        0,
-                                        0,
-                                        0};
-    for (const std::uint8_t byte : variant)
-        packet.push_back(byte);
+    std::vector<std::uint8_t> packet;
+    for (const int byte : {device & 0xFF, device >> 8, rack & 0xFF, rack >> 8, int{type}, 0, 0, 0})
+        packet.push_back(static_cast<std::uint8_t>(byte));
+    packet.insert(packet.end(), variant.begin(), variant.end());
     return packet;
 }

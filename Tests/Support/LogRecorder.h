@@ -44,6 +44,15 @@ public:
         return std::any_of(mLines.begin(), mLines.end(),
                            [&](const std::string& line) { return line.compare(0, start.size(), start) == 0; });
     }
+    /// Waits until a line that contains this has come; false if none does.
+    bool WaitForPart(const std::string& part) const
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mCame.wait_for(lock, std::chrono::seconds(10), [&] {
+            return std::any_of(mLines.begin(), mLines.end(),
+                               [&](const std::string& line) { return line.find(part) != std::string::npos; });
+        });
+    }
     /// From now on a thread that logs this line stands still until Release.
     void Hold(const std::string& line)
     {

@@ -54,13 +54,15 @@ public:
         getsockname(mFd, reinterpret_cast<sockaddr*>(&address), &size);
         return ntohs(address.sin_port);
     }
-    void Send(const std::string& bytes) const
+    /// False if the far end has closed meanwhile.
+    bool Send(const std::string& bytes) const
     {
         for (std::size_t sent = 0; sent < bytes.size();) {
             const ssize_t size = ::send(mFd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (size <= 0) return;
+            if (size <= 0) return false;
             sent += static_cast<std::size_t>(size);
         }
+        return true;
     }
     /// That many bytes; fewer if the connection ends before, or nothing comes for 10 s.
     std::string Receive(std::size_t size) const
@@ -96,13 +98,14 @@ public:
         Close();
     }
 
-private:
+protected:
     bool IsReadable() const
     {
         pollfd entry{mFd, POLLIN, 0};
         return ::poll(&entry, 1, 10000) == 1;
     }
 
+private:
     int mFd;
 };
 

@@ -20,9 +20,6 @@ protected:
         // The lines of these tests are wanted at the clients, not on the console.
         testing::internal::CaptureStdout();
         boost::filesystem::create_directories(mDirectory);
-        mShell.SetReceivedCallback([](const std::string& line) { Log("Received " + line); });
-        mShell.SetSentCallback(
-            [](const std::string& name, const std::string& result) { Log("Sent " + name + " Result\r\n" + result); });
         mShell.AddAction(
             "version", [] { return "1.0"; }, "");
         mAuditor = new cmd::RemoteAuditor(mShell, (mDirectory / "K2.log").string());
@@ -46,47 +43,6 @@ private:
     const boost::filesystem::path mDirectory =
         boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("orb-tail-%%%%-%%%%-%%%%");
 };
-
-TEST_F(RemoteAuditorTest, ATailingClientSeesItsResultsInTheLog)
-{
-    mAuditor->SetTailByDefault(true);
-    mShell.Start();
-    ShellClient client(Endpoint());
-    client.SkipGreeting();
-    client.Send("version\n");
-    EXPECT_EQ(client.ReadUntil("1.0\n\r\n"), "Received version\r\nSent version Result\r\n1.0\n\r\n");
-    client.Send("tail true\n");
-    EXPECT_EQ(client.ReadUntil("false\n\r\n"), "Received tail true\r\nSent tail Result\r\nfalse\n\r\n");
-    // The reply to this comes after the last line of the log.
-    client.Send("tail false\n");
-    EXPECT_EQ(client.ReadUntil("true\n"), "Received tail false\r\ntrue\n");
-    client.Send("version\ntail false\ntail true\n");
-    EXPECT_EQ(client.ReadUntil("true\n\r\n"), "1.0\nfalse\nSent tail Result\r\ntrue\n\r\n");
-}
-
-TEST_F(RemoteAuditorTest, TwoClientsGetEveryLineAndAThirdNone)
-{
-    mShell.Start();
-    ShellClient first(Endpoint());
-    ShellClient second(Endpoint());
-    ShellClient third(Endpoint());
-    for (ShellClient* const client : {&first, &second, &third})
-        client->SkipGreeting();
-    for (ShellClient* const client : {&first, &second}) {
-        client->Send("tail 1\n");
-        client->ReadUntil("Sent tail Result\r\ntrue\n\r\n");
-    }
-    first.ReadUntil("Sent tail Result\r\ntrue\n\r\n");
-    std::string expected;
-    for (int i = 0; i < 1000; ++i) {
-        Log(std::to_string(i));
-        expected += std::to_string(i) + "\r\n";
-    }
-    EXPECT_EQ(first.ReadUntil("999\r\n"), expected);
-    EXPECT_EQ(second.ReadUntil("999\r\n"), expected);
-    third.Send("version\n");
-    EXPECT_EQ(third.ReadUntil("\n"), "1.0\n");
-}
 
 TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
 {
@@ -125,10 +81,7 @@ TEST_F(RemoteAuditorTest, WhileTheServiceIsStuckTheBacklogIsBounded)
 {
     mAuditor->SetTailByDefault(true);
     ShellClient client(Endpoint());
-    bool opened = false;
-    mShell.GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
-    while (!opened)
-        ASSERT_NE(mService.run_one_for(Deadline), 0u);
+    WaitForConnection(mService, mShell);
     const std::string line(1022, 'x');
     for (int i = 0; i < 1030; ++i)
         Log(line);
@@ -165,10 +118,7 @@ TEST_F(RemoteAuditorTest, TheShellOutlivesItsAuditor)
 {
     mAuditor->SetTailByDefault(true);
     ShellClient client(Endpoint());
-    bool opened = false;
-    mShell.GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
-    while (!opened)
-        ASSERT_NE(mService.run_one_for(Deadline), 0u);
+    WaitForConnection(mService, mShell);
     Log("never delivered");
     Audit::SetInstance(nullptr);
     ShellClient late(Endpoint());
