@@ -1,29 +1,15 @@
+#include "Simulation/Fpga/ControlCommands.h"
 #include "Simulation/Fpga/SimulatedFpga.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <system_error>
-#include <unistd.h>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace {
 
 using simulation::SimulatedFpga;
-
-constexpr std::chrono::seconds Patience(20);
-
-bool Readable(const fsi::RegisterBlock& block)
-{
-    pollfd line{block.GetFileDescriptor(), POLLIN, 0};
-    return ::poll(&line, 1, 0) == 1 && (line.revents & POLLIN);
-}
-
-bool TakeInterrupt(const fsi::RegisterBlock& block)
-{
-    std::uint32_t count = 0;
-    return ::read(block.GetFileDescriptor(), &count, sizeof count) == 4;
-}
 
 void WriteTable(fsi::RegisterBlock& block, const std::vector<std::uint32_t>& words, std::uint32_t first = 0)
 {
@@ -35,19 +21,6 @@ void RequestSync(fsi::RegisterBlock& block)
 {
     block.Write32(0x38, 0);
     block.Write32(0x38, 0x20);
-}
-
-TEST(SimulatedFpga, BlocksIdentifyThemselvesAndOthersAreMissing)
-{
-    SimulatedFpga board;
-    EXPECT_EQ(board.Open("0010")->Read8(0x06), 42);
-    EXPECT_EQ(board.Open("0012")->Read8(0x04), 3);
-    board.SetFirmwareBuild(200);
-    EXPECT_EQ(board.Open("0010")->Read8(0x06), 200);
-    board.RemoveBlock("0004");
-    for (const auto& [name, instance] :
-         {std::make_pair("0004", 0), std::make_pair("0005", 0), std::make_pair("0003", 1)})
-        EXPECT_THROW(board.Open(name, instance), std::system_error) << name;
 }
 
 TEST(SimulatedFpga, TheTableThatWasWrittenAtTheRequestBecomesActive)
@@ -81,46 +54,16 @@ TEST(SimulatedFpga, TheTableThatWasWrittenAtTheRequestBecomesActive)
     EXPECT_EQ(board.GetRegister("0003", 0x38), 0x20u);
 }
 
-TEST(SimulatedFpga, AnActivationTakesItsTime)
+TEST(ControlCommands, WhatTheyCannotMakeOutIsAnError)
 {
     SimulatedFpga board;
-    const auto dma = board.Open("0003");
-    board.SetSyncTime(std::chrono::milliseconds(2));
-    RequestSync(*dma);
-    ASSERT_TRUE(board.WaitForSyncs(1, Patience));
-    const SimulatedFpga::Times times = board.GetTimes();
-    EXPECT_GE(times.activation - times.request, std::chrono::milliseconds(2));
-    board.SetSyncTime(std::chrono::hours(1));
-    RequestSync(*dma);
-    EXPECT_EQ(board.GetSyncs(), 1u);
-    board.SetSyncTime(std::chrono::microseconds(0));
-    board.SetHold(true);
-    board.SetHold(false);
-    EXPECT_EQ(board.GetSyncs(), 2u);
-}
-
-TEST(SimulatedFpga, EventsPendAndInterruptWhileTheyAreEnabled)
-{
-    SimulatedFpga board;
-    const auto reference = board.Open("0004");
-    board.Measure(4, 1150000);
-    EXPECT_FALSE(Readable(*reference));
-    reference->Write32(0x30, 0x1F);
-    EXPECT_TRUE(Readable(*reference)) << "what pended is told once it is enabled";
-    board.RaiseEvent("0004", 0);
-    EXPECT_TRUE(TakeInterrupt(*reference));
-    EXPECT_FALSE(Readable(*reference)) << "interrupts that were not taken are one";
-    EXPECT_EQ(reference->Read32(0x18), 0x5u);
-    EXPECT_EQ(reference->Read32(0x34), 0u);
-    reference->Write32(0x34, 0x4);
-    EXPECT_EQ(reference->Read32(0x18), 0x1u);
-
-    reference->Write32(0x24, 0x30000);
-    EXPECT_EQ(reference->Read32(0x20), 1150000u << 8 | 4);
-    board.SetServoLock(true);
-    EXPECT_EQ(reference->Read32(0x3C), 0x8u);
-    board.BreakInterruptLine("0004");
-    EXPECT_FALSE(TakeInterrupt(*reference));
+    std::istringstream lines("\nnonsense\nreg 0003\nreg 0005 38\nreg 0003 40\nreg 0003 39\nreg 0003 -4\nprobe 8 0\n"
+                             "probe 1 512\nhold maybe\ncomplete\ncomplete now\nmeasure 256 1\nmeasure 1 16777216\n"
+                             "event 0003 32\nevent 0013 1\nsync-time -1\nsync-time 99999999999999999999\n"
+                             "wait syncs x 1\nwait locks 1 1\n");
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_THAT(simulation::RunControlCommand(board, line).text, testing::MatchesRegex("error: .+\n")) << line;
+    EXPECT_EQ(board.GetRegister("0004", 0x18), 0u);
 }
 
 } // namespace
