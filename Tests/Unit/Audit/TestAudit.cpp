@@ -16,76 +16,45 @@ TEST(Features, SevenAreOnFromTheStartAndNumbersOutsideTheTableAreOff)
         EXPECT_EQ(audit.IsEnabled(id), expected.count(id) == 1) << id;
     audit.SetEnabled(207, 1);
     audit.SetEnabled(0xFFFFFFFF, 1);
-    EXPECT_FALSE(audit.IsEnabled(207));
-    EXPECT_FALSE(audit.IsEnabled(0xFFFFFFFF));
-    audit.SetEnabled(206, 1);
-    EXPECT_TRUE(audit.IsEnabled(206));
-    audit.SetEnabled(206, 0);
-    EXPECT_FALSE(audit.IsEnabled(206));
+    EXPECT_FALSE(audit.IsEnabled(207) || audit.IsEnabled(0xFFFFFFFF));
 }
 
 TEST(Features, NamesAndNumbersBelongTogether)
 {
-    const struct
-    {
-        std::uint32_t id;
-        const char* name;
-    } rows[] = {{0, "Assert"},
-                {3, "Information"},
-                {60, "CommsDebug"},
-                {87, "DownMix Debug"},
-                {100, "Process Times"},
-                {122, "IODiscovery"},
-                {141, "ProbelDebugVerbose"},
-                {204, "khz96"},
-                {206, "OutputPatchReadDebug"}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(GetFeatureName(row.id), row.name);
-        EXPECT_EQ(GetFeatureId(row.name), static_cast<std::int32_t>(row.id));
+    const std::pair<std::uint32_t, const char*> rows[] = {
+        {0, "Assert"}, {87, "DownMix Debug"}, {122, "IODiscovery"}, {206, "OutputPatchReadDebug"}};
+    for (const auto& [id, name] : rows) {
+        EXPECT_EQ(GetFeatureName(id), name);
+        EXPECT_EQ(GetFeatureId(name), static_cast<std::int32_t>(id));
     }
-    EXPECT_EQ(static_cast<std::uint32_t>(DebugFeature::IODiscovery), 122u);
-    EXPECT_EQ(GetFeatureName(207), "MaxDebugLevels");
     EXPECT_EQ(GetFeatureName(0xFFFFFFFF), "MaxDebugLevels");
-    for (const char* const unknown : {"MaxDebugLevels", "assert", "Asser", "Assert ", ""}) {
+    for (const char* const unknown : {"MaxDebugLevels", "assert", "Asser", "Assert ", ""})
         EXPECT_EQ(GetFeatureId(unknown), -1) << unknown;
-    }
 }
 
-class ConsoleTest : public LogTest
-{};
+using ConsoleTest = LogTest;
 
 TEST_F(ConsoleTest, EveryOperationPrintsAndOnlyTheStampedOnesStamp)
 {
     Audit audit;
     const std::string stamp = "\\[[0-9]{2}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\]";
     EXPECT_EQ(Console([&] { audit.Write("a%d\n", 1); }), "a1\n");
-    EXPECT_EQ(Console([&] { audit.WriteTagged(7, "b%d\n", 2); }), "b2\n");
-    EXPECT_EQ(Console([&] { audit.WriteConsole("c%s\n", "3"); }), "c3\n");
     EXPECT_EQ(Console([&] { audit.WriteStamped(0, "d\n"); }), "d\n");
     EXPECT_THAT(Console([&] { audit.WriteStamped(1, "e%d\n", 5); }), MatchesRegex(stamp + "e5\n"));
     EXPECT_THAT(Console([&] { audit.WriteStampedTagged(1, 7, "f\n"); }), MatchesRegex(stamp + "f\n"));
     EXPECT_THAT(Console([&] { audit.WriteFileOnly(1, 7, "g\n"); }), MatchesRegex(stamp + "g\n"));
-    const std::string format = "h%d%s\n";
-    EXPECT_EQ(Console([&] { audit.Write(format, 8, "i"); }), "h8i\n");
-    EXPECT_EQ(Console([&] { audit.WriteTagged(7, format, 8, "i"); }), "h8i\n");
-    EXPECT_EQ(Console([&] { audit.WriteConsole(format, 8, "i"); }), "h8i\n");
-    EXPECT_THAT(Console([&] { audit.WriteStamped(1, format, 8, "i"); }), MatchesRegex(stamp + "h8i\n"));
-    EXPECT_THAT(Console([&] { audit.WriteStampedTagged(1, 7, format, 8, "i"); }), MatchesRegex(stamp + "h8i\n"));
-    EXPECT_THAT(Console([&] { audit.WriteFileOnly(1, 7, format, 8, "i"); }), MatchesRegex(stamp + "h8i\n"));
+    EXPECT_EQ(Console([&] { audit.Write(std::string("h%d%s\n"), 8, "i"); }), "h8i\n");
 }
 
 TEST_F(ConsoleTest, StampIsDayFirstInUtcPlusTheOffset)
 {
     Audit audit;
     // Whatever the time of the test: 17 November 2026, 09:08:0x, and a year of the last century.
-    const struct
-    {
-        std::time_t time;
-        const char* stamp;
-    } cases[] = {{1794906485, "\\[17/11/26 09:08:0[5-9]\\]x"}, {915148800, "\\[01/01/99 00:00:0[0-4]\\]x"}};
-    for (const auto& row : cases) {
-        audit.SetTimeOffset(static_cast<std::int32_t>(row.time - std::time(nullptr)));
-        EXPECT_THAT(Console([&] { audit.WriteStamped(1, "x"); }), MatchesRegex(row.stamp));
+    const std::pair<std::time_t, const char*> cases[] = {{1794906485, "\\[17/11/26 09:08:0[5-9]\\]x"},
+                                                         {915148800, "\\[01/01/99 00:00:0[0-4]\\]x"}};
+    for (const auto& [time, stamp] : cases) {
+        audit.SetTimeOffset(static_cast<std::int32_t>(time - std::time(nullptr)));
+        EXPECT_THAT(Console([&] { audit.WriteStamped(1, "x"); }), MatchesRegex(stamp));
     }
 }
 

@@ -28,34 +28,25 @@ protected:
 
 TEST_F(DebugFileTest, EveryKindOfWord)
 {
-    const struct
-    {
-        const char* content;
-        const char* output;
-    } cases[] = {
-        {"", ""},
+    const std::string unknown = "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature ";
+    const std::pair<const char*, std::string> cases[] = {
         {"\n \t \n\n", ""},
-        {"on IODiscovery\t RouterDiscovery 60\n",
-         "Debug Feature IODiscovery (122) is On\r\nDebug Feature RouterDiscovery (125) is On\r\n"
+        {"Information on IODiscovery\t 60\n",
+         "Debug Feature Information (3) is Off\r\nDebug Feature IODiscovery (122) is On\r\n"
          "Debug Feature CommsDebug (60) is On\r\n"},
-        {"Information", "Debug Feature Information (3) is Off\r\n"},
-        {"on 0 off 1 on 2\n3",
-         "Debug Feature Assert (0) is On\r\nDebug Feature Invalid (1) is Off\r\nDebug Feature Fault (2) is On\r\n"
-         "Debug Feature Information (3) is Off\r\n"},
-        {"Assert on\n", "Debug Feature Assert (0) is Off\r\n"},
-        {"on 000206", "Debug Feature OutputPatchReadDebug (206) is On\r\n"},
+        {"on 0 off 1 on 000206\n3", "Debug Feature Assert (0) is On\r\nDebug Feature Invalid (1) is Off\r\n"
+                                    "Debug Feature OutputPatchReadDebug (206) is On\r\n"
+                                    "Debug Feature Information (3) is Off\r\n"},
         {"on 207", "DebugId 207 MaxDebugLevels 207 Assert 0\r\nFeature 207 is unknown \r\n"},
-        {"on 4294967295", "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature 4294967295 is unknown \r\n"},
+        {"on 4294967295", unknown + "4294967295 is unknown \r\n"},
         {"on 4294967296 1", "Debug: What does :4294967296 mean?\r\nDebug Feature Invalid (1) is On\r\n"},
         {"on 12x", "Debug: What does :12x mean?\r\n"},
-        {"on -1", "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature -1 is unknown \r\n"},
-        {"# assert\n", "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature # is unknown \r\n"
-                       "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature assert is unknown \r\n"},
-        {"on MaxDebugLevels", "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature MaxDebugLevels is unknown \r\n"},
-        {"On", "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature On is unknown \r\n"},
+        {"on -1", unknown + "-1 is unknown \r\n"},
+        {"# assert\n", unknown + "# is unknown \r\n" + unknown + "assert is unknown \r\n"},
+        {"On", unknown + "On is unknown \r\n"},
     };
-    for (const auto& row : cases)
-        EXPECT_EQ(ReadContent(row.content), row.output) << row.content;
+    for (const auto& [content, output] : cases)
+        EXPECT_EQ(ReadContent(content), output) << content;
 }
 
 TEST_F(DebugFileTest, FeaturesAreReallySet)
