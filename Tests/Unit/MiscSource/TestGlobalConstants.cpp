@@ -36,48 +36,26 @@ TEST(Texts, Hid)
 
 TEST(Texts, PortsRacksAndAddresses)
 {
-    EXPECT_EQ(PortText(0), "ORB PORT ");
-    EXPECT_EQ(PortText(1), "Pri Korvo ");
-    EXPECT_EQ(Text(Routing::SECONDARY_PORT), "Sec Korvo ");
-    EXPECT_EQ(PortText(3), "UNKNOWN ");
-    EXPECT_EQ(PortText(0xFF), "UNKNOWN ");
-    EXPECT_EQ(LinkPortText(0), "H0 ");
-    EXPECT_EQ(LinkPortText(0xFE), "H254 ");
-    EXPECT_EQ(LinkPortText(0xFF), "UNKNOWN_PORT ");
-    EXPECT_EQ(AudioPortText(0), "A0 ");
-    EXPECT_EQ(AudioPortText(0xFFE), "A4094 ");
-    EXPECT_EQ(AudioPortText(0xFFF), "UNKNOWN_PORT ");
-    EXPECT_EQ(AudioPortText(0x1000), "A4096 ");
-    EXPECT_EQ(RackText(0), "LOCAL_RACK_ID ");
-    EXPECT_EQ(RackText(0xFFFF), "INVALID_RACK_ID ");
-    EXPECT_EQ(RackText(0x013F), "1.63 ");
-    EXPECT_EQ(RackText(1), "0.1 ");
+    EXPECT_EQ(PortText(0) + PortText(1) + PortText(2) + PortText(3), "ORB PORT Pri Korvo Sec Korvo UNKNOWN ");
+    EXPECT_EQ(LinkPortText(0) + LinkPortText(0xFE) + LinkPortText(0xFF), "H0 H254 UNKNOWN_PORT ");
+    EXPECT_EQ(AudioPortText(0) + AudioPortText(0xFFF) + AudioPortText(0x1000), "A0 UNKNOWN_PORT A4096 ");
+    EXPECT_EQ(RackText(0) + RackText(0xFFFF) + RackText(0x013F), "LOCAL_RACK_ID INVALID_RACK_ID 1.63 ");
     EXPECT_EQ(AddressText(0xABCD0500), "171.205.5.0");
-    EXPECT_EQ(AddressText(0xFFFFFFFF), "255.255.255.255");
 }
 
-TEST(Texts, Enumerations)
+TEST(Texts, EnumerationsEndWhereTheirTextsEnd)
 {
-    const char* const streams[] = {"UNKNOWN_STREAM ", "LOCAL_LINK ",  "MASTER_LINK ",
-                                   "SLAVE_LINK ",     "UPDATE_LINK ", "Unknown(5)"};
-    for (std::uint8_t i = 0; i < 6; ++i)
-        EXPECT_EQ(Text(StreamType{i}), streams[i]);
-    EXPECT_EQ(Text(StreamType{255}), "Unknown(255)");
-
-    const char* const links[] = {"Unknown(0)", "Router ", "FixedFormat ", "Modular ",  "KorvoModule ",
-                                 "KorvoHub",   "OrbDsp",  "AoIP",         "Unknown(8)"};
+    EXPECT_EQ(Text(StreamType{4}) + Text(StreamType{5}) + Text(StreamType{255}), "UPDATE_LINK Unknown(5)Unknown(255)");
+    std::string links;
     for (std::uint8_t i = 0; i < 9; ++i)
-        EXPECT_EQ(Text(static_cast<K2Heartbeat::LinkType>(i)), links[i]);
-
-    const char* const rates[] = {"48kHz", "96kHz", "44.1kHz", "88.2kHz", "UNKNOWN SAMPLE RATE"};
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(Text(static_cast<SampleRates::SystemSampleRate>(i)), rates[i]);
-    EXPECT_EQ(Text(static_cast<SampleRates::SystemSampleRate>(-1)), "UNKNOWN SAMPLE RATE");
-
-    const char* const states[] = {"Patch Not Sent ", "Patch Sent ",     "Patch Awaiting Reply ", "Patch Retry Sent ",
-                                  "Patch Success ",  "Patch Reserved ", "Invalid Patch State "};
-    for (std::uint8_t i = 0; i < 7; ++i)
-        EXPECT_EQ(Text(static_cast<Korvo::PatchState>(i)), states[i]);
+        links += Text(static_cast<K2Heartbeat::LinkType>(i)) + "|";
+    EXPECT_EQ(links, "Unknown(0)|Router |FixedFormat |Modular |KorvoModule |KorvoHub|OrbDsp|AoIP|Unknown(8)|");
+    std::string rates;
+    for (int i = -1; i < 5; ++i)
+        rates += Text(static_cast<SampleRates::SystemSampleRate>(i)) + "|";
+    EXPECT_EQ(rates, "UNKNOWN SAMPLE RATE|48kHz|96kHz|44.1kHz|88.2kHz|UNKNOWN SAMPLE RATE|");
+    EXPECT_EQ(Text(static_cast<Korvo::PatchState>(5)) + Text(static_cast<Korvo::PatchState>(6)),
+              "Patch Reserved Invalid Patch State ");
 }
 
 /// What the action prints on the console of a plain log.
@@ -94,19 +72,10 @@ std::string Logged(Action action)
 
 TEST(Texts, EnumerationsThatLogAWrongValue)
 {
-    const char* const statuses[] = {"Offline",       "Online",        "AccessDenied",
-                                    "PatchNotValid", "PatchConflict", "UnsupportedSampleRate"};
-    const char* const styles[] = {"Invalid", "Input", "Output", "GPI", "GPO", "DeskOutput", "KPI", "KPO"};
-    const char* const cards[] = {"InvalidType", "Mic",     "Line",        "AES",       "MADI", "DolbyE",
-                                 "Opto",        "Relay",   "Desk",        "SDI",       "KPB",  "Dante",
-                                 "SoundGrid",   "MADISRC", "KorvoModule", "EmberGPIO", "AoIP"};
-    EXPECT_EQ(Logged([&] {
-                  for (std::uint8_t i = 0; i < 6; ++i)
-                      EXPECT_EQ(Text(IOKorvoStatus{i}), statuses[i]);
-                  for (std::uint32_t i = 0; i < 8; ++i)
-                      EXPECT_STREQ(IoStyleText(i), styles[i]);
-                  for (std::uint32_t i = 0; i < 17; ++i)
-                      EXPECT_STREQ(IoCardTypeText(i), cards[i]);
+    EXPECT_EQ(Logged([] {
+                  EXPECT_EQ(Text(IOKorvoStatus{5}), "UnsupportedSampleRate");
+                  EXPECT_STREQ(IoStyleText(7), "KPO");
+                  EXPECT_STREQ(IoCardTypeText(16), "AoIP");
               }),
               "");
     EXPECT_THAT(Logged([] { EXPECT_EQ(Text(IOKorvoStatus{6}), "Unknown"); }),
@@ -133,23 +102,18 @@ TEST(Model, IoPortIgnoresTheUnusedBitsOfItsSecondWord)
     EXPECT_EQ(port, IoPort(7, 2, 0xFFE));
     EXPECT_EQ(std::hash<IoPort>{}(port), std::hash<IoPort>{}(IoPort(7, 2, 0xFFE)));
     EXPECT_NE(port, IoPort(7, 3, 0xFFE));
-    EXPECT_NE(port, IoPort(8, 2, 0xFFE));
 }
 
 TEST(Model, Identities)
 {
-    EXPECT_EQ(GetRackId(0xC0018000), DEFAULT_RACK_ID);
     EXPECT_TRUE(IsIoHid(0xFFFF0FFF));
     EXPECT_FALSE(IsIoHid(0x00001000));
-    EXPECT_FALSE(IsIoHid(0x00008000));
     EXPECT_TRUE(IsSecondClassIoHid(0xFFFFF2FF));
     EXPECT_FALSE(IsSecondClassIoHid(0x00000300));
-    EXPECT_FALSE(IsSecondClassIoHid(0x00000600));
     EXPECT_EQ(MakeNodeHid(0xABCDFFFF), 0xABCD4000u);
     EXPECT_EQ(MakeLinkHid(0xABCDFFFF), 0xABCD8000u);
     EXPECT_EQ(MakeHubHid(0xABCD1234, true), 0xABCD8000u);
     EXPECT_EQ(MakeHubHid(0xABCD1234, false), 0xABCD8001u);
-    EXPECT_EQ(Hid(), INVALID_HID);
 }
 
 TEST(Model, DeviceTypesAndTheirUpdateCommands)
@@ -166,8 +130,6 @@ TEST(Model, DeviceTypesAndTheirUpdateCommands)
         const auto type = static_cast<K2Heartbeat::LinkType>(i);
         EXPECT_EQ(IsRoutingDevice(type), rows[i].routing) << int{i};
         EXPECT_EQ(IsIoDevice(type), rows[i].io) << int{i};
-        EXPECT_EQ(IsHub(type), i == 5) << int{i};
-        EXPECT_EQ(IsOrb(type), i == 6) << int{i};
         EXPECT_EQ(static_cast<std::uint8_t>(ToRemoteDeviceType(type)), rows[i].remote) << int{i};
     }
     // Modular, fixed format, none, router, module, hub, Orb, AoIP, and what has no row.
@@ -195,11 +157,7 @@ TEST(Addresses, OfAPortSide)
 {
     EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, 1)), "171.205.5.0");
     EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, 2)), "171.205.6.0");
-    EXPECT_EQ(AddressText(GetPortAddress(0xABCDFFFF, 0)), "171.205.6.0");
     EXPECT_EQ(GetPortAddress(INVALID_HID, 1), 0u);
-    EXPECT_TRUE(IsPrimaryPort(1));
-    EXPECT_FALSE(IsPrimaryPort(0));
-    EXPECT_FALSE(IsPrimaryPort(2));
     EXPECT_EQ(ToPort(1), 2);
     EXPECT_EQ(ToLinkIndex(1), 0);
     EXPECT_EQ(ToLinkIndex(0), 0xFF);
@@ -213,8 +171,7 @@ TEST(Addresses, OfALinkFollowFromTheTwoIdentities)
         std::uint8_t port;
         std::uint32_t remoteId;
         std::uint8_t remotePort;
-        const char* local;
-        const char* remote;
+        const char *local, *remote;
     } cases[] = {
         {0x12, 0, 0x50, 0, "0.10.0.1", "0.10.0.254"},
         {0x12, 1, 0x50, 1, "0.10.33.2", "0.10.33.254"},

@@ -31,12 +31,6 @@ TEST_F(SystemUtilitiesTest, FailureIsLoggedWithTheStatusAndTheTextOfThisCallAlon
     EXPECT_EQ(mLog.Lines().back(), "SystemWithStderr Error 256 StdErr no\n\r\n");
 }
 
-TEST_F(SystemUtilitiesTest, AnErrorFileThatCannotBeOpenedIsEmpty)
-{
-    EXPECT_NE(SystemWithStderr("true", "/nowhere/at/all.err"), 0);
-    EXPECT_THAT(mLog.Lines().back(), testing::MatchesRegex("SystemWithStderr Error [0-9]+ StdErr \r\n"));
-}
-
 TEST_F(SystemUtilitiesTest, AHugeErrorFileIsNotTakenInWhole)
 {
     EXPECT_EQ(SystemWithStderr("(head -c 10000000 /dev/zero | tr '\\0' x >&2; exit 3)", mErrors), 768);
