@@ -43,6 +43,10 @@ protected:
     void OnCommand(Stream& stream, const Command& command) override;
     bool OnVerb(const Line& line, std::string& answer) override;
     std::string GetHelp() const override;
+    /// Whether the module can ask for what is reported.
+    virtual bool CanBeAsked() { return true; }
+    /// Tells of everything behind it, on the local stream, if there is one.
+    void Report();
 
 private:
     struct Device
@@ -70,7 +74,8 @@ private:
     std::optional<std::uint32_t> mOwnIo;
 };
 
-/// Takes the module's local stream, and its data link at the address of its rack's port side.
+/// Takes the module's local stream, and its data link at the address of its rack's port side. The module asks for the
+/// devices over the data link, so they are reported once it has asked there for the first time.
 class Hub : public RoutingNode
 {
 public:
@@ -78,6 +83,8 @@ public:
 
 protected:
     void ListenForStreams() override;
+    void OnCommand(Stream& stream, const Command& command) override;
+    bool CanBeAsked() override { return Find("data") != nullptr; }
     std::vector<std::uint32_t> GetFurtherAddresses() const override;
 };
 

@@ -41,13 +41,21 @@ void RoutingNode::Tell(const Command& command)
     if (Stream* stream = Find("local")) stream->Send(command);
 }
 
+void RoutingNode::Report()
+{
+    for (const Command& report : GetReports())
+        Tell(report);
+}
+
 void RoutingNode::OnCommand(Stream& stream, const Command& command)
 {
     switch (command.id) {
     case messages::ROUTER_INFO_REQ: {
         std::vector<Command> answer{messages::RouterInfo(GetHid(), TypeOf(GetType()), 512, 512)};
-        for (Command& report : GetReports())
-            answer.push_back(std::move(report));
+        if (CanBeAsked()) {
+            for (Command& report : GetReports())
+                answer.push_back(std::move(report));
+        }
         Answer(stream, command.id, answer);
         break;
     }
@@ -113,8 +121,7 @@ bool RoutingNode::OnVerb(const Line& line, std::string& answer)
         Tell(messages::RemoteRouterUpdate(router->second.type, router->first, 0, 0));
         mRouters.erase(router);
     } else if (verb == "report") {
-        for (const Command& report : GetReports())
-            Tell(report);
+        Report();
     } else if (verb == "flood") {
         // Devices without end, or up to a number of them.
         const std::uint32_t first = line.Number(0);
@@ -136,6 +143,12 @@ std::string RoutingNode::GetHelp() const
 Hub::Hub(boost::asio::io_service& service, const Place& place, const Cable& cable, std::uint32_t hid)
     : RoutingNode(service, place, cable, hid, K2Heartbeat::K2_HUB_TYPE)
 {}
+
+void Hub::OnCommand(Stream& stream, const Command& command)
+{
+    RoutingNode::OnCommand(stream, command);
+    if (command.id == messages::IO_INFO_REQ && stream.GetName() == "data") Report();
+}
 
 std::vector<std::uint32_t> Hub::GetFurtherAddresses() const
 {

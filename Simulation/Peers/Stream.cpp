@@ -1,6 +1,7 @@
 #include "Simulation/Peers/Stream.h"
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 
 #include <sstream>
@@ -34,14 +35,20 @@ void Stream::Read()
                                 if (error) return self->Fail();
                                 self->mReceived.insert(self->mReceived.end(), self->mChunk.begin(),
                                                        self->mChunk.begin() + static_cast<std::ptrdiff_t>(size));
-                                bool broken = false;
-                                while (const auto command = TakeItem(self->mReceived, broken)) {
-                                    self->mOnCommand(*self, *command);
-                                    if (self->mClosed) return;
-                                }
-                                if (broken) return self->Fail();
-                                self->Read();
+                                // The read that was under way as the stall began keeps what it brought for later.
+                                if (!self->mStalled) self->Take();
                             });
+}
+
+void Stream::Take()
+{
+    bool broken = false;
+    while (const auto command = TakeItem(mReceived, broken)) {
+        mOnCommand(*this, *command);
+        if (mClosed) return;
+    }
+    if (broken) return Fail();
+    Read();
 }
 
 void Stream::SendBytes(Bytes bytes)
@@ -65,7 +72,10 @@ void Stream::Write()
 void Stream::Stall(bool on)
 {
     mStalled = on;
-    Read();
+    // Not at once: what it brings may end streams, and the caller goes through all of them.
+    boost::asio::post(mSocket.get_executor(), [self = shared_from_this()] {
+        if (!self->mStalled && !self->mReading && !self->mClosed) self->Take();
+    });
 }
 
 void Stream::Fail()

@@ -42,6 +42,8 @@ public:
 
 private:
     void Read();
+    /// Hands on the commands that are complete, and reads on.
+    void Take();
     void Write();
     void Fail();
 
