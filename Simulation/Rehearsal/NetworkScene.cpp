@@ -97,6 +97,12 @@ void NetworkScene::TellDriver(const std::string& line)
 
 std::string NetworkScene::PassCheck()
 {
+    // The Orb router is there before, as in a unit, and keeps its name to itself until it is its turn.
+    mOrb = std::make_unique<Peer>("orb", UnitNamespace,
+                                  std::vector<std::string>{"--hid", "0x00128000", "--io-hid", OrbIo, "--do",
+                                                           "card 0 Mic in=0-15 out=0-15", "--do", "answer 829 never",
+                                                           "--appear"},
+                                  mPatience);
     mUpdate = std::make_unique<Peer>("update", UnitNamespace, std::vector<std::string>{"--appear"}, mPatience);
     mUpdate->WaitFor(DevicesToCheck, 1, mPatience);
     mLog.WaitForLine("Connect to the ORB Router", mPatience);
@@ -107,14 +113,12 @@ std::string NetworkScene::PassCheck()
 
 std::string NetworkScene::LearnIdentity()
 {
-    mOrb = std::make_unique<Peer>("orb", UnitNamespace,
-                                  std::vector<std::string>{"--hid", "0x00128000", "--io-hid", OrbIo, "--do",
-                                                           "card 0 Mic in=0-15 out=0-15", "--appear"},
-                                  mPatience);
     mOrb->WaitFor(RouterInfoReq, 1, mPatience);
     // A master router may take its time to appear.
     constexpr char RouterTimeAllowance[] = "command 885 u32:600000";
     mOrb->Tell(RouterTimeAllowance, mPatience);
+    mOrb->Tell("name", mPatience);
+    mOrb->Tell("io-report", mPatience);
     mOrb->WaitFor(IoInfoReq, 1, mPatience);
     mLog.WaitForLine("LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", mPatience);
     // The aliases are given in the event behind it.
