@@ -1,0 +1,151 @@
+#pragma once
+
+#include "Simulation/Rehearsal/LogFile.h"
+#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Rehearsal/Peer.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+/// Commands by their numbers.
+enum Id : unsigned int {
+    SetRouterSampleRate = 674,
+    IoInfoReq = 800,
+    IoGPIUpdate = 805,
+    IoOutputMute = 816,
+    IoInfoDevReq = 814,
+    RemoteIoUpdate = 826,
+    RemoteRouterUpdate = 827,
+    RouterInfoReq = 829,
+    ModIOCardFailure = 871,
+    RemoteCableState = 893,
+    DevicesToCheck = 6000,
+    MixedHidError = 7021
+};
+
+/// A neighbour that can stand on a link.
+struct Neighbour
+{
+    std::string kind;
+    std::string hid;
+    unsigned int rack;
+    std::vector<std::string> lines;
+};
+
+inline const Neighbour Box{"fixed", "0x00200001", 0x20, {"card 0 QV1410"}};
+inline const Neighbour OtherBox{"fixed", "0x00210001", 0x21, {"card 0 QV1410"}};
+inline const Neighbour HubWithBox{
+    "hub", "0x00308000", 0x30, {"device 0x00300002 fixed 0.48.9.1", "of 0x00300002 card 0 QV1410"}};
+/// Identities as they stand on the wire.
+constexpr char BoxOnWire[] = "01 00 20 00";
+constexpr char HubOnWire[] = "00 80 30 00";
+constexpr char HubBoxOnWire[] = "02 00 30 00";
+
+/// The module in its unit, with an empty log and some features of it switched on, and whoever is in its network.
+class Network
+{
+public:
+    explicit Network(const std::string& features = {})
+    {
+        unlink(stage::LogPath);
+        std::filesystem::create_directories("/home/root/OrbModule");
+        std::ofstream("/home/root/OrbModule/debug.conf") << "on " << features << "\n";
+    }
+
+    void StartModule() { mModule.emplace(); }
+    stage::Module& GetModule() { return *mModule; }
+    stage::LogFile& GetLog() { return mLog; }
+    stage::Peer& GetUpdate() { return *mUpdate; }
+    stage::Peer& GetOrb() { return *mOrb; }
+    stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours[link]; }
+
+    void StartUpdateService(const std::string& line = "result 0")
+    {
+        mUpdate = std::make_unique<stage::Peer>("update", stage::UnitNamespace,
+                                                std::vector<std::string>{"--do", line, "--appear"});
+    }
+    void StartOrbRouter()
+    {
+        mOrb =
+            std::make_unique<stage::Peer>("orb", stage::UnitNamespace,
+                                          std::vector<std::string>{"--hid", "0x00128000", "--io-hid", "0x00120001",
+                                                                   "--do", "card 0 Mic in=0-15 out=0-15", "--appear"});
+    }
+    /// Until the module knows who it is and its links are up.
+    void Start()
+    {
+        StartOrbRouter();
+        StartUpdateService();
+        StartModule();
+        mOrb->WaitFor(IoInfoReq);
+        mOrb->Tell("command 885 u32:600000");
+        mLog.WaitForLine("Start Router Ignore Timer");
+    }
+    void Plug(unsigned int link, const Neighbour& neighbour)
+    {
+        std::vector<std::string> options{
+            "--hid",  neighbour.hid,       "--module-rack", "0x12", "--rack", std::to_string(neighbour.rack),
+            "--link", std::to_string(link)};
+        for (const std::string& line : neighbour.lines)
+            options.insert(options.end(), {"--do", line});
+        const auto* const place = link == 0 ? stage::PrimaryNamespace : stage::SecondaryNamespace;
+        mNeighbours[link] = std::make_unique<stage::Peer>(neighbour.kind, place, options);
+        TellDriver("plug " + std::to_string(link) + " " + std::to_string(2 * neighbour.rack) + " 0");
+        mNeighbours[link]->Tell("appear");
+    }
+    void Unplug(unsigned int link)
+    {
+        TellDriver("unplug " + std::to_string(link));
+        mNeighbours[link].reset();
+    }
+    void TellDriver(const std::string& line) { mModule->OpenLinkDriver().Ask(line); }
+
+    /// The values of all commands of an id that a peer has received, in hex.
+    static std::vector<std::string> Values(stage::Peer& peer, unsigned int id)
+    {
+        constexpr std::size_t header = 8 * 3;
+        std::vector<std::string> values = peer.GetReceived(id);
+        for (std::string& value : values)
+            value = value.size() < header ? std::string() : value.substr(header);
+        return values;
+    }
+    /// Waits until a value has come that is accepted.
+    template <class Accept>
+    static void WaitForValue(stage::Peer& peer, unsigned int id, Accept accept)
+    {
+        const stage::Deadline deadline(stage::Patience);
+        for (;;) {
+            const std::vector<std::string> values = Values(peer, id);
+            if (std::any_of(values.begin(), values.end(), accept)) return;
+            peer.WaitFor(id, static_cast<unsigned int>(values.size() + 1), deadline.Left());
+        }
+    }
+    /// Waits until the Orb router has been told that a device is there, or has gone: behind the type and the identity
+    /// stands its address, which is 0 for what has gone.
+    void WaitForUpdate(unsigned int id, const std::string& device, bool present = true)
+    {
+        WaitForValue(*mOrb, id, [&](const std::string& value) {
+            return value.substr(3, 11) == device && (value.substr(15, 11) != "00 00 00 00") == present;
+        });
+    }
+    /// Waits until the Orb router has been told this of a device's cable: primary or not, online or not.
+    void WaitForCable(const std::string& device, const std::string& state)
+    {
+        WaitForValue(*mOrb, RemoteCableState, [&](const std::string& value) { return value == device + " " + state; });
+    }
+
+private:
+    std::optional<stage::Module> mModule;
+    stage::LogFile mLog;
+    std::unique_ptr<stage::Peer> mUpdate;
+    std::unique_ptr<stage::Peer> mOrb;
+    std::unique_ptr<stage::Peer> mNeighbours[2];
+};

@@ -1,0 +1,250 @@
+#include "Tests/EndToEnd/Network.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+using namespace stage;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+std::size_t CountIn(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+        ++count;
+    return count;
+}
+
+constexpr char Accepted[] = "Connect to the ORB Router";
+
+TEST(UpdateService, IsAbsentAtFirstThenRefusesAndThenAllows)
+{
+    Network network;
+    network.StartOrbRouter();
+    network.StartModule();
+    // The first attempt to reach it has failed by the time the heartbeats run.
+    network.GetLog().WaitForLine("Run...........");
+    network.StartUpdateService("result 1");
+    network.GetUpdate().WaitFor(DevicesToCheck);
+    for (const std::string result : {"2", "3", "4"})
+        network.GetUpdate().Tell("tell 1.63.5.0 " + result);
+    // The results are taken in order: had a refusal counted, there would be more than this one connection.
+    network.GetUpdate().Tell("tell 1.63.5.0 0");
+    network.GetOrb().WaitFor(RouterInfoReq);
+    network.GetOrb().WaitFor(IoInfoReq);
+    EXPECT_EQ(CountIn(network.GetLog().Text(), Accepted), 1u);
+    EXPECT_EQ(network.GetOrb().GetReceived(RouterInfoReq).size(), 1u);
+}
+
+TEST(UpdateService, RefusesABoxAndThenAllowsIt)
+{
+    Network network;
+    network.Start();
+    network.GetUpdate().Tell("result 1");
+    network.Plug(0, Box);
+    network.GetUpdate().WaitFor(DevicesToCheck, 2);
+    const std::string address = network.GetNeighbour(0).Tell("address").front();
+    const std::string own = address.substr(0, address.find(' '));
+    for (const std::string result : {"2", "3", "4", "0"})
+        network.GetUpdate().Tell("tell " + own + " " + result);
+    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    EXPECT_EQ(network.GetNeighbour(0).GetReceived(IoInfoReq).size(), 1u);
+}
+
+TEST(UpdateService, ThatRestartsChecksTheModuleAgain)
+{
+    Network network;
+    network.Start();
+    network.GetUpdate().Tell("clear");
+    network.GetUpdate().Tell("vanish");
+    network.GetUpdate().Tell("appear");
+    network.GetUpdate().Tell("connect 55000 source=49190");
+    network.GetUpdate().WaitFor(DevicesToCheck);
+    // And serves again: a box that comes now is checked.
+    network.Plug(0, Box);
+    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+}
+
+/// The states of the box's cables that the Orb router has been told, in order: primary or not, online or not.
+std::vector<std::string> CableStates(Network& network)
+{
+    std::vector<std::string> states;
+    for (const std::string& value : Network::Values(network.GetOrb(), RemoteCableState))
+        if (value.compare(0, 11, BoxOnWire) == 0) states.push_back(value.substr(12));
+    return states;
+}
+
+constexpr char PrimaryUp[] = "01 01";
+constexpr char SecondaryUp[] = "00 01";
+constexpr char SecondaryDown[] = "00 00";
+
+struct CableCase
+{
+    const char* name;
+    bool waitForCheck;
+    std::vector<std::string> states;
+};
+
+class TwoCables : public testing::TestWithParam<CableCase>
+{};
+
+TEST_P(TwoCables, AreReportedAsTheyAreAfterThreeSeconds)
+{
+    Network network("IODiscovery");
+    network.Start();
+    const std::string check = "DelayedCableCheck: for Hid: 0.32:1 , port: Sec";
+    network.Plug(0, Box);
+    network.WaitForCable(BoxOnWire, PrimaryUp);
+    if (GetParam().waitForCheck) network.GetLog().WaitForLine(check);
+    network.Plug(1, Box);
+    network.WaitForCable(BoxOnWire, SecondaryUp);
+    network.GetLog().WaitForLine(check);
+    // What the check sends has come once a later command has.
+    network.GetNeighbour(0).Tell("command 816 u32:0x00200001 u16:1 u8:1");
+    network.GetOrb().WaitFor(IoOutputMute);
+    EXPECT_EQ(CableStates(network), GetParam().states);
+}
+
+INSTANTIATE_TEST_SUITE_P(Network, TwoCables,
+                         testing::Values(CableCase{"WithinTheTime", false, {PrimaryUp, SecondaryUp}},
+                                         CableCase{"BeyondTheTime", true, {PrimaryUp, SecondaryDown, SecondaryUp}}),
+                         [](const auto& each) { return each.param.name; });
+
+TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, Box);
+    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.Plug(1, OtherBox);
+    network.GetOrb().WaitFor(MixedHidError);
+    network.Unplug(1);
+    network.GetOrb().WaitFor(MixedHidError, 2);
+    EXPECT_THAT(Network::Values(network.GetOrb(), MixedHidError), ElementsAre("01", "00"));
+    // The right one is none the worse for it, and is welcome there.
+    network.Plug(1, Box);
+    network.WaitForCable(BoxOnWire, SecondaryUp);
+}
+
+struct Way
+{
+    unsigned int id;
+    std::string fields;
+    std::string bytes;
+    bool down;
+};
+
+/// Sends each command in its direction and sees it come out unchanged, on the stream where it belongs.
+void ExpectForwarded(Network& network, const std::vector<Way>& ways, const std::string& stream)
+{
+    Peer& neighbour = network.GetNeighbour(0);
+    for (const Way& way : ways) {
+        SCOPED_TRACE(std::to_string(way.id) + (way.down ? " to the device" : " to the Orb router"));
+        Peer& from = way.down ? network.GetOrb() : neighbour;
+        Peer& to = way.down ? neighbour : network.GetOrb();
+        const std::string id = std::to_string(way.id);
+        from.Tell("command " + id + " " + way.fields + " on=" + (way.down ? "local" : stream));
+        to.WaitFor(way.id);
+        const std::vector<std::string> lines = to.Tell("received " + id);
+        EXPECT_THAT(lines, ElementsAre(AllOf(HasSubstr(" " + (way.down ? stream : "local") + " " + id + " "),
+                                             EndsWith(" " + way.bytes))));
+        to.Tell("clear");
+    }
+}
+
+TEST(Network, CommandsGoBothWaysBetweenTheOrbRouterAndTheBox)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, Box);
+    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    const std::string mute = "u32:0x00200001 u16:3 u8:1";
+    const std::string gpi = "u32:0x00200001 u16:2 u16:1 u8:1";
+    ExpectForwarded(network,
+                    {{IoOutputMute, mute, "01 00 20 00 03 00 01", true},
+                     {IoOutputMute, mute, "01 00 20 00 03 00 01", false},
+                     {IoGPIUpdate, gpi, "01 00 20 00 02 00 01 00 01", true},
+                     {IoGPIUpdate, gpi, "01 00 20 00 02 00 01 00 01", false}},
+                    "local");
+    // One that only goes up: sent down it is dropped, and the next one passes it.
+    const std::string failure = "u32:0x00200001 u8:4 u32:1";
+    network.GetOrb().Tell("command 871 " + failure);
+    ExpectForwarded(network, {{IoOutputMute, mute, "01 00 20 00 03 00 01", true}}, "local");
+    EXPECT_THAT(network.GetNeighbour(0).GetReceived(ModIOCardFailure), IsEmpty());
+}
+
+TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, HubWithBox);
+    network.WaitForUpdate(RemoteRouterUpdate, HubOnWire);
+    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    const std::string mute = "u32:0x00300002 u16:3 u8:0";
+    ExpectForwarded(
+        network,
+        {{IoOutputMute, mute, "02 00 30 00 03 00 00", true}, {IoOutputMute, mute, "02 00 30 00 03 00 00", false}},
+        "data");
+    Peer& hub = network.GetNeighbour(0);
+    // Its boxes come and go.
+    hub.Tell("device-gone 0x00300002");
+    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire, false);
+    network.GetOrb().Tell("clear");
+    hub.Tell("device 0x00300002 fixed 0.48.9.1");
+    hub.Tell("of 0x00300002 card 0 QV1410");
+    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    network.GetOrb().Tell("clear");
+    network.Unplug(0);
+    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire, false);
+    network.WaitForUpdate(RemoteRouterUpdate, HubOnWire, false);
+}
+
+TEST(Network, AnOrbRouterThatRestartsIsToldEverythingAgain)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, Box);
+    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    Peer& orb = network.GetOrb();
+    orb.Tell("vanish");
+    orb.Tell("clear");
+    orb.Tell("appear");
+    orb.Tell("connect 55000");
+    orb.WaitFor(RouterInfoReq);
+    orb.WaitFor(IoInfoReq);
+    // With its identity the module takes its links down and up, so that the box comes anew.
+    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    EXPECT_EQ(CountIn(network.GetLog().Text(), "OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
+    ExpectForwarded(network, {{IoOutputMute, "u32:0x00200001 u16:3 u8:1", "01 00 20 00 03 00 01", true}}, "local");
+}
+
+TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, HubWithBox);
+    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    Peer& hub = network.GetNeighbour(0);
+    constexpr unsigned int count = 1000;
+    hub.Tell("flood 0x00400000 " + std::to_string(count));
+    // While they come, the shell answers, and patches are made.
+    ShellClient shell = network.GetModule().OpenShell();
+    shell.StopTailing();
+    EXPECT_THAT(shell.Ask("version"), HasSubstr("1.0.2452"));
+    EXPECT_EQ(shell.Ask("patch 0 5 1 7"), "");
+    network.GetModule().OpenControl().WaitForRoute({FirstLinkEndpoint, 7}, Sample{BulkEndpoint, 5});
+    hub.WaitFor(IoInfoDevReq, count + 1, std::chrono::minutes(1));
+    // And the neighbour was never taken for gone.
+    network.WaitForUpdate(RemoteRouterUpdate, HubOnWire);
+    EXPECT_EQ(network.GetModule().Stop().Text(), "exit code 0");
+}
+
+} // namespace
