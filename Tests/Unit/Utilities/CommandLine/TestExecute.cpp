@@ -4,11 +4,6 @@ namespace {
 
 using cmd::action::MakeAction;
 
-std::string Joined(const std::string& first, const std::string& second)
-{
-    return first + "|" + second;
-}
-
 class ExecuteTest : public testing::Test
 {
 protected:
@@ -17,7 +12,8 @@ protected:
         const auto add = [this](const char* name, auto action, const char* help = "") {
             mShell.AddAction(name, action, help);
         };
-        add("two", Joined, "Join two texts");
+        add(
+            "two", [](const std::string& a, const std::string& b) { return a + "|" + b; }, "Join two texts");
         add("int", [](int value) { return value; });
         add("long", [](long value) { return value; });
         add("ushort", [](unsigned short value) { return value; });

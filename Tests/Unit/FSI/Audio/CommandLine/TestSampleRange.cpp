@@ -13,26 +13,16 @@ using audio::AudioDmaEndpoint;
 TEST(SampleRange, TextsAndTheirSamples)
 {
     const AudioDmaEndpoint endpoint(1, 512, AudioDmaEndpoint::Direction::SourceAndSink);
-    const struct
-    {
-        const char* text;
-        const char* samples;
-    } cases[] = {{"0", "0 "},
-                 {"511", "511 "},
-                 {"3-3", "3 "},
-                 {"20,21,30-33,90", "20 21 30 31 32 33 90 "},
-                 {"0,1,1,2", "0 1 2 "},
-                 {"1,2,1", "1 2 "},
-                 {"1-3,2-5", "1 2 3 4 5 "},
-                 {"5-3,7", "7 "},
-                 {"007", "7 "}};
-    for (const auto& row : cases) {
+    std::istringstream right("0=0, 511=511, 3-3=3, 20,21,30-33,90=20,21,30,31,32,33,90, 0,1,1,2=0,1,2, 1,2,1=1,2, "
+                             "1-3,2-5=1,2,3,4,5, 5-3,7=7, 007=7,");
+    for (std::string row; right >> row;) {
+        const std::string text = row.substr(0, row.find('='));
         std::string samples;
-        for (const audio::AudioDmaTransaction transaction : audio::ParseSampleRange(row.text, endpoint)) {
+        for (const audio::AudioDmaTransaction transaction : audio::ParseSampleRange(text, endpoint)) {
             EXPECT_EQ(audio::GetEndpoint(transaction), 1);
-            samples += std::to_string(audio::GetSample(transaction)) + " ";
+            samples += std::to_string(audio::GetSample(transaction)) + ",";
         }
-        EXPECT_EQ(samples, row.samples) << "'" << row.text << "'";
+        EXPECT_EQ(text + "=" + samples, row);
     }
     std::istringstream wrong("5-3 5,3 3,600 512 510-512 600,1 , 1, 1,,2 -1 1- 1-2-3 +1 0x1 4294967296 "
                              "18446744073709551616 0-4294967295 0-99999999999999999999999999");
