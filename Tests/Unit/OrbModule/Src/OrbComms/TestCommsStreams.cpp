@@ -44,7 +44,6 @@ TEST_F(CommsStreams, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
         EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
         mComms.reset();
     }
-    EXPECT_EQ(mLog.Count("Found Pri Korvo \r\n"), 1u);
 }
 
 TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
@@ -62,10 +61,6 @@ TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
     EXPECT_FALSE(mComms->DisconnectPending(1, StreamType::LOCAL_LINK, exists));
     EXPECT_TRUE(exists);
     mComms->Disconnect(1);
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect Pri Korvo \r\n"), 1u);
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link MASTER_LINK \r\n"), 1u);
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link SLAVE_LINK \r\n"), 1u);
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link LOCAL_LINK \r\n"), 0u);
     pollfd reset{peer.GetFd(), 0, 0};
     EXPECT_EQ(::poll(&reset, 1, 10000), 1);
     EXPECT_NE(reset.revents & POLLERR, 0) << "an end without a reset is no error";
@@ -74,7 +69,6 @@ TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
     EXPECT_FALSE(mComms->DisconnectPending(1, StreamType::LOCAL_LINK, exists));
     EXPECT_FALSE(exists);
     EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 1));
-    EXPECT_EQ(mLog.Count("Stream LOCAL_LINK  Port Pri Korvo  Not Found\r\n"), 1u);
 }
 
 // No pass of the comms closes this one, so that it stays for as long as it is looked at.
@@ -90,61 +84,30 @@ TEST_F(CommsStreams, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTake
     EXPECT_FALSE(mComms->DisconnectPending(2, StreamType::LOCAL_LINK, exists));
     EXPECT_TRUE(exists);
     EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 2));
-    EXPECT_EQ(mLog.Count("Attempt to write to unconnected stream 1 Port Sec Korvo \r\n"), 1u);
-
     mComms->Disconnect(0, StreamType::LOCAL_LINK);
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect 0.0.0.0 Type LOCAL_LINK \r\n"), 1u);
     EXPECT_TRUE(mComms->DisconnectPending(2, StreamType::LOCAL_LINK, exists));
     EXPECT_TRUE(exists);
-    EXPECT_EQ(mLog.Count("virtual bool OrbKLVComms::DisconnectPending(UINT8GIGEPORT, iOrbKLVComms::StreamType, bool&): "
-                         "Sec Korvo  LOCAL_LINK  is about to close.\n"),
-              1u);
     mStreams.Remove(stream);
     EXPECT_FALSE(mComms->DisconnectPending(2, StreamType::LOCAL_LINK, exists));
     EXPECT_FALSE(exists);
 }
 
-TEST_F(CommsStreams, SlaveStreamsAreFoundByAddressAndAFailedSecondListenerDoesNoHarm)
-{
-    const LoopbackListener master;
-    mPorts.masterRouter = master.GetPort();
-    Start();
-    EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind MASTER_ROUTER_KLV listener\r\n"), 1u);
-    mComms->Connect(Loopback, 1, master.GetPort());
-    const LoopbackPeer peer = master.Accept();
-    ASSERT_TRUE(WaitForChanges(1));
-    EXPECT_EQ(mChanges, Lines{"1 SLAVE_LINK 127.0.0.1 true"});
-    EXPECT_TRUE(mComms->SendSlave(IoInfoReq(), Loopback));
-    EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
-    EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 1));
-    EXPECT_FALSE(mComms->SendSlave(IoInfoReq(), Loopback + 1));
-    const LoopbackPeer adjacent = ConnectAdjacent();
-    EXPECT_TRUE(WaitForChanges(2));
-}
-
-TEST_F(CommsStreams, UpdateStreamsAreKnownByTheRemotePortAndStayInADisconnectOfTheirPort)
-{
-    const LoopbackListener service;
-    mPorts.updateService = service.GetPort();
-    Start();
-    EXPECT_FALSE(mComms->SendUpdate(IoInfoReq()));
-    mComms->Connect(Loopback, 0, service.GetPort());
-    const LoopbackPeer peer = service.Accept();
-    ASSERT_TRUE(WaitForChanges(1));
-    mComms->Disconnect(0);
-    EXPECT_TRUE(mComms->SendUpdate(IoInfoReq()));
-    EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
-    EXPECT_EQ(mChanges, Lines{"0 UPDATE_LINK 127.0.0.1 true"});
-}
-
-TEST_F(CommsStreams, AFailedFirstListenerSkipsTheSecond)
+TEST_F(CommsStreams, AFailedListenerDoesNoHarmAndTheFirstTakesTheSecondWithIt)
 {
     const LoopbackListener taken;
-    mPorts.adjacentRouter = taken.GetPort();
-    Start();
+    for (const bool first : {false, true}) {
+        mPorts.adjacentRouter = first ? taken.GetPort() : 0;
+        mPorts.masterRouter = first ? 0 : taken.GetPort();
+        Start();
+        mComms->Connect(Loopback, 1, taken.GetPort());
+        const LoopbackPeer peer = taken.Accept();
+        EXPECT_TRUE(WaitForChanges(1));
+        EXPECT_EQ(mComms->GetPorts().masterRouter, first ? 0 : taken.GetPort()) << "not listened on";
+        mComms.reset();
+        mChanges.clear();
+    }
+    EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind MASTER_ROUTER_KLV listener\r\n"), 1u);
     EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind ADJACENT_ROUTER_KLV listener\r\n"), 1u);
-    EXPECT_EQ(mComms->GetPorts().masterRouter, 0) << "not listened on";
-    EXPECT_TRUE(mLog.WaitFor("OrbKLVComms::Run\r\n"));
 }
 
 TEST_F(CommsStreams, APeersCloseIsToldTwiceAndAReadErrorOnce)
@@ -211,13 +174,4 @@ TEST_F(CommsStreams, AnotherConnectToAPeerThatWasNotThereTriesAgainAtOnceOnOneSt
         received = peer.Receive(8);
     }
     EXPECT_EQ(received, IoInfoReqBytes);
-}
-
-TEST_F(CommsStreams, PortAddressesAreThoseOfTheInterfaces)
-{
-    mPorts.interfaces[1] = "lo";
-    Start();
-    EXPECT_EQ(mComms->GetPortAddress(0), 0u);
-    EXPECT_EQ(mComms->GetPortAddress(1), Loopback);
-    EXPECT_EQ(mComms->GetPortAddress(255), 0u);
 }
