@@ -248,13 +248,38 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     RunUntilStopped(service, shell);
 }
 
+/// Stops the main service on SIGINT or SIGTERM. It waits on a thread of its own, so that whatever is queued on the main
+/// service, such as a flood of reports, does not stand between the signal and the end.
+class SignalWatch
+{
+public:
+    explicit SignalWatch(boost::asio::io_service& mainService) : mSignals(mService, SIGINT, SIGTERM)
+    {
+        mSignals.async_wait([&mainService](const boost::system::error_code& error, int) {
+            if (!error) mainService.stop();
+        });
+        mThread = std::thread([this] { mService.run(); });
+    }
+    ~SignalWatch()
+    {
+        mService.stop();
+        mThread.join();
+    }
+    SignalWatch(const SignalWatch&) = delete;
+    SignalWatch& operator=(const SignalWatch&) = delete;
+
+private:
+    boost::asio::io_service mService;
+    boost::asio::signal_set mSignals;
+    std::thread mThread;
+};
+
 /// The frame: main service, signals, shell and log, which outlive everything else.
 int RunFrame(const Options& options)
 {
     boost::asio::io_service service;
     const boost::asio::io_service::work work(service);
-    boost::asio::signal_set signals(service, SIGINT, SIGTERM);
-    signals.async_wait([&service](const boost::system::error_code&, int) { service.stop(); });
+    const SignalWatch signals(service);
 
     cmd::CommandLine shell = Build<boost::system::system_error>("choose another endpoint with --telnet", [&] {
         return cmd::CommandLine(service, options.shellEndpoint, options.programName);

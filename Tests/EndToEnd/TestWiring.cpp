@@ -74,7 +74,7 @@ void RunWithStreams(Network& network)
 void Flood(Network& network)
 {
     RunWithStreams(network);
-    network.GetNeighbour(0).Tell("flood 0x00400000 1000");
+    network.GetNeighbour(0).Tell("flood 0x00400000 20000");
     network.GetNeighbour(0).WaitFor(IoInfoDevReq, 10);
 }
 
