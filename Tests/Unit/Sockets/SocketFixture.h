@@ -24,11 +24,11 @@ public:
     }
     std::size_t Count(const std::string& start) const
     {
-        return static_cast<std::size_t>(std::count_if(mLines.begin(), mLines.end(), [&](const std::string& line) {
-            return line.compare(0, start.size(), start) == 0;
-        }));
+        std::size_t count = 0;
+        for (const std::string& line : mLines)
+            count += line.compare(0, start.size(), start) == 0 ? 1 : 0;
+        return count;
     }
-
     std::vector<std::string> mLines;
 };
 
@@ -62,12 +62,6 @@ public:
     {
         if (mOnRead) mOnRead(*this);
         TcpSocket::OnRead();
-    }
-    std::string Take()
-    {
-        std::string bytes(ibuf.GetLength(), '\0');
-        ibuf.Read(bytes.data(), bytes.size());
-        return bytes;
     }
     std::size_t GetHeld() const { return ibuf.GetLength(); }
 
@@ -124,8 +118,7 @@ protected:
     /// A connected pair: ours under the handler, and the peer.
     Probe& Accept(LoopbackPeer& peer)
     {
-        const std::uint16_t port = Listen();
-        peer = LoopbackPeer::ConnectTo(port);
+        peer = LoopbackPeer::ConnectTo(Listen());
         EXPECT_TRUE(PassUntil("accept"));
         Pass();
         mEvents.clear();

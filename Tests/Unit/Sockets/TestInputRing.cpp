@@ -1,9 +1,7 @@
 #include "Sockets/InputRing.h"
-#include "Sockets/OutputQueue.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 namespace {
@@ -41,32 +39,7 @@ TEST(InputRing, KeepsBytesInOrderAcrossTheEndOfTheStorage)
 TEST(InputRing, RefusesToReadMoreThanItHolds)
 {
     InputRing ring(8);
-    char byte = 0;
-    EXPECT_FALSE(ring.Read(&byte, 1));
     ASSERT_TRUE(ring.Write("abc", 3));
     EXPECT_FALSE(ring.Remove(4));
     EXPECT_EQ(ReadFrom(ring, 3), "abc");
-    iovec pieces[2];
-    EXPECT_EQ(ring.GetFreePieces(8, pieces), 1u) << "an empty ring starts again at its beginning";
-}
-
-TEST(OutputQueue, GivesBackAcrossBlocksWhatWasAppended)
-{
-    OutputQueue queue;
-    std::string expected;
-    for (int i = 0; i < 5; ++i) {
-        const std::string piece(700000, static_cast<char>('a' + i));
-        queue.Append(piece.data(), piece.size());
-        expected += piece;
-    }
-    EXPECT_EQ(queue.GetLength(), expected.size());
-    std::string taken;
-    std::size_t size = 0;
-    while (const char* const front = queue.GetFront(size)) {
-        const std::size_t part = std::min<std::size_t>(size, 300001);
-        taken.append(front, part);
-        queue.RemoveFront(part);
-    }
-    EXPECT_TRUE(taken == expected);
-    EXPECT_EQ(queue.GetLength(), 0u);
 }

@@ -22,33 +22,18 @@ TEST_F(SocketHandlerTest, ARepeatedSelectErrorIsReportedTwiceAndThenEvery10000th
     EXPECT_EQ(mErrors.Count("select: " + std::to_string(EINVAL)), 4u) << "after a good pass the error is new";
 }
 
-TEST_F(SocketHandlerTest, SocketsThatCannotBeAddedAreReportedAndGo)
+TEST_F(SocketHandlerTest, ASocketThatIsAddedTwiceStaysOnce)
 {
-    auto* const closed = new Probe(mHandler, mEvents);
-    mHandler.Add(closed);
-    EXPECT_EQ(mErrors.mLines, (Events{"Add: -1 Invalid socket"}));
-    EXPECT_EQ(mHandler.GetCount(), 0u) << "without the mark for closing nothing more happens";
-    closed->SetCloseAndDelete();
-    mHandler.Add(closed);
-    mHandler.Add(closed);
-    EXPECT_EQ(mHandler.GetCount(), 1u);
-    Pass();
-    EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
-
     LoopbackPeer peer(-1);
     Probe& probe = Accept(peer);
-    mErrors.mLines.clear();
+    const std::size_t count = mHandler.GetCount();
     mHandler.Add(&probe);
     mHandler.Add(&probe);
-    EXPECT_EQ(
-        mErrors.Count("Add: " + std::to_string(probe.GetSocket()) + " Attempt to add socket already in add queue"), 1u);
+    EXPECT_EQ(mErrors.Count("Add: " + std::to_string(probe.GetSocket())), 1u);
     Pass();
-    EXPECT_EQ(mErrors.Count("Add: " + std::to_string(probe.GetSocket()) +
-                            " Attempt to add socket already in controlled queue"),
-              1u);
-    EXPECT_TRUE(mHandler.Valid(&probe)) << "a socket that was only added twice stays";
-    peer.Send("x");
-    EXPECT_TRUE(PassUntil([&] { return probe.GetHeld() == 1; }));
+    EXPECT_EQ(mErrors.Count("Add: " + std::to_string(probe.GetSocket())), 2u);
+    EXPECT_TRUE(mHandler.Valid(&probe));
+    EXPECT_EQ(mHandler.GetCount(), count);
 }
 
 TEST_F(SocketHandlerTest, TheLimitHoldsSocketsBackUntilAPlaceIsFree)
@@ -91,37 +76,10 @@ TEST_F(SocketHandlerTest, ADescriptorBeyondTheSetsIsClosedAndNeverEntersThem)
     auto* const probe = new Probe(mHandler, mEvents);
     probe->Attach(high);
     mHandler.Add(probe);
-    mHandler.Set(high, true, true, true);
-    bool read = true;
-    bool write = true;
-    bool exception = true;
-    mHandler.Get(high, read, write, exception);
-    EXPECT_FALSE(read || write || exception);
     Pass();
     EXPECT_EQ(mErrors.Count("Select: " + std::to_string(high) + " FD_SETSIZE reached"), 1u);
     EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
     EXPECT_EQ(fcntl(high, F_GETFD), -1);
-}
-
-TEST_F(SocketHandlerTest, ATimeoutExpiresWhenStrictlyMoreSecondsHavePassed)
-{
-    class Timed : public Probe
-    {
-    public:
-        using Probe::Probe;
-        void OnTimeout() override { ++mTimeouts; }
-        int mTimeouts = 0;
-    };
-    auto* const timed = new Timed(mHandler, mEvents);
-    timed->Attach(::socket(AF_INET, SOCK_DGRAM, 0));
-    mHandler.Add(timed);
-    Pass();
-    timed->SetTimeout(5);
-    for (const auto& [now, timeouts] : {std::pair(1005, 0), {1006, 1}, {1020, 1}}) {
-        mNow = now;
-        Pass();
-        EXPECT_EQ(timed->mTimeouts, timeouts) << now;
-    }
 }
 
 TEST_F(SocketHandlerTest, ASocketThatMarksOrClosesItselfInOnReadGoesInTheSamePass)
@@ -176,7 +134,6 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
     const LoopbackPeer peer = server.Accept();
     std::string expected;
     for (int i = 0; i < 100; ++i) {
-        // Grows behind what the kernel takes at first, so that the queue needs the passes too.
         const std::string piece(20000, static_cast<char>('a' + i % 26));
         const HandlerMutex::Guard guard(mutex);
         probe->SendBuf(piece.data(), piece.size());
