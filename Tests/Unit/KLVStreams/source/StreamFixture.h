@@ -12,6 +12,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 /// The bytes of one item.
@@ -92,9 +93,14 @@ protected:
         EXPECT_TRUE(PassUntil([&] { return KeepingStream::sStream && mHandler.Valid(KeepingStream::sStream); }));
         return *KeepingStream::sStream;
     }
-    bool WaitForItems(std::size_t count)
+    /// Sends, even more than the kernel holds, until the stream has this many items.
+    bool SendAndWaitForItems(const std::string& bytes, std::size_t count)
     {
-        return PassUntil([&] { return !KeepingStream::sStream || KeepingStream::sStream->mItems.size() >= count; });
+        std::thread sender([&] { mPeer.Send(bytes); });
+        const bool done =
+            PassUntil([&] { return KeepingStream::sStream && KeepingStream::sStream->mItems.size() >= count; });
+        sender.join();
+        return done;
     }
 
     LogRecorder mLog{DebugFeature::CommsDebug};
