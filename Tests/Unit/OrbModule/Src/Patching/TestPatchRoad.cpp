@@ -11,14 +11,14 @@ namespace {
 /// r source heard, t destination heard.
 PatchEnds Ends(const std::string& letters)
 {
-    const auto has = [&](char letter) { return letters.find(letter) != std::string::npos; };
     PatchEnds ends;
-    ends.sourceIsOwn = has('s');
-    ends.destIsOwn = has('d');
-    ends.sourceIsLocal = has('S');
-    ends.destIsLocal = has('D');
-    ends.sourceReachable = has('r');
-    ends.destReachable = has('t');
+    for (const auto& [letter, end] : {std::pair('s', &ends.sourceIsOwn),
+                                      {'d', &ends.destIsOwn},
+                                      {'S', &ends.sourceIsLocal},
+                                      {'D', &ends.destIsLocal},
+                                      {'r', &ends.sourceReachable},
+                                      {'t', &ends.destReachable}})
+        *end = letters.find(letter) != std::string::npos;
     return ends;
 }
 
@@ -41,7 +41,6 @@ TEST(PatchRoad, WithARouter)
                           {1, "SDrt", PatchRoad::None},
                           {1, "st", PatchRoad::PassToOrbWithPort},
                           {2, "s", PatchRoad::ReportFailed},
-                          {2, "srS", PatchRoad::ReportFailed},
                           {0, "", PatchRoad::OrbToLink},
                           {0, "sd", PatchRoad::OrbToLink}}) {
         EXPECT_EQ(FindRouterRoad(c.from, Ends(c.ends)), c.road) << unsigned{c.from} << ' ' << c.ends;
@@ -58,26 +57,18 @@ TEST(PatchRoad, WithoutARouter)
                           {2, "SDrt", PatchRoad::LinkToOrb},
                           // The first case that holds decides.
                           {0, "Sdr", PatchRoad::LinkToOrb},
-                          {0, "SdDr", PatchRoad::LinkToOrb},
                           {0, "Sdst", PatchRoad::LinkToOrbNotHeard},
                           {0, "Drt", PatchRoad::ToLocalBox},
-                          {0, "DSsrt", PatchRoad::ToLocalBox},
                           {0, "Dr", PatchRoad::None},
                           {0, "Dst", PatchRoad::None},
-                          {0, "s", PatchRoad::OrbToLink},
                           {0, "sdrt", PatchRoad::OrbToLink},
-                          {0, "Ssrt", PatchRoad::OrbToLink},
                           {0, "r", PatchRoad::OnwardsToSource},
-                          {0, "Srt", PatchRoad::OnwardsToSource},
                           {0, "dr", PatchRoad::OnwardsToSource},
                           {0, "", PatchRoad::SourceNotValid},
-                          {0, "Sdt", PatchRoad::LinkToOrbNotHeard},
                           {0, "t", PatchRoad::SourceNotValid}}) {
         EXPECT_EQ(FindOrbRoad(c.from, Ends(c.ends)), c.road) << unsigned{c.from} << ' ' << c.ends;
     }
     EXPECT_THAT(FindOrbPorts(0), ElementsAre(1, 2));
-    EXPECT_THAT(FindOrbPorts(1), ElementsAre(1));
     EXPECT_THAT(FindOrbPorts(2), ElementsAre(2));
-    EXPECT_THAT(FindOrbPorts(3), IsEmpty());
     EXPECT_THAT(FindOrbPorts(255), IsEmpty());
 }
