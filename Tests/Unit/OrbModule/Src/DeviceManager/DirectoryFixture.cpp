@@ -5,7 +5,6 @@
 #include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
 #include "Common/KLV/Commands/IoBoxInternalsCmd.h"
 #include "Common/KLV/Commands/RemoteCableStateCmd.h"
-#include "Common/KLV/Commands/SornMixedHIDError.h"
 
 #include <chrono>
 #include <iomanip>
@@ -44,8 +43,6 @@ std::string TextOf(const DeskCommand& command)
              << info->GetInputs() << ' ' << info->GetOutputs() << ' ' << info->GetReserved();
     } else if (const auto* request = As<IoInfoDevReq>(command)) {
         text << "IoInfoDevReq " << Hex(request->GetHid());
-    } else if (const auto* mixed = As<SornMixedHIDError>(command)) {
-        text << "MixedHid " << FlagText(mixed->GetActive());
     } else if (const auto* internals = As<IoBoxInternalsCmd>(command)) {
         text << "Internals " << Hex(internals->GetBitmap()) << ' ' << Hex(internals->GetHid()) << ' '
              << internals->GetHidText();
@@ -124,7 +121,6 @@ DirectoryTest::DirectoryTest(DeviceManager::Delays delays)
         mLines.push_back("changed " + Hex(hid) + " " + std::to_string(port) + (online ? " on" : " off") +
                          (type == Local ? "" : " by another stream"));
     });
-    mDevices.LocalHidChanged.connect([this](Hid hid) { mLines.push_back("self " + Hex(hid)); });
     mDevices.NetworkConnectionChanged.connect(
         [this](bool connected) { mLines.push_back(connected ? "network" : "no network"); });
 }

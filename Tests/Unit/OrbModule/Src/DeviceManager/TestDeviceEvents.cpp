@@ -62,6 +62,15 @@ TEST_F(LocalDeviceTest, OfTwoLinksTheFirstStreamAsksForTheCheckAndBothForTheDesc
     EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "checked on one link is checked";
 }
 
+TEST_F(LocalDeviceTest, BoxesOfTheOtherClassesAreAskedByTheExtendedRequest)
+{
+    LinkUp(1, 0x00200101, K2_FIXED_FORMAT_TYPE);
+    StreamUp(1);
+    Take();
+    Checked("0.32.0.254");
+    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ_EX", "P2 IO_INFO_REQ_EX"}));
+}
+
 TEST_F(LocalDeviceTest, OnlyALostLinkForgetsTheCheck)
 {
     PlugBox(1);
@@ -174,6 +183,20 @@ TEST_F(LocalDeviceTest, ARouterOnItsOtherLinkKeepsItsDevices)
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 2));
     LinkDown(1, RouterHid);
     EXPECT_EQ(Take(), (Lines{"disconnect 1"}));
+}
+
+TEST_F(LocalDeviceTest, ALostHubLosesItsDataLink)
+{
+    PlugRouter(2, K2_HUB_TYPE);
+    LinkDown(2, RouterHid);
+    EXPECT_EQ(Take(), (Lines{"disconnect 2", "disconnect slave 0.48.6.0"}));
+}
+
+TEST_F(LocalDeviceTest, InternalsOfBoxesAreToldToTheOrbRouter)
+{
+    mDevices.OnIoInternalsChanged(BoxHid, 0xAB);
+    mDevices.OnIoInternalsChanged(RouterHid, 0xAB);
+    EXPECT_EQ(Take(), (Lines{"P0 Internals 000000ab 00200001 2097153"}));
 }
 
 TEST_F(CableCheckTest, ChecksWithoutEndMeetALimit)

@@ -75,6 +75,14 @@ TEST_F(ForwardingTest, ToABoxBehindAHubOnTheSideThatHasBoth)
     EXPECT_EQ(Send(Behind, 0), Lines());
 }
 
+TEST_F(ForwardingTest, WithARouterTheOrbRouterReachesOnlyWhatIsPluggedIn)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    Report(1, Behind, BehindIp);
+    Take();
+    EXPECT_EQ(Send(Behind, 0), Lines());
+}
+
 TEST_F(ForwardingTest, TheTargetIsFoundWhereEachCommandHasIt)
 {
     PlugBox(1);
@@ -85,19 +93,6 @@ TEST_F(ForwardingTest, TheTargetIsFoundWhereEachCommandHasIt)
     EXPECT_EQ(Pass(RenamePortCmd(here, "name"), 0), (Lines{"P1 RENAME_PORT"}));
     EXPECT_EQ(Pass(RenamePortCmd(away, "name"), 0), Lines());
     EXPECT_EQ(Pass(IoSetSampleRateCmd(SampleRates::RATE_96K, BoxHid, 30000u), 0), (Lines{"P1 IO_SET_SAMPLE_RATE"}));
-}
-
-TEST_F(ForwardingTest, ReportsGoUpAndSomeComeDown)
-{
-    const IoGPIUpdate both(BoxHid, std::int16_t{0}, std::int16_t{0}, true);
-    const ModIOCardFailure up(1u, 2u);
-    EXPECT_EQ(Pass(both, 1), (Lines{"P0 IO_GPI_UPDATE"}));
-    EXPECT_EQ(Pass(up, 2), (Lines{"P0 MODIO_CARD_FAILURE"}));
-    EXPECT_EQ(Pass(both, 0), Lines()) << "nothing is plugged in";
-    PlugBox(2);
-    EXPECT_EQ(Pass(both, 0), (Lines{"P2 IO_GPI_UPDATE"}));
-    EXPECT_EQ(Pass(up, 0), Lines());
-    PlugBox(1);
     EXPECT_EQ(Pass(SetRouterSampleRateCmd(SampleRates::RATE_96K, 0u), 0), (Lines{"P1 SET_ROUTER_SAMPLE_RATE"}));
 }
 

@@ -35,6 +35,14 @@ TEST_F(RemoteDeviceTest, BehindAHubADeviceIsToldOnceItIsDescribed)
         << "the type is the one that was reported";
 }
 
+TEST_F(RemoteDeviceTest, BehindARouterADeviceIsToldAtOnce)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::AoIP);
+    EXPECT_EQ(Take(), (Lines{Route1, "P0 Cable 00300005 pri on", "P0 Io 7 00300005 10.20.30.40 00128000 rate 44.1kHz",
+                             "changed 00300005 1 on"}));
+}
+
 TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
 {
     PlugRouter(1, K2_ROUTER_TYPE);
@@ -108,6 +116,14 @@ TEST_F(RemoteDeviceTest, ARemoteRouterTakesItsDevicesWithIt)
                      "P0 Router 5 00408000 0.0.0.0 00308000", "changed 00400001 1 off", "changed 00404000 1 off"}));
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 1));
     EXPECT_EQ(mDevices.GetDeviceRecord(0x00408000), nullptr);
+}
+
+TEST_F(RemoteDeviceTest, WithoutARouterTheDataLinkOfAGoneOneIsClosed)
+{
+    PlugRouter(1, K2_HUB_TYPE);
+    ReportRouter(1, 0x00408000, 0);
+    EXPECT_EQ(Take(), (Lines{"disconnect slave 0.64.5.0", "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
+                             "changed 00404000 1 off"}));
 }
 
 TEST_F(RemoteDeviceTest, DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive)
