@@ -45,16 +45,6 @@ TEST(CommandTexts, OfKeys)
         EXPECT_EQ(KeyToText(key), text);
 }
 
-TEST(CommandTexts, OfDeskLocations)
-{
-    const std::pair<std::uint32_t, const char*> cases[] = {
-        {0, "MCS.3"},           {8, "MASTER ROUTER PATCH LINK3"}, {16, "<MISSING STRING>.3"},
-        {24, "OSTREL_TENDER3"}, {25, "<MISSING STRING>.3"},       {65535, "UNKNOWN.3"},
-    };
-    for (const auto& [location, text] : cases)
-        EXPECT_EQ(LocationToText({location, 3}), text);
-}
-
 TEST(CommandTexts, OfCommands)
 {
     EXPECT_EQ(Text(RemoteIoUpdate(RemoteDeviceType::AoIP, 0xC0020001, 0x0A000001, 0x00AB8001, SampleRates::RATE_96K,
@@ -67,16 +57,7 @@ TEST(CommandTexts, OfCommands)
                   " UseMe false");
     EXPECT_EQ(Text(RouterPatchAudio(PatchSource(box, 255, {7}), other, box, false, true)),
               "Patch Break Src " + Text(box) + " Slot 7  Dest " + Text(other) + " Orig " + Text(box) + " UseMe true");
-    EXPECT_STREQ(DeviceCheckResultsCmd("", 4).GetResultText(), "REBOOTED");
     EXPECT_STREQ(DeviceCheckResultsCmd("", 5).GetResultText(), "Unknown");
-}
-
-TEST(CommandTexts, OfTheMasterRouter)
-{
-    using Command = SornMasterRouterNotification::Command;
-    EXPECT_EQ(Command(SornMasterRouterNotification::LOST).GetMessage(),
-              "Korvo2 master router lost.|Korvo2 master router lost.");
-    EXPECT_EQ(Command(9).GetMessage(), "Unknown Korvo2 master router notification.");
 }
 
 TEST(AtomicUpdate, WhatAnAddressSaysOfADevice)
@@ -85,8 +66,7 @@ TEST(AtomicUpdate, WhatAnAddressSaysOfADevice)
     {
         const char* address;
         bool selfTest;
-        int kind;
-        int side;
+        int kind, side;
     } cases[] = {
         {"1.63.1.0", true, 9, 3},  {"1.63.2.0", false, 2, 2}, {"1.63.3.0", true, 3, 0},   {"1.63.4.0", true, 3, 1},
         {"1.63.5.0", true, 10, 3}, {"1.63.6.0", false, 4, 2}, {"1.63.7.0", true, 5, 0},   {"1.63.8.0", true, 5, 1},

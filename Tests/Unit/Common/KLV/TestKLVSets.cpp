@@ -101,25 +101,6 @@ TEST(KLVReadSet, WhatIsLeftUnreadIsSkippedWithALine)
     }
 }
 
-/// The bytes behind the item are there to be read, but they are the next item's.
-TEST(KLVReadSet, NothingIsReadPastTheEnd)
-{
-    LogRecorder log;
-    Item item("0102 03040506", "20030028 02000000");
-    {
-        KLVCommandReadSet set(item.stream);
-        std::uint32_t word = 77;
-        std::uint8_t byte = 78;
-        EXPECT_FALSE(set.ReadNative(word));
-        EXPECT_EQ(word, 77u);
-        EXPECT_TRUE(set.IsBad());
-        // What stands behind a field that does not fit has no known place.
-        EXPECT_FALSE(set.ReadNative(byte));
-        EXPECT_EQ(byte, 78);
-    }
-    EXPECT_EQ(item.stream.position, 10u);
-}
-
 TEST(KLVReadSet, AHeaderThatLiesOrEndsEarly)
 {
     for (const char* header : {"20030028 F8FFFFFF", "20030028 FFFFFFFF", "200300"}) {
@@ -155,20 +136,6 @@ TEST(KLVReadSet, LengthsOfStrings)
         EXPECT_EQ(set.IsBad(), one.line != nullptr);
         EXPECT_TRUE(!one.line || log.Has(one.line));
         set.Skip();
-    }
-}
-
-/// A length that only the first pass finds out: nothing goes out in that pass.
-TEST(DataStream, TwoPasses)
-{
-    MemoryStream stream;
-    for (const bool isSent : {false, true}) {
-        std::uint32_t index = 9;
-        std::uint32_t start = 9;
-        stream.ResetForWrite(isSent);
-        stream.BeginKey(0x28000320, index, start, -1);
-        stream.EndKey(index, start, 0x28000320);
-        EXPECT_EQ(stream.bytes, HexBytes(isSent ? "20030028 00000000" : ""));
     }
 }
 
