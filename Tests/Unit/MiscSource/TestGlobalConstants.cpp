@@ -1,7 +1,7 @@
-#include "Audit/Audit.h"
 #include "MiscSource/GlobalConstants.h"
 #include "MiscSource/IoPort.h"
 #include "MiscSource/LinkPatch.h"
+#include "Tests/Support/LogRecorder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,6 @@
 #include <sstream>
 
 namespace {
-
-using testing::HasSubstr;
 
 template <class T>
 std::string Text(const T& value)
@@ -58,31 +56,18 @@ TEST(Texts, EnumerationsEndWhereTheirTextsEnd)
               "Patch Reserved Invalid Patch State ");
 }
 
-/// What the action prints on the console of a plain log.
-template <class Action>
-std::string Logged(Action action)
-{
-    Audit::SetInstance(nullptr);
-    std::fflush(stdout);
-    testing::internal::CaptureStdout();
-    action();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
 TEST(Texts, EnumerationsThatLogAWrongValue)
 {
-    EXPECT_EQ(Logged([] {
-                  EXPECT_EQ(Text(IOKorvoStatus{5}), "UnsupportedSampleRate");
-                  EXPECT_STREQ(IoStyleText(7), "KPO");
-                  EXPECT_STREQ(IoCardTypeText(16), "AoIP");
-              }),
-              "");
-    EXPECT_THAT(Logged([] { EXPECT_EQ(Text(IOKorvoStatus{6}), "Unknown"); }),
-                HasSubstr("]Unknown IOKorvoStatus( 6 )\n"));
-    EXPECT_THAT(Logged([] { EXPECT_STREQ(IoStyleText(8), "Invalid"); }), HasSubstr("]Unexpected IOStyleCount( 8 )\n"));
-    EXPECT_THAT(Logged([] { EXPECT_STREQ(IoCardTypeText(17), "InvalidType"); }),
-                HasSubstr("]Unexpected IOTypeID( 17 )\n"));
+    LogRecorder log;
+    EXPECT_EQ(Text(IOKorvoStatus{5}), "UnsupportedSampleRate");
+    EXPECT_STREQ(IoStyleText(7), "KPO");
+    EXPECT_STREQ(IoCardTypeText(16), "AoIP");
+    EXPECT_THAT(log.Lines(), testing::IsEmpty());
+    EXPECT_EQ(Text(IOKorvoStatus{6}), "Unknown");
+    EXPECT_STREQ(IoStyleText(8), "Invalid");
+    EXPECT_STREQ(IoCardTypeText(17), "InvalidType");
+    EXPECT_THAT(log.Lines(), testing::ElementsAre("Unknown IOKorvoStatus( 6 )\n", "Unexpected IOStyleCount( 8 )\n",
+                                                  "Unexpected IOTypeID( 17 )\n"));
 }
 
 TEST(Texts, PatchRecords)
@@ -143,14 +128,13 @@ TEST(Model, DeviceTypesAndTheirUpdateCommands)
 TEST(Model, SampleRates)
 {
     using namespace SampleRates;
-    const int base[] = {0, 0, 2, 2, 0};
-    for (int i = 0; i < 5; ++i) {
+    const int base[] = {0, 0, 0, 2, 2, 0};
+    for (int i = -1; i < 5; ++i) {
         const auto rate = static_cast<SystemSampleRate>(i);
-        EXPECT_EQ(GetBaseRate(rate), base[i]) << i;
+        EXPECT_EQ(GetBaseRate(rate), base[i + 1]) << i;
         EXPECT_EQ(IsDoubleRate(rate), i == 1 || i == 3) << i;
         EXPECT_EQ(Is44k1Family(rate), i == 2 || i == 3) << i;
     }
-    EXPECT_EQ(GetBaseRate(static_cast<SystemSampleRate>(-1)), 0);
 }
 
 TEST(Addresses, OfAPortSide)
