@@ -49,15 +49,6 @@ TEST_F(DebugFileTest, EveryKindOfWord)
         EXPECT_EQ(ReadContent(content), output) << content;
 }
 
-TEST_F(DebugFileTest, FeaturesAreReallySet)
-{
-    Audit::Instance()->SetEnabled(3, 1);
-    ReadContent("off Information\non 5 Fault\nFault");
-    EXPECT_FALSE(Audit::IsOn(DebugFeature::Information));
-    EXPECT_TRUE(Audit::Instance()->IsEnabled(5));
-    EXPECT_FALSE(Audit::IsOn(DebugFeature::Fault));
-}
-
 TEST_F(DebugFileTest, WhatCannotBeReadChangesNothing)
 {
     const std::string missing = Path("missing.conf");
