@@ -12,14 +12,7 @@
 #include <vector>
 
 using Lines = std::vector<std::string>;
-using K2Heartbeat::K2_AOIP_TYPE;
-using K2Heartbeat::K2_FIXED_FORMAT_TYPE;
-using K2Heartbeat::K2_HUB_TYPE;
-using K2Heartbeat::K2_MODULAR_TYPE;
-using K2Heartbeat::K2_MODULE_TYPE;
-using K2Heartbeat::K2_NO_TYPE;
-using K2Heartbeat::K2_ORB_TYPE;
-using K2Heartbeat::K2_ROUTER_TYPE;
+using namespace K2Heartbeat;
 
 /// Records what is asked of the streams, one line each, in order: "P1 IoInfoReq" for the local stream of port 1,
 /// "master1 ...", "slave 1.2.5.0 ...", "update ...", "connect 1.63.1.0 0 49190", "disconnect 1".

@@ -75,7 +75,8 @@ TEST_F(PatchStoreTest, WhatPeersCanMakeItHoldHasALimit)
     for (std::size_t i = 0; i < PatchStore::MaxPatches; ++i)
         ASSERT_TRUE(mStore.StorePatch(In(BoxA, 1), dest(i)));
     EXPECT_FALSE(mStore.StorePatch(In(BoxA, 1), Out(BoxB, 1)));
-    EXPECT_TRUE(mStore.StorePatch(In(BoxA, 1), dest(5))) << "it is stored already";
+    EXPECT_TRUE(mStore.StorePatch(In(BoxB, 1), dest(5))) << "it is stored already";
+    EXPECT_EQ(mStore.Find(dest(5))->GetSource(), In(BoxA, 1)) << "and keeps its first source";
     mStore.RemovePatch(dest(5));
     EXPECT_TRUE(mStore.StorePatch(In(BoxA, 1), Out(BoxB, 1)));
 
