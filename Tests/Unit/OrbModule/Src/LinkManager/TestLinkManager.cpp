@@ -29,18 +29,13 @@ protected:
     /// Plugs a cable in; from here on the module's heartbeats come.
     void Plug(UINT8GIGEPORT port)
     {
-        mManager->CreateConnection(port, {Loopback, 0}, 7, mNeighbours[port].GetEndpoint(), 0x204);
+        mManager.CreateConnection(port, {Loopback, 0}, 7, mNeighbours[port].GetEndpoint(), 0x204);
         ASSERT_EQ(mNeighbours[port].Receive().size(), 12u);
     }
-    void MakeManager(std::uint32_t rack = Rack)
-    {
-        mManager = std::make_unique<LinkManager>(mService, 2, mComms);
-        mEvents = std::make_unique<LinkEvents>(mService, *mManager);
-        mManager->OnLocalHidChanged((rack << 16) | 0x8000);
-    }
+    void SetRack(std::uint32_t rack = Rack) { mManager.OnLocalHidChanged((rack << 16) | 0x8000); }
     bool RunUntilSent(const std::string& text)
     {
-        return mEvents->RunUntil([&] {
+        return mEvents.RunUntil([&] {
             const auto sent = mComms.Sent();
             return std::find(sent.begin(), sent.end(), text) != sent.end();
         });
@@ -49,8 +44,8 @@ protected:
     LogRecorder mLog{DebugFeature::RouterConnectionDebug};
     boost::asio::io_service mService;
     LinkComms mComms;
-    std::unique_ptr<LinkManager> mManager;
-    std::unique_ptr<LinkEvents> mEvents;
+    LinkManager mManager{mService, 2, mComms};
+    LinkEvents mEvents{mService, mManager};
     std::array<LinkNeighbour, 2> mNeighbours;
 };
 
@@ -58,54 +53,54 @@ protected:
 
 TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange)
 {
-    MakeManager();
+    SetRack();
     Plug(1);
     mNeighbours[1].Send(Box);
     mNeighbours[1].Send(Box);
     mNeighbours[1].Send(HeartbeatPacket(0x0102, 0x0001, 3, {0x12, 0, 0, 0}));
-    ASSERT_TRUE(mEvents->RunUntil([&] { return mEvents->Heartbeats() == 3; }));
-    EXPECT_THAT(mEvents->Take(), ElementsAre("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular ", "internals 1.2:1 11",
-                                             "internals 1.2:1 12"));
-    mManager->DestroyConnection(1);
-    EXPECT_THAT(mEvents->Take(), ElementsAre("device H1 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
+    ASSERT_TRUE(mEvents.RunUntil([&] { return mEvents.Heartbeats() == 3; }));
+    EXPECT_THAT(mEvents.Take(), ElementsAre("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular ", "internals 1.2:1 11",
+                                            "internals 1.2:1 12"));
+    mManager.DestroyConnection(1);
+    EXPECT_THAT(mEvents.Take(), ElementsAre("device H1 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
     EXPECT_TRUE(mLog.Has("Scan: Connection lost on H1  Was Router ? 0\n"));
 }
 
 TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
 {
-    MakeManager();
+    SetRack();
     Plug(0);
     mNeighbours[0].Send(Box);
     ASSERT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1020001 Port H0 \r\n"));
-    mManager->DestroyConnection(0);
+    mManager.DestroyConnection(0);
     mService.poll();
-    EXPECT_THAT(mEvents->Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
+    EXPECT_THAT(mEvents.Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
 }
 
 TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
 {
-    MakeManager();
+    SetRack();
     Plug(0);
     Plug(1);
     mNeighbours[0].Send(Router);
-    ASSERT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
+    ASSERT_TRUE(mEvents.RunUntilLine("master 1.2:8000 "));
     EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x0F, 0x00, 0xFF, 0xFF}));
 
     mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x8000, 1, {0x04, 0, 0x03, 0x01}));
-    ASSERT_TRUE(mEvents->RunUntilLine("master 1.3:8000 "));
+    ASSERT_TRUE(mEvents.RunUntilLine("master 1.3:8000 "));
     mNeighbours[1].Send(Router);
-    ASSERT_TRUE(mEvents->RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:8000 Router "));
+    ASSERT_TRUE(mEvents.RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:8000 Router "));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
 }
 
 TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
 {
-    MakeManager();
+    SetRack();
     Plug(0);
     Plug(1);
     mNeighbours[0].Send(Router44);
-    ASSERT_TRUE(mEvents->RunUntilLine("master 0.35:0 "));
+    ASSERT_TRUE(mEvents.RunUntilLine("master 0.35:0 "));
     ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n"));
     EXPECT_THAT(mComms.Sent(),
                 ElementsAre("notification 0 to ORB PORT LOCAL_LINK ", "restart 0x230100 to ORB PORT LOCAL_LINK "));
@@ -114,42 +109,42 @@ TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
 
 TEST_F(LinkManagerTest, TheRateOfThisSystemDecidesWhatIsCompatible)
 {
-    MakeManager();
-    mManager->ReceivedSetRouterSampleRateCmd(std::make_shared<const SetRouterSampleRateCmd>(SampleRates::RATE_88K2, 0u),
-                                             0, StreamType::LOCAL_LINK);
+    SetRack();
+    mManager.ReceivedSetRouterSampleRateCmd(std::make_shared<const SetRouterSampleRateCmd>(SampleRates::RATE_88K2, 0u),
+                                            0, StreamType::LOCAL_LINK);
     Plug(0);
     EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x2F, 0x00, 0xFF, 0xFF}));
     mNeighbours[0].Send(Router44);
-    EXPECT_TRUE(mEvents->RunUntilLine("master 1.2:8000 "));
+    EXPECT_TRUE(mEvents.RunUntilLine("master 1.2:8000 "));
 }
 
 TEST_F(LinkManagerTest, WithTheDefaultIdRoutersAreDisallowedFromTheStart)
 {
-    MakeManager(0xC001);
-    EXPECT_THAT(mEvents->Take(), ElementsAre("master 192.1:0 "));
+    SetRack(0xC001);
+    EXPECT_THAT(mEvents.Take(), ElementsAre("master 192.1:0 "));
     Plug(0);
     EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x00, 0x00, 0x01, 0xC0}));
     mNeighbours[0].Send(Router);
     ASSERT_TRUE(RunUntilSent("notification 1 to ORB PORT LOCAL_LINK "));
-    EXPECT_TRUE(mEvents->Take().empty());
+    EXPECT_TRUE(mEvents.Take().empty());
 }
 
 TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
 {
-    MakeManager();
+    SetRack();
     Plug(0);
-    mManager->SetUdpTimeout(0, std::chrono::milliseconds(200));
+    mManager.SetUdpTimeout(0, std::chrono::milliseconds(200));
     mNeighbours[0].Send(std::vector<std::uint8_t>(13, 1));
     ASSERT_TRUE(mLog.WaitFor("Received malformed HB on H0  (received 13 bytes instead of 12)\n"));
     mNeighbours[0].Send(Box);
-    ASSERT_TRUE(mEvents->RunUntilLine("device H0 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
-    const auto lines = mEvents->Take();
+    ASSERT_TRUE(mEvents.RunUntilLine("device H0 127.0.0.1 H7 127.0.0.1 1.2:1 Modular "));
+    const auto lines = mEvents.Take();
     EXPECT_EQ(lines.front(), "device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 0x204(516) Unknown(0)");
 }
 
 TEST_F(LinkManagerTest, ANeighbourIsNotTakenUpWhileItsStreamIsClosing)
 {
-    MakeManager();
+    SetRack();
     mComms.mStreamExists = true;
     mComms.mStreamClosing = true;
     Plug(0);
@@ -157,8 +152,8 @@ TEST_F(LinkManagerTest, ANeighbourIsNotTakenUpWhileItsStreamIsClosing)
     ASSERT_TRUE(mLog.WaitFor("* Received a heartbeat on H0 but the connected stream is about to be closed: ignore.\n"));
     mComms.mStreamClosing = false;
     mNeighbours[0].Send(Box);
-    ASSERT_TRUE(mEvents->RunUntilLine("internals 1.2:1 11"));
-    EXPECT_EQ(mEvents->Heartbeats(), 0);
+    ASSERT_TRUE(mEvents.RunUntilLine("internals 1.2:1 11"));
+    EXPECT_EQ(mEvents.Heartbeats(), 0);
 }
 
 TEST_F(LinkManagerTest, ALinkCanBeDestroyedWhileItsThreadAsksForARestart)
@@ -170,55 +165,51 @@ TEST_F(LinkManagerTest, ALinkCanBeDestroyedWhileItsThreadAsksForARestart)
         // A slow send: the link's thread comes to the lock of the restart when the main thread is at work.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     };
-    MakeManager();
+    SetRack();
     Plug(0);
     mNeighbours[0].Send(Router44);
     ASSERT_EQ(asking.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    mManager->DestroyConnection(0);
+    mManager.DestroyConnection(0);
     EXPECT_EQ(mComms.Sent().size(), 3u);
 }
 
 TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
 {
-    MakeManager();
-    mManager->SetUdpTimeout(2, std::chrono::seconds(1));
-    mManager->HandleHeartbeatTimeout(2);
-    EXPECT_EQ(mManager->GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
+    SetRack();
+    mManager.SetUdpTimeout(2, std::chrono::seconds(1));
+    mManager.HandleHeartbeatTimeout(2);
+    EXPECT_EQ(mManager.GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
     const auto lines = mLog.Lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const std::string& line) { return line.compare(0, 13, "Assert failed") == 0; }),
               3);
-    mManager->HandleHeartbeatTimeout(0);
+    mManager.HandleHeartbeatTimeout(0);
     EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
 }
 
 TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfterTheAllowance)
 {
-    mManager = std::make_unique<LinkManager>(mService, 2, mComms);
-    mEvents = std::make_unique<LinkEvents>(mService, *mManager);
     const std::string up = "Failed to perform initial interface bring Up on H0 \n";
-    mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
-    mManager->OnDeviceChange(0x00230001, 1, true, StreamType::LOCAL_LINK);
-    mManager->OnDeviceChange(0x00234000, 0, true, StreamType::LOCAL_LINK);
+    SetRack();
+    mManager.OnDeviceChange(0x00230001, 1, true, StreamType::LOCAL_LINK);
+    mManager.OnDeviceChange(0x00234000, 0, true, StreamType::LOCAL_LINK);
     EXPECT_FALSE(mLog.Has(up));
 
-    mManager->ReceivedRouterTimeAllowanceCmd(std::make_shared<const RouterDetectTimeAllowanceCmd>(0xFFFFFFFFu), 0,
-                                             StreamType::LOCAL_LINK);
-    mManager->OnDeviceChange(0x00230001, 0, false, StreamType::LOCAL_LINK);
+    mManager.ReceivedRouterTimeAllowanceCmd(std::make_shared<const RouterDetectTimeAllowanceCmd>(0xFFFFFFFFu), 0,
+                                            StreamType::LOCAL_LINK);
+    mManager.OnDeviceChange(0x00230001, 0, false, StreamType::LOCAL_LINK);
     EXPECT_TRUE(mLog.Has(up));
     // A second identity brings the ports up again, and the timer starts anew.
-    mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
+    SetRack();
     EXPECT_EQ(mLog.Count("Start Router Ignore Timer\r\n"), 2u);
     mService.poll();
-    EXPECT_TRUE(mEvents->Take().empty());
+    EXPECT_TRUE(mEvents.Take().empty());
 }
 
 TEST_F(LinkManagerTest, WithoutAnAllowanceRoutersAreIgnoredAsSoonAsThePortsAreUp)
 {
-    mManager = std::make_unique<LinkManager>(mService, 2, mComms);
-    mEvents = std::make_unique<LinkEvents>(mService, *mManager);
-    mManager->OnDeviceChange(0x00230001, 0, true, StreamType::LOCAL_LINK);
-    mManager->OnLocalHidChanged((Rack << 16) | 0x8000);
+    mManager.OnDeviceChange(0x00230001, 0, true, StreamType::LOCAL_LINK);
+    SetRack();
     ASSERT_TRUE(RunUntilSent("restart 0x230100 to ORB PORT LOCAL_LINK "));
-    EXPECT_THAT(mEvents->Take(), ElementsAre("master 0.35:0 "));
+    EXPECT_THAT(mEvents.Take(), ElementsAre("master 0.35:0 "));
 }
