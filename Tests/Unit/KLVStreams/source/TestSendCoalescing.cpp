@@ -64,22 +64,3 @@ TEST_F(SendCoalescing, GathersUntilTheBufferIsFullUntilCommitOrUntilSilence)
     ASSERT_TRUE(PassUntil([] { return !KeepingStream::sStream; }));
     EXPECT_EQ(EventTimerManager::Instance().GetTimeToNext(), others) << "no timer is left of a stream that is gone";
 }
-
-TEST_F(SendCoalescing, WithoutASizeThePathDecidesOnceTheStreamIsConnected)
-{
-    const LoopbackListener server;
-    auto* const stream = new KeepingStream(mHandler);
-    stream->SetDeleteByHandler();
-    stream->SetCoalesce(1, TimerUnits::Seconds, 0);
-    EXPECT_TRUE(mLog.Has("Stream coalesce: 1000 ms, BufferSize=0, State:Mtu\r\n"));
-    stream->TcpConnect(mHandler, "127.0.0.1", server.GetPort());
-    ASSERT_TRUE(PassUntil([&] { return stream->IsStreamConnected(); }));
-    EXPECT_TRUE(mLog.HasStart("Mtu="));
-    EXPECT_TRUE(mLog.HasStart("Stream coalesce: 1000 ms, BufferSize="));
-    stream->WriteData("held", 4);
-    EXPECT_EQ(stream->GetBytesSent(), 0u);
-    mNow = {101, 0};
-    EventTimerManager::Instance().Service();
-    const LoopbackPeer peer = server.Accept();
-    EXPECT_EQ(peer.Receive(4), "held");
-}
