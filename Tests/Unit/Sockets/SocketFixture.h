@@ -126,11 +126,16 @@ protected:
     }
     Probe& Connect(const std::string& host, std::uint16_t port, bool reconnect = false, int retries = -1)
     {
-        auto* const probe = new Probe(mHandler, mEvents);
+        return Connect(mHandler, host, port, reconnect, retries);
+    }
+    Probe& Connect(SocketHandler& handler, const std::string& host, std::uint16_t port, bool reconnect,
+                   int retries = -1)
+    {
+        auto* const probe = new Probe(handler, mEvents);
         probe->SetConnectionRetry(retries);
         probe->SetReconnect(reconnect);
         probe->Open(host, port);
-        mHandler.Add(probe);
+        handler.Add(probe);
         return *probe;
     }
 

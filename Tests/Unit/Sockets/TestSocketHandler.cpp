@@ -127,9 +127,7 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
     Probe* probe = nullptr;
     {
         const HandlerMutex::Guard guard(mutex);
-        probe = new Probe(handler, mEvents);
-        probe->Open("127.0.0.1", server.GetPort());
-        handler.Add(probe);
+        probe = &Connect(handler, "127.0.0.1", server.GetPort(), false);
     }
     const LoopbackPeer peer = server.Accept();
     std::string expected;
@@ -178,13 +176,8 @@ TEST_F(SocketHandlerTest, WhatItHoldsGoesWithItAtEveryStage)
     {
         SocketHandler handler(&mErrors);
         const auto open = [&](bool reconnect, const std::string& host, std::uint16_t port) -> Probe& {
-            auto* const probe = new Probe(handler, mEvents);
-            probe->SetReconnect(reconnect);
-            probe->SetConnectionRetry(-1);
-            probe->Open(host, port);
-            handler.Add(probe);
             ++made;
-            return *probe;
+            return Connect(handler, host, port, reconnect);
         };
         Probe& connected = open(true, "127.0.0.1", server.GetPort());
         peer = server.Accept();

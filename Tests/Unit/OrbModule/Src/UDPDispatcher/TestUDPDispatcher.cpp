@@ -53,17 +53,6 @@ TEST_F(UDPDispatcherTest, OnlyWholeMessagesOfAKnownNumberGetThroughAndReceptionG
     EXPECT_TRUE(mLog.Lines().empty());
 }
 
-TEST_F(UDPDispatcherTest, SlotsOfOneNumberShareItsSignal)
-{
-    std::vector<std::uint32_t> others;
-    mDispatcher.Register<SwitchFabric::NetworkTimeMessage, NetworkTimeMessage>(
-        [&](const std::shared_ptr<const NetworkTimeMessage>& message) { others.push_back(message->GetTime()); });
-    Send(std::string("\x14\x07\x00\x00\x00", 5));
-    RunUntilTimes(1);
-    EXPECT_THAT(mTimes, ElementsAre(7u));
-    EXPECT_THAT(others, ElementsAre(7u));
-}
-
 TEST_F(UDPDispatcherTest, NothingIsLoggedAndNothingFiresWhenItGoes)
 {
     std::make_unique<UDPDispatcher>(mService, 0).reset();
