@@ -143,6 +143,19 @@ void LoadUnit::AwaitDevice(std::uint32_t hid)
     AwaitMainThread();
 }
 
+void LoadUnit::AwaitStandBy(unsigned int link)
+{
+    const std::string wanted = link == 0 ? "Pri Patch Reserved" : "Sec Patch Reserved";
+    const Deadline deadline(Patience);
+    do {
+        mShell.Ask("ps");
+        const std::string log = mLog.Text();
+        const std::size_t newest = log.rfind("PI ");
+        if (newest != std::string::npos && log.find(wanted, newest) != std::string::npos) return;
+    } while (!deadline.HasPassed());
+    throw NotSeen("the patch does not stand by: no '" + wanted + "'");
+}
+
 void LoadUnit::AwaitMainThread()
 {
     mShell.Ask("version");

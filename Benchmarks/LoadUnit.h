@@ -36,6 +36,9 @@ public:
     /// Takes the cable of a box away and leaves the program, which keeps silent until it is plugged again.
     void PullCable(unsigned int link);
     void PlugAgain(unsigned int link);
+    /// Waits until the one patch of the store is reserved on a link. The news of the box is no proof of it: sometimes
+    /// there are two of them for one plug.
+    void AwaitStandBy(unsigned int link);
 
     stage::ControlChannel& GetControl() { return mControl; }
     OrbTap& GetTap() { return mTap; }

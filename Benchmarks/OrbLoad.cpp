@@ -227,6 +227,7 @@ void MeasureSwing(const Report& report, LoadUnit& unit, const Sizes& sizes)
     unit.GetOrb().Tell(patch.str());
     unit.GetControl().WaitForRoute(AtOrb, OnLink[0]);
     unit.PlugBox(1);
+    unit.AwaitStandBy(1);
     Samples swings;
     for (unsigned int i = 0; i < sizes.swings; ++i) {
         const unsigned int lost = i % 2;
@@ -237,6 +238,7 @@ void MeasureSwing(const Report& report, LoadUnit& unit, const Sizes& sizes)
         swings.Add((end - start) / 1e3);
         unit.GetNeighbour(lost).Tell("vanish");
         unit.PlugAgain(lost);
+        unit.AwaitStandBy(lost);
     }
     const Samples bare = BareRoundTrips(LoadUnit::HubPatch(0, 1, 1, {7}, true), sizes.patches);
     const std::string name = "lost cable to swung-over table, ";
