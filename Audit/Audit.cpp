@@ -1,6 +1,7 @@
 #include "Audit/Audit.h"
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <mutex>
@@ -155,10 +156,22 @@ void Audit::Forward(const std::function<void(const char*, MessageArgs)>& operati
     va_end(list);
 }
 
+namespace {
+
+/// A build through the compiler's cache names its files as seen from the build directory.
+const char* FromRoot(const char* file)
+{
+    while (std::strncmp(file, "../", 3) == 0)
+        file += 3;
+    return file;
+}
+
+} // namespace
+
 void AuditAssertFailed(const char* file, int line, const char* condition, const std::string& message)
 {
     Audit* const audit = Audit::Instance();
-    audit->WriteStampedTagged(Audit::Stamp, Audit::AssertTag, "Assert failed in file %s at line %d - %s\r\n", file,
-                              line, condition);
+    audit->WriteStampedTagged(Audit::Stamp, Audit::AssertTag, "Assert failed in file %s at line %d - %s\r\n",
+                              FromRoot(file), line, condition);
     if (!message.empty()) AUDIT_LOG(Assert, "%s", message.c_str());
 }

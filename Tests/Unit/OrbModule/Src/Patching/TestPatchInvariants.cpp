@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <random>
 
 using testing::HasSubstr;
 
@@ -58,14 +57,14 @@ private:
 
 } // namespace
 
-/// ORB_SEED=n replays one seed.
+/// ORB_SEED=n plays another seed, with its whole log.
 TEST_F(PatchInvariants, HoldAfterEveryEvent)
 {
     if (const char* seed = std::getenv("ORB_SEED")) {
         EXPECT_EQ(Play(static_cast<std::uint32_t>(std::strtoul(seed, nullptr, 10))), "");
         return;
     }
-    for (const std::uint32_t seed : {1u, 2u, 3u, std::random_device()()}) {
+    for (const std::uint32_t seed : {1u, 2u, 3u, 4u}) {
         std::cout << "seed " << seed << std::endl;
         ASSERT_EQ(Play(seed), "") << "ORB_SEED=" << seed << " replays it";
     }
