@@ -15,6 +15,7 @@
 #include "FSI/Core/UioInterruptController.h"
 #include "MiscSource/CrashDumpHandler.h"
 #include "MiscSource/SystemUtilities.h"
+#include "MiscSource/SystemdNotifier.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/LinkManager/Heartbeat.h"
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
@@ -245,6 +246,7 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     AddTopLevelCommands(shell, programName, devices, patches, patcher, comms);
 
     AUDIT_LOG(Information, "Run...........\r\n");
+    const SystemdNotifier notifier(service);
     RunUntilStopped(service, shell);
 }
 

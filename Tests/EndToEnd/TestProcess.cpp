@@ -2,6 +2,7 @@
 #include "Simulation/Rehearsal/Module.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
 #include "Simulation/Rehearsal/UdpSocket.h"
+#include "Tests/Support/Supervisor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -120,6 +121,27 @@ TEST(Heartbeat, ReachesMasterControl)
         EXPECT_EQ(heartbeat.address, "1.63.5.0");
         EXPECT_EQ(heartbeat.port, 49157);
     }
+}
+
+TEST(Systemd, IsToldOfTheRunOfLifeAndOfTheEnd)
+{
+    Supervisor supervisor;
+    supervisor.AskForAnyWatchdog(200);
+    Module module;
+    EXPECT_EQ(supervisor.Receive(), "READY=1");
+    EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
+    EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
+    EXPECT_EQ(module.Stop().Text(), "exit code 0");
+    EXPECT_EQ(supervisor.ReceiveOtherThan("WATCHDOG=1"), "STOPPING=1");
+    EXPECT_EQ(supervisor.Receive(0), "");
+}
+
+TEST(Systemd, IsNotToldThatAFailedStartIsReady)
+{
+    Supervisor supervisor;
+    UdpSocket taker({}, "0.0.0.0", 49156);
+    ExpectStartupFailure("49156");
+    EXPECT_EQ(supervisor.Receive(0), "");
 }
 
 TEST(Ending, EveryWayToStopIsOrderly)

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+/// The end of the socket that systemd holds, and the environment that it gives to a service.
+class Supervisor
+{
+public:
+    Supervisor() : mPath(testing::TempDir() + "/Supervisor." + std::to_string(getpid()))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, mPath.c_str(), sizeof address.sun_path - 1);
+        unlink(mPath.c_str());
+        EXPECT_EQ(bind(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        setenv("NOTIFY_SOCKET", mPath.c_str(), 1);
+    }
+    ~Supervisor()
+    {
+        close(mSocket);
+        unlink(mPath.c_str());
+        for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"})
+            unsetenv(name);
+    }
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
+
+    /// From whichever process has the environment.
+    void AskForAnyWatchdog(int milliseconds)
+    {
+        setenv("WATCHDOG_USEC", std::to_string(milliseconds * 1000).c_str(), 1);
+    }
+    void AskForWatchdog(pid_t process, int milliseconds)
+    {
+        AskForAnyWatchdog(milliseconds);
+        setenv("WATCHDOG_PID", std::to_string(process).c_str(), 1);
+    }
+    /// The next message, or nothing if none comes in that time.
+    std::string Receive(int patienceMs = 10000)
+    {
+        pollfd waiting{mSocket, POLLIN, 0};
+        if (poll(&waiting, 1, patienceMs) != 1) return {};
+        char text[256];
+        const ssize_t size = recv(mSocket, text, sizeof text, 0);
+        return size > 0 ? std::string(text, static_cast<std::size_t>(size)) : std::string();
+    }
+    /// The first that differs; nothing if none comes.
+    std::string ReceiveOtherThan(const std::string& usual)
+    {
+        std::string text = Receive();
+        while (text == usual)
+            text = Receive();
+        return text;
+    }
+
+private:
+    const std::string mPath;
+    const int mSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
