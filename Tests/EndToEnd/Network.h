@@ -17,6 +17,7 @@
 
 /// Commands by their numbers.
 enum Id : unsigned int {
+    RestartMcsLink = 667,
     SetRouterSampleRate = 674,
     IoInfoReq = 800,
     IoGPIUpdate = 805,
@@ -26,8 +27,10 @@ enum Id : unsigned int {
     RemoteRouterUpdate = 827,
     RouterInfoReq = 829,
     ModIOCardFailure = 871,
+    RouterTimeAllowance = 885,
     RemoteCableState = 893,
     DevicesToCheck = 6000,
+    MasterRouterNotification = 7020,
     MixedHidError = 7021
 };
 
@@ -53,7 +56,7 @@ constexpr char HubBoxOnWire[] = "02 00 30 00";
 class Network
 {
 public:
-    explicit Network(const std::string& features = {})
+    explicit Network(const std::string& features = {}, unsigned int rack = 0x12) : mRack(rack)
     {
         unlink(stage::LogPath);
         std::filesystem::create_directories("/home/root/OrbModule");
@@ -76,24 +79,26 @@ public:
     {
         mOrb =
             std::make_unique<stage::Peer>("orb", stage::UnitNamespace,
-                                          std::vector<std::string>{"--hid", "0x00128000", "--io-hid", "0x00120001",
+                                          std::vector<std::string>{"--hid", OfRack(0x8000), "--io-hid", OfRack(1),
                                                                    "--do", "card 0 Mic in=0-15 out=0-15", "--appear"});
     }
     /// Until the module knows who it is and its links are up.
-    void Start()
+    /// @param routerTime how long a master router may take to appear, ms; the module adds 5 s.
+    void Start(unsigned int routerTime = 600000)
     {
         StartOrbRouter();
         StartUpdateService();
         StartModule();
         mOrb->WaitFor(IoInfoReq);
-        mOrb->Tell("command 885 u32:600000");
+        mOrb->Tell("command " + std::to_string(RouterTimeAllowance) + " u32:" + std::to_string(routerTime));
         mLog.WaitForLine("Start Router Ignore Timer");
     }
     void Plug(unsigned int link, const Neighbour& neighbour)
     {
-        std::vector<std::string> options{
-            "--hid",  neighbour.hid,       "--module-rack", "0x12", "--rack", std::to_string(neighbour.rack),
-            "--link", std::to_string(link)};
+        std::vector<std::string> options{"--hid",         neighbour.hid,
+                                         "--module-rack", std::to_string(mRack),
+                                         "--rack",        std::to_string(neighbour.rack),
+                                         "--link",        std::to_string(link)};
         for (const std::string& line : neighbour.lines)
             options.insert(options.end(), {"--do", line});
         const auto* const place = link == 0 ? stage::PrimaryNamespace : stage::SecondaryNamespace;
@@ -143,6 +148,10 @@ public:
     }
 
 private:
+    /// An identity of the unit.
+    std::string OfRack(unsigned int device) const { return std::to_string(mRack << 16 | device); }
+
+    unsigned int mRack;
     std::optional<stage::Module> mModule;
     stage::LogFile mLog;
     std::unique_ptr<stage::Peer> mUpdate;

@@ -1,3 +1,4 @@
+#include "Simulation/Rehearsal/UdpSocket.h"
 #include "Tests/EndToEnd/Network.h"
 
 #include <gmock/gmock.h>
@@ -7,11 +8,11 @@
 
 using namespace stage;
 using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 namespace {
 
@@ -224,6 +225,17 @@ TEST(Network, AnOrbRouterThatRestartsIsToldEverythingAgain)
     network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
     EXPECT_EQ(CountIn(network.GetLog().Text(), "OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
     ExpectForwarded(network, {{IoOutputMute, "u32:0x00200001 u16:3 u8:1", "01 00 20 00 03 00 01", true}}, "local");
+}
+
+TEST(Network, TheTimeOfTheNetworkIsTheTimeOfTheLog)
+{
+    Network network;
+    network.Start();
+    // 3 February 2033, 04:05:06 UTC.
+    stage::UdpSocket(stage::UnitNamespace, "0.0.0.0", 0).SendTo("1.63.5.0", 49156, "\x14\x72\x7f\xac\x76");
+    network.GetLog().WaitForLine("Added to Audit");
+    network.Plug(0, Box);
+    EXPECT_THAT(network.GetLog().WaitForLine("LinkManager::Receive New device"), StartsWith("[03/02/33 04:05:"));
 }
 
 TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
