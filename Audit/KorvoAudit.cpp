@@ -1,10 +1,12 @@
 #include "Audit/KorvoAudit.h"
 
+#include "Audit/BoundedShell.h"
+
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <system_error>
 
 namespace fs = boost::filesystem;
 
@@ -16,6 +18,8 @@ constexpr std::streamoff SizeLimit = 0x100000;
 constexpr int Generations = 5;
 /// A rotation waits for gzip, and a gzip that hangs must not eat the memory.
 constexpr std::size_t MaxPending = 10000;
+/// What a thread that logs can spare, a heartbeat's among them.
+constexpr std::chrono::milliseconds RotationMoment{50};
 
 std::mutex sFileLock;
 
@@ -31,6 +35,7 @@ KorvoAudit::KorvoAudit(const std::string& path) : mLogPath(path.empty() ? Defaul
     boost::system::error_code error;
     if (fs::exists(mLogPath, error)) {
         const std::lock_guard<std::mutex> lock(sFileLock);
+        mRotating = true;
         Rotate();
     } else {
         mFile.open(mLogPath, std::ios::out | std::ios::app);
@@ -41,7 +46,15 @@ KorvoAudit::KorvoAudit(const std::string& path) : mLogPath(path.empty() ? Defaul
     }
 }
 
-KorvoAudit::~KorvoAudit() = default;
+KorvoAudit::~KorvoAudit()
+{
+    FinishRotation();
+}
+
+void KorvoAudit::FinishRotation()
+{
+    if (mRotation.joinable()) mRotation.join();
+}
 
 void KorvoAudit::Write(const char* format, MessageArgs args)
 {
@@ -75,8 +88,8 @@ void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
     if (mRotating && HoldBack(shape, format, args)) return;
 
     const std::lock_guard<std::mutex> lock(sFileLock);
-    // A closed file has no position (-1) and so never rotates.
-    if (mFile.is_open() && static_cast<std::streamoff>(mFile.tellp()) > SizeLimit) Rotate();
+    if (IsFull()) RotateBeside();
+    if (mRotating && HoldBack(shape, format, args)) return;
     if (Format(shape, mLine, format, args) && mFile.is_open()) {
         WriteToFile(OverflowText, false);
         OnLogLine(OverflowText);
@@ -138,9 +151,30 @@ void KorvoAudit::Emit(const std::string& line)
     OnLogLine(line);
 }
 
+/// A closed file has no position (-1) and so never rotates.
+bool KorvoAudit::IsFull()
+{
+    return !mRotating && mFile.is_open() && static_cast<std::streamoff>(mFile.tellp()) > SizeLimit;
+}
+
+void KorvoAudit::RotateBeside()
+{
+    FinishRotation();
+    mRotating = true;
+    try {
+        mRotation = std::thread([this] { Rotate(); });
+    } catch (const std::system_error&) {
+        // Late lines are better than a log without an end.
+        Rotate();
+        return;
+    }
+    std::unique_lock<std::mutex> lock(mPendingLock);
+    mRotated.wait_for(lock, RotationMoment, [this] { return !mRotating; });
+}
+
+/// While mRotating is set.
 void KorvoAudit::Rotate()
 {
-    mRotating = true;
     try {
         for (int number = Generations; number > 1; --number) {
             if (fs::exists(Generation(mLogPath, number - 1))) {
@@ -150,8 +184,7 @@ void KorvoAudit::Rotate()
         mFile.close();
         const std::string previous = mLogPath + ".1";
         fs::rename(mLogPath, previous);
-        const int ignored = std::system(("gzip " + previous).c_str());
-        static_cast<void>(ignored);
+        RunShell("gzip " + previous, [this] { ReportSlowGzip(); });
         fs::remove(previous);
         mFile.clear();
         mFile.open(mLogPath, std::ios::out | std::ios::trunc);
@@ -159,22 +192,47 @@ void KorvoAudit::Rotate()
     } catch (const fs::filesystem_error& error) {
         HaltFile(error.what());
     }
-    mRotating = false;
 }
 
+void KorvoAudit::ReportSlowGzip()
+{
+    if (IsEnabled(static_cast<std::uint32_t>(DebugFeature::Fault))) {
+        WriteStamped(Stamp, "gzip of the old log is still running\r\n");
+    }
+}
+
+/// What came meanwhile comes first. The bulk is written while others can still add to the list; what they have added
+/// then goes under the lock, so that no line overtakes another.
 void KorvoAudit::FlushPending()
 {
-    const std::lock_guard<std::mutex> lock(mPendingLock);
-    if (mFile.is_open()) {
-        for (const std::string& line : mPending)
-            Emit(line);
+    std::list<std::string> bulk;
+    {
+        const std::lock_guard<std::mutex> lock(mPendingLock);
+        bulk.swap(mPending);
     }
+    EmitAll(bulk);
+    const std::lock_guard<std::mutex> lock(mPendingLock);
+    EmitAll(mPending);
     mPending.clear();
     if (mPendingLost != 0) {
         Emit(TimeStamp() + " " + std::to_string(mPendingLost) + " log lines were lost while the log was rotated\r\n");
         mPendingLost = 0;
     }
+    EndRotation();
+}
+
+void KorvoAudit::EmitAll(const std::list<std::string>& lines)
+{
+    if (!mFile.is_open()) return;
+    for (const std::string& line : lines)
+        Emit(line);
+}
+
+/// With mPendingLock held.
+void KorvoAudit::EndRotation()
+{
     mRotating = false;
+    mRotated.notify_all();
 }
 
 void KorvoAudit::HaltFile(const std::string& reason)
@@ -184,4 +242,6 @@ void KorvoAudit::HaltFile(const std::string& reason)
     std::fflush(stdout);
     Emit(text);
     mFile.close();
+    const std::lock_guard<std::mutex> lock(mPendingLock);
+    EndRotation();
 }

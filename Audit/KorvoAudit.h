@@ -2,19 +2,24 @@
 
 #include "Audit/Audit.h"
 
+#include <condition_variable>
 #include <cstddef>
 #include <fstream>
 #include <list>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 
 /// The log with its file: rotation by size and at every start into five gzipped generations, and a hook for
 /// each line that was written.
 ///
-/// Two locks guard it. The file lock, one for the process, is held while a line is formatted and written and
-/// through a rotation. mPendingLock is held while a line is formatted into the held-back list, and while that list
-/// is flushed; it is always the inner one. A thread that logs while another rotates does not wait for gzip.
+/// A rotation runs on a thread of its own, and nobody waits for gzip: the thread whose line sets it off gives it a
+/// moment, since it is over by then as a rule, and holds its line back if it is not, as all others do.
+///
+/// Two locks guard it. The file lock, one for the process, is held while a line is formatted and written; while
+/// mRotating is set the file belongs to the rotation instead. mPendingLock is held while a line is formatted into the
+/// held-back list, and while the end of that list is flushed; it is always the inner one.
 class KorvoAudit : public Audit
 {
 public:
@@ -34,8 +39,12 @@ public:
     void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args) override;
     void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args) override;
 
-    /// Called with each line, on the thread that logs and with a log lock held: an override must not log.
+    /// Called with each line, never on two threads at once, and with a log lock held: an override must not log.
     virtual void OnLogLine(const std::string& line);
+
+protected:
+    /// Waits for the end of a rotation. For the destructor of whoever overrides OnLogLine.
+    void FinishRotation();
 
 private:
     static constexpr std::size_t LineSize = 4096;
@@ -54,8 +63,13 @@ private:
     bool Format(const Shape& shape, char (&line)[LineSize], const char* format, MessageArgs args);
     void WriteToFile(std::string_view text, bool flush);
     void Emit(const std::string& line);
+    bool IsFull();
+    void RotateBeside();
     void Rotate();
+    void ReportSlowGzip();
     void FlushPending();
+    void EmitAll(const std::list<std::string>& lines);
+    void EndRotation();
     void HaltFile(const std::string& reason);
 
     const std::string mLogPath;
@@ -63,6 +77,8 @@ private:
     char mPendingLine[LineSize] = {};
     std::ofstream mFile;
     std::atomic<bool> mRotating{false};
+    std::thread mRotation;
+    std::condition_variable mRotated;
     std::mutex mPendingLock;
     std::list<std::string> mPending;
     std::size_t mPendingLost = 0;

@@ -1,9 +1,9 @@
 #include "MiscSource/SystemUtilities.h"
 
 #include "Audit/Audit.h"
+#include "Audit/BoundedShell.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 
@@ -29,7 +29,8 @@ int SystemWithStderr(const std::string& command, const std::string& errFile)
     const std::string line = command + " 2>" + errFile;
     // The shell would run a part of such a line.
     if (line.find('\0') != std::string::npos) return -1;
-    const int result = std::system(line.c_str());
+    const int result =
+        RunShell(line, [&command] { AUDIT_LOG(Fault, "SystemWithStderr: %s is still running\r\n", command.c_str()); });
     if (result == 0) return 0;
     AUDIT_STREAM(Fault, "SystemWithStderr Error " << result << " StdErr " << ReadErrorFile(errFile) << "\r\n");
     return result;

@@ -289,6 +289,7 @@ int SocketHandler::Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& e
     read = mReadSet;
     write = mWriteSet;
     exception = mExceptionSet;
+    if (IsReadingHeld()) FD_ZERO(&read);
     int highest = mMaxSock;
     if (IsSelectable(mWakeFd)) {
         FD_SET(mWakeFd, &read);
@@ -353,7 +354,7 @@ int SocketHandler::CallReadySockets(int ready, const fd_set& read, const fd_set&
     for (const int fd : mWalk) {
         if (ready == 0) break;
         if (FD_ISSET(fd, &read)) {
-            if (Socket* const socket = Find(fd, 1)) socket->OnRead();
+            CallOnRead(fd);
             --ready;
         }
         if (FD_ISSET(fd, &write)) {
@@ -366,6 +367,12 @@ int SocketHandler::CallReadySockets(int ready, const fd_set& read, const fd_set&
         }
     }
     return ready;
+}
+
+void SocketHandler::CallOnRead(int fd)
+{
+    if (IsReadingHeld()) return;
+    if (Socket* const socket = Find(fd, 1)) socket->OnRead();
 }
 
 void SocketHandler::CallConnected()

@@ -51,6 +51,11 @@ public:
     void CloseAll();
     void SetClock(const std::function<std::time_t()>& clock) { mClock = clock; }
 
+protected:
+    /// Asked before each wait and before each OnRead, on the thread of the passes. While it says yes nothing is read
+    /// or accepted, and all else goes on; Wake when it no longer does.
+    virtual bool IsReadingHeld() { return false; }
+
 private:
     using Descriptors = std::vector<int>;
 
@@ -60,6 +65,7 @@ private:
     void TakeInNewSockets();
     void TakeIn(Socket* socket);
     int Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& exception);
+    void CallOnRead(int fd);
     void ReportSelectError(int error);
     void DropBadDescriptors();
     int CallReadySockets(int ready, const fd_set& read, const fd_set& write, const fd_set& exception);

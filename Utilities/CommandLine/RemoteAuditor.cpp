@@ -25,6 +25,11 @@ RemoteAuditor::RemoteAuditor(CommandLine& commandLine, const std::string& logPat
         });
 }
 
+RemoteAuditor::~RemoteAuditor()
+{
+    FinishRotation();
+}
+
 void RemoteAuditor::OnLogLine(const std::string& line)
 {
     mTail->OnLogLine(line);

@@ -3,6 +3,7 @@
 #include "Audit/Audit.h"
 #include "Common/KLV/CommandIdTexts.h"
 #include "Common/KLV/KLVReadSet.h"
+#include "OrbModule/Inc/OrbComms/PostedWork.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
 #include <boost/any.hpp>
@@ -35,7 +36,7 @@ public:
     {
     public:
         template <class X>
-        void Initialise(boost::asio::io_service& service);
+        void Initialise(boost::asio::io_service& service, PostedWork& posted);
         /// Null, with an assertion line, if the entry was made for another class.
         template <class X>
         std::shared_ptr<Signal<X>> GetSignal();
@@ -58,21 +59,27 @@ public:
     /// Hands a command to its slots, or skips it if it has none. Socket thread.
     /// @param port a Routing::PortsEnum, on which the command arrived.
     void Dispatch(KLVCommandReadSet& set, unsigned char port, StreamType type);
+    /// Of the commands and of whatever else the socket thread posts.
+    PostedWork& GetPostedWork() { return mPosted; }
 
 private:
     boost::asio::io_service& mService;
     std::unordered_map<CommandID, Dispatcher> mDispatchers{10};
     std::mutex mLock;
+    PostedWork mPosted;
 };
 
 template <class X>
-void OrbCommandProcessor::Dispatcher::Initialise(boost::asio::io_service& service)
+void OrbCommandProcessor::Dispatcher::Initialise(boost::asio::io_service& service, PostedWork& posted)
 {
     const auto signal = std::make_shared<Signal<X>>();
     mSignal = signal;
-    mEmitter = [&service, signal](KLVCommandReadSet& set, unsigned char port, StreamType type) {
+    mEmitter = [&service, &posted, signal](KLVCommandReadSet& set, unsigned char port, StreamType type) {
+        const std::size_t size = PostedWork::HANDLER_SIZE + set.GetBytesLeft();
         std::shared_ptr<X const> command = std::make_shared<X>(set);
-        service.post([signal, command = std::move(command), port, type] {
+        posted.Add(size);
+        service.post([&posted, size, signal, command = std::move(command), port, type] {
+            posted.TakeOff(size);
             try {
                 (*signal)(command, port, type);
             } catch (const std::exception& error) {
@@ -104,7 +111,7 @@ boost::signals2::connection OrbCommandProcessor::Connect(const typename Signal<X
     auto entry = mDispatchers.find(X::ID);
     if (entry == mDispatchers.end()) {
         entry = mDispatchers.emplace(X::ID, Dispatcher()).first;
-        entry->second.template Initialise<X>(mService);
+        entry->second.template Initialise<X>(mService, mPosted);
     }
     const auto signal = entry->second.template GetSignal<X>();
     if (!signal) {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "Sockets/SocketHandler.h"
 
-class OrbCommandProcessor;
-
-/// The socket handler of the KLV streams: how a stream finds its way to the comms and to the command processor.
+/// The socket handler of the KLV streams: how a stream finds its way to the comms and to the command processor. It
+/// reads no faster than the main thread can follow.
 class OrbKLVSocketHandler : public SocketHandler
 {
 public:
@@ -15,6 +15,9 @@ public:
 
     iOrbKLVComms& GetComms() const { return *mComms; }
     OrbCommandProcessor& GetProcessor() const { return *mProcessor; }
+
+protected:
+    bool IsReadingHeld() override { return mProcessor->GetPostedWork().IsFull(); }
 
 private:
     iOrbKLVComms* const mComms;

@@ -40,6 +40,7 @@ OrbKLVComms::OrbKLVComms(boost::asio::io_service& service, OrbCommandProcessor& 
     AUDIT_LOG(Information, "Starting OrbRouterKLVComms\n");
     mHandler.RegStdLog(&mLog);
     if (Listen(mPorts.adjacentRouter, "ADJACENT_ROUTER_KLV")) Listen(mPorts.masterRouter, "MASTER_ROUTER_KLV");
+    processor.GetPostedWork().SetDrained([this] { mHandler.Wake(); });
     mThread = std::thread([this] { Run(); });
 }
 
@@ -48,6 +49,7 @@ OrbKLVComms::~OrbKLVComms()
     mRunning = false;
     mHandler.Wake();
     mThread.join();
+    mHandler.GetProcessor().GetPostedWork().SetDrained({});
     // The sockets report to the log, the directory and the signal as they go, so they go while all of those stand.
     const HandlerMutex::Guard guard(mMutex);
     mHandler.CloseAll();
@@ -191,9 +193,12 @@ void OrbKLVComms::RemoveKLVStream(OrbKLVStream& stream)
 
 void OrbKLVComms::PostStreamChanged(const OrbKLVStream& stream, bool valid)
 {
+    PostedWork& posted = mHandler.GetProcessor().GetPostedWork();
+    posted.Add(PostedWork::HANDLER_SIZE);
     // What is told by streams that end with the comms finds no signal any more.
-    mService.post([weakSignal = std::weak_ptr<StreamSignal>(KLVStreamChanged), port = stream.GetPort(),
+    mService.post([&posted, weakSignal = std::weak_ptr<StreamSignal>(KLVStreamChanged), port = stream.GetPort(),
                    type = stream.GetStreamType(), address = stream.GetRemoteIp(), valid] {
+        posted.TakeOff(PostedWork::HANDLER_SIZE);
         const auto signal = weakSignal.lock();
         if (!signal) return;
         try {

@@ -20,7 +20,9 @@
 class RecordingAudit : public KorvoAudit
 {
 public:
+    using KorvoAudit::FinishRotation;
     using KorvoAudit::KorvoAudit;
+    ~RecordingAudit() override { FinishRotation(); }
 
     void OnLogLine(const std::string& line) override
     {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 
 using CommsLoad = CommsTest;
@@ -140,6 +141,52 @@ TEST_F(CommsLoad, APeerThatNeverReadsCostsOnlyItsStreamAndNobodysTime)
     ASSERT_TRUE(WaitForChanges(3));
     EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 255));
     EXPECT_EQ(next.Receive(8).size(), 8u);
+}
+
+TEST_F(CommsLoad, AFloodThatTheMainThreadDoesNotFollowWaitsAtItsSenderAndLosesNothing)
+{
+    constexpr std::uint32_t Commands = 60000;
+    std::uint32_t received = 0;
+    bool inOrder = true;
+    mProcessor.Connect<OstrelPingCmd>([&](const std::shared_ptr<OstrelPingCmd const>& command, unsigned char,
+                                          StreamType) { inOrder = inOrder && command->GetTotalDests() == received++; });
+    Start();
+    const LoopbackPeer peer = ConnectAdjacent();
+    const LoopbackPeer other = ConnectAdjacent("127.0.0.2");
+    ASSERT_TRUE(WaitForChanges(2));
+
+    std::string command("\x47\x03\x00\x28\xF4\x03\0\0\xE8\x03\0\0", 12);
+    command += std::string(1008, 'f');
+    std::string flood;
+    for (std::uint32_t i = 0; i < Commands; ++i) {
+        for (int byte = 0; byte < 4; ++byte)
+            command[command.size() - 4 + static_cast<std::size_t>(byte)] = static_cast<char>(i >> 8 * byte);
+        flood += command;
+    }
+    std::size_t sent = 0;
+    // Until all of it is sent, or the peer can send no more for as long as that.
+    const auto send = [&](int patience) {
+        pollfd ready{peer.GetFd(), POLLOUT, 0};
+        while (sent < flood.size() && ::poll(&ready, 1, patience) == 1) {
+            const ssize_t size = ::send(peer.GetFd(), flood.data() + sent, flood.size() - sent, MSG_DONTWAIT);
+            if (size <= 0) break;
+            sent += static_cast<std::size_t>(size);
+        }
+    };
+    send(500);
+    EXPECT_LT(sent, flood.size() / 2) << "what is not run yet, and what the kernel takes";
+    EXPECT_EQ(received, 0u);
+    // Whatever else the comms do goes on.
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 255));
+    const LoopbackListener server;
+    mComms->Connect(Loopback, 1, server.GetPort());
+    EXPECT_NE(server.Accept().GetFd(), -1);
+
+    EXPECT_TRUE(RunUntil([&] {
+        send(0);
+        return received == Commands;
+    }));
+    EXPECT_TRUE(inOrder);
 }
 
 TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)

@@ -1,0 +1,64 @@
+#include "Audit/BoundedShell.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+using std::chrono::milliseconds;
+
+TEST(BoundedShell, GivesTheStatusOfTheCommand)
+{
+    const auto silent = [] { FAIL() << "told of a command that was in time"; };
+    EXPECT_EQ(RunShell("true", silent), 0);
+    EXPECT_EQ(RunShell("exit 3", silent), 3 << 8);
+    EXPECT_EQ(RunShell("kill -9 $$", silent), SIGKILL);
+    EXPECT_EQ(RunShell("no-such-program-anywhere 2>/dev/null", silent), 127 << 8);
+}
+
+TEST(BoundedShell, OneThatHangsIsToldOfOnceAndEndsWithAllThatItStarted)
+{
+    const struct
+    {
+        const char* line;
+        int status;
+    } cases[] = {{"sleep 1000 | sleep 1000", SIGTERM}, {"trap '' TERM; sleep 1000; sleep 1000", SIGKILL}};
+    for (const auto& c : cases) {
+        const std::string path = testing::TempDir() + "/BoundedShell." + std::to_string(getpid());
+        // Whoever still runs keeps the lock of the file.
+        const std::string line = "exec 9>" + path + "; flock -s 9; " + c.line;
+        int told = 0;
+        EXPECT_EQ(RunShell(line, [&] { ++told; },
+                           {milliseconds(20), milliseconds(200), milliseconds(400), milliseconds(20000)}),
+                  c.status)
+            << c.line;
+        EXPECT_EQ(told, 1);
+        EXPECT_EQ(RunShell("flock -w 10 " + path + " true", [] {}), 0) << c.line << ": something of it still runs";
+        std::remove(path.c_str());
+    }
+}
+
+TEST(BoundedShell, OneThatCannotBeKilledIsLeftBehindAndBuriedLater)
+{
+    // It is not killed before it is left.
+    const std::string pidFile = testing::TempDir() + "/BoundedShell.pid." + std::to_string(getpid());
+    EXPECT_EQ(RunShell("echo $$ >" + pidFile + "; exec sleep 1000", [] {},
+                       {milliseconds(1), milliseconds(100000), milliseconds(100000), milliseconds(300)}),
+              SIGKILL);
+    pid_t child = 0;
+    std::ifstream(pidFile) >> child;
+    ASSERT_GT(child, 0);
+    ASSERT_EQ(::kill(child, SIGKILL), 0);
+    siginfo_t info{};
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(RunShell("true", [] {}), 0);
+    EXPECT_EQ(::kill(child, 0), -1) << "it is still a zombie";
+    std::remove(pidFile.c_str());
+}
