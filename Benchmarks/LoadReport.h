@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <optional>
@@ -30,7 +31,7 @@ public:
         if (mValues.empty()) return 0;
         std::vector<double> sorted = mValues;
         std::sort(sorted.begin(), sorted.end());
-        return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1) + 0.5)];
+        return sorted[static_cast<std::size_t>(std::lround(part * static_cast<double>(sorted.size() - 1)))];
     }
     double Worst() const { return At(1); }
 

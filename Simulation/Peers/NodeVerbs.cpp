@@ -163,8 +163,8 @@ void Node::HandleWait(const Line& line, const Reply& reply)
         return;
     }
     const bool wanted = line.GetVerb() == "wait-stream";
-    const std::string name = line.Word(0);
-    WaitFor([this, name, wanted](std::string&) { return (Find(name) != nullptr) == wanted; }, line.Number(1), reply);
+    WaitFor([this, name = line.Word(0), wanted](std::string&) { return (Find(name) != nullptr) == wanted; },
+            line.Number(1), reply);
 }
 
 void Node::HandleAnswer(const Line& line)

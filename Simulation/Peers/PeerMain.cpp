@@ -99,7 +99,7 @@ int Run(int argc, char** argv)
         });
     if (settings.appear) node->Appear();
     const peers::Control control(service, settings.control,
-                                 [&node](const std::string& line, peers::Reply reply) { node->Handle(line, reply); });
+                                 [&node](const std::string& line, const peers::Reply& reply) { node->Handle(line, reply); });
     boost::asio::signal_set signals(service, SIGINT, SIGTERM);
     signals.async_wait([&service](const boost::system::error_code&, int) { service.stop(); });
     std::cout << "ready" << std::endl;

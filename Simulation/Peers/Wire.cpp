@@ -72,8 +72,8 @@ std::string Reader::Text()
         mFailed = true;
         return {};
     }
-    const std::string text(mValue.begin() + static_cast<std::ptrdiff_t>(mPosition),
-                           mValue.begin() + static_cast<std::ptrdiff_t>(mPosition + size));
+    std::string text(mValue.begin() + static_cast<std::ptrdiff_t>(mPosition),
+                     mValue.begin() + static_cast<std::ptrdiff_t>(mPosition + size));
     mPosition += size;
     return text;
 }

@@ -32,7 +32,7 @@ protected:
     }
     Timer Started(std::uint32_t ms, std::uint32_t repeat = 0)
     {
-        const Timer timer = Create(ms, repeat);
+        Timer timer = Create(ms, repeat);
         timers.Start(timer);
         return timer;
     }

@@ -39,7 +39,7 @@ public:
         for (;;) {
             const std::size_t found = mReceived.find(text);
             if (found != std::string::npos) {
-                const std::string result = mReceived.substr(0, found + text.size());
+                std::string result = mReceived.substr(0, found + text.size());
                 mReceived.erase(0, result.size());
                 return result;
             }

@@ -51,8 +51,10 @@ TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
     ShellClient steady(Endpoint());
     steady.SkipGreeting();
     std::atomic<bool> stop{false};
+    constexpr int Threads = 3;
     std::vector<std::thread> threads;
-    for (int thread = 0; thread < 3; ++thread) {
+    threads.reserve(Threads);
+    for (int thread = 0; thread < Threads; ++thread) {
         threads.emplace_back([thread, &stop] {
             for (int i = 0; i < 2000 && !stop; ++i)
                 Log("thread " + std::to_string(thread) + " line");

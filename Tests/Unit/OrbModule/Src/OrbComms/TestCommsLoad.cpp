@@ -47,6 +47,7 @@ TEST_F(CommsLoad, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
     constexpr int Threads = 4;
     constexpr int PerThread = 500;
     std::vector<std::thread> senders;
+    senders.reserve(Threads);
     for (int thread = 0; thread < Threads; ++thread) {
         senders.emplace_back([this, thread] {
             for (int i = 0; i < PerThread; ++i) {
@@ -197,9 +198,7 @@ TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)
         mProcessor.Connect<OstrelPingCmd>(
             [](const std::shared_ptr<OstrelPingCmd const>&, unsigned char, StreamType) {});
         const LoopbackListener server;
-        std::vector<LoopbackPeer> peers;
-        for (int i = 0; i < 3; ++i)
-            peers.push_back(ConnectAdjacent());
+        const LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent(), ConnectAdjacent()};
         std::atomic<bool> running{true};
         std::thread other([&] {
             // What a link thread does.
