@@ -198,7 +198,7 @@ TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)
         mProcessor.Connect<OstrelPingCmd>(
             [](const std::shared_ptr<OstrelPingCmd const>&, unsigned char, StreamType) {});
         const LoopbackListener server;
-        const LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent(), ConnectAdjacent()};
+        LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent(), ConnectAdjacent()};
         std::atomic<bool> running{true};
         std::thread other([&] {
             // What a link thread does.
