@@ -10,9 +10,9 @@ LinkState::LinkState(Hid hid, LinkType LType, LinkVariant variant)
 {
     AUDIT_ASSERT_MESSAGE(LType == K2_ROUTER_TYPE || LType == K2_HUB_TYPE || LType == K2_ORB_TYPE,
                          "This LinkState constructor can only be used for routing devices\n");
-    SetWord(0, hid);
-    mBytes[4] = LType;
-    SetWord(8, variant);
+    SetWord(HID_OFFSET, hid);
+    mBytes[TYPE_OFFSET] = LType;
+    SetWord(VARIANT_OFFSET, variant);
 }
 
 LinkState::LinkState(const std::uint8_t* bytes)

@@ -49,13 +49,16 @@ constexpr LinkVariant MakeVariant(std::uint32_t number, SampleRates::SystemSampl
     return WithVariantRate(WithVariantRack(number & VARIANT_NUMBER_MASK, rack), rate);
 }
 
-/// One link heartbeat: 12 bytes, little-endian, at offset 0 the sender's Hid, at 4 its type, at 8 its variant.
+/// One link heartbeat: 12 bytes, little-endian, with the sender's Hid, its type and its variant at the offsets below.
 /// A value without a thread.
 class LinkState
 {
 public:
     using LinkType = K2Heartbeat::LinkType;
     static constexpr std::size_t SIZE = 12;
+    static constexpr std::size_t HID_OFFSET = 0;
+    static constexpr std::size_t TYPE_OFFSET = 4;
+    static constexpr std::size_t VARIANT_OFFSET = 8;
     using Bytes = std::array<std::uint8_t, SIZE>;
 
     /// What a routing device sends; any other type is logged as a failed assertion.
@@ -63,9 +66,9 @@ public:
     /// What has arrived, of any type. @param bytes SIZE bytes.
     explicit LinkState(const std::uint8_t* bytes);
 
-    Hid GetHid() const { return GetWord(0); }
-    LinkType GetType() const { return static_cast<LinkType>(mBytes[4]); }
-    LinkVariant GetVariant() const { return GetWord(8); }
+    Hid GetHid() const { return GetWord(HID_OFFSET); }
+    LinkType GetType() const { return static_cast<LinkType>(mBytes[TYPE_OFFSET]); }
+    LinkVariant GetVariant() const { return GetWord(VARIANT_OFFSET); }
     const Bytes& GetBytes() const { return mBytes; }
 
 private:

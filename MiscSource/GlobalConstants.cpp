@@ -161,8 +161,8 @@ std::ostream& operator<<(std::ostream& out, IOKorvoStatus status)
 
 const char* IoStyleText(std::uint32_t style)
 {
-    constexpr std::array<const char*, 8> Texts = {"Invalid", "Input",      "Output", "GPI",
-                                                  "GPO",     "DeskOutput", "KPI",    "KPO"};
+    constexpr std::array<const char*, IO_STYLE_COUNT> Texts = {"Invalid", "Input",      "Output", "GPI",
+                                                               "GPO",     "DeskOutput", "KPI",    "KPO"};
     if (style < Texts.size()) return Texts[style];
     AUDIT_LOG(Fault, "Unexpected IOStyleCount( %d )\n", static_cast<int>(style));
     return Texts[0];

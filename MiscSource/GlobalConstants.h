@@ -180,7 +180,8 @@ enum class IOKorvoStatus : std::uint8_t {
 };
 std::ostream& operator<<(std::ostream& out, IOKorvoStatus status);
 
-/// Text of an I/O port style, "Input" and its like; above 7 "Invalid" and a log line.
+constexpr std::uint32_t IO_STYLE_COUNT = 8;
+/// Text of an I/O port style, "Input" and its like; from IO_STYLE_COUNT on "Invalid" and a log line.
 const char* IoStyleText(std::uint32_t style);
 /// Text of an I/O card type, "Mic" and its like; above 16 "InvalidType" and a log line.
 const char* IoCardTypeText(std::uint32_t type);

@@ -9,40 +9,22 @@ std::string Number(std::uint32_t value)
     return std::to_string(value);
 }
 
-std::string ThreeNumbers(const char* tag, std::uint32_t key)
-{
-    return tag + Number((key >> 18) & 0x1FF) + ":D" + Number((key >> 11) & 0x7F) + ":I" + Number(key & 0x7FF);
-}
-
-std::string VersionAndId(const char* tag, const char* idTag, std::uint32_t key)
-{
-    return tag + Number((key >> 22) & 31) + idTag + Number(key & 0x3FFFFF);
-}
-
 } // namespace
 
 std::string KeyToText(std::uint32_t key)
 {
-    switch (key >> 27) {
-    case 0:
-        return ThreeNumbers("MEM:F", key);
-    case 1:
-        return VersionAndId("EVT:V", ":E", key);
-    case 2:
-        return ThreeNumbers("FEAT:F", key);
-    case 3:
-        return ThreeNumbers("PATH:F", key);
-    case 4:
-        return ThreeNumbers("FS:F", key);
-    case 5:
-        return VersionAndId("CMD:V", ":I", key);
-    case 6:
-        return ThreeNumbers("PAN:F", key);
-    case 7:
-        return "DSP_MESSAGE:M" + Number(key & 0xFFFF);
-    default:
-        return "UNKNOWN " + Number(key >> 27);
+    const std::uint32_t type = key >> 27;
+    if (type >= Klv::KEY_KINDS.size()) return "UNKNOWN " + Number(type);
+    const auto& [tag, layout, idTag] = Klv::KEY_KINDS[type];
+    switch (layout) {
+    case Klv::KeyLayout::Numbers:
+        return tag + Number((key >> 18) & 0x1FF) + ":D" + Number((key >> 11) & 0x7F) + idTag + Number(key & 0x7FF);
+    case Klv::KeyLayout::VersionAndId:
+        return tag + Number((key >> 22) & 31) + idTag + Number(key & 0x3FFFFF);
+    case Klv::KeyLayout::Message:
+        break;
     }
+    return tag + Number(key & 0xFFFF);
 }
 
 std::string LocationToText(const DeskLocation& location)

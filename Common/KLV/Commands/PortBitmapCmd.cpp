@@ -6,9 +6,7 @@ void FieldCodec<PortBitmapEntries>::Write(KLVWriteSet& set, const PortBitmapEntr
 {
     set.WriteNative(static_cast<std::uint32_t>(entries.size()));
     for (const auto& [port, entry] : entries) {
-        set.WriteNative(port);
-        set.WriteNative(entry.word);
-        set.WriteNative(entry.secondary);
+        PortBitmapEntry::VisitFields(port, entry, [&](const char*, const auto& field) { WriteField(set, field); });
     }
 }
 
@@ -18,7 +16,8 @@ void FieldCodec<PortBitmapEntries>::Read(KLVReadSet& set, PortBitmapEntries& ent
     for (std::uint32_t left = set.ReadCount(ENTRY_SIZE); left > 0; --left) {
         std::uint16_t port = 0;
         PortBitmapEntry entry;
-        if (!set.ReadNative(port) || !set.ReadNative(entry.word) || !set.ReadNative(entry.secondary)) return;
+        PortBitmapEntry::VisitFields(port, entry, [&](const char*, auto& field) { ReadField(set, field); });
+        if (set.IsBad()) return;
         entries[port] = entry;
     }
 }

@@ -11,6 +11,15 @@ struct PortBitmapEntry
     std::uint32_t word = 0xFFFFFFFF;
     /// 0 for the primary link, 1 for the secondary.
     std::uint8_t secondary = 0;
+
+    /// The entry as it stands on the wire, the port in front.
+    template <class Port, class Self, class Visitor>
+    static void VisitFields(Port& port, Self& self, Visitor&& visitor)
+    {
+        visitor("port", port);
+        visitor("word", self.word);
+        visitor("secondary", self.secondary);
+    }
 };
 
 /// The words in front of the entries: all ones in a fresh block, all zero in those that this module sends.

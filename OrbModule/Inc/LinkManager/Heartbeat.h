@@ -5,6 +5,7 @@
 #include <atomic>
 #include <boost/asio.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <thread>
@@ -15,6 +16,10 @@
 class Heartbeat
 {
 public:
+    /// The message: its number in the first byte, then the HID of the master, little-endian.
+    static constexpr std::uint8_t MESSAGE_TYPE = 150;
+    static constexpr std::size_t MESSAGE_SIZE = 5;
+
     using Endpoint = boost::asio::ip::udp::endpoint;
 
     /// @throws std::runtime_error that names the local endpoint and what to do if it cannot be bound.

@@ -10,6 +10,7 @@ class NetworkTimeMessage : public FabricMessageBase
 {
 public:
     static constexpr std::size_t SIZE = 5;
+    static constexpr std::size_t TIME_OFFSET = 1;
 
     NetworkTimeMessage();
     /// @param bytes SIZE bytes; the first is taken for 20 whatever it is.

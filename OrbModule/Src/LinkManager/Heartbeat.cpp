@@ -13,7 +13,6 @@ namespace {
 
 using boost::asio::ip::udp;
 
-constexpr std::uint8_t MessageType = 150;
 constexpr std::chrono::seconds Period{1};
 
 udp::socket BindSocket(boost::asio::io_service& service, const udp::endpoint& local)
@@ -79,8 +78,8 @@ void Heartbeat::OnTimer(const boost::system::error_code& error)
 bool Heartbeat::Send()
 {
     const std::uint32_t hid = mMasterHid.load();
-    const std::array<std::uint8_t, 5> message = {
-        MessageType, static_cast<std::uint8_t>(hid), static_cast<std::uint8_t>(hid >> 8),
+    const std::array<std::uint8_t, MESSAGE_SIZE> message = {
+        MESSAGE_TYPE, static_cast<std::uint8_t>(hid), static_cast<std::uint8_t>(hid >> 8),
         static_cast<std::uint8_t>(hid >> 16), static_cast<std::uint8_t>(hid >> 24)};
     boost::system::error_code error;
     return mSocket.send_to(boost::asio::buffer(message), mDestination, 0, error) == message.size() && !error;

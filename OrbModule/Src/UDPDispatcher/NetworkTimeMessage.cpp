@@ -18,8 +18,10 @@ NetworkTimeMessage::NetworkTimeMessage(const char* bytes)
 
 std::uint32_t NetworkTimeMessage::GetTime() const
 {
-    return static_cast<std::uint32_t>(mImage[1]) | static_cast<std::uint32_t>(mImage[2]) << 8 |
-           static_cast<std::uint32_t>(mImage[3]) << 16 | static_cast<std::uint32_t>(mImage[4]) << 24;
+    std::uint32_t time = 0;
+    for (std::size_t i = SIZE; i-- > TIME_OFFSET;)
+        time = time << 8 | mImage[i];
+    return time;
 }
 
 void NetworkTimeMessage::Serialise(char* buffer) const
