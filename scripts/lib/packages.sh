@@ -48,6 +48,14 @@ need_preset() {
     esac
 }
 
+# need_tests NAME: what the tests of this CMake preset start.
+need_tests() {
+    case $1 in
+    asan | tsan | fuzz | armhf) ;;
+    *) need_command tshark tshark ;;
+    esac
+}
+
 need_rig() {
     need_packages iproute2 net-tools util-linux mount gzip
 }
