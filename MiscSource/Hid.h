@@ -55,6 +55,11 @@ constexpr Hid MakeLinkHid(Hid hid)
 {
     return (hid & 0xFFFF0000) | 0x8000;
 }
+/// Where master control of a rack is reached on the network; an address, host order.
+constexpr std::uint32_t GetMasterControlAddress(std::uint32_t rack)
+{
+    return (rack << 16) | 0x100;
+}
 constexpr Hid MakeHubHid(Hid hid, bool primary)
 {
     return (hid & 0xFFFF0000) | (primary ? 0x8000u : 0x8001u);

@@ -4,9 +4,7 @@
 #include "Simulation/Peers/LinkNode.h"
 #include "Simulation/Peers/Messages.h"
 
-#include <boost/asio/ip/udp.hpp>
 
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -120,17 +118,12 @@ protected:
     std::string GetHelp() const override;
 
 private:
-    void Hear();
     Command GetIoReport(std::uint32_t address) const;
 
     std::uint32_t mHid;
     std::uint32_t mIoHid;
     Description mDescription{BoxKind::Modular};
-    boost::asio::ip::udp::socket mSocket;
-    boost::asio::ip::udp::endpoint mSender;
-    std::array<std::uint8_t, 64> mBuffer{};
-    Bytes mLastHeard;
-    std::uint32_t mHeard = 0;
+    HeartbeatEar mEar;
 };
 
 /// Checks the software of devices: each address gets the result that was ordered for it, or the general one.

@@ -1,6 +1,5 @@
 #include "Simulation/Peers/LinkNode.h"
 
-#include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/address_v4.hpp>
 
 #include <cstdlib>
@@ -25,7 +24,7 @@ void Run(const std::string& command)
 
 LinkNode::LinkNode(boost::asio::io_service& service, const Place& place, const Cable& cable, std::uint32_t hid,
                    K2Heartbeat::LinkType type)
-    : Node(service, place), mCable(cable), mHid(hid), mType(type), mSocket(service), mTimer(service)
+    : Node(service, place), mCable(cable), mHid(hid), mType(type), mEar(service), mTimer(service)
 {}
 
 void LinkNode::SetAddresses()
@@ -55,9 +54,7 @@ void LinkNode::OpenHeartbeats()
                                  : moduleOwns                    ? OwnerPort
                                                                  : OtherPort;
     mModule = udp::endpoint(boost::asio::ip::address_v4(mPlace.module), module);
-    mSocket.open(udp::v4());
-    mSocket.set_option(udp::socket::reuse_address(true));
-    mSocket.bind(udp::endpoint(boost::asio::ip::address_v4(mPlace.own), own));
+    mEar.Open(udp::endpoint(boost::asio::ip::address_v4(mPlace.own), own), [this] { OnHeard(); });
 }
 
 void LinkNode::OnAppear()
@@ -66,16 +63,13 @@ void LinkNode::OnAppear()
     // The first heartbeat brings the module's connection at once.
     ListenForStreams();
     OpenHeartbeats();
-    mHeard = 0;
-    Hear();
     Beat();
 }
 
 void LinkNode::OnVanish()
 {
     mTimer.cancel();
-    error_code ignored;
-    mSocket.close(ignored);
+    mEar.Close();
 }
 
 void LinkNode::Beat()
@@ -87,8 +81,7 @@ void LinkNode::Beat()
         beat.insert(beat.end(), {static_cast<std::uint8_t>(mType), 0, 0, 0});
         for (unsigned i = 0; i < 4; ++i)
             beat.push_back(static_cast<std::uint8_t>(mWord >> (8 * i)));
-        error_code ignored; // the module may not have its address yet
-        mSocket.send_to(boost::asio::buffer(beat), mModule, 0, ignored);
+        mEar.SendTo(mModule, beat); // the module may not have its address yet
     }
     mTimer.expires_after(Period);
     mTimer.async_wait([this](const error_code& error) {
@@ -96,27 +89,18 @@ void LinkNode::Beat()
     });
 }
 
-void LinkNode::Hear()
+void LinkNode::OnHeard()
 {
-    mSocket.async_receive_from(
-        boost::asio::buffer(mBuffer), mSender, [this](const error_code& error, std::size_t size) {
-            if (error == boost::asio::error::operation_aborted || !mSocket.is_open()) return;
-            if (!error) {
-                mLastHeard.assign(mBuffer.begin(), mBuffer.begin() + static_cast<std::ptrdiff_t>(size));
-                ++mHeard;
-                const auto now = std::chrono::steady_clock::now();
-                if (GetHeardFor().count() == 0) mFirstHeard = now;
-                mLastHeardAt = now;
-                CheckWaits();
-            }
-            Hear();
-        });
+    const auto now = std::chrono::steady_clock::now();
+    if (GetHeardFor().count() == 0) mFirstHeard = now;
+    mLastHeardAt = now;
+    CheckWaits();
 }
 
 std::chrono::milliseconds LinkNode::GetHeardFor() const
 {
     const auto now = std::chrono::steady_clock::now();
-    if (mHeard == 0 || now - mLastHeardAt > 3 * Period) return {};
+    if (mEar.GetCount() == 0 || now - mLastHeardAt > 3 * Period) return {};
     return std::chrono::duration_cast<std::chrono::milliseconds>(now - mFirstHeard);
 }
 
@@ -128,7 +112,7 @@ bool LinkNode::OnVerb(const Line& line, std::string& answer)
     } else if (verb == "heartbeats") {
         mBeating = line.Flag(0);
     } else if (verb == "module-heartbeat") {
-        answer = std::to_string(mHeard) + " " + ToHex(mLastHeard);
+        answer = mEar.GetText();
     } else if (verb == "identity") {
         mHid = ToNumber(line.Word(0));
         if (line.Count() > 1) mType = static_cast<K2Heartbeat::LinkType>(line.Number(1) & 0xFF);

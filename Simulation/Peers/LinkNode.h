@@ -1,12 +1,13 @@
 #pragma once
 
 #include "MiscSource/GlobalConstants.h"
+#include "Simulation/Peers/HeartbeatEar.h"
 #include "Simulation/Peers/Node.h"
 
 #include <boost/asio/ip/udp.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include <array>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -63,20 +64,16 @@ private:
     void SetAddresses();
     void OpenHeartbeats();
     void Beat();
-    void Hear();
+    void OnHeard();
 
     Cable mCable;
     std::uint32_t mHid;
     K2Heartbeat::LinkType mType;
     std::uint32_t mWord = 0;
     bool mBeating = true;
-    boost::asio::ip::udp::socket mSocket;
+    HeartbeatEar mEar;
     boost::asio::ip::udp::endpoint mModule;
-    boost::asio::ip::udp::endpoint mSender;
     boost::asio::steady_timer mTimer;
-    std::array<std::uint8_t, 64> mBuffer{};
-    Bytes mLastHeard;
-    std::uint32_t mHeard = 0;
     std::chrono::steady_clock::time_point mFirstHeard;
     std::chrono::steady_clock::time_point mLastHeardAt;
 };

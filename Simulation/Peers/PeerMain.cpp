@@ -98,8 +98,9 @@ int Run(int argc, char** argv)
             if (answer.compare(0, 6, "error:") == 0) throw std::runtime_error(line + ": " + answer);
         });
     if (settings.appear) node->Appear();
-    const peers::Control control(service, settings.control,
-                                 [&node](const std::string& line, const peers::Reply& reply) { node->Handle(line, reply); });
+    const peers::Control control(
+        service, settings.control,
+        [&node](const std::string& line, const peers::Reply& reply) { node->Handle(line, reply); });
     boost::asio::signal_set signals(service, SIGINT, SIGTERM);
     signals.async_wait([&service](const boost::system::error_code&, int) { service.stop(); });
     std::cout << "ready" << std::endl;

@@ -1,6 +1,5 @@
 #include "Simulation/Peers/Kinds.h"
 
-#include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/address_v4.hpp>
 
 #include <algorithm>
@@ -10,7 +9,6 @@
 namespace peers {
 
 using boost::asio::ip::udp;
-using boost::system::error_code;
 
 namespace {
 
@@ -19,35 +17,18 @@ constexpr std::uint16_t ModuleHeartbeatPort = 49157;
 } // namespace
 
 OrbRouter::OrbRouter(boost::asio::io_service& service, const Place& place, std::uint32_t hid, std::uint32_t ioHid)
-    : Node(service, place), mHid(hid), mIoHid(ioHid), mSocket(service)
+    : Node(service, place), mHid(hid), mIoHid(ioHid), mEar(service)
 {}
 
 void OrbRouter::OnAppear()
 {
     Listen(mPlace.own, mPlace.localPort);
-    mSocket.open(udp::v4());
-    mSocket.set_option(udp::socket::reuse_address(true));
-    mSocket.bind(udp::endpoint(boost::asio::ip::address_v4(mPlace.own), ModuleHeartbeatPort));
-    Hear();
+    mEar.Open(udp::endpoint(boost::asio::ip::address_v4(mPlace.own), ModuleHeartbeatPort), [] {});
 }
 
 void OrbRouter::OnVanish()
 {
-    error_code ignored;
-    mSocket.close(ignored);
-}
-
-void OrbRouter::Hear()
-{
-    mSocket.async_receive_from(
-        boost::asio::buffer(mBuffer), mSender, [this](const error_code& error, std::size_t size) {
-            if (error == boost::asio::error::operation_aborted || !mSocket.is_open()) return;
-            if (!error) {
-                mLastHeard.assign(mBuffer.begin(), mBuffer.begin() + static_cast<std::ptrdiff_t>(size));
-                ++mHeard;
-            }
-            Hear();
-        });
+    mEar.Close();
 }
 
 Command OrbRouter::GetIoReport(std::uint32_t address) const
@@ -83,7 +64,7 @@ bool OrbRouter::OnVerb(const Line& line, std::string& answer)
     } else if (verb == "io-gone") {
         Need("local").Send(GetIoReport(0));
     } else if (verb == "module-heartbeat") {
-        answer = std::to_string(mHeard) + " " + ToHex(mLastHeard);
+        answer = mEar.GetText();
     } else {
         return mDescription.Set(line);
     }

@@ -67,6 +67,10 @@ private:
     void RemoteDestinationPatch(const RouterPatchAudio& command, const DevicePorts& ports);
     bool StandsByForOtherLink(const RouterPatchAudio& command, UINT8GIGEPORT port,
                               const Routing::GigeAndSlots& sourceLink);
+    /// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
+    /// @param patch what the fabric has to change.
+    AllocationResult AssignSlots(const RouterPatchAudio& command, const Routing::GigeAndSlots& sourceLink,
+                                 UINT8GIGEPORT port, LinkPatch& patch);
     /// The slots at which the source arrives on a link port: those of the local box, else those of the command.
     Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port);
 

@@ -92,7 +92,7 @@ void DeviceManager::ReceivedPingCmd(std::shared_ptr<const OstrelPingCmd> command
 
 void DeviceManager::ReceivedMcsRequestCmd(std::shared_ptr<const RequestActiveMcsCmd>, UINT8GIGEPORT port, StreamType)
 {
-    const std::uint32_t address = (mHid & 0xFFFF0000) + 0x100;
+    const std::uint32_t address = GetMasterControlAddress(GetRackId(mHid));
     // The address of the wrapper travels in network order, unlike all others.
     ForwardToActiveCmd answer(htonl(UNIT_MODULE));
     answer.SetCommand(RouterMcsUpdate(address));

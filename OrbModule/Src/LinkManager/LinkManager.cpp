@@ -259,7 +259,7 @@ void LinkManager::SendNotification(unsigned char number)
 void LinkManager::RestartMcsLink()
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mComms->SendLocal(RestartMCSLinkCmd((mLocalRack << 16) + 0x100), Routing::ORB_PORT);
+    mComms->SendLocal(RestartMCSLinkCmd(GetMasterControlAddress(mLocalRack)), Routing::ORB_PORT);
 }
 
 // Links

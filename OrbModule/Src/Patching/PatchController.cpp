@@ -271,11 +271,8 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
         return;
     }
     const IoPort& dest = command.GetDest();
-    const HidPort orig = ToHidPort(command.GetOrig());
     LinkPatch patch;
-    const AllocationResult result =
-        command.GetMake() ? mLinkAllocation.Allocate(orig, sourceLink, Routing::ORB_PORT, ToHidPort(dest), patch)
-                          : mLinkAllocation.Free(orig, Routing::ORB_PORT, ToHidPort(dest), patch);
+    const AllocationResult result = AssignSlots(command, sourceLink, Routing::ORB_PORT, patch);
     if (result == AllocationFailed) return;
     if (mRouterConnected) ReportPatchSuccessful(dest, ports.local);
     if (result == AlreadyCarrying && StandsByForOtherLink(command, ports.local, sourceLink)) return;
@@ -309,11 +306,8 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
         return;
     }
     const IoPort& dest = command.GetDest();
-    const HidPort orig = ToHidPort(command.GetOrig());
     LinkPatch patch;
-    const AllocationResult result =
-        command.GetMake() ? mLinkAllocation.Allocate(orig, sourceLink, ports.local, ToHidPort(dest), patch)
-                          : mLinkAllocation.Free(orig, ports.local, ToHidPort(dest), patch);
+    const AllocationResult result = AssignSlots(command, sourceLink, ports.local, patch);
     if (result == AllocationFailed) return;
     mPatchStore.UpdatePatch(dest, ports.local, mRouterConnected ? Korvo::PatchSuccess : Korvo::PatchSent,
                             std::move(sourceLink));
@@ -322,6 +316,15 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
     const RouterPatchAudio onward(PatchSource(MakeLinkHid(mHid), ports.remote, patch.destination.slots), dest,
                                   command.GetOrig(), command.GetMake(), command.GetUseMe());
     mComms->SendCmd(ports.local, onward, iOrbKLVComms::LOCAL_LINK, 0);
+}
+
+AllocationResult PatchController::AssignSlots(const RouterPatchAudio& command, const GigeAndSlots& sourceLink,
+                                              UINT8GIGEPORT port, LinkPatch& patch)
+{
+    const HidPort orig = ToHidPort(command.GetOrig());
+    const HidPort dest = ToHidPort(command.GetDest());
+    return command.GetMake() ? mLinkAllocation.Allocate(orig, sourceLink, port, dest, patch)
+                             : mLinkAllocation.Free(orig, port, dest, patch);
 }
 
 GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port)
