@@ -4,7 +4,6 @@
 #include "Simulation/Peers/LinkNode.h"
 #include "Simulation/Peers/Messages.h"
 
-
 #include <chrono>
 #include <cstdint>
 #include <map>
