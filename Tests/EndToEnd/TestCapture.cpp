@@ -1,0 +1,105 @@
+#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Tests/Support/Tshark.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <vector>
+
+using namespace stage;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+constexpr Milliseconds LongPatience = std::chrono::minutes(2);
+constexpr int LeftOut = 77;
+constexpr char Capture[] = "/tmp/rehearsal.pcapng";
+
+/// Everything that passes the module's interfaces while a rehearsal plays.
+void CaptureRehearsal()
+{
+    // It tells on standard error that it has begun.
+    ChildProcess capture({{"sh", "-c", std::string("exec dumpcap -q -i any -w ") + Capture + " 2>&1"}});
+    try {
+        capture.WaitForOutput("File: ");
+    } catch (const NotSeen& reason) {
+        std::cerr << "Nothing can be captured here: " << reason.what() << "\n";
+        std::exit(std::getenv("ORB_REQUIRE_RIG") ? EXIT_FAILURE : LeftOut);
+    }
+    ChildProcess rehearsal({{ProgramPath("Rehearsal")}});
+    EXPECT_EQ(rehearsal.Wait(LongPatience).Text(), "exit code 0") << rehearsal.Errors();
+    capture.Signal(SIGINT);
+    EXPECT_EQ(capture.Wait().Text(), "exit code 0") << capture.Output();
+    EXPECT_THAT(capture.Output(), HasSubstr("/0 (pcap:0/dumpcap:0/")) << "packets are missing";
+}
+
+std::vector<std::string> Select(const std::string& filter)
+{
+    return Split(Tshark(Capture, {"-Y", filter}), '\n');
+}
+
+/// What is known to pass in a rehearsal. The Orb router is at 1.63.1.0, the module in rack 0.18.
+const std::vector<std::string> Known = {
+    // The unit.
+    "ip.dst == 1.63.1.0 && orbheartbeat.hid == 0xFFFFFFFF",
+    "ip.dst == 1.63.1.0 && orbheartbeat.hid == 0x00088000",
+    "tcp.dstport == 49190 && orbklv.version == 1 && orbklv.DevicesToCheckAndUpdateCmd.mSource == \"\" && "
+    "orbklv.DevicesToCheckAndUpdateCmd.mDevices.mAddress == \"1.63.5.0\"",
+    "tcp.srcport == 49190 && orbklv.DeviceCheckResultsCmd.mAddress == \"1.63.5.0\" && "
+    "orbklv.DeviceCheckResultsCmd.mResult == 0",
+    "ip.src == 1.63.5.0 && orbklv.RouterInfoReq",
+    "ip.src == 1.63.1.0 && orbklv.RouterInfo.mHid == 0x00128000 && orbklv.RouterInfo.mInputs == 512",
+    "ip.src == 1.63.1.0 && orbklv.RouterDetectTimeAllowanceCmd.mMilliseconds == 600000",
+    // The boxes, each with its heartbeat, its description, and what the Orb router is told of it.
+    "orblink.hid == 0x00128000 && orblink.type == 6 && orblink.variant.rack == 0xFFFF",
+    "ip.src == 0.8.0.254 && orblink.type == 2 && orblink.internals && !orblink.variant",
+    "ip.dst == 0.8.0.254 && orbklv.IoInfoReq",
+    "ip.src == 0.8.0.254 && orbklv.IoInfo.mSlots == \"QV1410\"",
+    "orbklv.RemoteIoUpdate.mType == 1 && orbklv.RemoteIoUpdate.mAddress == 0.8.0.254",
+    "ip.src == 0.8.0.254 && orblink.type == 3",
+    "ip.src == 0.8.0.254 && orbklv.IoInfoCard.mName == \"Mic\" && orbklv.IoInfoCard.mInputs.count == 8",
+    "ip.src == 0.8.0.254 && orblink.type == 7",
+    "ip.src == 0.8.0.254 && orblink.type == 4",
+    "ip.src == 0.8.0.254 && orbklv.IoInfoK2Mod.mInputs == 64",
+    "ip.dst == 0.8.0.254 && orbklv.IoActiveRouter",
+    // Hub and master router.
+    "ip.src == 0.12.0.254 && orblink.type == 5",
+    "tcp.port == 55100 && orbklv.IoInfoDevReq.mHid == 0x00300002",
+    "ip.src == 1.63.5.0 && orbklv.RemoteRouterUpdate.mType == 5 && orbklv.RemoteRouterUpdate.mAddress == 0.48.5.0",
+    "orblink.hid == 0x00088000 && orblink.type == 1 && orblink.variant.rack == 8",
+    "ip.src == 1.63.5.0 && orbklv.RemoteRouterUpdate.mType == 3 && orbklv.RemoteRouterUpdate.mHid == 0x00088000",
+    // Patches.
+    "ip.src == 0.4.128.1 && orbklv.RouterPatchAudio.mDest.hid == 0x00400001 && orbklv.RouterPatchAudio.mMake == 1",
+    "ip.dst == 0.4.128.1 && orbklv.AudioPatchFailedCmd.mSource.hid == 0x00120001 && "
+    "orbklv.AudioPatchFailedCmd.mDest.hid == 0x00400001",
+    "ip.dst == 0.4.128.1 && orbklv.AudioPatchRetryForHidCmd.mHid == 0x00400001",
+    "ip.src == 1.63.1.0 && orbklv.RouterPatchAudio.mSource.mSourceSlots == 11",
+    "ip.dst == 0.8.0.254 && orbklv.PortBitmapCmd.mEntries.port == 4 && orbklv.PortBitmapCmd.mEntries.secondary == 0",
+    "orbklv.OstrelPingCmd.mName == \"ORBMODULE\"",
+    "orbklv.OstrelPingCmd.mName == \"0.12.0.254\"",
+};
+
+TEST(CapturedRehearsal, IsTakenApartToTheLastField)
+{
+    CaptureRehearsal();
+    for (const std::string& each : Known)
+        EXPECT_THAT(Select(each), Not(IsEmpty())) << each;
+
+    EXPECT_THAT(Select("orbklv.value || orbklv.expert.cut || orbklv.expert.bad_field || orbklv.expert.too_long || "
+                       "orbklv.expert.left_over || orbklv.expert.not_shown || orbklv.expert.unknown"),
+                IsEmpty());
+    EXPECT_THAT(Select("orblink.data || orbheartbeat.data || orbfabric.data"), IsEmpty());
+    EXPECT_THAT(Select("tcp.port in {55000, 55100, 49190} && tcp.len > 0 && !orbklv && !tcp.reassembled_in && "
+                       "!tcp.analysis.retransmission"),
+                IsEmpty());
+    EXPECT_THAT(Tshark(Capture, {"-V"}), Not(HasSubstr("Lua Error")));
+}
+
+} // namespace
