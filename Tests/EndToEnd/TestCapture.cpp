@@ -50,10 +50,9 @@ const std::vector<std::string> Known = {
     // The unit.
     "ip.dst == 1.63.1.0 && orbheartbeat.hid == 0xFFFFFFFF",
     "ip.dst == 1.63.1.0 && orbheartbeat.hid == 0x00088000",
-    "tcp.dstport == 49190 && orbklv.version == 1 && orbklv.DevicesToCheckAndUpdateCmd.mSource == \"\" && "
-    "orbklv.DevicesToCheckAndUpdateCmd.mDevices.mAddress == \"1.63.5.0\"",
-    "tcp.srcport == 49190 && orbklv.DeviceCheckResultsCmd.mAddress == \"1.63.5.0\" && "
-    "orbklv.DeviceCheckResultsCmd.mResult == 0",
+    "tcp.dstport == 49190 && orbklv.version == 1 && orbklv.DevicesToCheckAndUpdateCmd.mSource == \"\"",
+    "tcp.dstport == 49190 && orbklv.DevicesToCheckAndUpdateCmd.mDevices.mAddress == \"1.63.5.0\"",
+    "orbklv.DeviceCheckResultsCmd.mAddress == \"1.63.5.0\" && orbklv.DeviceCheckResultsCmd.mResult == 0",
     "ip.src == 1.63.5.0 && orbklv.RouterInfoReq",
     "ip.src == 1.63.1.0 && orbklv.RouterInfo.mHid == 0x00128000 && orbklv.RouterInfo.mInputs == 512",
     "ip.src == 1.63.1.0 && orbklv.RouterDetectTimeAllowanceCmd.mMilliseconds == 600000",
@@ -77,8 +76,8 @@ const std::vector<std::string> Known = {
     "ip.src == 1.63.5.0 && orbklv.RemoteRouterUpdate.mType == 3 && orbklv.RemoteRouterUpdate.mHid == 0x00088000",
     // Patches.
     "ip.src == 0.4.128.1 && orbklv.RouterPatchAudio.mDest.hid == 0x00400001 && orbklv.RouterPatchAudio.mMake == 1",
-    "ip.dst == 0.4.128.1 && orbklv.AudioPatchFailedCmd.mSource.hid == 0x00120001 && "
-    "orbklv.AudioPatchFailedCmd.mDest.hid == 0x00400001",
+    "ip.dst == 0.4.128.1 && orbklv.AudioPatchFailedCmd.mSource.hid == 0x00120001",
+    "ip.dst == 0.4.128.1 && orbklv.AudioPatchFailedCmd.mDest.hid == 0x00400001",
     "ip.dst == 0.4.128.1 && orbklv.AudioPatchRetryForHidCmd.mHid == 0x00400001",
     "ip.src == 1.63.1.0 && orbklv.RouterPatchAudio.mSource.mSourceSlots == 11",
     "ip.dst == 0.8.0.254 && orbklv.PortBitmapCmd.mEntries.port == 4 && orbklv.PortBitmapCmd.mEntries.secondary == 0",
