@@ -213,12 +213,14 @@ void DeviceManager::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
     mLocal.SetOnline(isPri, false);
     AUDIT_STREAM(Information, "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << mLocal << "\n");
     // A stream that came and went without a device behind it leaves nothing to tell.
-    if (hid == INVALID_HID || mLocal.Type == K2Heartbeat::K2_NO_TYPE) return;
+    if (hid == INVALID_HID) return;
     if (mLocal.IsRoutingDevice()) {
         LocalRouterGone(port, type, hid);
-    } else if (mLocal.IsOffline()) {
+    } else if (mLocal.IsOffline() && mLocal.Type != K2Heartbeat::K2_NO_TYPE) {
         LocalIoGone(hid);
     }
+    // Also of a device that was taken for gone before, as the end of the Orb router's stream does it: this link still
+    // has its routes.
     DeviceStateChange(hid, port, false, type);
 }
 

@@ -132,6 +132,17 @@ TEST_F(LocalDeviceTest, ABoxIsReportedGoneWithItsLastLinkOnly)
     EXPECT_TRUE(mDevices.IsLocalIo(BoxHid)) << "the identity stays until the next heartbeat";
 }
 
+TEST_F(LocalDeviceTest, ABoxThatGoesBehindTheOrbRouterLeavesNoRoute)
+{
+    KnowSelf();
+    StreamUp(0);
+    PlugBox(2);
+    StreamGone(0);
+    EXPECT_FALSE(Take().empty());
+    StreamGone(2);
+    EXPECT_EQ(Take().back(), "changed 00200001 2 off");
+}
+
 TEST_F(LocalDeviceTest, ARepeatedEndOfAStreamChangesNothing)
 {
     PlugBox(1);
