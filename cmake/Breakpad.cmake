@@ -6,7 +6,8 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 find_program(BREAKPAD_CXX NAMES ${CMAKE_LIBRARY_ARCHITECTURE}-g++ g++ REQUIRED)
 execute_process(
-  COMMAND ${CMAKE_SOURCE_DIR}/scripts/breakpad ${BREAKPAD_CXX} ${breakpadHost}
+  COMMAND ${CMAKE_COMMAND} -E env "CPPFLAGS=${ORB_TARGET_DEFINITIONS}"
+          ${CMAKE_SOURCE_DIR}/scripts/breakpad ${BREAKPAD_CXX} ${breakpadHost}
   RESULT_VARIABLE breakpadResult)
 if(NOT breakpadResult EQUAL 0)
   message(FATAL_ERROR "The Breakpad client library could not be built")

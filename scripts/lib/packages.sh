@@ -44,7 +44,10 @@ need_preset() {
     if ! compgen -G "$1/build/cache/*.tgz" >/dev/null; then need_command npm npm; fi
     case $2 in
     fuzz) need_packages clang ;;
-    armhf) need_packages g++-arm-linux-gnueabihf qemu-user ;;
+    armhf)
+        need_packages g++-arm-linux-gnueabihf qemu-user
+        "$1/scripts/sysroot" armhf
+        ;;
     esac
 }
 

@@ -12,6 +12,9 @@ namespace {
 
 constexpr std::uint32_t AllowedDifference = 5;
 
+// Network times run to 2106. On the 32-bit target the C library holds them only if it is told to.
+static_assert(sizeof(std::time_t) == 8, "build with _TIME_BITS=64");
+
 /// With a line feed behind it.
 std::string TimeText(std::time_t time)
 {

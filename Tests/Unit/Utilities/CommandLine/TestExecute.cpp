@@ -121,7 +121,7 @@ TEST_F(ExecuteTest, AContextOfTheWrongTypeGivesNothingAndSaysSoOnStandardError)
     EXPECT_EQ(mShell.Execute("client 5", std::shared_ptr<cmd::ClientConnection>()), "5\n");
 }
 
-TEST(Tree, FaultsOfWhoDeclaresCommandsAreFatal)
+TEST(TreeDeathTest, FaultsOfWhoDeclaresCommandsAreFatal)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto action = [](const std::string& id) {
