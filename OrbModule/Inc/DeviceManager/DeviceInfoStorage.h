@@ -23,7 +23,9 @@ public:
     using CommandMap = std::map<std::uint32_t, std::shared_ptr<const DeskCommand>>;
     /// Slot of the card command that ends the description of a modular box.
     static constexpr std::uint32_t LastSlot = 0xFF;
-    /// What devices may make this storage hold: devices, and bytes of command values.
+    /// What a command takes in memory beside its value.
+    static constexpr std::size_t CommandOverhead = 256;
+    /// What devices may make this storage hold: devices, and bytes of commands.
     struct Limits
     {
         std::size_t devices = 65536;
@@ -47,7 +49,7 @@ public:
     template <class Command>
     void Emplace(Hid hid, K2Heartbeat::LinkType type, const std::shared_ptr<const Command>& command, std::uint32_t slot)
     {
-        Store(hid, type, command, slot, command->GetLength());
+        Store(hid, type, command, slot, CommandOverhead + command->GetLength());
     }
     /// A copy of what is stored of a completely described device; nothing for any other.
     std::optional<Device> GetDevice(Hid hid) const;

@@ -9,6 +9,8 @@
 using RateList = std::vector<SampleRates::SystemSampleRate>;
 /// Each rate's text, with a blank behind it.
 std::string RatesText(const RateList& rates);
+/// The rates of a device that are kept: there are not that many, whatever a device reports.
+RateList FirstRates(const RateList& rates);
 
 /// What the directory knows of one device. A plain value of the main thread.
 class DeviceRecord

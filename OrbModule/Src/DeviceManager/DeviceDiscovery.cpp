@@ -227,7 +227,7 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoSampleRateCapabilities>
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoSampleRateCapabilities Current rate = "
                                   << command->GetSampleRate() << " Port " << PortText(port) << "\n");
     mLocal.SampleRate = command->GetSampleRate();
-    mLocal.SampleRates = command->GetSampleRates();
+    mLocal.SampleRates = FirstRates(command->GetSampleRates());
 }
 
 void DeviceManager::OnIoInfoReq(std::shared_ptr<const IoInfoReq>, UINT8GIGEPORT port, StreamType type)

@@ -84,7 +84,7 @@ void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT p
     } else {
         DeviceRecord device(hid, ToLinkType(command.GetType()), command.GetOwner());
         device.SampleRate = command.GetSampleRate();
-        device.SampleRates = command.GetSampleRates();
+        device.SampleRates = FirstRates(command.GetSampleRates());
         DeviceRecord* record = mRemote.Insert(std::move(device)).record;
         if (record == nullptr) return;
         LinkInfo& link = record->Link(isPri);
@@ -112,10 +112,10 @@ bool DeviceManager::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
 {
     DeviceRecord device(command.GetHid(), K2Heartbeat::K2_MODULAR_TYPE, command.GetOwner());
     device.SampleRate = command.GetSampleRate();
-    device.SampleRates = command.GetSampleRates();
+    device.SampleRates = FirstRates(command.GetSampleRates());
+    AUDIT_STREAM(Information,
+                 "EmplaceOrbInternalIO SR " << device.SampleRate << ":" << RatesText(device.SampleRates) << "\n");
     const auto inserted = mRemote.Insert(std::move(device));
-    AUDIT_STREAM(Information, "EmplaceOrbInternalIO SR " << command.GetSampleRate() << ":"
-                                                         << RatesText(command.GetSampleRates()) << "\n");
     if (inserted.isNew) MarkInternal(*inserted.record);
     return inserted.record != nullptr;
 }

@@ -20,6 +20,8 @@ namespace {
 
 constexpr int Backlog = 20;
 constexpr int RetryForEver = -1;
+/// A router may report others without end, and each is tried for ever.
+constexpr std::size_t MostConnecting = 256;
 /// However often a timer is due, the passes leave the processor to others in between.
 constexpr long ShortestWaitUs = 1000;
 
@@ -94,6 +96,11 @@ void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16
     if (underWay != mConnecting.end()) {
         // Whoever asks again has reason to think that the peer is there now.
         if (mHandler.Valid(*underWay)) (*underWay)->SetRetryClientConnect();
+        return;
+    }
+    if (mConnecting.size() >= MostConnecting) {
+        AUDIT_STREAM(Fault, "OrbKLVComms::Connect " << AddressText(address) << " refused, " << mConnecting.size()
+                                                    << " streams are being opened\r\n");
         return;
     }
     auto* const stream = new OrbKLVStream(mHandler);

@@ -84,7 +84,7 @@ TEST_F(RecordTest, DescriptionsAreGivenByTheirClassAndOnlyWhenComplete)
 
 TEST_F(RecordTest, DescriptionsMeetALimitOfDevicesAndOneOfBytes)
 {
-    DeviceInfoStorage storage({2, 200});
+    DeviceInfoStorage storage({2, 2 * DeviceInfoStorage::CommandOverhead + 200});
     for (std::uint32_t hid = 1; hid <= 3; ++hid)
         storage.Emplace(hid, K2_FIXED_FORMAT_TYPE, Box(hid), 0);
     EXPECT_EQ(storage.Size(), 2u);

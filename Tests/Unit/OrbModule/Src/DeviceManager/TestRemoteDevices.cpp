@@ -142,3 +142,13 @@ TEST_F(RemoteDeviceTest, DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive)
     Report(1, Behind + 19, BehindIp);
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 19, 1)) << "there is room again";
 }
+
+TEST_F(RemoteDeviceTest, RatesWithoutEndAreCut)
+{
+    PlugRouter(1, K2_ROUTER_TYPE);
+    const RateList endless(100000, SampleRates::RATE_96K);
+    mDevices.OnRemoteIoUpdate(std::make_shared<RemoteIoUpdate>(RemoteDeviceType::FixedFormat, Behind, BehindIp,
+                                                               RouterHid, SampleRates::RATE_48K, endless),
+                              1, StreamType::LOCAL_LINK);
+    EXPECT_EQ(mDevices.GetDeviceRecord(Behind)->SampleRates.size(), 16u);
+}

@@ -175,3 +175,14 @@ TEST_F(CommsStreams, AnotherConnectToAPeerThatWasNotThereTriesAgainAtOnceOnOneSt
     }
     EXPECT_EQ(received, IoInfoReqBytes);
 }
+
+TEST_F(CommsStreams, PeersWithoutEndThatAreNotThereLeaveRoomForThoseThatAre)
+{
+    Start();
+    for (std::uint32_t i = 0; i < 300; ++i)
+        mComms->Connect(Loopback + i, 2, 1);
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 127.0.1.1 refused, 256 streams are being opened\r\n"), 1u);
+    EXPECT_TRUE(mLog.Has("OrbKLVComms::Connect 127.0.1.44 refused, 256 streams are being opened\r\n"));
+    const LoopbackPeer peer = ConnectAdjacent();
+    EXPECT_TRUE(WaitForChanges(1));
+}
