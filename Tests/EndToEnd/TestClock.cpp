@@ -72,20 +72,6 @@ TEST_F(Clock, SelectsLocksLosesAndFallsBack)
     EXPECT_THAT(mShell.Ask("clock/status"), Not(HasSubstr("[selected")));
 }
 
-TEST_F(Clock, GivesUpAfterThreeMeasurementsWithoutLock)
-{
-    Measure("4", In48k);
-    ExpectPll("4");
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        EXPECT_EQ(mControl.AskOne("pll"), "4");
-        Measure("4", In48k);
-        // The attempt is over once the module has acknowledged the event.
-        mControl.WaitForRegister(ReferenceBlock, 0x18, 1u << 2, 0);
-    }
-    mLog.WaitForLine("No servo loop lock after a number of attempts");
-    ExpectPll("0");
-}
-
 TEST_F(Clock, IsOverruledByHand)
 {
     Measure("4", In48k);

@@ -12,6 +12,7 @@
 #include "Tests/Support/LinkNeighbour.h"
 #include "Tests/Support/LogRecorder.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -28,8 +29,6 @@ namespace {
 constexpr char DriverSocket[] = "/tmp/linkdriver.control";
 constexpr std::uint32_t Rack = 0x0023;
 const std::vector<std::uint8_t> Box = HeartbeatPacket(0x0102, 0x0001, 3, {0x11, 0, 0, 0});
-const std::vector<std::uint8_t> Router = HeartbeatPacket(0x0102, 0x8000, 1, {0x03, 0, 0x02, 0x01});
-const std::vector<std::uint8_t> Router44 = HeartbeatPacket(0x0102, 0x8000, 1, {0x23, 0, 0x02, 0x01});
 
 /// The IPv4 address of an interface, empty if it has none.
 std::string AddressOf(const std::string& interface)
@@ -273,6 +272,10 @@ TEST_F(LinksTest, WhatTheDriverSaysBadlyDoesNoHarm)
     Drive("raw 1000000022000000000000000000000000");
     Drive("error 19");
     ASSERT_TRUE(RunUntil([&] { return mLog.Has("Error reply returned: No such device\n"); }));
+    RunThroughReports();
+    const std::vector<std::string> events = mEvents->Take();
+    EXPECT_EQ(std::count(events.begin(), events.end(), Down(0)), 0) << "the box stays";
+    EXPECT_EQ(AddressOf("k2link0"), Ports[0].address);
     EXPECT_THROW(Drive("raw 0"), std::runtime_error);
     EXPECT_THROW(Drive("plug 3 1 1"), std::runtime_error);
     EXPECT_THROW(Drive("dance"), std::runtime_error);
@@ -302,47 +305,6 @@ TEST_F(LinksTest, ANeighbourWhoseHeartbeatsStayAwayIsLostAndTheCableStays)
     mFarEnds[1]->Send(Box);
     EXPECT_TRUE(mEvents->RunUntilLine(Up(1)));
     EXPECT_EQ(CountAddressCommands(1), 1u);
-}
-
-TEST_F(LinksTest, RoutersOnBothPortsAreOneMasterUntilBothAreGone)
-{
-    Start();
-    for (int port : {0, 1}) {
-        LinkNeighbour& router = FarEnd(port);
-        Drive("plug " + std::to_string(port) + " 0x204 0");
-        ASSERT_TRUE(RunUntilHeartbeat(router));
-        router.Send(Router);
-        ASSERT_TRUE(mEvents->RunUntilLine(Up(port, "1.2:8000 Router ")));
-    }
-    mEvents->Take();
-    Drive("unplug 0");
-    ASSERT_TRUE(mEvents->RunUntilLine(Down(0, "1.2:8000 ")));
-    RunThroughReports();
-    EXPECT_THAT(mEvents->Take(), ElementsAre(Down(0, "1.2:8000 ")));
-    Drive("unplug 1");
-    ASSERT_TRUE(mEvents->RunUntilLine("master INVALID_HID "));
-    EXPECT_THAT(mEvents->Take(), ElementsAre(Down(1, "1.2:8000 "), "master INVALID_HID "));
-    EXPECT_TRUE(mComms.Sent().empty());
-}
-
-TEST_F(LinksTest, RoutersAtAnotherRateAreIgnoredAndTheLastOnesGoingIsTold)
-{
-    Start();
-    for (int port : {0, 1}) {
-        LinkNeighbour& router = FarEnd(port);
-        Drive("plug " + std::to_string(port) + " 0x204 0");
-        ASSERT_TRUE(RunUntilHeartbeat(router));
-        router.Send(Router44);
-        ASSERT_TRUE(
-            mLog.WaitFor("Router detected on downstream ports IGNORING.\n", static_cast<std::size_t>(port) + 1));
-    }
-    Drive("unplug 0");
-    Drive("unplug 1");
-    ASSERT_TRUE(RunUntil([&] { return mComms.Sent().size() == 3; }));
-    EXPECT_THAT(mComms.Sent(),
-                ElementsAre("notification 0 to ORB PORT LOCAL_LINK ", "restart 0x230100 to ORB PORT LOCAL_LINK ",
-                            "notification 3 to ORB PORT LOCAL_LINK "));
-    EXPECT_EQ(mEvents->Take().front(), "master 0.35:0 ");
 }
 
 TEST_F(LinksTest, TheEndTakesTheAddressesAway)

@@ -88,32 +88,4 @@ TEST_F(Routing, RequestsDuringAnActivationFoldIntoOne)
     EXPECT_EQ(mControl.Syncs(), 4u);
 }
 
-TEST_F(Routing, RangesAndClears)
-{
-    EXPECT_EQ(mShell.Ask("adma/patch2 bulk 0-9 k1 10-19"), "");
-    mControl.WaitForRoute({SecondLinkEndpoint, 19}, Sample{BulkEndpoint, 9});
-    EXPECT_EQ(mControl.Probe({SecondLinkEndpoint, 10}), (Sample{BulkEndpoint, 0}));
-    EXPECT_EQ(mControl.Probe({SecondLinkEndpoint, 9}), std::nullopt);
-    EXPECT_EQ(mControl.Probe({SecondLinkEndpoint, 20}), std::nullopt);
-
-    EXPECT_EQ(mShell.Ask("adma/patch k0 bulk"), "");
-    mControl.WaitForRoute({BulkEndpoint, 511}, Sample{FirstLinkEndpoint, 511});
-
-    EXPECT_EQ(mShell.Ask("adma/clear_to k1"), "");
-    mControl.WaitForRoute({SecondLinkEndpoint, 10}, std::nullopt);
-    EXPECT_EQ(mControl.Probe({BulkEndpoint, 100}), (Sample{FirstLinkEndpoint, 100}));
-
-    EXPECT_EQ(mShell.Ask("adma/clear_all"), "");
-    mControl.WaitForRoute({BulkEndpoint, 100}, std::nullopt);
-}
-
-TEST_F(Routing, MuteReachesTheFpga)
-{
-    EXPECT_EQ(mControl.Register(AudioDmaBlock, ControlRegister) & MuteBit, 0u);
-    EXPECT_EQ(mShell.Ask("adma/mute true"), "");
-    EXPECT_EQ(mControl.Register(AudioDmaBlock, ControlRegister) & MuteBit, MuteBit);
-    EXPECT_EQ(mShell.Ask("adma/mute false"), "");
-    EXPECT_EQ(mControl.Register(AudioDmaBlock, ControlRegister) & MuteBit, 0u);
-}
-
 } // namespace

@@ -11,7 +11,7 @@ protected:
 class CableCheckTest : public DirectoryTest
 {
 protected:
-    CableCheckTest() : DirectoryTest({std::chrono::milliseconds(30), std::chrono::hours(1)}) { Take(); }
+    CableCheckTest() : DirectoryTest({std::chrono::milliseconds(300), std::chrono::hours(1)}) { Take(); }
 };
 
 } // namespace
