@@ -69,6 +69,7 @@ public:
 private:
     bool Listen(std::uint16_t& port, const char* name);
     void Run();
+    void TakePlaceOfEarlier(OrbKLVStream& stream);
     UINT8GIGEPORT FindPort(const OrbKLVStream& stream);
     StreamType FindType(const OrbKLVStream& stream) const;
     void PostStreamChanged(const OrbKLVStream& stream, bool valid);
@@ -87,4 +88,6 @@ private:
     /// Streams that this side opened and that have not connected yet. A flapping cable asks for the same connection
     /// again and again, and one attempt at a time is enough.
     std::set<OrbKLVStream*> mConnecting;
+    /// Those of them that have.
+    std::set<OrbKLVStream*> mOpened;
 };

@@ -40,6 +40,10 @@ public:
     {
         return mTargetAddress == address && mTargetPort == tcpPort;
     }
+    bool HasTargetOf(const OrbKLVStream& other) const
+    {
+        return mPort == other.mPort && IsAimedAt(other.mTargetAddress, other.mTargetPort);
+    }
 
 private:
     void LogEvent(const char* event) const;

@@ -175,7 +175,7 @@ bool OrbKLVComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, Stream
 
 void OrbKLVComms::AddKLVStream(OrbKLVStream& stream)
 {
-    mConnecting.erase(&stream);
+    if (mConnecting.erase(&stream) != 0) TakePlaceOfEarlier(stream);
     AUDIT_STREAM(CommsDebug, "OrbKLVComms::AddKLVStream Remote Address "
                                  << AddressText(stream.GetRemoteIp()) << " Port " << stream.GetRemotePort() << "\r\n");
     const UINT8GIGEPORT port = stream.GetPort() < UNKNOWN_GIGE_PORT ? stream.GetPort() : FindPort(stream);
@@ -189,9 +189,20 @@ void OrbKLVComms::AddKLVStream(OrbKLVStream& stream)
     PostStreamChanged(stream, true);
 }
 
+/// A peer to which this side connects once more, as to the Orb router after each check, keeps one stream of ours: the
+/// others would stay for good, since nobody can find them any more.
+void OrbKLVComms::TakePlaceOfEarlier(OrbKLVStream& stream)
+{
+    for (OrbKLVStream* const other : mOpened) {
+        if (other->HasTargetOf(stream)) Shutdown(*other);
+    }
+    mOpened.insert(&stream);
+}
+
 void OrbKLVComms::RemoveKLVStream(OrbKLVStream& stream)
 {
     mConnecting.erase(&stream);
+    mOpened.erase(&stream);
     AUDIT_STREAM(CommsDebug,
                  "OrbKLVComms::RemoveKLVStream Remote Address " << AddressText(stream.GetRemoteIp()) << "\r\n");
     mStreams.Remove(stream);

@@ -176,6 +176,21 @@ TEST_F(CommsStreams, AnotherConnectToAPeerThatWasNotThereTriesAgainAtOnceOnOneSt
     EXPECT_EQ(received, IoInfoReqBytes);
 }
 
+TEST_F(CommsStreams, APeerThatIsConnectedToAgainKeepsOneStreamOfOurs)
+{
+    Start();
+    const LoopbackListener server;
+    mComms->Connect(Loopback, 1, server.GetPort());
+    const LoopbackPeer first = server.Accept();
+    ASSERT_TRUE(WaitForChanges(1));
+    mComms->Connect(Loopback, 1, server.GetPort());
+    const LoopbackPeer second = server.Accept();
+    ASSERT_TRUE(WaitForChanges(3));
+    EXPECT_TRUE(first.WaitForEnd());
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 1));
+    EXPECT_EQ(second.Receive(8), IoInfoReqBytes);
+}
+
 TEST_F(CommsStreams, PeersWithoutEndThatAreNotThereLeaveRoomForThoseThatAre)
 {
     Start();
