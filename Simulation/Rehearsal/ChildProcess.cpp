@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -163,6 +164,12 @@ std::string ChildProcess::Output() const
 {
     const std::lock_guard lock(mMutex);
     return mOutput;
+}
+
+std::string ChildProcess::TakeOutput()
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return std::exchange(mOutput, std::string());
 }
 
 std::string ChildProcess::Errors() const

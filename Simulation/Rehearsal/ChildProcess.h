@@ -59,6 +59,8 @@ public:
     /// Standard output and standard error so far.
     std::string Output() const;
     std::string Errors() const;
+    /// Standard output since the last call, which is then forgotten: for a program that runs for hours.
+    std::string TakeOutput();
     /// Waits until the text stands in standard output at or behind the given position, and gives the position
     /// behind it.
     std::size_t WaitForOutput(const std::string& text, std::size_t from = 0, Milliseconds patience = Patience);

@@ -12,7 +12,8 @@ std::string Module::ControlPath()
 
 Command Module::MakeCommand(const ModuleSetup& setup)
 {
-    Command command{{setup.program}, {{ControlVariable, ControlPath()}}};
+    Command command{{setup.program}, setup.environment};
+    command.environment[ControlVariable] = ControlPath();
     command.arguments.insert(command.arguments.end(), setup.arguments.begin(), setup.arguments.end());
     return command;
 }

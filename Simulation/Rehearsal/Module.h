@@ -4,6 +4,7 @@
 #include "Simulation/Rehearsal/ControlChannel.h"
 #include "Simulation/Rehearsal/ShellClient.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ struct ModuleSetup
 {
     std::string program = ProgramPath("OrbModuleSim");
     std::vector<std::string> arguments{};
+    /// Variables of its own.
+    std::map<std::string, std::string> environment{};
 };
 
 /// The module on the stage: OrbModuleSim, and beside it the simulated link driver, which is there before it as a

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "Simulation/Rehearsal/FileDescriptor.h"
+#include "Simulation/Soak/Findings.h"
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+/// Listens at the far ends of the module's wires for its heartbeats, on a thread of its own, and tells of each gap by
+/// the time stamps of the kernel. A wire that is disturbed is not judged, nor one on which nothing is due.
+class HeartbeatWatch
+{
+public:
+    enum Wire { Primary, Secondary, Internal, WireCount };
+
+    explicit HeartbeatWatch(Findings& findings);
+    ~HeartbeatWatch();
+    HeartbeatWatch(const HeartbeatWatch&) = delete;
+    HeartbeatWatch& operator=(const HeartbeatWatch&) = delete;
+
+    /// From the beginning of a disturbance: until then no beat may have been overdue.
+    void Disturb(Wire wire);
+    /// The end of one; the next beat is the first of a new row. Calls nest.
+    void Calm(Wire wire);
+    /// How many intervals were judged, and the longest of them.
+    std::string Summary() const;
+
+private:
+    using Nanoseconds = std::chrono::nanoseconds;
+    struct State
+    {
+        stage::FileDescriptor socket{};
+        /// Nothing is due before the first calm.
+        int disturbances = 1;
+        std::optional<Nanoseconds> last{};
+        Nanoseconds longest{0};
+        unsigned long judged = 0;
+    };
+
+    void Run();
+    void Receive(Wire wire);
+    void Judge(Wire wire, Nanoseconds now);
+
+    Findings& mFindings;
+    /// Guards the states, but for the sockets.
+    mutable std::mutex mMutex;
+    std::array<State, WireCount> mWires;
+    stage::FileDescriptor mStop[2];
+    std::thread mThread;
+};

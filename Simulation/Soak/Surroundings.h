@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Simulation/Soak/Findings.h"
+
+#include <map>
+#include <string>
+
+/// What a unit stands on: tools, the disk of the log, the wires. Each can be spoiled and mended.
+class Surroundings
+{
+public:
+    /// Puts wrappers of the tools, which obey this object, into a directory that is to stand first on the module's
+    /// PATH, and the log on a small disk of its own.
+    explicit Surroundings(Findings& findings);
+
+    std::map<std::string, std::string> GetEnvironment() const;
+
+    /// @param tool ifconfig, route or gzip; @param manner "fail", "hang" (up to 10 s, less if it is mended before), or
+    /// empty.
+    void SpoilTool(const std::string& tool, const std::string& manner);
+    /// Until nothing more can be written.
+    void FillDisk();
+    void FreeDisk();
+    /// Loses, delays and reorders what the module sends and receives on that interface.
+    void SpoilWire(const std::string& interface);
+    void MendWire(const std::string& interface);
+
+private:
+    Findings& mFindings;
+    bool mHasNetem = false;
+};
+
+/// Runs a line in the shell; what it says is told if it fails. @return whether it succeeded.
+bool RunLine(Findings& findings, const std::string& line);

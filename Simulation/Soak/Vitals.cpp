@@ -1,0 +1,87 @@
+#include "Simulation/Soak/Vitals.h"
+
+#include "Simulation/Rehearsal/ChildProcess.h"
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+std::size_t CountEntries(const std::string& directory)
+{
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory))
+        ++count;
+    return count;
+}
+
+} // namespace
+
+Vitals Vitals::Of(pid_t process)
+{
+    const std::string directory = "/proc/" + std::to_string(process);
+    Vitals vitals;
+    std::ifstream status(directory + "/status");
+    for (std::string line; std::getline(status, line);) {
+        std::istringstream words(line);
+        std::string name;
+        words >> name;
+        if (name == "VmRSS:") words >> vitals.residentKiB;
+    }
+    vitals.threads = CountEntries(directory + "/task");
+    vitals.descriptors = CountEntries(directory + "/fd");
+    return vitals;
+}
+
+std::string Vitals::ListSockets(pid_t process)
+{
+    stage::ChildProcess list({{"ss", "--numeric", "--all", "--processes", "--tcp", "--udp"}});
+    list.Wait();
+    std::istringstream lines(list.Output());
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("pid=" + std::to_string(process) + ",") != std::string::npos) text += line + "\n";
+    }
+    return text;
+}
+
+std::string Vitals::Text() const
+{
+    return std::to_string(residentKiB) + " KiB resident, " + std::to_string(threads) + " threads, " +
+           std::to_string(descriptors) + " descriptors";
+}
+
+Vitals Vitals::Settled(pid_t process, const Vitals& wanted)
+{
+    constexpr std::chrono::seconds Patience(20);
+    const auto deadline = std::chrono::steady_clock::now() + Patience;
+    for (;;) {
+        Vitals vitals = Of(process);
+        if (vitals.IsNoMoreThan(wanted)) return vitals;
+        if (std::chrono::steady_clock::now() > deadline) {
+            vitals.sockets = ListSockets(process);
+            return vitals;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+}
+
+bool Vitals::IsNoMoreThan(const Vitals& other) const
+{
+    return threads == other.threads && descriptors == other.descriptors && residentKiB * 100 <= other.residentKiB * 105;
+}
+
+void CompareVitals(Findings& findings, const Vitals& before, const Vitals& after)
+{
+    findings.Tell("after the warm-up: " + before.Text() + "; now: " + after.Text());
+    if (after.residentKiB * 100 > before.residentKiB * 105) {
+        findings.Violation("memory has grown by more than 5 %: " + before.Text() + ", then " + after.Text());
+    }
+    if (after.threads != before.threads) findings.Violation("threads: " + before.Text() + ", then " + after.Text());
+    if (after.descriptors != before.descriptors) {
+        findings.Violation("descriptors: " + before.Text() + ", then " + after.Text() + "\n" + after.sockets);
+    }
+}

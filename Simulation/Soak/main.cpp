@@ -1,0 +1,99 @@
+// The module under fire: for minutes on end everything around it goes wrong, and after each round everything must be
+// as if nothing had been.
+
+#include "Simulation/Soak/Mischief.h"
+
+#include <boost/program_options.hpp>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <random>
+#include <thread>
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr std::chrono::seconds RoundTime{20};
+
+/// @return false if the module runs no more.
+bool Settle(Findings& findings, Unit& unit)
+{
+    findings.Tell("everything is mended");
+    try {
+        unit.Settle();
+        findings.Tell("everything is in order");
+    } catch (const std::exception& missing) {
+        findings.Violation(std::string("not in order again: ") + missing.what() + "\n" + unit.Describe());
+    }
+    return unit.Look();
+}
+
+int Soak(double minutes, unsigned int seed, const std::string& logPath)
+{
+    Findings findings;
+    findings.Tell("seed " + std::to_string(seed));
+    Surroundings surroundings(findings);
+    HeartbeatWatch watch(findings);
+    {
+        Unit unit(findings, surroundings, watch, logPath);
+        Mischief mischief(findings, surroundings, watch, unit, seed);
+        bool runs = Settle(findings, unit);
+        mischief.PlayAll();
+        runs = runs && Settle(findings, unit);
+        // What was closed at the end of the load is gone by then.
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        const Vitals before = Vitals::Of(unit.GetProcess());
+        findings.Tell("the warm-up is over: " + before.Text());
+        while (runs && findings.GetSeconds() < 60 * minutes) {
+            mischief.PlayFor(RoundTime);
+            runs = Settle(findings, unit);
+            if (runs) CompareVitals(findings, before, Vitals::Settled(unit.GetProcess(), before));
+        }
+        findings.Tell(watch.Summary());
+        if (runs) unit.Stop();
+    }
+    if (findings.GetViolations() == 0) {
+        findings.Tell("all held");
+        return 0;
+    }
+    findings.Tell(std::to_string(findings.GetViolations()) + " violations; to see them again: --seed " +
+                  std::to_string(seed));
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    po::options_description description("Usage: Soak MINUTES [option...], in the rig");
+    // clang-format off
+    description.add_options()
+        ("help", "this text")
+        ("minutes", po::value<double>()->default_value(2), "how long trouble is made, at least")
+        ("log", po::value<std::string>()->default_value(""), "a file for all that the module prints")
+        ("seed", po::value<unsigned int>(), "plays the troubles of an earlier run again");
+    // clang-format on
+    po::positional_options_description positional;
+    positional.add("minutes", 1);
+    try {
+        po::variables_map values;
+        po::store(po::command_line_parser(argc, argv).options(description).positional(positional).run(), values);
+        po::notify(values);
+        if (values.count("help")) {
+            std::cout << description;
+            return 0;
+        }
+        if (!std::getenv("ORB_RIG")) {
+            std::cerr << "soak: this is not the rig; use scripts/soak" << std::endl;
+            return 2;
+        }
+        const unsigned int seed = values.count("seed") ? values["seed"].as<unsigned int>() : std::random_device()();
+        return Soak(values["minutes"].as<double>(), seed, values["log"].as<std::string>());
+    } catch (const std::exception& error) {
+        std::cerr << "soak: " << error.what() << std::endl;
+        return 2;
+    }
+}
