@@ -152,9 +152,7 @@ void OrbTap::PassFromModule(peers::Bytes& pending)
         const std::size_t size = HeaderSize + word(begin + 4);
         if (pending.size() - begin < size) break;
         const auto item = pending.begin() + static_cast<std::ptrdiff_t>(begin);
-        if ((word(begin) & 0x3FFFFF) == peers::messages::ROUTER_PATCH_AUDIO) {
-            ++mAnswers;
-        } else {
+        if ((word(begin) & 0x3FFFFF) != peers::messages::ROUTER_PATCH_AUDIO) {
             passed.insert(passed.end(), item, item + static_cast<std::ptrdiff_t>(size));
         }
         begin += size;

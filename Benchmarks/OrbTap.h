@@ -3,7 +3,6 @@
 #include "Simulation/Peers/Wire.h"
 #include "Simulation/Rehearsal/FileDescriptor.h"
 
-#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <thread>
@@ -26,7 +25,6 @@ public:
     /// Sends to the module, from any thread, blocking as long as the module does not read.
     void Send(const peers::Bytes& bytes);
     /// Patch commands that have come from the module.
-    unsigned long GetAnswers() const { return mAnswers; }
 
 private:
     void Run();
@@ -40,6 +38,5 @@ private:
     /// Guards the module's socket against being replaced, and its output against mixing.
     std::mutex mMutex;
     stage::FileDescriptor mModule;
-    std::atomic<unsigned long> mAnswers{0};
     std::thread mThread;
 };

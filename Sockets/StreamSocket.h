@@ -13,7 +13,6 @@ public:
     /// A change starts or ends the connect time-out.
     void SetConnecting(bool value = true);
     bool IsConnecting() const { return mConnecting; }
-    void SetConnectTimeout(int seconds) { mConnectTimeout = seconds; }
     void SetFlushBeforeClose(bool value = true) { mFlushBeforeClose = value; }
     bool GetFlushBeforeClose() const { return mFlushBeforeClose; }
     /// 0 none, -1 for ever, else that many.

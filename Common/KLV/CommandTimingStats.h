@@ -12,7 +12,7 @@
 class CommandTimingStats : public IEventTimerHandler, public IEventStatistics
 {
 public:
-    /// Made on first use, in any thread.
+    /// Made on first use, which is under the mutex of the loop that serves the timers.
     static CommandTimingStats& Instance();
 
     /// The command that a stream is about to hand over.

@@ -58,7 +58,6 @@ public:
 
 protected:
     explicit KLVReadSet(DataStream& stream);
-    void SetCheckOnClose(bool check) { mCheckOnClose = check; }
 
 private:
     bool mCheckOnClose = true;

@@ -56,7 +56,7 @@ void Interruptable::DispatchInterrupts()
     for (const Entry& entry : mEntries) {
         if (!pending.test(Bit(entry.interrupt))) continue;
         mFsi.AcknowledgeInterrupt(entry.interrupt.GetEvent());
-        if (mDispatchEnabled) (*entry.signal)();
+        (*entry.signal)();
     }
 }
 

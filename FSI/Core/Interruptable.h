@@ -67,7 +67,6 @@ private:
 
     HostFsi& mFsi;
     std::vector<Entry> mEntries;
-    bool mDispatchEnabled = true;
     std::bitset<32> mMask;
 };
 

@@ -1,4 +1,4 @@
-#include "OrbModule/Src/TopLevelCommands.h"
+#include "OrbModule/Inc/TopLevelCommands.h"
 
 #include "Audit/Audit.h"
 #include "Common/KLV/Commands/IoSetSampleRateCmd.h"

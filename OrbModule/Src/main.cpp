@@ -25,10 +25,10 @@
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
 #include "OrbModule/Inc/Patching/Patcher.h"
+#include "OrbModule/Inc/TopLevelCommands.h"
 #include "OrbModule/Inc/UDPDispatcher/HardwareManager.h"
 #include "OrbModule/Inc/UDPDispatcher/UDPDispatcher.h"
 #include "OrbModule/Inc/Version.h"
-#include "OrbModule/Src/TopLevelCommands.h"
 #include "Utilities/CommandLine/CommandLine.h"
 #include "Utilities/CommandLine/RemoteAuditor.h"
 
@@ -151,9 +151,9 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     OrbSimpleStreamContainer streams;
     OrbKLVComms comms(service, processor, streams);
 
-    const auto blocks = "load the FPGA and its UIO driver, and let /dev/uioN be read and written";
+    const auto blockAdvice = "load the FPGA and its UIO driver, and let /dev/uioN be read and written";
     const unsigned firmwareBuild =
-        Build<std::system_error>(blocks, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); });
+        Build<std::system_error>(blockAdvice, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); });
     AUDIT_STREAM(Information, "Ostrel Orb Module " << programName << "(v." << ORB_MODULE_VERSION
                                                    << ", Firmware build v." << firmwareBuild << ") starting... Hid 0x"
                                                    << std::hex << BannerHid << "\n");
@@ -185,9 +185,10 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     // 11, 12: what is only passed on.
     devices.ConnectForwarding(processor);
 
-    const auto adma = Build<std::system_error>(blocks, [&] { return registry.Register<audio::AudioDmaFsi>("adma"); });
+    const auto adma =
+        Build<std::system_error>(blockAdvice, [&] { return registry.Register<audio::AudioDmaFsi>("adma"); });
     const auto admaManager = std::make_shared<audio::AudioDmaManager>(adma, &registry);
-    Patcher patcher = Build<std::system_error>(blocks, [&] {
+    Patcher patcher = Build<std::system_error>(blockAdvice, [&] {
         return Patcher(service, &registry, admaManager,
                        [&links](std::uint32_t link) { return links.GetAdmaEndpointId(link, EndpointIdTimeout); });
     });
@@ -217,7 +218,7 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     });
 
     const auto reference =
-        Build<std::system_error>(blocks, [&] { return registry.Register<audio::ExternalReferenceFsi>("extref"); });
+        Build<std::system_error>(blockAdvice, [&] { return registry.Register<audio::ExternalReferenceFsi>("extref"); });
     const auto clocks = std::make_shared<audio::ExternalClockManager>(service, reference);
     fsi::UioInterruptController interrupts(service, {adma, reference});
 

@@ -114,9 +114,8 @@ const SimulatedBlock& SimulatedFpga::Block(const std::string& name) const
 
 bool SimulatedFpga::HasBlock(const std::string& name) const
 {
-    const Lock lock(mMutex);
     for (const SimulatedBlock* const block : {&mDma, &mReference, &mFirmware, &mBulk})
-        if (block->GetName() == name) return mRemoved.count(name) == 0;
+        if (block->GetName() == name) return true;
     return false;
 }
 
@@ -246,12 +245,6 @@ void SimulatedFpga::SetActivationListener(std::function<void()> listener)
 {
     const Lock lock(mMutex);
     mListener = std::move(listener);
-}
-
-void SimulatedFpga::RemoveBlock(const std::string& name)
-{
-    const Lock lock(mMutex);
-    mRemoved.insert(name);
 }
 
 void SimulatedFpga::LoseEndOfSync(unsigned count)

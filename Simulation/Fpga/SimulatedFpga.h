@@ -12,7 +12,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -106,8 +105,6 @@ public:
 
     // Faults.
 
-    /// From now on the block cannot be opened.
-    void RemoveBlock(const std::string& name);
     /// The next syncs become active without telling.
     void LoseEndOfSync(unsigned count);
     void BreakInterruptLine(const std::string& block);
@@ -138,7 +135,6 @@ private:
     SimulatedBlock mReference;
     SimulatedBlock mFirmware;
     SimulatedBlock mBulk;
-    std::set<std::string> mRemoved;
 
     /// What came through the data port, what the sync in progress took up, and what is active.
     Table mWritten{};

@@ -2,6 +2,9 @@
 
 #include "Simulation/Peers/Kinds.h"
 
+// A table has one row a line.
+// clang-format off
+
 /// The virtual peers: programs that speak the network's real protocols over real sockets, and do as they are told.
 ///
 /// One program, `Peer KIND --control PATH [option...]`, one process a peer, run in the namespace of the rig where the
@@ -31,19 +34,18 @@
 /// | `appear`, `vanish` | comes up; goes, with every stream reset and every port closed |
 /// | `reboot MS` | vanishes, and appears MS milliseconds later |
 /// | `state`, `streams` | `present` or `absent`; one line a stream: name, own and far endpoint |
-/// | `received [ID]` | what was received since the start or `clear`, one line a command: `NUMBER NAME ID BYTES`, the
-/// bytes of the whole item in hex | | `clear` | forgets what was received | | `wait ID MS [COUNT]` | answers with the
-/// last such line once COUNT (or 1) of this id have been received since `clear`, or `timeout` | | `wait-stream NAME
-/// MS`, `wait-no-stream NAME MS` | an empty answer once there is, or is no, such stream, or `timeout` | | `answer ID
-/// MODE` | how requests of this id are answered from now on: `normal`, `never`, `late MS`, `wrong` (a false identity or
-/// address), `short` (half of the value), `garbage` (no command at all) | | `stall on`, `stall off` | reads nothing
-/// while on | | `connect PORT [address=A] [source=PORT]` | opens a stream to the module, as the Orb router and the
-/// update service do after a restart (the latter from its own port: `connect 55000 source=49190`) | | `disconnect
-/// [NAME]` | resets the streams | | `patch [src=HID:STYLE:INDEX] [link=255] [slots=LIST] [dest=HID:STYLE:INDEX]
-/// [orig=..] [make=1] [useme=0] [on=NAME]` | sends RouterPatchAudio; orig is src if not given | | `command ID[/VERSION]
-/// FIELD... [on=NAME]` | sends any command, its fields in the order of the wire: `u8:N`, `u16:N`, `u32:N`, `ip:A` (host
-/// order), `str:TEXT`, `list16:LIST`, `list32:LIST` | | `raw HEX [on=NAME]`, `udp PORT HEX` | sends bytes on a stream;
-/// sends a datagram to the module | | `quit` | ends the program |
+/// | `received [ID]` | what was received since the start or `clear`, one line a command: `NUMBER NAME ID BYTES`, the bytes of the whole item in hex |
+/// | `clear` | forgets what was received |
+/// | `wait ID MS [COUNT]` | answers with the last such line once COUNT (or 1) of this id have been received since `clear`, or `timeout` |
+/// | `wait-stream NAME MS`, `wait-no-stream NAME MS` | an empty answer once there is, or is no, such stream, or `timeout` |
+/// | `answer ID MODE` | how requests of this id are answered from now on: `normal`, `never`, `late MS`, `wrong` (a false identity or address), `short` (half of the value), `garbage` (no command at all) |
+/// | `stall on`, `stall off` | reads nothing while on |
+/// | `connect PORT [address=A] [source=PORT]` | opens a stream to the module, as the Orb router and the update service do after a restart (the latter from its own port: `connect 55000 source=49190`) |
+/// | `disconnect [NAME]` | resets the streams |
+/// | `patch [src=HID:STYLE:INDEX] [link=255] [slots=LIST] [dest=HID:STYLE:INDEX] [orig=..] [make=1] [useme=0] [on=NAME]` | sends RouterPatchAudio; orig is src if not given |
+/// | `command ID[/VERSION] FIELD... [on=NAME]` | sends any command, its fields in the order of the wire: `u8:N`, `u16:N`, `u32:N`, `ip:A` (host order), `str:TEXT`, `list16:LIST`, `list32:LIST` |
+/// | `raw HEX [on=NAME]`, `udp PORT HEX` | sends bytes on a stream; sends a datagram to the module |
+/// | `quit` | ends the program |
 ///
 /// Peers on a link
 ///

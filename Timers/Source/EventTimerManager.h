@@ -21,8 +21,8 @@ public:
     virtual void RaiseMaxEvents(std::uint32_t count) = 0;
 };
 
-/// The process-wide list of polled timers. Nothing runs by itself: the owner of a loop calls Service. All operations
-/// come from that one thread; there is no lock.
+/// The process-wide list of polled timers. Nothing runs by itself: the owner of a loop calls Service. There is no lock
+/// of its own: whoever starts or stops a timer holds the mutex under which that loop runs.
 class EventTimerManager
 {
 public:

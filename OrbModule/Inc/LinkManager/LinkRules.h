@@ -34,6 +34,7 @@ LinkChange WorkOutLinkChange(const boost::asio::ip::udp::endpoint& current,
 /// By how much a send is late, if that is worth a line. @param elapsed since the last send.
 std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds elapsed);
 
+/// What the time since the last heartbeat means for the next one.
 struct Lateness
 {
     bool report = false;

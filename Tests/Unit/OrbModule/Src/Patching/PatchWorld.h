@@ -40,7 +40,7 @@ public:
     void Step();
     /// What is not as it must be; empty if all is.
     std::string Check();
-    /// Breaks every patch and unplugs everything; then what was not given back.
+    /// Breaks every patch; then what was not given back.
     std::string CheckEnd();
     /// The last events in words.
     std::string GetTrail() const;
