@@ -14,6 +14,7 @@
 #include "FSI/Core/HostFsi.h"
 #include "FSI/Core/UioInterruptController.h"
 #include "MiscSource/CrashDumpHandler.h"
+#include "MiscSource/HeapTrim.h"
 #include "MiscSource/SystemUtilities.h"
 #include "MiscSource/SystemdNotifier.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
@@ -283,6 +284,7 @@ int RunFrame(const Options& options)
     boost::asio::io_service service;
     const boost::asio::io_service::work work(service);
     const SignalWatch signals(service);
+    const HeapTrim heapTrim(service);
 
     cmd::CommandLine shell = Build<boost::system::system_error>("choose another endpoint with --telnet", [&] {
         return cmd::CommandLine(service, options.shellEndpoint, options.programName);

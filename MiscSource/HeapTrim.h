@@ -1,0 +1,18 @@
+#pragma once
+
+#include <boost/asio/io_service.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+/// Gives the system back, every ten seconds, what a burst has left free in the heap: the allocator itself keeps all
+/// that lies below anything still in use, for good. Lives on the main service, which must not run any more when it
+/// dies.
+class HeapTrim
+{
+public:
+    explicit HeapTrim(boost::asio::io_service& service);
+
+private:
+    void Start();
+
+    boost::asio::steady_timer mTimer;
+};
