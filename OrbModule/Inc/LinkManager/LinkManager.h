@@ -154,4 +154,6 @@ private:
     std::atomic<bool> mExternalGigEsUp{false};
     std::atomic<std::uint8_t> mRouterPorts{0};
     std::uint32_t mLinksMade = 0;
+    /// What links have posted and the main thread has not done yet.
+    std::atomic<std::uint32_t> mPostedByLinks{0};
 };

@@ -9,6 +9,13 @@ using K2Heartbeat::LinkState;
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
+namespace {
+
+/// What the main thread may be behind with. An honest neighbour gives it a few things a second.
+constexpr std::uint32_t MostPosted = 1000;
+
+} // namespace
+
 LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local,
                                     UINT8GIGEPORT port, std::uint32_t remoteId, const Endpoint& remote,
                                     std::uint8_t remotePort)
@@ -64,7 +71,9 @@ void LinkManager::SocketData::SetTimeout(milliseconds timeout)
 template <class Action>
 void LinkManager::SocketData::Post(Action action)
 {
+    ++mManager.mPostedByLinks;
     mManager.mIoService.post([manager = &mManager, port = mGigePort, number = mNumber, action] {
+        --manager->mPostedByLinks;
         if (manager->GetLinkInForce(port) == number) action(*manager);
     });
 }
@@ -86,6 +95,11 @@ void LinkManager::SocketData::OnReceive(const boost::system::error_code& error, 
     if (error == boost::asio::error::operation_aborted) return;
     if (error) {
         AUDIT_STREAM(Fault, "Receiving HB timer error: " << error.message() << "\n");
+        return;
+    }
+    // Of a flood that the main thread cannot follow, most is as good as lost on the way.
+    if (mManager.mPostedByLinks > MostPosted) {
+        StartReceive();
         return;
     }
     if (size != LinkState::SIZE) {

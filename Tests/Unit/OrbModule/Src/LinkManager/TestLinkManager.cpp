@@ -77,6 +77,24 @@ TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
     EXPECT_THAT(mEvents.Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
 }
 
+TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotPileUpBehindABusyMainThread)
+{
+    SetRack();
+    Plug(0);
+    // Each with news.
+    for (int i = 0; i < 5000; ++i) {
+        mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x0001, 3, {static_cast<std::uint8_t>(i), 0, 0, 0}));
+        if (i % 100 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    // Whatever the link's thread has not taken in by its next beat but one is still with the kernel.
+    EXPECT_EQ(mNeighbours[0].Receive().size(), 12u);
+    EXPECT_EQ(mNeighbours[0].Receive().size(), 12u);
+    mService.restart();
+    EXPECT_LT(mService.poll(), 1100u);
+    mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x0001, 3, {0x77, 0x77, 0, 0}));
+    EXPECT_TRUE(mEvents.RunUntilLine("internals 1.2:1 7777"));
+}
+
 TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
 {
     SetRack();
