@@ -42,8 +42,8 @@ int Soak(double minutes, unsigned int seed, const std::string& logPath)
         bool runs = Settle(findings, unit);
         mischief.PlayAll();
         runs = runs && Settle(findings, unit);
-        // What was closed at the end of the load is gone by then.
-        std::this_thread::sleep_for(std::chrono::seconds(3));
+        // The module has given back by then what it does not need.
+        std::this_thread::sleep_for(std::chrono::seconds(12));
         const Vitals before = Vitals::Of(unit.GetProcess());
         findings.Tell("the warm-up is over: " + before.Text());
         while (runs && findings.GetSeconds() < 60 * minutes) {

@@ -1,0 +1,72 @@
+#include "Tests/EndToEnd/Network.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include <sys/stat.h>
+
+using namespace stage;
+
+namespace {
+
+constexpr char Directory[] = "/tmp/hung-tools";
+
+/// Tools that hang as long as there is a file.
+class HungTools : public testing::Test
+{
+protected:
+    HungTools()
+    {
+        mkdir(Directory, 0755);
+        for (const std::string tool : {"ifconfig", "route"}) {
+            const std::string path = std::string(Directory) + "/" + tool;
+            std::ofstream(path) << "#!/bin/sh\nwhile [ -e " << Directory << "/hang ]; do sleep 0.05; done\n"
+                                << "PATH=${PATH#*:}\nexec " << tool << " \"$@\"\n";
+            chmod(path.c_str(), 0755);
+        }
+        setenv("PATH", (std::string(Directory) + ":" + mPath).c_str(), 1);
+        mNetwork.Start();
+    }
+    ~HungTools() override
+    {
+        Hang(false);
+        setenv("PATH", mPath.c_str(), 1);
+    }
+
+    static void Hang(bool hang)
+    {
+        const std::string path = std::string(Directory) + "/hang";
+        if (hang) {
+            std::ofstream file(path);
+        } else {
+            unlink(path.c_str());
+        }
+    }
+    /// How many heartbeats of the module the neighbour on the primary link has heard.
+    unsigned long Heard() { return std::stoul(mNetwork.GetNeighbour(0).Tell("module-heartbeat").front()); }
+
+    const std::string mPath = std::getenv("PATH");
+    Network mNetwork;
+};
+
+TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
+{
+    mNetwork.Plug(0, HubWithBox);
+    mNetwork.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    // The main thread hangs in route as the hub tells of one more device, the scan in ifconfig.
+    Hang(true);
+    const unsigned long before = Heard();
+    mNetwork.GetNeighbour(0).Tell("device 0x00300003 fixed 0.48.10.1");
+    mNetwork.TellDriver("plug 1 66 0");
+    mNetwork.GetLog().WaitForLine("SystemWithStderr: route add -net 0.48.10.0 netmask 255.255.255.0 k2link0 is still");
+    mNetwork.GetLog().WaitForLine("SystemWithStderr: ifconfig k2link1 0.8.96.2 netmask 255.255.255.0 is still running");
+    // It is told after 2 s, in which six beats are due.
+    EXPECT_GE(Heard() - before, 5u);
+    Hang(false);
+    mNetwork.WaitForUpdate(RemoteIoUpdate, "03 00 30 00");
+    EXPECT_THAT(mNetwork.GetLog().Text(), testing::Not(testing::HasSubstr("A heartbeat send delay")));
+}
+
+} // namespace
