@@ -270,7 +270,7 @@ void AdmaNode::ResetFsi()
 
 AdmaNode::Endpoint AdmaNode::FindSource(const std::string& name, std::string& error) const
 {
-    const Endpoint endpoint = mCtx->Get(name);
+    Endpoint endpoint = mCtx->Get(name);
     if (endpoint && endpoint->IsSource()) return endpoint;
     error = "Error: Unknown or invalid source '" + name + "'";
     return nullptr;
@@ -278,7 +278,7 @@ AdmaNode::Endpoint AdmaNode::FindSource(const std::string& name, std::string& er
 
 AdmaNode::Endpoint AdmaNode::FindSink(const std::string& name, std::string& error) const
 {
-    const Endpoint endpoint = mCtx->Get(name);
+    Endpoint endpoint = mCtx->Get(name);
     if (endpoint && endpoint->IsSink()) return endpoint;
     error = "Error: Unknown or invalid sink '" + name + "'";
     return nullptr;
