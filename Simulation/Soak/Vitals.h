@@ -1,7 +1,5 @@
 #pragma once
 
-#include "Simulation/Soak/Findings.h"
-
 #include <cstddef>
 #include <string>
 
@@ -11,6 +9,8 @@
 struct Vitals
 {
     std::size_t residentKiB = 0;
+    /// What of it is no program text.
+    std::size_t anonymousKiB = 0;
     std::size_t threads = 0;
     std::size_t descriptors = 0;
     /// Only if it holds more than it should.
@@ -20,12 +20,13 @@ struct Vitals
     /// As soon as it holds no more than that, or after 20 s.
     static Vitals Settled(pid_t process, const Vitals& wanted);
     /// Memory may vary by 5 %.
-    bool IsNoMoreThan(const Vitals& other) const;
+    bool HasMemoryOf(const Vitals& other) const { return residentKiB * 100 <= other.residentKiB * 105; }
+    bool HasHandlesOf(const Vitals& other) const
+    {
+        return threads == other.threads && descriptors == other.descriptors;
+    }
     std::string Text() const;
 
 private:
     static std::string ListSockets(pid_t process);
 };
-
-/// Tells of what is held now and was not before.
-void CompareVitals(Findings& findings, const Vitals& before, const Vitals& after);
