@@ -301,8 +301,9 @@ void Mischief::AddLies()
                 std::string bytes(static_cast<std::size_t>(i % 50 == 0 ? Random(0, 30) : 12), '\0');
                 for (char& byte : bytes)
                     byte = static_cast<char>(Random(0, 255));
-                // A box, not a router, that is somebody else each time.
-                if (bytes.size() == 12) bytes.replace(4, 4, std::string("\x01\0\0\0", 4));
+                // A box that is somebody else each time: towards a router that it does not want the module falls
+                // silent.
+                if (bytes.size() == 12) bytes.replace(4, 4, std::string("\x03\0\0\0", 4));
                 socket.SendTo(module, static_cast<std::uint16_t>(60001 + i % 2), bytes);
             }
         } catch (const std::exception&) {
