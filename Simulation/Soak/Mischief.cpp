@@ -7,6 +7,8 @@
 #include <sstream>
 #include <thread>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -31,6 +33,23 @@ std::string PingItem(std::size_t textSize)
 {
     return std::string("\x47\x03\x00\x28", 4) + Word(textSize + 12) + Word(textSize) + std::string(textSize, 't') +
            std::string(8, '\0');
+}
+
+/// From the module's own namespace. A module that is behind with its work lets nobody in for a while, and the soak must
+/// not wait for it: whoever waits goes on to others.
+ByteStream Connect(std::uint16_t port)
+{
+    constexpr int PatienceMs = 1000;
+    FileDescriptor socket(Checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "socket"));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        pollfd ready{socket.Get(), POLLOUT, 0};
+        ::poll(&ready, 1, PatienceMs);
+    }
+    return ByteStream(std::move(socket));
 }
 
 HeartbeatWatch::Wire WireOf(unsigned int link)
@@ -264,7 +283,7 @@ void Mischief::AddLies()
     Add("strangers send garbage", 3000, [this] {
         auto streams = std::make_shared<std::list<ByteStream>>();
         for (int i = 0; i < 20; ++i) {
-            streams->push_back(ByteStream::ConnectTcp({}, "127.0.0.1", i % 2 == 0 ? LocalStream : RouterStream));
+            streams->push_back(Connect(i % 2 == 0 ? LocalStream : RouterStream));
             std::string bytes;
             switch (i % 4) {
             case 0: // random
@@ -382,7 +401,7 @@ void Mischief::AddLoad()
         return End();
     });
     Add("commands flood", 3000, [this] {
-        auto stream = std::make_shared<ByteStream>(ByteStream::ConnectTcp({}, "127.0.0.1", LocalStream));
+        auto stream = std::make_shared<ByteStream>(Connect(LocalStream));
         std::string block;
         for (std::size_t i = 0; i < 20000; ++i)
             block += PingItem(i % 60);
@@ -400,7 +419,7 @@ void Mischief::AddLoad()
     Add("shell clients stall while they tail", 8000, [this] {
         auto clients = std::make_shared<std::list<ByteStream>>();
         for (int i = 0; i < 3; ++i) {
-            clients->push_back(ByteStream::ConnectTcp({}, "127.0.0.1", ShellPort));
+            clients->push_back(Connect(ShellPort));
             std::string lines;
             for (int line = 0; line < 200; ++line)
                 lines += line % 10 == 0 ? "help\r\n" : "rs\r\n";
@@ -409,7 +428,7 @@ void Mischief::AddLoad()
         return [clients] { clients->clear(); };
     });
     Add("much is logged", 1000, [this] {
-        auto client = std::make_shared<ByteStream>(ByteStream::ConnectTcp({}, "127.0.0.1", ShellPort));
+        auto client = std::make_shared<ByteStream>(Connect(ShellPort));
         std::string lines = "tail false\r\n";
         for (int line = 0; line < 500; ++line)
             lines += "line-" + std::to_string(line) + std::string(3000, '.') + "\r\n";
@@ -417,13 +436,9 @@ void Mischief::AddLoad()
         return [client] { client->Close(); };
     });
     Add("connections come and go", 1000, [this] {
-        for (int i = 0; i < 200; ++i) {
-            try {
-                ByteStream::ConnectTcp({}, "127.0.0.1", i % 3 == 0 ? ShellPort : LocalStream);
-            } catch (const std::exception&) {
-                break;
-            }
-        }
+        const auto until = Clock::now() + milliseconds(2000);
+        for (int i = 0; i < 200 && Clock::now() < until; ++i)
+            Connect(i % 3 == 0 ? ShellPort : LocalStream);
         return End();
     });
 }

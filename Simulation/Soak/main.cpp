@@ -71,11 +71,13 @@ int Soak(double minutes, unsigned int seed, const std::string& logPath)
             if (vitals.residentKiB > line.residentKiB) line = vitals;
         }
         findings.Tell("the warm-up is over: " + line.Text());
-        while (runs && findings.GetSeconds() < 60 * minutes) {
+        // The warm-up does not count for a round.
+        do {
+            if (!runs) break;
             mischief.PlayFor(RoundTime);
             runs = Settle(findings, unit);
             if (runs) CheckHandles(findings, line, unit);
-        }
+        } while (findings.GetSeconds() < 60 * minutes);
         if (runs) CheckMemory(findings, line, unit);
         findings.Tell(watch.Summary());
         if (runs) unit.Stop();
