@@ -12,7 +12,6 @@
 #include <vector>
 
 namespace po = boost::program_options;
-using boost::asio::ip::tcp;
 
 namespace boost::asio::ip {
 

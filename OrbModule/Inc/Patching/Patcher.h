@@ -29,7 +29,8 @@ public:
     /// @throws std::system_error if the bulk block is missing; std::runtime_error, with a text that says what to do,
     /// if an address is not 1 to 7 or stands for two endpoints.
     Patcher(boost::asio::io_service& service, fsi::DeviceRegistry* registry,
-            std::shared_ptr<audio::AudioDmaManager> manager, std::function<std::uint8_t(std::uint32_t)> endpointId);
+            std::shared_ptr<audio::AudioDmaManager> manager,
+            const std::function<std::uint8_t(std::uint32_t)>& endpointId);
 
     /// Entry i of the source feeds entry i of the destination as far as both lists go. A pair with a slot above 511
     /// is left out, and so is the whole patch if one of its ports is none; the table is written all the same.

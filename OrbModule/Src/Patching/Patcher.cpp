@@ -33,7 +33,8 @@ audio::AudioDmaTransaction ToTransaction(const audio::AudioDmaEndpoint& endpoint
 } // namespace
 
 Patcher::Patcher(boost::asio::io_service&, fsi::DeviceRegistry* registry,
-                 std::shared_ptr<audio::AudioDmaManager> manager, std::function<std::uint8_t(std::uint32_t)> endpointId)
+                 std::shared_ptr<audio::AudioDmaManager> manager,
+                 const std::function<std::uint8_t(std::uint32_t)>& endpointId)
     : mRegistry(registry), mManager(std::move(manager))
 {
     AUDIT_LOG(Information, "Starting Patcher\n");
