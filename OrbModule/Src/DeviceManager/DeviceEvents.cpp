@@ -85,6 +85,9 @@ void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEP
         PostNetworkConnection(true);
         mRouterConnected = true;
     } else {
+        // A router whose stream never came leaves no end of one behind, and a hub must not be taken for its like.
+        if (mRouterConnected) PostNetworkConnection(false);
+        mRouterConnected = false;
         mComms->Connect(remoteIp, port, NetworkPorts::LOCAL_STREAM);
     }
 }

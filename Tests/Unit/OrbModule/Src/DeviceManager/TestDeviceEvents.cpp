@@ -1,5 +1,9 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
+#include "Common/KLV/Commands/RouterInfo.h"
+
+#include <algorithm>
+
 namespace {
 
 class LocalDeviceTest : public DirectoryTest
@@ -194,6 +198,18 @@ TEST_F(LocalDeviceTest, ARouterOnItsOtherLinkKeepsItsDevices)
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 2));
     LinkDown(1, RouterHid);
     EXPECT_EQ(Take(), (Lines{"disconnect 1"}));
+}
+
+TEST_F(LocalDeviceTest, ARouterThatOnlyBeatDoesNotStandBetweenTheModuleAndAHub)
+{
+    LinkUp(1, 0x00088000, K2_ROUTER_TYPE);
+    LinkDown(1, 0x00088000);
+    LinkUp(1, RouterHid, K2_HUB_TYPE);
+    StreamUp(1);
+    Take();
+    mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 512, 512, 0), 1, Local);
+    const Lines lines = Take();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "connect 0.48.5.0 1 55100"), 1);
 }
 
 TEST_F(LocalDeviceTest, ALostHubLosesItsDataLink)
