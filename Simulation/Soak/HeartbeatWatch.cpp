@@ -114,6 +114,17 @@ void HeartbeatWatch::Calm(Wire wire)
     if (--state.disturbances == 0) state.last.reset();
 }
 
+void HeartbeatWatch::TellLate(const std::string& text, std::chrono::seconds within)
+{
+    const milliseconds machine = mSleeper.GetLateness(within);
+    if (machine.count() == 0) {
+        mFindings.Violation(text);
+    } else {
+        mFindings.Tell("not judged, since a bare sleeping thread was late by " + std::to_string(machine.count()) +
+                       " ms at about that time: " + text);
+    }
+}
+
 std::string HeartbeatWatch::Summary() const
 {
     const std::lock_guard<std::mutex> lock(mMutex);
@@ -178,6 +189,7 @@ void HeartbeatWatch::Judge(Wire wire, nanoseconds now)
     ++state.judged;
     if (gap > state.longest) state.longest = gap;
     if (gap <= Facts[wire].longest) return;
-    mFindings.Violation("no heartbeat on " + std::string(Facts[wire].name) + " for " +
-                        std::to_string(gap.count() / 1000000) + " ms");
+    TellLate("no heartbeat on " + std::string(Facts[wire].name) + " for " + std::to_string(gap.count() / 1000000) +
+                 " ms",
+             std::chrono::seconds(3));
 }

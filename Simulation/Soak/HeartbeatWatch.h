@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Simulation/Rehearsal/FileDescriptor.h"
+#include "Simulation/Soak/BareSleeper.h"
 #include "Simulation/Soak/Findings.h"
 
 #include <array>
@@ -27,6 +28,9 @@ public:
     void Disturb(Wire wire);
     /// The end of one; the next beat is the first of a new row. Calls nest.
     void Calm(Wire wire);
+    /// A heartbeat was late, as something tells that happened in the last so many seconds: a violation, unless the
+    /// whole machine was late then.
+    void TellLate(const std::string& text, std::chrono::seconds within);
     /// How many intervals were judged, and the longest of them.
     std::string Summary() const;
 
@@ -47,6 +51,7 @@ private:
     void Judge(Wire wire, Nanoseconds now);
 
     Findings& mFindings;
+    BareSleeper mSleeper;
     /// Guards the states, but for the sockets.
     mutable std::mutex mMutex;
     std::array<State, WireCount> mWires;

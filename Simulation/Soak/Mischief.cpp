@@ -435,7 +435,7 @@ void Mischief::AddLoad()
         Pour(*client, lines, milliseconds(2000));
         return [client] { client->Close(); };
     });
-    Add("connections come and go", 1000, [this] {
+    Add("connections come and go", 1000, [] {
         const auto until = Clock::now() + milliseconds(2000);
         for (int i = 0; i < 200 && Clock::now() < until; ++i)
             Connect(i % 3 == 0 ? ShellPort : LocalStream);

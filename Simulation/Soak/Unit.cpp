@@ -182,7 +182,10 @@ bool Unit::Look()
     const std::size_t end = text.rfind('\n') + 1;
     mLineRest = text.substr(end);
     for (const std::string& line : Lines(text.substr(0, end))) {
-        for (const char* const bad : {"A heartbeat send delay", "Exception on the main service", "unknown exception"}) {
+        // What is printed is read every few seconds.
+        constexpr std::chrono::seconds Within(20);
+        if (line.find("A heartbeat send delay") != std::string::npos) mWatch.TellLate("the log says: " + line, Within);
+        for (const char* const bad : {"Exception on the main service", "unknown exception"}) {
             if (line.find(bad) != std::string::npos) mFindings.Violation("the log says: " + line);
         }
     }
