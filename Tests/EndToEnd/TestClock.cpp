@@ -107,6 +107,8 @@ TEST_F(Clock, FollowsTheRateOfTheSystem)
     mControl.Ask("lock on");
     Measure("4", In44k1);
     mLog.WaitForLine("Main lamda SetRouterSampleRateCmd96kHz Port ORB PORT ");
+    // Two measurements, and not one event for both.
+    mControl.WaitForRegister(ReferenceBlock, 0x18, 1u << 2, 0);
     Measure("4", In44k1);
     ExpectPll("0");
 }

@@ -245,7 +245,7 @@ TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
     network.Plug(0, HubWithBox);
     network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
     Peer& hub = network.GetNeighbour(0);
-    constexpr unsigned int count = 1000;
+    constexpr unsigned int count = 400;
     hub.Tell("flood 0x00400000 " + std::to_string(count));
     // While they come, the shell answers, and patches are made.
     ShellClient shell = network.GetModule().OpenShell();

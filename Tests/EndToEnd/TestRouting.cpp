@@ -18,6 +18,7 @@ protected:
     {
         mShell.StopTailing();
         mControl.WaitForSyncs(1);
+        mControl.WaitForRegister(AudioDmaBlock, ControlRegister, SyncRequestBit, 0);
     }
 
     Module mModule;

@@ -77,8 +77,10 @@ TEST_F(FileLogTest, LogsFromManyThreadsStayWholeLines)
 {
     RecordingAudit audit(Path());
     Console([&] {
+        constexpr int Threads = 4;
         std::vector<std::thread> threads;
-        for (int thread = 0; thread < 4; ++thread) {
+        threads.reserve(Threads);
+        for (int thread = 0; thread < Threads; ++thread) {
             threads.emplace_back([&audit, thread] {
                 for (int i = 0; i < 500; ++i)
                     audit.WriteStamped(1, "thread %d line %d\n", thread, i);

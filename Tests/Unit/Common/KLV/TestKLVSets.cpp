@@ -31,8 +31,12 @@ TEST(KLVSets, VersionAndIdAreCutToTheirBitsAndPartAgain)
 {
     LogRecorder log({DebugFeature::KLVCommandReadSetDebug});
     MemoryStream stream;
-    KLVCommandWriteSet(stream, 33, 0x400320, 0);
-    KLVPanelEventWriteSet(stream, 0xFFC00007, 0);
+    {
+        const KLVCommandWriteSet command(stream, 33, 0x400320, 0);
+    }
+    {
+        const KLVPanelEventWriteSet event(stream, 0xFFC00007, 0);
+    }
     EXPECT_EQ(stream.bytes, HexBytes("20034028 00000000 07000008 00000000"));
     EXPECT_EQ(stream.events, "<><>");
     EXPECT_EQ(KLVCommandReadSet(stream).GetKey(), 0x28400320u);
