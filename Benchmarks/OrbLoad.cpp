@@ -5,14 +5,11 @@
 #include "Benchmarks/LoadReport.h"
 #include "Benchmarks/LoadUnit.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
-
-#include <boost/program_options.hpp>
+#include "Simulation/Rehearsal/RigProgram.h"
 
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -390,7 +387,6 @@ void MeasureHeartbeats(unsigned int seconds)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN);
     po::options_description description("Puts a load on OrbModuleSim and reports; run it in the rig");
     Sizes sizes{};
     // clang-format off
@@ -401,26 +397,12 @@ int main(int argc, char** argv)
         ("rest", po::value(&sizes.rest)->default_value(20), "seconds for each look at the module at rest")
         ("heartbeats", po::value<unsigned int>(), "instead, watch the link heartbeats for so many seconds under load");
     // clang-format on
-    try {
-        po::variables_map values;
-        po::store(po::parse_command_line(argc, argv, description), values);
-        po::notify(values);
-        if (values.count("help")) {
-            std::cout << description;
-            return 0;
-        }
-        if (!std::getenv("ORB_RIG")) {
-            std::cerr << "orbload: this is not the rig; use scripts/rig" << std::endl;
-            return 2;
-        }
+    return stage::RunInRig("orbload", argc, argv, description, [&](const po::variables_map& values) {
         if (values.count("heartbeats")) {
             MeasureHeartbeats(values["heartbeats"].as<unsigned int>());
         } else {
             Measure(sizes);
         }
         return 0;
-    } catch (const std::exception& error) {
-        std::cerr << "orbload: " << error.what() << std::endl;
-        return 1;
-    }
+    });
 }

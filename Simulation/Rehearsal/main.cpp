@@ -2,13 +2,10 @@
 
 #include "Simulation/Rehearsal/NetworkScene.h"
 #include "Simulation/Rehearsal/Rehearsal.h"
+#include "Simulation/Rehearsal/RigProgram.h"
 #include "Simulation/Rehearsal/RoutingScene.h"
 #include "Simulation/Rehearsal/ShowScene.h"
 
-#include <boost/program_options.hpp>
-
-#include <csignal>
-#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -45,7 +42,6 @@ int Play(const po::variables_map& values)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN);
     po::options_description description("Plays the module's rehearsal; run it in the rig");
     // clang-format off
     description.add_options()
@@ -55,21 +51,5 @@ int main(int argc, char** argv)
         ("step", "wait for Enter before each step")
         ("no-shell", "do not hand over to the shell, even on a terminal");
     // clang-format on
-    try {
-        po::variables_map values;
-        po::store(po::parse_command_line(argc, argv, description), values);
-        po::notify(values);
-        if (values.count("help")) {
-            std::cout << description;
-            return 0;
-        }
-        if (!std::getenv("ORB_RIG")) {
-            std::cerr << "rehearsal: this is not the rig; use scripts/run" << std::endl;
-            return 2;
-        }
-        return Play(values);
-    } catch (const std::exception& error) {
-        std::cerr << "rehearsal: " << error.what() << std::endl;
-        return 2;
-    }
+    return stage::RunInRig("rehearsal", argc, argv, description, Play);
 }

@@ -1,12 +1,9 @@
 // The module under fire: for minutes on end everything around it goes wrong, and after each round everything must be
 // as if nothing had been.
 
+#include "Simulation/Rehearsal/RigProgram.h"
 #include "Simulation/Soak/Mischief.h"
 
-#include <boost/program_options.hpp>
-
-#include <csignal>
-#include <cstdlib>
 #include <iostream>
 #include <random>
 #include <thread>
@@ -95,7 +92,6 @@ int Soak(double minutes, unsigned int seed, const std::string& logPath)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN);
     po::options_description description("Usage: Soak MINUTES [option...], in the rig");
     // clang-format off
     description.add_options()
@@ -106,22 +102,11 @@ int main(int argc, char** argv)
     // clang-format on
     po::positional_options_description positional;
     positional.add("minutes", 1);
-    try {
-        po::variables_map values;
-        po::store(po::command_line_parser(argc, argv).options(description).positional(positional).run(), values);
-        po::notify(values);
-        if (values.count("help")) {
-            std::cout << description;
-            return 0;
-        }
-        if (!std::getenv("ORB_RIG")) {
-            std::cerr << "soak: this is not the rig; use scripts/soak" << std::endl;
-            return 2;
-        }
-        const unsigned int seed = values.count("seed") ? values["seed"].as<unsigned int>() : std::random_device()();
-        return Soak(values["minutes"].as<double>(), seed, values["log"].as<std::string>());
-    } catch (const std::exception& error) {
-        std::cerr << "soak: " << error.what() << std::endl;
-        return 2;
-    }
+    return stage::RunInRig(
+        "soak", argc, argv, description,
+        [](const po::variables_map& values) {
+            const unsigned int seed = values.count("seed") ? values["seed"].as<unsigned int>() : std::random_device()();
+            return Soak(values["minutes"].as<double>(), seed, values["log"].as<std::string>());
+        },
+        positional);
 }
