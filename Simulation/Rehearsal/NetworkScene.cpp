@@ -1,5 +1,6 @@
 #include "Simulation/Rehearsal/NetworkScene.h"
 
+#include "Simulation/Rehearsal/CommandNumbers.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
 
 #include <algorithm>
@@ -15,14 +16,6 @@ using namespace stage;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr unsigned int DevicesToCheck = 6000;
-constexpr unsigned int RouterInfoReq = 829;
-constexpr unsigned int IoInfoReq = 800;
-constexpr unsigned int RemoteIoUpdate = 826;
-constexpr unsigned int RemoteRouterUpdate = 827;
-constexpr unsigned int IoInfoDevReq = 814;
-constexpr unsigned int RouterInfo = 825;
 
 constexpr unsigned int ModuleRack = 0x12;
 constexpr unsigned int BoxRack = 0x20;

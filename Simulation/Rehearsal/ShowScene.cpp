@@ -1,5 +1,7 @@
 #include "Simulation/Rehearsal/ShowScene.h"
 
+#include "Simulation/Rehearsal/CommandNumbers.h"
+
 #include <chrono>
 #include <ctime>
 #include <sstream>
@@ -7,12 +9,6 @@
 using namespace stage;
 
 namespace {
-
-constexpr unsigned int PortBitmap = 815;
-constexpr unsigned int PatchFailed = 834;
-constexpr unsigned int PatchRetry = 835;
-constexpr unsigned int Ping = 839;
-constexpr unsigned int PatchAudio = 886;
 
 /// A device behind the master router.
 constexpr char FarBox[] = "0x00400001";

@@ -1,5 +1,6 @@
 #include "Simulation/Soak/Unit.h"
 
+#include "Simulation/Rehearsal/CommandNumbers.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
 
 #include <algorithm>
@@ -14,9 +15,6 @@ using namespace stage;
 namespace {
 
 constexpr unsigned int ModuleRack = 0x12;
-constexpr unsigned int RouterInfoReq = 829;
-constexpr unsigned int IoInfoReq = 800;
-constexpr unsigned int RemoteIoUpdate = 826;
 constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
 
 /// A tool may hang for 10 s, and a few may do so one behind the other.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Simulation/Rehearsal/CommandNumbers.h"
 #include "Simulation/Rehearsal/LogFile.h"
 #include "Simulation/Rehearsal/Module.h"
 #include "Simulation/Rehearsal/NetworkNamespace.h"
@@ -14,25 +15,6 @@
 #include <vector>
 
 #include <unistd.h>
-
-/// Commands by their numbers.
-enum Id : unsigned int {
-    RestartMcsLink = 667,
-    SetRouterSampleRate = 674,
-    IoInfoReq = 800,
-    IoGPIUpdate = 805,
-    IoOutputMute = 816,
-    IoInfoDevReq = 814,
-    RemoteIoUpdate = 826,
-    RemoteRouterUpdate = 827,
-    RouterInfoReq = 829,
-    ModIOCardFailure = 871,
-    RouterTimeAllowance = 885,
-    RemoteCableState = 893,
-    DevicesToCheck = 6000,
-    MasterRouterNotification = 7020,
-    MixedHidError = 7021
-};
 
 /// A neighbour that can stand on a link.
 struct Neighbour
@@ -89,8 +71,8 @@ public:
         StartOrbRouter();
         StartUpdateService();
         StartModule();
-        mOrb->WaitFor(IoInfoReq);
-        mOrb->Tell("command " + std::to_string(RouterTimeAllowance) + " u32:" + std::to_string(routerTime));
+        mOrb->WaitFor(stage::IoInfoReq);
+        mOrb->Tell("command " + std::to_string(stage::RouterTimeAllowance) + " u32:" + std::to_string(routerTime));
         mLog.WaitForLine("Start Router Ignore Timer");
     }
     void Plug(unsigned int link, const Neighbour& neighbour)
@@ -144,7 +126,8 @@ public:
     /// Waits until the Orb router has been told this of a device's cable: primary or not, online or not.
     void WaitForCable(const std::string& device, const std::string& state)
     {
-        WaitForValue(*mOrb, RemoteCableState, [&](const std::string& value) { return value == device + " " + state; });
+        WaitForValue(*mOrb, stage::RemoteCableState,
+                     [&](const std::string& value) { return value == device + " " + state; });
     }
 
 private:

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+using namespace stage;
 using testing::ElementsAre;
 
 namespace {
