@@ -91,6 +91,7 @@ TEST_F(RemoteShellTest, TwoHundredClientsAtOnce)
 {
     mShell.Start();
     std::vector<ShellClient> clients;
+    clients.reserve(200);
     for (int i = 0; i < 200; ++i)
         clients.emplace_back(Endpoint());
     for (std::size_t i = 0; i < clients.size(); ++i)

@@ -15,7 +15,7 @@ UINT8GIGEPORT ToPortNumber(std::uint32_t address)
 
 } // namespace
 
-PatchBoard::PatchBoard(std::uint8_t bulkAddress, EndpointId endpointId)
+PatchBoard::PatchBoard(std::uint8_t bulkAddress, const EndpointId& endpointId)
 {
     mFpga.SetBulkAddress(bulkAddress);
     mFpga.SetHold(false);

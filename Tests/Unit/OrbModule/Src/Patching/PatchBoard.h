@@ -25,7 +25,7 @@ public:
 
     static constexpr std::uint8_t BulkAddress = 3;
 
-    explicit PatchBoard(std::uint8_t bulkAddress = BulkAddress, EndpointId endpointId = LinkAddress);
+    explicit PatchBoard(std::uint8_t bulkAddress = BulkAddress, const EndpointId& endpointId = LinkAddress);
     ~PatchBoard();
     PatchBoard(const PatchBoard&) = delete;
     PatchBoard& operator=(const PatchBoard&) = delete;
