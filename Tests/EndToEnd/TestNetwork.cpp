@@ -56,7 +56,7 @@ TEST(UpdateService, RefusesABoxAndThenAllowsIt)
     const std::string own = address.substr(0, address.find(' '));
     for (const std::string result : {"2", "3", "4", "0"})
         network.GetUpdate().Tell("tell " + own + " " + result);
-    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
     EXPECT_EQ(network.GetNeighbour(0).GetReceived(IoInfoReq).size(), 1u);
 }
 
@@ -71,7 +71,7 @@ TEST(UpdateService, ThatRestartsChecksTheModuleAgain)
     network.GetUpdate().WaitFor(DevicesToCheck);
     // And serves again: a box that comes now is checked.
     network.Plug(0, Box);
-    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
 }
 
 /// The states of the box's cables that the Orb router has been told, in order: primary or not, online or not.
@@ -124,7 +124,7 @@ TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
     Network network;
     network.Start();
     network.Plug(0, Box);
-    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
     network.Plug(1, OtherBox);
     network.GetOrb().WaitFor(MixedHidError);
     network.Unplug(1);
@@ -133,6 +133,28 @@ TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
     // The right one is none the worse for it, and is welcome there.
     network.Plug(1, Box);
     network.WaitForCable(BoxOnWire, SecondaryUp);
+}
+
+TEST(Network, ABoxThatAnotherHasReplacedOnThePrimaryLinkLeavesNoRouteWhenItGoes)
+{
+    constexpr Sample Bus{3, 0};
+    Network network;
+    network.Start();
+    network.Plug(0, Box);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.Plug(1, Box);
+    network.WaitForCable(BoxOnWire, SecondaryUp);
+    stage::ControlChannel control = network.GetModule().OpenControl();
+    network.GetOrb().Tell("patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5");
+    control.WaitForRoute(Bus, Sample{1, 3});
+    network.Unplug(0);
+    control.WaitForRoute(Bus, Sample{2, 3});
+    network.Plug(0, OtherBox);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, OtherBox.hid);
+    EXPECT_EQ(control.Probe(Bus), (Sample{2, 3})) << "it is still heard";
+    network.Unplug(1);
+    control.WaitForRoute(Bus, std::nullopt);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid, false);
 }
 
 struct Way
@@ -166,7 +188,7 @@ TEST(Network, CommandsGoBothWaysBetweenTheOrbRouterAndTheBox)
     Network network;
     network.Start();
     network.Plug(0, Box);
-    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
     const std::string mute = "u32:0x00200001 u16:3 u8:1";
     const std::string gpi = "u32:0x00200001 u16:2 u16:1 u8:1";
     ExpectForwarded(network,
@@ -187,8 +209,8 @@ TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
     Network network;
     network.Start();
     network.Plug(0, HubWithBox);
-    network.WaitForUpdate(RemoteRouterUpdate, HubOnWire);
-    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
     const std::string mute = "u32:0x00300002 u16:3 u8:0";
     ExpectForwarded(
         network,
@@ -197,15 +219,15 @@ TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
     Peer& hub = network.GetNeighbour(0);
     // Its boxes come and go.
     hub.Tell("device-gone 0x00300002");
-    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire, false);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid, false);
     network.GetOrb().Tell("clear");
     hub.Tell("device 0x00300002 fixed 0.48.9.1");
     hub.Tell("of 0x00300002 card 0 QV1410");
-    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
     network.GetOrb().Tell("clear");
     network.Unplug(0);
-    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire, false);
-    network.WaitForUpdate(RemoteRouterUpdate, HubOnWire, false);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid, false);
+    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid, false);
 }
 
 TEST(Network, AnOrbRouterThatRestartsIsToldEverythingAgain)
@@ -213,7 +235,7 @@ TEST(Network, AnOrbRouterThatRestartsIsToldEverythingAgain)
     Network network;
     network.Start();
     network.Plug(0, Box);
-    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
     Peer& orb = network.GetOrb();
     orb.Tell("vanish");
     orb.Tell("clear");
@@ -222,7 +244,7 @@ TEST(Network, AnOrbRouterThatRestartsIsToldEverythingAgain)
     orb.WaitFor(RouterInfoReq);
     orb.WaitFor(IoInfoReq);
     // With its identity the module takes its links down and up, so that the box comes anew.
-    network.WaitForUpdate(RemoteIoUpdate, BoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
     EXPECT_EQ(CountIn(network.GetLog().Text(), "OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
     ExpectForwarded(network, {{IoOutputMute, "u32:0x00200001 u16:3 u8:1", "01 00 20 00 03 00 01", true}}, "local");
 }
@@ -243,7 +265,7 @@ TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
     Network network;
     network.Start();
     network.Plug(0, HubWithBox);
-    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
     Peer& hub = network.GetNeighbour(0);
     constexpr unsigned int count = 400;
     hub.Tell("flood 0x00400000 " + std::to_string(count));
@@ -255,7 +277,7 @@ TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
     network.GetModule().OpenControl().WaitForRoute({FirstLinkEndpoint, 7}, Sample{BulkEndpoint, 5});
     hub.WaitFor(IoInfoDevReq, count + 1, std::chrono::minutes(1));
     // And the neighbour was never taken for gone.
-    network.WaitForUpdate(RemoteRouterUpdate, HubOnWire);
+    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid);
     EXPECT_EQ(network.GetModule().Stop().Text(), "exit code 0");
 }
 

@@ -84,8 +84,8 @@ public:
     bool LinkOnline(Hid hid, bool isPri);
     /// The router that reported a remote device; INVALID_HID if it is unknown or local.
     Hid GetOwner(Hid hid) const;
-    /// Heartbeat time-out of the local device; nothing for any other.
-    std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid) const;
+    /// Heartbeat time-out of a local device; nothing for any other.
+    std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid);
 
     // The shell's listings, written to the log.
     /// @param io I/O devices, else routing devices.
@@ -150,8 +150,13 @@ private:
     void OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool valid);
     void OnLocalLinkUp(UINT8GIGEPORT port);
     void OnLocalLinkGone(UINT8GIGEPORT port, StreamType type);
-    void LocalRouterGone(UINT8GIGEPORT port, StreamType type, Hid hid);
-    void LocalIoGone(Hid hid);
+    void LocalRouterGone(LocalDevice& device, UINT8GIGEPORT port, StreamType type);
+    void LocalIoGone(LocalDevice& device);
+    void ExchangeLocal(UINT8GIGEPORT port, Hid hid);
+    /// The device whose stream a link carries.
+    LocalDevice& GetLocal(UINT8GIGEPORT port);
+    /// The local device with this identity, also one that has been replaced; null if there is none.
+    LocalDevice* FindLocal(Hid hid);
     void OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid);
     void OnUpdateLinkChanged(bool valid);
     bool IsRepeatedLoss(UINT8GIGEPORT port);
@@ -194,8 +199,9 @@ private:
     void DeleteSlaveRoute(Hid hid);
 
     void PingHub(const DeviceRecord& hub);
-    std::vector<std::uint32_t> GetLinkSlot(const LocalDevice::PortMap& ports, const char* operation, Hid hid,
+    std::vector<std::uint32_t> GetLinkSlot(LocalDevice::PortMap LocalDevice::*portMap, const char* operation, Hid hid,
                                            AudioPortNumber port);
+    static void ShowLocalDevice(const LocalDevice& device);
 
     boost::asio::io_service& mIoService;
     boost::asio::steady_timer mActiveTimer;
@@ -204,6 +210,8 @@ private:
     iOrbKLVComms* mComms;
     Hid mOrbIoHid = INVALID_HID;
     LocalDevice mLocal;
+    /// What stood on both links before another took its place on the primary one, while its secondary cable stands.
+    std::optional<LocalDevice> mReplaced;
     RemoteDevices mRemote;
     DeviceInfoStorage mDeviceInfo;
     bool mRouterConnected = false;

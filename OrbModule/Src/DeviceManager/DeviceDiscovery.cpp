@@ -190,7 +190,7 @@ void DeviceManager::LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT por
 {
     const Hid hid = command.GetHid();
     const bool isPri = IsPrimaryPort(port);
-    if (mLocal.IsOnline(isPri)) {
+    if (GetLocal(port).IsOnline(isPri)) {
         AUDIT_STREAM(RouterDiscovery, "Routing device already known on port " << PortText(port) << "\n");
         return;
     }
@@ -226,8 +226,9 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoSampleRateCapabilities>
 {
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoSampleRateCapabilities Current rate = "
                                   << command->GetSampleRate() << " Port " << PortText(port) << "\n");
-    mLocal.SampleRate = command->GetSampleRate();
-    mLocal.SampleRates = FirstRates(command->GetSampleRates());
+    LocalDevice& device = GetLocal(port);
+    device.SampleRate = command->GetSampleRate();
+    device.SampleRates = FirstRates(command->GetSampleRates());
 }
 
 void DeviceManager::OnIoInfoReq(std::shared_ptr<const IoInfoReq>, UINT8GIGEPORT port, StreamType type)
@@ -326,11 +327,11 @@ void DeviceManager::DoActiveAudio(bool isPri)
 
 void DeviceManager::RequestGPIState(Hid hid)
 {
-    if (hid == mLocal.Hid) {
+    if (const LocalDevice* const device = FindLocal(hid)) {
         AUDIT_STREAM(GPIODebug, "RequestGPIState For Local Box " << hid << "\n");
         for (const bool isPri : {true, false}) {
-            if (!mLocal.IsOnline(isPri)) continue;
-            mComms->SendLocal(GpiInfoRequest(), mLocal.Link(isPri).Port);
+            if (!device->IsOnline(isPri)) continue;
+            mComms->SendLocal(GpiInfoRequest(), device->Link(isPri).Port);
             return;
         }
     } else if (hid == mOrbIoHid) {

@@ -73,6 +73,7 @@ void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEP
         SendToOrb(SornMixedHIDError(true));
         return;
     }
+    if (mReplaced || mLocal.Hid != hid) ExchangeLocal(port, hid);
     mLocal.Type = type;
     mLocal.Hid = hid;
     // The link is online once its stream is.
@@ -92,6 +93,33 @@ void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEP
     }
 }
 
+/// A device whose secondary cable still stands when another takes its place on the primary link keeps that cable, with
+/// the routes over it, until the cable goes as well.
+void DeviceManager::ExchangeLocal(UINT8GIGEPORT port, Hid hid)
+{
+    if (mReplaced && mReplaced->Hid == hid) {
+        mReplaced->MixedHid = mLocal.MixedHid;
+        mLocal = std::move(*mReplaced);
+        mReplaced.reset();
+    } else if (port == Routing::PRIMARY_PORT) {
+        if (mReplaced || mLocal.Hid == INVALID_HID || !mLocalStreamUp[Routing::SECONDARY_PORT]) return;
+        AUDIT_STREAM(Information, "Local device " << mLocal.Hid << " is replaced on its primary link\n");
+        mReplaced = mLocal;
+        mReplaced->SetOnline(true, false);
+        mLocal.SetOnline(false, false);
+        mLocal.ResetAUInfo(LocalDevice::AUIndex(Routing::SECONDARY_PORT));
+    } else if (mReplaced) {
+        // Another is at the end of its cable already, and only the end of its stream has not been told.
+        mLocalStreamUp[port] = false;
+        OnLocalLinkGone(port, StreamType::LOCAL_LINK);
+    }
+}
+
+LocalDevice& DeviceManager::GetLocal(UINT8GIGEPORT port)
+{
+    return mReplaced && port == Routing::SECONDARY_PORT ? *mReplaced : mLocal;
+}
+
 void DeviceManager::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
 {
     if (port == Routing::SECONDARY_PORT && mLocal.MixedHid) {
@@ -102,9 +130,10 @@ void DeviceManager::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
     // A neighbour that only stopped beating keeps its type here, and with it its software check.
     if (type == K2Heartbeat::K2_NO_TYPE) mLocal.ResetAUInfo(LocalDevice::AUIndex(port));
     mComms->Disconnect(port);
-    if (!mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
+    const LocalDevice& device = GetLocal(port);
+    if (!mRouterConnected && device.Type == K2Heartbeat::K2_HUB_TYPE) {
         AUDIT_LOG(Information, "Shut down slave link to local hub\r\n");
-        mComms->Disconnect(GetPortAddress(mLocal.Hid, port), StreamType::SLAVE_LINK);
+        mComms->Disconnect(GetPortAddress(device.Hid, port), StreamType::SLAVE_LINK);
     }
 }
 
@@ -161,6 +190,8 @@ void DeviceManager::OnLocalLinkUp(UINT8GIGEPORT port)
         SendToOrb(RouterInfoReq());
         return;
     }
+    // One more stream of a device that is known.
+    if (&GetLocal(port) != &mLocal) return;
     const bool isPri = IsPrimaryPort(port);
     if (mLocal.Hid == INVALID_HID) {
         AUDIT_LOG(Fault, "Valid incoming stream with no local device\r\n");
@@ -202,7 +233,7 @@ void DeviceManager::RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t met
 
 void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
 {
-    if (IsExtendedIoHid(mLocal.Hid)) {
+    if (IsExtendedIoHid(GetLocal(port).Hid)) {
         mComms->SendLocal(IoInfoReqEx(1), port);
     } else {
         mComms->SendLocal(IoInfoReq(), port);
@@ -211,29 +242,30 @@ void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
 
 void DeviceManager::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
 {
-    const bool isPri = IsPrimaryPort(port);
-    const Hid hid = mLocal.Hid;
-    mLocal.SetOnline(isPri, false);
-    AUDIT_STREAM(Information, "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << mLocal << "\n");
+    LocalDevice& device = GetLocal(port);
+    const Hid hid = device.Hid;
+    device.SetOnline(IsPrimaryPort(port), false);
+    AUDIT_STREAM(Information, "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << device << "\n");
     // A stream that came and went without a device behind it leaves nothing to tell.
     if (hid == INVALID_HID) return;
-    if (mLocal.IsRoutingDevice()) {
-        LocalRouterGone(port, type, hid);
-    } else if (mLocal.IsOffline() && mLocal.Type != K2Heartbeat::K2_NO_TYPE) {
-        LocalIoGone(hid);
+    if (device.IsRoutingDevice()) {
+        LocalRouterGone(device, port, type);
+    } else if (device.IsOffline() && device.Type != K2Heartbeat::K2_NO_TYPE) {
+        LocalIoGone(device);
     }
     // Also of a device that was taken for gone before, as the end of the Orb router's stream does it: this link still
     // has its routes.
     DeviceStateChange(hid, port, false, type);
+    if (&device != &mLocal) mReplaced.reset();
 }
 
-void DeviceManager::LocalRouterGone(UINT8GIGEPORT port, StreamType type, Hid hid)
+void DeviceManager::LocalRouterGone(LocalDevice& device, UINT8GIGEPORT port, StreamType type)
 {
-    mLocal.AUDone[IsPrimaryPort(port)] = false;
+    device.AUDone[IsPrimaryPort(port)] = false;
     for (const Hid remote : mRemote.GetHids()) {
         const DeviceRecord& record = *mRemote.Find(remote);
         AUDIT_STREAM(Information, "Remote Device Link Offline " << record << "\n");
-        if (!mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
+        if (!mRouterConnected && device.Type == K2Heartbeat::K2_HUB_TYPE) {
             AUDIT_LOG(Information, "Shut down slave link for \r\n");
             mComms->Disconnect(GetPortAddress(remote, port), StreamType::SLAVE_LINK);
         }
@@ -245,20 +277,24 @@ void DeviceManager::LocalRouterGone(UINT8GIGEPORT port, StreamType type, Hid hid
         mDeviceInfo.EraseDeviceInfo(remote);
         mRemote.Erase(remote);
     }
-    if (!mLocal.IsOffline()) return;
-    mLocal.Hid = INVALID_HID;
+    if (!device.IsOffline()) return;
+    const Hid hid = device.Hid;
+    device.Hid = INVALID_HID;
     AUDIT_LOG(RouterConnectionDebug, "LOCAL ROUTER OFFLINE UPDATE ORB\r\n");
-    SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(mLocal.Type), hid, 0, 0));
+    SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(device.Type), hid, 0, 0));
+    // Whether there is a network is for the device in its place to say.
+    if (&device != &mLocal) return;
     PostNetworkConnection(false);
     mRouterConnected = false;
 }
 
-void DeviceManager::LocalIoGone(Hid hid)
+void DeviceManager::LocalIoGone(LocalDevice& device)
 {
     AUDIT_LOG(IODebug, "LOCAL IO OFFLINE UPDATE ORB\r\n");
-    SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(mLocal.Type), hid, 0, mHid, mLocal.SampleRate, mLocal.SampleRates));
-    mDeviceInfo.EraseDeviceInfo(hid);
-    mLocal.Type = K2Heartbeat::K2_NO_TYPE;
+    SendToOrb(
+        RemoteIoUpdate(ToRemoteDeviceType(device.Type), device.Hid, 0, mHid, device.SampleRate, device.SampleRates));
+    mDeviceInfo.EraseDeviceInfo(device.Hid);
+    device.Type = K2Heartbeat::K2_NO_TYPE;
 }
 
 void DeviceManager::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid)

@@ -20,9 +20,10 @@ void DeviceManager::ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, H
         return;
     }
     if (IsLocalIo(hid)) {
-        if (mLocal.IsOnline(true)) {
+        const LocalDevice& device = *FindLocal(hid);
+        if (device.IsOnline(true)) {
             mComms->SendLocal(command, Routing::PRIMARY_PORT);
-        } else if (mLocal.IsOnline(false)) {
+        } else if (device.IsOnline(false)) {
             mComms->SendLocal(command, Routing::SECONDARY_PORT);
         } else {
             AUDIT_LOG(Fault, "ForwardCmd No link to local device\r\n");

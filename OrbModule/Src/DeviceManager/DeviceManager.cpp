@@ -28,8 +28,14 @@ DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& com
 
 DeviceRecord* DeviceManager::GetDeviceRecord(Hid hid)
 {
-    if (hid == mLocal.Hid) return &mLocal;
+    if (LocalDevice* const device = FindLocal(hid)) return device;
     return mRemote.Find(hid);
+}
+
+LocalDevice* DeviceManager::FindLocal(Hid hid)
+{
+    if (hid == mLocal.Hid) return &mLocal;
+    return mReplaced && hid == mReplaced->Hid ? &*mReplaced : nullptr;
 }
 
 bool DeviceManager::IsDeviceOnline(Hid hid, UINT8GIGEPORT port)
@@ -40,7 +46,7 @@ bool DeviceManager::IsDeviceOnline(Hid hid, UINT8GIGEPORT port)
 
 bool DeviceManager::IsLocalIo(Hid hid)
 {
-    return mLocal.Hid == hid && IsIoHid(hid);
+    return FindLocal(hid) != nullptr && IsIoHid(hid);
 }
 
 bool DeviceManager::IsOwnDevice(Hid hid)
@@ -50,17 +56,19 @@ bool DeviceManager::IsOwnDevice(Hid hid)
 
 std::vector<std::uint32_t> DeviceManager::GetInputLinkSlot(Hid hid, AudioPortNumber port)
 {
-    return GetLinkSlot(mLocal.Inputs, "GetInputLinkSlot", hid, port);
+    return GetLinkSlot(&LocalDevice::Inputs, "GetInputLinkSlot", hid, port);
 }
 
 std::vector<std::uint32_t> DeviceManager::GetOutputLinkSlot(Hid hid, AudioPortNumber port)
 {
-    return GetLinkSlot(mLocal.Outputs, "GetOutputLinkSlot", hid, port);
+    return GetLinkSlot(&LocalDevice::Outputs, "GetOutputLinkSlot", hid, port);
 }
 
-std::vector<std::uint32_t> DeviceManager::GetLinkSlot(const LocalDevice::PortMap& ports, const char* operation, Hid hid,
-                                                      AudioPortNumber port)
+std::vector<std::uint32_t> DeviceManager::GetLinkSlot(LocalDevice::PortMap LocalDevice::*portMap, const char* operation,
+                                                      Hid hid, AudioPortNumber port)
 {
+    const LocalDevice* const device = FindLocal(hid);
+    const LocalDevice::PortMap& ports = (device ? *device : mLocal).*portMap;
     const auto found = ports.find(port);
     if (found == ports.end()) {
         AUDIT_STREAM(Fault, "DeviceManager::" << operation << ": Unknown port " << AudioPortText(port) << " for device "
@@ -109,21 +117,27 @@ Hid DeviceManager::GetOwner(Hid hid) const
     return record == nullptr ? INVALID_HID : record->Owner;
 }
 
-std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid) const
+std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid)
 {
-    if (hid != mLocal.Hid) return std::nullopt;
-    return mLocal.IoTimeout;
+    const LocalDevice* const device = FindLocal(hid);
+    if (device == nullptr) return std::nullopt;
+    return device->IoTimeout;
+}
+
+void DeviceManager::ShowLocalDevice(const LocalDevice& device)
+{
+    AUDIT_STREAM(Information, device.Type
+                                  << ' ' << device.Hid << "\n\tPri Rem Address: " << AddressText(device.Pri.RemoteIp)
+                                  << "Pri Link " << FlagText(device.Pri.IsOnline()) << "\n\tSec Rem Address: "
+                                  << AddressText(device.Sec.RemoteIp) << " Sec Link " << FlagText(device.Sec.IsOnline())
+                                  << "\n SR " << device.SampleRate << ":" << RatesText(device.SampleRates) << "\n");
 }
 
 void DeviceManager::ShowDevices(bool io)
 {
     AUDIT_LOG(Information, "Local devices:\n");
-    if (mLocal.Hid != INVALID_HID && (!io || mLocal.IsIoDevice()))
-        AUDIT_STREAM(Information,
-                     mLocal.Type << ' ' << mLocal.Hid << "\n\tPri Rem Address: " << AddressText(mLocal.Pri.RemoteIp)
-                                 << "Pri Link " << FlagText(mLocal.Pri.IsOnline()) << "\n\tSec Rem Address: "
-                                 << AddressText(mLocal.Sec.RemoteIp) << " Sec Link " << FlagText(mLocal.Sec.IsOnline())
-                                 << "\n SR " << mLocal.SampleRate << ":" << RatesText(mLocal.SampleRates) << "\n");
+    if (mLocal.Hid != INVALID_HID && (!io || mLocal.IsIoDevice())) ShowLocalDevice(mLocal);
+    if (mReplaced && (!io || mReplaced->IsIoDevice())) ShowLocalDevice(*mReplaced);
     AUDIT_LOG(Information, "Remote devices:\n");
     for (const Hid hid : mRemote.GetHids()) {
         const DeviceRecord& record = *mRemote.Find(hid);

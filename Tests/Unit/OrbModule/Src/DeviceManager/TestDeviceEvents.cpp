@@ -147,6 +147,58 @@ TEST_F(LocalDeviceTest, ABoxThatGoesBehindTheOrbRouterLeavesNoRoute)
     EXPECT_EQ(Take().back(), "changed 00200001 2 off");
 }
 
+class ReplacedTest : public LocalDeviceTest
+{
+protected:
+    static constexpr std::uint32_t OtherHid = 0x00210001;
+    const Lines mBoxIsGone{"P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
+                           "P0 Cable 00200001 pri off", "changed 00200001 2 off"};
+
+    ReplacedTest()
+    {
+        KnowSelf();
+        PlugBox(1);
+        PlugBox(2);
+        StreamGone(1);
+        Take();
+        PlugBox(1, OtherHid);
+    }
+};
+
+TEST_F(ReplacedTest, ABoxKeepsItsSecondaryLinkUntilThatGoes)
+{
+    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 2));
+    EXPECT_TRUE(mDevices.IsLocalIo(BoxHid));
+    EXPECT_FALSE(mDevices.IsDeviceOnline(OtherHid, 2)) << "the new one has no cable there";
+    StreamGone(2);
+    EXPECT_EQ(Take(), mBoxIsGone);
+    EXPECT_FALSE(mDevices.IsLocalIo(BoxHid));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(OtherHid, 1));
+}
+
+TEST_F(ReplacedTest, TheSecondaryCableMayFollowBeforeTheEndOfItsStreamIsTold)
+{
+    LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE);
+    Lines expected = mBoxIsGone;
+    expected.insert(expected.end() - 1, "connect 0.32.32.254 2 55000");
+    EXPECT_EQ(Take(), expected);
+    StreamGone(2);
+    EXPECT_EQ(Take(), Lines());
+    StreamUp(2);
+    EXPECT_TRUE(mDevices.IsDeviceOnline(OtherHid, 2));
+}
+
+TEST_F(ReplacedTest, ABoxThatComesBackHasBothLinks)
+{
+    StreamGone(1);
+    Take();
+    PlugBox(1);
+    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 1));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 2));
+    StreamGone(2);
+    EXPECT_EQ(Take(), (Lines{"P0 Cable 00200001 sec off", "changed 00200001 2 off"}));
+}
+
 TEST_F(LocalDeviceTest, ARepeatedEndOfAStreamChangesNothing)
 {
     PlugBox(1);
