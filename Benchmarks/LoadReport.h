@@ -25,7 +25,7 @@ class Samples
 public:
     void Add(double value) { mValues.push_back(value); }
     std::size_t Count() const { return mValues.size(); }
-    /// @param part 0.5 for the median.
+    /// @param part from 0 to 1; the median is at 0.5.
     double At(double part) const
     {
         if (mValues.empty()) return 0;

@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include <malloc.h>
+
 namespace simulation {
 
 namespace {
@@ -143,6 +145,15 @@ ControlAnswer Range(SimulatedFpga& board, const Words&)
     return Text(std::to_string(low) + " " + std::to_string(high));
 }
 
+/// Bytes that the program has allocated, wherever they lie and whatever lies free between them.
+ControlAnswer Heap(SimulatedFpga&, const Words&)
+{
+    const struct mallinfo2 heap = ::mallinfo2();
+    const std::size_t bytes = heap.uordblks + heap.hblkhd;
+    if (bytes == 0) throw std::invalid_argument("the allocator of this build keeps no count");
+    return Text(std::to_string(bytes));
+}
+
 struct Command
 {
     const char* usage;
@@ -151,7 +162,7 @@ struct Command
 };
 
 /// The first word of the usage is the command's name.
-constexpr std::array<Command, 14> Commands{{{"reg BLOCK OFFSET", 3, Register},
+constexpr std::array<Command, 15> Commands{{{"reg BLOCK OFFSET", 3, Register},
                                             {"table", 1, Table},
                                             {"probe ENDPOINT SAMPLE", 3, Probe},
                                             {"syncs", 1, Syncs},
@@ -164,7 +175,8 @@ constexpr std::array<Command, 14> Commands{{{"reg BLOCK OFFSET", 3, Register},
                                             {"lock on|off", 2, ServoLock},
                                             {"event BLOCK N", 3, Event},
                                             {"pll", 1, Pll},
-                                            {"range", 1, Range}}};
+                                            {"range", 1, Range},
+                                            {"heap", 1, Heap}}};
 
 } // namespace
 

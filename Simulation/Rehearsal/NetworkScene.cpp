@@ -29,16 +29,6 @@ std::string Rack(unsigned int rack)
     return std::to_string(rack);
 }
 
-/// Bytes of a word as they stand on the wire, in the form of a received command.
-std::string WireWord(const std::string& hex)
-{
-    const unsigned long value = std::stoul(hex, nullptr, 16);
-    char text[16];
-    std::snprintf(text, sizeof text, "%02lx %02lx %02lx %02lx", value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF,
-                  value >> 24 & 0xFF);
-    return text;
-}
-
 std::string Took(Clock::time_point since)
 {
     return std::to_string(std::chrono::duration_cast<Milliseconds>(Clock::now() - since).count()) + " ms";
@@ -159,20 +149,7 @@ std::unique_ptr<Peer> NetworkScene::MakeBox(const std::string& kind, unsigned in
 
 void NetworkScene::ExpectUpdate(unsigned int id, const std::string& hid, bool present)
 {
-    // Behind the 8 bytes of the header stand the type, the HID and then the address, which is 0 for what has gone.
-    constexpr std::size_t HidPlace = 9 * 3;
-    constexpr std::size_t AddressPlace = 13 * 3;
-    constexpr std::size_t WordLength = 4 * 3 - 1;
-    const auto isExpected = [&](const std::string& bytes) {
-        return bytes.substr(HidPlace, WordLength) == WireWord(hid) &&
-               (bytes.substr(AddressPlace, WordLength) != "00 00 00 00") == present;
-    };
-    const Deadline deadline(mPatience);
-    for (;;) {
-        const std::vector<std::string> updates = mOrb->GetReceived(id);
-        if (std::any_of(updates.begin(), updates.end(), isExpected)) return;
-        mOrb->WaitFor(id, static_cast<unsigned int>(updates.size() + 1), deadline.Left());
-    }
+    mOrb->WaitForUpdate(id, hid, present, mPatience);
 }
 
 void NetworkScene::ExpectHeartbeat(const std::string& bytes)

@@ -1,6 +1,10 @@
 #include "Simulation/Rehearsal/Peer.h"
 
+#include "Simulation/Rehearsal/Deadline.h"
+
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <utility>
 
 namespace stage {
@@ -30,6 +34,16 @@ std::string BytesOf(const std::string& line)
     for (int word = 0; word < 3; ++word)
         position = line.find(' ', position) + 1;
     return line.substr(position);
+}
+
+/// A word as it stands on the wire, in the form of a received command.
+std::string WireWord(const std::string& hex)
+{
+    const unsigned long value = std::stoul(hex, nullptr, 16);
+    char text[16];
+    std::snprintf(text, sizeof text, "%02lx %02lx %02lx %02lx", value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF,
+                  value >> 24 & 0xFF);
+    return text;
 }
 
 } // namespace
@@ -64,6 +78,31 @@ std::vector<std::string> Peer::GetReceived(unsigned int id)
     for (std::string& line : lines)
         line = BytesOf(line);
     return lines;
+}
+
+void Peer::WaitForOneLike(unsigned int id, const std::function<bool(const std::string& bytes)>& accept,
+                          Milliseconds patience)
+{
+    const Deadline deadline(patience);
+    for (;;) {
+        const std::vector<std::string> received = GetReceived(id);
+        if (std::any_of(received.begin(), received.end(), accept)) return;
+        WaitFor(id, static_cast<unsigned int>(received.size() + 1), deadline.Left());
+    }
+}
+
+void Peer::WaitForUpdate(unsigned int id, const std::string& hid, bool present, Milliseconds patience)
+{
+    // Behind the 8 bytes of the header stand the type, the HID and then the address, which is 0 for what has gone.
+    constexpr std::size_t HidPlace = 9 * 3;
+    constexpr std::size_t AddressPlace = 13 * 3;
+    constexpr std::size_t WordLength = 4 * 3 - 1;
+    const std::string wanted = WireWord(hid);
+    const auto isWanted = [&](const std::string& bytes) {
+        return bytes.size() >= AddressPlace + WordLength && bytes.substr(HidPlace, WordLength) == wanted &&
+               (bytes.substr(AddressPlace, WordLength) != "00 00 00 00") == present;
+    };
+    WaitForOneLike(id, isWanted, patience);
 }
 
 } // namespace stage

@@ -3,6 +3,7 @@
 #include "Simulation/Rehearsal/ChildProcess.h"
 #include "Simulation/Rehearsal/ControlChannel.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +29,12 @@ public:
     std::string WaitFor(unsigned int id, unsigned int count = 1, Milliseconds patience = Patience);
     /// The bytes of all commands of an id that have come since then.
     std::vector<std::string> GetReceived(unsigned int id);
+    /// Waits until a command of an id has come since then whose bytes are accepted.
+    void WaitForOneLike(unsigned int id, const std::function<bool(const std::string& bytes)>& accept,
+                        Milliseconds patience = Patience);
+    /// Waits until this peer has been told that a device is there, or has gone.
+    /// @param id RemoteIoUpdate or RemoteRouterUpdate; @param hid in hex with or without "0x".
+    void WaitForUpdate(unsigned int id, const std::string& hid, bool present = true, Milliseconds patience = Patience);
 
 private:
     Peer(const std::string& kind, const std::string& networkNamespace, const std::vector<std::string>& options,

@@ -20,15 +20,6 @@ constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
 /// A tool may hang for 10 s, and a few may do so one behind the other.
 constexpr Milliseconds SettlePatience{90000};
 
-std::string WireWord(const std::string& hex)
-{
-    const unsigned long value = std::stoul(hex, nullptr, 16);
-    char text[16];
-    std::snprintf(text, sizeof text, "%02lx %02lx %02lx %02lx", value & 0xFF, value >> 8 & 0xFF, value >> 16 & 0xFF,
-                  value >> 24 & 0xFF);
-    return text;
-}
-
 /// Words of a table by their index, without those that are 0.
 std::map<unsigned long, unsigned long> ParseTable(const std::vector<std::string>& lines)
 {
@@ -278,22 +269,10 @@ void Unit::ExpectStream(Peer& peer, const std::string& name, const std::string& 
 /// Until the Orb router has been told of it.
 void Unit::ExpectDevice(const char* hid)
 {
-    constexpr std::size_t HidPlace = 9 * 3;
-    constexpr std::size_t AddressPlace = 13 * 3;
-    constexpr std::size_t WordLength = 4 * 3 - 1;
-    const std::string wanted = WireWord(hid);
-    const auto isExpected = [&](const std::string& bytes) {
-        return bytes.substr(HidPlace, WordLength) == wanted && bytes.substr(AddressPlace, WordLength) != "00 00 00 00";
-    };
-    const Deadline deadline(SettlePatience);
-    for (;;) {
-        const std::vector<std::string> updates = mOrb->GetReceived(RemoteIoUpdate);
-        if (std::any_of(updates.begin(), updates.end(), isExpected)) return;
-        try {
-            mOrb->WaitFor(RemoteIoUpdate, static_cast<unsigned int>(updates.size() + 1), deadline.Left());
-        } catch (const NotSeen&) {
-            throw NotSeen(std::string("the Orb router is not told of the device ") + hid);
-        }
+    try {
+        mOrb->WaitForUpdate(RemoteIoUpdate, hid, true, SettlePatience);
+    } catch (const NotSeen&) {
+        throw NotSeen(std::string("the Orb router is not told of the device ") + hid);
     }
 }
 

@@ -63,7 +63,9 @@ public:
     /// Whoever was there at the start is there again, all patches are broken and a few are made; each thing that then
     /// is not as it must be is a violation. Everything that was spoiled is mended already.
     void Settle();
-    pid_t GetProcess() { return mModule.Process().Id(); }
+    Vitals GetVitals() { return Vitals::Of(mModule.Process().Id(), mControl); }
+    /// As soon as the module holds no more than that, or after 20 s.
+    Vitals AwaitVitals(const Vitals& wanted) { return Vitals::Settled(mModule.Process().Id(), mControl, wanted); }
     void Stop();
     /// Who is there, and with which streams.
     std::string Describe();

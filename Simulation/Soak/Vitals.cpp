@@ -20,17 +20,17 @@ std::size_t CountEntries(const std::string& directory)
 
 } // namespace
 
-Vitals Vitals::Of(pid_t process)
+Vitals Vitals::Of(pid_t process, stage::ControlChannel& control)
 {
     const std::string directory = "/proc/" + std::to_string(process);
     Vitals vitals;
+    vitals.allocatedKiB = std::stoul(control.AskOne("heap")) / 1024;
     std::ifstream status(directory + "/status");
     for (std::string line; std::getline(status, line);) {
         std::istringstream words(line);
         std::string name;
         words >> name;
         if (name == "VmRSS:") words >> vitals.residentKiB;
-        if (name == "RssAnon:") words >> vitals.anonymousKiB;
     }
     vitals.threads = CountEntries(directory + "/task");
     vitals.descriptors = CountEntries(directory + "/fd");
@@ -51,16 +51,16 @@ std::string Vitals::ListSockets(pid_t process)
 
 std::string Vitals::Text() const
 {
-    return std::to_string(residentKiB) + " KiB resident (" + std::to_string(anonymousKiB) + " KiB without files), " +
+    return std::to_string(allocatedKiB) + " KiB allocated, " + std::to_string(residentKiB) + " KiB resident, " +
            std::to_string(threads) + " threads, " + std::to_string(descriptors) + " descriptors";
 }
 
-Vitals Vitals::Settled(pid_t process, const Vitals& wanted)
+Vitals Vitals::Settled(pid_t process, stage::ControlChannel& control, const Vitals& wanted)
 {
     constexpr std::chrono::seconds Patience(20);
     const auto deadline = std::chrono::steady_clock::now() + Patience;
     for (;;) {
-        Vitals vitals = Of(process);
+        Vitals vitals = Of(process, control);
         if (vitals.HasMemoryOf(wanted) && vitals.HasHandlesOf(wanted)) return vitals;
         if (std::chrono::steady_clock::now() > deadline) {
             vitals.sockets = ListSockets(process);

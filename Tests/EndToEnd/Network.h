@@ -29,10 +29,10 @@ inline const Neighbour Box{"fixed", "0x00200001", 0x20, {"card 0 QV1410"}};
 inline const Neighbour OtherBox{"fixed", "0x00210001", 0x21, {"card 0 QV1410"}};
 inline const Neighbour HubWithBox{
     "hub", "0x00308000", 0x30, {"device 0x00300002 fixed 0.48.9.1", "of 0x00300002 card 0 QV1410"}};
-/// Identities as they stand on the wire.
+/// The box behind the hub.
+constexpr char HubBoxHid[] = "0x00300002";
+/// The box as it stands on the wire.
 constexpr char BoxOnWire[] = "01 00 20 00";
-constexpr char HubOnWire[] = "00 80 30 00";
-constexpr char HubBoxOnWire[] = "02 00 30 00";
 
 /// The module in its unit, with an empty log and some features of it switched on, and whoever is in its network.
 class Network
@@ -98,30 +98,16 @@ public:
     /// The values of all commands of an id that a peer has received, in hex.
     static std::vector<std::string> Values(stage::Peer& peer, unsigned int id)
     {
-        constexpr std::size_t header = 8 * 3;
         std::vector<std::string> values = peer.GetReceived(id);
         for (std::string& value : values)
-            value = value.size() < header ? std::string() : value.substr(header);
+            value = ValueOf(value);
         return values;
     }
     /// Waits until a value has come that is accepted.
     template <class Accept>
     static void WaitForValue(stage::Peer& peer, unsigned int id, Accept accept)
     {
-        const stage::Deadline deadline(stage::Patience);
-        for (;;) {
-            const std::vector<std::string> values = Values(peer, id);
-            if (std::any_of(values.begin(), values.end(), accept)) return;
-            peer.WaitFor(id, static_cast<unsigned int>(values.size() + 1), deadline.Left());
-        }
-    }
-    /// Waits until the Orb router has been told that a device is there, or has gone: behind the type and the identity
-    /// stands its address, which is 0 for what has gone.
-    void WaitForUpdate(unsigned int id, const std::string& device, bool present = true)
-    {
-        WaitForValue(*mOrb, id, [&](const std::string& value) {
-            return value.substr(3, 11) == device && (value.substr(15, 11) != "00 00 00 00") == present;
-        });
+        peer.WaitForOneLike(id, [&](const std::string& bytes) { return accept(ValueOf(bytes)); });
     }
     /// Waits until the Orb router has been told this of a device's cable: primary or not, online or not.
     void WaitForCable(const std::string& device, const std::string& state)
@@ -131,6 +117,11 @@ public:
     }
 
 private:
+    static std::string ValueOf(const std::string& bytes)
+    {
+        constexpr std::size_t Header = 8 * 3;
+        return bytes.size() < Header ? std::string() : bytes.substr(Header);
+    }
     /// An identity of the unit.
     std::string OfRack(unsigned int device) const { return std::to_string(mRack << 16 | device); }
 

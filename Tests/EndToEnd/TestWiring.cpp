@@ -68,7 +68,7 @@ void RunWithStreams(Network& network)
 {
     network.Start();
     network.Plug(0, HubWithBox);
-    network.WaitForUpdate(RemoteIoUpdate, HubBoxOnWire);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
 }
 
 void Flood(Network& network)
