@@ -22,7 +22,7 @@ namespace {
 
 constexpr Hid Own = 0xC0014000;
 constexpr Hid Desk = 0xC0010005;
-constexpr Hid Box = 0xC0020001;
+constexpr Hid Boxes[] = {0xC0020001, 0xC0060001};
 constexpr Hid HubNode = 0xC0058000;
 constexpr Hid FarNode = 0xC0038000;
 constexpr Hid FarBoxes[] = {0xC0030001, 0xC0030002, 0xC0030003};
@@ -36,6 +36,11 @@ HidPort ToHidPort(const IoPort& port)
 bool IsOwn(const IoPort& port)
 {
     return GetRackId(port.GetHid()) == GetRackId(Own);
+}
+
+bool IsBox(const IoPort& port)
+{
+    return std::count(std::begin(Boxes), std::end(Boxes), port.GetHid()) != 0;
 }
 
 std::string Text(const IoPort& port)
@@ -76,7 +81,8 @@ private:
 PatchWorld::PatchWorld(std::uint32_t seed, Sabotage sabotage)
     : mRandom(seed),
       mSaboteur(std::make_unique<Saboteur>(mBoard.GetPatcher(), sabotage == Sabotage::StaleRoute)),
-      mSabotage(sabotage)
+      mSabotage(sabotage),
+      mBox{Boxes[0], Boxes[0], Boxes[0]}
 {
     const DeviceManager::Delays atOnce{std::chrono::milliseconds{0}, std::chrono::milliseconds{0}};
     mDevices = std::make_unique<DeviceManager>(
@@ -138,7 +144,11 @@ void PatchWorld::Step()
             PlugCable(port);
         }
     } else if (dice < 82) {
-        ChangeNeighbour();
+        if (mNeighbour == Neighbour::Box && mCables[1] && mCables[2] && Dice(2) == 0) {
+            ExchangeBox();
+        } else {
+            ChangeNeighbour();
+        }
     } else if (dice < 86) {
         Flood();
     } else if (dice < 92) {
@@ -157,7 +167,9 @@ void PatchWorld::Step()
 void PatchWorld::PlugCable(UINT8GIGEPORT port)
 {
     Note("plug " + PortText(port));
-    const Hid hid = mNeighbour == Neighbour::Box ? Box : HubNode;
+    // A box brings its primary cable first.
+    if (port == Routing::SECONDARY_PORT) mBox[port] = mBox[Routing::PRIMARY_PORT];
+    const Hid hid = mNeighbour == Neighbour::Box ? mBox[port] : HubNode;
     const K2Heartbeat::LinkType type = mNeighbour == Neighbour::Box   ? K2Heartbeat::K2_FIXED_FORMAT_TYPE
                                        : mNeighbour == Neighbour::Hub ? K2Heartbeat::K2_HUB_TYPE
                                                                       : K2Heartbeat::K2_ROUTER_TYPE;
@@ -203,17 +215,28 @@ void PatchWorld::ChangeNeighbour()
     if (next != Neighbour::None) PlugCable(static_cast<UINT8GIGEPORT>(1 + Dice(2)));
 }
 
+/// The old one stays on its secondary cable for as long as that is not pulled.
+void PatchWorld::ExchangeBox()
+{
+    PullCable(Routing::PRIMARY_PORT);
+    Settle();
+    Hid& box = mBox[Routing::PRIMARY_PORT];
+    box = box == Boxes[0] ? Boxes[1] : Boxes[0];
+    Note("exchange of the box");
+    PlugCable(Routing::PRIMARY_PORT);
+}
+
 IoPort PatchWorld::RandomSource(bool own)
 {
     if (own) return IoPort(Desk, 1, Dice(8));
-    if (mNeighbour == Neighbour::Box) return IoPort(Box, 1, Dice(16));
+    if (mNeighbour == Neighbour::Box) return IoPort(mBox[1 + Dice(2)], 1, Dice(16));
     return IoPort(FarBoxes[Dice(3)], 1, Dice(4));
 }
 
 IoPort PatchWorld::RandomDest(bool own)
 {
     if (own) return IoPort(Desk, 2, Dice(24));
-    if (mNeighbour == Neighbour::Box) return IoPort(Box, 2, Dice(16));
+    if (mNeighbour == Neighbour::Box) return IoPort(mBox[1 + Dice(2)], 2, Dice(16));
     return IoPort(FarBoxes[Dice(3)], 2, Dice(12));
 }
 
@@ -222,7 +245,9 @@ void PatchWorld::MakePatch()
     // Own to own does not pass this module, and far to far does not either.
     const bool ownSource = Dice(2) == 0;
     const bool ownDest = mNeighbour == Neighbour::Box && !ownSource ? Dice(3) != 0 : !ownSource;
-    const Wish wish{RandomSource(ownSource), RandomDest(ownDest)};
+    Wish wish{RandomSource(ownSource), RandomDest(ownDest)};
+    // From one box to the other the audio would have to pass this module.
+    if (IsBox(wish.source) && IsBox(wish.dest)) wish.dest = IoPort(wish.source.GetHid(), 2, Dice(16));
     const auto old = std::find_if(mWishes.begin(), mWishes.end(), [&](const Wish& w) { return w.dest == wish.dest; });
     if (old != mWishes.end()) {
         if (old->source != wish.source) Order(*old, false);
@@ -307,7 +332,7 @@ void PatchWorld::Recover()
 
 PatchWorld::Slots PatchWorld::SlotsOf(const IoPort& source, UINT8GIGEPORT port) const
 {
-    if (source.GetHid() == Box) return {source.GetIndex()};
+    if (IsBox(source)) return {source.GetIndex()};
     std::uint32_t first = 100 + 2 * source.GetIndex();
     if (!IsOwn(source)) first = 200 + 100u * port + 8 * (source.GetHid() & 0xF) + 2 * source.GetIndex();
     return source.GetIndex() % 2 == 0 ? Slots{first} : Slots{first, first + 1};
@@ -328,7 +353,7 @@ void PatchWorld::Order(const Wish& wish, bool make)
 void PatchWorld::OrderFromOrb(const Wish& wish, bool make, UINT8GIGEPORT link)
 {
     IoPort orig = wish.source;
-    if (!make && mSabotage == Sabotage::SlotLeak && ++mBreaks >= UnsabotagedBreaks) orig = IoPort(Box, 1, 4000);
+    if (!make && mSabotage == Sabotage::SlotLeak && ++mBreaks >= UnsabotagedBreaks) orig = IoPort(Boxes[0], 1, 4000);
     const Slots slots = IsOwn(wish.source) ? SlotsOf(wish.source, 0) : Slots{};
     Deliver(RouterPatchAudio(PatchSource(wish.source, link, slots), wish.dest, orig, make, false), 0);
 }
@@ -433,7 +458,9 @@ void PatchWorld::OnNeighbourReceives(UINT8GIGEPORT port, const DeskCommand& comm
 {
     const auto type = StreamType::LOCAL_LINK;
     if (mNeighbour == Neighbour::Box && dynamic_cast<const IoInfoReq*>(&command)) {
-        Answer(port, [=] { mDevices->ProcessIOCmd(Share(IoInfo(Box, 1, {"QV1320", "", "", "", ""})), port, type); });
+        Answer(port, [=] {
+            mDevices->ProcessIOCmd(Share(IoInfo(mBox[port], 1, {"QV1320", "", "", "", ""})), port, type);
+        });
     } else if (mNeighbour != Neighbour::Box && dynamic_cast<const RouterInfoReq*>(&command)) {
         const auto kind = mNeighbour == Neighbour::Hub ? RemoteDeviceType::Hub : RemoteDeviceType::Router;
         // Never withheld: a link that has not described itself yet does not count when the other one is lost.
@@ -581,7 +608,7 @@ bool PatchWorld::IsCarried(const Wish& wish)
             const auto feed = mBoard.GetFeed(to, number);
             heard += feed && feed->first == from && std::count(slots.begin(), slots.end(), feed->second) != 0;
         }
-        const std::size_t needed = wish.dest.GetHid() == Box ? 1 : SlotsOf(wish.source, from).size();
+        const std::size_t needed = IsBox(wish.dest) ? 1 : SlotsOf(wish.source, from).size();
         if (heard == needed) {
             if (to == Routing::ORB_PORT) return true;
         } else if (to != Routing::ORB_PORT) {
@@ -597,7 +624,7 @@ bool PatchWorld::MayWait(const Wish& wish) const
 {
     if (!IsOwn(wish.dest)) return false;
     const OrbPatchInfo* const patch = mController->GetPatchStore().Find(wish.dest);
-    return wish.source.GetHid() == Box || (patch && !patch->GetSwapTarget().IsValid());
+    return IsBox(wish.source) || (patch && !patch->GetSwapTarget().IsValid());
 }
 
 /// Whether a patch has no route until it is sent again: it stands by and the other link does not carry it, or it knows

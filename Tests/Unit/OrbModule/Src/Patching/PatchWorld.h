@@ -74,6 +74,7 @@ private:
     void PlugCable(UINT8GIGEPORT port);
     void PullCable(UINT8GIGEPORT port);
     void ChangeNeighbour();
+    void ExchangeBox();
     void MakePatch();
     void BreakPatch();
     void Flood();
@@ -124,6 +125,8 @@ private:
 
     Neighbour mNeighbour = Neighbour::None;
     std::array<bool, 3> mCables{};
+    /// The box at each cable, plugged in or not.
+    std::array<Hid, 3> mBox;
     std::vector<Wish> mWishes;
     /// Where the Orb router was told to listen for each source; the first destination of a source tells it.
     std::unordered_map<IoPort, Slots> mToldSlots;
