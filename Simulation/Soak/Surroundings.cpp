@@ -67,7 +67,9 @@ Surroundings::Surroundings(Findings& findings) : mFindings(findings)
 std::map<std::string, std::string> Surroundings::GetEnvironment() const
 {
     const char* const path = std::getenv("PATH");
-    return {{"PATH", std::string(Tools) + ":" + (path ? path : "/usr/sbin:/usr/bin:/sbin:/bin")}};
+    // Without the caches of the threads, in which the allocator counts what is free as if it were in use.
+    return {{"GLIBC_TUNABLES", "glibc.malloc.tcache_count=0"},
+            {"PATH", std::string(Tools) + ":" + (path ? path : "/usr/sbin:/usr/bin:/sbin:/bin")}};
 }
 
 void Surroundings::SpoilTool(const std::string& tool, const std::string& manner)
