@@ -153,14 +153,20 @@ private:
     void LocalRouterGone(LocalDevice& device, UINT8GIGEPORT port, StreamType type);
     void LocalIoGone(LocalDevice& device);
     void ExchangeLocal(UINT8GIGEPORT port, Hid hid);
+    bool IsLocalInUse();
     /// The device whose stream a link carries.
     LocalDevice& GetLocal(UINT8GIGEPORT port);
+    /// The local device, or if it is wholly offline the one that it has replaced.
+    LocalDevice& GetReachableLocal();
+    /// Whether the link layer has seen another than GetLocal() there.
+    bool IsStrangerOn(UINT8GIGEPORT port);
     /// The local device with this identity, also one that has been replaced; null if there is none.
     LocalDevice* FindLocal(Hid hid);
     void OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid);
     void OnUpdateLinkChanged(bool valid);
     bool IsRepeatedLoss(UINT8GIGEPORT port);
-    void RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid);
+    bool HasLiveStream(UINT8GIGEPORT port);
+    void RequestCheck(LocalDevice& device, bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid);
     /// The description request of the local box: the extended form for those that know it.
     void SendIoInfoReq(UINT8GIGEPORT port);
 
@@ -173,9 +179,9 @@ private:
     void SendToOrb(const DeskCommand& command);
 
     // The discovery exchange.
-    void BuildPortMaps(const IoInfo& command);
-    void BuildPortMaps(const DeviceInfoStorage::CommandMap& cards);
-    void BuildPortMaps(const IoInfoK2Mod& command);
+    static void BuildPortMaps(LocalDevice& device, const IoInfo& command);
+    static void BuildPortMaps(LocalDevice& device, const DeviceInfoStorage::CommandMap& cards);
+    static void BuildPortMaps(LocalDevice& device, const IoInfoK2Mod& command);
     void OrbRouterInfo(const RouterInfo& command);
     void LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type);
     void SendSelfInfo(UINT8GIGEPORT port);
@@ -219,6 +225,8 @@ private:
     bool mCableCheckLimitReported = false;
     /// Whether the local stream of each port is up: the end of a stream is reported more than once.
     std::array<bool, Routing::PORT_COUNT> mLocalStreamUp{};
+    /// What the link layer has seen on each port.
+    std::array<Hid, Routing::PORT_COUNT> mLinkHid{INVALID_HID, INVALID_HID, INVALID_HID};
     RunCommand mRun;
     Delays mDelays;
     Limits mLimits;

@@ -67,38 +67,38 @@ void AddModulePorts(LocalDevice::PortMap& ports, std::uint32_t count, bool doubl
 
 } // namespace
 
-void DeviceManager::BuildPortMaps(const IoInfo& command)
+void DeviceManager::BuildPortMaps(LocalDevice& device, const IoInfo& command)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(device.SampleRate);
     std::uint16_t in = 0;
     std::uint16_t out = 0;
     std::uint32_t slot = 0;
     for (const std::string& code : command.GetSlots()) {
-        mLocal.IoTimeout = LocalDevice::DescribedIoTimeout;
+        device.IoTimeout = LocalDevice::DescribedIoTimeout;
         const CardModel card = GetCardModel(code, doubleRate);
-        AddCard(mLocal.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
-        AddCard(mLocal.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
+        AddCard(device.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
+        AddCard(device.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
         ++slot;
     }
 }
 
-void DeviceManager::BuildPortMaps(const DeviceInfoStorage::CommandMap& cards)
+void DeviceManager::BuildPortMaps(LocalDevice& device, const DeviceInfoStorage::CommandMap& cards)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(device.SampleRate);
     for (const auto& entry : cards) {
         const auto card = std::dynamic_pointer_cast<const IoInfoCard>(entry.second);
         if (entry.first == DeviceInfoStorage::LastSlot || card == nullptr) continue;
         const auto first = static_cast<std::uint16_t>(entry.first * PortsPerCard);
-        AddHardwarePorts(mLocal.Inputs, first, card->GetInputs(), doubleRate);
-        AddHardwarePorts(mLocal.Outputs, first, card->GetOutputs(), doubleRate);
+        AddHardwarePorts(device.Inputs, first, card->GetInputs(), doubleRate);
+        AddHardwarePorts(device.Outputs, first, card->GetOutputs(), doubleRate);
     }
 }
 
-void DeviceManager::BuildPortMaps(const IoInfoK2Mod& command)
+void DeviceManager::BuildPortMaps(LocalDevice& device, const IoInfoK2Mod& command)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
-    AddModulePorts(mLocal.Inputs, command.GetInputs(), doubleRate);
-    AddModulePorts(mLocal.Outputs, command.GetOutputs(), doubleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(device.SampleRate);
+    AddModulePorts(device.Inputs, command.GetInputs(), doubleRate);
+    AddModulePorts(device.Outputs, command.GetOutputs(), doubleRate);
 }
 
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type)
@@ -111,9 +111,9 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIG
                                                          << std::uint32_t{command->GetType()} << "\n");
     if (!mDeviceInfo.GetDevice(hid)) {
         if (const DeviceRecord* record = mRemote.Find(hid)) updateType = ToRemoteDeviceType(record->Type);
-        if (mLocal.Hid == hid) {
-            updateType = ToRemoteDeviceType(mLocal.Type);
-            BuildPortMaps(*command);
+        if (LocalDevice* const device = FindLocal(hid)) {
+            updateType = ToRemoteDeviceType(device->Type);
+            BuildPortMaps(*device, *command);
         }
         mDeviceInfo.Emplace(hid, ToLinkType(updateType), command, 0);
     }
@@ -129,11 +129,12 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT
     const std::uint32_t slot = command->GetSlot();
     const bool isPri = IsPrimaryPort(port);
     const bool isLast = slot == DeviceInfoStorage::LastSlot;
+    LocalDevice* const device = FindLocal(hid);
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoInfoCard Hid " << hid << " Slot " << slot << "\n");
     if (port == Routing::ORB_PORT) {
         mOrbIoHid = hid;
-    } else if (hid == mLocal.Hid) {
-        mLocal.SetOnline(isPri, true);
+    } else if (device) {
+        device->SetOnline(isPri, true);
     }
     if (mDeviceInfo.GetDevice(hid)) {
         AUDIT_STREAM(IODiscovery, "ModIO is complete " << FlagText(true) << "\n");
@@ -144,8 +145,8 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT
     }
     mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULAR_TYPE, command, slot);
     if (!isLast) return;
-    if (hid == mLocal.Hid) {
-        if (const auto cards = mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*cards);
+    if (device) {
+        if (const auto cards = mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*device, *cards);
     }
     AUDIT_STREAM(IODiscovery, "New Modular I/O box " << hid << "\n");
     if (port != Routing::ORB_PORT) {
@@ -159,7 +160,7 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UIN
 {
     const Hid hid = command->GetHid();
     if (!mDeviceInfo.GetDevice(hid)) {
-        if (hid == mLocal.Hid) BuildPortMaps(*command);
+        if (LocalDevice* const device = FindLocal(hid)) BuildPortMaps(*device, *command);
         AUDIT_STREAM(IODiscovery, "New Korvo Module " << hid << "\n");
         mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULE_TYPE, command, 0);
     }
@@ -283,8 +284,9 @@ void DeviceManager::SendSelfInfo(UINT8GIGEPORT port)
         AUDIT_LOG(Information, "SendSelfInfo Failed to find internal IO to report\r\n");
         return;
     }
-    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mOrbIoHid, mLocal.Link(IsPrimaryPort(port)).LocalIp,
-                                     mHid, record->SampleRate, record->SampleRates),
+    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mOrbIoHid,
+                                     GetLocal(port).Link(IsPrimaryPort(port)).LocalIp, mHid, record->SampleRate,
+                                     record->SampleRates),
                       port);
 }
 
@@ -303,10 +305,11 @@ void DeviceManager::SendRemoteIoUpdate(RemoteDeviceType type, Hid hid)
 
 void DeviceManager::SendToConnectedRoutingDevice(const DeskCommand& command)
 {
-    if (!mLocal.IsRoutingDevice()) return;
+    const LocalDevice& device = GetReachableLocal();
+    if (!device.IsRoutingDevice()) return;
     AUDIT_LOG(RouterCmdDebug, "Sending command %u to connected routing device.\n", command.GetCommandId());
     for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
-        if (mLocal.IsOnline(IsPrimaryPort(port))) mComms->SendLocal(command, port);
+        if (device.IsOnline(IsPrimaryPort(port))) mComms->SendLocal(command, port);
 }
 
 void DeviceManager::DoActiveAudio(bool isPri)

@@ -57,6 +57,7 @@ void DeviceManager::OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t local
     AUDIT_STREAM(Information, "DeviceManager::OnDeviceChanged Hid "
                                   << hid << " Port " << PortText(port) << " Local IP " << AddressText(localIp)
                                   << " Rem IP " << AddressText(remoteIp) << " Link Type " << type << "\n");
+    if (port >= mLinkHid.size()) return;
     if (localIp != 0) {
         LinkUp(port, localIp, remoteGigE, remoteIp, hid, type);
     } else {
@@ -67,6 +68,7 @@ void DeviceManager::OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t local
 void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remoteGigE, std::uint32_t remoteIp,
                            Hid hid, K2Heartbeat::LinkType type)
 {
+    mLinkHid[port] = hid;
     if (port == Routing::SECONDARY_PORT && mLocal.Pri.IsOnline() && mLocal.Hid != hid) {
         AUDIT_STREAM(Fault, "Secondary port HID " << hid << "does not match primary port HID " << mLocal.Hid << "\n");
         mLocal.MixedHid = true;
@@ -97,22 +99,33 @@ void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEP
 /// the routes over it, until the cable goes as well.
 void DeviceManager::ExchangeLocal(UINT8GIGEPORT port, Hid hid)
 {
+    constexpr UINT8GIGEPORT secondary = Routing::SECONDARY_PORT;
     if (mReplaced && mReplaced->Hid == hid) {
         mReplaced->MixedHid = mLocal.MixedHid;
         mLocal = std::move(*mReplaced);
         mReplaced.reset();
-    } else if (port == Routing::PRIMARY_PORT) {
-        if (mReplaced || mLocal.Hid == INVALID_HID || !mLocalStreamUp[Routing::SECONDARY_PORT]) return;
-        AUDIT_STREAM(Information, "Local device " << mLocal.Hid << " is replaced on its primary link\n");
-        mReplaced = mLocal;
-        mReplaced->SetOnline(true, false);
-        mLocal.SetOnline(false, false);
-        mLocal.ResetAUInfo(LocalDevice::AUIndex(Routing::SECONDARY_PORT));
-    } else if (mReplaced) {
+    } else if (port == secondary) {
+        if (!mReplaced) return;
         // Another is at the end of its cable already, and only the end of its stream has not been told.
-        mLocalStreamUp[port] = false;
+        mLocalStreamUp[port] = HasLiveStream(port);
         OnLocalLinkGone(port, StreamType::LOCAL_LINK);
+    } else {
+        if (!mReplaced && mLocalStreamUp[secondary] && IsLocalInUse()) {
+            AUDIT_STREAM(Information, "Local device " << mLocal.Hid << " is replaced on its primary link\n");
+            mReplaced = mLocal;
+            mReplaced->SetOnline(true, false);
+        } else if (mReplaced || mLinkHid[secondary] == INVALID_HID) {
+            return;
+        }
+        mLocal.SetOnline(false, false);
+        mLocal.ResetAUInfo(LocalDevice::AUIndex(secondary));
     }
+}
+
+/// Whether patches may have routes to it.
+bool DeviceManager::IsLocalInUse()
+{
+    return mLocal.Sec.IsOnline() || mDeviceInfo.GetDevice(mLocal.Hid);
 }
 
 LocalDevice& DeviceManager::GetLocal(UINT8GIGEPORT port)
@@ -120,17 +133,28 @@ LocalDevice& DeviceManager::GetLocal(UINT8GIGEPORT port)
     return mReplaced && port == Routing::SECONDARY_PORT ? *mReplaced : mLocal;
 }
 
+LocalDevice& DeviceManager::GetReachableLocal()
+{
+    return mReplaced && mLocal.IsOffline() ? *mReplaced : mLocal;
+}
+
+bool DeviceManager::IsStrangerOn(UINT8GIGEPORT port)
+{
+    return mLinkHid[port] != INVALID_HID && mLinkHid[port] != GetLocal(port).Hid;
+}
+
 void DeviceManager::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
 {
+    mLinkHid[port] = INVALID_HID;
     if (port == Routing::SECONDARY_PORT && mLocal.MixedHid) {
         mLocal.MixedHid = false;
         SendToOrb(SornMixedHIDError(false));
         return;
     }
+    LocalDevice& device = GetLocal(port);
     // A neighbour that only stopped beating keeps its type here, and with it its software check.
-    if (type == K2Heartbeat::K2_NO_TYPE) mLocal.ResetAUInfo(LocalDevice::AUIndex(port));
+    if (type == K2Heartbeat::K2_NO_TYPE) device.ResetAUInfo(LocalDevice::AUIndex(port));
     mComms->Disconnect(port);
-    const LocalDevice& device = GetLocal(port);
     if (!mRouterConnected && device.Type == K2Heartbeat::K2_HUB_TYPE) {
         AUDIT_LOG(Information, "Shut down slave link to local hub\r\n");
         mComms->Disconnect(GetPortAddress(device.Hid, port), StreamType::SLAVE_LINK);
@@ -165,8 +189,12 @@ void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT port, StreamType type, std:
 
 bool DeviceManager::IsRepeatedLoss(UINT8GIGEPORT port)
 {
-    if (!mLocalStreamUp[port]) return true;
-    // The late report of a stream whose successor is already in its place.
+    // Or the late report of a stream whose successor is already in its place.
+    return !mLocalStreamUp[port] || HasLiveStream(port);
+}
+
+bool DeviceManager::HasLiveStream(UINT8GIGEPORT port)
+{
     bool exists = false;
     const bool closing = mComms->DisconnectPending(port, StreamType::LOCAL_LINK, exists);
     return exists && !closing;
@@ -190,45 +218,49 @@ void DeviceManager::OnLocalLinkUp(UINT8GIGEPORT port)
         SendToOrb(RouterInfoReq());
         return;
     }
-    // One more stream of a device that is known.
-    if (&GetLocal(port) != &mLocal) return;
     const bool isPri = IsPrimaryPort(port);
-    if (mLocal.Hid == INVALID_HID) {
+    LocalDevice& device = GetLocal(port);
+    if (device.Hid == INVALID_HID) {
         AUDIT_LOG(Fault, "Valid incoming stream with no local device\r\n");
         return;
     }
-    if (mLocal.IsRoutingDevice()) {
+    if (IsStrangerOn(port)) {
+        AUDIT_STREAM(Information,
+                     "The stream of " << mLinkHid[port] << " is not used, the local device is " << mLocal.Hid << "\n");
+        return;
+    }
+    if (device.IsRoutingDevice()) {
         AUDIT_LOG(RouterDiscovery, "Incoming local router KLV stream, requesting info\r\n");
-        if (mLocal.Type != K2Heartbeat::K2_HUB_TYPE || mLocal.AUUnderway[isPri]) {
+        if (device.Type != K2Heartbeat::K2_HUB_TYPE || device.AUUnderway[isPri]) {
             mComms->SendLocal(RouterInfoReq(), port);
         } else {
             AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(isPri, HubKind, 1, MakeHubHid(mLocal.Hid, isPri));
+            RequestCheck(device, isPri, HubKind, 1, MakeHubHid(device.Hid, isPri));
         }
-    } else if (mLocal.IsIoDevice()) {
+    } else if (device.IsIoDevice()) {
         AUDIT_LOG(RouterConnectionDebug,
                   "DeviceManager::OnLocalLinkChanged Local IO box KLV stream online: HID = %lu\r\n",
-                  static_cast<unsigned long>(mLocal.Hid));
-        if (mLocal.IsAUDone()) {
+                  static_cast<unsigned long>(device.Hid));
+        if (device.IsAUDone()) {
             AUDIT_LOG(IODiscovery, "%s",
-                      IsExtendedIoHid(mLocal.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
+                      IsExtendedIoHid(device.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
             SendIoInfoReq(port);
-        } else if (mLocal.IsAUUnderway()) {
+        } else if (device.IsAUUnderway()) {
             AUDIT_LOG(Information, "Software check underway\r\n");
         } else {
             AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(isPri, GetIoCheckKind(mLocal.Type, mLocal.Hid), 0, mLocal.Hid);
+            RequestCheck(device, isPri, GetIoCheckKind(device.Type, device.Hid), 0, device.Hid);
         }
-        mLocal.SetOnline(isPri, true);
+        device.SetOnline(isPri, true);
     }
 }
 
-void DeviceManager::RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid)
+void DeviceManager::RequestCheck(LocalDevice& device, bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid)
 {
     DevicesToCheckAndUpdateCmd request(AddressText(UNIT_MODULE));
-    request.AddDevice(AddressText(mLocal.Link(isPri).RemoteIp), kind, method, hid, 1);
+    request.AddDevice(AddressText(device.Link(isPri).RemoteIp), kind, method, hid, 1);
     mComms->SendUpdate(request);
-    mLocal.AUUnderway[isPri] = true;
+    device.AUUnderway[isPri] = true;
 }
 
 void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
@@ -329,14 +361,15 @@ void DeviceManager::OnDeviceCheckResults(std::shared_ptr<const DeviceCheckResult
     const std::string primary = AddressText(mLocal.Pri.RemoteIp);
     AUDIT_STREAM(IODiscovery, "Local Device " << primary << ":" << address << "\n");
     const bool isPri = address == primary;
-    mLocal.AUDone[isPri] = true;
-    mLocal.AUUnderway[isPri] = false;
-    if (mLocal.IsRoutingDevice()) {
+    LocalDevice& device = GetLocal(isPri ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT);
+    device.AUDone[isPri] = true;
+    device.AUUnderway[isPri] = false;
+    if (device.IsRoutingDevice()) {
         mComms->SendLocal(RouterInfoReq(), isPri ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT);
-    } else if (mLocal.IsIoDevice()) {
-        SendIoInfoReq(Routing::PRIMARY_PORT);
-        SendIoInfoReq(Routing::SECONDARY_PORT);
-        mLocal.AUUnderway = {};
+    } else if (device.IsIoDevice()) {
+        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
+            if (&GetLocal(port) == &device && !IsStrangerOn(port)) SendIoInfoReq(port);
+        device.AUUnderway = {};
     }
 }
 

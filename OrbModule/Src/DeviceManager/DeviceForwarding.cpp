@@ -48,11 +48,12 @@ void DeviceManager::ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT por
 {
     AUDIT_STREAM(CmdDebug, "Forwarding " << CommandIdToText(command.GetCommandId()) << " to ORB from device on "
                                          << PortText(port) << "\n");
+    const LocalDevice& device = GetReachableLocal();
     if (port != Routing::ORB_PORT) {
         SendToOrb(command);
-    } else if (mLocal.IsOnline(true)) {
+    } else if (device.IsOnline(true)) {
         mComms->SendLocal(command, Routing::PRIMARY_PORT);
-    } else if (mLocal.IsOnline(false)) {
+    } else if (device.IsOnline(false)) {
         mComms->SendLocal(command, Routing::SECONDARY_PORT);
     }
 }

@@ -90,7 +90,7 @@ void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT p
         LinkInfo& link = record->Link(isPri);
         link.RemoteIp = command.GetAddress();
         link.Port = port;
-        link.RemoteGigE = mLocal.Link(isPri).RemoteGigE;
+        link.RemoteGigE = GetLocal(port).Link(isPri).RemoteGigE;
         link.SetOnline(true);
         AddIoRoute(command.GetAddress(), port);
     }
@@ -177,7 +177,7 @@ void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GI
     if (record->IsOnline(isPri)) return;
     AddSlaveLinkDataRoute(hid, isPri);
     if (!mRouterConnected) mComms->Connect(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
-    const UINT8GIGEPORT remoteGigE = mLocal.Link(isPri).RemoteGigE;
+    const UINT8GIGEPORT remoteGigE = GetLocal(port).Link(isPri).RemoteGigE;
     AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << PortText(remoteGigE) << " Address "
                                           << AddressText(command.GetAddress()) << "\n");
     LinkInfo& link = record->Link(isPri);

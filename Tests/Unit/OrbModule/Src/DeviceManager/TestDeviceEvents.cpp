@@ -159,6 +159,8 @@ protected:
         KnowSelf();
         PlugBox(1);
         PlugBox(2);
+        const IoInfo::SlotNames cards{"QV1320", "", "", "", ""};
+        mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, 1, cards), 2, Local);
         StreamGone(1);
         Take();
         PlugBox(1, OtherHid);
@@ -170,6 +172,8 @@ TEST_F(ReplacedTest, ABoxKeepsItsSecondaryLinkUntilThatGoes)
     EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 2));
     EXPECT_TRUE(mDevices.IsLocalIo(BoxHid));
     EXPECT_FALSE(mDevices.IsDeviceOnline(OtherHid, 2)) << "the new one has no cable there";
+    Checked(AddressText(FarIp(1)));
+    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "the old one is known already";
     StreamGone(2);
     EXPECT_EQ(Take(), mBoxIsGone);
     EXPECT_FALSE(mDevices.IsLocalIo(BoxHid));
@@ -186,6 +190,16 @@ TEST_F(ReplacedTest, TheSecondaryCableMayFollowBeforeTheEndOfItsStreamIsTold)
     EXPECT_EQ(Take(), Lines());
     StreamUp(2);
     EXPECT_TRUE(mDevices.IsDeviceOnline(OtherHid, 2));
+}
+
+TEST_F(LocalDeviceTest, AStreamOfAnotherThanTheLocalDeviceIsNotUsed)
+{
+    KnowSelf();
+    LinkUp(2, 0x00210001, K2_FIXED_FORMAT_TYPE);
+    PlugBox(1);
+    StreamUp(2);
+    EXPECT_EQ(Take(), Lines());
+    EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, 2)) << "that cable is not its own";
 }
 
 TEST_F(ReplacedTest, ABoxThatComesBackHasBothLinks)
