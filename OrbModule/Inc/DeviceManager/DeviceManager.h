@@ -216,7 +216,7 @@ private:
     iOrbKLVComms* mComms;
     Hid mOrbIoHid = INVALID_HID;
     LocalDevice mLocal;
-    /// What stood on both links before another took its place on the primary one, while its secondary cable stands.
+    /// The device that another has replaced on the primary link, for as long as its secondary cable stands.
     std::optional<LocalDevice> mReplaced;
     RemoteDevices mRemote;
     DeviceInfoStorage mDeviceInfo;
