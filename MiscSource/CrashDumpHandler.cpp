@@ -23,13 +23,26 @@ bool OnDump(const google_breakpad::MinidumpDescriptor& descriptor, void*, bool s
 
 } // namespace
 
+struct CrashDumpHandler::Client
+{
+    explicit Client(const std::string& path)
+        : handler(google_breakpad::MinidumpDescriptor(path), nullptr, OnDump, nullptr, true, -1)
+    {}
+
+    google_breakpad::ExceptionHandler handler;
+};
+
 CrashDumpHandler::CrashDumpHandler(const std::string& directory, const std::string& programPath)
 {
     const std::string path = directory + "/" + boost::filesystem::path(programPath).filename().string();
     std::cout << "Google Breakpad dump location: " << path << std::endl;
     boost::filesystem::create_directories(path);
-    mDescriptor = std::make_unique<google_breakpad::MinidumpDescriptor>(path);
-    mHandler = std::make_unique<google_breakpad::ExceptionHandler>(*mDescriptor, nullptr, OnDump, nullptr, true, -1);
+    mClient = std::make_unique<Client>(path);
 }
 
 CrashDumpHandler::~CrashDumpHandler() = default;
+
+bool CrashDumpHandler::WritesDumps()
+{
+    return true;
+}

@@ -299,6 +299,7 @@ int RunFrame(const Options& options)
     auditor->SetTailByDefault(true);
     Audit::SetInstance(auditor.release());
     const AuditGuard guard;
+    if (!CrashDumpHandler::WritesDumps()) AUDIT_LOG(Information, "Built without crash dumps\r\n");
 
     try {
         RunModule(service, shell, options.programName);

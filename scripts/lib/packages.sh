@@ -39,7 +39,8 @@ need_command() {
 need_preset() {
     need_packages g++ make cmake ninja-build ccache pkg-config netbase \
         libboost-dev libboost-program-options-dev libboost-filesystem-dev libboost-system-dev \
-        libnl-3-dev libnl-genl-3-dev libsystemd-dev libgtest-dev libgmock-dev libbenchmark-dev
+        libnl-3-dev libnl-genl-3-dev libsystemd-dev
+    if [[ $2 != product ]]; then need_packages libgtest-dev libgmock-dev libbenchmark-dev; fi
     # scripts/breakpad fetches one source archive with it, once.
     if ! compgen -G "$1/build/cache/*.tgz" >/dev/null; then need_command npm npm; fi
     case $2 in

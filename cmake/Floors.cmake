@@ -1,0 +1,37 @@
+# The directories of the product, from the one list that docs/architecture.md and the test Floors share.
+set(ORB_FLOORS ${CMAKE_SOURCE_DIR}/cmake/floors.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${ORB_FLOORS})
+
+function(orb_floor_directories result)
+  # From the ground up.
+  file(STRINGS ${ORB_FLOORS} rows REGEX "^[^#]")
+  list(TRANSFORM rows REPLACE "^[^ ]+ " "")
+  list(REVERSE rows)
+  set(${result} ${rows} PARENT_SCOPE)
+endfunction()
+
+# orb_add_floors_test(directory...): the test that checks what they include. It is given a file with one line "FROM TO"
+# for each target of another directory that a target links.
+function(orb_add_floors_test)
+  set(targets)
+  foreach(directory IN LISTS ARGN)
+    get_property(own DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
+    foreach(target IN LISTS own)
+      set(home_${target} ${directory})
+    endforeach()
+    list(APPEND targets ${own})
+  endforeach()
+  set(lines)
+  foreach(target IN LISTS targets)
+    get_target_property(links ${target} LINK_LIBRARIES)
+    foreach(link IN LISTS links)
+      if(DEFINED home_${link})
+        list(APPEND lines "${home_${target}} ${home_${link}}\n")
+      endif()
+    endforeach()
+  endforeach()
+  set(file ${CMAKE_BINARY_DIR}/floor-links.txt)
+  file(WRITE ${file} ${lines})
+  add_test(NAME Floors COMMAND ${CMAKE_SOURCE_DIR}/scripts/lib/check-floors ${CMAKE_SOURCE_DIR} ${file})
+  set_tests_properties(Floors PROPERTIES LABELS unit TIMEOUT 60)
+endfunction()
