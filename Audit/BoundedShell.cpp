@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <csignal>
 #include <mutex>
-#include <thread>
+#include <optional>
 #include <vector>
 
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,11 +18,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A tool takes a millisecond or two, and a wait must not double that.
-constexpr std::chrono::microseconds ShortestSleep{200};
-constexpr std::chrono::microseconds LongestSleep{10000};
+/// How often a child is looked at where the kernel has no descriptor for it.
+constexpr std::chrono::milliseconds LookAgain{10};
 
-/// What could not be killed in time and has not been buried yet.
+/// What could not be killed in time and has not been reaped yet.
 class LeftBehind
 {
 public:
@@ -29,7 +30,7 @@ public:
         const std::lock_guard<std::mutex> lock(mMutex);
         mChildren.push_back(child);
     }
-    void Bury()
+    void Reap()
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         const auto isGone = [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; };
@@ -41,58 +42,82 @@ private:
     std::vector<pid_t> mChildren;
 } sLeftBehind;
 
-/// In a process group of its own, so that what the shell has started can be ended with it. -1 if it does not start.
+/// In a process group of its own, so that what the shell has started can be ended with it, and with no descriptor but
+/// the standard ones: a tool that is left behind must not hold a socket, the log or the FPGA. -1 if it does not start.
 pid_t Start(const std::string& line)
 {
     posix_spawnattr_t attributes;
     if (posix_spawnattr_init(&attributes) != 0) return -1;
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
     posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawn_file_actions_t descriptors;
+    if (posix_spawn_file_actions_init(&descriptors) != 0) {
+        posix_spawnattr_destroy(&attributes);
+        return -1;
+    }
+    posix_spawn_file_actions_addclosefrom_np(&descriptors, STDERR_FILENO + 1);
     std::string shell = "sh";
     std::string option = "-c";
     std::string command = line;
     char* const arguments[] = {&shell[0], &option[0], &command[0], nullptr};
     pid_t child = -1;
-    const int error = posix_spawn(&child, "/bin/sh", nullptr, &attributes, arguments, environ);
+    const int error = posix_spawn(&child, "/bin/sh", &descriptors, &attributes, arguments, environ);
+    posix_spawn_file_actions_destroy(&descriptors);
     posix_spawnattr_destroy(&attributes);
     return error == 0 ? child : -1;
 }
+
+/// A child and what polls readable at its end.
+class Child
+{
+public:
+    explicit Child(pid_t id) : mId(id), mEnd{static_cast<int>(::syscall(SYS_pidfd_open, id, 0)), POLLIN, 0} {}
+    ~Child()
+    {
+        if (mEnd.fd != -1) ::close(mEnd.fd);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    /// The status if it ends by then; -1 if it cannot be waited for.
+    std::optional<int> WaitUntil(Clock::time_point moment)
+    {
+        for (;;) {
+            int status = 0;
+            const pid_t ended = waitpid(mId, &status, WNOHANG);
+            if (ended != 0) return ended == mId ? status : -1;
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());
+            if (left.count() <= 0) return std::nullopt;
+            ::poll(&mEnd, 1, static_cast<int>((mEnd.fd == -1 ? std::min(left, LookAgain) : left).count()));
+        }
+    }
+
+private:
+    const pid_t mId;
+    pollfd mEnd;
+};
 
 } // namespace
 
 int RunShell(const std::string& line, const std::function<void()>& tell, const ShellPatience& patience)
 {
-    sLeftBehind.Bury();
-    const pid_t child = Start(line);
-    if (child == -1) return -1;
+    sLeftBehind.Reap();
+    const pid_t id = Start(line);
+    if (id == -1) return -1;
     const auto start = Clock::now();
-    const auto isPast = [start](std::chrono::milliseconds limit) { return Clock::now() - start >= limit; };
-    bool told = false;
-    bool terminated = false;
-    bool killed = false;
-    auto sleep = ShortestSleep;
-    for (;;) {
-        int status = 0;
-        const pid_t ended = waitpid(child, &status, WNOHANG);
-        if (ended == child) return status;
-        if (ended == -1) return -1;
-        if (!told && isPast(patience.tell)) {
-            told = true;
-            tell();
-        }
-        if (!terminated && isPast(patience.terminate)) {
-            terminated = true;
-            ::kill(-child, SIGTERM);
-        }
-        if (!killed && isPast(patience.kill)) {
-            killed = true;
-            ::kill(-child, SIGKILL);
-        }
-        if (isPast(patience.leave)) {
-            sLeftBehind.Add(child);
-            return SIGKILL;
-        }
-        std::this_thread::sleep_for(sleep);
-        sleep = std::min(sleep * 2, LongestSleep);
+    const struct
+    {
+        std::chrono::milliseconds after;
+        std::function<void()> act;
+    } steps[] = {{patience.tell, tell},
+                 {patience.terminate, [id] { ::kill(-id, SIGTERM); }},
+                 {patience.kill, [id] { ::kill(-id, SIGKILL); }},
+                 {patience.leave, [] {}}};
+    Child child(id);
+    for (const auto& step : steps) {
+        if (const auto status = child.WaitUntil(start + std::min(step.after, patience.leave))) return *status;
+        if (step.after < patience.leave) step.act();
     }
+    sLeftBehind.Add(id);
+    return SIGKILL;
 }

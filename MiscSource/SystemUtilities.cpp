@@ -4,7 +4,6 @@
 #include "Audit/BoundedShell.h"
 
 #include <cstddef>
-#include <fcntl.h>
 #include <fstream>
 
 namespace {
@@ -34,9 +33,4 @@ int SystemWithStderr(const std::string& command, const std::string& errFile)
     if (result == 0) return 0;
     AUDIT_STREAM(Fault, "SystemWithStderr Error " << result << " StdErr " << ReadErrorFile(errFile) << "\r\n");
     return result;
-}
-
-void KeepFromChildren(int descriptor)
-{
-    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
 }

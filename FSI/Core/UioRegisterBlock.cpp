@@ -95,7 +95,7 @@ UioRegisterBlock::UioRegisterBlock(const std::string& name, int instance, const 
 
 void UioRegisterBlock::Map(const std::string& device, std::uint32_t offset)
 {
-    mFd.value = ::open(device.c_str(), O_RDWR | O_SYNC);
+    mFd.value = ::open(device.c_str(), O_RDWR | O_SYNC | O_CLOEXEC);
     if (mFd.value == -1) return;
     void* const address = ::mmap(nullptr, mSize, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_SHARED, mFd.value, 0);
     if (address == MAP_FAILED) return;

@@ -1,7 +1,6 @@
 #include "Utilities/CommandLine/RemoteCommandServer.h"
 
 #include "Audit/Audit.h"
-#include "MiscSource/SystemUtilities.h"
 
 #include <boost/asio/error.hpp>
 #include <boost/system/system_error.hpp>
@@ -23,7 +22,6 @@ tcp::acceptor Listen(boost::asio::io_service& service, const tcp::endpoint& endp
 {
     try {
         tcp::acceptor acceptor(service, endpoint.protocol());
-        KeepFromChildren(acceptor.native_handle());
         acceptor.set_option(tcp::acceptor::reuse_address(true));
         acceptor.bind(endpoint);
         acceptor.listen();
@@ -64,7 +62,6 @@ void RemoteCommandServer::OnAccept(const boost::system::error_code& error)
         return;
     }
     mAcceptFailed = false;
-    KeepFromChildren(mSocket.native_handle());
     const auto connection = std::make_shared<ClientConnection>(std::move(mSocket), mDelimiter, MakeReceiver());
     ConnectionOpened(connection);
     connection->Start(mName);

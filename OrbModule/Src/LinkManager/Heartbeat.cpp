@@ -2,7 +2,6 @@
 
 #include "Audit/Audit.h"
 #include "MiscSource/NetworkPorts.h"
-#include "MiscSource/SystemUtilities.h"
 
 #include <array>
 #include <chrono>
@@ -18,7 +17,6 @@ constexpr std::chrono::seconds Period{1};
 udp::socket BindSocket(boost::asio::io_service& service, const udp::endpoint& local)
 {
     udp::socket socket(service, local.protocol());
-    KeepFromChildren(socket.native_handle());
     boost::system::error_code error;
     socket.bind(local, error);
     if (error) {

@@ -1,7 +1,6 @@
 #include "OrbModule/Inc/LinkManager/SocketData.h"
 
 #include "Audit/Audit.h"
-#include "MiscSource/SystemUtilities.h"
 
 #include <ios>
 
@@ -31,7 +30,6 @@ LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, 
       mTimeoutTimer(mService),
       mSendTimer(mService)
 {
-    KeepFromChildren(mSocket.native_handle());
     mSocket.bind(local);
 }
 

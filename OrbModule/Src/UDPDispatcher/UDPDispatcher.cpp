@@ -1,7 +1,5 @@
 #include "OrbModule/Inc/UDPDispatcher/UDPDispatcher.h"
 
-#include "MiscSource/SystemUtilities.h"
-
 #include <boost/asio/buffer.hpp>
 #include <chrono>
 #include <stdexcept>
@@ -16,7 +14,6 @@ constexpr std::chrono::milliseconds RetryDelay{100};
 udp::socket BindSocket(boost::asio::io_service& service, std::uint16_t port)
 {
     udp::socket socket(service, udp::v4());
-    KeepFromChildren(socket.native_handle());
     boost::system::error_code error;
     socket.bind(udp::endpoint(udp::v4(), port), error);
     if (error) {

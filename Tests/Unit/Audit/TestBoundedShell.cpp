@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,14 +18,34 @@ using std::chrono::milliseconds;
 
 TEST(BoundedShell, GivesTheStatusOfTheCommand)
 {
-    const auto silent = [] { FAIL() << "told of a command that was in time"; };
+    const auto silent = [] { FAIL() << "reported a command that was in time"; };
     EXPECT_EQ(RunShell("true", silent), 0);
     EXPECT_EQ(RunShell("exit 3", silent), 3 << 8);
     EXPECT_EQ(RunShell("kill -9 $$", silent), SIGKILL);
     EXPECT_EQ(RunShell("no-such-program-anywhere 2>/dev/null", silent), 127 << 8);
 }
 
-TEST(BoundedShell, OneThatHangsIsToldOfOnceAndEndsWithAllThatItStarted)
+TEST(BoundedShell, NoDescriptorOfTheProcessReachesTheCommand)
+{
+    const int descriptor = ::open("/dev/null", O_RDONLY);
+    EXPECT_NE(RunShell("test -e /proc/self/fd/" + std::to_string(descriptor), [] {}), 0);
+    ::close(descriptor);
+}
+
+/// A thread that waits for the end itself sleeps once, and one that looks now and then, many times.
+TEST(BoundedShell, TheEndIsWaitedForAndNotLookedFor)
+{
+    const auto sleeps = [] {
+        rusage usage{};
+        ::getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_nvcsw;
+    };
+    const long before = sleeps();
+    EXPECT_EQ(RunShell("sleep 0.2", [] {}), 0);
+    EXPECT_LT(sleeps() - before, 10);
+}
+
+TEST(BoundedShell, OneThatHangsIsReportedOnceAndEndsWithAllThatItStarted)
 {
     const struct
     {
@@ -45,7 +67,7 @@ TEST(BoundedShell, OneThatHangsIsToldOfOnceAndEndsWithAllThatItStarted)
     }
 }
 
-TEST(BoundedShell, OneThatCannotBeKilledIsLeftBehindAndBuriedLater)
+TEST(BoundedShell, OneThatCannotBeKilledIsLeftBehindAndReapedLater)
 {
     // It is not killed before it is left.
     const std::string pidFile = testing::TempDir() + "/BoundedShell.pid." + std::to_string(getpid());
