@@ -28,12 +28,30 @@ std::string Generation(const std::string& path, int number)
     return path + "." + std::to_string(number) + ".gz";
 }
 
-} // namespace
-
-KorvoAudit::KorvoAudit(const std::string& path) : mLogPath(path.empty() ? DefaultPath : path)
+/// A device or a pipe must not be renamed, and a link would leave its file behind.
+bool CanRotate(const std::string& path)
 {
     boost::system::error_code error;
-    if (fs::exists(mLogPath, error)) {
+    const fs::file_type type = fs::symlink_status(path, error).type();
+    return type == fs::regular_file || type == fs::file_not_found;
+}
+
+/// As one word of the shell.
+std::string Quoted(const std::string& path)
+{
+    std::string word = "'";
+    for (const char character : path)
+        word += character == '\'' ? std::string("'\\''") : std::string(1, character);
+    return word + "'";
+}
+
+} // namespace
+
+KorvoAudit::KorvoAudit(const std::string& path)
+    : mLogPath(path.empty() ? DefaultPath : path), mCanRotate(CanRotate(mLogPath))
+{
+    boost::system::error_code error;
+    if (mCanRotate && fs::exists(mLogPath, error)) {
         const std::lock_guard<std::mutex> lock(sFileLock);
         mRotating = true;
         Rotate();
@@ -154,7 +172,7 @@ void KorvoAudit::Emit(const std::string& line)
 /// A closed file has no position (-1) and so never rotates.
 bool KorvoAudit::IsFull()
 {
-    return !mRotating && mFile.is_open() && static_cast<std::streamoff>(mFile.tellp()) > SizeLimit;
+    return mCanRotate && !mRotating && mFile.is_open() && static_cast<std::streamoff>(mFile.tellp()) > SizeLimit;
 }
 
 void KorvoAudit::RotateBeside()
@@ -184,7 +202,7 @@ void KorvoAudit::Rotate()
         mFile.close();
         const std::string previous = mLogPath + ".1";
         fs::rename(mLogPath, previous);
-        RunShell("gzip " + previous, [this] { ReportSlowGzip(); });
+        RunShell("gzip -- " + Quoted(previous), [this] { ReportSlowGzip(); });
         fs::remove(previous);
         mFile.clear();
         mFile.open(mLogPath, std::ios::out | std::ios::trunc);
@@ -240,8 +258,11 @@ void KorvoAudit::HaltFile(const std::string& reason)
     const std::string text = "Failed to rotate logs, logging to file halted: " + reason;
     std::printf("%s\n", text.c_str());
     std::fflush(stdout);
-    Emit(text);
+    Emit(text + "\n");
     mFile.close();
     const std::lock_guard<std::mutex> lock(mPendingLock);
+    // No later rotation would write them.
+    mPending.clear();
+    mPendingLost = 0;
     EndRotation();
 }

@@ -12,7 +12,7 @@
 #include <thread>
 
 /// The log with its file: rotation by size and at every start into five gzipped generations, and a hook for
-/// each line that was written.
+/// each line that was written. What is no regular file, such as /dev/null, is only written to.
 ///
 /// A rotation runs on a thread of its own, and nobody waits for gzip: the thread whose line sets it off gives it a
 /// moment, since it is over by then as a rule, and holds its line back if it is not, as all others do.
@@ -39,7 +39,8 @@ public:
     void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args) override;
     void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args) override;
 
-    /// Called with each line, never on two threads at once, and with a log lock held: an override must not log.
+    /// Called with each line, never on two threads at once. An override must not log: a log lock is held, or a rotation
+    /// waits.
     virtual void OnLogLine(const std::string& line);
 
 protected:
@@ -73,6 +74,7 @@ private:
     void HaltFile(const std::string& reason);
 
     const std::string mLogPath;
+    const bool mCanRotate;
     char mLine[LineSize] = {};
     char mPendingLine[LineSize] = {};
     std::ofstream mFile;

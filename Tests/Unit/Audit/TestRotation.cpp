@@ -79,6 +79,25 @@ TEST_F(RotationTest, OnlyAFileAboveTheLimitRotates)
     EXPECT_THAT(Generation(1), EndsWith("f\nat the limit\n"));
 }
 
+TEST_F(RotationTest, OnlyARegularFileRotates)
+{
+    Fill(Path("file"), "file");
+    boost::filesystem::create_symlink(Path("file"), Path());
+    StartWith(" and more");
+    EXPECT_EQ(Read(Path("file")), "file and more");
+    EXPECT_TRUE(boost::filesystem::is_symlink(Path()));
+}
+
+TEST_F(RotationTest, AnyPathReachesGzip)
+{
+    Fill(Path("it's my $log"), "old");
+    {
+        RecordingAudit audit(Path("it's my $log"));
+    }
+    boost::filesystem::rename(Path("it's my $log.1.gz"), Path("K2.log.1.gz"));
+    EXPECT_EQ(Generation(1), "old");
+}
+
 TEST_F(RotationTest, AFailingGzipCostsOnlyTheOldLog)
 {
     UseGzip("exit 1\n");
@@ -102,7 +121,8 @@ TEST_F(RotationTest, AFailedRotationHaltsTheFileButNotTheLog)
     Log(audit, "later\n");
     auto lines = audit.Lines();
     lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
-    ASSERT_THAT(lines, ElementsAre(StartsWith("Failed to rotate logs, logging to file halted: "), "line\n", "later\n"));
+    ASSERT_THAT(lines, ElementsAre(AllOf(StartsWith("Failed to rotate logs, logging to file halted: "), EndsWith("\n")),
+                                   "line\n", "later\n"));
     EXPECT_THAT(Read(Path()), EndsWith(lines[0]));
 }
 
