@@ -6,14 +6,15 @@
 #include <boost/signals2/connection.hpp>
 #include <boost/signals2/signal.hpp>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace fsi {
 
 /// Mix-in of a device that raises interrupt events: a signal for each event that it declares.
 ///
-/// Dispatch, and so every slot, runs on the main thread. ConnectSlot may be called from any thread. The events are
-/// all enabled from construction on, and none is after destruction.
+/// Dispatch, and so every slot, runs on the main thread. ConnectSlot may be called from any thread. All events
+/// are enabled from construction on; the destructor disables them.
 class Interruptable
 {
 public:
@@ -40,6 +41,8 @@ public:
 
     void EnableInterrupt(const Interrupt& interrupt);
     void DisableInterrupt(const Interrupt& interrupt);
+    /// Of its block.
+    std::string GetName() const { return mFsi.GetName(); }
     /// The descriptor that polls readable on an interrupt of this device.
     int GetFileDescriptor() const { return mFsi.GetFileDescriptor(); }
 

@@ -4,6 +4,7 @@
 #include "MiscSource/FatalAssert.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <poll.h>
@@ -15,7 +16,8 @@ namespace fsi {
 
 namespace {
 constexpr int PollTimeoutMs = 1000;
-}
+constexpr std::chrono::milliseconds RetryDelay{100};
+} // namespace
 
 UioInterruptController::UioInterruptController(boost::asio::io_service& service,
                                                const std::vector<std::shared_ptr<Interruptable>>& devices)
@@ -44,19 +46,23 @@ void UioInterruptController::Run()
         polled.push_back({device->GetFileDescriptor(), POLLIN, 0});
     polled.push_back({mWake, POLLIN, 0});
 
+    int lastError = 0;
     while (mRunning) {
         const int ready = ::poll(polled.data(), polled.size(), PollTimeoutMs);
-        if (ready < 0 && errno != EINTR) {
-            AUDIT_LOG(Fault, "UioInterruptController poll failed: %s\n", std::strerror(errno));
-            return;
+        const int error = ready < 0 && errno != EINTR ? errno : 0;
+        if (error != 0) {
+            if (error != lastError) AUDIT_LOG(Fault, "UioInterruptController poll failed: %s\n", std::strerror(error));
+            std::this_thread::sleep_for(RetryDelay);
         }
+        lastError = error;
         if (ready < 1 || !mRunning) continue;
         for (std::size_t i = 0; i < mDevices.size(); ++i) {
             const short events = polled[i].revents;
             const bool good = (events & POLLIN) != 0 ? Take(mDevices[i], polled[i].fd) : events == 0;
             if (!good) {
-                AUDIT_LOG(Fault, "UioInterruptController lost the interrupts of device %u\n", static_cast<unsigned>(i));
-                // A negative descriptor is passed over by poll; one in error would never let it wait again.
+                AUDIT_LOG(Fault, "UioInterruptController lost the interrupts of block '%s'\n",
+                          mDevices[i]->GetName().c_str());
+                // Poll skips a negative descriptor; with one in error it would never wait again.
                 polled[i].fd = -1;
             }
         }

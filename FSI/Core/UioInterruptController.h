@@ -12,7 +12,7 @@ namespace fsi {
 
 /// Carries the interrupts of the devices to the main thread: owns the interrupt thread, which polls their
 /// descriptors, takes the event counts, and posts the dispatch. A device whose descriptor fails is left out from then
-/// on, with a Fault line.
+/// on, with a Fault line; a poll that fails is tried again.
 class UioInterruptController
 {
 public:

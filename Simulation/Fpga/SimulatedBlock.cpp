@@ -53,7 +53,6 @@ std::uint32_t SimulatedBlock::Read(std::uint32_t offset) const
     switch (offset) {
     case IndirectAddress:
     case InterruptEnable:
-    case InterruptAcknowledge:
     case Control:
         return 0;
     default:
@@ -102,6 +101,7 @@ void SimulatedBlock::Raise(int event)
 {
     const std::uint32_t mask = 1u << event;
     mRegisters[Pending / 4] |= mask;
+    mRegisters[InterruptAcknowledge / 4] &= ~mask;
     if (mRegisters[InterruptEnable / 4] & mask) Interrupt();
 }
 

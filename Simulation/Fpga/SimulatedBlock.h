@@ -36,7 +36,8 @@ public:
     void SetFirmwareBuild(std::uint8_t build);
 
     std::uint8_t ReadByte(std::uint32_t offset) const;
-    /// What the port gives; registers that are only written give 0.
+    /// What the port gives; registers that are only written give 0. The acknowledge reads back the events that were
+    /// acknowledged and have not come again.
     std::uint32_t Read(std::uint32_t offset) const;
     /// Stores the value, and acts on it where it is the interrupt enables or the acknowledge.
     void Write(std::uint32_t offset, std::uint32_t value);

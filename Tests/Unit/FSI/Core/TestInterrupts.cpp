@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <poll.h>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -36,6 +37,7 @@ TEST(Interruptable, PendingEventsAreDispatchedInTheOrderOfTheListAndAcknowledged
     auto owner = std::make_unique<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{3, 1, 0});
     Device& device = *owner;
     EXPECT_EQ(board.GetRegister("0004", Enables), 0xBu);
+    constexpr std::uint32_t acknowledge = 0x34;
     std::vector<int> fired;
     std::vector<std::uint32_t> pendingThen;
     for (const int event : {0, 1, 3})
@@ -50,6 +52,7 @@ TEST(Interruptable, PendingEventsAreDispatchedInTheOrderOfTheListAndAcknowledged
     EXPECT_THAT(pendingThen, ElementsAre(0x6, 0x4)) << "event 2, which nobody declared, stays pending";
     device.DispatchInterrupts();
     EXPECT_EQ(fired.size(), 2u);
+    EXPECT_EQ(board.GetRegister("0004", acknowledge), 0xAu) << "what was acknowledged before is written again";
     owner.reset();
     EXPECT_EQ(board.GetRegister("0004", Enables), 0u);
 }
@@ -101,12 +104,23 @@ TEST(UioInterruptController, SlotsRunOnTheThreadOfTheService)
     ASSERT_TRUE(runUntil(2));
     EXPECT_THAT(fired, ElementsAre("reference", "dma"));
 
+    // As the kernel runs out of memory for it.
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{1, before.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    board.RaiseEvent("0004", 2);
+    EXPECT_TRUE(log.WaitForPart("UioInterruptController poll failed: "));
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    board.RaiseEvent("0003", 0);
+    ASSERT_TRUE(runUntil(4));
+
     // A descriptor that fails is left out, and the other device is served on.
     board.BreakInterruptLine("0003");
-    EXPECT_TRUE(log.WaitFor("UioInterruptController lost the interrupts of device 0\n"));
+    EXPECT_TRUE(log.WaitFor("UioInterruptController lost the interrupts of block '0003'\n"));
     board.RaiseEvent("0004", 2);
-    ASSERT_TRUE(runUntil(3));
-    EXPECT_EQ(log.Count("UioInterruptController lost the interrupts of device 0\n"), 1u);
+    ASSERT_TRUE(runUntil(5));
+    EXPECT_EQ(log.Count("UioInterruptController lost the interrupts of block '0003'\n"), 1u);
 }
 
 TEST(UioInterruptController, WhatWasPostedForADeviceThatIsGoneDoesNothing)
