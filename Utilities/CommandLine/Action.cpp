@@ -6,8 +6,8 @@
 
 namespace cmd::action {
 
-Action::Action(const std::string& id, const std::string& help, const std::string& usage, boost::any function)
-    : mId(id), mFunction(std::move(function)), mHelp(MakeHelp(id, help, usage))
+Action::Action(const std::string& id, const std::string& help, const std::string& usage)
+    : mId(id), mHelp(MakeHelp(id, help, usage))
 {}
 
 Action::Help Action::MakeHelp(const std::string& id, const std::string& help, const std::string& usage)

@@ -31,10 +31,9 @@ public:
 
 protected:
     /// @param usage the types of the arguments, as the help shows them.
-    Action(const std::string& id, const std::string& help, const std::string& usage, boost::any function);
+    Action(const std::string& id, const std::string& help, const std::string& usage);
 
     std::string CountError(std::size_t expected, std::size_t given) const;
-    const boost::any& GetFunction() const { return mFunction; }
 
 private:
     struct Help
@@ -49,7 +48,6 @@ private:
     static Help MakeHelp(const std::string& id, const std::string& help, const std::string& usage);
 
     std::string mId;
-    boost::any mFunction;
     Help mHelp;
 };
 
@@ -80,7 +78,7 @@ class ActionN : public Action
 
 public:
     ActionN(const std::string& id, const Function& function, const std::string& help)
-        : Action(id, help, Usage<Arguments>::Text(), function)
+        : Action(id, help, Usage<Arguments>::Text()), mFunction(function)
     {}
 
 private:
@@ -93,8 +91,7 @@ private:
         } catch (const parser::BadCommandArg& error) {
             return error.what();
         }
-        const auto& function = boost::any_cast<const Function&>(GetFunction());
-        const auto call = [&](const auto&... values) { return CallWith(function, context, values...); };
+        const auto call = [&](const auto&... values) { return CallWith(context, values...); };
         if constexpr (std::is_void_v<Result>) {
             std::apply(call, arguments);
             return {};
@@ -113,13 +110,12 @@ private:
     }
 
     template <class... Values>
-    static Result CallWith(const Function& function, [[maybe_unused]] const boost::any& context,
-                           const Values&... values)
+    Result CallWith([[maybe_unused]] const boost::any& context, const Values&... values) const
     {
         if constexpr (std::is_same_v<Context, std::nullptr_t>) {
-            return function(values...);
+            return mFunction(values...);
         } else {
-            return function(boost::any_cast<Context>(context), values...);
+            return mFunction(boost::any_cast<Context>(context), values...);
         }
     }
 
@@ -134,6 +130,8 @@ private:
             return text.str();
         }
     }
+
+    const Function mFunction;
 };
 
 /// A command from any callable with one signature. Its arguments are integers, bool and std::string, by value or by
@@ -146,6 +144,22 @@ std::shared_ptr<Action> MakeAction(const std::string& id, Callable&& callable, c
     using Function = FunctionOf<std::decay_t<Callable>>;
     using Traits = ActionTraits<typename ContextOf<Function>::type, Function>;
     return std::make_shared<ActionN<Traits>>(id, typename Traits::Function(std::forward<Callable>(callable)), help);
+}
+
+/// The same for a member function of an object that lives as long as the command.
+template <class Object, class Result, class... Args>
+std::shared_ptr<Action> MakeAction(const std::string& id, Object* object, Result (Object::*function)(Args...),
+                                   const std::string& help)
+{
+    return MakeAction(
+        id, [object, function](Args... arguments) { return (object->*function)(arguments...); }, help);
+}
+template <class Object, class Result, class... Args>
+std::shared_ptr<Action> MakeAction(const std::string& id, const Object* object,
+                                   Result (Object::*function)(Args...) const, const std::string& help)
+{
+    return MakeAction(
+        id, [object, function](Args... arguments) { return (object->*function)(arguments...); }, help);
 }
 
 } // namespace cmd::action

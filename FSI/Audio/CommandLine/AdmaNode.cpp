@@ -91,6 +91,16 @@ std::string SinkSamples(const audio::RouteRun& run)
                            : RangeText(run.sinkOffset, run.sinkOffset + run.length - 1);
 }
 
+std::string SourceError(const std::string& name)
+{
+    return "Error: Unknown or invalid source '" + name + "'";
+}
+
+std::string SinkError(const std::string& name)
+{
+    return "Error: Unknown or invalid sink '" + name + "'";
+}
+
 std::string RangeError(const std::string& range, const std::string& endpoint)
 {
     return "Error: '" + range + "' is not valid for '" + endpoint + "'";
@@ -102,39 +112,19 @@ AdmaNode::AdmaNode(const std::shared_ptr<audio::AudioDmaManager>& manager) : mCt
 {
     FATAL_ASSERT(mCtx, "The ADMA command line node requires a valid context");
     Add("adma",
-        {MakeAction(
-             "status", [this] { return Status(); }, StatusHelp),
-         MakeAction(
-             "transactions", [this](unsigned first, unsigned last) { return Transactions(first, last); },
-             TransactionsHelp),
-         MakeAction(
-             "links", [this] { return Links(); }, LinksHelp),
-         MakeAction(
-             "patch", [this](const std::string& source, const std::string& sink) { return Patch(source, sink); },
-             PatchHelp),
-         MakeAction(
-             "patch2",
-             [this](const std::string& source, const std::string& sourceRange, const std::string& sink,
-                    const std::string& sinkRange) { return PatchSamples(source, sourceRange, sink, sinkRange); },
-             Patch2Help),
-         MakeAction(
-             "clear_from", [this](const std::string& source) { return ClearFrom(source); }, ClearFromHelp),
-         MakeAction(
-             "clear_to", [this](const std::string& sink) { return ClearTo(sink); }, ClearToHelp),
-         MakeAction(
-             "clear_all", [this] { ClearAll(); }, ClearAllHelp),
-         MakeAction(
-             "reset_fsi", [this] { ResetFsi(); }, ResetFsiHelp),
-         MakeAction(
-             "sync", [this] { mCtx->Synchronise(); }, SyncHelp),
-         MakeAction(
-             "sync_ack", [this] { mCtx->GetFsi()->EndSync(); }, SyncAckHelp),
-         MakeAction(
-             "syncing", [this] { return mCtx->IsSyncing(); }, SyncingHelp),
-         MakeAction(
-             "mute", [this](bool mute) { mCtx->GetFsi()->SetMute(mute); }, MuteHelp),
-         MakeAction(
-             "mute_on_pll_loss", [this](bool mute) { mCtx->GetFsi()->SetMuteOnPllLoss(mute); }, MuteOnPllLossHelp)});
+        {MakeAction("status", this, &AdmaNode::Status, StatusHelp),
+         MakeAction("transactions", this, &AdmaNode::Transactions, TransactionsHelp),
+         MakeAction("links", this, &AdmaNode::Links, LinksHelp), MakeAction("patch", this, &AdmaNode::Patch, PatchHelp),
+         MakeAction("patch2", this, &AdmaNode::PatchSamples, Patch2Help),
+         MakeAction("clear_from", this, &AdmaNode::ClearFrom, ClearFromHelp),
+         MakeAction("clear_to", this, &AdmaNode::ClearTo, ClearToHelp),
+         MakeAction("clear_all", this, &AdmaNode::ClearAll, ClearAllHelp),
+         MakeAction("reset_fsi", this, &AdmaNode::ResetFsi, ResetFsiHelp),
+         MakeAction("sync", this, &AdmaNode::Sync, SyncHelp),
+         MakeAction("sync_ack", this, &AdmaNode::AcknowledgeSync, SyncAckHelp),
+         MakeAction("syncing", this, &AdmaNode::IsSyncing, SyncingHelp),
+         MakeAction("mute", this, &AdmaNode::Mute, MuteHelp),
+         MakeAction("mute_on_pll_loss", this, &AdmaNode::MuteOnPllLoss, MuteOnPllLossHelp)});
 }
 
 std::string AdmaNode::Status() const
@@ -203,41 +193,34 @@ std::string AdmaNode::Links() const
 
 std::string AdmaNode::Patch(const std::string& source, const std::string& sink)
 {
-    std::string error;
-    const Endpoint from = FindSource(source, error);
-    if (!from) return error;
-    const Endpoint to = FindSink(sink, error);
-    if (!to) return error;
-    mCtx->SetAudioRoutes(from, to, audio::AudioDmaManager::MappingPolicy(0));
-    mCtx->Synchronise();
-    return {};
+    return WithEnds(source, sink, [this](const Endpoint& from, const Endpoint& to) {
+        mCtx->SetAudioRoutes(from, to, audio::AudioDmaManager::MappingPolicy(0));
+        mCtx->Synchronise();
+        return std::string();
+    });
 }
 
 std::string AdmaNode::PatchSamples(const std::string& source, const std::string& sourceRange, const std::string& sink,
                                    const std::string& sinkRange)
 {
-    std::string error;
-    const Endpoint from = FindSource(source, error);
-    if (!from) return error;
-    const Endpoint to = FindSink(sink, error);
-    if (!to) return error;
-    const std::vector<AudioDmaTransaction> sources = audio::ParseSampleRange(sourceRange, *from);
-    if (sources.empty()) return RangeError(sourceRange, source);
-    const std::vector<AudioDmaTransaction> sinks = audio::ParseSampleRange(sinkRange, *to);
-    if (sinks.empty()) return RangeError(sinkRange, sink);
-    if (sources.size() != sinks.size())
-        return "Error: Source and sink sizes must match: " + std::to_string(sources.size()) + " sources and " +
-               std::to_string(sinks.size()) + " sinks requested";
-    mCtx->SetAudioRoutes(sources, sinks);
-    mCtx->Synchronise();
-    return {};
+    return WithEnds(source, sink, [&](const Endpoint& from, const Endpoint& to) -> std::string {
+        const std::vector<AudioDmaTransaction> sources = audio::ParseSampleRange(sourceRange, *from);
+        if (sources.empty()) return RangeError(sourceRange, source);
+        const std::vector<AudioDmaTransaction> sinks = audio::ParseSampleRange(sinkRange, *to);
+        if (sinks.empty()) return RangeError(sinkRange, sink);
+        if (sources.size() != sinks.size())
+            return "Error: Source and sink sizes must match: " + std::to_string(sources.size()) + " sources and " +
+                   std::to_string(sinks.size()) + " sinks requested";
+        mCtx->SetAudioRoutes(sources, sinks);
+        mCtx->Synchronise();
+        return {};
+    });
 }
 
 std::string AdmaNode::ClearFrom(const std::string& source)
 {
-    std::string error;
-    const Endpoint from = FindSource(source, error);
-    if (!from) return error;
+    const Endpoint from = FindSource(source);
+    if (!from) return SourceError(source);
     mCtx->ClearRoutesFrom(from);
     mCtx->Synchronise();
     return {};
@@ -245,9 +228,8 @@ std::string AdmaNode::ClearFrom(const std::string& source)
 
 std::string AdmaNode::ClearTo(const std::string& sink)
 {
-    std::string error;
-    const Endpoint to = FindSink(sink, error);
-    if (!to) return error;
+    const Endpoint to = FindSink(sink);
+    if (!to) return SinkError(sink);
     mCtx->ClearRoutesTo(to);
     mCtx->Synchronise();
     return {};
@@ -268,18 +250,49 @@ void AdmaNode::ResetFsi()
     mCtx->ClearAllRoutes();
 }
 
-AdmaNode::Endpoint AdmaNode::FindSource(const std::string& name, std::string& error) const
+void AdmaNode::Sync()
 {
-    Endpoint endpoint = mCtx->Get(name);
-    if (endpoint && endpoint->IsSource()) return endpoint;
-    error = "Error: Unknown or invalid source '" + name + "'";
-    return nullptr;
+    mCtx->Synchronise();
 }
 
-AdmaNode::Endpoint AdmaNode::FindSink(const std::string& name, std::string& error) const
+void AdmaNode::AcknowledgeSync()
+{
+    mCtx->GetFsi()->EndSync();
+}
+
+bool AdmaNode::IsSyncing() const
+{
+    return mCtx->IsSyncing();
+}
+
+void AdmaNode::Mute(bool mute)
+{
+    mCtx->GetFsi()->SetMute(mute);
+}
+
+void AdmaNode::MuteOnPllLoss(bool mute)
+{
+    mCtx->GetFsi()->SetMuteOnPllLoss(mute);
+}
+
+std::string AdmaNode::WithEnds(const std::string& source, const std::string& sink,
+                               const std::function<std::string(const Endpoint&, const Endpoint&)>& work) const
+{
+    const Endpoint from = FindSource(source);
+    if (!from) return SourceError(source);
+    const Endpoint to = FindSink(sink);
+    if (!to) return SinkError(sink);
+    return work(from, to);
+}
+
+AdmaNode::Endpoint AdmaNode::FindSource(const std::string& name) const
 {
     Endpoint endpoint = mCtx->Get(name);
-    if (endpoint && endpoint->IsSink()) return endpoint;
-    error = "Error: Unknown or invalid sink '" + name + "'";
-    return nullptr;
+    return endpoint && endpoint->IsSource() ? endpoint : nullptr;
+}
+
+AdmaNode::Endpoint AdmaNode::FindSink(const std::string& name) const
+{
+    Endpoint endpoint = mCtx->Get(name);
+    return endpoint && endpoint->IsSink() ? endpoint : nullptr;
 }

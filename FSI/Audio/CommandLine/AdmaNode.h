@@ -4,6 +4,7 @@
 #include "FSI/Audio/AudioDmaManager.h"
 #include "Utilities/CommandLine/CommandNode.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -28,10 +29,18 @@ private:
     std::string ClearTo(const std::string& sink);
     void ClearAll();
     void ResetFsi();
+    void Sync();
+    void AcknowledgeSync();
+    bool IsSyncing() const;
+    void Mute(bool mute);
+    void MuteOnPllLoss(bool mute);
 
-    /// Empty, with the error text set, if the name is none of a source or sink.
-    Endpoint FindSource(const std::string& name, std::string& error) const;
-    Endpoint FindSink(const std::string& name, std::string& error) const;
+    /// Does something with two endpoints of these names. The error text if there is no such source or sink.
+    std::string WithEnds(const std::string& source, const std::string& sink,
+                         const std::function<std::string(const Endpoint&, const Endpoint&)>& work) const;
+    /// Null if the name is not that of a source or sink.
+    Endpoint FindSource(const std::string& name) const;
+    Endpoint FindSink(const std::string& name) const;
 
     const std::shared_ptr<audio::AudioDmaManager> mCtx;
 };

@@ -31,42 +31,61 @@ ExtRefNode::ExtRefNode(const std::shared_ptr<audio::ExternalClockManager>& manag
     : mView(registry), mCtx(manager)
 {
     FATAL_ASSERT(mCtx, "The ExtRef command line node requires a valid context");
-    std::string sources;
     for (const auto& entry : mView)
-        sources += entry.first + " ";
+        mSources += entry.first + " ";
+    Add("clock", {MakeAction("sources", this, &ExtRefNode::Sources, SourcesHelp),
+                  MakeAction("active", this, &ExtRefNode::Active, ActiveHelp),
+                  MakeAction("enable", this, &ExtRefNode::Enable, EnableHelp),
+                  MakeAction("disable", this, &ExtRefNode::Disable, DisableHelp),
+                  MakeAction("use_internal", this, &ExtRefNode::UseInternal, UseInternalHelp),
+                  MakeAction("enable_phase_freeze", this, &ExtRefNode::EnablePhaseFreeze, PhaseFreezeHelp),
+                  MakeAction("set_pll_source", this, &ExtRefNode::SetPllSource, SetPllSourceHelp),
+                  MakeAction("auto_pll_select", this, &ExtRefNode::AutoPllSelect, AutoPllSelectHelp),
+                  MakeAction("set_measurement_range", this, &ExtRefNode::SetMeasurementRange, MeasurementRangeHelp),
+                  MakeAction("status", this, &ExtRefNode::Status, StatusHelp)});
+}
 
-    const auto enable = [this](const std::string& name) {
-        return WithSource(name, [this](const Source& source) { mCtx->EnableClockSource(source); });
-    };
-    const auto disable = [this](const std::string& name) {
-        return WithSource(name, [this](const Source& source) { mCtx->DisableClockSource(source); });
-    };
-    const auto useInternal = [this](bool internal) {
-        if (internal)
-            mCtx->UseInternalClock();
-        else
-            mCtx->EnableAutoSelect();
-    };
-    const auto setPllSource = [this](const std::string& name) {
-        return WithSource(name, [this](const Source& source) { mCtx->ForcePllSource(source); });
-    };
-    const auto setRange = [this](unsigned low, unsigned high) { mCtx->GetFsi()->SetMeasurementRange(low, high); };
+std::string ExtRefNode::Sources() const
+{
+    return mSources;
+}
 
-    Add("clock",
-        {MakeAction(
-             "sources", [sources] { return sources; }, SourcesHelp),
-         MakeAction(
-             "active", [this] { return Active(); }, ActiveHelp),
-         MakeAction("enable", enable, EnableHelp), MakeAction("disable", disable, DisableHelp),
-         MakeAction("use_internal", useInternal, UseInternalHelp),
-         MakeAction(
-             "enable_phase_freeze", [this](bool freeze) { mCtx->GetFsi()->SetPhaseFreeze(freeze); }, PhaseFreezeHelp),
-         MakeAction("set_pll_source", setPllSource, SetPllSourceHelp),
-         MakeAction(
-             "auto_pll_select", [this] { mCtx->EnableAutoSelect(); }, AutoPllSelectHelp),
-         MakeAction("set_measurement_range", setRange, MeasurementRangeHelp),
-         MakeAction(
-             "status", [this] { return Status(); }, StatusHelp)});
+std::string ExtRefNode::Enable(const std::string& name)
+{
+    return WithSource(name, [this](const Source& source) { mCtx->EnableClockSource(source); });
+}
+
+std::string ExtRefNode::Disable(const std::string& name)
+{
+    return WithSource(name, [this](const Source& source) { mCtx->DisableClockSource(source); });
+}
+
+void ExtRefNode::UseInternal(bool internal)
+{
+    if (internal)
+        mCtx->UseInternalClock();
+    else
+        AutoPllSelect();
+}
+
+void ExtRefNode::EnablePhaseFreeze(bool freeze)
+{
+    mCtx->GetFsi()->SetPhaseFreeze(freeze);
+}
+
+std::string ExtRefNode::SetPllSource(const std::string& name)
+{
+    return WithSource(name, [this](const Source& source) { mCtx->ForcePllSource(source); });
+}
+
+void ExtRefNode::AutoPllSelect()
+{
+    mCtx->EnableAutoSelect();
+}
+
+void ExtRefNode::SetMeasurementRange(unsigned low, unsigned high)
+{
+    mCtx->GetFsi()->SetMeasurementRange(low, high);
 }
 
 std::string ExtRefNode::Active() const

@@ -15,17 +15,29 @@
 class ExtRefNode : public cmd::Node
 {
 public:
-    /// @param registry may be null: there are no clocks to name then
+    /// @param registry may be null: then no clock has a name
     ExtRefNode(const std::shared_ptr<audio::ExternalClockManager>& manager, const fsi::DeviceRegistry* registry);
 
 private:
     using Source = audio::ExternalClockSource;
 
+    // The commands. Those that name a source answer with an error text, or with nothing.
+    std::string Sources() const;
     std::string Active() const;
+    std::string Enable(const std::string& name);
+    std::string Disable(const std::string& name);
+    void UseInternal(bool internal);
+    void EnablePhaseFreeze(bool freeze);
+    std::string SetPllSource(const std::string& name);
+    void AutoPllSelect();
+    void SetMeasurementRange(unsigned low, unsigned high);
     std::string Status() const;
+
     /// Does something with the source of that name. The error text if there is none.
     std::string WithSource(const std::string& name, const std::function<void(const Source&)>& work) const;
 
     const fsi::DeviceRegistryView<Source> mView;
     const std::shared_ptr<audio::ExternalClockManager> mCtx;
+    /// All names, each with a blank after it.
+    std::string mSources;
 };

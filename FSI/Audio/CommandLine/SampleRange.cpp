@@ -14,7 +14,26 @@ bool IsDigit(char character)
     return character >= '0' && character <= '9';
 }
 
-/// Walks the text. Numbers past the samples of any endpoint stay at one value that is out of range for all.
+/// The digits of a decimal number of any size, without leading zeros.
+using Digits = std::string;
+
+bool IsAbove(const Digits& a, const Digits& b)
+{
+    return a.size() != b.size() ? a.size() > b.size() : a > b;
+}
+
+/// Its value; one that is out of range for all endpoints stands for all that are.
+std::size_t ValueOf(const Digits& digits)
+{
+    constexpr std::size_t mostDigits = 4;
+    if (digits.size() > mostDigits) return MaximumSamplesPerEndpoint;
+    std::size_t value = 0;
+    for (const char digit : digits)
+        value = value * 10 + static_cast<std::size_t>(digit - '0');
+    return std::min<std::size_t>(value, MaximumSamplesPerEndpoint);
+}
+
+/// Walks the text.
 class Reader
 {
 public:
@@ -28,14 +47,12 @@ public:
         return there;
     }
     /// False if no digit is next.
-    bool TakeNumber(std::uint16_t& number)
+    bool TakeNumber(Digits& number)
     {
         if (AtEnd() || !IsDigit(*mNext)) return false;
-        std::uint32_t value = 0;
-        for (; !AtEnd() && IsDigit(*mNext); ++mNext)
-            value = std::min<std::uint32_t>(value * 10 + static_cast<std::uint32_t>(*mNext - '0'),
-                                            MaximumSamplesPerEndpoint);
-        number = static_cast<std::uint16_t>(value);
+        const auto end = std::find_if_not(mNext, mEnd, IsDigit);
+        number.assign(std::find_if(mNext, end, [](char digit) { return digit != '0'; }), end);
+        mNext = end;
         return true;
     }
 
@@ -51,19 +68,20 @@ std::vector<AudioDmaTransaction> ParseSampleRange(const std::string& text, const
     Reader reader(text);
     std::vector<AudioDmaTransaction> transactions;
     std::bitset<MaximumSamplesPerEndpoint> seen;
-    std::uint16_t lowest = 0;
+    std::size_t lowest = 0;
     do {
-        std::uint16_t first = 0;
+        Digits first;
         if (!reader.TakeNumber(first)) return {};
-        std::uint16_t last = first;
+        Digits last = first;
         if (reader.Take('-') && !reader.TakeNumber(last)) return {};
-        for (std::uint16_t number = first; number <= last; ++number) {
+        if (IsAbove(first, last)) continue;
+        for (std::size_t number = ValueOf(first); number <= ValueOf(last); ++number) {
             if (number >= endpoint.GetSampleSpace()) return {};
             if (seen.test(number)) continue;
             if (number < lowest) return {};
             seen.set(number);
             lowest = number;
-            transactions.push_back(MakeTransaction(endpoint.GetAddress(), number));
+            transactions.push_back(MakeTransaction(endpoint.GetAddress(), static_cast<std::uint16_t>(number)));
         }
     } while (reader.Take(','));
     if (!reader.AtEnd()) return {};

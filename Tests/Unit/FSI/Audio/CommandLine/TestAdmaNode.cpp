@@ -2,6 +2,8 @@
 #include "Tests/Unit/FSI/Audio/AdmaFixture.h"
 #include "Utilities/CommandLine/NodeManager.h"
 
+#include <iomanip>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -85,6 +87,32 @@ TEST_F(AdmaCommands, WhatIsWrongIsToldAndChangesNothing)
     EXPECT_EQ(mBoard.GetSyncs(), syncs);
     Change("sync");
     EXPECT_EQ(Probe(1, 1), "3:1");
+}
+
+TEST_F(AdmaCommands, EndpointsAreListedAndMutesReachTheBlock)
+{
+    std::ostringstream expected;
+    expected << "  bulk: Endpoint: 3, " << std::setw(23) << "transactions 0-511,"
+             << " FSI: 0012, mapped addr: 0x" << std::hex << reinterpret_cast<std::uintptr_t>(mBulk->GetMappedAddress())
+             << "\n"
+             << "    k0: Endpoint: 1, " << std::setw(23) << "transactions 512-1023,"
+             << " [Kernel FSI]\n"
+             << "    k1: Endpoint: 2, " << std::setw(23) << "transactions 1024-1535,"
+             << " [Kernel FSI]\n";
+    EXPECT_EQ(Run("links"), expected.str());
+    const struct
+    {
+        const char* command;
+        const char* argument;
+        std::uint32_t control;
+    } switches[] = {{"mute_on_pll_loss", "false", 0x08},
+                    {"mute_on_pll_loss", "true", 0},
+                    {"mute", "true", 0x10},
+                    {"mute", "false", 0}};
+    for (const auto& row : switches) {
+        EXPECT_EQ(Run(row.command, row.argument), "");
+        EXPECT_EQ(mBoard.GetRegister("0003", 0x38), row.control) << row.command;
+    }
 }
 
 TEST_F(AdmaCommands, TheTableIsShownWithinItsBounds)

@@ -14,7 +14,7 @@ TEST(SampleRange, TextsAndTheirSamples)
 {
     const AudioDmaEndpoint endpoint(1, 512, AudioDmaEndpoint::Direction::SourceAndSink);
     std::istringstream right("0=0, 511=511, 3-3=3, 20,21,30-33,90=20,21,30,31,32,33,90, 0,1,1,2=0,1,2, 1,2,1=1,2, "
-                             "1-3,2-5=1,2,3,4,5, 5-3,7=7, 007=7,");
+                             "1-3,2-5=1,2,3,4,5, 5-3,7=7, 700-600,7=7, 007=7, 99999999999-99999999998,8=8,");
     for (std::string row; right >> row;) {
         const std::string text = row.substr(0, row.find('='));
         std::string samples;
@@ -25,7 +25,8 @@ TEST(SampleRange, TextsAndTheirSamples)
         EXPECT_EQ(text + "=" + samples, row);
     }
     std::istringstream wrong("5-3 5,3 3,600 512 510-512 600,1 , 1, 1,,2 -1 1- 1-2-3 +1 0x1 4294967296 "
-                             "18446744073709551616 0-4294967295 0-99999999999999999999999999");
+                             "18446744073709551616 0-4294967295 0-99999999999999999999999999 "
+                             "600-700,7");
     for (std::string text; wrong >> text;)
         EXPECT_TRUE(audio::ParseSampleRange(text, endpoint).empty()) << text;
     for (const char* const text : {"", "1 ,2"})
