@@ -346,15 +346,15 @@ void Mischief::AddSurroundings()
             : tool[0] == 'r' ? "route fails"
                              : "gzip fails",
             4000, [this, tool] {
-                mSurroundings.SpoilTool(tool, "fail");
-                return [this, tool] { mSurroundings.SpoilTool(tool, {}); };
+                SpoilTool(tool, "fail");
+                return [this, tool] { SpoilTool(tool, {}); };
             });
         Add(tool[0] == 'i'   ? "ifconfig hangs"
             : tool[0] == 'r' ? "route hangs"
                              : "gzip hangs",
             11000, [this, tool] {
-                mSurroundings.SpoilTool(tool, "hang");
-                return [this, tool] { mSurroundings.SpoilTool(tool, {}); };
+                SpoilTool(tool, "hang");
+                return [this, tool] { SpoilTool(tool, {}); };
             });
     }
     Add("the disk of the log is full", 5000, [this] {
