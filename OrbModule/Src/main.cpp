@@ -26,6 +26,8 @@
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
 #include "OrbModule/Inc/Patching/Patcher.h"
+#include "OrbModule/Inc/SignalWatch.h"
+#include "OrbModule/Inc/StartupFailure.h"
 #include "OrbModule/Inc/TopLevelCommands.h"
 #include "OrbModule/Inc/UDPDispatcher/HardwareManager.h"
 #include "OrbModule/Inc/UDPDispatcher/UDPDispatcher.h"
@@ -34,18 +36,14 @@
 #include "Utilities/CommandLine/RemoteAuditor.h"
 
 #include <boost/asio/io_service.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/system/system_error.hpp>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
+#include <cstdint>
 #include <exception>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include <sys/resource.h>
 
@@ -61,26 +59,6 @@ constexpr char FirmwareBlock[] = "0010";
 constexpr rlim_t MaxDescriptors = 4096;
 constexpr std::chrono::seconds EndpointIdTimeout{2};
 constexpr unsigned int ClockOfOrbRouter = 4;
-
-constexpr int ExitStartupFailed = 3;
-
-int ReportStartupFailure(const std::exception& error)
-{
-    AUDIT_LOG(Fault, "Start-up failed: %s\r\n", error.what());
-    std::fprintf(stderr, "OrbModule cannot start: %s\n", error.what());
-    return ExitStartupFailed;
-}
-
-/// Makes an object, and adds to an Error from there what an engineer can do about it. Other errors say that themselves.
-template <class Error, class Make>
-auto Build(const char* advice, Make make) -> decltype(make())
-{
-    try {
-        return make();
-    } catch (const Error& error) {
-        throw std::runtime_error(std::string(error.what()) + ": " + advice);
-    }
-}
 
 void RaiseDescriptorLimit()
 {
@@ -123,7 +101,7 @@ void SetHeartbeatTimeout(boost::asio::io_service& service, DeviceManager& device
     }
 }
 
-/// A handler that throws costs its own work and not the show.
+/// A handler that throws loses its own work, and the service goes on.
 void RunUntilStopped(boost::asio::io_service& service, cmd::CommandLine& shell)
 {
     do {
@@ -135,7 +113,70 @@ void RunUntilStopped(boost::asio::io_service& service, cmd::CommandLine& shell)
     } while (!service.stopped());
 }
 
-/// Everything behind the shell and the log, from the network time to the run.
+/// A slot that hands what it gets to a member of an object of this file.
+template <class Object, class Handler>
+auto To(Object& object, Handler handler)
+{
+    return [&object, handler](const auto&... arguments) { (object.*handler)(arguments...); };
+}
+
+// The slots of one signal or command run in the order in which they are connected, here and from one function to the
+// next: a link learns of a device before the patches do, and both before its time-out is set.
+
+void ConnectLinks(OrbCommandProcessor& processor, OrbKLVComms& comms, Heartbeat& heartbeat, LinkManager& links,
+                  DeviceManager& devices)
+{
+    links.MasterHidChanged.connect(To(heartbeat, &Heartbeat::SetMasterHid));
+    devices.LocalHidChanged.connect(To(links, &LinkManager::OnLocalHidChanged));
+    devices.DeviceChange.connect(To(links, &LinkManager::OnDeviceChange));
+    processor.Connect<RouterDetectTimeAllowanceCmd>(To(links, &LinkManager::ReceivedRouterTimeAllowanceCmd));
+    processor.Connect<SetRouterSampleRateCmd>(To(links, &LinkManager::ReceivedSetRouterSampleRateCmd));
+    links.DeviceChanged.connect(To(devices, &DeviceManager::OnDeviceChanged));
+    links.IoInternalsChanged.connect(To(devices, &DeviceManager::OnIoInternalsChanged));
+    links.MasterHidChanged.connect(To(devices, &DeviceManager::OnMasterHidChanged));
+    comms.ConnectKLVStreamChanged(To(devices, &DeviceManager::OnKLVStreamChanged));
+    devices.ConnectDiscovery(processor);
+    devices.ConnectForwarding(processor);
+}
+
+void ConnectPatches(OrbCommandProcessor& processor, DeviceManager& devices, PatchController& patches)
+{
+    devices.LocalHidChanged.connect(To(patches, &PatchController::OnLocalHidChanged));
+    devices.LocalHidChanged.connect(SetLocalAddresses);
+    devices.NetworkConnectionChanged.connect(To(patches, &PatchController::OnNetworkConnectionChanged));
+    devices.DeviceChange.connect(To(patches, &PatchController::OnDeviceChange));
+    processor.Connect<RouterPatchAudio>(To(patches, &PatchController::ReceivedRouterPatchAudioCmd));
+    processor.Connect<PatchSucessfulCmd>(To(patches, &PatchController::ReceivedPatchSucessfulCmd));
+    processor.Connect<AudioPatchRetryForHidCmd>(To(patches, &PatchController::ReceivedAudioPatchRetryForHid));
+    processor.Connect<OstrelPingCmd>(To(patches, &PatchController::ReceivedPingCmd));
+    processor.Connect<OstrelPingCmd>(To(devices, &DeviceManager::ReceivedPingCmd));
+    processor.Connect<RequestActiveMcsCmd>(To(devices, &DeviceManager::ReceivedMcsRequestCmd));
+}
+
+void ConnectClock(boost::asio::io_service& service, OrbCommandProcessor& processor,
+                  audio::ExternalReferenceFsi& reference, audio::ExternalClockManager& clocks)
+{
+    processor.Connect<SetRouterSampleRateCmd>([&](const auto& command, UINT8GIGEPORT port, Type) {
+        SetClockRate(service, reference, clocks, command->GetSampleRate(), port);
+    });
+    clocks.mClockLocked.connect(
+        [&service](unsigned int id) { service.post([id] { AUDIT_LOG(Information, "Stable Clock %u\r\n", id); }); });
+}
+
+/// From the start only the Orb router's clock may be selected.
+void ChooseClocks(const Patcher& patcher, audio::ExternalClockManager& clocks)
+{
+    for (const auto& source : patcher.GetClockSources()) {
+        if (source->GetId() == ClockOfOrbRouter) {
+            clocks.PrioritiseClockSource(*source, 0, true);
+            clocks.EnableClockSource(*source);
+        } else {
+            clocks.DisableClockSource(*source);
+        }
+    }
+}
+
+/// What is built and connected after the shell and the log, in this order, and the run.
 void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const std::string& programName)
 {
     DebugConfigure::Instance().ReadFile(DebugFile);
@@ -145,100 +186,33 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     OrbCommandProcessor processor(service);
     UDPDispatcher dispatcher(service);
     dispatcher.Register<SwitchFabric::NetworkTimeMessage, NetworkTimeMessage>(
-        [&hardware](const std::shared_ptr<const NetworkTimeMessage>& message) {
-            hardware.OnNetworkTimeMessage(message);
-        });
+        To(hardware, &HardwareManager::OnNetworkTimeMessage));
     Heartbeat heartbeat;
     OrbSimpleStreamContainer streams;
     OrbKLVComms comms(service, processor, streams);
 
-    const auto blockAdvice = "load the FPGA and its UIO driver, and let /dev/uioN be read and written";
-    const unsigned firmwareBuild =
-        Build<std::system_error>(blockAdvice, [] { return fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild(); });
+    const unsigned firmwareBuild = fsi::HostFsi(FirmwareBlock, 0).GetFirmwareBuild();
     AUDIT_STREAM(Information, "Ostrel Orb Module " << programName << "(v." << ORB_MODULE_VERSION
                                                    << ", Firmware build v." << firmwareBuild << ") starting... Hid 0x"
                                                    << std::hex << BannerHid << "\n");
 
     LinkManager links(service, Routing::MAX_ORB_K2_PORTS, comms);
     DeviceManager devices(service, comms);
+    ConnectLinks(processor, comms, heartbeat, links, devices);
 
-    // 1 to 10: links, identity and the discovery of devices. A later slot of a signal runs after an earlier one.
-    links.MasterHidChanged.connect([&](Hid hid) { heartbeat.SetMasterHid(hid); });
-    devices.LocalHidChanged.connect([&](Hid hid) { links.OnLocalHidChanged(hid); });
-    devices.DeviceChange.connect(
-        [&](Hid hid, UINT8GIGEPORT port, bool online, Type type) { links.OnDeviceChange(hid, port, online, type); });
-    processor.Connect<RouterDetectTimeAllowanceCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        links.ReceivedRouterTimeAllowanceCmd(command, port, type);
-    });
-    processor.Connect<SetRouterSampleRateCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        links.ReceivedSetRouterSampleRateCmd(command, port, type);
-    });
-    links.DeviceChanged.connect(
-        [&](UINT8GIGEPORT port, std::uint32_t localIp, std::uint8_t remotePort, std::uint32_t remoteIp, Hid hid,
-            K2Heartbeat::LinkType type) { devices.OnDeviceChanged(port, localIp, remotePort, remoteIp, hid, type); });
-    links.IoInternalsChanged.connect(
-        [&](Hid hid, std::uint32_t variant) { devices.OnIoInternalsChanged(hid, variant); });
-    links.MasterHidChanged.connect([&](Hid hid) { devices.OnMasterHidChanged(hid); });
-    comms.ConnectKLVStreamChanged([&](UINT8GIGEPORT port, Type type, std::uint32_t address, bool valid) {
-        devices.OnKLVStreamChanged(port, type, address, valid);
-    });
-    devices.ConnectDiscovery(processor);
-    // 11, 12: what is only passed on.
-    devices.ConnectForwarding(processor);
-
-    const auto adma =
-        Build<std::system_error>(blockAdvice, [&] { return registry.Register<audio::AudioDmaFsi>("adma"); });
+    const auto adma = registry.Register<audio::AudioDmaFsi>("adma");
     const auto admaManager = std::make_shared<audio::AudioDmaManager>(adma, &registry);
-    Patcher patcher = Build<std::system_error>(blockAdvice, [&] {
-        return Patcher(service, &registry, admaManager,
-                       [&links](std::uint32_t link) { return links.GetAdmaEndpointId(link, EndpointIdTimeout); });
-    });
+    Patcher patcher(service, &registry, admaManager,
+                    [&links](std::uint32_t link) { return links.GetAdmaEndpointId(link, EndpointIdTimeout); });
     PatchController patches(service, devices, comms, patcher);
+    ConnectPatches(processor, devices, patches);
 
-    // 13 to 22: patches.
-    devices.LocalHidChanged.connect([&](Hid hid) { patches.OnLocalHidChanged(hid); });
-    devices.LocalHidChanged.connect(SetLocalAddresses);
-    devices.NetworkConnectionChanged.connect([&](bool connected) { patches.OnNetworkConnectionChanged(connected); });
-    devices.DeviceChange.connect(
-        [&](Hid hid, UINT8GIGEPORT port, bool online, Type type) { patches.OnDeviceChange(hid, port, online, type); });
-    processor.Connect<RouterPatchAudio>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        patches.ReceivedRouterPatchAudioCmd(command, port, type);
-    });
-    processor.Connect<PatchSucessfulCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        patches.ReceivedPatchSucessfulCmd(command, port, type);
-    });
-    processor.Connect<AudioPatchRetryForHidCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        patches.ReceivedAudioPatchRetryForHid(command, port, type);
-    });
-    processor.Connect<OstrelPingCmd>(
-        [&](const auto& command, UINT8GIGEPORT port, Type type) { patches.ReceivedPingCmd(command, port, type); });
-    processor.Connect<OstrelPingCmd>(
-        [&](const auto& command, UINT8GIGEPORT port, Type type) { devices.ReceivedPingCmd(command, port, type); });
-    processor.Connect<RequestActiveMcsCmd>([&](const auto& command, UINT8GIGEPORT port, Type type) {
-        devices.ReceivedMcsRequestCmd(command, port, type);
-    });
-
-    const auto reference =
-        Build<std::system_error>(blockAdvice, [&] { return registry.Register<audio::ExternalReferenceFsi>("extref"); });
+    const auto reference = registry.Register<audio::ExternalReferenceFsi>("extref");
     const auto clocks = std::make_shared<audio::ExternalClockManager>(service, reference);
-    fsi::UioInterruptController interrupts(service, {adma, reference});
+    const fsi::UioInterruptController interrupts(service, {adma, reference});
+    ConnectClock(service, processor, *reference, *clocks);
+    ChooseClocks(patcher, *clocks);
 
-    // 23, 24: the clock.
-    processor.Connect<SetRouterSampleRateCmd>([&](const auto& command, UINT8GIGEPORT port, Type) {
-        SetClockRate(service, *reference, *clocks, command->GetSampleRate(), port);
-    });
-    clocks->mClockLocked.connect(
-        [&service](unsigned int id) { service.post([id] { AUDIT_LOG(Information, "Stable Clock %u\r\n", id); }); });
-    for (const auto& source : patcher.GetClockSources()) {
-        if (source->GetId() == ClockOfOrbRouter) {
-            clocks->PrioritiseClockSource(*source, 0, true);
-            clocks->EnableClockSource(*source);
-        } else {
-            clocks->DisableClockSource(*source);
-        }
-    }
-
-    // 25: the heartbeat time-out of the local box.
     devices.DeviceChange.connect([&](Hid hid, UINT8GIGEPORT port, bool online, Type) {
         SetHeartbeatTimeout(service, devices, links, hid, port, online);
     });
@@ -252,32 +226,6 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     RunUntilStopped(service, shell);
 }
 
-/// Stops the main service on SIGINT or SIGTERM. It waits on a thread of its own, so that whatever is queued on the main
-/// service, such as a flood of reports, does not stand between the signal and the end.
-class SignalWatch
-{
-public:
-    explicit SignalWatch(boost::asio::io_service& mainService) : mSignals(mService, SIGINT, SIGTERM)
-    {
-        mSignals.async_wait([&mainService](const boost::system::error_code& error, int) {
-            if (!error) mainService.stop();
-        });
-        mThread = std::thread([this] { mService.run(); });
-    }
-    ~SignalWatch()
-    {
-        mService.stop();
-        mThread.join();
-    }
-    SignalWatch(const SignalWatch&) = delete;
-    SignalWatch& operator=(const SignalWatch&) = delete;
-
-private:
-    boost::asio::io_service mService;
-    boost::asio::signal_set mSignals;
-    std::thread mThread;
-};
-
 /// The frame: main service, signals, shell and log, which outlive everything else.
 int RunFrame(const Options& options)
 {
@@ -286,9 +234,7 @@ int RunFrame(const Options& options)
     const SignalWatch signals(service);
     const HeapTrim heapTrim(service);
 
-    cmd::CommandLine shell = Build<boost::system::system_error>("choose another endpoint with --telnet", [&] {
-        return cmd::CommandLine(service, options.shellEndpoint, options.programName);
-    });
+    cmd::CommandLine shell(service, options.shellEndpoint, options.programName);
     shell.SetReceivedCallback(
         [](const std::string& line) { AUDIT_LOG(Information, "CommandLine: Received %s\r\n", line.c_str()); });
     shell.SetSentCallback([](const std::string& command, const std::string& result) {
@@ -316,9 +262,10 @@ int main(int argc, char** argv)
     // A console or a peer that goes away is no reason to die.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        const CrashDumpHandler crashDumps(CrashDumpDirectory, argc > 0 ? argv[0] : "OrbModule");
+        // Help and version need no right to the directory of the dumps.
         Options options;
         if (const auto exitCode = ParseOptions(argc, argv, options)) return *exitCode;
+        const CrashDumpHandler crashDumps(CrashDumpDirectory, argc > 0 ? argv[0] : "OrbModule");
         RaiseDescriptorLimit();
         return RunFrame(options);
     } catch (const std::exception& error) {

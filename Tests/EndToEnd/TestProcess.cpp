@@ -10,15 +10,21 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 using namespace stage;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
+
+constexpr char DumpRoot[] = "/var/lib/ostrel";
 
 bool Exists(const std::string& path)
 {
@@ -36,6 +42,9 @@ struct Refusal
 TEST(Options, EndTheProcessBeforeItTouchesAnything)
 {
     unlink(LogPath);
+    std::filesystem::remove_all(DumpRoot);
+    // As for a user who may not write there.
+    std::ofstream(DumpRoot) << "in the way";
     const std::vector<Refusal> refusals{
         {{"--help"}, 1, "Available options", ""},
         {{"--version"}, 1, "Sorn Module 1.0.2452\n", ""},
@@ -46,12 +55,26 @@ TEST(Options, EndTheProcessBeforeItTouchesAnything)
         SCOPED_TRACE(testing::PrintToString(refusal.arguments));
         ChildProcess process(Module::MakeCommand({ProgramPath("OrbModuleSim"), refusal.arguments}));
         EXPECT_EQ(process.Wait().Text(), "exit code " + std::to_string(refusal.exitCode));
-        EXPECT_THAT(process.Output(), HasSubstr(refusal.output));
+        EXPECT_THAT(process.Output(), StartsWith(refusal.output));
         EXPECT_THAT(process.Errors(), HasSubstr(refusal.errors));
         const std::string errors = process.Errors();
         EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), refusal.exitCode == 2 ? 1 : 0) << errors;
     }
     EXPECT_FALSE(Exists(LogPath));
+    std::filesystem::remove(DumpRoot);
+}
+
+TEST(Descriptors, AsManyAsAreAllowedUpTo4096)
+{
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit low{256, std::max<rlim_t>(before.rlim_max, 4096)};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    Module module;
+    setrlimit(RLIMIT_NOFILE, &before);
+    rlimit limit{};
+    ASSERT_EQ(prlimit(module.Process().Id(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    EXPECT_EQ(limit.rlim_cur, 4096u);
 }
 
 TEST(Options, ChooseTheShellEndpointAndTheLog)

@@ -24,7 +24,7 @@ public:
     using ReceivedCallback = std::function<void(const std::string& line)>;
     using SentCallback = std::function<void(const std::string& name, const std::string& result)>;
 
-    /// Listens at once. Throws boost::system::system_error with a text that names the endpoint.
+    /// Listens at once. Throws std::runtime_error with a text that names the endpoint and what can be done.
     /// @param name of the program, for the greeting.
     CommandLine(boost::asio::io_service& service, const boost::asio::ip::tcp::endpoint& endpoint,
                 const std::string& name);

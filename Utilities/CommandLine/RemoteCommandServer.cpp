@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 
 namespace cmd {
@@ -28,8 +29,9 @@ tcp::acceptor Listen(boost::asio::io_service& service, const tcp::endpoint& endp
         return acceptor;
     } catch (const boost::system::system_error& error) {
         std::ostringstream text;
-        text << "cannot listen for shell clients on " << endpoint;
-        throw boost::system::system_error(error.code(), text.str());
+        text << "cannot listen for shell clients on " << endpoint << ": " << error.code().message()
+             << ": choose another endpoint with --telnet";
+        throw std::runtime_error(text.str());
     }
 }
 
@@ -62,10 +64,12 @@ void RemoteCommandServer::OnAccept(const boost::system::error_code& error)
         return;
     }
     mAcceptFailed = false;
-    const auto connection = std::make_shared<ClientConnection>(std::move(mSocket), mDelimiter, MakeReceiver());
+    tcp::socket socket = std::move(mSocket);
+    // First, so that nothing that goes wrong with this client keeps the next one out.
+    StartAccept();
+    const auto connection = std::make_shared<ClientConnection>(std::move(socket), mDelimiter, MakeReceiver());
     ConnectionOpened(connection);
     connection->Start(mName);
-    StartAccept();
 }
 
 void RemoteCommandServer::OnFailedAccept(const boost::system::error_code& error)

@@ -18,7 +18,7 @@ namespace cmd {
 class RemoteCommandServer
 {
 public:
-    /// Listens at once. Throws boost::system::system_error with a text that names the endpoint.
+    /// Listens at once. Throws std::runtime_error with a text that names the endpoint and what can be done.
     /// @param name of the program, for the greeting.
     RemoteCommandServer(boost::asio::io_service& service, const boost::asio::ip::tcp::endpoint& endpoint,
                         const std::string& name);

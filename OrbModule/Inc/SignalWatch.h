@@ -1,0 +1,22 @@
+#pragma once
+
+#include <boost/asio/io_service.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include <thread>
+
+/// Stops the main service on SIGINT or SIGTERM. It waits on a thread of its own, so that whatever is queued on the main
+/// service, such as a flood of reports, does not delay the end.
+class SignalWatch
+{
+public:
+    explicit SignalWatch(boost::asio::io_service& mainService);
+    ~SignalWatch();
+    SignalWatch(const SignalWatch&) = delete;
+    SignalWatch& operator=(const SignalWatch&) = delete;
+
+private:
+    boost::asio::io_service mService;
+    boost::asio::signal_set mSignals;
+    std::thread mThread;
+};
