@@ -87,7 +87,7 @@ void ClientConnection::OnRead(const boost::system::error_code& error)
 void ClientConnection::Write(const std::string& text)
 {
     if (!mSocket.is_open() || text.empty()) return;
-    if (mSending.size() - mSent + mWaiting.size() + text.size() > MaxUnsent) {
+    if (mSending.size() - mSent + mWaiting.size() > MaxUnsent) {
         Close("more than " + std::to_string(MaxUnsent) + " bytes were not read");
         return;
     }

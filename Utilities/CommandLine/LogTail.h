@@ -16,12 +16,13 @@ class ClientConnection;
 /// The shell clients that follow the log, and the lines on their way to them.
 ///
 /// Lines come from any thread and are handed to the main service, where all else lives. mLock guards the backlog; it
-/// is the innermost of all locks, and nothing here logs while it is held. The backlog is bounded: what comes when it
-/// is full, because the main service is stuck, is counted and told in one line.
+/// is the innermost of all locks, and nothing here logs while it is held. The backlog is bounded: lines that come while
+/// it is full are counted and reported in one line.
 class LogTail : public std::enable_shared_from_this<LogTail>
 {
 public:
-    static constexpr std::size_t MaxBacklog = 1024 * 1024;
+    /// The longest listing of a command is shorter, and all of it waits until the command ends.
+    static constexpr std::size_t MaxBacklog = 32 * 1024 * 1024;
 
     explicit LogTail(boost::asio::io_service& service) : mService(service) {}
 

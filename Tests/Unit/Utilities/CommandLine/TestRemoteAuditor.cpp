@@ -81,19 +81,40 @@ TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
 
 TEST_F(RemoteAuditorTest, WhileTheServiceIsStuckTheBacklogIsBounded)
 {
-    mAuditor->SetTailByDefault(true);
+    const auto tail = std::make_shared<cmd::LogTail>(mService);
+    mShell.GetServer().ConnectionOpened.connect([&](const auto& connection) { tail->Add(connection); });
     ShellClient client(Endpoint());
     WaitForConnection(mService, mShell);
-    const std::string line(1022, 'x');
-    for (int i = 0; i < 1030; ++i)
-        Log(line);
+    const std::string line = std::string(4095, 'x') + "\n";
+    for (std::size_t i = 0; i < cmd::LogTail::MaxBacklog / line.size() + 6; ++i)
+        tail->OnLogLine(line);
     mShell.Start();
     client.SkipGreeting();
     const std::string text = client.ReadUntil("log lines were not shown ***\r\n");
-    EXPECT_THAT(text, EndsWith("x\r\n*** 6 log lines were not shown ***\r\n"));
+    EXPECT_THAT(text, EndsWith("x\n*** 6 log lines were not shown ***\r\n"));
     EXPECT_EQ(text.find('*'), cmd::LogTail::MaxBacklog);
-    Log("after");
+    tail->OnLogLine("after\r\n");
     EXPECT_EQ(client.ReadUntil("\r\n"), "after\r\n");
+}
+
+TEST_F(RemoteAuditorTest, AListingLongerThanAnyBufferReachesItsClientsWhole)
+{
+    constexpr std::size_t Lines = 6000;
+    const std::string line(1022, 'x');
+    mAuditor->SetTailByDefault(true);
+    mShell.AddAction(
+        "list",
+        [&line] {
+            for (std::size_t i = 0; i < Lines; ++i)
+                Log(line);
+        },
+        "");
+    mShell.Start();
+    ShellClient client(Endpoint());
+    client.SkipGreeting();
+    client.Send("list\nversion\n");
+    for (std::size_t i = 0; i < Lines && !HasFailure(); ++i)
+        ASSERT_EQ(client.ReadUntil("\n").size(), line.size() + 2);
 }
 
 TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreTold)

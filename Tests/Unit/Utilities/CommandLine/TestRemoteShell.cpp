@@ -102,6 +102,20 @@ TEST_F(RemoteShellTest, TwoHundredClientsAtOnce)
     }
 }
 
+TEST_F(RemoteShellTest, AClientThatGoesWrongDoesNotKeepTheNextOut)
+{
+    bool goesWrong = true;
+    mShell.GetServer().ConnectionOpened.connect([&](const auto&) {
+        if (std::exchange(goesWrong, false)) throw std::runtime_error("no memory");
+    });
+    ShellClient first(Endpoint());
+    ShellClient second(Endpoint());
+    EXPECT_THROW(mService.run_for(Deadline), std::runtime_error);
+    mService.restart();
+    mShell.Start();
+    second.SkipGreeting();
+}
+
 TEST_F(RemoteShellTest, WithoutADescriptorLeftItWaitsAndTriesAgain)
 {
     ShellClient client(Endpoint());
