@@ -15,6 +15,8 @@ using testing::Not;
 namespace {
 
 constexpr char ReferenceBlock[] = "0004";
+constexpr unsigned int Pending = 0x18;
+constexpr std::uint32_t MeasurementBit = 1u << 2;
 constexpr std::uint32_t Family44k1Bit = 1u << 3;
 constexpr std::uint32_t PhaseFreezeBit = 1u << 4;
 /// Within the range of the 48 kHz family, and within that of the 44.1 kHz family.
@@ -47,11 +49,15 @@ TEST_F(Clock, SelectsLocksLosesAndFallsBack)
 {
     EXPECT_EQ(mShell.Ask("clock/sources"), "bulk k0 k1 \n");
     EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
+    // The links' clocks are off from the start.
+    Measure("1", In48k);
+    mLog.WaitForLine("Clock 1 inside accept measurements ");
+    EXPECT_EQ(mControl.AskOne("pll"), "0");
     EXPECT_EQ(mShell.Ask("clock/enable k0"), "");
+    ExpectPll("1");
+    mLog.WaitForLine("SetExternalPllSource 1");
 
     // A worse source first, then the one of the Orb router, which has priority 0.
-    Measure("1", In48k);
-    ExpectPll("1");
     EXPECT_EQ(mShell.Ask("clock/active"), "k0\n");
     Measure("4", In48k);
     ExpectPll("4");
@@ -63,11 +69,15 @@ TEST_F(Clock, SelectsLocksLosesAndFallsBack)
     mLog.WaitForLine("Stable Clock 4");
     EXPECT_THAT(mShell.Ask("clock/status"), ContainsRegex("1150000 +stable locked \\[selected\\]"));
 
-    // Out of range: back to the next best, and from there, by a loss event, to the internal clock.
+    // Out of range: back to the next best, and from there, by either loss event, to the internal clock.
     Measure("4", "1128999");
     ExpectPll("1");
-    mControl.Ask("event 0004 0");
-    ExpectPll("0");
+    for (const std::string event : {"0", "1"}) {
+        Measure("1", In48k);
+        ExpectPll("1");
+        mControl.Ask("event 0004 " + event);
+        ExpectPll("0");
+    }
     EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
     EXPECT_THAT(mShell.Ask("clock/status"), Not(HasSubstr("[selected")));
 }
@@ -76,11 +86,24 @@ TEST_F(Clock, IsOverruledByHand)
 {
     Measure("4", In48k);
     ExpectPll("4");
+    const auto measureOn = [this] {
+        for (const std::string& value : {std::string("1"), std::string(In48k)}) {
+            Measure("4", value);
+            mControl.WaitForRegister(ReferenceBlock, Pending, MeasurementBit, 0);
+        }
+        // Its reply comes after what the measurements posted.
+        EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
+    };
     EXPECT_EQ(mShell.Ask("clock/use_internal true"), "");
     ExpectPll("0");
+    measureOn();
+    EXPECT_EQ(mControl.AskOne("pll"), "0");
+    EXPECT_EQ(mShell.Ask("clock/use_internal false"), "");
+    ExpectPll("4");
     EXPECT_EQ(mShell.Ask("clock/set_pll_source k1"), "");
     ExpectPll("2");
-    EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
+    measureOn();
+    EXPECT_EQ(mControl.AskOne("pll"), "2");
     EXPECT_EQ(mShell.Ask("clock/auto_pll_select"), "");
     ExpectPll("4");
     EXPECT_EQ(mShell.Ask("clock/disable bulk"), "");
@@ -89,6 +112,8 @@ TEST_F(Clock, IsOverruledByHand)
 
     EXPECT_EQ(mShell.Ask("clock/enable_phase_freeze true"), "");
     mControl.WaitForRegister(ReferenceBlock, ControlRegister, PhaseFreezeBit, PhaseFreezeBit);
+    EXPECT_EQ(mShell.Ask("clock/enable_phase_freeze false"), "");
+    mControl.WaitForRegister(ReferenceBlock, ControlRegister, PhaseFreezeBit, 0);
     EXPECT_EQ(mShell.Ask("clock/set_measurement_range 5 9000"), "");
     EXPECT_EQ(mControl.AskOne("range"), "5 9000");
 }
@@ -108,7 +133,7 @@ TEST_F(Clock, FollowsTheRateOfTheSystem)
     Measure("4", In44k1);
     mLog.WaitForLine("Main lamda SetRouterSampleRateCmd96kHz Port ORB PORT ");
     // Two measurements, and not one event for both.
-    mControl.WaitForRegister(ReferenceBlock, 0x18, 1u << 2, 0);
+    mControl.WaitForRegister(ReferenceBlock, Pending, MeasurementBit, 0);
     Measure("4", In44k1);
     ExpectPll("0");
 }
@@ -116,7 +141,7 @@ TEST_F(Clock, FollowsTheRateOfTheSystem)
 TEST_F(Clock, AnIdThatCannotBeIsDropped)
 {
     Measure("9", In48k);
-    mControl.WaitForRegister(ReferenceBlock, 0x18, 1u << 2, 0);
+    mControl.WaitForRegister(ReferenceBlock, Pending, MeasurementBit, 0);
     Measure("4", In48k);
     ExpectPll("4");
 }

@@ -7,6 +7,9 @@
 #include <functional>
 
 using namespace stage;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -130,7 +133,8 @@ TEST(Slots, ActInTheOrderOfTheirConnections)
     Network network("CmdDebug RouterAudioRoute");
     network.Start();
     ExpectInOrder(network, {"LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", "PatchController::OnLocalHidChanged",
-                            "ifconfig eth0:1280 0.18.5.0", "ifconfig eth0:1536 0.18.6.0"});
+                            "ifconfig eth0:1280 0.18.5.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err",
+                            "ifconfig eth0:1536 0.18.6.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err"});
     ExpectInOrder(network, {"LinkManager::OnDeviceChange Device Online", "PatchController::OnDeviceChange Hid"});
 
     network.GetOrb().Tell("command 674 u32:3 u32:0");
@@ -139,6 +143,101 @@ TEST(Slots, ActInTheOrderOfTheirConnections)
 
     network.Plug(0, Box);
     ExpectInOrder(network, {"PatchController::OnDeviceChange Hid 0.32:1", "Setting UDP timeout on Gige port"});
+}
+
+/// What a client that tails sees of a command and its result.
+std::string Shown(ShellClient& shell, const std::string& line)
+{
+    shell.Type(line);
+    shell.Stream().TakeThrough("CommandLine: Received " + line);
+    const std::string shown =
+        shell.Stream().TakeThrough("CommandLine: Sent " + line.substr(0, line.find(' ')) + " Result\r\n");
+    return line == "rs" ? shell.Stream().TakeThrough("Link 2\n") : shown;
+}
+
+TEST(Slots, HearWhatANeighbourReports)
+{
+    const Neighbour router{"router", "0x00408000", 0x40, {"internals 0x00400003"}};
+    Network network("RouterAudioRoute HardwareDebug");
+    network.Start();
+    network.Plug(0, Box);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.GetNeighbour(0).Tell("internals 0xFFFF000F");
+    // Its internals, its identity, and that in decimal.
+    Network::WaitForValue(network.GetOrb(), IoBoxInternals, [](const std::string& value) {
+        return value == "0f 00 ff ff 01 00 20 00 07 00 00 00 32 30 39 37 31 35 33";
+    });
+
+    network.Unplug(0);
+    network.Plug(0, HubWithBox);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    ShellClient shell = network.GetModule().OpenShell();
+    EXPECT_THAT(Shown(shell, "sio"), HasSubstr("Hid: 0.48:2 "));
+    EXPECT_THAT(Shown(shell, "sr"), AllOf(HasSubstr("Local devices:\n"), Not(HasSubstr("Hid: 0.48:2 "))));
+    shell.Type("ping");
+    network.GetLog().WaitForLine("Ping Response ");
+
+    network.Unplug(0);
+    network.Plug(0, router);
+    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, router.hid);
+    Peer& peer = network.GetNeighbour(0);
+    network.GetLog().WaitForLine("DeviceManager::OnMasterHidChanged Current INVALID_HID  New 0.64:8000");
+    peer.Tell("command 841 u32:0x00400001 u32:5 on=data");
+    network.GetLog().WaitForLine("ReceivedPatchSucessfulCmd ");
+    peer.Tell("command 835 u32:0x00400001 on=data");
+    network.GetLog().WaitForLine("ReceivedAudioPatchRetryForHid 0.64:1 ");
+    peer.Tell("command 839 str:ORBMODULE u32:0 u32:0 on=data");
+    Network::WaitForValue(peer, Ping, [](const std::string& value) {
+        return value == "08 00 00 00 30 2e 31 38 2e 35 2e 30 00 00 00 00 00 00 00 00"; // 0.18.5.0
+    });
+    peer.Tell("command 846 on=data");
+    // The address of this module, wrapped about that of its master control, 0.18.1.0.
+    Network::WaitForValue(peer, ForwardToActive, [](const std::string& value) {
+        return value.find("3f 03 00 28 04 00 00 00 00 01 12 00") != std::string::npos;
+    });
+}
+
+struct Typed
+{
+    std::string line;
+    std::vector<std::string> shows;
+};
+
+TEST(Shell, TheTopLevelCommandsShowAndSendWhatTheyShould)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, Box);
+    network.WaitForCable(BoxOnWire, "01 01");
+    ControlChannel control = network.GetModule().OpenControl();
+    network.GetOrb().Tell("patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5");
+    control.WaitForRoute({BulkEndpoint, 0}, Sample{FirstLinkEndpoint, 3});
+
+    ShellClient shell = network.GetModule().OpenShell();
+    for (const Typed& typed : std::vector<Typed>{
+             {"rs", {"Link 0\n\tSlot 0  Source0.32:1  Port ", "\t\tDest 0.18:1  Port ", "Link 2\n"}},
+             {"showlinkmap 2097153", {"Inputs for device 0.32:1 ", "Outputs for device 0.32:1 "}},
+             {"db -1",
+              {"0    -  Assert ", "3    -  Information                      -  On \r\n",
+               "206  -  OutputPatchReadDebug "}},
+             {"db 60", {"60   -  CommsDebug                       -  On \r\n"}},
+             {"db 60", {"60   -  CommsDebug                       -  Off \r\n"}},
+             {"db 207", {"207  -  MaxDebugLevels                   -  Off \r\n"}},
+             {"ps", {"PI  Src ", "Pri Patch Success"}},
+             {"spb 2097153 3 1", {}},
+             {"ssr 2097153 3", {}},
+         }) {
+        const std::string shown = Shown(shell, typed.line);
+        for (const std::string& part : typed.shows)
+            EXPECT_THAT(shown, HasSubstr(part)) << typed.line;
+    }
+    EXPECT_THAT(Shown(shell, "db -1"), Not(HasSubstr("207  -")));
+    // Port 3 to the secondary link; 88.2 kHz, with the links down for 30 s.
+    const auto sent = [&](unsigned int id, const std::string& value) {
+        Network::WaitForValue(network.GetNeighbour(0), id, [&](const std::string& bytes) { return bytes == value; });
+    };
+    sent(PortBitmap, "01 00 20 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 03 00 ff ff ff ff 01");
+    sent(IoSetSampleRate, "03 01 00 20 00 30 75 00 00");
 }
 
 } // namespace

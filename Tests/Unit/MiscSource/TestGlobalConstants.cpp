@@ -52,16 +52,30 @@ TEST(Texts, EnumerationsEndWhereTheirTextsEnd)
     for (int i = -1; i < 5; ++i)
         rates += Text(static_cast<SampleRates::SystemSampleRate>(i)) + "|";
     EXPECT_EQ(rates, "UNKNOWN SAMPLE RATE|48kHz|96kHz|44.1kHz|88.2kHz|UNKNOWN SAMPLE RATE|");
-    EXPECT_EQ(Text(static_cast<Korvo::PatchState>(5)) + Text(static_cast<Korvo::PatchState>(6)),
-              "Patch Reserved Invalid Patch State ");
+    std::string states;
+    for (std::uint8_t i = 0; i < 7; ++i)
+        states += Text(static_cast<Korvo::PatchState>(i)) + "|";
+    EXPECT_EQ(states,
+              "Patch Not Sent |Patch Sent |Patch Awaiting Reply |Patch Retry Sent |Patch Success |Patch Reserved "
+              "|Invalid Patch State |");
 }
 
 TEST(Texts, EnumerationsThatLogAWrongValue)
 {
     LogRecorder log;
-    EXPECT_EQ(Text(IOKorvoStatus{5}), "UnsupportedSampleRate");
-    EXPECT_STREQ(IoStyleText(7), "KPO");
-    EXPECT_STREQ(IoCardTypeText(16), "AoIP");
+    std::string status;
+    for (std::uint8_t i = 0; i < 6; ++i)
+        status += Text(static_cast<IOKorvoStatus>(i)) + "|";
+    EXPECT_EQ(status, "Offline|Online|AccessDenied|PatchNotValid|PatchConflict|UnsupportedSampleRate|");
+    std::string styles;
+    for (std::uint32_t i = 0; i < 8; ++i)
+        styles += IoStyleText(i) + std::string("|");
+    EXPECT_EQ(styles, "Invalid|Input|Output|GPI|GPO|DeskOutput|KPI|KPO|");
+    std::string cards;
+    for (std::uint32_t i = 0; i < 17; ++i)
+        cards += IoCardTypeText(i) + std::string("|");
+    EXPECT_EQ(cards, "InvalidType|Mic|Line|AES|MADI|DolbyE|Opto|Relay|Desk|SDI|KPB|Dante|SoundGrid|MADISRC|KorvoModule|"
+                     "EmberGPIO|AoIP|");
     EXPECT_THAT(log.Lines(), testing::IsEmpty());
     EXPECT_EQ(Text(IOKorvoStatus{6}), "Unknown");
     EXPECT_STREQ(IoStyleText(8), "Invalid");

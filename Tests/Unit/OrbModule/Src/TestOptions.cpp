@@ -97,7 +97,4 @@ TEST(Options, NamesAndPaths)
     EXPECT_FALSE(parsed.exitCode);
     EXPECT_EQ(parsed.options.programName, "OrbModule");
     EXPECT_EQ(parsed.options.logPath, "/tmp/x.log");
-    EXPECT_EQ(parsed.options.simulationPath, "box");
-    EXPECT_EQ(parsed.options.hid, 5u);
-    EXPECT_TRUE(parsed.options.connectQuillSync);
 }

@@ -33,15 +33,25 @@ TEST(HardwareManagerTest, AMessageMovesTheLogsClock)
 {
     LogRecorder log;
     HardwareManager manager;
-    const auto now = static_cast<std::uint32_t>(std::time(nullptr));
-    const std::uint32_t network = now - 86400;
-    const char bytes[] = {20, static_cast<char>(network), static_cast<char>(network >> 8),
-                          static_cast<char>(network >> 16), static_cast<char>(network >> 24)};
-    const auto message = std::make_shared<const NetworkTimeMessage>(bytes);
+    constexpr std::int32_t OldOffset = -86400;
+    Audit::Instance()->SetTimeOffset(OldOffset);
+    // 3 February 2033, 04:05:06 UTC.
+    const auto message = std::make_shared<const NetworkTimeMessage>("\x14\x72\x7f\xac\x76");
+    constexpr std::int64_t Network = 0x76AC7F72;
+    const std::time_t before = std::time(nullptr);
     manager.OnNetworkTimeMessage(message);
-    EXPECT_NEAR(Audit::Instance()->GetTimeOffset(), -86400, 2);
+    const std::int32_t offset = Audit::Instance()->GetTimeOffset();
+    const std::time_t then = static_cast<std::time_t>(Network - offset);
+    EXPECT_THAT(then - before, testing::AllOf(testing::Ge(0), testing::Le(20)));
 
-    EXPECT_EQ(log.Lines().size(), 3u);
+    const auto text = [](std::time_t time) { return std::string(std::ctime(&time)); };
+    const std::string old = "HardwareManager NetworkTimeMessage - Old time was ";
+    ASSERT_EQ(log.Lines().size(), 3u);
+    EXPECT_THAT(log.Lines()[0],
+                testing::AnyOf(old + text(then + OldOffset) + "\r", old + text(then + 1 + OldOffset) + "\r"));
+    EXPECT_EQ(log.Lines()[1], "HardwareManager NetworkTimeMessage - New time  is " + text(Network) + "\r");
+    EXPECT_EQ(log.Lines()[2],
+              "HardwareManager NetworkTimeMessage - Offset " + std::to_string(offset) + " Added to Audit\r\n");
     manager.OnNetworkTimeMessage(message);
     EXPECT_EQ(log.Lines().size(), 3u);
 }
