@@ -71,8 +71,8 @@ private:
     std::optional<std::uint32_t> mOwnIo;
 };
 
-/// Takes the module's local stream, and its data link at the address of its rack's port side. The module asks for the
-/// devices over the data link, so they are reported once it has asked there for the first time.
+/// Takes the module's local stream, and its data link at the address of its rack's port side. It reports its devices
+/// once the module has asked on the data link for the first time, or with its own name, before there is a data link.
 class Hub : public RoutingNode
 {
 public:
@@ -81,12 +81,17 @@ public:
 protected:
     void ListenForStreams() override;
     void OnCommand(Stream& stream, const Command& command) override;
-    bool CanBeAsked() override { return Find("data") != nullptr; }
+    bool CanBeAsked() override { return mReportsAtOnce || Find("data") != nullptr; }
+    bool OnVerb(const Line& line, std::string& answer) override;
+    std::string GetHelp() const override;
     std::vector<std::uint32_t> GetFurtherAddresses() const override;
+
+private:
+    bool mReportsAtOnce = false;
 };
 
-/// Opens its streams to the module by itself, a local one and a master one, and its beats name the master. It takes
-/// its time: the module makes nothing of a stream that comes before the router's own heartbeat.
+/// Opens its streams to the module by itself, a local one and a master one, and its beats name the master. It does not
+/// wait for heartbeats, its own or the module's.
 class MasterRouter : public RoutingNode
 {
 public:

@@ -54,7 +54,7 @@ void LinkNode::OpenHeartbeats()
                                  : moduleOwns                    ? OwnerPort
                                                                  : OtherPort;
     mModule = udp::endpoint(boost::asio::ip::address_v4(mPlace.module), module);
-    mEar.Open(udp::endpoint(boost::asio::ip::address_v4(mPlace.own), own), [this] { OnHeard(); });
+    mEar.Open(udp::endpoint(boost::asio::ip::address_v4(mPlace.own), own), [this] { CheckWaits(); });
 }
 
 void LinkNode::OnAppear()
@@ -87,21 +87,6 @@ void LinkNode::Beat()
     mTimer.async_wait([this](const error_code& error) {
         if (!error && IsPresent()) Beat();
     });
-}
-
-void LinkNode::OnHeard()
-{
-    const auto now = std::chrono::steady_clock::now();
-    if (GetHeardFor().count() == 0) mFirstHeard = now;
-    mLastHeardAt = now;
-    CheckWaits();
-}
-
-std::chrono::milliseconds LinkNode::GetHeardFor() const
-{
-    const auto now = std::chrono::steady_clock::now();
-    if (mEar.GetCount() == 0 || now - mLastHeardAt > 3 * Period) return {};
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now - mFirstHeard);
 }
 
 bool LinkNode::OnVerb(const Line& line, std::string& answer)

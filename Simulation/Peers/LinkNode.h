@@ -7,7 +7,6 @@
 #include <boost/asio/ip/udp.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -54,8 +53,6 @@ protected:
     std::uint32_t GetHid() const { return mHid; }
     K2Heartbeat::LinkType GetType() const { return mType; }
     std::uint32_t GetOwnAddress() const { return mPlace.own; }
-    /// How long the module has been heard without a gap; nothing while it is not.
-    std::chrono::milliseconds GetHeardFor() const;
     bool HasInterface() const { return !mCable.interface.empty(); }
     /// The module's port of this link.
     UINT8GIGEPORT GetPort() const { return ToPort(mCable.link); }
@@ -64,7 +61,6 @@ private:
     void SetAddresses();
     void OpenHeartbeats();
     void Beat();
-    void OnHeard();
 
     Cable mCable;
     std::uint32_t mHid;
@@ -74,8 +70,6 @@ private:
     HeartbeatEar mEar;
     boost::asio::ip::udp::endpoint mModule;
     boost::asio::steady_timer mTimer;
-    std::chrono::steady_clock::time_point mFirstHeard;
-    std::chrono::steady_clock::time_point mLastHeardAt;
 };
 
 } // namespace peers

@@ -65,10 +65,10 @@
 /// Hub and master router: `device HID fixed|modular|aoip|module ADDRESS` (a device behind it appears), `of HID LINE`
 /// (a line of a box for that device), `device-gone HID`, `own-io HID` (the device that stands for its internal I/O),
 /// `router HID ADDRESS [type=5]`, `router-gone HID`, `report` (tells of everything again), `flood FIRST-HID COUNT`
-/// (reports that many devices). They answer pings. A router that reboots while the link driver reports nothing stays
-/// unused, since the module makes nothing of a stream without a new heartbeat: unplug and plug it at the driver. The
-/// hub listens for its data link; the router opens a local and a master stream (named data) to the module by itself,
-/// and has `master RACK [NUMBER [RATE]]`, what its heartbeat says of the master.
+/// (reports that many devices). They answer pings. The hub listens for its data link; `at-once on` makes it report its
+/// devices with its own name and not again once the data link is up. The router opens a local and a master stream
+/// (named data) to the module by itself, and has `master RACK [NUMBER [RATE]]`, what its heartbeat says of the
+/// master.
 ///
 /// Orb router: `card ...` and `rate ...` of its internal I/O, `identity HID [IO-HID]`, `name` (sends RouterInfo
 /// unasked), `io-report`, `io-gone`, `module-heartbeat` (of UDP 49157).

@@ -4,7 +4,7 @@ namespace peers {
 
 namespace {
 
-/// Two heartbeats each way.
+/// Between the end of a stream and the next one.
 constexpr std::chrono::milliseconds SettlingTime{600};
 
 std::uint32_t TypeOf(K2Heartbeat::LinkType type)
@@ -147,7 +147,19 @@ Hub::Hub(boost::asio::io_service& service, const Place& place, const Cable& cabl
 void Hub::OnCommand(Stream& stream, const Command& command)
 {
     RoutingNode::OnCommand(stream, command);
-    if (command.id == messages::IO_INFO_REQ && stream.GetName() == "data") Report();
+    if (command.id == messages::IO_INFO_REQ && stream.GetName() == "data" && !mReportsAtOnce) Report();
+}
+
+bool Hub::OnVerb(const Line& line, std::string& answer)
+{
+    if (line.GetVerb() != "at-once") return RoutingNode::OnVerb(line, answer);
+    mReportsAtOnce = line.Flag(0);
+    return true;
+}
+
+std::string Hub::GetHelp() const
+{
+    return RoutingNode::GetHelp() + "at-once on|off\n";
 }
 
 std::vector<std::uint32_t> Hub::GetFurtherAddresses() const
@@ -177,7 +189,7 @@ void MasterRouter::OnAppear()
 
 bool MasterRouter::MayOpen()
 {
-    return GetHeardFor() >= SettlingTime && std::chrono::steady_clock::now() - mLastEnd >= SettlingTime;
+    return std::chrono::steady_clock::now() - mLastEnd >= SettlingTime;
 }
 
 void MasterRouter::OnStreamEnded()

@@ -135,7 +135,7 @@ TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
     network.WaitForCable(BoxOnWire, SecondaryUp);
 }
 
-TEST(Network, ABoxThatAnotherHasReplacedOnThePrimaryLinkLeavesNoRouteWhenItGoes)
+TEST(Network, ABoxThatAnotherReplacesOnThePrimaryLinkIsGoneAndMayComeBack)
 {
     constexpr Sample Bus{3, 0};
     Network network;
@@ -150,11 +150,14 @@ TEST(Network, ABoxThatAnotherHasReplacedOnThePrimaryLinkLeavesNoRouteWhenItGoes)
     network.Unplug(0);
     control.WaitForRoute(Bus, Sample{2, 3});
     network.Plug(0, OtherBox);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, OtherBox.hid);
-    EXPECT_EQ(control.Probe(Bus), (Sample{2, 3})) << "it is still heard";
-    network.Unplug(1);
     control.WaitForRoute(Bus, std::nullopt);
     network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid, false);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, OtherBox.hid);
+    network.Unplug(0);
+    network.GetOrb().Tell("clear");
+    network.Plug(0, Box);
+    network.WaitForCable(BoxOnWire, PrimaryUp);
+    network.WaitForCable(BoxOnWire, SecondaryUp);
 }
 
 struct Way
@@ -230,23 +233,95 @@ TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
     network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid, false);
 }
 
-TEST(Network, AnOrbRouterThatRestartsIsToldEverythingAgain)
+/// A neighbour on the secondary link, a patch with it, and the route that comes of it.
+struct OrbRestartCase
 {
+    const char* name;
+    const Neighbour& neighbour;
+    const char* device;
+    const char* patch;
+    Sample sink;
+    Sample source;
+};
+
+class OrbRestart : public testing::TestWithParam<OrbRestartCase>
+{};
+
+TEST_P(OrbRestart, LeavesTheRoutesToTheirDevicesAndIsToldOfThemAgain)
+{
+    const OrbRestartCase& scene = GetParam();
     Network network;
+    const auto vanish = [&network] {
+        const std::string end = "OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false";
+        const std::size_t before = CountIn(network.GetLog().Text(), end);
+        network.GetOrb().Tell("vanish");
+        const stage::Deadline deadline(stage::Patience);
+        ShellClient shell = network.GetModule().OpenShell();
+        shell.StopTailing();
+        while (CountIn(network.GetLog().Text(), end) == before && !deadline.HasPassed())
+            shell.Ask("version");
+        // What the end has posted is done when a command that came later is answered.
+        shell.Ask("version");
+        EXPECT_GT(CountIn(network.GetLog().Text(), end), before);
+    };
     network.Start();
-    network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.Plug(1, scene.neighbour);
     Peer& orb = network.GetOrb();
-    orb.Tell("vanish");
+    orb.WaitForUpdate(RemoteIoUpdate, scene.device);
+    stage::ControlChannel control = network.GetModule().OpenControl();
+    orb.Tell(scene.patch);
+    control.WaitForRoute(scene.sink, scene.source);
+    vanish();
+    EXPECT_EQ(control.Probe(scene.sink), scene.source);
+    // It names itself, the module takes its links down and up, and the patch is made again.
     orb.Tell("clear");
     orb.Tell("appear");
     orb.Tell("connect 55000");
-    orb.WaitFor(RouterInfoReq);
-    orb.WaitFor(IoInfoReq);
-    // With its identity the module takes its links down and up, so that the box comes anew.
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    orb.WaitForUpdate(RemoteIoUpdate, scene.device);
     EXPECT_EQ(CountIn(network.GetLog().Text(), "OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
-    ExpectForwarded(network, {{IoOutputMute, "u32:0x00200001 u16:3 u8:1", "01 00 20 00 03 00 01", true}}, "local");
+    orb.Tell(scene.patch);
+    control.WaitForRoute(scene.sink, scene.source);
+    // What leaves while the Orb router is away leaves no route.
+    vanish();
+    network.Unplug(1);
+    control.WaitForRoute(scene.sink, std::nullopt);
+}
+
+INSTANTIATE_TEST_SUITE_P(Network, OrbRestart,
+                         testing::Values(OrbRestartCase{"OfABox",
+                                                        Box,
+                                                        Box.hid.c_str(),
+                                                        "patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5",
+                                                        {3, 0},
+                                                        {2, 3}},
+                                         OrbRestartCase{"OfAHub",
+                                                        HubWithBox,
+                                                        HubBoxHid,
+                                                        "patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1",
+                                                        {2, 0},
+                                                        {3, 21}}),
+                         [](const auto& each) { return each.param.name; });
+
+TEST(Network, AHubThatReportsBeforeItsDataLinkIsUpKeepsItsBoxes)
+{
+    Neighbour hub = HubWithBox;
+    hub.lines.emplace_back("at-once on");
+    Network network;
+    network.Start();
+    network.Plug(0, hub);
+    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+}
+
+TEST(Network, ARouterThatOpensItsStreamAgainIsToldTheOwnIoAgain)
+{
+    Network network;
+    network.Start();
+    network.Plug(0, {"router", "0x00408000", 0x40, {"internals 0x00400003"}});
+    Peer& router = network.GetNeighbour(0);
+    router.WaitForUpdate(RemoteIoUpdate, "0x00120001");
+    router.Tell("disconnect local");
+    router.Tell("clear");
+    router.WaitForUpdate(RemoteIoUpdate, "0x00120001");
 }
 
 TEST(Network, TheTimeOfTheNetworkIsTheTimeOfTheLog)

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "OrbModule/Inc/DeviceManager/DeviceInfoStorage.h"
+#include "OrbModule/Inc/DeviceManager/LinkReport.h"
 #include "OrbModule/Inc/DeviceManager/LocalDevice.h"
+#include "OrbModule/Inc/DeviceManager/NeighbourRules.h"
 #include "OrbModule/Inc/DeviceManager/RemoteDevices.h"
 #include "OrbModule/Inc/DeviceManager/iDevices.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
@@ -81,11 +83,12 @@ public:
 
     /// The local device if it has this identity, else the remote one, else null.
     DeviceRecord* GetDeviceRecord(Hid hid);
-    bool LinkOnline(Hid hid, bool isPri);
+    const DeviceRecord* GetDeviceRecord(Hid hid) const;
+    bool LinkOnline(Hid hid, bool isPri) const;
     /// The router that reported a remote device; INVALID_HID if it is unknown or local.
     Hid GetOwner(Hid hid) const;
     /// Heartbeat time-out of a local device; nothing for any other.
-    std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid);
+    std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid) const;
 
     // The shell's listings, written to the log.
     /// @param io I/O devices, else routing devices.
@@ -143,30 +146,35 @@ private:
         std::shared_ptr<boost::asio::steady_timer> timer;
     };
 
+    using Neighbour = NeighbourRules::Neighbour;
+    /// The local stream of a link: used by the local device, or up without one.
+    enum class LocalStream { Down, Unused, Used };
+
     // Links and streams.
-    void LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remoteGigE, std::uint32_t remoteIp, Hid hid,
-                K2Heartbeat::LinkType type);
+    void LinkUp(UINT8GIGEPORT port);
     void LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type);
+    void UseLink(UINT8GIGEPORT port);
+    void UseOtherLink(UINT8GIGEPORT port);
+    void TakeFromLink(UINT8GIGEPORT port);
+    void CloseStreams(UINT8GIGEPORT port);
+    void EndMixedHid();
+    void ReplaceLocal();
+    void EndLocal();
+    bool IsLocalInUse() const;
+    bool IsOtherOn(UINT8GIGEPORT port) const;
+    NeighbourRules::Local GetLocal() const;
     void OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool valid);
     void OnLocalLinkUp(UINT8GIGEPORT port);
     void OnLocalLinkGone(UINT8GIGEPORT port, StreamType type);
-    void LocalRouterGone(LocalDevice& device, UINT8GIGEPORT port, StreamType type);
-    void LocalIoGone(LocalDevice& device);
-    void ExchangeLocal(UINT8GIGEPORT port, Hid hid);
-    bool IsLocalInUse();
-    /// The device whose stream a link carries.
-    LocalDevice& GetLocal(UINT8GIGEPORT port);
-    /// The local device, or if it is wholly offline the one that it has replaced.
-    LocalDevice& GetReachableLocal();
-    /// Whether the link layer has seen another than GetLocal() there.
-    bool IsStrangerOn(UINT8GIGEPORT port);
-    /// The local device with this identity, also one that has been replaced; null if there is none.
-    LocalDevice* FindLocal(Hid hid);
+    void LocalRouterGone(UINT8GIGEPORT port, StreamType type);
+    void LocalIoGone();
     void OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid);
+    void RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address);
     void OnUpdateLinkChanged(bool valid);
-    bool IsRepeatedLoss(UINT8GIGEPORT port);
     bool HasLiveStream(UINT8GIGEPORT port);
-    void RequestCheck(LocalDevice& device, bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid);
+    /// The first request on a new stream: for the software check, or for the description.
+    void RequestInfo(UINT8GIGEPORT port);
+    void RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid);
     /// The description request of the local box: the extended form for those that know it.
     void SendIoInfoReq(UINT8GIGEPORT port);
 
@@ -179,9 +187,11 @@ private:
     void SendToOrb(const DeskCommand& command);
 
     // The discovery exchange.
-    static void BuildPortMaps(LocalDevice& device, const IoInfo& command);
-    static void BuildPortMaps(LocalDevice& device, const DeviceInfoStorage::CommandMap& cards);
-    static void BuildPortMaps(LocalDevice& device, const IoInfoK2Mod& command);
+    void BuildPortMaps(const IoInfo& command);
+    void BuildPortMaps(const DeviceInfoStorage::CommandMap& cards);
+    void BuildPortMaps(const IoInfoK2Mod& command);
+    /// False, with a Fault line, for a command of a stream that matches no port.
+    static bool IsFromPort(UINT8GIGEPORT port);
     void OrbRouterInfo(const RouterInfo& command);
     void LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type);
     void SendSelfInfo(UINT8GIGEPORT port);
@@ -207,7 +217,7 @@ private:
     void PingHub(const DeviceRecord& hub);
     std::vector<std::uint32_t> GetLinkSlot(LocalDevice::PortMap LocalDevice::*portMap, const char* operation, Hid hid,
                                            AudioPortNumber port);
-    static void ShowLocalDevice(const LocalDevice& device);
+    void ShowLocalDevice() const;
 
     boost::asio::io_service& mIoService;
     boost::asio::steady_timer mActiveTimer;
@@ -216,17 +226,13 @@ private:
     iOrbKLVComms* mComms;
     Hid mOrbIoHid = INVALID_HID;
     LocalDevice mLocal;
-    /// The device that another has replaced on the primary link, for as long as its secondary cable stands.
-    std::optional<LocalDevice> mReplaced;
     RemoteDevices mRemote;
     DeviceInfoStorage mDeviceInfo;
     bool mRouterConnected = false;
     std::list<CableCheck> mCableChecks;
     bool mCableCheckLimitReported = false;
-    /// Whether the local stream of each port is up: the end of a stream is reported more than once.
-    std::array<bool, Routing::PORT_COUNT> mLocalStreamUp{};
-    /// What the link layer has seen on each port.
-    std::array<Hid, Routing::PORT_COUNT> mLinkHid{INVALID_HID, INVALID_HID, INVALID_HID};
+    std::array<LocalStream, Routing::PORT_COUNT> mLocalStreams{};
+    std::array<LinkReport, Routing::PORT_COUNT> mLinks{};
     RunCommand mRun;
     Delays mDelays;
     Limits mLimits;

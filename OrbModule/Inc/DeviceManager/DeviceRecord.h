@@ -1,16 +1,10 @@
 #pragma once
 
 #include "OrbModule/Inc/DeviceManager/LinkInfo.h"
+#include "OrbModule/Inc/DeviceManager/RateList.h"
 
 #include <cstdint>
 #include <iosfwd>
-#include <vector>
-
-using RateList = std::vector<SampleRates::SystemSampleRate>;
-/// Each rate's text, with a blank behind it.
-std::string RatesText(const RateList& rates);
-/// The rates of a device that are kept: there are not that many, whatever a device reports.
-RateList FirstRates(const RateList& rates);
 
 /// What the directory knows of one device. A plain value of the main thread.
 class DeviceRecord

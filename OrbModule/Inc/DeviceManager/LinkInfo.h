@@ -18,6 +18,8 @@ public:
     UINT8GIGEPORT RemoteGigE = UNKNOWN_GIGE_PORT;
     /// The remote end's address, host order.
     std::uint32_t RemoteIp = 0;
+    /// The description of a remote device has been asked for on this link and has not come.
+    bool DescriptionPending = false;
 
     bool IsOnline() const { return mOnline; }
     /// Clearing resets all other fields, setting leaves them.

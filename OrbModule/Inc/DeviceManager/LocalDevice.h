@@ -8,8 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
-/// The device that is plugged straight into the links, with its software check and its port maps. There is
-/// always exactly one; Hid INVALID_HID means that nothing is plugged in. Main thread.
+/// The device that is plugged straight into the links, with its software check and its port maps. There is always
+/// exactly one; Hid INVALID_HID means that there is none. A box that has gone keeps its Hid and loses its Type.
+/// Main thread.
 class LocalDevice : public DeviceRecord
 {
 public:

@@ -24,10 +24,12 @@
 namespace {
 
 constexpr std::uint32_t SlotCount = 512;
-/// At a double rate the second TDM slot of a card's port stands this far behind the first.
+/// At a double rate the second TDM slot of a card's port is this far from the first.
 constexpr std::uint32_t DoubleRateOffset = 16;
 /// Number of the first audio port of a modular box's card, per slot.
 constexpr std::uint32_t PortsPerCard = 64;
+/// A card may name ports without end; the number of an audio port has 16 bits.
+constexpr std::size_t MaxCardPorts = 65536;
 
 void AddCard(LocalDevice::PortMap& ports, std::uint16_t& next, std::uint32_t first, std::uint32_t count,
              bool doubleRate)
@@ -45,11 +47,12 @@ void AddHardwarePorts(LocalDevice::PortMap& ports, std::uint16_t next, const std
                       bool doubleRate)
 {
     const std::size_t step = doubleRate ? 2 : 1;
-    for (std::size_t i = 0; i < hardware.size(); i += step, ++next) {
+    const std::size_t count = std::min(hardware.size(), MaxCardPorts);
+    for (std::size_t i = 0; i < count; i += step, ++next) {
         std::vector<std::uint32_t>& slots = ports[next];
         slots.clear();
         // A list of an odd count leaves its last port with the one slot it has.
-        for (std::size_t j = i; j < std::min(i + step, hardware.size()); ++j)
+        for (std::size_t j = i; j < std::min(i + step, count); ++j)
             slots.push_back(static_cast<std::uint32_t>(std::int32_t{hardware[j]}));
     }
 }
@@ -67,38 +70,38 @@ void AddModulePorts(LocalDevice::PortMap& ports, std::uint32_t count, bool doubl
 
 } // namespace
 
-void DeviceManager::BuildPortMaps(LocalDevice& device, const IoInfo& command)
+void DeviceManager::BuildPortMaps(const IoInfo& command)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(device.SampleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
     std::uint16_t in = 0;
     std::uint16_t out = 0;
     std::uint32_t slot = 0;
     for (const std::string& code : command.GetSlots()) {
-        device.IoTimeout = LocalDevice::DescribedIoTimeout;
+        mLocal.IoTimeout = LocalDevice::DescribedIoTimeout;
         const CardModel card = GetCardModel(code, doubleRate);
-        AddCard(device.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
-        AddCard(device.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
+        AddCard(mLocal.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
+        AddCard(mLocal.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
         ++slot;
     }
 }
 
-void DeviceManager::BuildPortMaps(LocalDevice& device, const DeviceInfoStorage::CommandMap& cards)
+void DeviceManager::BuildPortMaps(const DeviceInfoStorage::CommandMap& cards)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(device.SampleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
     for (const auto& entry : cards) {
         const auto card = std::dynamic_pointer_cast<const IoInfoCard>(entry.second);
         if (entry.first == DeviceInfoStorage::LastSlot || card == nullptr) continue;
         const auto first = static_cast<std::uint16_t>(entry.first * PortsPerCard);
-        AddHardwarePorts(device.Inputs, first, card->GetInputs(), doubleRate);
-        AddHardwarePorts(device.Outputs, first, card->GetOutputs(), doubleRate);
+        AddHardwarePorts(mLocal.Inputs, first, card->GetInputs(), doubleRate);
+        AddHardwarePorts(mLocal.Outputs, first, card->GetOutputs(), doubleRate);
     }
 }
 
-void DeviceManager::BuildPortMaps(LocalDevice& device, const IoInfoK2Mod& command)
+void DeviceManager::BuildPortMaps(const IoInfoK2Mod& command)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(device.SampleRate);
-    AddModulePorts(device.Inputs, command.GetInputs(), doubleRate);
-    AddModulePorts(device.Outputs, command.GetOutputs(), doubleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    AddModulePorts(mLocal.Inputs, command.GetInputs(), doubleRate);
+    AddModulePorts(mLocal.Outputs, command.GetOutputs(), doubleRate);
 }
 
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type)
@@ -111,9 +114,9 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIG
                                                          << std::uint32_t{command->GetType()} << "\n");
     if (!mDeviceInfo.GetDevice(hid)) {
         if (const DeviceRecord* record = mRemote.Find(hid)) updateType = ToRemoteDeviceType(record->Type);
-        if (LocalDevice* const device = FindLocal(hid)) {
-            updateType = ToRemoteDeviceType(device->Type);
-            BuildPortMaps(*device, *command);
+        if (hid == mLocal.Hid) {
+            updateType = ToRemoteDeviceType(mLocal.Type);
+            BuildPortMaps(*command);
         }
         mDeviceInfo.Emplace(hid, ToLinkType(updateType), command, 0);
     }
@@ -129,12 +132,12 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT
     const std::uint32_t slot = command->GetSlot();
     const bool isPri = IsPrimaryPort(port);
     const bool isLast = slot == DeviceInfoStorage::LastSlot;
-    LocalDevice* const device = FindLocal(hid);
+    const bool isLocal = hid == mLocal.Hid;
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoInfoCard Hid " << hid << " Slot " << slot << "\n");
     if (port == Routing::ORB_PORT) {
         mOrbIoHid = hid;
-    } else if (device) {
-        device->SetOnline(isPri, true);
+    } else if (isLocal) {
+        mLocal.SetOnline(isPri, true);
     }
     if (mDeviceInfo.GetDevice(hid)) {
         AUDIT_STREAM(IODiscovery, "ModIO is complete " << FlagText(true) << "\n");
@@ -145,8 +148,8 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT
     }
     mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULAR_TYPE, command, slot);
     if (!isLast) return;
-    if (device) {
-        if (const auto cards = mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*device, *cards);
+    if (isLocal) {
+        if (const auto cards = mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*cards);
     }
     AUDIT_STREAM(IODiscovery, "New Modular I/O box " << hid << "\n");
     if (port != Routing::ORB_PORT) {
@@ -160,7 +163,7 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UIN
 {
     const Hid hid = command->GetHid();
     if (!mDeviceInfo.GetDevice(hid)) {
-        if (LocalDevice* const device = FindLocal(hid)) BuildPortMaps(*device, *command);
+        if (hid == mLocal.Hid) BuildPortMaps(*command);
         AUDIT_STREAM(IODiscovery, "New Korvo Module " << hid << "\n");
         mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULE_TYPE, command, 0);
     }
@@ -173,7 +176,7 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT
 {
     if (port == Routing::ORB_PORT) {
         OrbRouterInfo(*command);
-    } else {
+    } else if (IsFromPort(port)) {
         LocalRouterInfo(*command, port, type);
     }
 }
@@ -191,7 +194,7 @@ void DeviceManager::LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT por
 {
     const Hid hid = command.GetHid();
     const bool isPri = IsPrimaryPort(port);
-    if (GetLocal(port).IsOnline(isPri)) {
+    if (mLocal.IsOnline(isPri)) {
         AUDIT_STREAM(RouterDiscovery, "Routing device already known on port " << PortText(port) << "\n");
         return;
     }
@@ -227,9 +230,8 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoSampleRateCapabilities>
 {
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoSampleRateCapabilities Current rate = "
                                   << command->GetSampleRate() << " Port " << PortText(port) << "\n");
-    LocalDevice& device = GetLocal(port);
-    device.SampleRate = command->GetSampleRate();
-    device.SampleRates = FirstRates(command->GetSampleRates());
+    mLocal.SampleRate = command->GetSampleRate();
+    mLocal.SampleRates = FirstRates(command->GetSampleRates());
 }
 
 void DeviceManager::OnIoInfoReq(std::shared_ptr<const IoInfoReq>, UINT8GIGEPORT port, StreamType type)
@@ -270,7 +272,7 @@ void DeviceManager::OnRouterInfoReq(std::shared_ptr<const RouterInfoReq>, UINT8G
 
 void DeviceManager::OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType)
 {
-    AddIoRoute(command->GetAddress(), port);
+    if (IsLinkPort(port)) AddIoRoute(command->GetAddress(), port);
     SendToOrb(*command);
 }
 
@@ -284,9 +286,8 @@ void DeviceManager::SendSelfInfo(UINT8GIGEPORT port)
         AUDIT_LOG(Information, "SendSelfInfo Failed to find internal IO to report\r\n");
         return;
     }
-    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mOrbIoHid,
-                                     GetLocal(port).Link(IsPrimaryPort(port)).LocalIp, mHid, record->SampleRate,
-                                     record->SampleRates),
+    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mOrbIoHid, mLocal.Link(IsPrimaryPort(port)).LocalIp,
+                                     mHid, record->SampleRate, record->SampleRates),
                       port);
 }
 
@@ -305,11 +306,10 @@ void DeviceManager::SendRemoteIoUpdate(RemoteDeviceType type, Hid hid)
 
 void DeviceManager::SendToConnectedRoutingDevice(const DeskCommand& command)
 {
-    const LocalDevice& device = GetReachableLocal();
-    if (!device.IsRoutingDevice()) return;
+    if (!mLocal.IsRoutingDevice()) return;
     AUDIT_LOG(RouterCmdDebug, "Sending command %u to connected routing device.\n", command.GetCommandId());
     for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
-        if (device.IsOnline(IsPrimaryPort(port))) mComms->SendLocal(command, port);
+        if (mLocal.IsOnline(IsPrimaryPort(port))) mComms->SendLocal(command, port);
 }
 
 void DeviceManager::DoActiveAudio(bool isPri)
@@ -330,11 +330,11 @@ void DeviceManager::DoActiveAudio(bool isPri)
 
 void DeviceManager::RequestGPIState(Hid hid)
 {
-    if (const LocalDevice* const device = FindLocal(hid)) {
+    if (hid == mLocal.Hid) {
         AUDIT_STREAM(GPIODebug, "RequestGPIState For Local Box " << hid << "\n");
         for (const bool isPri : {true, false}) {
-            if (!device->IsOnline(isPri)) continue;
-            mComms->SendLocal(GpiInfoRequest(), device->Link(isPri).Port);
+            if (!mLocal.IsOnline(isPri)) continue;
+            mComms->SendLocal(GpiInfoRequest(), mLocal.Link(isPri).Port);
             return;
         }
     } else if (hid == mOrbIoHid) {

@@ -4,6 +4,7 @@
 #include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
 #include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
 #include "Common/KLV/Commands/IoBoxInternalsCmd.h"
+#include "Common/KLV/Commands/IoInfoDevReq.h"
 #include "Common/KLV/Commands/IoInfoReq.h"
 #include "Common/KLV/Commands/IoInfoReqEx.h"
 #include "Common/KLV/Commands/RemoteCableStateCmd.h"
@@ -23,6 +24,9 @@ namespace {
 
 /// Kinds of device in the request for a software check.
 enum CheckKind : std::uint8_t { IoBoxKind = 0, FixedFormatKind = 1, HubKind = 7, SecondClassIoKind = 8, AoIPKind = 11 };
+/// How a device is checked: as an I/O box, or as a router, a hub or the module itself.
+enum CheckMethod : std::uint8_t { IoMethod = 0, RoutingMethod = 1 };
+constexpr std::uint8_t CheckEnabled = 1;
 
 CheckKind GetIoCheckKind(K2Heartbeat::LinkType type, Hid hid)
 {
@@ -57,107 +61,141 @@ void DeviceManager::OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t local
     AUDIT_STREAM(Information, "DeviceManager::OnDeviceChanged Hid "
                                   << hid << " Port " << PortText(port) << " Local IP " << AddressText(localIp)
                                   << " Rem IP " << AddressText(remoteIp) << " Link Type " << type << "\n");
-    if (port >= mLinkHid.size()) return;
+    if (!IsLinkPort(port)) return;
     if (localIp != 0) {
-        LinkUp(port, localIp, remoteGigE, remoteIp, hid, type);
+        mLinks[port] = {localIp, remoteGigE, remoteIp, hid, type};
+        LinkUp(port);
     } else {
+        mLinks[port] = {};
         LinkDown(port, type);
     }
 }
 
-void DeviceManager::LinkUp(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remoteGigE, std::uint32_t remoteIp,
-                           Hid hid, K2Heartbeat::LinkType type)
+NeighbourRules::Local DeviceManager::GetLocal() const
 {
-    mLinkHid[port] = hid;
-    if (port == Routing::SECONDARY_PORT && mLocal.Pri.IsOnline() && mLocal.Hid != hid) {
-        AUDIT_STREAM(Fault, "Secondary port HID " << hid << "does not match primary port HID " << mLocal.Hid << "\n");
+    return {mLocal.Hid, mLocal.Type, mLocal.Pri.IsOnline()};
+}
+
+void DeviceManager::LinkUp(UINT8GIGEPORT port)
+{
+    switch (NeighbourRules::OfLink(port, mLinks[port], GetLocal())) {
+    case Neighbour::Refused:
+        AUDIT_STREAM(Fault, "Secondary port HID " << mLinks[port].hid << "does not match primary port HID "
+                                                  << mLocal.Hid << "\n");
         mLocal.MixedHid = true;
         SendToOrb(SornMixedHIDError(true));
-        return;
+        break;
+    case Neighbour::Next:
+        ReplaceLocal();
+        UseLink(port);
+        UseOtherLink(port);
+        break;
+    default:
+        UseLink(port);
+        break;
     }
-    if (mReplaced || mLocal.Hid != hid) ExchangeLocal(port, hid);
-    mLocal.Type = type;
-    mLocal.Hid = hid;
-    // The link is online once its stream is.
-    LinkInfo& link = mLocal.Link(IsPrimaryPort(port));
-    link.LocalIp = localIp;
-    link.RemoteIp = remoteIp;
-    link.Port = port;
-    link.RemoteGigE = remoteGigE;
-    if (type == K2Heartbeat::K2_ROUTER_TYPE) {
-        PostNetworkConnection(true);
-        mRouterConnected = true;
-    } else {
-        // A router whose stream never came leaves no end of one behind, and a hub must not be taken for its like.
+}
+
+/// The link is online once its stream is.
+void DeviceManager::UseLink(UINT8GIGEPORT port)
+{
+    TakeFromLink(port);
+    if (mLocal.Type != K2Heartbeat::K2_ROUTER_TYPE) {
+        // A router whose stream never came up leaves no end of one.
         if (mRouterConnected) PostNetworkConnection(false);
         mRouterConnected = false;
-        mComms->Connect(remoteIp, port, NetworkPorts::LOCAL_STREAM);
+        mComms->Connect(mLinks[port].remoteIp, port, NetworkPorts::LOCAL_STREAM);
+        return;
     }
+    PostNetworkConnection(true);
+    mRouterConnected = true;
+    // A router opens the stream itself, and may do so before its first heartbeat.
+    if (mLocalStreams[port] == LocalStream::Unused) OnLocalLinkUp(port);
 }
 
-/// A device whose secondary cable still stands when another takes its place on the primary link keeps that cable, with
-/// the routes over it, until the cable goes as well.
-void DeviceManager::ExchangeLocal(UINT8GIGEPORT port, Hid hid)
+/// A device that takes the primary link may have been refused on the secondary, or been replaced there.
+void DeviceManager::UseOtherLink(UINT8GIGEPORT port)
 {
-    constexpr UINT8GIGEPORT secondary = Routing::SECONDARY_PORT;
-    if (mReplaced && mReplaced->Hid == hid) {
-        mReplaced->MixedHid = mLocal.MixedHid;
-        mLocal = std::move(*mReplaced);
-        mReplaced.reset();
-    } else if (port == secondary) {
-        if (!mReplaced) return;
-        // Another is at the end of its cable already, and only the end of its stream has not been told.
-        mLocalStreamUp[port] = HasLiveStream(port);
+    const LinkReport& secondary = mLinks[Routing::SECONDARY_PORT];
+    if (!IsPrimaryPort(port) || !secondary.IsUp() || secondary.hid != mLocal.Hid) return;
+    UseLink(Routing::SECONDARY_PORT);
+}
+
+void DeviceManager::TakeFromLink(UINT8GIGEPORT port)
+{
+    const LinkReport& report = mLinks[port];
+    mLocal.Type = report.type;
+    mLocal.Hid = report.hid;
+    LinkInfo& link = mLocal.Link(IsPrimaryPort(port));
+    link.LocalIp = report.localIp;
+    link.RemoteIp = report.remoteIp;
+    link.Port = port;
+    link.RemoteGigE = report.remoteGigE;
+    if (!IsPrimaryPort(port)) EndMixedHid();
+}
+
+void DeviceManager::EndMixedHid()
+{
+    if (!mLocal.MixedHid) return;
+    mLocal.MixedHid = false;
+    SendToOrb(SornMixedHIDError(false));
+}
+
+/// Ends the local device before another takes its place.
+void DeviceManager::ReplaceLocal()
+{
+    if (IsLocalInUse()) {
+        AUDIT_STREAM(Information, "Local device " << mLocal.Hid << "is replaced\n");
+        EndLocal();
+    }
+    // The check, the addresses and a stream that are left belong to the old device.
+    for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        mLocal.SetOnline(IsPrimaryPort(link), false);
+        if (mLocalStreams[link] == LocalStream::Used) mLocalStreams[link] = LocalStream::Unused;
+    }
+    mLocal.AUUnderway = {};
+    mLocal.AUDone = {};
+}
+
+/// Whether the local device has been reported or may have routes. A box whose only stream is on the secondary link has
+/// neither before its description.
+bool DeviceManager::IsLocalInUse() const
+{
+    if (mDeviceInfo.GetDevice(mLocal.Hid)) return true;
+    if (mLocalStreams[Routing::PRIMARY_PORT] == LocalStream::Used) return true;
+    return mLocal.IsRoutingDevice() && mLocalStreams[Routing::SECONDARY_PORT] == LocalStream::Used;
+}
+
+/// As if the last link of the local device ended.
+void DeviceManager::EndLocal()
+{
+    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        const bool hadStream = mLocalStreams[port] == LocalStream::Used;
+        if (!hadStream && !mLocal.IsOnline(IsPrimaryPort(port))) continue;
+        mLocalStreams[port] = LocalStream::Down;
+        if (hadStream && port == Routing::SECONDARY_PORT) CloseStreams(port);
         OnLocalLinkGone(port, StreamType::LOCAL_LINK);
-    } else {
-        if (!mReplaced && mLocalStreamUp[secondary] && IsLocalInUse()) {
-            AUDIT_STREAM(Information, "Local device " << mLocal.Hid << " is replaced on its primary link\n");
-            mReplaced = mLocal;
-            mReplaced->SetOnline(true, false);
-        } else if (mReplaced || mLinkHid[secondary] == INVALID_HID) {
-            return;
-        }
-        mLocal.SetOnline(false, false);
-        mLocal.ResetAUInfo(LocalDevice::AUIndex(secondary));
     }
-}
-
-/// Whether patches may have routes to it.
-bool DeviceManager::IsLocalInUse()
-{
-    return mLocal.Sec.IsOnline() || mDeviceInfo.GetDevice(mLocal.Hid);
-}
-
-LocalDevice& DeviceManager::GetLocal(UINT8GIGEPORT port)
-{
-    return mReplaced && port == Routing::SECONDARY_PORT ? *mReplaced : mLocal;
-}
-
-LocalDevice& DeviceManager::GetReachableLocal()
-{
-    return mReplaced && mLocal.IsOffline() ? *mReplaced : mLocal;
-}
-
-bool DeviceManager::IsStrangerOn(UINT8GIGEPORT port)
-{
-    return mLinkHid[port] != INVALID_HID && mLinkHid[port] != GetLocal(port).Hid;
 }
 
 void DeviceManager::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
 {
-    mLinkHid[port] = INVALID_HID;
+    if (mLocalStreams[port] == LocalStream::Unused) mLocalStreams[port] = LocalStream::Down;
     if (port == Routing::SECONDARY_PORT && mLocal.MixedHid) {
-        mLocal.MixedHid = false;
-        SendToOrb(SornMixedHIDError(false));
+        EndMixedHid();
         return;
     }
-    LocalDevice& device = GetLocal(port);
     // A neighbour that only stopped beating keeps its type here, and with it its software check.
-    if (type == K2Heartbeat::K2_NO_TYPE) device.ResetAUInfo(LocalDevice::AUIndex(port));
+    if (type == K2Heartbeat::K2_NO_TYPE) mLocal.ResetAUInfo(LocalDevice::AUIndex(port));
+    CloseStreams(port);
+}
+
+void DeviceManager::CloseStreams(UINT8GIGEPORT port)
+{
     mComms->Disconnect(port);
-    if (!mRouterConnected && device.Type == K2Heartbeat::K2_HUB_TYPE) {
+    if (!mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
         AUDIT_LOG(Information, "Shut down slave link to local hub\r\n");
-        mComms->Disconnect(GetPortAddress(device.Hid, port), StreamType::SLAVE_LINK);
+        mComms->Disconnect(GetPortAddress(mLocal.Hid, port), StreamType::SLAVE_LINK);
     }
 }
 
@@ -187,12 +225,6 @@ void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT port, StreamType type, std:
     }
 }
 
-bool DeviceManager::IsRepeatedLoss(UINT8GIGEPORT port)
-{
-    // Or the late report of a stream whose successor is already in its place.
-    return !mLocalStreamUp[port] || HasLiveStream(port);
-}
-
 bool DeviceManager::HasLiveStream(UINT8GIGEPORT port)
 {
     bool exists = false;
@@ -202,70 +234,87 @@ bool DeviceManager::HasLiveStream(UINT8GIGEPORT port)
 
 void DeviceManager::OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool valid)
 {
-    if (port >= mLocalStreamUp.size()) return;
-    if (valid) {
-        mLocalStreamUp[port] = true;
-        OnLocalLinkUp(port);
-    } else if (!IsRepeatedLoss(port)) {
-        mLocalStreamUp[port] = false;
-        OnLocalLinkGone(port, type);
+    if (port == Routing::ORB_PORT) {
+        // Its end says nothing of the links: nobody is there to be told, and the devices are still in use.
+        if (valid) SendToOrb(RouterInfoReq());
+        return;
     }
+    if (!IsLinkPort(port)) return;
+    if (valid) {
+        OnLocalLinkUp(port);
+        return;
+    }
+    // An end is reported twice, and may be reported after the next stream has come up.
+    if (HasLiveStream(port)) return;
+    const bool wasUsed = mLocalStreams[port] == LocalStream::Used;
+    mLocalStreams[port] = LocalStream::Down;
+    if (wasUsed) OnLocalLinkGone(port, type);
 }
 
 void DeviceManager::OnLocalLinkUp(UINT8GIGEPORT port)
 {
-    if (port == Routing::ORB_PORT) {
-        SendToOrb(RouterInfoReq());
-        return;
-    }
-    const bool isPri = IsPrimaryPort(port);
-    LocalDevice& device = GetLocal(port);
-    if (device.Hid == INVALID_HID) {
+    const Neighbour neighbour = NeighbourRules::OfStream(port, mLinks[port], GetLocal());
+    mLocalStreams[port] = LocalStream::Unused;
+    if (neighbour == Neighbour::Unknown) {
         AUDIT_LOG(Fault, "Valid incoming stream with no local device\r\n");
         return;
     }
-    if (IsStrangerOn(port)) {
+    if (neighbour == Neighbour::Refused) {
         AUDIT_STREAM(Information,
-                     "The stream of " << mLinkHid[port] << " is not used, the local device is " << mLocal.Hid << "\n");
+                     "The stream of " << mLinks[port].hid << "is not used, the local device is " << mLocal.Hid << "\n");
         return;
     }
-    if (device.IsRoutingDevice()) {
+    if (neighbour == Neighbour::Next) ReplaceLocal();
+    mLocalStreams[port] = LocalStream::Used;
+    // The end of an earlier stream may have cleared what the link layer reported, which it does not repeat.
+    TakeFromLink(port);
+    const bool isRouter = mLocal.Type == K2Heartbeat::K2_ROUTER_TYPE;
+    if (isRouter != mRouterConnected) PostNetworkConnection(isRouter);
+    mRouterConnected = isRouter;
+    RequestInfo(port);
+    if (neighbour == Neighbour::Next) UseOtherLink(port);
+}
+
+void DeviceManager::RequestInfo(UINT8GIGEPORT port)
+{
+    const bool isPri = IsPrimaryPort(port);
+    if (mLocal.IsRoutingDevice()) {
         AUDIT_LOG(RouterDiscovery, "Incoming local router KLV stream, requesting info\r\n");
-        if (device.Type != K2Heartbeat::K2_HUB_TYPE || device.AUUnderway[isPri]) {
+        if (mLocal.Type != K2Heartbeat::K2_HUB_TYPE || mLocal.AUUnderway[isPri]) {
             mComms->SendLocal(RouterInfoReq(), port);
         } else {
             AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(device, isPri, HubKind, 1, MakeHubHid(device.Hid, isPri));
+            RequestCheck(isPri, HubKind, RoutingMethod, MakeHubHid(mLocal.Hid, isPri));
         }
-    } else if (device.IsIoDevice()) {
+    } else if (mLocal.IsIoDevice()) {
         AUDIT_LOG(RouterConnectionDebug,
                   "DeviceManager::OnLocalLinkChanged Local IO box KLV stream online: HID = %lu\r\n",
-                  static_cast<unsigned long>(device.Hid));
-        if (device.IsAUDone()) {
+                  static_cast<unsigned long>(mLocal.Hid));
+        if (mLocal.IsAUDone()) {
             AUDIT_LOG(IODiscovery, "%s",
-                      IsExtendedIoHid(device.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
+                      IsExtendedIoHid(mLocal.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
             SendIoInfoReq(port);
-        } else if (device.IsAUUnderway()) {
+        } else if (mLocal.IsAUUnderway()) {
             AUDIT_LOG(Information, "Software check underway\r\n");
         } else {
             AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(device, isPri, GetIoCheckKind(device.Type, device.Hid), 0, device.Hid);
+            RequestCheck(isPri, GetIoCheckKind(mLocal.Type, mLocal.Hid), IoMethod, mLocal.Hid);
         }
-        device.SetOnline(isPri, true);
+        mLocal.SetOnline(isPri, true);
     }
 }
 
-void DeviceManager::RequestCheck(LocalDevice& device, bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid)
+void DeviceManager::RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid)
 {
     DevicesToCheckAndUpdateCmd request(AddressText(UNIT_MODULE));
-    request.AddDevice(AddressText(device.Link(isPri).RemoteIp), kind, method, hid, 1);
+    request.AddDevice(AddressText(mLocal.Link(isPri).RemoteIp), kind, method, hid, CheckEnabled);
     mComms->SendUpdate(request);
-    device.AUUnderway[isPri] = true;
+    mLocal.AUUnderway[isPri] = true;
 }
 
 void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
 {
-    if (IsExtendedIoHid(GetLocal(port).Hid)) {
+    if (IsExtendedIoHid(mLocal.Hid)) {
         mComms->SendLocal(IoInfoReqEx(1), port);
     } else {
         mComms->SendLocal(IoInfoReq(), port);
@@ -274,30 +323,26 @@ void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
 
 void DeviceManager::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
 {
-    LocalDevice& device = GetLocal(port);
-    const Hid hid = device.Hid;
-    device.SetOnline(IsPrimaryPort(port), false);
-    AUDIT_STREAM(Information, "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << device << "\n");
-    // A stream that came and went without a device behind it leaves nothing to tell.
+    const Hid hid = mLocal.Hid;
+    mLocal.SetOnline(IsPrimaryPort(port), false);
+    AUDIT_STREAM(Information, "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << mLocal << "\n");
+    // The first of two ends has forgotten a routing device that had not been described on its other link.
     if (hid == INVALID_HID) return;
-    if (device.IsRoutingDevice()) {
-        LocalRouterGone(device, port, type);
-    } else if (device.IsOffline() && device.Type != K2Heartbeat::K2_NO_TYPE) {
-        LocalIoGone(device);
+    if (mLocal.IsRoutingDevice()) {
+        LocalRouterGone(port, type);
+    } else if (mLocal.IsOffline() && mLocal.Type != K2Heartbeat::K2_NO_TYPE) {
+        LocalIoGone();
     }
-    // Also of a device that was taken for gone before, as the end of the Orb router's stream does it: this link still
-    // has its routes.
     DeviceStateChange(hid, port, false, type);
-    if (&device != &mLocal) mReplaced.reset();
 }
 
-void DeviceManager::LocalRouterGone(LocalDevice& device, UINT8GIGEPORT port, StreamType type)
+void DeviceManager::LocalRouterGone(UINT8GIGEPORT port, StreamType type)
 {
-    device.AUDone[IsPrimaryPort(port)] = false;
+    mLocal.AUDone[IsPrimaryPort(port)] = false;
     for (const Hid remote : mRemote.GetHids()) {
         const DeviceRecord& record = *mRemote.Find(remote);
         AUDIT_STREAM(Information, "Remote Device Link Offline " << record << "\n");
-        if (!mRouterConnected && device.Type == K2Heartbeat::K2_HUB_TYPE) {
+        if (!mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
             AUDIT_LOG(Information, "Shut down slave link for \r\n");
             mComms->Disconnect(GetPortAddress(remote, port), StreamType::SLAVE_LINK);
         }
@@ -309,32 +354,42 @@ void DeviceManager::LocalRouterGone(LocalDevice& device, UINT8GIGEPORT port, Str
         mDeviceInfo.EraseDeviceInfo(remote);
         mRemote.Erase(remote);
     }
-    if (!device.IsOffline()) return;
-    const Hid hid = device.Hid;
-    device.Hid = INVALID_HID;
+    if (!mLocal.IsOffline()) return;
+    const Hid hid = mLocal.Hid;
+    mLocal.Hid = INVALID_HID;
     AUDIT_LOG(RouterConnectionDebug, "LOCAL ROUTER OFFLINE UPDATE ORB\r\n");
-    SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(device.Type), hid, 0, 0));
-    // Whether there is a network is for the device in its place to say.
-    if (&device != &mLocal) return;
+    SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(mLocal.Type), hid, 0, 0));
     PostNetworkConnection(false);
     mRouterConnected = false;
 }
 
-void DeviceManager::LocalIoGone(LocalDevice& device)
+void DeviceManager::LocalIoGone()
 {
     AUDIT_LOG(IODebug, "LOCAL IO OFFLINE UPDATE ORB\r\n");
     SendToOrb(
-        RemoteIoUpdate(ToRemoteDeviceType(device.Type), device.Hid, 0, mHid, device.SampleRate, device.SampleRates));
-    mDeviceInfo.EraseDeviceInfo(device.Hid);
-    device.Type = K2Heartbeat::K2_NO_TYPE;
+        RemoteIoUpdate(ToRemoteDeviceType(mLocal.Type), mLocal.Hid, 0, mHid, mLocal.SampleRate, mLocal.SampleRates));
+    mDeviceInfo.EraseDeviceInfo(mLocal.Hid);
+    mLocal.Type = K2Heartbeat::K2_NO_TYPE;
 }
 
 void DeviceManager::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid)
 {
     AUDIT_STREAM(RouterAudioRoute, "OnSlaveLinkChanged" << PortText(port) << " Address " << AddressText(address)
                                                         << FlagText(valid) << "\n");
+    if (!valid) return;
     // Whoever is at the far end of a data link has internal I/O of its own.
-    if (valid) mComms->SendSlave(IoInfoReq(), address);
+    mComms->SendSlave(IoInfoReq(), address);
+    if (!mRouterConnected) RequestPendingDescriptions(port, address);
+}
+
+/// What was reported before the data link of its owner was up could not be asked for its description.
+void DeviceManager::RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address)
+{
+    for (const Hid hid : mRemote.GetHids()) {
+        const DeviceRecord& record = *mRemote.Find(hid);
+        if (record.Link(IsPrimaryPort(port)).DescriptionPending && GetPortAddress(record.Owner, port) == address)
+            mComms->SendSlave(IoInfoDevReq(hid), address);
+    }
 }
 
 void DeviceManager::OnUpdateLinkChanged(bool valid)
@@ -342,7 +397,7 @@ void DeviceManager::OnUpdateLinkChanged(bool valid)
     AUDIT_STREAM(RouterAudioRoute, "OnUpdateLinkChanged Link Valid " << FlagText(valid) << "\n");
     if (!valid) return;
     DevicesToCheckAndUpdateCmd request{std::string()};
-    request.AddDevice(AddressText(UNIT_MODULE), 1, 1, true);
+    request.AddDevice(AddressText(UNIT_MODULE), RoutingMethod, CheckEnabled, true);
     mComms->SendUpdate(request);
 }
 
@@ -361,16 +416,24 @@ void DeviceManager::OnDeviceCheckResults(std::shared_ptr<const DeviceCheckResult
     const std::string primary = AddressText(mLocal.Pri.RemoteIp);
     AUDIT_STREAM(IODiscovery, "Local Device " << primary << ":" << address << "\n");
     const bool isPri = address == primary;
-    LocalDevice& device = GetLocal(isPri ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT);
-    device.AUDone[isPri] = true;
-    device.AUUnderway[isPri] = false;
-    if (device.IsRoutingDevice()) {
-        mComms->SendLocal(RouterInfoReq(), isPri ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT);
-    } else if (device.IsIoDevice()) {
-        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
-            if (&GetLocal(port) == &device && !IsStrangerOn(port)) SendIoInfoReq(port);
-        device.AUUnderway = {};
+    const UINT8GIGEPORT port = isPri ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT;
+    // The result of a device that is refused there, or was replaced, lets nobody else in.
+    if (IsOtherOn(port)) return;
+    mLocal.AUDone[isPri] = true;
+    mLocal.AUUnderway[isPri] = false;
+    if (mLocal.IsRoutingDevice()) {
+        mComms->SendLocal(RouterInfoReq(), port);
+    } else if (mLocal.IsIoDevice()) {
+        for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
+            if (!IsOtherOn(link)) SendIoInfoReq(link);
+        mLocal.AUUnderway = {};
     }
+}
+
+/// Whether another device than the local one is at the end of a cable.
+bool DeviceManager::IsOtherOn(UINT8GIGEPORT port) const
+{
+    return mLocal.Hid != INVALID_HID && mLinks[port].IsUp() && mLinks[port].hid != mLocal.Hid;
 }
 
 void DeviceManager::DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type)
@@ -388,7 +451,10 @@ void DeviceManager::DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, 
             SendToOrb(RemoteCableStateCmd(hid, !isPri, false));
         }
     }
-    if (DeviceRecord* record = GetDeviceRecord(hid)) record->SetOnline(isPri, online);
+    if (DeviceRecord* record = GetDeviceRecord(hid)) {
+        record->SetOnline(isPri, online);
+        record->Link(isPri).DescriptionPending = false;
+    }
 }
 
 void DeviceManager::StartCableCheck(Hid hid, UINT8GIGEPORT port)
@@ -402,9 +468,9 @@ void DeviceManager::StartCableCheck(Hid hid, UINT8GIGEPORT port)
     }
     auto timer = std::make_shared<boost::asio::steady_timer>(mIoService);
     timer->expires_after(mDelays.cableCheck);
-    // The list alone owns the timer, so that nothing but this object ends it; the handler only knows its name.
+    // The list alone owns the timer, so that nothing but this object ends it; the handler only finds the entry by it.
     timer->async_wait(
-        [this, name = timer.get()](const boost::system::error_code& error) { DelayedCableCheck(error, name); });
+        [this, wanted = timer.get()](const boost::system::error_code& error) { DelayedCableCheck(error, wanted); });
     mCableChecks.push_back({hid, port, std::move(timer)});
 }
 

@@ -20,10 +20,9 @@ void DeviceManager::ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, H
         return;
     }
     if (IsLocalIo(hid)) {
-        const LocalDevice& device = *FindLocal(hid);
-        if (device.IsOnline(true)) {
+        if (mLocal.IsOnline(true)) {
             mComms->SendLocal(command, Routing::PRIMARY_PORT);
-        } else if (device.IsOnline(false)) {
+        } else if (mLocal.IsOnline(false)) {
             mComms->SendLocal(command, Routing::SECONDARY_PORT);
         } else {
             AUDIT_LOG(Fault, "ForwardCmd No link to local device\r\n");
@@ -48,12 +47,11 @@ void DeviceManager::ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT por
 {
     AUDIT_STREAM(CmdDebug, "Forwarding " << CommandIdToText(command.GetCommandId()) << " to ORB from device on "
                                          << PortText(port) << "\n");
-    const LocalDevice& device = GetReachableLocal();
     if (port != Routing::ORB_PORT) {
         SendToOrb(command);
-    } else if (device.IsOnline(true)) {
+    } else if (mLocal.IsOnline(true)) {
         mComms->SendLocal(command, Routing::PRIMARY_PORT);
-    } else if (device.IsOnline(false)) {
+    } else if (mLocal.IsOnline(false)) {
         mComms->SendLocal(command, Routing::SECONDARY_PORT);
     }
 }

@@ -28,14 +28,12 @@ DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& com
 
 DeviceRecord* DeviceManager::GetDeviceRecord(Hid hid)
 {
-    if (LocalDevice* const device = FindLocal(hid)) return device;
-    return mRemote.Find(hid);
+    return hid == mLocal.Hid ? &mLocal : mRemote.Find(hid);
 }
 
-LocalDevice* DeviceManager::FindLocal(Hid hid)
+const DeviceRecord* DeviceManager::GetDeviceRecord(Hid hid) const
 {
-    if (hid == mLocal.Hid) return &mLocal;
-    return mReplaced && hid == mReplaced->Hid ? &*mReplaced : nullptr;
+    return hid == mLocal.Hid ? &mLocal : mRemote.Find(hid);
 }
 
 bool DeviceManager::IsDeviceOnline(Hid hid, UINT8GIGEPORT port)
@@ -46,7 +44,7 @@ bool DeviceManager::IsDeviceOnline(Hid hid, UINT8GIGEPORT port)
 
 bool DeviceManager::IsLocalIo(Hid hid)
 {
-    return FindLocal(hid) != nullptr && IsIoHid(hid);
+    return hid == mLocal.Hid && IsIoHid(hid);
 }
 
 bool DeviceManager::IsOwnDevice(Hid hid)
@@ -67,8 +65,7 @@ std::vector<std::uint32_t> DeviceManager::GetOutputLinkSlot(Hid hid, AudioPortNu
 std::vector<std::uint32_t> DeviceManager::GetLinkSlot(LocalDevice::PortMap LocalDevice::*portMap, const char* operation,
                                                       Hid hid, AudioPortNumber port)
 {
-    const LocalDevice* const device = FindLocal(hid);
-    const LocalDevice::PortMap& ports = (device ? *device : mLocal).*portMap;
+    const LocalDevice::PortMap& ports = mLocal.*portMap;
     const auto found = ports.find(port);
     if (found == ports.end()) {
         AUDIT_STREAM(Fault, "DeviceManager::" << operation << ": Unknown port " << AudioPortText(port) << " for device "
@@ -104,7 +101,7 @@ std::uint32_t DeviceManager::GetSlaveAddress(Hid hid, UINT8GIGEPORT port)
     return GetPortAddress(GetOwner(hid), port);
 }
 
-bool DeviceManager::LinkOnline(Hid hid, bool isPri)
+bool DeviceManager::LinkOnline(Hid hid, bool isPri) const
 {
     AUDIT_STREAM(RouterAudioRoute, "DeviceManager::LinkOnline " << hid << "Check Primary: " << FlagText(isPri) << "\n");
     const DeviceRecord* record = GetDeviceRecord(hid);
@@ -117,36 +114,34 @@ Hid DeviceManager::GetOwner(Hid hid) const
     return record == nullptr ? INVALID_HID : record->Owner;
 }
 
-std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid)
+std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid) const
 {
-    const LocalDevice* const device = FindLocal(hid);
-    if (device == nullptr) return std::nullopt;
-    return device->IoTimeout;
+    if (hid != mLocal.Hid) return std::nullopt;
+    return mLocal.IoTimeout;
 }
 
-void DeviceManager::ShowLocalDevice(const LocalDevice& device)
+void DeviceManager::ShowLocalDevice() const
 {
-    AUDIT_STREAM(Information, device.Type
-                                  << ' ' << device.Hid << "\n\tPri Rem Address: " << AddressText(device.Pri.RemoteIp)
-                                  << "Pri Link " << FlagText(device.Pri.IsOnline()) << "\n\tSec Rem Address: "
-                                  << AddressText(device.Sec.RemoteIp) << " Sec Link " << FlagText(device.Sec.IsOnline())
-                                  << "\n SR " << device.SampleRate << ":" << RatesText(device.SampleRates) << "\n");
+    AUDIT_STREAM(Information, mLocal.Type
+                                  << ' ' << mLocal.Hid << "\n\tPri Rem Address: " << AddressText(mLocal.Pri.RemoteIp)
+                                  << "Pri Link " << FlagText(mLocal.Pri.IsOnline()) << "\n\tSec Rem Address: "
+                                  << AddressText(mLocal.Sec.RemoteIp) << " Sec Link " << FlagText(mLocal.Sec.IsOnline())
+                                  << "\n SR " << mLocal.SampleRate << ":" << RatesText(mLocal.SampleRates) << "\n");
 }
 
 void DeviceManager::ShowDevices(bool io)
 {
     AUDIT_LOG(Information, "Local devices:\n");
-    if (mLocal.Hid != INVALID_HID && (!io || mLocal.IsIoDevice())) ShowLocalDevice(mLocal);
-    if (mReplaced && (!io || mReplaced->IsIoDevice())) ShowLocalDevice(*mReplaced);
+    if (mLocal.Hid != INVALID_HID && (!io || mLocal.IsIoDevice())) ShowLocalDevice();
     AUDIT_LOG(Information, "Remote devices:\n");
     for (const Hid hid : mRemote.GetHids()) {
         const DeviceRecord& record = *mRemote.Find(hid);
         if (io ? !record.IsIoDevice() : !record.IsRoutingDevice()) continue;
         AUDIT_STREAM(Information,
                      "Hid: " << record.Hid << ", Type: " << record.Type
-                             << "\n\tPri Rem GigE: " << PortText(record.Pri.RemoteGigE) << " Pri Rem Address: "
+                             << "\n\tPri Rem GigE: " << LinkPortText(record.Pri.RemoteGigE) << " Pri Rem Address: "
                              << AddressText(record.Pri.RemoteIp) << " Link " << FlagText(record.Pri.IsOnline())
-                             << "\n\tSec Rem GigE: " << PortText(record.Sec.RemoteGigE)
+                             << "\n\tSec Rem GigE: " << LinkPortText(record.Sec.RemoteGigE)
                              << " Sec Rem Address: " << AddressText(record.Sec.RemoteIp) << " Link "
                              << FlagText(record.Sec.IsOnline()) << "\n\tOwning ROuter " << record.Owner << " SR "
                              << record.SampleRate << ":" << RatesText(record.SampleRates) << "\n");

@@ -20,6 +20,13 @@ std::string TextOf(const Command& command)
     return text.str();
 }
 
+/// For the log: a peer may report rates without end.
+RemoteIoUpdate WithFirstRates(const RemoteIoUpdate& command)
+{
+    return RemoteIoUpdate(command.GetType(), command.GetHid(), command.GetAddress(), command.GetOwner(),
+                          command.GetSampleRate(), FirstRates(command.GetSampleRates()));
+}
+
 RemoteIoUpdate WithOwner(const RemoteIoUpdate& command, std::uint32_t address, Hid owner)
 {
     return RemoteIoUpdate(command.GetType(), command.GetHid(), address, owner, command.GetSampleRate(),
@@ -28,8 +35,16 @@ RemoteIoUpdate WithOwner(const RemoteIoUpdate& command, std::uint32_t address, H
 
 } // namespace
 
+bool DeviceManager::IsFromPort(UINT8GIGEPORT port)
+{
+    if (port < Routing::PORT_COUNT) return true;
+    AUDIT_LOG(Fault, "A report on a stream that matches no port is ignored\n");
+    return false;
+}
+
 void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> command, UINT8GIGEPORT port, StreamType type)
 {
+    if (!IsFromPort(port)) return;
     if (command->GetOwner() == INVALID_HID) {
         AUDIT_LOG(Assert, "Ignoring message due to invalid Router HID\r\n");
         return;
@@ -40,7 +55,7 @@ void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> comma
                                                                 << "Owner " << command->GetOwner() << "\n");
     if (!IoUpdate::IsIoType(command->GetType())) {
         AuditAssertFailed(__FILE__, __LINE__, "IoUpdate::IsIoType(Cmd->GetType())",
-                          "RemoteIoUpdate type is wrong: " + TextOf(*command));
+                          "RemoteIoUpdate type is wrong: " + TextOf(WithFirstRates(*command)));
         return;
     }
     if (command->GetAddress() == 0) {
@@ -90,8 +105,9 @@ void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT p
         LinkInfo& link = record->Link(isPri);
         link.RemoteIp = command.GetAddress();
         link.Port = port;
-        link.RemoteGigE = GetLocal(port).Link(isPri).RemoteGigE;
+        link.RemoteGigE = mLocal.Link(isPri).RemoteGigE;
         link.SetOnline(true);
+        link.DescriptionPending = !mRouterConnected;
         AddIoRoute(command.GetAddress(), port);
     }
     if (!mRouterConnected) {
@@ -123,6 +139,7 @@ bool DeviceManager::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
 void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdate> command, UINT8GIGEPORT port,
                                          StreamType type)
 {
+    if (!IsFromPort(port)) return;
     const Hid hid = command->GetHid();
     AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << hid << "\n");
     if (hid == mHid) {
@@ -177,8 +194,8 @@ void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GI
     if (record->IsOnline(isPri)) return;
     AddSlaveLinkDataRoute(hid, isPri);
     if (!mRouterConnected) mComms->Connect(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
-    const UINT8GIGEPORT remoteGigE = GetLocal(port).Link(isPri).RemoteGigE;
-    AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << PortText(remoteGigE) << " Address "
+    const UINT8GIGEPORT remoteGigE = mLocal.Link(isPri).RemoteGigE;
+    AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << LinkPortText(remoteGigE) << " Address "
                                           << AddressText(command.GetAddress()) << "\n");
     LinkInfo& link = record->Link(isPri);
     link.RemoteIp = command.GetAddress();

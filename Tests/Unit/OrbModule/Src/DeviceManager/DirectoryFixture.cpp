@@ -103,7 +103,7 @@ DeviceManager::Limits DirectoryTest::SmallLimits()
     DeviceManager::Limits limits;
     limits.remoteDevices = 8;
     limits.descriptions.devices = 4;
-    limits.descriptions.bytes = 3000;
+    limits.descriptions.bytes = 200000;
     limits.cableChecks = 6;
     return limits;
 }

@@ -9,8 +9,31 @@ namespace {
 class LocalDeviceTest : public DirectoryTest
 {
 protected:
+    static constexpr std::uint32_t OtherHid = 0x00210001;
+
     LocalDeviceTest() { Take(); }
+    void Describe(UINT8GIGEPORT port)
+    {
+        mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, 1, IoInfo::SlotNames{"QV1320"}), port, Local);
+        Take();
+    }
+    void NameRouter(UINT8GIGEPORT port, RemoteDeviceType type)
+    {
+        mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, type, 512, 512, 0), port, Local);
+    }
+    /// The cable, and then the end of the stream on it.
+    void Unplug(UINT8GIGEPORT port)
+    {
+        LinkDown(port, BoxHid);
+        StreamGone(port);
+        Take();
+    }
 };
+
+bool Has(const Lines& lines, const std::string& line)
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
 
 class CableCheckTest : public DirectoryTest
 {
@@ -20,12 +43,57 @@ protected:
 
 } // namespace
 
-TEST_F(LocalDeviceTest, ASecondLinkThatComesFirstGivesWayToThePrimary)
+TEST(NeighbourRulesTest, ThePrimaryLinkDecidesAndTheSecondaryTakesWhatItLeaves)
 {
-    PlugBox(2, 0x00200002);
+    using NeighbourRules::Neighbour;
+    constexpr LinkReport Link{1, 3, 2, Hid(0x00200001), K2_MODULAR_TYPE};
+    constexpr NeighbourRules::Local None{};
+    constexpr NeighbourRules::Local Same{Link.hid, K2_MODULAR_TYPE, true};
+    constexpr NeighbourRules::Local Online{Hid(0x00210001), K2_MODULAR_TYPE, true};
+    constexpr NeighbourRules::Local OnSecondary{Hid(0x00210001), K2_MODULAR_TYPE, false};
+    constexpr NeighbourRules::Local Gone{Hid(0x00210001), K2_NO_TYPE, false};
+    struct Row
+    {
+        NeighbourRules::Local local;
+        /// Of a link and of a stream on it: the primary, and the secondary.
+        Neighbour link[2], stream[2];
+    };
+    const Row rows[] = {
+        {None, {Neighbour::Local, Neighbour::Local}, {Neighbour::Local, Neighbour::Local}},
+        {Same, {Neighbour::Local, Neighbour::Local}, {Neighbour::Local, Neighbour::Local}},
+        {Online, {Neighbour::Next, Neighbour::Refused}, {Neighbour::Next, Neighbour::Refused}},
+        {OnSecondary, {Neighbour::Next, Neighbour::Next}, {Neighbour::Next, Neighbour::Refused}},
+        {Gone, {Neighbour::Next, Neighbour::Next}, {Neighbour::Next, Neighbour::Next}},
+    };
+    for (const Row& row : rows) {
+        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+            SCOPED_TRACE(&row - rows);
+            EXPECT_EQ(NeighbourRules::OfLink(port, Link, row.local), row.link[port - 1]);
+            EXPECT_EQ(NeighbourRules::OfStream(port, Link, row.local), row.stream[port - 1]);
+            EXPECT_EQ(NeighbourRules::OfStream(port, LinkReport(), row.local), Neighbour::Unknown);
+        }
+    }
+}
+
+TEST_F(LocalDeviceTest, ABoxOnTheSecondaryThatIsStillCheckedGivesWayToThePrimary)
+{
+    KnowSelf();
+    LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE);
+    StreamUp(2);
+    Take();
     LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
     EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000"}));
-    EXPECT_TRUE(mDevices.IsLocalIo(BoxHid));
+    Checked("0.32.32.254");
+    EXPECT_EQ(Take(), Lines()) << "the check of the other lets nobody in";
+    EXPECT_FALSE(mDevices.IsLocalIo(OtherHid));
+    StreamGone(2);
+    EXPECT_EQ(Take(), Lines()) << "that stream was not used any more";
+    StreamUp(1);
+    EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind 1 method 0 enabled 1 side 2 id 00200001"}));
+    StreamUp(2);
+    Checked("0.32.0.254");
+    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"}));
+    EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, 2)) << "that cable is not its own";
 }
 
 TEST_F(LocalDeviceTest, TheCheckOfADeviceNamesItsKind)
@@ -68,31 +136,40 @@ TEST_F(LocalDeviceTest, OfTwoLinksTheFirstStreamAsksForTheCheckAndBothForTheDesc
 
 TEST_F(LocalDeviceTest, BoxesOfTheOtherClassesAreAskedByTheExtendedRequest)
 {
-    LinkUp(1, 0x00200101, K2_FIXED_FORMAT_TYPE);
-    StreamUp(1);
-    Take();
-    Checked("0.32.0.254");
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ_EX", "P2 IO_INFO_REQ_EX"}));
+    for (const std::uint32_t hid : {0x00200101u, 0x00200201u}) {
+        LinkUp(1, hid, K2_FIXED_FORMAT_TYPE);
+        StreamUp(1);
+        Take();
+        Checked("0.32.0.254");
+        EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ_EX", "P2 IO_INFO_REQ_EX"}));
+        Unplug(1);
+    }
 }
 
 TEST_F(LocalDeviceTest, OnlyALostLinkForgetsTheCheck)
 {
-    PlugBox(1);
-    StreamGone(1);
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    Take();
-    StreamUp(1);
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "the stream alone was lost";
-    LinkDown(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    Take();
-    StreamUp(1);
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "the box stopped beating";
-    LinkDown(1, BoxHid);
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"disconnect 1", "connect 0.32.0.254 1 55000"}));
-    StreamUp(1);
-    EXPECT_EQ(Take().size(), 1u) << "a box that was plugged anew is checked anew";
+    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        SCOPED_TRACE(int{port});
+        const std::string number = std::to_string(port);
+        PlugBox(port);
+        StreamGone(port);
+        LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE);
+        Take();
+        StreamUp(port);
+        EXPECT_EQ(Take(), (Lines{"P" + number + " IO_INFO_REQ"})) << "the stream alone was lost";
+        LinkDown(port, BoxHid, K2_FIXED_FORMAT_TYPE);
+        LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE);
+        Take();
+        StreamUp(port);
+        EXPECT_EQ(Take(), (Lines{"P" + number + " IO_INFO_REQ"})) << "the box stopped beating";
+        LinkDown(port, BoxHid);
+        LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE);
+        EXPECT_EQ(Take(),
+                  (Lines{"disconnect " + number, "connect " + AddressText(FarIp(port)) + " " + number + " 55000"}));
+        StreamUp(port);
+        EXPECT_EQ(Take().front().substr(0, 6), "update") << "a box that was plugged anew is checked anew";
+        Unplug(port);
+    }
 }
 
 TEST_F(LocalDeviceTest, AHubIsCheckedOnEachLinkAndARouterOnNone)
@@ -136,81 +213,104 @@ TEST_F(LocalDeviceTest, ABoxIsReportedGoneWithItsLastLinkOnly)
     EXPECT_TRUE(mDevices.IsLocalIo(BoxHid)) << "the identity stays until the next heartbeat";
 }
 
-TEST_F(LocalDeviceTest, ABoxThatGoesBehindTheOrbRouterLeavesNoRoute)
+TEST_F(LocalDeviceTest, TheEndOfTheOrbRoutersStreamTouchesNoDevice)
 {
     KnowSelf();
     StreamUp(0);
-    PlugBox(2);
+    PlugRouter(2, K2_HUB_TYPE);
+    Report(2, Behind, BehindIp);
+    Take();
     StreamGone(0);
-    EXPECT_FALSE(Take().empty());
-    StreamGone(2);
-    EXPECT_EQ(Take().back(), "changed 00200001 2 off");
-}
-
-class ReplacedTest : public LocalDeviceTest
-{
-protected:
-    static constexpr std::uint32_t OtherHid = 0x00210001;
-    const Lines mBoxIsGone{"P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
-                           "P0 Cable 00200001 pri off", "changed 00200001 2 off"};
-
-    ReplacedTest()
-    {
-        KnowSelf();
-        PlugBox(1);
-        PlugBox(2);
-        const IoInfo::SlotNames cards{"QV1320", "", "", "", ""};
-        mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, 1, cards), 2, Local);
-        StreamGone(1);
-        Take();
-        PlugBox(1, OtherHid);
-    }
-};
-
-TEST_F(ReplacedTest, ABoxKeepsItsSecondaryLinkUntilThatGoes)
-{
-    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 2));
-    EXPECT_TRUE(mDevices.IsLocalIo(BoxHid));
-    EXPECT_FALSE(mDevices.IsDeviceOnline(OtherHid, 2)) << "the new one has no cable there";
-    Checked(AddressText(FarIp(1)));
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "the old one is known already";
-    StreamGone(2);
-    EXPECT_EQ(Take(), mBoxIsGone);
-    EXPECT_FALSE(mDevices.IsLocalIo(BoxHid));
-    EXPECT_TRUE(mDevices.IsDeviceOnline(OtherHid, 1));
-}
-
-TEST_F(ReplacedTest, TheSecondaryCableMayFollowBeforeTheEndOfItsStreamIsTold)
-{
-    LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE);
-    Lines expected = mBoxIsGone;
-    expected.insert(expected.end() - 1, "connect 0.32.32.254 2 55000");
-    EXPECT_EQ(Take(), expected);
-    StreamGone(2);
     EXPECT_EQ(Take(), Lines());
-    StreamUp(2);
-    EXPECT_TRUE(mDevices.IsDeviceOnline(OtherHid, 2));
+    StreamGone(2);
+    const Lines lines = Take();
+    EXPECT_TRUE(Has(lines, "changed 00300005 2 off") && Has(lines, "changed 00304000 2 off"));
 }
 
-TEST_F(LocalDeviceTest, AStreamOfAnotherThanTheLocalDeviceIsNotUsed)
+TEST_F(LocalDeviceTest, ABoxThatAnotherReplacesIsGoneAtOnceAndMayComeBack)
 {
     KnowSelf();
-    LinkUp(2, 0x00210001, K2_FIXED_FORMAT_TYPE);
     PlugBox(1);
-    StreamUp(2);
+    PlugBox(2);
+    Describe(2);
+    Unplug(1);
+    LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE);
+    EXPECT_EQ(Take(), (Lines{"disconnect 2", "P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
+                             "P0 Cable 00200001 pri off", "connect 0.32.0.254 1 55000", "changed 00200001 2 off"}));
+    StreamGone(2);
     EXPECT_EQ(Take(), Lines());
-    EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, 2)) << "that cable is not its own";
+    EXPECT_FALSE(mDevices.IsLocalIo(BoxHid));
+    StreamUp(1);
+    EXPECT_EQ(Take().front().substr(0, 6), "update") << "the new one is checked";
+    Unplug(1);
+    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
+    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000", "connect 0.32.32.254 2 55000"}));
+    LinkUp(1, RouterHid, K2_HUB_TYPE);
+    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000"})) << "without a stream there is nothing to end";
 }
 
-TEST_F(ReplacedTest, ABoxThatComesBackHasBothLinks)
+TEST_F(LocalDeviceTest, AHubThatABoxReplacesTakesItsDevicesWithIt)
 {
+    KnowSelf();
+    PlugRouter(1, K2_HUB_TYPE);
+    PlugRouter(2, K2_HUB_TYPE);
+    Report(1, Behind, BehindIp);
+    Report(2, Behind, BehindIp);
+    Unplug(1);
+    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
+    const Lines lines = Take();
+    for (const char* line :
+         {"disconnect 2", "disconnect slave 0.48.6.0", "P0 Io 1 00300005 0.0.0.0 00128000", "changed 00300005 2 off",
+          "P0 Router 5 00308000 0.0.0.0 00000000", "changed 00304000 2 off", "no network"})
+        EXPECT_TRUE(Has(lines, line)) << line;
+    EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
+}
+
+TEST_F(LocalDeviceTest, ABoxThatWasRefusedIsWelcomeOnBothLinksOnceItHasThePrimary)
+{
+    PlugBox(1);
+    LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE);
+    EXPECT_EQ(Take(), (Lines{"P0 SORN_MIXED_HID_ERROR"}));
+    Unplug(1);
+    LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE);
+    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000", "P0 SORN_MIXED_HID_ERROR", "connect 0.32.32.254 2 55000"}));
+}
+
+TEST_F(LocalDeviceTest, AStreamThatComesBackAloneIsUsedAsBefore)
+{
+    KnowSelf();
+    PlugRouter(1, K2_ROUTER_TYPE);
     StreamGone(1);
     Take();
-    PlugBox(1);
-    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 1));
-    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 2));
+    StreamUp(1);
+    EXPECT_EQ(Take(), (Lines{"P1 ROUTER_INFO_REQ", "network"})) << "the link layer has nothing new to report";
+    PlugRouter(2, K2_ROUTER_TYPE);
+    StreamGone(1);
+    StreamUp(1);
+    Take();
+    NameRouter(1, RemoteDeviceType::Router);
+    EXPECT_TRUE(Has(Take(), "P1 Io 0 00120001 0.32.0.1 00128000 rate 44.1kHz"));
+    EXPECT_EQ(mDevices.GetDevicePorts(RouterHid, 1).remote, 3);
+}
+
+TEST_F(LocalDeviceTest, AStreamThatComesBeforeItsHeartbeatIsUsedWithIt)
+{
+    StreamUp(1);
+    EXPECT_EQ(Take(), Lines());
+    LinkUp(1, RouterHid, K2_ROUTER_TYPE);
+    EXPECT_EQ(Take(), (Lines{"P1 ROUTER_INFO_REQ", "network"}));
+}
+
+TEST_F(LocalDeviceTest, ABoxWhoseSecondStreamCameAndWentFirstIsStillUsed)
+{
+    LinkUp(1, BoxHid, K2_MODULAR_TYPE);
+    LinkUp(2, BoxHid, K2_MODULAR_TYPE);
+    StreamUp(2);
     StreamGone(2);
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00200001 sec off", "changed 00200001 2 off"}));
+    StreamUp(1);
+    Take();
+    Checked("0.32.32.254");
+    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ", "P2 IO_INFO_REQ"}));
 }
 
 TEST_F(LocalDeviceTest, ARepeatedEndOfAStreamChangesNothing)
@@ -273,16 +373,8 @@ TEST_F(LocalDeviceTest, ARouterThatOnlyBeatDoesNotStandBetweenTheModuleAndAHub)
     LinkUp(1, RouterHid, K2_HUB_TYPE);
     StreamUp(1);
     Take();
-    mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 512, 512, 0), 1, Local);
-    const Lines lines = Take();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "connect 0.48.5.0 1 55100"), 1);
-}
-
-TEST_F(LocalDeviceTest, ALostHubLosesItsDataLink)
-{
-    PlugRouter(2, K2_HUB_TYPE);
-    LinkDown(2, RouterHid);
-    EXPECT_EQ(Take(), (Lines{"disconnect 2", "disconnect slave 0.48.6.0"}));
+    NameRouter(1, RemoteDeviceType::Hub);
+    EXPECT_TRUE(Has(Take(), "connect 0.48.5.0 1 55100"));
 }
 
 TEST_F(LocalDeviceTest, InternalsOfBoxesAreToldToTheOrbRouter)

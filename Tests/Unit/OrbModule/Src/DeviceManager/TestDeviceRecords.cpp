@@ -52,21 +52,40 @@ TEST_F(RecordTest, ListingsShowTheDevicesOfTheirKind)
     Take();
     TakeLog();
     mDevices.ShowDevices(true);
-    EXPECT_EQ(TakeLog(),
-              "|Local devices:\n|Remote devices:\n"
-              "|Hid: 0.18:1 , Type: Modular \n\tPri Rem GigE: ORB PORT  Pri Rem Address: 1.63.1.0 Link true\n"
-              "\tSec Rem GigE: ORB PORT  Sec Rem Address: 1.63.1.0 Link true\n"
-              "\tOwning ROuter 0.18:8000  SR 44.1kHz:44.1kHz \n"
-              "|Hid: 0.48:5 , Type: FixedFormat \n\tPri Rem GigE: UNKNOWN  Pri Rem Address: 10.20.30.40 "
-              "Link true\n\tSec Rem GigE: UNKNOWN  Sec Rem Address: 0.0.0.0 Link false\n"
-              "\tOwning ROuter 0.48:8000  SR 44.1kHz:44.1kHz \n");
+    EXPECT_EQ(TakeLog(), "|Local devices:\n|Remote devices:\n"
+                         "|Hid: 0.18:1 , Type: Modular \n\tPri Rem GigE: H0  Pri Rem Address: 1.63.1.0 Link true\n"
+                         "\tSec Rem GigE: H0  Sec Rem Address: 1.63.1.0 Link true\n"
+                         "\tOwning ROuter 0.18:8000  SR 44.1kHz:44.1kHz \n"
+                         "|Hid: 0.48:5 , Type: FixedFormat \n\tPri Rem GigE: H3  Pri Rem Address: 10.20.30.40 "
+                         "Link true\n\tSec Rem GigE: UNKNOWN_PORT  Sec Rem Address: 0.0.0.0 Link false\n"
+                         "\tOwning ROuter 0.48:8000  SR 44.1kHz:44.1kHz \n");
     mDevices.ShowDevices(false);
-    EXPECT_EQ(TakeLog(),
-              "|Local devices:\n|KorvoHub 0.48:8000 \n\tPri Rem Address: 0.32.0.254Pri Link true\n"
-              "\tSec Rem Address: 0.0.0.0 Sec Link false\n SR 48kHz:\n|Remote devices:\n"
-              "|Hid: 0.18:8000 , Type: OrbDsp\n\tPri Rem GigE: ORB PORT  Pri Rem Address: 1.63.1.0 Link true\n"
-              "\tSec Rem GigE: ORB PORT  Sec Rem Address: 1.63.1.0 Link true\n"
-              "\tOwning ROuter 0.18:8000  SR 48kHz:\n");
+    EXPECT_EQ(TakeLog(), "|Local devices:\n|KorvoHub 0.48:8000 \n\tPri Rem Address: 0.32.0.254Pri Link true\n"
+                         "\tSec Rem Address: 0.0.0.0 Sec Link false\n SR 48kHz:\n|Remote devices:\n"
+                         "|Hid: 0.18:8000 , Type: OrbDsp\n\tPri Rem GigE: H0  Pri Rem Address: 1.63.1.0 Link true\n"
+                         "\tSec Rem GigE: H0  Sec Rem Address: 1.63.1.0 Link true\n"
+                         "\tOwning ROuter 0.18:8000  SR 48kHz:\n");
+}
+
+TEST_F(RecordTest, ThePortMapOfABoxIsListed)
+{
+    PlugBox(1);
+    mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, 1, IoInfo::SlotNames{"QV1180"}), 1, Local);
+    TakeLog();
+    mDevices.ShowPortMap(BoxHid);
+    const std::string log = TakeLog();
+    EXPECT_NE(log.find("A11  -> 11\n|Outputs for device 0.32:1 :\nA0  -> 0\n"), std::string::npos) << log;
+}
+
+TEST_F(RecordTest, RatesWithoutEndAreCutBeforeTheyAreLogged)
+{
+    const RateList endless(1000, SampleRates::RATE_96K);
+    mDevices.OnRemoteIoUpdate(std::make_shared<RemoteIoUpdate>(RemoteDeviceType::Hub, Behind, BehindIp, RouterHid,
+                                                               SampleRates::RATE_48K, endless),
+                              1, Local);
+    const std::string log = TakeLog();
+    EXPECT_NE(log.find("RemoteIoUpdate type is wrong"), std::string::npos);
+    EXPECT_LT(log.size(), 1000u);
 }
 
 TEST_F(RecordTest, DescriptionsAreGivenByTheirClassAndOnlyWhenComplete)

@@ -59,6 +59,9 @@ TEST_F(DiscoveryTest, CardsOfAFixedBoxAreNumberedWithoutAGap)
     Describe(1, BoxHid, {"QV1790", "", "", "", ""});
     EXPECT_EQ(Take().size(), 4u) << "everything is told again";
     EXPECT_EQ(In(8), Slots{3 * 128}) << "and no map is built again";
+    PlugBox(2);
+    Describe(2, BoxHid, {});
+    EXPECT_EQ(Take().front(), "P0 Io 1 00200001 0.32.0.254 ffffffff") << "the primary's address while it is up";
 }
 
 TEST_F(DiscoveryTest, AtADoubleRateAPortTakesTwoSlots)
@@ -69,6 +72,9 @@ TEST_F(DiscoveryTest, AtADoubleRateAPortTakesTwoSlots)
     EXPECT_EQ(Take().front(), "P0 Io 1 00200001 0.32.0.254 ffffffff rate 96kHz");
     EXPECT_EQ(In(32), (Slots{128, 144}));
     EXPECT_EQ(Out(32), (Slots{32, 48}));
+    PlugBox(1, 0x00200002, K2_MODULE_TYPE);
+    mDevices.ProcessIOCmd(std::make_shared<IoInfoK2Mod>(0x00200002, 64u, 64u, "", "", ""), 1, Local);
+    EXPECT_EQ(In(32), (Slots{64, 65}));
 }
 
 TEST_F(DiscoveryTest, AModularBoxIsKnownWithItsLastCard)
@@ -101,6 +107,17 @@ TEST_F(DiscoveryTest, AnOddListAtADoubleRateGivesItsLastPortOneSlot)
     EXPECT_EQ(In(65), Slots{12});
 }
 
+TEST_F(DiscoveryTest, ACardWithPortsWithoutEndIsCut)
+{
+    PlugBox(1, BoxHid, K2_MODULAR_TYPE);
+    IoInfoCard::PortNumbers ports(65537, 7);
+    ports.front() = 3;
+    Card(1, BoxHid, 0, ports, {});
+    Card(1, BoxHid, 0xFF, {}, {});
+    EXPECT_EQ(In(0), Slots{3});
+    EXPECT_EQ(In(65535), Slots{7});
+}
+
 TEST_F(DiscoveryTest, AModuleHasItsPortsInARow)
 {
     PlugBox(2, BoxHid, K2_MODULE_TYPE);
@@ -123,6 +140,8 @@ TEST_F(DiscoveryTest, ARoutingDeviceIsToldWhatStandsHere)
                              "P2 Io 0 00120001 0.32.32.1 00128000 rate 44.1kHz",
                              "route add -host 0.48.6.0 k2link1 2>/tmp/addroute.err", "connect 0.48.6.0 2 55100",
                              "P0 Cable 00308000 sec on", "changed 00304000 2 on"}));
+    mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 512, 512, 0), 2, Local);
+    EXPECT_EQ(Take(), Lines()) << "it is known already";
 }
 
 TEST_F(DiscoveryTest, ARouterNeedsNoDataLinkAndAnUnknownOwnIoIsNotOffered)
@@ -157,6 +176,8 @@ TEST_F(DiscoveryTest, AChainGetsItsRoute)
     mDevices.OnChainLength(std::make_shared<ChainLengthCmd>(1u, BehindIp, std::uint8_t{4}), 2, Local);
     EXPECT_EQ(Take(), (Lines{"route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2>/tmp/addioroute.err",
                              "P0 CHAIN_LENGTH_CMD"}));
+    mDevices.OnChainLength(std::make_shared<ChainLengthCmd>(1u, BehindIp, std::uint8_t{4}), 255, Local);
+    EXPECT_EQ(Take(), (Lines{"P0 CHAIN_LENGTH_CMD"}));
 }
 
 TEST_F(ActiveAudioTest, TheSecondaryWaitsAndACancelledWaitSendsAtOnce)

@@ -35,6 +35,24 @@ TEST_F(RemoteDeviceTest, BehindAHubADeviceIsToldOnceItIsDescribed)
         << "the type is the one that was reported";
 }
 
+TEST_F(RemoteDeviceTest, WhatAHubReportsBeforeItsDataLinkIsAskedForWithThat)
+{
+    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        PlugRouter(port, K2_HUB_TYPE);
+        Report(port, Behind, BehindIp);
+    }
+    mDevices.ProcessIOCmd(std::make_shared<IoInfo>(Behind, std::uint8_t{1}, IoInfo::SlotNames()), 1,
+                          StreamType::SLAVE_LINK);
+    Take();
+    const auto dataLinkUp = [this](UINT8GIGEPORT port, std::uint32_t address) {
+        mDevices.OnKLVStreamChanged(port, StreamType::SLAVE_LINK, address, true);
+        return Take();
+    };
+    EXPECT_EQ(dataLinkUp(2, 0x00300600), (Lines{"slave 0.48.6.0 IO_INFO_REQ", "slave 0.48.6.0 IoInfoDevReq 00300005"}));
+    EXPECT_EQ(dataLinkUp(1, 0x00300500), (Lines{"slave 0.48.5.0 IO_INFO_REQ"})) << "it is described there";
+    EXPECT_EQ(dataLinkUp(2, 0x00400600), (Lines{"slave 0.64.6.0 IO_INFO_REQ"})) << "the data link of another hub";
+}
+
 TEST_F(RemoteDeviceTest, BehindARouterADeviceIsToldAtOnce)
 {
     PlugRouter(1, K2_ROUTER_TYPE);
@@ -51,6 +69,9 @@ TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
     Report(1, Behind, BehindIp, RouterHid, static_cast<RemoteDeviceType>(200));
     ReportRouter(1, Self, 0x00120500);
     ReportRouter(1, 0x00408000, 0x00400500, RemoteDeviceType::Modular);
+    Report(255, Behind, BehindIp);
+    ReportRouter(255, 0x00408000, 0x00400500);
+    mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 1, 1, 0), 255, Local);
     EXPECT_EQ(Take(), Lines());
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
 }
