@@ -20,16 +20,16 @@ std::string Routing::SlotPortText(UINT8GIGEPORT port)
     return port < PORT_COUNT ? PortText(port) : PortText(port) + std::to_string(port) + ' ';
 }
 
+std::string Routing::SlotText(std::uint32_t slot)
+{
+    return slot == INVALID_TDM_SLOT ? "INVALID_TDM_SLOT" : std::to_string(slot);
+}
+
 std::ostream& Routing::operator<<(std::ostream& out, const GigeAndSlots& link)
 {
     out << "GigE:TDM " << SlotPortText(link.port);
-    for (const std::uint32_t slot : link.slots) {
-        if (slot == INVALID_TDM_SLOT) {
-            out << "INVALID_TDM_SLOT ";
-        } else {
-            out << slot << ' ';
-        }
-    }
+    for (const std::uint32_t slot : link.slots)
+        out << SlotText(slot) << ' ';
     return out;
 }
 

@@ -36,6 +36,8 @@ namespace Routing {
 
 /// A port in the texts of the slot bookkeeping: one that is none shows its number.
 std::string SlotPortText(UINT8GIGEPORT port);
+/// A slot in the texts: its number, or "INVALID_TDM_SLOT".
+std::string SlotText(std::uint32_t slot);
 
 /// A list of TDM slots on one port (a Routing::PortsEnum).
 struct GigeAndSlots

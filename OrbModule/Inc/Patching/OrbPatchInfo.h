@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <iosfwd>
+#include <utility>
 
 /// One patch: what feeds a destination, and how far that has come on each port of the module. Ports are
 /// Routing::PortsEnum. Main thread only.
@@ -37,6 +38,8 @@ public:
     std::size_t CountSlots() const;
 
 private:
+    /// Once no link has the patch made or prepared, its slots on the internal port may go to another source.
+    void DropStaleSwapTarget();
     bool CheckPort(const char* function, UINT8GIGEPORT port, Korvo::PatchState state) const;
 
     IoPort mSource;

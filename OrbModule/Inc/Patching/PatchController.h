@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <unordered_set>
+#include <vector>
 
 class AudioPatchRetryForHidCmd;
 class OstrelPingCmd;
@@ -65,8 +66,7 @@ private:
                                bool& bitmapDone);
     void LocalOrbPatch(const RouterPatchAudio& command, const DevicePorts& ports);
     void RemoteDestinationPatch(const RouterPatchAudio& command, const DevicePorts& ports);
-    bool StandsByForOtherLink(const RouterPatchAudio& command, UINT8GIGEPORT port,
-                              const Routing::GigeAndSlots& sourceLink);
+    bool StandsByForOtherLink(const IoPort& dest, UINT8GIGEPORT port, const Routing::GigeAndSlots& slots) const;
     /// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
     /// @param patch what the fabric has to change.
     AllocationResult AssignSlots(const RouterPatchAudio& command, const Routing::GigeAndSlots& sourceLink,
@@ -80,8 +80,9 @@ private:
     void SendToSourceNode(const RouterPatchAudio& command, Hid source, UINT8GIGEPORT port);
 
     void DeviceLeft(Hid hid, UINT8GIGEPORT port);
-    void SwingOver(Hid hid, UINT8GIGEPORT port);
+    void SwingOver(Hid hid, UINT8GIGEPORT port, const std::vector<LinkPatch>& unpatches);
     bool RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT port);
+    bool IsHeldByAnother(const Routing::GigeAndSlots& link, HidPort source) const;
     void FlipPorts(Hid hid, UINT8GIGEPORT port);
     void RemakePatches(Hid hid, UINT8GIGEPORT port);
     void RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port);

@@ -76,6 +76,7 @@ private:
     OrbPatchInfo* FindForUpdate(const IoPort& dest);
     const ByNumber& PatchesOf(Hid hid) const;
     void SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link);
+    void SetSwapTarget(OrbPatchInfo& patch, Routing::GigeAndSlots&& target);
     Entries::iterator Erase(Entries::iterator entry);
     void RemoveFromIndex(Hid hid, std::uint64_t number);
     bool HasRoomFor(std::size_t slots) const;

@@ -126,7 +126,7 @@ AllocationResult LinkAllocation::Free(HidPort source, UINT8GIGEPORT port, HidPor
         const auto listener = slot.mDests.find(dest);
         if (listener == slot.mDests.end()) continue;
         if (slot.mSource != source) {
-            AUDIT_STREAM(Fault,
+            AUDIT_STREAM(RouterAudioRoute,
                          "Attempt to unpatch from differing sources skipping " << slot.mSource << source << '\n');
             continue;
         }
@@ -245,7 +245,7 @@ void LinkAllocation::Print(std::ostream& out) const
 void LinkAllocation::AddToLut(UINT8GIGEPORT port, HidPort source, const Slots& slots)
 {
     if (!IsPort(port)) {
-        AUDIT_STREAM(Fault, "AddToLut Out of Range " << unsigned{port} << '\n');
+        AUDIT_STREAM(Fault, "AddToLut Out of Range " << Routing::SlotPortText(port) << '\n');
         return;
     }
     // Without slots there is nothing to look up, and a full port must not grow the table.
@@ -255,7 +255,7 @@ void LinkAllocation::AddToLut(UINT8GIGEPORT port, HidPort source, const Slots& s
 void LinkAllocation::RemoveFromLut(HidPort source, UINT8GIGEPORT port)
 {
     if (!IsPort(port)) {
-        AUDIT_STREAM(Fault, "RemoveFromLut Out of Range " << unsigned{port} << '\n');
+        AUDIT_STREAM(Fault, "RemoveFromLut Out of Range " << Routing::SlotPortText(port) << '\n');
         return;
     }
     mLuts[port].erase(source);
@@ -276,7 +276,8 @@ void LinkAllocation::UpdateSlots(UINT8GIGEPORT port, const Slots& slots, HidPort
 {
     std::uint32_t next = INVALID_TDM_SLOT;
     for (auto number = slots.rbegin(); number != slots.rend(); ++number) {
-        AUDIT_STREAM(RouterAudioRoute, "UpdateSlots tdm " << *number << " NextSlot " << next << '\n');
+        AUDIT_STREAM(RouterAudioRoute,
+                     "UpdateSlots tdm " << *number << " NextSlot " << Routing::SlotText(next) << '\n');
         LinkSlot& slot = mSlots[port][*number];
         AddDest(slot, dest);
         slot.mNextSlot = next;

@@ -26,7 +26,7 @@ void LinkSlot::Reset()
 std::ostream& operator<<(std::ostream& out, const LinkSlot& slot)
 {
     out << "Source " << slot.mSource << "Link " << slot.GetSourceLink() << "Index " << slot.mIndex << " Next "
-        << slot.mNextSlot << " Dests ";
+        << Routing::SlotText(slot.mNextSlot) << " Dests ";
     for (const HidPort& dest : slot.mDests)
         out << dest;
     return out;

@@ -8,7 +8,9 @@
 void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state)
 {
     AUDIT_STREAM(IOPatchDebug, "UpdatePatch " << PortText(port) << state << '\n');
-    if (CheckPort(__func__, port, state)) mStates[port] = state;
+    if (!CheckPort(__func__, port, state)) return;
+    mStates[port] = state;
+    DropStaleSwapTarget();
 }
 
 void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link)
@@ -17,6 +19,15 @@ void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Rout
     if (!CheckPort(__func__, port, state)) return;
     mStates[port] = state;
     mLinks[port] = std::move(link);
+    DropStaleSwapTarget();
+}
+
+void OrbPatchInfo::DropStaleSwapTarget()
+{
+    const auto isMade = [this](UINT8GIGEPORT port) {
+        return mStates[port] == Korvo::PatchSuccess || mStates[port] == Korvo::PatchReserved;
+    };
+    if (!isMade(Routing::PRIMARY_PORT) && !isMade(Routing::SECONDARY_PORT)) mSwapTarget = {};
 }
 
 Korvo::PatchState OrbPatchInfo::GetState(UINT8GIGEPORT port) const

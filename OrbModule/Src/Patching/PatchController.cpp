@@ -64,6 +64,18 @@ bool ChangesRoutes(AllocationResult result)
     return result == AllocatedNew || result == FreedLast;
 }
 
+/// Whether all these slots are among those that have just come free.
+bool IsSilenced(const GigeAndSlots& link, const std::vector<LinkPatch>& unpatches)
+{
+    const auto port = std::find_if(unpatches.begin(), unpatches.end(),
+                                   [&](const LinkPatch& unpatch) { return unpatch.destination.port == link.port; });
+    if (port == unpatches.end()) return false;
+    const auto& silenced = port->destination.slots;
+    return std::all_of(link.slots.begin(), link.slots.end(), [&](std::uint32_t slot) {
+        return std::find(silenced.begin(), silenced.end(), slot) != silenced.end();
+    });
+}
+
 PortBitmapCmd MakeBitmapCommand(Hid hid, AudioPortNumber index, bool secondary)
 {
     PortBitmapCmd command(hid, PortBitmapBlock::AllZero());
@@ -275,7 +287,12 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
     const AllocationResult result = AssignSlots(command, sourceLink, Routing::ORB_PORT, patch);
     if (result == AllocationFailed) return;
     if (mRouterConnected) ReportPatchSuccessful(dest, ports.local);
-    if (result == AlreadyCarrying && StandsByForOtherLink(command, ports.local, sourceLink)) return;
+    if (result == AlreadyCarrying && StandsByForOtherLink(dest, ports.local, patch.destination)) {
+        const bool isReserve = mPatchStore.GetPatchState(dest, OtherLinkPort(ports.local)) == Korvo::PatchSuccess;
+        mPatchStore.UpdatePatch(dest, ports.local, isReserve ? Korvo::PatchReserved : Korvo::PatchSuccess,
+                                std::move(sourceLink));
+        return;
+    }
 
     mPatchStore.UpdatePatch(dest, ports.local, Korvo::PatchSuccess, std::move(sourceLink), patch.destination);
     SendToOrb(RouterPatchAudio(PatchSource(MakeLinkHid(mHid), Routing::ORB_PORT, patch.destination.slots), dest,
@@ -283,17 +300,12 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
     if (ChangesRoutes(result)) mPatcher->ProcessPatchUnpatch(patch, command.GetMake());
 }
 
-/// Whether the source reaches this destination through the other link already, so that this link is the prepared one.
-bool PatchController::StandsByForOtherLink(const RouterPatchAudio& command, UINT8GIGEPORT port,
-                                           const GigeAndSlots& sourceLink)
+/// Whether the source reaches this destination through the other link already. The swap target is what the Orb router
+/// was last told for this destination: unless these are the slots, it has to be told, whatever the other state says.
+bool PatchController::StandsByForOtherLink(const IoPort& dest, UINT8GIGEPORT port, const GigeAndSlots& slots) const
 {
-    const OrbPatchInfo* const patch = mPatchStore.Find(command.GetDest());
-    if (!patch) return false;
-    const Korvo::PatchState other = patch->GetState(OtherLinkPort(port));
-    if (other == Korvo::PatchNotSent) return false;
-    mPatchStore.UpdatePatch(command.GetDest(), port,
-                            other == Korvo::PatchSuccess ? Korvo::PatchReserved : Korvo::PatchSuccess, sourceLink);
-    return true;
+    const OrbPatchInfo* const patch = mPatchStore.Find(dest);
+    return patch && patch->GetState(OtherLinkPort(port)) != Korvo::PatchNotSent && patch->GetSwapTarget() == slots;
 }
 
 void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, const DevicePorts& ports)
@@ -323,8 +335,15 @@ AllocationResult PatchController::AssignSlots(const RouterPatchAudio& command, c
 {
     const HidPort orig = ToHidPort(command.GetOrig());
     const HidPort dest = ToHidPort(command.GetDest());
-    return command.GetMake() ? mLinkAllocation.Allocate(orig, sourceLink, port, dest, patch)
-                             : mLinkAllocation.Free(orig, port, dest, patch);
+    if (!command.GetMake()) return mLinkAllocation.Free(orig, port, dest, patch);
+    const AllocationResult result = mLinkAllocation.Allocate(orig, sourceLink, port, dest, patch);
+    if (result == AllocationFailed && !patch.destination.slots.empty()) {
+        // The port ran out half-way. What was taken would pass for a route when the same patch comes over the other
+        // link.
+        LinkPatch taken;
+        mLinkAllocation.Free(orig, port, dest, taken);
+    }
+    return result;
 }
 
 GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port)
@@ -423,56 +442,62 @@ void PatchController::DeviceLeft(Hid hid, UINT8GIGEPORT port)
     std::vector<LinkPatch> unpatches;
     mLinkAllocation.GetUnpatchesByHidAndPort(IsIoHid(hid) ? hid : MakeLinkHid(hid), port, unpatches);
     mPatcher->ProcessUnpatches(unpatches);
-    SwingOver(hid, port);
+    if (port != Routing::ORB_PORT) SwingOver(hid, port, unpatches);
     mPatchStore.UpdatePatch(hid, port, Korvo::PatchNotSent);
     mPatchStore.RemoveUnsent();
     if (!mRouterConnected) FlipPorts(hid, OtherLinkPort(port));
 }
 
-/// Puts the prepared route of the other link in the place of the one that has just gone.
-void PatchController::SwingOver(Hid hid, UINT8GIGEPORT port)
+/// Puts the prepared routes of the other link in the place of those that have just gone.
+void PatchController::SwingOver(Hid hid, UINT8GIGEPORT port, const std::vector<LinkPatch>& unpatches)
 {
     const UINT8GIGEPORT other = OtherLinkPort(port);
-    std::vector<OrbPatchInfo*> patches;
-    mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess, patches);
-    for (const OrbPatchInfo* const patch : patches) {
+    std::vector<OrbPatchInfo*> prepared;
+    mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess, prepared);
+    // Destinations of one source share its slots, whichever link feeds them. So a patch that is made on the other link
+    // may have had its audio from the one that has gone.
+    std::vector<OrbPatchInfo*> shared;
+    mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess, shared);
+    for (const OrbPatchInfo* const patch : prepared) {
         if (patch->GetState(other) != Korvo::PatchReserved) continue;
         if (!mDevices->IsOwnDevice(patch->GetDest().GetHid())) continue;
         if (!RouteToSwapTarget(*patch, other)) continue;
         mPatchStore.UpdatePatch(patch->GetDest(), other, Korvo::PatchSuccess);
     }
-    // Destinations of one source share its slots, whichever link feeds them. So a patch that stands as made on the
-    // other link may have had its audio from the one that has gone.
-    patches.clear();
-    mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess, patches);
-    for (const OrbPatchInfo* const patch : patches) {
+    for (const OrbPatchInfo* const patch : shared) {
+        if (patch->GetSource().GetHid() != hid) continue;
         if (!mDevices->IsOwnDevice(patch->GetDest().GetHid())) continue;
-        if (mLinkAllocation.IsListening(ToHidPort(patch->GetSource()), Routing::ORB_PORT,
-                                        ToHidPort(patch->GetDest()))) {
-            continue;
-        }
-        RouteToSwapTarget(*patch, other);
+        if (IsSilenced(patch->GetSwapTarget(), unpatches)) RouteToSwapTarget(*patch, other);
     }
 }
 
 /// Feeds the slots that the destination has on the internal port from where the source arrives on this link port.
 bool PatchController::RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT port)
 {
+    const HidPort source = ToHidPort(patch.GetSource());
     GigeAndSlots sourceLink = patch.GetLink(port);
     GigeAndSlots target = patch.GetSwapTarget();
     AUDIT_STREAM(RouterAudioRoute, "Found a swap target Src " << sourceLink << " Target " << target << '\n');
-    if (!IsUsable(sourceLink) || !IsUsable(target)) {
+    if (!IsUsable(sourceLink) || !IsUsable(target) || IsHeldByAnother(target, source)) {
         AUDIT_STREAM(Fault, "PatchController no way to swing over " << patch.GetDest() << '\n');
         return false;
     }
     CutToShorter(sourceLink, target);
     LinkPatch route;
-    if (mLinkAllocation.Allocate(ToHidPort(patch.GetSource()), sourceLink, ToHidPort(patch.GetDest()), target, route) ==
-        AllocationFailed) {
+    if (mLinkAllocation.Allocate(source, sourceLink, ToHidPort(patch.GetDest()), target, route) == AllocationFailed) {
         return false;
     }
     mPatcher->ProcessPatchUnpatch(route, true);
     return true;
+}
+
+/// Whether one of these slots carries a source other than this one.
+bool PatchController::IsHeldByAnother(const GigeAndSlots& link, HidPort source) const
+{
+    return std::any_of(link.slots.begin(), link.slots.end(), [&](std::uint32_t number) {
+        const LinkSlot& slot = mLinkAllocation.GetSlot(link.port, number);
+        return slot.IsInUse() && slot.mSource != source;
+    });
 }
 
 /// Tells the destinations of this device's patches to listen on the port that is left.

@@ -40,7 +40,11 @@ void PatchStore::GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state
 
 void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state)
 {
-    if (OrbPatchInfo* const patch = FindForUpdate(dest)) patch->UpdatePatch(port, state);
+    OrbPatchInfo* const patch = FindForUpdate(dest);
+    if (!patch) return;
+    mSlots -= patch->CountSlots();
+    patch->UpdatePatch(port, state);
+    mSlots += patch->CountSlots();
 }
 
 void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
@@ -56,17 +60,18 @@ void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::Patc
     OrbPatchInfo* const patch = FindForUpdate(dest);
     if (!patch) return;
     SetLink(*patch, port, state, std::move(link));
-    mSlots -= patch->GetSwapTarget().slots.size();
-    if (!HasRoomFor(swapTarget.slots.size())) swapTarget = {};
-    mSlots += swapTarget.slots.size();
-    patch->SetSwapTarget(std::move(swapTarget));
+    SetSwapTarget(*patch, std::move(swapTarget));
 }
 
 void PatchStore::UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state)
 {
     AUDIT_STREAM(RouterAudioRoute, "PatchStore::UpdatePatch " << hid << " Port " << PortText(port) << state << '\n');
-    for (const auto& entry : PatchesOf(hid))
-        SetLink(*entry.second, port, state, {});
+    for (const auto& entry : PatchesOf(hid)) {
+        OrbPatchInfo& patch = *entry.second;
+        SetLink(patch, port, state, {});
+        // A destination that leaves the port on which its swap target lies gives up those slots.
+        if (patch.GetDest().GetHid() == hid && patch.GetSwapTarget().port == port) SetSwapTarget(patch, {});
+    }
 }
 
 const OrbPatchInfo* PatchStore::Find(const IoPort& dest) const
@@ -131,10 +136,19 @@ const PatchStore::ByNumber& PatchStore::PatchesOf(Hid hid) const
 /// Sets state and link of one port, and keeps the count of the slots held.
 void PatchStore::SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link)
 {
-    mSlots -= patch.GetLink(port).slots.size();
-    if (!HasRoomFor(link.slots.size())) link = {};
+    mSlots -= patch.CountSlots();
+    const std::size_t others = patch.CountSlots() - patch.GetLink(port).slots.size();
+    if (!HasRoomFor(others + link.slots.size())) link = {};
     patch.UpdatePatch(port, state, std::move(link));
-    mSlots += patch.GetLink(port).slots.size();
+    mSlots += patch.CountSlots();
+}
+
+void PatchStore::SetSwapTarget(OrbPatchInfo& patch, Routing::GigeAndSlots&& target)
+{
+    mSlots -= patch.GetSwapTarget().slots.size();
+    if (!HasRoomFor(target.slots.size())) target = {};
+    mSlots += target.slots.size();
+    patch.SetSwapTarget(std::move(target));
 }
 
 PatchStore::Entries::iterator PatchStore::Erase(Entries::iterator entry)
@@ -151,6 +165,8 @@ PatchStore::Entries::iterator PatchStore::Erase(Entries::iterator entry)
 void PatchStore::RemoveFromIndex(Hid hid, std::uint64_t number)
 {
     const auto entry = mByHid.find(hid);
+    // A patch that was stored while memory ran out may lack its place here.
+    if (entry == mByHid.end()) return;
     entry->second.erase(number);
     if (entry->second.empty()) mByHid.erase(entry);
 }

@@ -9,43 +9,59 @@
 #include <string>
 #include <vector>
 
-/// What the controller did to the world, in order, in short words.
+namespace patching {
+
+constexpr Hid Unit = 0xC0014000; // the unit itself, as the network names it
+constexpr Hid Desk = 0xC0010005; // I/O of the own Orb router
+constexpr Hid Box = 0xC0020001;  // the I/O box that is plugged in
+constexpr Hid Far = 0xC0030001;  // an I/O box behind a hub or router
+constexpr Hid Far2 = 0xC0030002; // two more of them
+constexpr Hid Far3 = 0xC0030003;
+constexpr Hid Node = 0xC0034000; // a DSP behind it
+constexpr Hid Zero = 0;          // a DSP in a rack without a number
+
+/// Name of a device in a transcript; one without a name shows its number.
+std::string NameOf(Hid hid);
+/// The device of a name. An unknown name is a device that nobody knows.
+Hid HidOf(const std::string& name);
+
+/// "1[4 5]"
+std::string TextOf(const Routing::GigeAndSlots& link);
+
+/// What the controller did, in order, in short words.
 using Deeds = std::vector<std::string>;
 
-/// A directory of devices that a test fills by hand.
+/// A directory of devices that answers as the real one does, also for the devices of the own unit.
 class FakeDevices : public iDevices
 {
 public:
     struct Device
     {
-        bool isLocal = false;
-        bool isOwn = false;
         /// Gigabit port at the remote end by port, 0xFF if not heard there.
-        std::array<UINT8GIGEPORT, 3> remote{UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT};
+        std::array<UINT8GIGEPORT, 3> remote;
         std::map<AudioPortNumber, std::vector<std::uint32_t>> inputs{};
         std::map<AudioPortNumber, std::vector<std::uint32_t>> outputs{};
     };
+    /// By the HID under which the directory keeps them: nodes by their link form.
     std::map<Hid, Device> devices;
 
     bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) override { return GetDevicePorts(hid, port).IsValid(); }
-    bool IsLocalIo(Hid hid) override { return devices.count(hid) && devices[hid].isLocal; }
-    bool IsOwnDevice(Hid hid) override { return devices.count(hid) && devices[hid].isOwn; }
-    std::vector<std::uint32_t> GetInputLinkSlot(Hid hid, AudioPortNumber port) override
+    bool IsLocalIo(Hid hid) override { return hid == Box; }
+    bool IsOwnDevice(Hid hid) override { return GetRackId(hid) == GetRackId(Unit); }
+    std::vector<std::uint32_t> GetInputLinkSlot(Hid, AudioPortNumber port) override
     {
-        return devices[hid].inputs[port];
+        return devices[Box].inputs[port];
     }
-    std::vector<std::uint32_t> GetOutputLinkSlot(Hid hid, AudioPortNumber port) override
+    std::vector<std::uint32_t> GetOutputLinkSlot(Hid, AudioPortNumber port) override
     {
-        return devices[hid].outputs[port];
+        return devices[Box].outputs[port];
     }
-    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) override
+    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) override;
+    /// As if every remote device were its own router; nobody has reported the local box.
+    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) override
     {
-        const auto device = devices.find(hid);
-        if (device == devices.end() || port > 2 || device->second.remote[port] == UNKNOWN_GIGE_PORT) return {};
-        return {port, device->second.remote[port]};
+        return hid != Box && devices.count(hid) ? ::GetPortAddress(hid, port) : 0;
     }
-    /// The HID's rack with the port side, as if every device were its own router.
-    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) override { return GetPortAddress(hid, port); }
 };
 
 class FakeComms : public iOrbKLVComms
@@ -78,3 +94,5 @@ public:
 private:
     Deeds& mDeeds;
 };
+
+} // namespace patching

@@ -60,6 +60,8 @@ TEST_F(LinkAllocationTest, FirstFitFillsTheGapsOfASourceThatLeft)
     EXPECT_EQ(mAllocation.Allocate(SourceA, Link(0, {7, 8}), 1, DestX, mOut), AllocatedNew);
     EXPECT_EQ(mOut.source, Link(0, {7, 8}));
     EXPECT_EQ(mOut.destination, Link(1, {0, 1}));
+    EXPECT_EQ(mAllocation.GetSlot(1, 0).mNextSlot, 1u);
+    EXPECT_EQ(mAllocation.GetSlot(1, 1).mNextSlot, INVALID_TDM_SLOT);
     EXPECT_EQ(mAllocation.Allocate(SourceB, Link(0, {9, 10}), 1, DestX, mOut), AllocatedNew);
     EXPECT_EQ(mOut.destination, Link(1, {2, 3}));
     EXPECT_EQ(mAllocation.Free(SourceA, 1, DestY, mOut), AllocationFailed) << "a stranger frees nothing";

@@ -8,66 +8,59 @@
 
 #include <gmock/gmock.h>
 
-using Routing::GigeAndSlots;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using Slots = std::vector<std::uint32_t>;
+#include <regex>
+#include <sstream>
 
+namespace patching {
 namespace {
 
-constexpr Hid Own = 0xC0014000;     // the unit itself, as the network names it
-constexpr Hid Desk = 0xC0010005;    // I/O of the own Orb router
-constexpr Hid Box = 0xC0020001;     // the I/O box that is plugged in
-constexpr Hid Far = 0xC0030001;     // an I/O box behind a hub or router
-constexpr Hid FarNode = 0xC0034000; // a DSP behind it
-constexpr Hid Nobody = 0xC0090001;
+using Slots = std::vector<std::uint32_t>;
 
-IoPort In(Hid hid, std::uint32_t index = 1)
-{
-    return IoPort(hid, 1, index);
-}
-IoPort Out(Hid hid, std::uint32_t index = 2)
-{
-    return IoPort(hid, 2, index);
-}
-
+/// Plays a transcript. A line that starts with '>' is an event, the lines below it are what the controller does then.
+///
+///     > [PORT] make|break SOURCE at LINK[SLOTS] to DEST [orig SOURCE]     a command, from port 0 if none is named
+///     > [PORT] success DEST, retry DEVICE, ping                           other commands
+///     > router comes, router goes
+///     > DEVICE comes PORT, DEVICE leaves PORT                             in the directory, and as the controller
+///     hears > DEVICE silent                                                     in the directory alone > turn DEST
+///     pri|sec                                                 from the shell > show DEST its states on both links and
+///     its swap target > counts                                                            slots, destinations, patches
 class PatchControllerTest : public testing::Test
 {
 protected:
     PatchControllerTest()
     {
-        mDevices.devices[0xC0018000] = {false, true, {255, 255, 255}};
-        mDevices.devices[Desk] = {false, true, {0, 255, 255}};
-        mDevices.devices[Box] = {true, false, {255, 3, 4}, {{1, {40}}, {5, {45, 46}}}, {{2, {50}}, {6, {56, 57}}}};
-        mDevices.devices[Far] = {false, false, {255, 7, 8}};
-        mDevices.devices[0xC0038000] = {false, false, {255, 7, 8}};
-        mController.OnLocalHidChanged(Own);
+        mDevices.devices = {{MakeLinkHid(Unit), {{0, 0, 0}}},
+                            {Desk, {{0, 0, 0}}},
+                            {Box, {{255, 3, 4}, {{1, {40}}, {5, {45, 46}}}, {{2, {50}}, {6, {56, 57}}}}},
+                            {Far, {{255, 7, 8}}},
+                            {Far2, {{255, 7, 8}}},
+                            {Far3, {{255, 7, 8}}},
+                            {MakeLinkHid(Node), {{255, 7, 8}}},
+                            {MakeLinkHid(Zero), {{255, 5, 6}}}};
+        mController.OnLocalHidChanged(Unit);
     }
 
-    void Patch(const PatchSource& source, const IoPort& dest, bool make = true, UINT8GIGEPORT from = 0)
+    /// Expects that each event does what stands below it, and nothing else.
+    void Expect(const std::string& transcript)
     {
-        mController.ReceivedRouterPatchAudioCmd(
-            std::make_shared<const RouterPatchAudio>(source, dest, source.GetPort(), make, false), from,
-            StreamType::LOCAL_LINK);
+        std::istringstream lines(transcript.substr(1));
+        std::string seen = "\n";
+        for (std::string line; std::getline(lines, line);) {
+            if (line.front() != '>') continue;
+            seen += line + '\n';
+            mDeeds.clear();
+            Play(line.substr(2));
+            for (const std::string& deed : mDeeds)
+                seen += deed + '\n';
+        }
+        EXPECT_EQ(seen, transcript);
     }
-    void Change(Hid hid, UINT8GIGEPORT port, bool online)
+
+    void Deliver(const RouterPatchAudio& command, UINT8GIGEPORT port)
     {
-        mDevices.devices[hid].remote[port] = online ? UINT8GIGEPORT{9} : UNKNOWN_GIGE_PORT;
-        mController.OnDeviceChange(hid, port, online, StreamType::LOCAL_LINK);
-    }
-    Deeds Take() { return std::exchange(mDeeds, {}); }
-    std::pair<int, int> States(const IoPort& dest) const
-    {
-        const PatchStore& store = mController.GetPatchStore();
-        if (!store.GetPatchState(dest, 1)) return {-1, -1};
-        return {*store.GetPatchState(dest, 1), *store.GetPatchState(dest, 2)};
-    }
-    std::uint32_t SlotsInUse() const
-    {
-        std::uint32_t slots = 0;
-        std::uint32_t dests = 0;
-        mController.GetLinkAllocation().GetCounts(slots, dests);
-        return slots;
+        mController.ReceivedRouterPatchAudioCmd(std::make_shared<const RouterPatchAudio>(command), port,
+                                                StreamType::LOCAL_LINK);
     }
 
     Deeds mDeeds;
@@ -76,311 +69,587 @@ protected:
     FakePatcher mPatcher{mDeeds};
     boost::asio::io_service mService;
     PatchController mController{mService, mDevices, mComms, mPatcher};
-};
 
-using States_ = std::pair<int, int>;
-constexpr int Not = Korvo::PatchNotSent;
-constexpr int Sent = Korvo::PatchSent;
-constexpr int Success = Korvo::PatchSuccess;
-constexpr int Reserved = Korvo::PatchReserved;
+private:
+    static IoPort ToPort(const std::string& text, std::uint32_t style)
+    {
+        const auto slash = text.find('/');
+        return IoPort(HidOf(text.substr(0, slash)), style,
+                      static_cast<std::uint32_t>(std::stoul(text.substr(slash + 1))));
+    }
+
+    void Play(const std::string& event)
+    {
+        static const std::regex patch(R"((\d )?(make|break) (\S+) at (\d+)\[([\d ]*)\] to (\S+)(?: orig (\S+))?)");
+        static const std::regex other(R"((?:(\d) )?(\S+) ?(\S+)? ?(\d+|pri|sec)?)");
+        std::smatch part;
+        if (std::regex_match(event, part, patch)) {
+            Slots slots;
+            std::istringstream numbers(part[5]);
+            for (std::uint32_t slot = 0; numbers >> slot;)
+                slots.push_back(slot);
+            const IoPort source = ToPort(part[3], 1);
+            const auto link = static_cast<std::uint8_t>(std::stoul(part[4]));
+            Deliver(RouterPatchAudio(PatchSource(source, link, slots), ToPort(part[6], 2),
+                                     part[7].matched ? ToPort(part[7], 1) : source, part[2] == "make", false),
+                    part[1].matched ? static_cast<UINT8GIGEPORT>(std::stoul(part[1])) : UINT8GIGEPORT{0});
+        } else if (std::regex_match(event, part, other)) {
+            PlayOther(part[2], part[3], part[4], part[1].matched ? std::stoul(part[1]) : 0);
+        }
+    }
+
+    void PlayOther(const std::string& first, const std::string& second, const std::string& third, unsigned long from)
+    {
+        const auto port = static_cast<UINT8GIGEPORT>(from);
+        const auto type = StreamType::LOCAL_LINK;
+        if (first == "success") {
+            const PatchSucessfulCmd command(ToPort(second, 2));
+            mController.ReceivedPatchSucessfulCmd(std::make_shared<const PatchSucessfulCmd>(command), port, type);
+        } else if (first == "retry") {
+            const AudioPatchRetryForHidCmd command(HidOf(second));
+            mController.ReceivedAudioPatchRetryForHid(std::make_shared<const AudioPatchRetryForHidCmd>(command), port,
+                                                      type);
+        } else if (first == "ping") {
+            mController.ReceivedPingCmd(std::make_shared<const OstrelPingCmd>("ORBMODULE", 0, 0), port, type);
+        } else if (first == "router") {
+            mController.OnNetworkConnectionChanged(second == "comes");
+        } else if (first == "turn") {
+            const IoPort dest = ToPort(second, 2);
+            mController.SendPortBitmap(dest.GetHid(), dest.GetIndex(), third == "sec");
+        } else if (first == "show") {
+            Show(ToPort(second, 2));
+        } else if (first == "counts") {
+            std::uint32_t slots = 0;
+            std::uint32_t dests = 0;
+            mController.GetLinkAllocation().GetCounts(slots, dests);
+            mDeeds.push_back(std::to_string(slots) + " slots, " + std::to_string(dests) + " destinations, " +
+                             std::to_string(mController.GetPatchStore().GetCount()) + " patches");
+        } else {
+            ChangeDevice(HidOf(first), second, third);
+        }
+    }
+
+    void ChangeDevice(Hid hid, const std::string& change, const std::string& where)
+    {
+        const Hid kept = IsIoHid(hid) ? hid : MakeLinkHid(hid);
+        if (change == "silent") {
+            mDevices.devices[kept].remote = {255, 255, 255};
+            return;
+        }
+        const auto port = static_cast<UINT8GIGEPORT>(std::stoul(where));
+        const bool online = change == "comes";
+        if (port == Routing::ORB_PORT && !online) {
+            mDevices.devices.erase(kept);
+        } else if (port < 3) {
+            mDevices.devices[kept].remote[port] = online ? UINT8GIGEPORT{9} : UNKNOWN_GIGE_PORT;
+        }
+        mController.OnDeviceChange(hid, port, online, StreamType::LOCAL_LINK);
+    }
+
+    void Show(const IoPort& dest)
+    {
+        static const std::map<Korvo::PatchState, std::string> states{{Korvo::PatchNotSent, "Not "},
+                                                                     {Korvo::PatchSent, "Sent "},
+                                                                     {Korvo::PatchSuccess, "Success "},
+                                                                     {Korvo::PatchReserved, "Reserved "}};
+        const OrbPatchInfo* const patch = mController.GetPatchStore().Find(dest);
+        if (!patch) return;
+        std::string text;
+        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
+            text += states.at(patch->GetState(port)) + TextOf(patch->GetLink(port)) + " | ";
+        mDeeds.push_back(text + TextOf(patch->GetSwapTarget()));
+    }
+};
 
 } // namespace
 
 TEST_F(PatchControllerTest, ToTheLocalBoxBothPortsAreMadeAndOneBitmapIsSent)
 {
-    Patch(PatchSource(In(Desk), 0, {4}), Out(Box));
-    // The source must be heard on the link as well, and the desk is not.
-    EXPECT_THAT(Take(), IsEmpty());
-
-    Patch(PatchSource(In(Box, 5), 0, {}), Out(Box, 6));
-    EXPECT_THAT(Take(), ElementsAre("route 1[45 46] to 1[56 57]", "send 1: bitmap c0020001 6pri",
-                                    "route 2[45 46] to 2[56 57]"));
-    EXPECT_EQ(States(Out(Box, 6)), States_(Success, Success));
-    EXPECT_EQ(mController.GetPatchStore().GetPatchLink(Out(Box, 6), 2), (GigeAndSlots{2, {45, 46}}));
-
-    Patch(PatchSource(In(Box, 5), 0, {}), Out(Box, 6), false);
-    EXPECT_THAT(Take(), ElementsAre("silence 1[56 57]", "send 1: bitmap c0020001 6pri", "silence 2[56 57]"));
-    EXPECT_EQ(SlotsInUse(), 0u);
-
-    mDevices.devices[Box].remote[1] = UNKNOWN_GIGE_PORT;
-    Patch(PatchSource(In(Far), 0, {11}), Out(Box));
-    EXPECT_THAT(Take(), ElementsAre("route 2[11] to 2[50]", "send 2: bitmap c0020001 2sec"));
-    EXPECT_EQ(States(Out(Box)), States_(Not, Success));
-    Patch(PatchSource(In(Far), 2, {12}), Out(Box));
-    EXPECT_THAT(Take(), ElementsAre("route 2[12] to 2[50]"));
+    Expect(R"(
+> make desk/1 at 0[4] to box/2
+route 0[4] to 1[50]
+send 1: bitmap box 2pri
+route 0[4] to 2[50]
+> make box/5 at 0[] to box/6
+route 1[45 46] to 1[56 57]
+send 1: bitmap box 6pri
+route 2[45 46] to 2[56 57]
+> show box/6
+Success 1[45 46] | Success 2[45 46] | 255[]
+> break box/5 at 0[] to box/6
+silence 1[56 57]
+send 1: bitmap box 6pri
+silence 2[56 57]
+> box leaves 1
+drop 1[50]
+send 255 slave 0.0.0.0: bitmap box 2sec
+> make far/1 at 0[11] to box/6
+route 2[11] to 2[56]
+send 2: bitmap box 6sec
+> make far/1 at 2[12] to box/6
+route 2[12] to 2[56]
+> counts
+2 slots, 2 destinations, 2 patches
+)");
 }
 
 TEST_F(PatchControllerTest, FromTheLocalBoxOneLinkWorksAndTheOtherStandsBy)
 {
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk));
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me",
-                                    "route 1[40] to 0[0]"));
-    EXPECT_EQ(States(Out(Desk)), States_(Success, Reserved));
-
-    // A second destination shares the slot; its first link is made without a route.
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk, 3));
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/3 orig c0020001/1 use-me"));
-    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Reserved));
-
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk), false);
-    EXPECT_THAT(Take(), ElementsAre("send 0: break c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me"));
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk, 3), false);
-    EXPECT_THAT(Take(),
-                ElementsAre("send 0: break c0018000/0 at 0[0] to c0010005/3 orig c0020001/1 use-me", "silence 0[0]"));
-    EXPECT_EQ(SlotsInUse(), 0u);
-    EXPECT_EQ(mController.GetPatchStore().GetCount(), 0u);
+    Expect(R"(
+> make box/1 at 0[] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig box/1 use-me
+route 1[40] to 0[0]
+> show desk/2
+Success 1[40] | Reserved 2[40] | 0[0]
+> make box/1 at 0[] to desk/3
+send 0: make unit/0 at 0[0] to desk/3 orig box/1 use-me
+> show desk/3
+Success 1[40] | Reserved 2[40] | 0[0]
+> break box/1 at 0[] to desk/2
+send 0: break unit/0 at 0[0] to desk/2 orig box/1 use-me
+> break box/1 at 0[] to desk/3
+send 0: break unit/0 at 0[0] to desk/3 orig box/1 use-me
+silence 0[0]
+> counts
+0 slots, 0 destinations, 0 patches
+)");
 }
 
 TEST_F(PatchControllerTest, FromTheOrbRouterToALinkTheNextNodeLearnsPortAndSlots)
 {
-    Patch(PatchSource(In(Desk), 0, {30, 31}), Out(Far));
-    EXPECT_THAT(Take(), ElementsAre("route 0[30 31] to 1[0 1]",
-                                    "send 1: make c0018000/0 at 7[0 1] to c0030001/2 orig c0010005/1",
-                                    "route 0[30 31] to 2[0 1]",
-                                    "send 2: make c0018000/0 at 8[0 1] to c0030001/2 orig c0010005/1"));
-    EXPECT_EQ(States(Out(Far)), States_(Sent, Sent));
-    mController.ReceivedPatchSucessfulCmd(std::make_shared<const PatchSucessfulCmd>(Out(Far)), 2,
-                                          StreamType::LOCAL_LINK);
-    EXPECT_EQ(States(Out(Far)), States_(Sent, Success));
-    Patch(PatchSource(In(Desk), 1, {30, 31}), Out(Far, 5));
-    EXPECT_THAT(Take(), ElementsAre("send 1: make c0018000/0 at 7[0 1] to c0030001/5 orig c0010005/1"));
-    Patch(PatchSource(In(Desk), 0, {30, 31}), Out(Far), false);
-    EXPECT_THAT(Take(),
-                ElementsAre("send 1: break c0018000/0 at 7[0 1] to c0030001/2 orig c0010005/1", "silence 2[0 1]",
-                            "send 2: break c0018000/0 at 8[0 1] to c0030001/2 orig c0010005/1"));
+    Expect(R"(
+> make desk/1 at 0[30 31] to far/2
+route 0[30 31] to 1[0 1]
+send 1: make unit/0 at 7[0 1] to far/2 orig desk/1
+route 0[30 31] to 2[0 1]
+send 2: make unit/0 at 8[0 1] to far/2 orig desk/1
+> 2 success far/2
+> show far/2
+Sent 0[30 31] | Success 0[30 31] | 255[]
+> make desk/1 at 1[30 31] to far/5
+send 1: make unit/0 at 7[0 1] to far/5 orig desk/1
+> break desk/1 at 0[30 31] to far/2
+send 1: break unit/0 at 7[0 1] to far/2 orig desk/1
+silence 2[0 1]
+send 2: break unit/0 at 8[0 1] to far/2 orig desk/1
+)");
 }
 
 TEST_F(PatchControllerTest, ARemoteSourceIsAskedForAtItsNode)
 {
-    mDevices.devices[0xC0038000].remote[2] = UNKNOWN_GIGE_PORT;
-    Patch(PatchSource(IoPort(FarNode, 1, 3), 0, {}), Out(Far));
-    EXPECT_THAT(Take(), ElementsAre("send 255 slave 192.3.5.0: make c0034000/3 at 0[] to c0030001/2 orig c0034000/3"));
-    EXPECT_EQ(States(Out(Far)), States_(Sent, Not));
-    Patch(PatchSource(In(Nobody), 0, {}), Out(Nobody));
-    EXPECT_THAT(Take(), IsEmpty());
-
-    const auto retry = std::make_shared<const AudioPatchRetryForHidCmd>(Far);
-    mController.ReceivedAudioPatchRetryForHid(retry, 1, StreamType::LOCAL_LINK);
-    EXPECT_THAT(Take(),
-                ElementsAre("send 255 slave 192.3.5.0: make c0034000/3 at 255[] to c0030001/2 orig c0034000/3"));
-    mController.ReceivedAudioPatchRetryForHid(retry, 2, StreamType::LOCAL_LINK);
-    EXPECT_THAT(Take(), IsEmpty());
+    Expect(R"(
+> make node/3 at 0[] to far/2
+send 255 slave 192.3.5.0: make node/3 at 0[] to far/2 orig node/3
+send 255 slave 192.3.6.0: make node/3 at 0[] to far/2 orig node/3
+> show far/2
+Sent 255[] | Sent 255[] | 255[]
+> make zero/3 at 2[] to far/4
+send 255 slave 0.0.6.0: make zero/3 at 2[] to far/4 orig zero/3
+> make nobody/1 at 0[] to nobody/2
+> 1 retry far
+send 255 slave 0.0.0.0: make node/3 at 255[] to far/2 orig node/3
+> make far/1 at 0[] to far2/5
+send 255 slave 192.3.5.0: make far/1 at 0[] to far2/5 orig far/1
+send 255 slave 192.3.6.0: make far/1 at 0[] to far2/5 orig far/1
+> 2 retry far2
+send 255 slave 192.3.6.0: make far/1 at 255[] to far2/5 orig far/1
+)");
 }
 
 TEST_F(PatchControllerTest, WithARouterTheOrbRouterHearsWhatConcernsIt)
 {
-    Patch(PatchSource(In(Nobody), 0, {}), Out(Nobody));
-    mController.OnNetworkConnectionChanged(true);
-    EXPECT_EQ(mController.GetPatchStore().GetCount(), 0u) << "the router does not know that patch";
-    Patch(PatchSource(In(Desk), 0, {1}), Out(Desk), true, 1);
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0010005/1 at 0[1] to c0010005/2 orig c0010005/1",
-                                    "send 1 master: success c0010005/2"));
-    EXPECT_EQ(mController.GetPatchStore().GetCount(), 0u);
-
-    Patch(PatchSource(In(Far), 0, {9}), Out(Desk), true, 2);
-    EXPECT_THAT(Take(), ElementsAre("send 2 master: success c0010005/2",
-                                    "send 0: make c0018000/0 at 0[0] to c0010005/2 orig c0030001/1 use-me",
-                                    "route 2[9] to 0[0]"));
-    Patch(PatchSource(In(Far), 0, {19}), Out(Desk), true, 1);
-    EXPECT_THAT(Take(), ElementsAre("send 1 master: success c0010005/2"));
-    EXPECT_EQ(States(Out(Desk)), States_(Reserved, Success));
-
-    Patch(PatchSource(In(Far), 0, {9}), Out(Nobody), true, 2);
-    EXPECT_THAT(Take(), IsEmpty());
-    Patch(PatchSource(In(Desk), 0, {}), Out(Far), true, 2);
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0010005/1 at 2[] to c0030001/2 orig c0010005/1"));
-
-    // The Orb router answers on port 0 with the slots; the link is the one that it was told.
-    Patch(PatchSource(In(Desk), 2, {33}), Out(Far));
-    EXPECT_THAT(Take(),
-                ElementsAre("route 0[33] to 2[0]", "send 2: make c0018000/0 at 8[0] to c0030001/2 orig c0010005/1"));
-    EXPECT_EQ(States(Out(Far)), States_(Not, Success));
-    Patch(PatchSource(In(Desk), 0, {33}), Out(Far), false);
-    EXPECT_THAT(Take(), ElementsAre("silence 2[0]", "send 2: break c0018000/0 at 8[0] to c0030001/2 orig c0010005/1"));
-
-    Change(Far, 2, false);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0]", "route 1[19] to 0[0]")) << "no ports are flipped";
+    Expect(R"(
+> make nobody/1 at 0[] to nobody/2
+> router comes
+> counts
+0 slots, 0 destinations, 0 patches
+> 1 make desk/1 at 0[1] to desk/2
+send 0: make desk/1 at 0[1] to desk/2 orig desk/1
+send 1 master: success desk/2
+> counts
+0 slots, 0 destinations, 0 patches
+> 2 make far/1 at 0[9] to desk/2
+send 2 master: success desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig far/1 use-me
+route 2[9] to 0[0]
+> 1 make far/1 at 0[19] to desk/2
+send 1 master: success desk/2
+> show desk/2
+Reserved 1[19] | Success 2[9] | 0[0]
+> 2 make far/1 at 0[9] to nobody/2
+> 2 make desk/1 at 0[] to far/2
+send 0: make desk/1 at 2[] to far/2 orig desk/1
+> make desk/1 at 2[33] to far/2
+route 0[33] to 2[0]
+send 2: make unit/0 at 8[0] to far/2 orig desk/1
+> show far/2
+Not 255[] | Success 0[33] | 255[]
+> break desk/1 at 0[33] to far/2
+silence 2[0]
+send 2: break unit/0 at 8[0] to far/2 orig desk/1
+> far leaves 2
+drop 0[0]
+route 1[19] to 0[0]
+> 1 make far/1 at 0[9] to nobody/2
+> router goes
+> counts
+1 slots, 1 destinations, 2 patches
+)");
 }
 
 TEST_F(PatchControllerTest, AFailedPatchIsAskedForOnceWhenItsDeviceComes)
 {
-    mController.OnNetworkConnectionChanged(true);
-    mDevices.devices[Far].remote[1] = UNKNOWN_GIGE_PORT;
-    for (const std::uint32_t index : {2u, 3u}) {
-        Patch(PatchSource(In(Desk), 0, {}), Out(Far, index), true, 1);
-        EXPECT_THAT(Take(), ElementsAre("send 1 master: failed c0010005/1 to c0030001/" + std::to_string(index)));
-    }
-    Change(Far, 2, true);
-    EXPECT_THAT(Take(), IsEmpty());
-    Change(Far, 1, true);
-    EXPECT_THAT(Take(), ElementsAre("send 1 master: retry c0030001"));
-    Change(Far, 1, true);
-    EXPECT_THAT(Take(), IsEmpty());
-
-    mDevices.devices[Far].remote[1] = UNKNOWN_GIGE_PORT;
-    Patch(PatchSource(In(Desk), 0, {}), Out(Far), true, 1);
-    Change(Far, 1, false);
-    Take();
-    Change(Far, 1, true);
-    EXPECT_THAT(Take(), IsEmpty()) << "what was owed ended with the device's going";
+    Expect(R"(
+> router comes
+> far silent
+> 1 make desk/1 at 0[] to far/2
+send 1 master: failed desk/1 to far/2
+> 1 make desk/1 at 0[] to far/3
+send 1 master: failed desk/1 to far/3
+> far comes 2
+> far comes 1
+send 1 master: retry far
+> far comes 1
+> far silent
+> 1 make desk/1 at 0[] to far/2
+send 1 master: failed desk/1 to far/2
+> far leaves 1
+drop
+> far comes 1
+)");
 }
 
 TEST_F(PatchControllerTest, TheLossOfALinkSwingsThePreparedRouteOver)
 {
-    Patch(PatchSource(In(Box, 5), 0, {}), Out(Desk));
-    Patch(PatchSource(In(Box, 5), 0, {}), Out(Desk, 3));
-    Patch(PatchSource(In(Box), 0, {}), Out(Far));
-    Take();
-    Change(Box, 1, false);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0 1]", "route 2[45 46] to 0[0 1]", "route 2[45 46] to 0[0 1]",
-                                    "send 255 slave 192.1.6.0: bitmap c0010005 2sec 3sec"));
-    EXPECT_EQ(States(Out(Desk)), States_(Not, Success));
-    Change(Box, 1, true);
-    EXPECT_EQ(States(Out(Desk)), States_(Reserved, Success));
-    Take();
-    Change(Box, 2, false);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0 1]", "route 1[45 46] to 0[0 1]", "route 1[45 46] to 0[0 1]",
-                                    "send 255 slave 192.1.5.0: bitmap c0010005 2pri 3pri"));
-    Change(Box, 1, false);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0 1]"));
-    EXPECT_EQ(mController.GetPatchStore().GetCount(), 0u);
-    EXPECT_EQ(SlotsInUse(), 0u);
+    Expect(R"(
+> make box/5 at 0[] to desk/2
+send 0: make unit/0 at 0[0 1] to desk/2 orig box/5 use-me
+route 1[45 46] to 0[0 1]
+> make box/5 at 0[] to desk/3
+send 0: make unit/0 at 0[0 1] to desk/3 orig box/5 use-me
+> box leaves 1
+drop 0[0 1]
+route 2[45 46] to 0[0 1]
+route 2[45 46] to 0[0 1]
+send 255 slave 192.1.6.0: bitmap desk 2sec 3sec
+> show desk/2
+Not 255[] | Success 2[45 46] | 0[0 1]
+> box comes 1
+> show desk/2
+Reserved 1[45 46] | Success 2[45 46] | 0[0 1]
+> box leaves 2
+drop 0[0 1]
+route 1[45 46] to 0[0 1]
+route 1[45 46] to 0[0 1]
+send 255 slave 192.1.5.0: bitmap desk 2pri 3pri
+> box leaves 1
+drop 0[0 1]
+> counts
+0 slots, 0 destinations, 0 patches
+)");
 }
 
 TEST_F(PatchControllerTest, ADestinationThatSharesSlotsOutlivesTheLinkThatFedThem)
 {
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk));
-    Change(Box, 1, false);
-    Change(Box, 1, true);
-    // The slot is fed over link 2, but for the second destination link 1 counts as the working one.
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk, 3));
-    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Reserved));
-    Take();
-    Change(Box, 2, false);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0]", "route 1[40] to 0[0]", "route 1[40] to 0[0]",
-                                    "send 255 slave 192.1.5.0: bitmap c0010005 2pri 3pri"));
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk), false);
-    EXPECT_THAT(Take(), ElementsAre("send 0: break c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me"))
-        << "the other destination still listens";
+    // After the swing the slot is fed over link 2, but for the second destination link 1 counts as the working one.
+    Expect(R"(
+> make box/1 at 0[] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig box/1 use-me
+route 1[40] to 0[0]
+> box leaves 1
+drop 0[0]
+route 2[40] to 0[0]
+send 255 slave 192.1.6.0: bitmap desk 2sec
+> box comes 1
+> make box/1 at 0[] to desk/3
+send 0: make unit/0 at 0[0] to desk/3 orig box/1 use-me
+> show desk/3
+Success 1[40] | Reserved 2[40] | 0[0]
+> box leaves 2
+drop 0[0]
+route 1[40] to 0[0]
+route 1[40] to 0[0]
+send 255 slave 192.1.5.0: bitmap desk 2pri 3pri
+> break box/1 at 0[] to desk/2
+send 0: break unit/0 at 0[0] to desk/2 orig box/1 use-me
+> break box/1 at 0[] to desk/3
+send 0: break unit/0 at 0[0] to desk/3 orig box/1 use-me
+silence 0[0]
+)");
 }
 
-TEST_F(PatchControllerTest, ADestinationThatJoinsWhileTheOtherLinkWasOnlyAskedSharesTheSlots)
+TEST_F(PatchControllerTest, WhatTheDesksOwnIoHeardFallsSilentWhenItLeaves)
 {
-    Patch(PatchSource(In(Far), 0, {20}), Out(Desk), true, 1);
-    mDevices.devices[Far].remote = {UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT};
-    Patch(PatchSource(In(Far), 0, {}), Out(Desk, 3));
-    Change(Far, 1, true);
-    Change(Far, 2, true);
-    EXPECT_EQ(States(Out(Desk, 3)), States_(Sent, Sent));
-    Take();
-    Patch(PatchSource(In(Far), 0, {20}), Out(Desk, 3), true, 1);
-    EXPECT_THAT(Take(), IsEmpty());
-    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Sent));
-    Patch(PatchSource(In(Far), 0, {30}), Out(Desk, 3), true, 2);
-    EXPECT_THAT(Take(), IsEmpty());
-    EXPECT_EQ(States(Out(Desk, 3)), States_(Success, Reserved));
+    Expect(R"(
+> 1 make far/1 at 0[20] to desk/9
+send 0: make unit/0 at 0[0] to desk/9 orig far/1 use-me
+route 1[20] to 0[0]
+> make box/1 at 0[] to desk/2
+send 0: make unit/1 at 0[1] to desk/2 orig box/1 use-me
+route 1[40] to 0[1]
+> desk leaves 0
+drop 0[0 1]
+send 255 slave 0.0.0.0: bitmap desk 2pri 9pri
+> box leaves 2
+drop
+send 255 slave 0.0.0.0: bitmap desk 2pri
+> box comes 2
+> box leaves 1
+drop
+> box comes 1
+> counts
+0 slots, 0 destinations, 2 patches
+> desk comes 0
+send 255 slave 192.3.6.0: make far/1 at 255[] to desk/9 orig far/1
+> make box/1 at 0[] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig box/1 use-me
+route 1[40] to 0[0]
+> show desk/2
+Success 1[40] | Reserved 2[40] | 0[0]
+)");
+}
 
-    Change(Far, 1, false);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0]")) << "it knows no place to swing over to";
-    EXPECT_EQ(States(Out(Desk, 3)), States_(Not, Reserved));
-    Patch(PatchSource(In(Far), 0, {30}), Out(Desk, 3), true, 2);
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/3 orig c0030001/1 use-me",
-                                    "route 2[30] to 0[0]"));
+TEST_F(PatchControllerTest, ASlotOfAnotherSourceIsLeftAloneWhenADeviceLeaves)
+{
+    // A destination that is patched anew without a break keeps its first source in the store.
+    Expect(R"(
+> make box/1 at 1[] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig box/1 use-me
+route 1[40] to 0[0]
+> make box/5 at 2[] to desk/2
+send 0: make unit/1 at 0[1 2] to desk/2 orig box/5 use-me
+route 2[45 46] to 0[1 2]
+> box leaves 1
+drop 0[0]
+send 255 slave 192.1.6.0: bitmap desk 2sec
+> break box/5 at 2[] to desk/2
+send 0: break unit/1 at 0[1 2] to desk/2 orig box/5 use-me
+silence 0[1 2]
+> 1 make far/2 at 0[60] to desk/0
+send 0: make unit/0 at 0[0] to desk/0 orig far/2 use-me
+route 1[60] to 0[0]
+> 2 make far3/0 at 0[80] to desk/0
+send 0: make unit/1 at 0[1] to desk/0 orig far3/0 use-me
+route 2[80] to 0[1]
+> far3 leaves 2
+drop 0[1]
+> 1 make far2/1 at 0[70] to desk/5
+send 0: make unit/1 at 0[1] to desk/5 orig far2/1 use-me
+route 1[70] to 0[1]
+> far leaves 1
+drop 0[0]
+send 255 slave 192.1.6.0: bitmap desk 0sec
+> far comes 1
+send 255 slave 192.3.5.0: make far/2 at 255[] to desk/0 orig far/2
+> 1 make far/2 at 0[60] to desk/7
+send 0: make unit/0 at 0[0] to desk/7 orig far/2 use-me
+route 1[60] to 0[0]
+> 1 make far2/1 at 0[70] to desk/7
+send 0: make unit/1 at 0[1] to desk/7 orig far2/1 use-me
+> 2 make far2/1 at 0[71] to desk/7
+> show desk/7
+Success 1[70] | Reserved 2[71] | 0[1]
+> far leaves 1
+drop 0[0]
+send 255 slave 192.1.6.0: bitmap desk 0sec
+> 1 break far2/1 at 0[70] to desk/7
+send 0: break unit/1 at 0[1] to desk/7 orig far2/1 use-me
+)");
+}
+
+TEST_F(PatchControllerTest, EachDestinationOfALateSourceIsToldItsSlots)
+{
+    Expect(R"(
+> box silent
+> make box/1 at 0[] to desk/2
+> make box/1 at 0[] to desk/3
+> box comes 1
+> box comes 2
+> show desk/3
+Reserved 1[40] | Reserved 2[40] | 255[]
+> make box/1 at 0[] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig box/1 use-me
+route 1[40] to 0[0]
+> make box/1 at 0[] to desk/3
+send 0: make unit/0 at 0[0] to desk/3 orig box/1 use-me
+> show desk/3
+Success 1[40] | Reserved 2[40] | 0[0]
+> 1 make far/1 at 0[20] to desk/4
+send 0: make unit/1 at 0[1] to desk/4 orig far/1 use-me
+route 1[20] to 0[1]
+> make far/1 at 0[] to desk/5
+send 255 slave 192.3.5.0: make far/1 at 0[] to desk/5 orig far/1
+send 255 slave 192.3.6.0: make far/1 at 0[] to desk/5 orig far/1
+> far comes 1
+send 255 slave 192.3.5.0: make far/1 at 255[] to desk/5 orig far/1
+> far comes 2
+send 255 slave 192.3.6.0: make far/1 at 255[] to desk/4 orig far/1
+send 255 slave 192.3.6.0: make far/1 at 255[] to desk/5 orig far/1
+> 1 make far/1 at 0[20] to desk/5
+send 0: make unit/1 at 0[1] to desk/5 orig far/1 use-me
+> 2 make far/1 at 0[30] to desk/5
+> show desk/5
+Success 1[20] | Reserved 2[30] | 0[1]
+> far leaves 1
+drop 0[1]
+route 2[30] to 0[1]
+send 255 slave 192.1.6.0: bitmap desk 5sec
+)");
+}
+
+TEST_F(PatchControllerTest, APatchThatLostItsSlotsForgetsThem)
+{
+    Expect(R"(
+> 1 make far/1 at 0[20] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig far/1 use-me
+route 1[20] to 0[0]
+> far comes 2
+send 255 slave 192.3.6.0: make far/1 at 255[] to desk/2 orig far/1
+> far leaves 1
+drop 0[0]
+> show desk/2
+Not 255[] | Sent 255[] | 255[]
+> make box/1 at 1[] to desk/4
+send 0: make unit/0 at 0[0] to desk/4 orig box/1 use-me
+route 1[40] to 0[0]
+> 2 make far/1 at 0[30] to desk/3
+send 0: make unit/1 at 0[1] to desk/3 orig far/1 use-me
+route 2[30] to 0[1]
+> far comes 1
+send 255 slave 192.3.5.0: make far/1 at 255[] to desk/2 orig far/1
+send 255 slave 192.3.5.0: make far/1 at 255[] to desk/3 orig far/1
+> 2 make far/1 at 0[30] to desk/2
+send 0: make unit/1 at 0[1] to desk/2 orig far/1 use-me
+)");
+}
+
+TEST_F(PatchControllerTest, AMakeThatFindsNoRoomKeepsNothing)
+{
+    Deliver(RouterPatchAudio(PatchSource(IoPort(Far, 1, 9), 0, Slots(511, 7)), IoPort(Desk, 2, 9), IoPort(Far, 1, 9),
+                             true, false),
+            1);
+    Expect(R"(
+> make box/5 at 0[] to desk/2
+> show desk/2
+Not 255[] | Not 255[] | 255[]
+> make box/1 at 0[] to desk/3
+send 0: make unit/511 at 0[511] to desk/3 orig box/1 use-me
+route 1[40] to 0[511]
+> counts
+512 slots, 512 destinations, 3 patches
+)");
 }
 
 TEST_F(PatchControllerTest, ADeviceThatComesBackGetsItsPatchesAgain)
 {
-    for (const Hid hid : {Box, Far, Hid(0xC0038000)}) {
-        mDevices.devices[hid].remote = {UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT, UNKNOWN_GIGE_PORT};
-    }
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk));
-    Patch(PatchSource(In(Box), 0, {}), Out(Box));
-    Patch(PatchSource(In(Desk), 1, {}), Out(Far));
-    Patch(PatchSource(In(Far), 0, {}), Out(Desk, 7));
-    EXPECT_THAT(Take(), IsEmpty());
-
-    Change(Box, 1, true);
-    EXPECT_THAT(Take(), ElementsAre("route 1[40] to 1[50]"));
-    EXPECT_EQ(States(Out(Desk)), States_(Reserved, Not));
-    Change(Box, 2, true);
-    EXPECT_THAT(Take(), ElementsAre("route 2[40] to 2[50]"));
-    EXPECT_EQ(States(Out(Desk)), States_(Reserved, Reserved));
-    EXPECT_EQ(mController.GetPatchStore().GetPatchLink(Out(Desk), 2), (GigeAndSlots{2, {40}}));
-    Patch(PatchSource(In(Box), 0, {}), Out(Desk));
-    EXPECT_THAT(Take(), ElementsAre("send 0: make c0018000/0 at 0[0] to c0010005/2 orig c0020001/1 use-me",
-                                    "route 1[40] to 0[0]"));
-    EXPECT_EQ(States(Out(Desk)), States_(Success, Reserved));
-
-    Change(Far, 2, true);
-    EXPECT_THAT(Take(),
-                ElementsAre("send 0: make c0010005/1 at 2[] to c0030001/2 orig c0010005/1",
-                            "send 255 slave 192.3.6.0: make c0030001/1 at 255[] to c0010005/7 orig c0030001/1"));
-    EXPECT_EQ(States(Out(Desk, 7)), States_(Not, Sent));
+    Expect(R"(
+> box silent
+> far silent
+> make box/1 at 0[] to box/2
+> make desk/1 at 1[] to far/2
+> make far/1 at 0[] to desk/7
+> box comes 1
+route 1[40] to 1[50]
+> box comes 2
+route 2[40] to 2[50]
+> far comes 2
+send 0: make desk/1 at 2[] to far/2 orig desk/1
+send 255 slave 192.3.6.0: make far/1 at 255[] to desk/7 orig far/1
+> show desk/7
+Not 255[] | Sent 255[] | 255[]
+)");
 }
 
 TEST_F(PatchControllerTest, APingIsAnsweredWhenARouterIsThere)
 {
-    const auto ping = std::make_shared<const OstrelPingCmd>("ORBMODULE", 0, 0);
-    Patch(PatchSource(In(Box, 5), 0, {}), Out(Desk));
-    Patch(PatchSource(In(Box, 5), 0, {}), Out(Desk, 3));
-    Take();
-    mController.ReceivedPingCmd(ping, 1, StreamType::LOCAL_LINK);
-    EXPECT_THAT(Take(), IsEmpty());
-    mController.OnNetworkConnectionChanged(true);
-    mController.ReceivedPingCmd(ping, 1, StreamType::LOCAL_LINK);
-    mController.ReceivedPingCmd(ping, 2, StreamType::LOCAL_LINK);
-    EXPECT_THAT(Take(), ElementsAre("send 1 master: ping 192.1.5.0 2 4", "send 2 master: ping 192.1.6.0 2 4"));
+    Expect(R"(
+> make box/5 at 0[] to desk/2
+send 0: make unit/0 at 0[0 1] to desk/2 orig box/5 use-me
+route 1[45 46] to 0[0 1]
+> make box/5 at 0[] to desk/3
+send 0: make unit/0 at 0[0 1] to desk/3 orig box/5 use-me
+> 1 ping
+> router comes
+> 1 ping
+send 1 master: ping 192.1.5.0 2 4
+> 2 ping
+send 2 master: ping 192.1.6.0 2 4
+)");
 }
 
 TEST_F(PatchControllerTest, ANodeThatLeavesIsKnownByItsLinkForm)
 {
-    Patch(PatchSource(IoPort(FarNode, 1, 3), 0, {20}), Out(Desk), true, 1);
-    Take();
-    mController.OnDeviceChange(FarNode, 1, false, StreamType::LOCAL_LINK);
-    EXPECT_THAT(Take(), ElementsAre("drop 0[0]"));
-    EXPECT_EQ(mController.GetPatchStore().GetCount(), 0u);
+    Expect(R"(
+> 1 make node/3 at 0[20] to desk/2
+send 0: make unit/0 at 0[0] to desk/2 orig node/3 use-me
+route 1[20] to 0[0]
+> 1 make zero/3 at 0[21] to desk/3
+send 0: make unit/1 at 0[1] to desk/3 orig zero/3 use-me
+route 1[21] to 0[1]
+> node leaves 1
+drop 0[0]
+> zero-node leaves 1
+drop 0[1]
+)");
 }
 
 TEST_F(PatchControllerTest, AnEngineerCanTurnOnePortOfADevice)
 {
-    mController.SendPortBitmap(Box, 9, true);
-    mDevices.devices[Box].remote[2] = UNKNOWN_GIGE_PORT;
-    mController.SendPortBitmap(Box, 9, true);
-    mController.SendPortBitmap(Box, 9, false);
-    EXPECT_THAT(Take(), ElementsAre("send 2: bitmap c0020001 9sec", "send 1: bitmap c0020001 9sec",
-                                    "send 1: bitmap c0020001 9pri"));
-}
-
-TEST_F(PatchControllerTest, SlotsThatAPeerMadeUpAreNotRouted)
-{
-    for (const Slots& slots : {Slots{}, Slots{512}, Slots{1, INVALID_TDM_SLOT}, Slots(513, 1)}) {
-        for (const bool make : {true, false}) {
-            Patch(PatchSource(In(Far), 0, slots), Out(Box), make);
-            Patch(PatchSource(In(Far), 0, slots), Out(Desk), make, 1);
-            Patch(PatchSource(In(Desk), 0, slots), Out(Far), make);
-        }
-    }
-    mDevices.devices[Box].outputs[2] = {512};
-    Patch(PatchSource(In(Far), 0, {1}), Out(Box));
-    mDevices.devices[Box].inputs[1] = {70000};
-    Patch(PatchSource(In(Box), 0, {1}), Out(Desk));
-    EXPECT_THAT(Take(), IsEmpty());
-    EXPECT_EQ(SlotsInUse(), 0u);
-    mController.ReceivedRouterPatchAudioCmd(nullptr, 0, StreamType::LOCAL_LINK);
-    mController.ReceivedPatchSucessfulCmd(nullptr, 0, StreamType::LOCAL_LINK);
-    mController.ReceivedAudioPatchRetryForHid(nullptr, 0, StreamType::LOCAL_LINK);
-    mController.ReceivedPingCmd(nullptr, 0, StreamType::LOCAL_LINK);
-    mController.OnDeviceChange(Box, 77, false, StreamType::LOCAL_LINK);
-    mController.OnDeviceChange(Box, 77, true, StreamType::LOCAL_LINK);
+    Expect(R"(
+> turn box/9 sec
+send 2: bitmap box 9sec
+> box leaves 2
+drop
+> turn box/9 sec
+send 1: bitmap box 9sec
+> turn box/9 pri
+send 1: bitmap box 9pri
+)");
 }
 
 TEST_F(PatchControllerTest, OfUnequalListsTheShorterCounts)
 {
-    Patch(PatchSource(In(Far), 1, {1, 2, 3}), Out(Box, 6));
-    Patch(PatchSource(In(Far, 9), 2, {4}), Out(Box, 6));
-    EXPECT_THAT(Take(), ElementsAre("route 1[1 2] to 1[56 57]", "route 2[4] to 2[56]"));
-    EXPECT_EQ(SlotsInUse(), 3u);
-    Patch(PatchSource(In(Far, 9), 2, {4}), Out(Box, 6), false);
-    EXPECT_THAT(Take(), ElementsAre("silence 2[56 57]"));
-    EXPECT_EQ(SlotsInUse(), 2u);
+    Expect(R"(
+> make far/1 at 1[1 2 3] to box/6
+route 1[1 2] to 1[56 57]
+> make far/9 at 2[4] to box/6
+route 2[4] to 2[56]
+> break far/9 at 2[4] to box/6
+silence 2[56 57]
+> counts
+2 slots, 2 destinations, 0 patches
+)");
 }
+
+TEST_F(PatchControllerTest, WhatAPeerMadeUpDoesNothing)
+{
+    Expect(R"(
+> make far/1 at 0[] to box/2
+> 1 make far/1 at 0[512] to desk/2
+> make desk/1 at 0[1 4294967295] to far/2
+> break desk/1 at 0[1 4294967295] to far/2
+> 1 break far/1 at 0[512] to desk/2
+> box leaves 77
+drop
+> box comes 77
+> far9 leaves 2
+drop
+> counts
+0 slots, 0 destinations, 0 patches
+)");
+    mDeeds.clear();
+    mDevices.devices[Box].outputs[2] = {512};
+    mDevices.devices[Box].inputs[1] = {70000};
+    const IoPort far(Far, 1, 1);
+    Deliver(RouterPatchAudio(PatchSource(far, 0, Slots(513, 1)), IoPort(Desk, 2, 2), far, true, false), 1);
+    Deliver(RouterPatchAudio(PatchSource(far, 0, {1}), IoPort(Box, 2, 2), far, true, false), 0);
+    const IoPort box(Box, 1, 1);
+    Deliver(RouterPatchAudio(PatchSource(box, 0, {1}), IoPort(Desk, 2, 3), box, true, false), 0);
+    EXPECT_EQ(mDeeds, Deeds());
+    mController.ReceivedRouterPatchAudioCmd(nullptr, 0, StreamType::LOCAL_LINK);
+    mController.ReceivedPatchSucessfulCmd(nullptr, 0, StreamType::LOCAL_LINK);
+    mController.ReceivedAudioPatchRetryForHid(nullptr, 0, StreamType::LOCAL_LINK);
+    mController.ReceivedPingCmd(nullptr, 0, StreamType::LOCAL_LINK);
+}
+
+} // namespace patching
