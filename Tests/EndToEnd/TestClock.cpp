@@ -74,6 +74,7 @@ TEST_F(Clock, SelectsLocksLosesAndFallsBack)
     ExpectPll("1");
     for (const std::string event : {"0", "1"}) {
         Measure("1", In48k);
+        mControl.WaitForRegister(ReferenceBlock, Pending, MeasurementBit, 0);
         ExpectPll("1");
         mControl.Ask("event 0004 " + event);
         ExpectPll("0");

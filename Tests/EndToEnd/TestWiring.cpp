@@ -181,7 +181,7 @@ TEST(Slots, HearWhatANeighbourReports)
     network.Plug(0, router);
     network.GetOrb().WaitForUpdate(RemoteRouterUpdate, router.hid);
     Peer& peer = network.GetNeighbour(0);
-    network.GetLog().WaitForLine("DeviceManager::OnMasterHidChanged Current INVALID_HID  New 0.64:8000");
+    network.GetLog().WaitForLine(" New 0.64:8000");
     peer.Tell("command 841 u32:0x00400001 u32:5 on=data");
     network.GetLog().WaitForLine("ReceivedPatchSucessfulCmd ");
     peer.Tell("command 835 u32:0x00400001 on=data");
