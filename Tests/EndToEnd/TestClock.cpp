@@ -8,6 +8,7 @@
 #include <thread>
 
 using namespace stage;
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
@@ -80,7 +81,8 @@ TEST_F(Clock, SelectsLocksLosesAndFallsBack)
         ExpectPll("0");
     }
     EXPECT_EQ(mShell.Ask("clock/active"), "Internal\n");
-    EXPECT_THAT(mShell.Ask("clock/status"), Not(HasSubstr("[selected")));
+    EXPECT_THAT(mShell.Ask("clock/status"),
+                AllOf(HasSubstr("  1    true       0 unstable\n"), Not(HasSubstr("[selected"))));
 }
 
 TEST_F(Clock, IsOverruledByHand)
