@@ -124,6 +124,8 @@ void DeviceManager::UseOtherLink(UINT8GIGEPORT port)
 void DeviceManager::TakeFromLink(UINT8GIGEPORT port)
 {
     const LinkReport& report = mLinks[port];
+    // What it said while it was not the local device has built no port maps.
+    if (report.hid != mLocal.Hid && mDeviceInfo.GetDevice(report.hid)) mDeviceInfo.EraseDeviceInfo(report.hid);
     mLocal.Type = report.type;
     mLocal.Hid = report.hid;
     LinkInfo& link = mLocal.Link(IsPrimaryPort(port));

@@ -249,6 +249,15 @@ TEST_F(LocalDeviceTest, ABoxThatAnotherReplacesIsGoneAtOnceAndMayComeBack)
     EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000"})) << "without a stream there is nothing to end";
 }
 
+TEST_F(LocalDeviceTest, ADescriptionFromBeforeABoxIsLocalIsForgotten)
+{
+    LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE);
+    Describe(2);
+    PlugBox(1);
+    Describe(1);
+    EXPECT_EQ(mDevices.GetInputLinkSlot(BoxHid, 3), std::vector<std::uint32_t>{3});
+}
+
 TEST_F(LocalDeviceTest, AHubThatABoxReplacesTakesItsDevicesWithIt)
 {
     KnowSelf();
