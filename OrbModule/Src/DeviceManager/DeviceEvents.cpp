@@ -42,6 +42,13 @@ bool IsExtendedIoHid(Hid hid)
     return (hid & 0x300) != 0;
 }
 
+void PostDeviceChange(boost::asio::io_service& service, DeviceManager& devices, Hid hid, UINT8GIGEPORT port,
+                      bool online, StreamType type)
+{
+    const Hid reported = IsIoHid(hid) ? hid : MakeNodeHid(hid);
+    service.post([&devices, reported, port, online, type] { devices.DeviceChange(reported, port, online, type); });
+}
+
 } // namespace
 
 void DeviceManager::SendToOrb(const DeskCommand& command)
@@ -149,6 +156,9 @@ void DeviceManager::ReplaceLocal()
     if (IsLocalInUse()) {
         AUDIT_STREAM(Information, "Local device " << mLocal.Hid << "is replaced\n");
         EndLocal();
+    } else if (mLocal.Sec.IsOnline()) {
+        // The Orb router does not know it, but by the port maps of an earlier box it may have been patched.
+        PostDeviceChange(mIoService, *this, mLocal.Hid, Routing::SECONDARY_PORT, false, StreamType::LOCAL_LINK);
     }
     // The check, the addresses and a stream that are left belong to the old device.
     for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
@@ -159,8 +169,8 @@ void DeviceManager::ReplaceLocal()
     mLocal.AUDone = {};
 }
 
-/// Whether the local device has been reported or may have routes. A box whose only stream is on the secondary link has
-/// neither before its description.
+/// Whether the end of the local device has to be reported. A box whose only stream is on the secondary link has not
+/// been reported before its description.
 bool DeviceManager::IsLocalInUse() const
 {
     if (mDeviceInfo.GetDevice(mLocal.Hid)) return true;
@@ -443,8 +453,7 @@ void DeviceManager::DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, 
     const bool isPri = IsPrimaryPort(port);
     AUDIT_STREAM(IODiscovery, "DeviceStateChange " << hid << " GigE " << PortText(port)
                                                    << (online ? " Online\r\n" : " Offline\r\n"));
-    const Hid reported = IsIoHid(hid) ? hid : MakeNodeHid(hid);
-    mIoService.post([this, reported, port, online, type] { DeviceChange(reported, port, online, type); });
+    PostDeviceChange(mIoService, *this, hid, port, online, type);
     SendToOrb(RemoteCableStateCmd(hid, isPri, online));
     if (!LinkOnline(hid, !isPri)) {
         if (online) {

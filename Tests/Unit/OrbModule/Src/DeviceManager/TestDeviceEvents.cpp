@@ -82,7 +82,7 @@ TEST_F(LocalDeviceTest, ABoxOnTheSecondaryThatIsStillCheckedGivesWayToThePrimary
     StreamUp(2);
     Take();
     LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000"}));
+    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000", "changed 00210001 2 off"}));
     Checked("0.32.32.254");
     EXPECT_EQ(Take(), Lines()) << "the check of the other lets nobody in";
     EXPECT_FALSE(mDevices.IsLocalIo(OtherHid));
