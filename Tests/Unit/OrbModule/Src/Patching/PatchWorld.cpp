@@ -20,35 +20,12 @@
 
 namespace {
 
-constexpr Hid Own = 0xC0014000;
 constexpr Hid Desk = 0xC0010005;
 constexpr Hid Boxes[] = {0xC0020001, 0xC0060001};
 constexpr Hid HubNode = 0xC0058000;
 constexpr Hid FarNode = 0xC0038000;
 constexpr Hid FarBoxes[] = {0xC0030001, 0xC0030002, 0xC0030003};
 constexpr std::uint32_t UnsabotagedBreaks = 40;
-
-HidPort ToHidPort(const IoPort& port)
-{
-    return {port.GetHid(), port.GetIndex()};
-}
-
-bool IsOwn(const IoPort& port)
-{
-    return GetRackId(port.GetHid()) == GetRackId(Own);
-}
-
-bool IsBox(const IoPort& port)
-{
-    return std::count(std::begin(Boxes), std::end(Boxes), port.GetHid()) != 0;
-}
-
-std::string Text(const IoPort& port)
-{
-    std::ostringstream out;
-    out << port.GetHid() << '/' << port.GetIndex();
-    return out.str();
-}
 
 template <class Type>
 std::shared_ptr<const Type> Share(const Type& command)
@@ -57,6 +34,29 @@ std::shared_ptr<const Type> Share(const Type& command)
 }
 
 } // namespace
+
+HidPort PatchWorld::ToHidPort(const IoPort& port)
+{
+    const bool isNode = !IsIoHid(port.GetHid());
+    return {isNode ? MakeLinkHid(port.GetHid()) : port.GetHid(), port.GetIndex()};
+}
+
+bool PatchWorld::IsOwn(const IoPort& port)
+{
+    return GetRackId(port.GetHid()) == GetRackId(Own);
+}
+
+bool PatchWorld::IsBox(const IoPort& port)
+{
+    return std::count(std::begin(Boxes), std::end(Boxes), port.GetHid()) != 0;
+}
+
+std::string PatchWorld::Text(const IoPort& port)
+{
+    std::ostringstream out;
+    out << port.GetHid() << '/' << port.GetIndex();
+    return out.str();
+}
 
 /// Passes on to the real patcher, but loses what ends a route from some point on.
 class PatchWorld::Saboteur : public iPatcher
@@ -129,39 +129,78 @@ std::string PatchWorld::GetTrail() const
 
 void PatchWorld::Step()
 {
-    const std::uint32_t dice = Dice(100);
-    const auto port = static_cast<UINT8GIGEPORT>(1 + Dice(2));
-    if (dice < 40) {
-        MakePatch();
-    } else if (dice < 60) {
-        BreakPatch();
-    } else if (dice < 78) {
-        if (mNeighbour == Neighbour::None) {
-            ChangeNeighbour();
-        } else if (mCables[port]) {
-            PullCable(port);
-        } else {
-            PlugCable(port);
-        }
-    } else if (dice < 82) {
-        if (mNeighbour == Neighbour::Box && mCables[1] && mCables[2] && Dice(2) == 0) {
-            ExchangeBox();
-        } else {
-            ChangeNeighbour();
-        }
-    } else if (dice < 86) {
-        Flood();
-    } else if (dice < 92) {
-        SendNonsense();
-    } else if (dice < 95) {
-        DisturbSync();
-    } else if (dice < 97) {
-        Note("answers are withheld");
-        mWithhold = true;
-    } else {
-        Recover();
-    }
+    static const struct
+    {
+        std::uint32_t weight;
+        void (PatchWorld::*play)();
+    } events[] = {{40, &PatchWorld::MakePatch},   {20, &PatchWorld::BreakPatch},     {18, &PatchWorld::MoveCable},
+                  {2, &PatchWorld::ExchangeBox},  {3, &PatchWorld::ChangeNeighbour}, {4, &PatchWorld::Flood},
+                  {6, &PatchWorld::SendNonsense}, {3, &PatchWorld::DisturbSync},     {2, &PatchWorld::WithholdAnswers},
+                  {3, &PatchWorld::Recover},      {2, &PatchWorld::TakeDeskIo},      {8, &PatchWorld::ReturnDeskIo}};
+    std::uint32_t total = 0;
+    for (const auto& event : events)
+        total += event.weight;
+    std::uint32_t dice = Dice(total);
+    const auto* event = std::begin(events);
+    while (dice >= event->weight)
+        dice -= (event++)->weight;
+    mConcern = Concern();
+    mBefore = TakeSnapshot();
+    (this->*event->play)();
     Settle();
+}
+
+void PatchWorld::MoveCable()
+{
+    const auto port = static_cast<UINT8GIGEPORT>(1 + Dice(2));
+    if (mNeighbour == Neighbour::None) {
+        ChangeNeighbour();
+    } else if (mCables[port]) {
+        mConcern = {Concern::Loss, port};
+        PullCable(port);
+    } else {
+        mConcern = {Concern::Growth};
+        PlugCable(port);
+    }
+}
+
+void PatchWorld::TakeDeskIo()
+{
+    if (!mDeskThere) return;
+    Note("the desk's I/O leaves");
+    mConcern = {Concern::Loss, Routing::ORB_PORT};
+    mDeskThere = false;
+    mTold.clear();
+    ReportDeskIo(0);
+}
+
+/// Whoever drives the patches sends them again.
+void PatchWorld::ReturnDeskIo()
+{
+    if (mDeskThere) return;
+    Note("the desk's I/O returns");
+    mConcern = {Concern::Growth};
+    mDeskThere = true;
+    ReportDeskIo(UNIT_MASTER_CONTROL);
+    Settle();
+    for (const Wish& wish : mWishes)
+        Order(wish, true);
+}
+
+void PatchWorld::ReportDeskIo(std::uint32_t address)
+{
+    mService.post([=] {
+        mDevices->OnRemoteIoUpdate(Share(RemoteIoUpdate(RemoteDeviceType::Modular, Desk, address, Own)), 0,
+                                   StreamType::LOCAL_LINK);
+        if (address == 0) return;
+        mDevices->ProcessIOCmd(Share(IoInfoCard(Desk, 0xFF, "", {}, {}, {})), 0, StreamType::LOCAL_LINK);
+    });
+}
+
+void PatchWorld::WithholdAnswers()
+{
+    Note("answers are withheld");
+    mWithhold = true;
 }
 
 void PatchWorld::PlugCable(UINT8GIGEPORT port)
@@ -169,13 +208,22 @@ void PatchWorld::PlugCable(UINT8GIGEPORT port)
     Note("plug " + PortText(port));
     // A box brings its primary cable first.
     if (port == Routing::SECONDARY_PORT) mBox[port] = mBox[Routing::PRIMARY_PORT];
-    const Hid hid = mNeighbour == Neighbour::Box ? mBox[port] : HubNode;
+    const bool isBox = mNeighbour == Neighbour::Box;
+    if (isBox && mCables[OtherLinkPort(port)] && mBox[1] != mBox[2]) mConcern = {Concern::Anything};
+    const Hid hid = isBox ? mBox[port] : HubNode;
     const K2Heartbeat::LinkType type = mNeighbour == Neighbour::Box   ? K2Heartbeat::K2_FIXED_FORMAT_TYPE
                                        : mNeighbour == Neighbour::Hub ? K2Heartbeat::K2_HUB_TYPE
                                                                       : K2Heartbeat::K2_ROUTER_TYPE;
     mCables[port] = true;
     mDevices->OnDeviceChanged(ToLinkIndex(port), 0x0A000001u + port, static_cast<UINT8GIGEPORT>(port + 4),
                               0x0A0000F0u + port, hid, type);
+    if (mNeighbour == Neighbour::Hub) {
+        Settle();
+        // The Orb router asks a node again itself: for the module a node in this form has no owner.
+        for (const Wish& wish : mWishes) {
+            if (!IsIoHid(wish.source.GetHid())) OrderFromOrb(wish, true, 0);
+        }
+    }
     if (mNeighbour != Neighbour::Router) return;
     mService.post([this, port] { mDevices->OnKLVStreamChanged(port, StreamType::LOCAL_LINK, 0, true); });
     Settle();
@@ -198,7 +246,9 @@ void PatchWorld::PullCable(UINT8GIGEPORT port)
 void PatchWorld::ChangeNeighbour()
 {
     Recover();
+    ReturnDeskIo();
     Settle();
+    mConcern = {Concern::Anything};
     for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
         if (mCables[port]) PullCable(port);
         Settle();
@@ -218,6 +268,8 @@ void PatchWorld::ChangeNeighbour()
 /// The old one stays on its secondary cable for as long as that is not pulled.
 void PatchWorld::ExchangeBox()
 {
+    if (mNeighbour != Neighbour::Box || !mCables[1] || !mCables[2]) return;
+    mConcern = {Concern::Anything};
     PullCable(Routing::PRIMARY_PORT);
     Settle();
     Hid& box = mBox[Routing::PRIMARY_PORT];
@@ -230,7 +282,8 @@ IoPort PatchWorld::RandomSource(bool own)
 {
     if (own) return IoPort(Desk, 1, Dice(8));
     if (mNeighbour == Neighbour::Box) return IoPort(mBox[1 + Dice(2)], 1, Dice(16));
-    return IoPort(FarBoxes[Dice(3)], 1, Dice(4));
+    const Hid sources[] = {FarBoxes[0], FarBoxes[1], FarBoxes[2], MakeNodeHid(FarNode)};
+    return IoPort(sources[Dice(4)], 1, Dice(4));
 }
 
 IoPort PatchWorld::RandomDest(bool own)
@@ -242,7 +295,10 @@ IoPort PatchWorld::RandomDest(bool own)
 
 void PatchWorld::MakePatch()
 {
+    // An Orb router without its I/O has nothing to say.
+    if (!mDeskThere) return;
     // Own to own does not pass this module, and far to far does not either.
+    mConcern.kind = Concern::Patches;
     const bool ownSource = Dice(2) == 0;
     const bool ownDest = mNeighbour == Neighbour::Box && !ownSource ? Dice(3) != 0 : !ownSource;
     Wish wish{RandomSource(ownSource), RandomDest(ownDest)};
@@ -259,7 +315,8 @@ void PatchWorld::MakePatch()
 
 void PatchWorld::BreakPatch()
 {
-    if (mWishes.empty()) return;
+    if (mWishes.empty() || !mDeskThere) return;
+    mConcern.kind = Concern::Patches;
     const auto wish = mWishes.begin() + Dice(static_cast<std::uint32_t>(mWishes.size()));
     const Wish ended = *wish;
     mWishes.erase(wish);
@@ -315,6 +372,7 @@ void PatchWorld::DisturbSync()
 void PatchWorld::Recover()
 {
     Note("recover");
+    mConcern = {Concern::Anything};
     mHeld = false;
     mBoard.GetFpga().SetHold(false);
     mBoard.GetFpga().SetSyncTime(std::chrono::microseconds(0));
@@ -341,6 +399,8 @@ PatchWorld::Slots PatchWorld::SlotsOf(const IoPort& source, UINT8GIGEPORT port) 
 void PatchWorld::Order(const Wish& wish, bool make)
 {
     Note(std::string(make ? "make " : "break ") + Text(wish.source) + " to " + Text(wish.dest));
+    if (!make) mTold.erase(wish.dest);
+    if (mConcern.kind == Concern::Patches) mConcern.sources.push_back(ToHidPort(wish.source));
     if (mNeighbour != Neighbour::Router) {
         OrderFromOrb(wish, make, 0);
         return;
@@ -352,6 +412,7 @@ void PatchWorld::Order(const Wish& wish, bool make)
 
 void PatchWorld::OrderFromOrb(const Wish& wish, bool make, UINT8GIGEPORT link)
 {
+    if (!mDeskThere) return;
     IoPort orig = wish.source;
     if (!make && mSabotage == Sabotage::SlotLeak && ++mBreaks >= UnsabotagedBreaks) orig = IoPort(Boxes[0], 1, 4000);
     const Slots slots = IsOwn(wish.source) ? SlotsOf(wish.source, 0) : Slots{};
@@ -360,6 +421,7 @@ void PatchWorld::OrderFromOrb(const Wish& wish, bool make, UINT8GIGEPORT link)
 
 void PatchWorld::OrderFromRouter(const Wish& wish, bool make, UINT8GIGEPORT port)
 {
+    if (!mDeskThere) return;
     const Slots slots = IsOwn(wish.source) ? Slots{} : SlotsOf(wish.source, port);
     Deliver(RouterPatchAudio(PatchSource(wish.source, 0, slots), wish.dest, wish.source, make, false), port);
 }
@@ -407,6 +469,8 @@ bool PatchWorld::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamT
                 mDevices->OnDeviceCheckResults(result, 0, StreamType::UPDATE_LINK);
             });
         }
+    } else if (type == StreamType::SLAVE_LINK && address == 0) {
+        return false;
     } else if (type == StreamType::SLAVE_LINK) {
         OnNodeReceives((address & 0xFFFF) == 0x500 ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT, command);
     } else if (port == Routing::ORB_PORT) {
@@ -424,11 +488,7 @@ void PatchWorld::OnOrbReceives(const DeskCommand& command)
         mService.post(
             [=] { mDevices->ProcessIOCmd(Share(RouterInfo(Own, RemoteDeviceType::Orb, 512, 512, 0)), 0, type); });
     } else if (dynamic_cast<const IoInfoReq*>(&command)) {
-        mService.post([=] {
-            mDevices->OnRemoteIoUpdate(Share(RemoteIoUpdate(RemoteDeviceType::Modular, Desk, UNIT_MASTER_CONTROL, Own)),
-                                       0, type);
-            mDevices->ProcessIOCmd(Share(IoInfoCard(Desk, 0xFF, "", {}, {}, {})), 0, type);
-        });
+        if (mDeskThere) ReportDeskIo(UNIT_MASTER_CONTROL);
     } else if (const auto* update = dynamic_cast<const RemoteIoUpdate*>(&command)) {
         // A device is there: the router of the desk sends its patches again.
         if (update->GetAddress() == 0 || mNeighbour == Neighbour::Router) return;
@@ -446,7 +506,11 @@ void PatchWorld::OnOrbReceives(const DeskCommand& command)
 void PatchWorld::OnOrbReceivesPatch(const RouterPatchAudio& command)
 {
     if (command.GetUseMe()) {
-        if (command.GetMake()) mToldSlots[command.GetOrig()] = command.GetSource().GetSlots();
+        if (command.GetMake()) {
+            mTold[command.GetDest()] = {command.GetOrig(), command.GetSource().GetSlots()};
+        } else {
+            mTold.erase(command.GetDest());
+        }
         return;
     }
     if (!IsOwn(command.GetSource().GetPort())) return;
@@ -504,182 +568,8 @@ void PatchWorld::OnNodeReceives(UINT8GIGEPORT port, const DeskCommand& command)
         const IoPort source = patch->GetSource().GetPort();
         Answer(port, [=, dest = patch->GetDest(), make = patch->GetMake()] {
             // A node that is late has heard by then what became of the patch.
-            if (make != IsWanted(source, dest)) return;
+            if (!mDeskThere || make != IsWanted(source, dest)) return;
             Deliver(RouterPatchAudio(PatchSource(source, 0, SlotsOf(source, port)), dest, source, make, false), port);
         });
     }
-}
-
-// What is right
-
-std::string PatchWorld::Check()
-{
-    if (mHeld || mLost) {
-        mBoard.ServeInterrupts();
-    } else if (!mBoard.WaitUntil([this] { return CheckTable().empty(); })) {
-        return CheckTable();
-    }
-    std::string wrong = CheckSlots();
-    if (wrong.empty()) wrong = CheckStates();
-    if (wrong.empty() && !IsDisturbed()) wrong = CheckWishes();
-    return wrong;
-}
-
-/// The active table says what the slots say, and nothing else.
-std::string PatchWorld::CheckTable() const
-{
-    const LinkAllocation& slots = mController->GetLinkAllocation();
-    std::array<std::array<PatchBoard::Feed, Routing::SLOTS_PER_PORT>, Routing::PORT_COUNT> feeds = mBoard.GetFeeds();
-    for (UINT8GIGEPORT port = 0; port < Routing::PORT_COUNT; ++port) {
-        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
-            const LinkSlot& slot = slots.GetSlot(port, number);
-            PatchBoard::Feed expected;
-            if (slot.IsInUse()) expected = std::make_pair(slot.GetSourceLink().port, slot.GetSourceSlot());
-            if (feeds[port][number] == expected) continue;
-            const auto text = [](const PatchBoard::Feed& feed) {
-                return feed ? std::to_string(feed->first) + '/' + std::to_string(feed->second) : "silence";
-            };
-            return "slot " + std::to_string(port) + '/' + std::to_string(number) + " is fed by " +
-                   text(feeds[port][number]) + " and not by " + text(expected);
-        }
-    }
-    return {};
-}
-
-/// Whether an end of a patch can be reached over a port.
-bool PatchWorld::HasEnd(const HidPort& port, UINT8GIGEPORT link)
-{
-    if (link == Routing::ORB_PORT) return GetRackId(port.hid) == GetRackId(Own);
-    return mDevices->IsDeviceOnline(port.hid, link);
-}
-
-/// A slot in use has a source and destinations that are there, and a patch that somebody wants.
-std::string PatchWorld::CheckSlots()
-{
-    const LinkAllocation& slots = mController->GetLinkAllocation();
-    for (UINT8GIGEPORT port = 0; port < Routing::PORT_COUNT; ++port) {
-        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
-            const LinkSlot& slot = slots.GetSlot(port, number);
-            const std::string name = "slot " + std::to_string(port) + '/' + std::to_string(number);
-            if (!slot.IsInUse()) continue;
-            if (!HasEnd(slot.mSource, slot.GetSourceLink().port)) return name + " has a source that is gone";
-            for (const HidPort& dest : slot.mDests) {
-                if (!HasEnd(dest, port)) return name + " has a destination that is gone";
-                const bool wanted = std::any_of(mWishes.begin(), mWishes.end(), [&](const Wish& wish) {
-                    return ToHidPort(wish.source) == slot.mSource && ToHidPort(wish.dest) == dest;
-                });
-                if (!wanted && !IsDisturbed()) return name + " has a patch that nobody wants";
-            }
-        }
-    }
-    return {};
-}
-
-/// What is wanted and can be reached is heard.
-std::string PatchWorld::CheckWishes()
-{
-    for (const Wish& wish : mWishes) {
-        if (!IsCarried(wish) && !IsWaiting(wish))
-            return "no audio from " + Text(wish.source) + " to " + Text(wish.dest);
-    }
-    return {};
-}
-
-bool PatchWorld::IsCarried(const Wish& wish)
-{
-    const HidPort source = ToHidPort(wish.source);
-    const HidPort dest = ToHidPort(wish.dest);
-    // To the desk one slot of the internal port per slot of the source, over either link; to a link every slot of it.
-    bool reachable = false;
-    for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-        const bool hasSource = IsOwn(wish.source) || mDevices->IsDeviceOnline(source.hid, link);
-        const bool hasDest = IsOwn(wish.dest) || mDevices->IsDeviceOnline(dest.hid, link);
-        if (!hasSource || !hasDest) continue;
-        reachable = true;
-        const UINT8GIGEPORT from = IsOwn(wish.source) ? UINT8GIGEPORT{Routing::ORB_PORT} : link;
-        const UINT8GIGEPORT to = IsOwn(wish.dest) ? UINT8GIGEPORT{Routing::ORB_PORT} : link;
-        std::size_t heard = 0;
-        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
-            const LinkSlot& slot = mController->GetLinkAllocation().GetSlot(to, number);
-            if (slot.mSource != source || slot.mDests.count(dest) == 0) continue;
-            const Slots& told = mToldSlots[wish.source];
-            if (to == Routing::ORB_PORT && std::count(told.begin(), told.end(), number) == 0) continue;
-            const Slots slots = SlotsOf(wish.source, from);
-            const auto feed = mBoard.GetFeed(to, number);
-            heard += feed && feed->first == from && std::count(slots.begin(), slots.end(), feed->second) != 0;
-        }
-        const std::size_t needed = IsBox(wish.dest) ? 1 : SlotsOf(wish.source, from).size();
-        if (heard == needed) {
-            if (to == Routing::ORB_PORT) return true;
-        } else if (to != Routing::ORB_PORT) {
-            return false;
-        }
-    }
-    return !reachable || !IsOwn(wish.dest);
-}
-
-/// Whether a patch may stand by with no route: its local source has come back, or it had joined slots that were in
-/// use already and knows no place to swing over to.
-bool PatchWorld::MayWait(const Wish& wish) const
-{
-    if (!IsOwn(wish.dest)) return false;
-    const OrbPatchInfo* const patch = mController->GetPatchStore().Find(wish.dest);
-    return IsBox(wish.source) || (patch && !patch->GetSwapTarget().IsValid());
-}
-
-/// Whether a patch has no route until it is sent again: it stands by and the other link does not carry it, or it knows
-/// no place to swing over to and the link that fed the slots it had joined is gone.
-bool PatchWorld::IsWaiting(const Wish& wish) const
-{
-    if (!MayWait(wish)) return false;
-    const OrbPatchInfo* const patch = mController->GetPatchStore().Find(wish.dest);
-    if (!patch) return false;
-    const Korvo::PatchState primary = patch->GetState(Routing::PRIMARY_PORT);
-    const Korvo::PatchState secondary = patch->GetState(Routing::SECONDARY_PORT);
-    if (primary == Korvo::PatchReserved && secondary != Korvo::PatchSuccess) return true;
-    if (secondary == Korvo::PatchReserved && primary != Korvo::PatchSuccess) return true;
-    return !patch->GetSwapTarget().IsValid() && (primary == Korvo::PatchSuccess || secondary == Korvo::PatchSuccess) &&
-           !mController->GetLinkAllocation().IsListening(ToHidPort(wish.source), Routing::ORB_PORT,
-                                                         ToHidPort(wish.dest));
-}
-
-/// The states of a patch on the two links are ones that its life can reach.
-std::string PatchWorld::CheckStates()
-{
-    const PatchStore& store = mController->GetPatchStore();
-    for (const Wish& wish : mWishes) {
-        const auto primary = store.GetPatchState(wish.dest, 1);
-        const auto secondary = store.GetPatchState(wish.dest, 2);
-        if (!primary) continue;
-        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-            const Korvo::PatchState state = port == Routing::PRIMARY_PORT ? *primary : *secondary;
-            const Korvo::PatchState other = port == Routing::PRIMARY_PORT ? *secondary : *primary;
-            const std::string name = Text(wish.dest) + " on " + PortText(port);
-            if (state == Korvo::PatchAwaitingReply || state == Korvo::PatchRetrySent) return name + " awaits a reply";
-            if (state == Korvo::PatchReserved && other != Korvo::PatchSuccess && !MayWait(wish)) {
-                return name + " stands by for nothing";
-            }
-            if (state == Korvo::PatchReserved && !IsOwn(wish.dest)) return name + " is reserved away from the desk";
-            if (state == Korvo::PatchNotSent && store.GetPatchLink(wish.dest, port) != Routing::GigeAndSlots{}) {
-                return name + " has a link without a patch";
-            }
-        }
-    }
-    return {};
-}
-
-std::string PatchWorld::CheckEnd()
-{
-    Recover();
-    Settle();
-    while (!mWishes.empty()) {
-        BreakPatch();
-        Settle();
-    }
-    std::string wrong = Check();
-    std::uint32_t slots = 0;
-    std::uint32_t dests = 0;
-    mController->GetLinkAllocation().GetCounts(slots, dests);
-    if (wrong.empty() && slots + dests != 0) wrong = std::to_string(slots) + " slots were not given back";
-    return wrong;
 }

@@ -10,10 +10,12 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 class RouterPatchAudio;
@@ -70,7 +72,57 @@ private:
     using Slots = std::vector<std::uint32_t>;
     class Saboteur;
 
+    /// What a step may change.
+    struct Concern
+    {
+        enum Kind {
+            Nothing,
+            /// Slots of these sources.
+            Patches,
+            /// What came from or went to a port that is lost.
+            Loss,
+            /// Free slots.
+            Growth,
+            Anything
+        };
+        Kind kind = Nothing;
+        UINT8GIGEPORT port = UNKNOWN_GIGE_PORT;
+        std::vector<HidPort> sources{};
+    };
+    /// What a slot in use carries.
+    struct Carried
+    {
+        HidPort source;
+        UINT8GIGEPORT fromPort = UNKNOWN_GIGE_PORT;
+        std::uint32_t fromSlot = INVALID_TDM_SLOT;
+
+        friend bool operator==(const Carried& a, const Carried& b)
+        {
+            return a.source == b.source && a.fromPort == b.fromPort && a.fromSlot == b.fromSlot;
+        }
+    };
+    using Place = std::pair<UINT8GIGEPORT, std::uint32_t>;
+    using Snapshot = std::map<Place, Carried>;
+    /// Where the Orb router was told to listen for a destination.
+    struct Told
+    {
+        IoPort source;
+        Slots slots;
+    };
+
+    static constexpr Hid Own = 0xC0014000;
+    static HidPort ToHidPort(const IoPort& port);
+    static bool IsOwn(const IoPort& port);
+    static bool IsBox(const IoPort& port);
+    static std::string Text(const IoPort& port);
+    static std::string Name(const Place& place);
+
     // Events.
+    void MoveCable();
+    void TakeDeskIo();
+    void ReturnDeskIo();
+    void ReportDeskIo(std::uint32_t address);
+    void WithholdAnswers();
     void PlugCable(UINT8GIGEPORT port);
     void PullCable(UINT8GIGEPORT port);
     void ChangeNeighbour();
@@ -97,17 +149,18 @@ private:
     void Settle();
 
     // What is right.
+    Snapshot TakeSnapshot() const;
     std::string CheckTable() const;
+    std::string CheckChanges() const;
     std::string CheckSlots();
     std::string CheckWishes();
     std::string CheckStates();
     bool IsDisturbed() const { return mHeld || mLost || !mWithheld.empty() || mWithhold; }
+    bool IsOfThisStep(const HidPort& source) const;
     bool IsCarried(const Wish& wish);
-    bool MayWait(const Wish& wish) const;
-    bool IsWaiting(const Wish& wish) const;
+    std::size_t CountHeard(const Wish& wish, UINT8GIGEPORT from, UINT8GIGEPORT to);
     bool HasEnd(const HidPort& port, UINT8GIGEPORT link);
     Slots SlotsOf(const IoPort& source, UINT8GIGEPORT port) const;
-    PatchBoard::Feed FeedOf(UINT8GIGEPORT port, std::uint32_t slot) const;
 
     std::uint32_t Dice(std::uint32_t sides) { return static_cast<std::uint32_t>(mRandom() % sides); }
     IoPort RandomSource(bool own);
@@ -128,8 +181,11 @@ private:
     /// The box at each cable, plugged in or not.
     std::array<Hid, 3> mBox;
     std::vector<Wish> mWishes;
-    /// Where the Orb router was told to listen for each source; the first destination of a source tells it.
-    std::unordered_map<IoPort, Slots> mToldSlots;
+    std::unordered_map<IoPort, Told> mTold;
+    bool mDeskThere = true;
+    Concern mConcern;
+    /// The slots before the last step.
+    Snapshot mBefore;
     bool mWithhold = false;
     std::vector<Withheld> mWithheld;
     bool mHeld = false;
