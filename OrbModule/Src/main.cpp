@@ -123,8 +123,8 @@ auto To(Object& object, Handler handler)
 // The slots of one signal or command run in the order in which they are connected, here and from one function to the
 // next: a link learns of a device before the patches do, and both before its time-out is set.
 
-void ConnectLinks(OrbCommandProcessor& processor, OrbKLVComms& comms, Heartbeat& heartbeat, LinkManager& links,
-                  DeviceManager& devices)
+void ConnectLinks(boost::asio::io_service& service, OrbCommandProcessor& processor, OrbKLVComms& comms,
+                  Heartbeat& heartbeat, LinkManager& links, DeviceManager& devices)
 {
     links.MasterHidChanged.connect(To(heartbeat, &Heartbeat::SetMasterHid));
     devices.LocalHidChanged.connect(To(links, &LinkManager::OnLocalHidChanged));
@@ -133,7 +133,8 @@ void ConnectLinks(OrbCommandProcessor& processor, OrbKLVComms& comms, Heartbeat&
     processor.Connect<SetRouterSampleRateCmd>(To(links, &LinkManager::ReceivedSetRouterSampleRateCmd));
     links.DeviceChanged.connect(To(devices, &DeviceManager::OnDeviceChanged));
     links.IoInternalsChanged.connect(To(devices, &DeviceManager::OnIoInternalsChanged));
-    links.MasterHidChanged.connect(To(devices, &DeviceManager::OnMasterHidChanged));
+    links.MasterHidChanged.connect(
+        [&](Hid hid) { service.dispatch([&devices, hid] { devices.OnMasterHidChanged(hid); }); });
     comms.ConnectKLVStreamChanged(To(devices, &DeviceManager::OnKLVStreamChanged));
     devices.ConnectDiscovery(processor);
     devices.ConnectForwarding(processor);
@@ -198,7 +199,7 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
 
     LinkManager links(service, Routing::MAX_ORB_K2_PORTS, comms);
     DeviceManager devices(service, comms);
-    ConnectLinks(processor, comms, heartbeat, links, devices);
+    ConnectLinks(service, processor, comms, heartbeat, links, devices);
 
     const auto adma = registry.Register<audio::AudioDmaFsi>("adma");
     const auto admaManager = std::make_shared<audio::AudioDmaManager>(adma, &registry);

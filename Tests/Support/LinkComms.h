@@ -15,7 +15,7 @@
 class LinkComms : public iOrbKLVComms
 {
 public:
-    /// What the closing stream test gives, and how often it was asked for a port.
+    /// What the closing stream test gives.
     std::atomic<bool> mStreamExists{false};
     std::atomic<bool> mStreamClosing{false};
     /// Called in each send, on its thread.

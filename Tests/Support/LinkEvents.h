@@ -6,6 +6,7 @@
 #include <boost/asio/io_service.hpp>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -21,18 +22,18 @@ public:
             std::ostringstream line;
             line << "device " << LinkPortText(port) << AddressText(localIp) << " " << LinkPortText(remotePort)
                  << AddressText(remoteIp) << " " << hid << type;
-            mLines.push_back(line.str());
+            Add(line.str());
         });
         manager.IoInternalsChanged.connect([this](Hid hid, std::uint32_t variant) {
             std::ostringstream line;
             line << "internals " << hid << std::hex << variant;
-            mLines.push_back(line.str());
+            Add(line.str());
         });
         manager.HeartbeatReceived.connect([this](UINT8GIGEPORT) { ++mHeartbeats; });
         manager.MasterHidChanged.connect([this](Hid hid) {
             std::ostringstream line;
             line << "master " << hid;
-            mLines.push_back(line.str());
+            Add(line.str());
         });
     }
 
@@ -49,19 +50,31 @@ public:
     }
     bool RunUntilLine(const std::string& line)
     {
-        return RunUntil([&] { return std::find(mLines.begin(), mLines.end(), line) != mLines.end(); });
+        return RunUntil([&] {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
+        });
     }
     /// All lines so far, and a new start.
     std::vector<std::string> Take()
     {
         std::vector<std::string> lines;
+        const std::lock_guard<std::mutex> lock(mMutex);
         lines.swap(mLines);
         return lines;
     }
     int Heartbeats() const { return mHeartbeats; }
 
 private:
+    void Add(const std::string& line)
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mLines.push_back(line);
+    }
+
     boost::asio::io_service& mService;
+    /// A new master can be told on a link's thread.
+    std::mutex mMutex;
     std::vector<std::string> mLines;
     int mHeartbeats = 0;
 };

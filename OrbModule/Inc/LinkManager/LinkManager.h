@@ -26,12 +26,13 @@ class SetRouterSampleRateCmd;
 /// Owns the two external link ports: decides when they come up, holds one SocketData for each live link, and keeps
 /// the rules that make this module a downstream node of a master router, or its own master.
 ///
-/// Operations run on the main thread unless they say otherwise, and all signals fire there. A link's thread reaches
-/// the rest of the system by posts that hold this object and values; so the main service must not run any more when
-/// this object dies. Ports are link indexes (0, 1), but in OnDeviceChange.
+/// Operations run on the main thread unless they say otherwise, and so do the slots of all signals but
+/// MasterHidChanged. A link's thread reaches the rest of the system by posts that hold this object and values; so the
+/// main service must not run any more when this object dies. Ports are link indexes (0, 1), but in OnDeviceChange.
 ///
-/// Locks: mMutex guards mConnections, and is held while the master control is asked for a restart. mRulesMutex makes
-/// one step of each change of mRoutersAllowed with mVariants; it is held for those words alone, never over a call.
+/// Locks: mMutex guards mConnections. It is held while the master control is asked for a restart, and over RouterLost
+/// and its notification when a neighbour's heartbeats stay away. mRulesMutex makes a change of mRoutersAllowed with
+/// mVariants and mMasterRack atomic. It is taken alone or under mMutex, and nothing is called while it is held.
 class LinkManager
 {
 public:
@@ -53,7 +54,8 @@ public:
     boost::signals2::signal<void(Hid hid, std::uint32_t variant)> IoInternalsChanged;
     boost::signals2::signal<void(UINT8GIGEPORT port)> HeartbeatReceived;
     /// MakeLinkHid of the master's rack; this rack with device field 0 once routers are disallowed; INVALID_HID when
-    /// the master is lost.
+    /// the master is lost. It fires on a link's thread if that link brings the change about, so that what must not wait
+    /// for the main thread does not. A slot that belongs there dispatches to the main service.
     boost::signals2::signal<void(Hid hid)> MasterHidChanged;
 
     /// This module's identity. The link interfaces go down.
@@ -84,22 +86,19 @@ public:
 
     /// The loop of the scan thread: driver reports become connections.
     void Scan();
-    /// Opens the link of a port whose interface has its address. One that the port still has stays instead.
+    /// Opens the link of a port whose interface has its address. If the port still has a link, that one is kept.
     void CreateConnection(UINT8GIGEPORT port, const Endpoint& local, std::uint8_t remotePort, const Endpoint& remote,
                           std::uint32_t remoteId);
     void DestroyConnection(UINT8GIGEPORT port);
 
 private:
-    enum class On { MainThread, LinkThread };
-
     void BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, const char* failure);
     void BringUpExternalGigEs();
     void WriteHidToDriver(Hid hid, UINT8GIGEPORT port);
     void StartRouterIgnoreTimer();
     void OnRouterIgnoreTimer(const boost::system::error_code& error, std::uint32_t start);
-    void RoutersDisallowed(On thread);
-    bool DisallowRouters(const std::uint32_t* timerStart);
-    Hid OwnMasterHid() const { return mLocalRack << 16; }
+    bool RoutersDisallowed(std::optional<std::uint32_t> timerStart = std::nullopt);
+    Hid GetRackHid() const { return mLocalRack << 16; }
     void SetMasterHid(Hid hid);
     bool HasMaster() const;
     void ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, std::vector<Endpoint>& current);
@@ -154,6 +153,4 @@ private:
     std::atomic<bool> mExternalGigEsUp{false};
     std::atomic<std::uint8_t> mRouterPorts{0};
     std::uint32_t mLinksMade = 0;
-    /// What links have posted and the main thread has not done yet.
-    std::atomic<std::uint32_t> mPostedByLinks{0};
 };

@@ -46,6 +46,9 @@ struct Lateness
 Lateness WorkOutLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
                          bool streamClosing);
 
+/// How long routers are waited for, in milliseconds. @param allowance what the Orb router asks for.
+std::uint32_t WorkOutRouterAllowance(std::uint32_t allowance);
+
 /// What the module is and knows when a heartbeat arrives.
 struct OwnState
 {
@@ -70,7 +73,7 @@ struct HeartbeatDecision
     bool baseRateConflict = false;
     /// To be given to a router that is ignored.
     std::optional<SornMasterRouterNotification::Number> notification;
-    /// The router in whose variant the master is told: the port sends variantToKeep, and the master changes.
+    /// A router to be followed: the port sends variantToKeep, and the master is the one in the router's variant.
     bool followRouter = false;
     /// A known I/O device has changed its internals.
     bool internalsChanged = false;

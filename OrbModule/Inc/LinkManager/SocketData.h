@@ -26,9 +26,9 @@ public:
 
     /// For options of the socket, before Start.
     boost::asio::ip::udp::socket& GetSocket() { return mSocket; }
-    /// Starts the thread; the first heartbeat leaves at once. Once.
+    /// Starts the thread; the first heartbeat leaves at once. To be called once.
     void Start();
-    /// Joins the thread. For good.
+    /// Joins the thread. It cannot be started again.
     void Stop();
     std::uint32_t GetNumber() const { return mNumber; }
     /// Any thread; takes effect on the link's.
@@ -85,5 +85,7 @@ private:
     std::optional<K2Heartbeat::LinkVariant> mLastVariant;
     Clock::time_point mLastSend;
     Clock::time_point mLastTimerStart;
+    /// What this link has posted and the main thread has not done yet; it outlives the link in what is posted.
+    const std::shared_ptr<std::atomic<std::uint32_t>> mPosted = std::make_shared<std::atomic<std::uint32_t>>(0);
     std::thread mThread;
 };

@@ -166,7 +166,7 @@ bool K2LinkDriver::WaitForStatus(K2LinkStatus& status)
     poll(&mPollFd, 1, WaitMilliseconds);
     if ((mPollFd.revents & POLLIN) && ReceiveReport(status)) return true;
     if (mPollFd.revents != 0) {
-        // Reports may be lost, and the descriptor may stay in that state: no hurry.
+        // Reports may be lost. The descriptor may stay in that state, so the next try waits.
         mFailed = true;
         poll(nullptr, 0, WaitMilliseconds);
     }
@@ -206,7 +206,7 @@ bool K2LinkDriver::IsCurrent() const
     const SocketOwner probe(nl_socket_alloc());
     if (!Connect(probe.get())) return true;
     const int family = genl_ctrl_resolve(probe.get(), FamilyName);
-    // Away for the moment; nothing to go over to.
+    // The driver is away for the moment, so a new instance would not find it either.
     if (family <= 0) return true;
     return mRegistration == Registration{family, genl_ctrl_resolve_grp(probe.get(), FamilyName, GroupName)};
 }

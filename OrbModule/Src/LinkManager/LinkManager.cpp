@@ -19,7 +19,6 @@ using std::chrono::milliseconds;
 /// Raised at start, more than the module has links.
 constexpr std::uint32_t InterfaceCount = 3;
 constexpr std::chrono::seconds ExternalPortsDelay{2};
-constexpr std::uint32_t RouterAllowanceMargin = 5000;
 constexpr milliseconds EndpointPollInterval{100};
 /// The driver's id of a node is twice its rack id.
 constexpr std::uint32_t DriverIdShift = 15;
@@ -92,7 +91,7 @@ void LinkManager::OnLocalHidChanged(Hid hid)
     if (!mWaitingForLocalDevice) BringUpExternalGigEs();
     if (mLocalRack == DEFAULT_RACK_ID) {
         AUDIT_LOG(Information, "System is running as default routers disallowed by default\n");
-        RoutersDisallowed(On::MainThread);
+        RoutersDisallowed();
     }
 }
 
@@ -140,9 +139,7 @@ void LinkManager::OnRouterIgnoreTimer(const boost::system::error_code& error, st
         AUDIT_STREAM(Fault, "RoutersDisallowed timer error: " << error.message() << "\n");
         return;
     }
-    if (!DisallowRouters(&start)) return;
-    SetMasterHid(OwnMasterHid());
-    RestartMcsLink();
+    if (RoutersDisallowed(start)) RestartMcsLink();
 }
 
 void LinkManager::PostCancelOfRouterIgnoreTimer()
@@ -158,7 +155,7 @@ void LinkManager::ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const Rou
 {
     const std::uint32_t allowance = command->GetMilliseconds();
     AUDIT_STREAM(Information, "ReceivedRouterTimeAllowanceCmd ms" << allowance << "\r\n");
-    mRouterTimeAllowance = std::min(allowance, 0xFFFFFFFF - RouterAllowanceMargin) + RouterAllowanceMargin;
+    mRouterTimeAllowance = LinkRules::WorkOutRouterAllowance(allowance);
     if (mExternalGigEsUp && mRoutersAllowed) StartRouterIgnoreTimer();
 }
 
@@ -173,19 +170,10 @@ void LinkManager::ReceivedSetRouterSampleRateCmd(const std::shared_ptr<const Set
         variant = K2Heartbeat::WithVariantRate(variant, mSampleRate);
 }
 
-void LinkManager::RoutersDisallowed(On thread)
-{
-    DisallowRouters(nullptr);
-    if (thread == On::MainThread) {
-        SetMasterHid(OwnMasterHid());
-    } else {
-        mIoService.post([this, hid = OwnMasterHid()] { MasterHidChanged(hid); });
-    }
-}
-
-/// @param timerStart the start of the router ignore timer that asks for it, null if something else does.
+/// Main thread, or that of a link.
+/// @param timerStart the start of the router ignore timer that asks for it, nothing if something else does.
 /// @return false, and nothing done, if that start has been cancelled.
-bool LinkManager::DisallowRouters(const std::uint32_t* timerStart)
+bool LinkManager::RoutersDisallowed(std::optional<std::uint32_t> timerStart)
 {
     {
         const std::lock_guard<std::mutex> lock(mRulesMutex);
@@ -197,13 +185,21 @@ bool LinkManager::DisallowRouters(const std::uint32_t* timerStart)
             mVariants[ToPort(static_cast<UINT8GIGEPORT>(i))] = variant;
     }
     AUDIT_LOG(Information, "Routers Disallowed\r\n");
+    MasterHidChanged(GetRackHid());
     return true;
 }
 
+/// Main thread. Once routers are disallowed this module is its own master, whatever was queued before.
 void LinkManager::SetMasterHid(Hid hid)
 {
-    mMasterRack = GetRackId(hid);
+    {
+        const std::lock_guard<std::mutex> lock(mRulesMutex);
+        if (!mRoutersAllowed) return;
+        mMasterRack = GetRackId(hid);
+    }
     MasterHidChanged(hid);
+    // A link may have disallowed them meanwhile, and its signal may have come before this one.
+    if (!mRoutersAllowed) MasterHidChanged(GetRackHid());
 }
 
 bool LinkManager::FollowRouter(UINT8GIGEPORT port, K2Heartbeat::LinkVariant variant, bool isNew)
@@ -218,8 +214,7 @@ bool LinkManager::FollowRouter(UINT8GIGEPORT port, K2Heartbeat::LinkVariant vari
 /// Main thread.
 void LinkManager::SetMasterOfVariant(K2Heartbeat::LinkVariant variant)
 {
-    // Routers may have been disallowed while this was queued; then this module is its own master.
-    if (mRoutersAllowed) SetMasterHid(MakeLinkHid(K2Heartbeat::GetVariantRack(variant) << 16));
+    SetMasterHid(MakeLinkHid(K2Heartbeat::GetVariantRack(variant) << 16));
 }
 
 void LinkManager::RouterLost(UINT8GIGEPORT port)
@@ -237,7 +232,7 @@ void LinkManager::RouterLost(UINT8GIGEPORT port)
     } else if (!HasMaster()) {
         mIoService.post([this] {
             // A router may have come while this was queued.
-            if (mRoutersAllowed && !HasMaster()) SetMasterHid(INVALID_HID);
+            if (!HasMaster()) SetMasterHid(INVALID_HID);
         });
     }
 }
@@ -273,8 +268,9 @@ std::uint8_t LinkManager::GetAdmaEndpointId(std::uint32_t Port, const std::chron
         std::this_thread::sleep_for(EndpointPollInterval);
     }
     const std::uint32_t value = id;
-    if (value == 0) AUDIT_STREAM(Fault, "Failed to get FSI endpoint id for K2link " << Port << "\n");
-    return static_cast<std::uint8_t>(value);
+    if (value != 0 && value <= 0xFF) return static_cast<std::uint8_t>(value);
+    AUDIT_STREAM(Fault, "Failed to get FSI endpoint id for K2link " << Port << "\n");
+    return 0;
 }
 
 void LinkManager::SetUdpTimeout(UINT8GIGEPORT Port, milliseconds timeout)

@@ -34,15 +34,14 @@ void LinkManager::Scan()
     }
 }
 
-/// A driver that went and came back stands under other ids. Its interfaces and it have lost all that they were told:
-/// the links that lead over them end, and its reports, for which the new instance has asked, start them again.
+/// A driver that went and came back is registered under other ids, and it and its interfaces know nothing of the
+/// module any more: their links end, and its reports, for which the new instance has asked, start them again.
 void LinkManager::FollowDriver(K2LinkDriver& driver, K2LinkDriver::Registration& known, std::vector<Endpoint>& current)
 {
     const K2LinkDriver::Registration found = driver.GetRegistration();
     if (!found.IsKnown() || found == known) return;
-    const bool isBack = known.IsKnown();
     known = found;
-    if (!isBack || !mHidKnown) return;
+    if (!mHidKnown) return;
     for (std::size_t i = 0; i < current.size(); ++i) {
         const auto port = static_cast<UINT8GIGEPORT>(i);
         if (current[i] != Endpoint()) {
@@ -50,7 +49,7 @@ void LinkManager::FollowDriver(K2LinkDriver& driver, K2LinkDriver::Registration&
             driver.ClearInterfaceAddress(port);
             current[i] = Endpoint();
         }
-        WriteHidToDriver(OwnMasterHid(), port);
+        WriteHidToDriver(GetRackHid(), port);
         if (mExternalGigEsUp) driver.InterfaceUp(port);
     }
 }

@@ -2,6 +2,8 @@
 
 #include "MiscSource/NetworkPorts.h"
 
+#include <algorithm>
+
 namespace LinkRules {
 
 namespace {
@@ -47,6 +49,12 @@ Lateness WorkOutLateness(std::chrono::milliseconds elapsed, std::chrono::millise
     result.forceTimeout = result.report && elapsed >= timeout && streamExists && !streamClosing;
     result.ignoreHeartbeat = streamClosing || result.forceTimeout;
     return result;
+}
+
+std::uint32_t WorkOutRouterAllowance(std::uint32_t allowance)
+{
+    constexpr std::uint32_t Margin = 5000;
+    return std::min(allowance, 0xFFFFFFFF - Margin) + Margin;
 }
 
 HeartbeatDecision WorkOutHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet)

@@ -10,7 +10,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-/// What the main thread may be behind with. An honest neighbour gives it a few things a second.
+/// How much of what a link has posted may wait for the main thread. An honest neighbour gives it a few things a second.
 constexpr std::uint32_t MostPosted = 1000;
 
 } // namespace
@@ -69,9 +69,9 @@ void LinkManager::SocketData::SetTimeout(milliseconds timeout)
 template <class Action>
 void LinkManager::SocketData::Post(Action action)
 {
-    ++mManager.mPostedByLinks;
-    mManager.mIoService.post([manager = &mManager, port = mGigePort, number = mNumber, action] {
-        --manager->mPostedByLinks;
+    ++*mPosted;
+    mManager.mIoService.post([manager = &mManager, port = mGigePort, number = mNumber, posted = mPosted, action] {
+        --*posted;
         if (manager->GetLinkInForce(port) == number) action(*manager);
     });
 }
@@ -95,8 +95,8 @@ void LinkManager::SocketData::OnReceive(const boost::system::error_code& error, 
         AUDIT_STREAM(Fault, "Receiving HB timer error: " << error.message() << "\n");
         return;
     }
-    // Of a flood that the main thread cannot follow, most is as good as lost on the way.
-    if (mManager.mPostedByLinks > MostPosted) {
+    // The main thread cannot follow such a flood, so most of it is dropped here.
+    if (*mPosted > MostPosted) {
         StartReceive();
         return;
     }
@@ -180,7 +180,7 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
                                       << mManager.GetSampleRate() << " Network Rate "
                                       << K2Heartbeat::GetVariantRate(variant) << "\r\n");
         mManager.SendNotification(SornMasterRouterNotification::SAMPLE_RATE);
-        mManager.RoutersDisallowed(On::LinkThread);
+        mManager.RoutersDisallowed();
         mManager.RestartMcsLink();
     }
     switch (decision.neighbour) {

@@ -33,6 +33,14 @@ protected:
         ASSERT_EQ(mNeighbours[port].Receive().size(), 12u);
     }
     void SetRack(std::uint32_t rack = Rack) { mManager.OnLocalHidChanged((rack << 16) | 0x8000); }
+    /// Time passes, counted by the module's heartbeats on a port.
+    void WaitForBeats(UINT8GIGEPORT port, int count)
+    {
+        while (mNeighbours[port].HasHeartbeat())
+            mNeighbours[port].Receive();
+        for (int i = 0; i < count; ++i)
+            EXPECT_EQ(mNeighbours[port].Receive().size(), 12u);
+    }
     bool RunUntilSent(const std::string& text)
     {
         return mEvents.RunUntil([&] {
@@ -41,7 +49,7 @@ protected:
         });
     }
 
-    LogRecorder mLog{DebugFeature::RouterConnectionDebug};
+    LogRecorder mLog{DebugFeature::RouterConnectionDebug, DebugFeature::RouterConnectionDebugVerbose};
     boost::asio::io_service mService;
     LinkComms mComms;
     LinkManager mManager{mService, 2, mComms};
@@ -87,8 +95,10 @@ TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotPileUpBehindABusyMainThread)
         if (i % 100 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     // Whatever the link's thread has not taken in by its next beat but one is still with the kernel.
-    EXPECT_EQ(mNeighbours[0].Receive().size(), 12u);
-    EXPECT_EQ(mNeighbours[0].Receive().size(), 12u);
+    WaitForBeats(0, 2);
+    Plug(1);
+    mNeighbours[1].Send(Box);
+    EXPECT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1020001 Port H1 \r\n")) << "another link";
     mService.restart();
     EXPECT_LT(mService.poll(), 1100u);
     mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x0001, 3, {0x77, 0x77, 0, 0}));
@@ -110,6 +120,36 @@ TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
     mNeighbours[1].Send(Router);
     ASSERT_TRUE(mEvents.RunUntilLine("device H1 127.0.0.1 H7 127.0.0.1 1.2:8000 Router "));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
+    EXPECT_TRUE(mLog.Has("** [0] 0102\n"));
+
+    mManager.SetUdpTimeout(0, std::chrono::milliseconds(100));
+    mManager.SetUdpTimeout(1, std::chrono::milliseconds(100));
+    EXPECT_TRUE(mEvents.RunUntilLine("master INVALID_HID ")) << "when both stay silent";
+}
+
+TEST_F(LinkManagerTest, AfterAStallANeighbourWhoseStreamIsStillThereIsLostAndThenNew)
+{
+    SetRack();
+    Plug(0);
+    Plug(1);
+    mComms.mStreamExists = true;
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mEvents.RunUntilLine("internals 1.2:1 11"));
+    mEvents.Take();
+    std::ostringstream received;
+    received << "Received HB on H0  from " << mNeighbours[0].GetEndpoint() << "\n";
+    mManager.SetUdpTimeout(0, std::chrono::milliseconds(500));
+    mLog.Hold(received.str());
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mLog.WaitFor(received.str(), 2));
+    WaitForBeats(1, 3);
+    mLog.Release();
+    ASSERT_TRUE(mLog.WaitFor("-> Forcing heartbeat timeout.\n"));
+    EXPECT_TRUE(mLog.HasStart("A heartbeat receive delay of "));
+    mNeighbours[0].Send(Box);
+    ASSERT_TRUE(mEvents.RunUntilLine("internals 1.2:1 11"));
+    EXPECT_THAT(mEvents.Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Modular ",
+                                            "device H0 127.0.0.1 H7 127.0.0.1 1.2:1 Modular ", "internals 1.2:1 11"));
 }
 
 TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
@@ -118,11 +158,16 @@ TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
     Plug(0);
     Plug(1);
     mNeighbours[0].Send(Router44);
-    ASSERT_TRUE(mEvents.RunUntilLine("master 0.35:0 "));
     ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n"));
+    EXPECT_THAT(mEvents.Take(), ElementsAre("master 0.35:0 ")) << "without the main thread";
     EXPECT_THAT(mComms.Sent(),
                 ElementsAre("notification 0 to ORB PORT LOCAL_LINK ", "restart 0x230100 to ORB PORT LOCAL_LINK "));
+    EXPECT_TRUE(mLog.Has("Network at incompatible base rate... Our Rate 48kHz Network Rate 44.1kHz\r\n"));
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x00, 0x00, 0x23, 0x00}));
+    while (mNeighbours[0].HasHeartbeat())
+        mNeighbours[0].Receive();
+    WaitForBeats(1, 3);
+    EXPECT_FALSE(mNeighbours[0].HasHeartbeat()) << "silent towards that router";
 }
 
 TEST_F(LinkManagerTest, TheRateOfThisSystemDecidesWhatIsCompatible)

@@ -161,14 +161,9 @@ TEST(LinkRulesTest, EndpointsOfALink)
     EXPECT_EQ(endpoints(0, 0xFFFFFFFF, 0), std::make_pair(udp::endpoint(), udp::endpoint()));
 }
 
-TEST(LinkRulesTest, WhatAReportChanges)
+TEST(LinkRulesTest, RoutersAreWaitedForFiveSecondsLongerThanTheyMayTake)
 {
-    const udp::endpoint none;
-    const udp::endpoint one = Endpoint("0.10.0.1", 60002);
-    const udp::endpoint owner = Endpoint("0.10.0.1", 60001);
-    EXPECT_EQ(WorkOutLinkChange(none, none), LinkChange::None);
-    EXPECT_EQ(WorkOutLinkChange(one, one), LinkChange::None);
-    EXPECT_EQ(WorkOutLinkChange(none, one), LinkChange::Open);
-    EXPECT_EQ(WorkOutLinkChange(one, none), LinkChange::Close);
-    EXPECT_EQ(WorkOutLinkChange(one, owner), LinkChange::Replace);
+    EXPECT_EQ(WorkOutRouterAllowance(0), 5000u);
+    EXPECT_EQ(WorkOutRouterAllowance(10000), 15000u);
+    EXPECT_EQ(WorkOutRouterAllowance(0xFFFFFFFF), 0xFFFFFFFFu);
 }
