@@ -1,3 +1,5 @@
+#include "Common/KLV/Commands/ChainLengthCmd.h"
+#include "Tests/Support/LogRecorder.h"
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 // What is reported of the devices behind a hub, behind a router, and by the Orb router.
@@ -74,6 +76,27 @@ TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 1, 1, 0), 255, Local);
     EXPECT_EQ(Take(), Lines());
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
+}
+
+TEST_F(RemoteDeviceTest, NoReportTouchesTheRoutesOfTheUnit)
+{
+    PlugRouter(1, K2_HUB_TYPE);
+    Take();
+    LogRecorder log;
+    Report(1, Behind, 0x013F0105);
+    Report(1, Behind + 1, 0x00120901);
+    mDevices.OnChainLength(std::make_shared<ChainLengthCmd>(1u, 0x013F0105u, std::uint8_t{4}), 1, Local);
+    for (const std::uint32_t hid : {0x013F8000u, 0x00128001u}) {
+        ReportRouter(1, hid, 0x01020304);
+        ReportRouter(1, hid, 0);
+    }
+    for (const std::string& line : Take())
+        EXPECT_NE(line.compare(0, 5, "route"), 0) << line;
+    const std::string end = ", which is an address of this unit: its route is left alone\r\n";
+    EXPECT_EQ(log.Count("A device reports 1.63.1.5" + end), 2u);
+    EXPECT_EQ(log.Count("A device reports 0.18.9.1" + end), 1u);
+    EXPECT_EQ(log.Count("A device reports 1.63.128.0" + end), 2u);
+    EXPECT_EQ(log.Count("A device reports 0.18.128.1" + end), 2u);
 }
 
 TEST_F(RemoteDeviceTest, ADeviceIsGoneWithItsLastLink)
