@@ -2,6 +2,7 @@
 
 #include "OrbModule/Inc/UDPDispatcher/NetworkTimeMessage.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -19,4 +20,12 @@ public:
     /// @param system seconds of the system clock; @param offset the log's present offset; @param network the
     /// network's time. All in seconds, compared as unsigned 32-bit words.
     static std::optional<std::int32_t> WorkOutOffset(std::uint32_t system, std::int32_t offset, std::uint32_t network);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    bool MayLog(Clock::time_point now);
+
+    Clock::time_point mSecondStart;
+    std::uint32_t mChangesInSecond = 0;
 };

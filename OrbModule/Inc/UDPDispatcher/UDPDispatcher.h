@@ -73,6 +73,7 @@ private:
 
     void StartReceive();
     void ReceivePacket(const boost::system::error_code& error, std::size_t bytes);
+    void ReportFault(const std::string& text);
 
     std::map<int, Handler> mHandlers;
     boost::asio::io_service& mIoService;
@@ -80,4 +81,6 @@ private:
     boost::asio::ip::udp::endpoint mSender;
     std::array<char, 512> mBuffer{};
     boost::asio::steady_timer mRetryTimer;
+    /// The last datagram's; empty if it was well received.
+    std::string mFault;
 };

@@ -11,6 +11,8 @@
 namespace {
 
 constexpr std::uint32_t AllowedDifference = 5;
+/// Anybody can send times that change without end. Each change that is logged takes three lines.
+constexpr std::uint32_t LoggedChangesInSecond = 3;
 
 // Network times run to 2106. On the 32-bit target the C library holds them only if it is told to.
 static_assert(sizeof(std::time_t) == 8, "build with _TIME_BITS=64");
@@ -38,6 +40,20 @@ std::optional<std::int32_t> HardwareManager::WorkOutOffset(std::uint32_t system,
                                                         std::numeric_limits<std::int32_t>::max()));
 }
 
+/// Of further changes in the same second there is only their number, with the first change after it.
+bool HardwareManager::MayLog(Clock::time_point now)
+{
+    if (now - mSecondStart >= std::chrono::seconds(1)) {
+        if (mChangesInSecond > LoggedChangesInSecond) {
+            AUDIT_LOG(Information, "HardwareManager NetworkTimeMessage - %u changes not logged\r\n",
+                      mChangesInSecond - LoggedChangesInSecond);
+        }
+        mSecondStart = now;
+        mChangesInSecond = 0;
+    }
+    return ++mChangesInSecond <= LoggedChangesInSecond;
+}
+
 void HardwareManager::OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMessage> message)
 {
     timeval system{};
@@ -47,6 +63,10 @@ void HardwareManager::OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMess
     const std::uint32_t network = message->GetTime();
     const auto offset = WorkOutOffset(static_cast<std::uint32_t>(system.tv_sec), oldOffset, network);
     if (!offset) return;
+    if (!MayLog(Clock::now())) {
+        audit->SetTimeOffset(*offset);
+        return;
+    }
 
     AUDIT_LOG(Information, "HardwareManager NetworkTimeMessage - Old time was %s\r",
               TimeText(std::time(nullptr) + oldOffset).c_str());

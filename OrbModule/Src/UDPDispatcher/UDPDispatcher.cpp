@@ -2,6 +2,7 @@
 
 #include <boost/asio/buffer.hpp>
 #include <chrono>
+#include <exception>
 #include <stdexcept>
 
 namespace {
@@ -42,16 +43,31 @@ void UDPDispatcher::StartReceive()
 void UDPDispatcher::ReceivePacket(const boost::system::error_code& error, std::size_t bytes)
 {
     if (!error) {
-        Dispatch(mBuffer.data(), bytes);
+        try {
+            Dispatch(mBuffer.data(), bytes);
+            mFault.clear();
+        } catch (const std::exception& failure) {
+            ReportFault(failure.what());
+        } catch (...) {
+            ReportFault("unknown exception");
+        }
         StartReceive();
         return;
     }
-    AUDIT_STREAM(Fault, "UDPDispatcher::ReceivePacket Error " << error.message() << "\n");
+    ReportFault(error.message());
     if (!mSocket.is_open() || error == boost::asio::error::bad_descriptor) return;
     mRetryTimer.expires_from_now(RetryDelay);
     mRetryTimer.async_wait([this](const boost::system::error_code& aborted) {
         if (!aborted) StartReceive();
     });
+}
+
+/// One line for a fault that lasts.
+void UDPDispatcher::ReportFault(const std::string& text)
+{
+    if (text == mFault) return;
+    mFault = text;
+    AUDIT_STREAM(Fault, "UDPDispatcher::ReceivePacket Error " << text << "\n");
 }
 
 void UDPDispatcher::Dispatch(const char* bytes, std::size_t size) const

@@ -24,6 +24,19 @@ protected:
     {
         mSender.send_to(boost::asio::buffer(bytes), {boost::asio::ip::address_v4::loopback(), mDispatcher.GetPort()});
     }
+    /// The dispatcher's own, by its port.
+    int FindDescriptor() const
+    {
+        for (int fd = 0; fd < 1024; ++fd) {
+            sockaddr_in address{};
+            socklen_t size = sizeof address;
+            if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+                ntohs(address.sin_port) == mDispatcher.GetPort()) {
+                return fd;
+            }
+        }
+        return -1;
+    }
     /// The datagrams arrive in order, so the time with this number stands for all that came before.
     void RunUntilTimes(std::size_t count)
     {
@@ -51,6 +64,43 @@ TEST_F(UDPDispatcherTest, OnlyWholeMessagesOfAKnownNumberGetThroughAndReceptionG
     RunUntilTimes(3);
     EXPECT_THAT(mTimes, ElementsAre(0xF2345678u, 0x14141414u, 1u));
     EXPECT_TRUE(mLog.Lines().empty());
+}
+
+TEST_F(UDPDispatcherTest, AFaultThatLastsIsOneLineAndReceptionGoesOn)
+{
+    const auto faults = [this] { return mLog.Count("UDPDispatcher::ReceivePacket Error Connection refused\n"); };
+    const auto fail = [fd = FindDescriptor()] {
+        const int on = 1;
+        setsockopt(fd, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
+        const udp::endpoint nobody(boost::asio::ip::address_v4::loopback(), 9);
+        ::sendto(fd, "x", 1, 0, nobody.data(), static_cast<socklen_t>(nobody.size()));
+    };
+    for (std::size_t fault = 1; fault <= 2; ++fault) {
+        fail();
+        while (faults() < fault && mService.run_one_for(std::chrono::seconds(10)) > 0) {
+        }
+        fail();
+        Send(std::string("\x14\x01\x00\x00\x00", 5));
+        RunUntilTimes(fault);
+        EXPECT_EQ(faults(), fault);
+    }
+    EXPECT_THAT(mTimes, ElementsAre(1u, 1u));
+}
+
+TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndReception)
+{
+    std::vector<std::uint32_t> seen;
+    mDispatcher.Register<SwitchFabric::NetworkTimeMessage, NetworkTimeMessage>(
+        [&](const std::shared_ptr<const NetworkTimeMessage>& message) {
+            seen.push_back(message->GetTime());
+            if (message->GetTime() == 1) throw std::runtime_error("a slot");
+        });
+    Send(std::string("\x14\x01\x00\x00\x00", 5));
+    Send(std::string("\x14\x02\x00\x00\x00", 5));
+    RunUntilTimes(2);
+    EXPECT_THAT(mTimes, ElementsAre(1u, 2u));
+    EXPECT_THAT(seen, ElementsAre(1u, 2u));
+    EXPECT_TRUE(mLog.Has("UDPDispatcher::ReceivePacket Error a slot\n"));
 }
 
 TEST_F(UDPDispatcherTest, NothingIsLoggedAndNothingFiresWhenItGoes)
