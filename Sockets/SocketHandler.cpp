@@ -151,7 +151,11 @@ void SocketHandler::Remove(Socket* socket)
                                         [socket](const auto& candidate) { return candidate.second == socket; });
         if (entry == sockets->end()) continue;
         report();
-        if (sockets == &mSockets) Without(mFds, entry->first);
+        if (sockets == &mSockets) {
+            // Its descriptor closes now; in the sets it would make every select fail.
+            Set(entry->first, false, false, false);
+            Without(mFds, entry->first);
+        }
         sockets->erase(entry);
         return;
     }
@@ -379,11 +383,13 @@ void SocketHandler::CallConnected()
 {
     const Descriptors snapshot = List(WorkList::CallOnConnect);
     for (const int fd : snapshot) {
-        // A connect that succeeded at once is called when its socket is under control.
+        // OnConnect waits until the socket is under control.
         if (mAdd.count(fd) != 0) continue;
         Socket* const socket = Find(fd, 4);
         AddList(fd, WorkList::CallOnConnect, false);
         if (!socket) continue;
+        // A retry that was asked for before the connect was seen would close it.
+        AddList(fd, WorkList::Retry, false);
         socket->SetConnected();
         auto* const tcp = dynamic_cast<TcpSocket*>(socket);
         if (tcp && tcp->GetOutputLength() != 0) tcp->OnWrite();
@@ -423,10 +429,10 @@ void SocketHandler::RetryConnects()
 {
     const Descriptors snapshot = List(WorkList::Retry);
     for (const int fd : snapshot) {
+        if (mAdd.count(fd) != 0) continue;
         auto* const socket = dynamic_cast<TcpSocket*>(Find(fd, 7));
         AddList(fd, WorkList::Retry, false);
-        if (!socket) continue;
-        socket->SetRetryClientConnect(false);
+        if (!socket || socket->CloseAndDelete()) continue;
         const SocketAddress* const stored = socket->GetClientRemoteAddress();
         const auto address = stored ? stored->Clone() : nullptr;
         socket->Close();

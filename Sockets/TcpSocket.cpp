@@ -129,7 +129,7 @@ std::ptrdiff_t TcpSocket::ReceiveIntoRing()
         if (size > 0) ibuf.Commit(static_cast<std::size_t>(size));
         return size;
     }
-    // Not even one read is sure to fit. What does not is lost, so that the others on the handler do not wait for it.
+    // One read may not fit any more. Its bytes are then lost, so that the other sockets of the handler need not wait.
     char buffer[ReadSize];
     const ssize_t size = ::recv(GetSocket(), buffer, sizeof buffer, MSG_NOSIGNAL);
     if (size > 0 && !ibuf.Write(buffer, static_cast<std::size_t>(size))) {
@@ -197,7 +197,8 @@ void TcpSocket::OnException()
 {
     const int error = SoError();
     LogError("exception on select", error, LogLevel::Fatal);
-    SetCloseAndDelete();
+    // At once, as after a read error: until it is closed, each select reports the exception again.
+    CloseAtOnce();
 }
 
 void TcpSocket::EndGather()

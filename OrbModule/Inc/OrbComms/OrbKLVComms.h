@@ -18,6 +18,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 /// Owns all KLV streams of the module: listens on the two router ports, opens streams on request, keeps a directory of
 /// those that are connected, and sends commands on them. One socket thread runs all of it.
@@ -28,8 +29,8 @@
 class OrbKLVComms : public iOrbKLVComms
 {
 public:
-    /// TCP ports by which the type of a stream is told, and interfaces by which its port is. A test may have others; a
-    /// TCP port of 0 listens on any.
+    /// The TCP ports that decide the type of a stream, and the interfaces that decide its port. A test may have others;
+    /// a TCP port of 0 listens on any.
     struct Ports
     {
         /// By Routing::PortsEnum.
@@ -63,12 +64,14 @@ public:
     {
         return KLVStreamChanged->connect(slot);
     }
-    /// What is listened on, after a Ports with 0.
+    /// With the ports that are really listened on.
     const Ports& GetPorts() const { return mPorts; }
 
 private:
     bool Listen(std::uint16_t& port, const char* name);
     void Run();
+    bool MakeRoom(UINT8GIGEPORT port, bool isReported);
+    bool EndConnecting(const OrbKLVStream& stream);
     void TakePlaceOfEarlier(OrbKLVStream& stream);
     UINT8GIGEPORT FindPort(const OrbKLVStream& stream);
     StreamType FindType(const OrbKLVStream& stream) const;
@@ -85,9 +88,15 @@ private:
     std::shared_ptr<StreamSignal> KLVStreamChanged;
     iStreamContainer& mStreams;
     Ports mPorts;
-    /// Streams that this side opened and that have not connected yet. A flapping cable asks for the same connection
-    /// again and again, and one attempt at a time is enough.
-    std::set<OrbKLVStream*> mConnecting;
-    /// Those of them that have.
+    /// A stream that this side opened and that has not connected yet.
+    struct Connecting
+    {
+        OrbKLVStream* stream;
+        bool isReported;
+    };
+    /// The oldest first. A flapping cable asks for the same connection again and again, and one attempt at a time is
+    /// enough.
+    std::vector<Connecting> mConnecting;
+    /// Streams that this side opened and that have connected.
     std::set<OrbKLVStream*> mOpened;
 };

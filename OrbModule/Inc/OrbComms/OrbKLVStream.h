@@ -40,6 +40,8 @@ public:
     {
         return mTargetAddress == address && mTargetPort == tcpPort;
     }
+    std::uint32_t GetTargetAddress() const { return mTargetAddress; }
+    std::uint16_t GetTargetPort() const { return mTargetPort; }
     bool HasTargetOf(const OrbKLVStream& other) const
     {
         return mPort == other.mPort && IsAimedAt(other.mTargetAddress, other.mTargetPort);

@@ -21,7 +21,9 @@ namespace {
 constexpr int Backlog = 20;
 constexpr int RetryForEver = -1;
 /// A router may report others without end, and each is tried for ever.
-constexpr std::size_t MostConnecting = 256;
+constexpr std::size_t MostReported = 256;
+/// On one port. A link has one neighbour; the others are those that were there before and never answered.
+constexpr std::size_t MostOfNeighbours = 16;
 /// However often a timer is due, the passes leave the processor to others in between.
 constexpr long ShortestWaitUs = 1000;
 
@@ -52,7 +54,7 @@ OrbKLVComms::~OrbKLVComms()
     mHandler.Wake();
     mThread.join();
     mHandler.GetProcessor().GetPostedWork().SetDrained({});
-    // The sockets report to the log, the directory and the signal as they go, so they go while all of those stand.
+    // The sockets report their end to the log, the directory and the signal, so they go before those do.
     const HandlerMutex::Guard guard(mMutex);
     mHandler.CloseAll();
 }
@@ -90,16 +92,19 @@ void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16
 {
     const HandlerMutex::Guard guard(mMutex);
     AUDIT_STREAM(CommsDebug, "Connecting to " << AddressText(address) << " Port " << tcpPort << "\r\n");
-    const auto underWay = std::find_if(mConnecting.begin(), mConnecting.end(), [&](const OrbKLVStream* stream) {
-        return !stream->CloseAndDelete() && stream->GetPort() == port && stream->IsAimedAt(address, tcpPort);
+    const auto underWay = std::find_if(mConnecting.begin(), mConnecting.end(), [&](const Connecting& one) {
+        return !one.stream->CloseAndDelete() && one.stream->GetPort() == port &&
+               one.stream->IsAimedAt(address, tcpPort);
     });
     if (underWay != mConnecting.end()) {
         // Whoever asks again has reason to think that the peer is there now.
-        if (mHandler.Valid(*underWay)) (*underWay)->SetRetryClientConnect();
+        underWay->stream->SetRetryClientConnect();
         return;
     }
-    if (mConnecting.size() >= MostConnecting) {
-        AUDIT_STREAM(Fault, "OrbKLVComms::Connect " << AddressText(address) << " refused, " << mConnecting.size()
+    // Of a data link's peer the module knows by report.
+    const bool isReported = tcpPort == mPorts.masterRouter;
+    if (!MakeRoom(port, isReported)) {
+        AUDIT_STREAM(Fault, "OrbKLVComms::Connect " << AddressText(address) << " refused, " << MostReported
                                                     << " streams are being opened\r\n");
         return;
     }
@@ -109,8 +114,33 @@ void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16
     stream->SetConnectionRetry(RetryForEver);
     stream->SetReconnect(true);
     stream->AimAt(address, tcpPort);
-    mConnecting.insert(stream);
+    mConnecting.push_back({stream, isReported});
     stream->TcpConnect(mHandler, AddressText(address), tcpPort);
+}
+
+/// Reported peers are refused when there are too many. A neighbour is not: the oldest of its port gives way.
+bool OrbKLVComms::MakeRoom(UINT8GIGEPORT port, bool isReported)
+{
+    const auto counts = [&](const Connecting& one) {
+        return one.isReported == isReported && !one.stream->CloseAndDelete() &&
+               (isReported || one.stream->GetPort() == port);
+    };
+    const auto pending = static_cast<std::size_t>(std::count_if(mConnecting.begin(), mConnecting.end(), counts));
+    if (isReported) return pending < MostReported;
+    if (pending >= MostOfNeighbours) {
+        Shutdown(*std::find_if(mConnecting.begin(), mConnecting.end(), counts)->stream);
+    }
+    return true;
+}
+
+/// False if the stream was not being opened.
+bool OrbKLVComms::EndConnecting(const OrbKLVStream& stream)
+{
+    const auto entry = std::find_if(mConnecting.begin(), mConnecting.end(),
+                                    [&stream](const Connecting& one) { return one.stream == &stream; });
+    if (entry == mConnecting.end()) return false;
+    mConnecting.erase(entry);
+    return true;
 }
 
 void OrbKLVComms::Shutdown(OrbKLVStream& stream)
@@ -175,7 +205,7 @@ bool OrbKLVComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, Stream
 
 void OrbKLVComms::AddKLVStream(OrbKLVStream& stream)
 {
-    if (mConnecting.erase(&stream) != 0) TakePlaceOfEarlier(stream);
+    if (EndConnecting(stream)) TakePlaceOfEarlier(stream);
     AUDIT_STREAM(CommsDebug, "OrbKLVComms::AddKLVStream Remote Address "
                                  << AddressText(stream.GetRemoteIp()) << " Port " << stream.GetRemotePort() << "\r\n");
     const UINT8GIGEPORT port = stream.GetPort() < UNKNOWN_GIGE_PORT ? stream.GetPort() : FindPort(stream);
@@ -201,7 +231,10 @@ void OrbKLVComms::TakePlaceOfEarlier(OrbKLVStream& stream)
 
 void OrbKLVComms::RemoveKLVStream(OrbKLVStream& stream)
 {
-    mConnecting.erase(&stream);
+    if (EndConnecting(stream) && mRunning) {
+        AUDIT_STREAM(Fault, "OrbKLVComms::Connect " << AddressText(stream.GetTargetAddress()) << " Port "
+                                                    << stream.GetTargetPort() << " given up before it connected\r\n");
+    }
     mOpened.erase(&stream);
     AUDIT_STREAM(CommsDebug,
                  "OrbKLVComms::RemoveKLVStream Remote Address " << AddressText(stream.GetRemoteIp()) << "\r\n");

@@ -208,4 +208,5 @@ TEST_F(SocketHandlerTest, ASocketThatDiesUnderControlIsTakenOut)
     EXPECT_EQ(mErrors.Count("Remove: -1 Socket destructor called while still in use"), 1u);
     EXPECT_EQ(mHandler.GetCount(), 0u);
     Pass();
+    EXPECT_EQ(mErrors.Count("select"), 0u) << "its descriptor is in no set";
 }

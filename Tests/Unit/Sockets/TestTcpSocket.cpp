@@ -55,6 +55,22 @@ TEST_F(TcpSocketTest, AConnectThatFailsAtOnceIsNotTakenForAConnection)
     EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
 }
 
+TEST_F(TcpSocketTest, ARetryThatIsAskedForTooLateLeavesTheConnectionAlone)
+{
+    const LoopbackListener server;
+    Probe& probe = Connect("127.0.0.1", server.GetPort(), true);
+    const LoopbackPeer peer = server.Accept();
+    probe.SetRetryClientConnect();
+    ASSERT_TRUE(PassUntil("connect"));
+    Pass();
+    probe.SendBuf("here", 4);
+    EXPECT_EQ(peer.Receive(4), "here");
+    int alive = 0;
+    socklen_t size = sizeof alive;
+    EXPECT_EQ(getsockopt(probe.GetSocket(), SOL_SOCKET, SO_KEEPALIVE, &alive, &size), 0);
+    EXPECT_NE(alive, 0);
+}
+
 TEST_F(TcpSocketTest, WithoutRetriesLeftAFailedConnectEndsTheSocket)
 {
     const std::uint16_t port = LoopbackListener().GetPort();
@@ -87,7 +103,7 @@ TEST_F(TcpSocketTest, EveryWayAPeerEndsTheConnection)
     for (const auto& one : cases) {
         mErrors.mLines.clear();
         LoopbackPeer peer(-1);
-        Accept(peer).SetFlushBeforeClose(false);
+        Accept(peer);
         one.end(peer);
         ASSERT_TRUE(PassUntil("gone")) << one.error;
         EXPECT_EQ(mEvents, one.events) << one.error;

@@ -56,6 +56,11 @@ TEST_F(SendCoalescing, GathersUntilTheBufferIsFullUntilCommitOrUntilSilence)
     EXPECT_TRUE(HasLine(stream, "4 bytes sent on timer (2"));
     EXPECT_EQ(mPeer.Receive(26), "abcdefghijklmnopqrstuvwxyz");
 
+    stream.SetCoalesce(20, TimerUnits::Milliseconds, 0);
+    stream.OnConnect();
+    EXPECT_TRUE(mLog.Has("Mtu=65535, Mss=65495\r\n")) << "those of loopback";
+    EXPECT_TRUE(mLog.Has("Stream coalesce: 20 ms, BufferSize=65495, State:Fixed\r\n"));
+
     const auto others = EventTimerManager::Instance().GetTimeToNext();
     stream.WriteData("last", 4);
     EXPECT_EQ(EventTimerManager::Instance().GetTimeToNext(), (std::pair<std::int32_t, std::int32_t>(0, 20000)));

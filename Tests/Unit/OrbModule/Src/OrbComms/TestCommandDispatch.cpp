@@ -22,6 +22,13 @@ std::string PingBytes(const std::string& text)
     return bytes + text + std::string("\x01\0\0\0\x02\0\0\0", 8);
 }
 
+/// Its id belongs to another class.
+struct Impostor
+{
+    static constexpr CommandID ID = OstrelPingCmd::ID;
+    explicit Impostor(KLVCommandReadSet&) {}
+};
+
 /// Its read constructor throws.
 struct Unreadable
 {
@@ -98,6 +105,9 @@ TEST_F(CommandDispatch, ExceptionsEndNeitherThreadNorProcess)
         if (++calls == 1) throw std::runtime_error("slot");
         if (calls == 2) throw 2;
     });
+    EXPECT_FALSE(mProcessor.Connect<Impostor>([](const auto&, unsigned char, StreamType) { FAIL(); }).connected());
+    EXPECT_TRUE(mLog.HasStart("Failed to get signal for Command (anonymous namespace)::Impostor: "));
+    EXPECT_TRUE(mLog.HasStart("Failed to get signal of type (anonymous namespace)::Impostor for CommandID 839\n"));
     const LoopbackPeer peer = ConnectAdjacent();
     peer.Send(std::string("\xE7\x03\x00\x28\x02\0\0\0ab", 10));
     EXPECT_TRUE(peer.WaitForEnd());

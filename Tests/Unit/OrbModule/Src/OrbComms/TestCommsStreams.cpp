@@ -3,6 +3,8 @@
 #include "Common/KLV/Commands/IoInfoReq.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
 
+#include <sys/resource.h>
+
 using CommsStreams = CommsTest;
 using Lines = std::vector<std::string>;
 
@@ -18,14 +20,16 @@ TEST_F(CommsStreams, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
     {
         unsigned loopbackPort;
         bool master;
+        const char* host;
         const char* source;
         const char* change;
     } cases[] = {
-        {0, false, "127.0.0.9", "0 LOCAL_LINK 127.0.0.9 true"}, // this end has the port's address
-        {1, false, "127.0.0.9", "1 LOCAL_LINK 127.0.0.9 true"}, // the peer is in the link's /24
-        {2, true, "127.0.0.200", "2 MASTER_LINK 127.0.0.200 true"},
-        {1, false, "127.0.1.9", "255 LOCAL_LINK 127.0.1.9 true"}, // neither
-        {9, true, "127.0.0.9", "255 MASTER_LINK 127.0.0.9 true"}, // no interface has an address
+        {0, false, "127.0.0.1", "127.0.0.9", "0 LOCAL_LINK 127.0.0.9 true"}, // this end has the port's address
+        {0, false, "127.0.0.2", "127.0.0.9", "255 LOCAL_LINK 127.0.0.9 true"},
+        {1, false, "127.0.0.1", "127.0.0.9", "1 LOCAL_LINK 127.0.0.9 true"}, // the peer is in the link's /24
+        {2, true, "127.0.0.1", "127.0.0.200", "2 MASTER_LINK 127.0.0.200 true"},
+        {1, false, "127.0.0.1", "127.0.1.9", "255 LOCAL_LINK 127.0.1.9 true"}, // neither
+        {9, true, "127.0.0.1", "127.0.0.9", "255 MASTER_LINK 127.0.0.9 true"}, // no interface has an address
     };
     for (const auto& row : cases) {
         mChanges.clear();
@@ -35,13 +39,15 @@ TEST_F(CommsStreams, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
         Start();
         const auto& ports = mComms->GetPorts();
         const LoopbackPeer peer =
-            LoopbackPeer::ConnectTo(row.master ? ports.masterRouter : ports.adjacentRouter, "127.0.0.1", row.source);
+            LoopbackPeer::ConnectTo(row.master ? ports.masterRouter : ports.adjacentRouter, row.host, row.source);
         ASSERT_TRUE(WaitForChanges(1));
         EXPECT_EQ(mChanges, Lines{row.change});
         const auto port = static_cast<UINT8GIGEPORT>(std::stoi(row.change));
         EXPECT_TRUE(
             mComms->SendCmd(port, IoInfoReq(), row.master ? StreamType::MASTER_LINK : StreamType::LOCAL_LINK, 0));
         EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
+        mComms->Disconnect(port);
+        EXPECT_TRUE(peer.WaitForEnd());
         mComms.reset();
     }
 }
@@ -159,27 +165,14 @@ TEST_F(CommsStreams, AnotherConnectToAPeerThatWasNotThereTriesAgainAtOnceOnOneSt
     for (int i = 0; i < 5; ++i)
         mComms->Connect(Loopback, 1, port);
     const LoopbackListener server(port);
-    // Asked once more while it stands it would make place for another, so whether it does is awaited in between.
-    constexpr std::chrono::milliseconds Between(300);
-    auto asked = std::chrono::steady_clock::now();
-    ASSERT_TRUE(RunUntil([&] {
-        if (!mChanges.empty()) return true;
-        if (std::chrono::steady_clock::now() - asked >= Between) {
-            mComms->Connect(Loopback, 1, port);
-            asked = std::chrono::steady_clock::now();
-        }
-        return false;
-    }));
-    EXPECT_EQ(mChanges.front(), "1 LOCAL_LINK 127.0.0.1 true");
+    mComms->Connect(Loopback, 1, port);
+    const auto asked = std::chrono::steady_clock::now();
+    const LoopbackPeer peer = server.Accept();
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4)) << "before the ordinary retry";
+    ASSERT_TRUE(WaitForChanges(1));
+    EXPECT_EQ(mChanges, Lines{"1 LOCAL_LINK 127.0.0.1 true"}) << "one stream";
     EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 1));
-    EXPECT_EQ(mChanges.size(), 1u) << "one stream";
-    std::string received;
-    while (received.empty()) {
-        const LoopbackPeer peer = server.Accept();
-        ASSERT_NE(peer.GetFd(), -1);
-        received = peer.Receive(8);
-    }
-    EXPECT_EQ(received, IoInfoReqBytes);
+    EXPECT_EQ(peer.Receive(8), IoInfoReqBytes);
 }
 
 TEST_F(CommsStreams, APeerThatIsConnectedToAgainKeepsOneStreamOfOurs)
@@ -197,13 +190,40 @@ TEST_F(CommsStreams, APeerThatIsConnectedToAgainKeepsOneStreamOfOurs)
     EXPECT_EQ(second.Receive(8), IoInfoReqBytes);
 }
 
-TEST_F(CommsStreams, PeersWithoutEndThatAreNotThereLeaveRoomForThoseThatAre)
+TEST_F(CommsStreams, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
 {
     Start();
+    constexpr std::uint32_t Nowhere = 0xE0000001;
     for (std::uint32_t i = 0; i < 300; ++i)
-        mComms->Connect(Loopback + i, 2, 1);
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 127.0.1.1 refused, 256 streams are being opened\r\n"), 1u);
-    EXPECT_TRUE(mLog.Has("OrbKLVComms::Connect 127.0.1.44 refused, 256 streams are being opened\r\n"));
+        mComms->Connect(Nowhere + i, 2, mComms->GetPorts().masterRouter);
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 224.0.1.1 refused, 256 streams are being opened\r\n"), 1u);
+    EXPECT_TRUE(mLog.Has("OrbKLVComms::Connect 224.0.1.44 refused, 256 streams are being opened\r\n"));
+    for (std::uint32_t i = 0; i < 17; ++i)
+        mComms->Connect(Loopback + i, 1, 1);
+    EXPECT_TRUE(mLog.WaitFor("OrbKLVComms::Connect 127.0.0.1 Port 1 given up before it connected\r\n"));
+    const LoopbackListener server;
+    mComms->Connect(Loopback, 1, server.GetPort());
+    const LoopbackPeer neighbour = server.Accept();
+    ASSERT_TRUE(RunUntil([&] { return mComms->SendLocal(IoInfoReq(), 1); }));
+    EXPECT_EQ(neighbour.Receive(8), IoInfoReqBytes);
     const LoopbackPeer peer = ConnectAdjacent();
-    EXPECT_TRUE(WaitForChanges(1));
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 127.0.0.2 Port 1 given up before it connected\r\n"), 1u);
+}
+
+TEST_F(CommsStreams, WithoutADescriptorAConnectIsGivenUpWithALineAndAClientIsSentAway)
+{
+    Start();
+    LoopbackPeer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const int next = ::dup(0);
+    ::close(next);
+    const rlimit none{static_cast<rlim_t>(next), limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    mComms->Connect(Loopback, 1, 9);
+    const sockaddr_in to = LoopbackAddress("127.0.0.1", mComms->GetPorts().adjacentRouter);
+    EXPECT_EQ(::connect(peer.GetFd(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    EXPECT_TRUE(mLog.WaitFor("OrbKLVComms::Connect 127.0.0.1 Port 9 given up before it connected\r\n"));
+    EXPECT_TRUE(peer.WaitForEnd());
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
