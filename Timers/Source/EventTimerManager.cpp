@@ -165,13 +165,14 @@ void EventTimerManager::Run(const MonotonicTime& now, const Timer& timer)
         impl.mRunning = false;
     }
     MonotonicTime start;
-    if (mClock(start)) impl.mElapsed = static_cast<std::int32_t>(MillisecondsBetween(start, due));
+    const bool hasStart = mClock(start);
+    if (hasStart) impl.mElapsed = static_cast<std::int32_t>(MillisecondsBetween(start, due));
     IEventTimerHandler& handler = *impl.mHandler;
     // The handler may go away in its call, its name must not.
     const char* const name = typeid(handler).name();
     handler.OnTimer(timer);
     MonotonicTime end;
-    if (!mClock(end)) return;
+    if (!mClock(end) || !hasStart) return;
     const std::int64_t took = MillisecondsBetween(end, start);
     if (took > SlowMs) {
         AUDIT_STREAM(Information, "ProcessTimerEvent Object " << boost::core::demangle(name) << " Ms in service call "

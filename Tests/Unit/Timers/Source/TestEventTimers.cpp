@@ -185,6 +185,14 @@ TEST_F(EventTimers, NoClock)
     EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(100, 901000)) << "counts as time 0";
     EXPECT_FALSE(timers.Start(nullptr));
     EXPECT_TRUE(log.HasStart("Assert failed in file "));
+
+    timers.SetClock([reads = 0](MonotonicTime& time) mutable {
+        if (++reads == 3) return false;
+        time = {5000, 0};
+        return true;
+    });
+    EXPECT_THAT(Pass(), ElementsAre(1));
+    EXPECT_FALSE(log.HasStart("ProcessTimerEvent")) << "nobody knows when the handler began";
 }
 
 TEST_F(EventTimers, SlowHandlersAndBusyPassesAreTold)
