@@ -39,6 +39,12 @@ std::string SlotPortText(UINT8GIGEPORT port);
 /// A slot in the texts: its number, or "INVALID_TDM_SLOT".
 std::string SlotText(std::uint32_t slot);
 
+/// Whether a number, which may come from the network, is that of a slot.
+constexpr bool IsSlot(std::uint32_t number)
+{
+    return number < SLOTS_PER_PORT;
+}
+
 /// A list of TDM slots on one port (a Routing::PortsEnum).
 struct GigeAndSlots
 {

@@ -10,9 +10,27 @@
 #include <unordered_map>
 #include <vector>
 
-/// What an allocation came to. The caller makes or breaks the route for AllocatedNew and FreedLast only; with
-/// AlreadyCarrying the audio flows already, or goes on to flow.
-enum AllocationResult : std::uint32_t { AllocatedNew = 0, AlreadyCarrying = 1, AllocationFailed = 2, FreedLast = 3 };
+/// What came of taking slots or giving them back.
+enum AllocationResult : std::uint32_t {
+    /// New slots were taken; or, of Free, the slots of the box were given back.
+    AllocatedNew = 0,
+    /// The audio flows on: a destination joined the source's slots, or left them to others.
+    AlreadyCarrying = 1,
+    /// Nothing that could be used.
+    AllocationFailed = 2,
+    /// The last destination left, and the slots are free.
+    FreedLast = 3
+};
+
+struct Allocation
+{
+    AllocationResult result = AllocationFailed;
+    /// The slots concerned; none if nothing was found.
+    LinkPatch patch{};
+
+    /// Whether the route of the patch is to be made or broken.
+    bool ChangesRoutes() const { return result == AllocatedNew || result == FreedLast; }
+};
 
 /// The table of TDM slots of all ports: which source occupies a slot, who listens to it. One source occupies one set
 /// of slots on a port, however many destinations hear it. Bookkeeping only: it touches no hardware, sends nothing and
@@ -31,31 +49,33 @@ public:
     LinkAllocation(const LinkAllocation&) = delete;
     LinkAllocation& operator=(const LinkAllocation&) = delete;
 
-    /// Takes the lowest free slots of the port, or joins the slots that carry this source there already.
-    /// @param out the slots to be joined; untouched if the port is out of range or nothing can be taken.
-    /// When the port runs out, the slots taken so far stay with the destination and the result is AllocationFailed.
-    AllocationResult Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, UINT8GIGEPORT port, HidPort dest,
-                              LinkPatch& out);
-    /// Books the slots of destLink, whoever holds them. A slot above 511 is left out.
-    AllocationResult Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, HidPort dest,
-                              const Routing::GigeAndSlots& destLink, LinkPatch& out);
+    /// Takes the lowest free slots of the port, or joins the slots that carry this source there already. When the port
+    /// runs out, the slots taken so far stay with the destination, and the result is AllocationFailed.
+    Allocation Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, UINT8GIGEPORT port, HidPort dest);
+    /// Books the slots of destLink, whoever holds them.
+    /// @param destLink slots below 512
+    Allocation Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, HidPort dest,
+                        const Routing::GigeAndSlots& destLink);
 
     /// Takes a destination off the slots of its source; the last one gives the slots back.
-    /// @param out untouched if the source has no slots on this port.
-    AllocationResult Free(HidPort source, UINT8GIGEPORT port, HidPort dest, LinkPatch& out);
-    /// Gives the slots of destLink back, whatever they hold. A slot above 511 is left out.
-    AllocationResult Free(HidPort source, const Routing::GigeAndSlots& sourceLink,
-                          const Routing::GigeAndSlots& destLink, LinkPatch& out);
+    Allocation Free(HidPort source, UINT8GIGEPORT port, HidPort dest);
+    /// Gives the slots of destLink back, whatever they hold.
+    /// @param destLink slots below 512
+    Allocation Free(HidPort source, const Routing::GigeAndSlots& sourceLink, const Routing::GigeAndSlots& destLink);
 
-    /// Takes a device that left a link off all slots of the internal port and of this port.
-    /// @param out gains one patch a port, with an empty source and the slots that came free.
-    void GetUnpatchesByHidAndPort(Hid hid, UINT8GIGEPORT port, std::vector<LinkPatch>& out);
+    /// Takes a device that left a link off all slots of the internal port and of this port. In spite of its name it
+    /// frees the slots: asked twice, it has nothing more to say.
+    /// @return at most one patch for each of the two ports, with an empty source and the slots that came free.
+    std::vector<LinkPatch> GetUnpatchesByHidAndPort(Hid hid, UINT8GIGEPORT port);
 
-    /// Whether this destination listens to the slots that carry this source on a port.
-    bool IsListening(HidPort source, UINT8GIGEPORT port, HidPort dest) const;
-
-    /// Slots in use on all ports, and the sum of their destinations.
-    void GetCounts(std::uint32_t& slotsInUse, std::uint32_t& totalDests) const;
+    struct Counts
+    {
+        /// On all ports.
+        std::uint32_t slotsInUse = 0;
+        /// The sum over these slots.
+        std::uint32_t destinations = 0;
+    };
+    Counts GetCounts() const;
 
     /// @param port below 3; @param number below 512
     const LinkSlot& GetSlot(UINT8GIGEPORT port, std::uint32_t number) const { return mSlots.at(port).at(number); }
@@ -73,7 +93,7 @@ private:
     void AddDest(LinkSlot& slot, HidPort dest);
     void ResetSlot(LinkSlot& slot);
     bool HasRoomFor(std::size_t destinations) const;
-    void LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT port, std::vector<LinkPatch>& out);
+    Slots LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT port);
 
     std::array<std::array<LinkSlot, Routing::SLOTS_PER_PORT>, Routing::PORT_COUNT> mSlots;
     std::array<std::unordered_map<HidPort, Slots>, Routing::PORT_COUNT> mLuts;

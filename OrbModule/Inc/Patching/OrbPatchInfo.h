@@ -32,7 +32,7 @@ public:
     const Routing::GigeAndSlots& GetSwapTarget() const { return mSwapTarget; }
 
     bool Concerns(Hid hid) const { return mSource.GetHid() == hid || mDest.GetHid() == hid; }
-    /// Whether nothing has come of the patch on either link; the internal port does not count.
+    /// Whether the patch is PatchNotSent on both links; the internal port does not count.
     bool IsUnsent() const;
     /// Slot numbers that this record holds in all its links.
     std::size_t CountSlots() const;

@@ -4,7 +4,6 @@
 #include "OrbModule/Inc/DeviceManager/iDevices.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "OrbModule/Inc/Patching/LinkAllocation.h"
-#include "OrbModule/Inc/Patching/PatchRoad.h"
 #include "OrbModule/Inc/Patching/PatchStore.h"
 #include "OrbModule/Inc/Patching/iPatcher.h"
 
@@ -21,10 +20,10 @@ class OstrelPingCmd;
 class PatchSucessfulCmd;
 class RouterPatchAudio;
 
-/// Turns patch commands into slots and routes, and keeps them right while devices come and go. It finds out from
-/// where the two ends of a patch stand which road the patch takes; the same destination may be heard on both links,
-/// and then one link has the working route and the other a prepared one. With a real router on a link that router
-/// drives the patches; without one the Orb router of the unit does. Ports are Routing::PortsEnum. Main thread only.
+/// Turns patch commands into slots and routes, and keeps them right while devices come and go. What a patch takes
+/// depends on where its two ends are; the same destination may be heard on both links, and then one link has the
+/// working route and the other a prepared one. With a real router on a link that router drives the patches; without one
+/// the Orb router of the unit does. Ports are Routing::PortsEnum. Main thread only.
 class PatchController
 {
 public:
@@ -60,18 +59,12 @@ private:
     bool UpdatePatchStore(const RouterPatchAudio& command);
     void HandleRouterGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port);
     void HandleOrbGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port);
-    void TakeOrbRoad(PatchRoad road, const RouterPatchAudio& command, const DevicePorts& sourcePorts,
-                     const DevicePorts& destPorts, UINT8GIGEPORT port, bool& bitmapDone);
-    void LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort, UINT8GIGEPORT destPort,
-                               bool& bitmapDone);
+    bool LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort, UINT8GIGEPORT destPort);
     void LocalOrbPatch(const RouterPatchAudio& command, const DevicePorts& ports);
     void RemoteDestinationPatch(const RouterPatchAudio& command, const DevicePorts& ports);
     bool StandsByForOtherLink(const IoPort& dest, UINT8GIGEPORT port, const Routing::GigeAndSlots& slots) const;
-    /// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
-    /// @param patch what the fabric has to change.
-    AllocationResult AssignSlots(const RouterPatchAudio& command, const Routing::GigeAndSlots& sourceLink,
-                                 UINT8GIGEPORT port, LinkPatch& patch);
-    /// The slots at which the source arrives on a link port: those of the local box, else those of the command.
+    Allocation AssignSlots(const RouterPatchAudio& command, const Routing::GigeAndSlots& sourceLink,
+                           UINT8GIGEPORT port);
     Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port);
 
     void ReportPatchFailed(const RouterPatchAudio& command, UINT8GIGEPORT port);
@@ -85,7 +78,7 @@ private:
     bool IsHeldByAnother(const Routing::GigeAndSlots& link, HidPort source) const;
     void FlipPorts(Hid hid, UINT8GIGEPORT port);
     void RemakePatches(Hid hid, UINT8GIGEPORT port);
-    void RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port);
+    void RemakePatch(const OrbPatchInfo& patch, UINT8GIGEPORT port);
 
     iDevices* mDevices;
     iOrbKLVComms* mComms;

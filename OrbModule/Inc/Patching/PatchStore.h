@@ -1,16 +1,14 @@
 #pragma once
 
+#include "Common/KLV/Commands/PortBitmapCmd.h"
 #include "OrbModule/Inc/Patching/OrbPatchInfo.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 #include <unordered_map>
 #include <vector>
-
-class PortBitmapCmd;
 
 /// The memory of patches: for every destination that was patched through this module, what feeds it and how far that
 /// has come on each port. It is what lets a patch outlive the loss of a link; nothing outlives the process. Ports are
@@ -25,8 +23,8 @@ public:
     static constexpr std::size_t MaxPatches = 65536;
     static constexpr std::size_t MaxSlots = 1048576;
 
-    /// The command for each destination HID. The caller owns them.
-    using BitmapCommands = std::map<Hid, std::unique_ptr<PortBitmapCmd>>;
+    /// The command for each destination HID.
+    using BitmapCommands = std::map<Hid, PortBitmapCmd>;
 
     PatchStore() : mPatches(InitialBuckets) {}
     virtual ~PatchStore() = default;
@@ -37,10 +35,10 @@ public:
     /// @return false, with a line in the log, if the store is full and has no patch of this destination.
     virtual bool StorePatch(const IoPort& source, const IoPort& dest);
     virtual void RemovePatch(const IoPort& dest);
-    /// Appends every patch with this HID at either end and this state on that port. The pointers stay good until a
-    /// patch is removed.
-    virtual void GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state, std::vector<OrbPatchInfo*>& out);
-    /// The updates by destination leave a line in the log for a destination that is unknown.
+    /// Every patch with this HID at either end and this state on that port. The pointers are good until a patch is
+    /// removed.
+    virtual std::vector<OrbPatchInfo*> GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
+    /// An update of an unknown destination changes nothing and leaves a line in the log.
     virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state);
     virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
                              Routing::GigeAndSlots link);
@@ -50,15 +48,15 @@ public:
     virtual void UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
     /// Nothing for an unknown destination.
     virtual std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const;
+    /// Asked by nobody here; it belongs to the store's interface beside GetPatchState.
     virtual std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const;
-    /// Makes the commands that turn the I/O ports of this device's patches to a port where they stand as made.
-    virtual void GetBitmapCommands(Hid hid, UINT8GIGEPORT port, BitmapCommands& out) const;
-    /// Erases every patch of which nothing has come on either link.
+    /// The commands that make the destinations of this device's patches listen on a port where the patch is made.
+    virtual BitmapCommands GetBitmapCommands(Hid hid, UINT8GIGEPORT port) const;
+    /// Erases every patch that is PatchNotSent on both links.
     virtual void RemoveUnsent();
 
     /// One line a patch in the log. The argument has no effect.
     void Print(int filter) const;
-    std::size_t GetCount() const { return mPatches.size(); }
     /// The patch of a destination, null if there is none. Good until a patch is removed.
     const OrbPatchInfo* Find(const IoPort& dest) const;
 

@@ -12,37 +12,28 @@ constexpr bool IsPort(UINT8GIGEPORT port)
     return port < Routing::PORT_COUNT;
 }
 
-/// A slot number that has a place in the table; one that has none is left out, with a line in the log.
-bool IsSlot(std::uint32_t slot)
-{
-    if (slot < Routing::SLOTS_PER_PORT) return true;
-    AUDIT_STREAM(Fault, "LinkAllocation slot out of range " << slot << '\n');
-    return false;
-}
-
 } // namespace
 
-AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, UINT8GIGEPORT port,
-                                          HidPort dest, LinkPatch& out)
+Allocation LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, UINT8GIGEPORT port,
+                                    HidPort dest)
 {
     AUDIT_STREAM(RouterAudioRoute, "Remote Dest Allocate Src " << source << sourceLink << " Dest Gige Port "
                                                                << Routing::SlotPortText(port) << " Dest " << dest
                                                                << '\n');
     if (!IsPort(port)) {
         AUDIT_STREAM(Fault, "Remote Allocate Gige out of range " << unsigned{port} << '\n');
-        return AllocationFailed;
+        return {};
     }
     const auto known = mLuts[port].find(source);
     if (known != mLuts[port].end() && !known->second.empty()) {
         AUDIT_LOG(RouterAudioRoute, "Link alrady carrying source\r\n");
-        if (!HasRoomFor(known->second.size())) return AllocationFailed;
-        out = LinkPatch{sourceLink, {port, known->second}};
+        if (!HasRoomFor(known->second.size())) return {};
         UpdateSlots(port, known->second, dest);
-        return AlreadyCarrying;
+        return {AlreadyCarrying, {sourceLink, {port, known->second}}};
     }
 
     const std::size_t wanted = sourceLink.slots.size();
-    if (wanted == 0 || !HasRoomFor(wanted)) return AllocationFailed;
+    if (wanted == 0 || !HasRoomFor(wanted)) return {};
 
     AllocationResult result = AllocationFailed;
     Slots taken;
@@ -63,12 +54,11 @@ AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAnd
     }
     AddToLut(port, source, taken);
     UpdateSlots(port, taken, dest);
-    out = LinkPatch{sourceLink, {port, std::move(taken)}};
-    return result;
+    return {result, {sourceLink, {port, std::move(taken)}}};
 }
 
-AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, HidPort dest,
-                                          const Routing::GigeAndSlots& destLink, LinkPatch& out)
+Allocation LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, HidPort dest,
+                                    const Routing::GigeAndSlots& destLink)
 {
     AUDIT_STREAM(RouterAudioRoute, "LinkAllocation::Allocate Local Src " << source << " Link Src " << sourceLink
                                                                          << " Local Dest " << dest << " Link Dest "
@@ -76,18 +66,14 @@ AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAnd
     const UINT8GIGEPORT port = destLink.port;
     if (!IsPort(port)) {
         AUDIT_STREAM(Fault, "Local Allocate Gige out of range " << unsigned{port} << '\n');
-        return AllocationFailed;
+        return {};
     }
-    if (!HasRoomFor(destLink.slots.size())) return AllocationFailed;
+    if (!HasRoomFor(destLink.slots.size())) return {};
 
-    Slots booked;
-    booked.reserve(destLink.slots.size());
     std::vector<HidPort> displaced;
     const auto sharedLink = std::make_shared<const Routing::GigeAndSlots>(sourceLink);
     std::uint32_t index = 0;
     for (const std::uint32_t number : destLink.slots) {
-        const std::uint32_t position = index++;
-        if (!IsSlot(number)) continue;
         LinkSlot& slot = mSlots[port][number];
         if (slot.IsInUse() && slot.mSource != source && (displaced.empty() || displaced.back() != slot.mSource)) {
             displaced.push_back(slot.mSource);
@@ -95,24 +81,22 @@ AllocationResult LinkAllocation::Allocate(HidPort source, const Routing::GigeAnd
         slot.mSource = source;
         AddDest(slot, dest);
         slot.mSourceLink = sharedLink;
-        slot.mIndex = position;
-        booked.push_back(number);
+        slot.mIndex = index++;
     }
-    AddToLut(port, source, booked);
+    AddToLut(port, source, destLink.slots);
     for (const HidPort& former : displaced)
         RemoveFromLutIfGone(former, port);
-    out = LinkPatch{sourceLink, destLink};
-    return AllocatedNew;
+    return {AllocatedNew, {sourceLink, destLink}};
 }
 
-AllocationResult LinkAllocation::Free(HidPort source, UINT8GIGEPORT port, HidPort dest, LinkPatch& out)
+Allocation LinkAllocation::Free(HidPort source, UINT8GIGEPORT port, HidPort dest)
 {
     if (!IsPort(port)) {
         AUDIT_STREAM(Fault, "LinkAllocation Free Gige out of range " << unsigned{port} << '\n');
-        return AllocationFailed;
+        return {};
     }
     const auto known = mLuts[port].find(source);
-    if (known == mLuts[port].end() || known->second.empty()) return AllocationFailed;
+    if (known == mLuts[port].end() || known->second.empty()) return {};
 
     // A copy, since the entry goes as soon as the first of its slots comes free.
     const Slots slots = known->second;
@@ -142,21 +126,19 @@ AllocationResult LinkAllocation::Free(HidPort source, UINT8GIGEPORT port, HidPor
         ResetSlot(slot);
         result = FreedLast;
     }
-    out = LinkPatch{sourceLink ? *sourceLink : Routing::GigeAndSlots{}, {port, std::move(left)}};
-    return result;
+    return {result, {sourceLink ? *sourceLink : Routing::GigeAndSlots{}, {port, std::move(left)}}};
 }
 
-AllocationResult LinkAllocation::Free(HidPort source, const Routing::GigeAndSlots& sourceLink,
-                                      const Routing::GigeAndSlots& destLink, LinkPatch& out)
+Allocation LinkAllocation::Free(HidPort source, const Routing::GigeAndSlots& sourceLink,
+                                const Routing::GigeAndSlots& destLink)
 {
     AUDIT_STREAM(RouterAudioRoute, "Free Link Src " << sourceLink << " Link Dst " << destLink << '\n');
     const UINT8GIGEPORT port = destLink.port;
     if (!IsPort(port)) {
         AUDIT_STREAM(Fault, "Local Free Gige out of range " << unsigned{port} << '\n');
-        return AllocationFailed;
+        return {};
     }
     for (const std::uint32_t number : destLink.slots) {
-        if (!IsSlot(number)) continue;
         LinkSlot& slot = mSlots[port][number];
         const HidPort holder = slot.mSource;
         const bool foreign = slot.IsInUse() && holder != source;
@@ -164,20 +146,24 @@ AllocationResult LinkAllocation::Free(HidPort source, const Routing::GigeAndSlot
         if (foreign) RemoveFromLutIfGone(holder, port);
     }
     RemoveFromLut(source, port);
-    out = LinkPatch{sourceLink, destLink};
-    return AllocatedNew;
+    return {AllocatedNew, {sourceLink, destLink}};
 }
 
-void LinkAllocation::GetUnpatchesByHidAndPort(Hid hid, UINT8GIGEPORT port, std::vector<LinkPatch>& out)
+std::vector<LinkPatch> LinkAllocation::GetUnpatchesByHidAndPort(Hid hid, UINT8GIGEPORT port)
 {
-    LeavePort(hid, port, Routing::ORB_PORT, out);
-    LeavePort(hid, port, port, out);
+    std::vector<LinkPatch> unpatches;
+    for (const UINT8GIGEPORT walked : {UINT8GIGEPORT{Routing::ORB_PORT}, port}) {
+        Slots freed = LeavePort(hid, port, walked);
+        if (!freed.empty()) unpatches.push_back({{}, {walked, std::move(freed)}});
+    }
+    return unpatches;
 }
 
-void LinkAllocation::LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT port, std::vector<LinkPatch>& out)
+/// @return the slots of this port that came free.
+LinkAllocation::Slots LinkAllocation::LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT port)
 {
-    if (!IsPort(port)) return;
     Slots freed;
+    if (!IsPort(port)) return freed;
     for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
         LinkSlot& slot = mSlots[port][number];
         if (!slot.IsInUse()) continue;
@@ -201,26 +187,18 @@ void LinkAllocation::LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT po
         freed.push_back(number);
         ResetSlot(slot);
     }
-    if (!freed.empty()) out.push_back(LinkPatch{Routing::GigeAndSlots{}, {port, std::move(freed)}});
+    return freed;
 }
 
-bool LinkAllocation::IsListening(HidPort source, UINT8GIGEPORT port, HidPort dest) const
+LinkAllocation::Counts LinkAllocation::GetCounts() const
 {
-    if (!IsPort(port)) return false;
-    const auto known = mLuts[port].find(source);
-    return known != mLuts[port].end() &&
-           std::any_of(known->second.begin(), known->second.end(),
-                       [&](std::uint32_t number) { return mSlots[port][number].mDests.count(dest) != 0; });
-}
-
-void LinkAllocation::GetCounts(std::uint32_t& slotsInUse, std::uint32_t& totalDests) const
-{
-    slotsInUse = 0;
-    totalDests = mTotalDests;
+    Counts counts;
+    counts.destinations = mTotalDests;
     for (const auto& port : mSlots) {
-        slotsInUse += static_cast<std::uint32_t>(
+        counts.slotsInUse += static_cast<std::uint32_t>(
             std::count_if(port.begin(), port.end(), [](const LinkSlot& slot) { return slot.IsInUse(); }));
     }
+    return counts;
 }
 
 void LinkAllocation::Print(std::ostream& out) const

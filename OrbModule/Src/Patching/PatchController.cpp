@@ -34,15 +34,14 @@ std::uint64_t RetryKey(Hid hid, UINT8GIGEPORT port)
     return std::uint64_t{hid} << 8 | port;
 }
 
-/// Whether a link can be routed. Its slots may come from the network, so they are looked at.
-bool IsUsable(const GigeAndSlots& link)
+/// True for a link that can be routed. Slots that come from the network are refused here, with a line in the log.
+bool CheckLink(const GigeAndSlots& link)
 {
     if (link.slots.size() > Routing::SLOTS_PER_PORT) {
         AUDIT_STREAM(Fault, "PatchController too many slots " << link.slots.size() << '\n');
         return false;
     }
-    const auto wild = std::find_if(link.slots.begin(), link.slots.end(),
-                                   [](std::uint32_t slot) { return slot >= Routing::SLOTS_PER_PORT; });
+    const auto wild = std::find_if_not(link.slots.begin(), link.slots.end(), Routing::IsSlot);
     if (wild != link.slots.end()) {
         AUDIT_STREAM(Fault, "PatchController slot out of range " << *wild << '\n');
         return false;
@@ -50,18 +49,12 @@ bool IsUsable(const GigeAndSlots& link)
     return link.IsValid();
 }
 
-/// Of lists of unequal length the shorter counts.
+/// Each slot of the source feeds one of the destination, so what one list has more than the other is of no use.
 void CutToShorter(GigeAndSlots& source, GigeAndSlots& dest)
 {
     const std::size_t length = std::min(source.slots.size(), dest.slots.size());
     source.slots.resize(length);
     dest.slots.resize(length);
-}
-
-/// Results that leave something to be done to the routes; with the others the audio flows on as it did.
-bool ChangesRoutes(AllocationResult result)
-{
-    return result == AllocatedNew || result == FreedLast;
 }
 
 /// Whether all these slots are among those that have just come free.
@@ -134,7 +127,7 @@ void PatchController::ReceivedRouterPatchAudioCmd(const std::shared_ptr<const Ro
     HandleRouterGeneratedPatch(*command, port);
 }
 
-/// False if the patch finds no room; then nothing is to be made of it either.
+/// @return whether the store has room for the patch; without it no route is made either.
 bool PatchController::UpdatePatchStore(const RouterPatchAudio& command)
 {
     AUDIT_STREAM(RouterAudioRoute, "UpdatePatchStore Dst" << command.GetDest() << " Src " << command.GetOrig()
@@ -148,38 +141,29 @@ void PatchController::HandleRouterGeneratedPatch(const RouterPatchAudio& command
 {
     const Hid source = NormaliseHid(command.GetSource().GetPort().GetHid());
     const Hid dest = NormaliseHid(command.GetDest().GetHid());
-    PatchEnds ends;
-    if (port != Routing::ORB_PORT) {
-        ends.sourceIsOwn = mDevices->IsOwnDevice(source);
-        ends.destIsOwn = mDevices->IsOwnDevice(dest);
-        ends.destReachable = mDevices->IsDeviceOnline(dest, port);
-    }
-    switch (FindRouterRoad(port, ends)) {
-    case PatchRoad::PassToOrbAndAcknowledge:
-        SendToOrb(command);
-        ReportPatchSuccessful(command.GetDest(), port);
-        break;
-    case PatchRoad::PassToOrbWithPort: {
-        RouterPatchAudio copy = command;
-        copy.SetSourceLink(port);
-        SendToOrb(copy);
-        break;
-    }
-    case PatchRoad::ReportFailed:
-        ReportPatchFailed(command, port);
-        break;
-    case PatchRoad::LinkToOrb:
-        LocalOrbPatch(command, mDevices->GetDevicePorts(source, port));
-        break;
-    case PatchRoad::OrbToLink:
-        for (const UINT8GIGEPORT link : FindRouterPorts(command.GetMake(), command.GetSource().GetLink())) {
-            const DevicePorts ports = mDevices->GetDevicePorts(dest, link);
+    if (port == Routing::ORB_PORT) {
+        const UINT8GIGEPORT link = command.GetSource().GetLink();
+        const std::vector<UINT8GIGEPORT> both{Routing::PRIMARY_PORT, Routing::SECONDARY_PORT};
+        for (const UINT8GIGEPORT candidate : command.GetMake() ? std::vector<UINT8GIGEPORT>{link} : both) {
+            const DevicePorts ports = mDevices->GetDevicePorts(dest, candidate);
             AUDIT_STREAM(RouterAudioRoute, "ORB SRC DSPort " << ports << '\n');
             RemoteDestinationPatch(command, ports);
         }
-        break;
-    default:
-        break;
+        return;
+    }
+    const bool isSourceOwn = mDevices->IsOwnDevice(source);
+    const bool isDestOwn = mDevices->IsOwnDevice(dest);
+    if (isSourceOwn && isDestOwn) {
+        SendToOrb(command);
+        ReportPatchSuccessful(command.GetDest(), port);
+    } else if (isDestOwn) {
+        LocalOrbPatch(command, mDevices->GetDevicePorts(source, port));
+    } else if (isSourceOwn && mDevices->IsDeviceOnline(dest, port)) {
+        RouterPatchAudio copy = command;
+        copy.SetSourceLink(port);
+        SendToOrb(copy);
+    } else if (isSourceOwn) {
+        ReportPatchFailed(command, port);
     }
 }
 
@@ -195,81 +179,61 @@ void PatchController::HandleOrbGeneratedPatch(const RouterPatchAudio& command, U
         LocalOrbPatch(command, mDevices->GetDevicePorts(source, port));
         return;
     }
-    PatchEnds ends;
-    ends.sourceIsLocal = mDevices->IsLocalIo(source);
-    ends.destIsLocal = mDevices->IsLocalIo(dest);
-    ends.sourceIsOwn = mDevices->IsOwnDevice(source);
-    ends.destIsOwn = mDevices->IsOwnDevice(dest);
+    // The first port that reaches the local box is the one on which it listens, unless the command names a link.
     bool bitmapDone = link != Routing::ORB_PORT;
-    for (const UINT8GIGEPORT candidate : FindOrbPorts(link)) {
+    for (const UINT8GIGEPORT candidate : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        if (link != Routing::ORB_PORT && link != candidate) continue;
         const DevicePorts destPorts = mDevices->GetDevicePorts(dest, candidate);
         const DevicePorts sourcePorts = mDevices->GetDevicePorts(source, candidate);
         AUDIT_STREAM(RouterAudioRoute, "Src Ports " << sourcePorts << " Dest Ports " << destPorts << '\n');
-        ends.sourceReachable = sourcePorts.IsValid();
-        ends.destReachable = destPorts.IsValid();
-        TakeOrbRoad(FindOrbRoad(port, ends), command, sourcePorts, destPorts, candidate, bitmapDone);
+        if (mDevices->IsLocalIo(source) && mDevices->IsOwnDevice(dest)) {
+            AUDIT_STREAM(RouterAudioRoute, "Destination HID " << command.GetDest().GetHid() << '\n');
+            if (sourcePorts.IsValid()) LocalOrbPatch(command, sourcePorts);
+        } else if (mDevices->IsLocalIo(dest)) {
+            if (!sourcePorts.IsValid() || !destPorts.IsValid()) continue;
+            const bool isDone = LocalDestinationPatch(command, sourcePorts.local, destPorts.local);
+            if (!isDone || bitmapDone) continue;
+            bitmapDone = true;
+            const IoPort& listener = command.GetDest();
+            const bool isSecondary = !IsPrimaryPort(destPorts.local);
+            mComms->SendCmd(destPorts.local, MakeBitmapCommand(listener.GetHid(), listener.GetIndex(), isSecondary),
+                            iOrbKLVComms::LOCAL_LINK, 0);
+        } else if (mDevices->IsOwnDevice(source)) {
+            AUDIT_LOG(RouterAudioRoute, "ORB SRC\r\n");
+            RemoteDestinationPatch(command, destPorts);
+        } else if (sourcePorts.IsValid()) {
+            AUDIT_LOG(RouterAudioRoute, "Remote SRC send patch onwards\r\n");
+            SendToSourceNode(command, source, candidate);
+            mPatchStore.UpdatePatch(command.GetDest(), destPorts.local, Korvo::PatchSent, {});
+        } else {
+            AUDIT_LOG(RouterAudioRoute, "Remote SRC link not valid\r\n");
+        }
     }
 }
 
-void PatchController::TakeOrbRoad(PatchRoad road, const RouterPatchAudio& command, const DevicePorts& sourcePorts,
-                                  const DevicePorts& destPorts, UINT8GIGEPORT port, bool& bitmapDone)
-{
-    switch (road) {
-    case PatchRoad::LinkToOrb:
-    case PatchRoad::LinkToOrbNotHeard:
-        AUDIT_STREAM(RouterAudioRoute, "Destination HID " << command.GetDest().GetHid() << '\n');
-        if (road == PatchRoad::LinkToOrb) LocalOrbPatch(command, sourcePorts);
-        break;
-    case PatchRoad::ToLocalBox:
-        LocalDestinationPatch(command, sourcePorts.local, destPorts.local, bitmapDone);
-        break;
-    case PatchRoad::OrbToLink:
-        AUDIT_LOG(RouterAudioRoute, "ORB SRC\r\n");
-        RemoteDestinationPatch(command, destPorts);
-        break;
-    case PatchRoad::OnwardsToSource:
-        AUDIT_LOG(RouterAudioRoute, "Remote SRC send patch onwards\r\n");
-        SendToSourceNode(command, NormaliseHid(command.GetSource().GetPort().GetHid()), port);
-        mPatchStore.UpdatePatch(command.GetDest(), destPorts.local, Korvo::PatchSent, {});
-        break;
-    case PatchRoad::SourceNotValid:
-        AUDIT_LOG(RouterAudioRoute, "Remote SRC link not valid\r\n");
-        break;
-    default:
-        break;
-    }
-}
-
-void PatchController::LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort,
-                                            UINT8GIGEPORT destPort, bool& bitmapDone)
+/// @return whether a route was made or broken.
+bool PatchController::LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort,
+                                            UINT8GIGEPORT destPort)
 {
     const IoPort& dest = command.GetDest();
     GigeAndSlots destLink{destPort, mDevices->GetOutputLinkSlot(dest.GetHid(), dest.GetIndex())};
     GigeAndSlots sourceLink = GetSourceLink(command, sourcePort);
     AUDIT_STREAM(RouterAudioRoute, "LocalDestinationPatch Src Link " << sourceLink << " Dst Link " << destLink << '\n');
-    if (!IsUsable(sourceLink) || !IsUsable(destLink)) {
+    if (!CheckLink(sourceLink) || !CheckLink(destLink)) {
         AUDIT_LOG(Fault, "LocalDestinationPatch INVALID TDM SLOTS\r\n");
-        return;
+        return false;
     }
     const HidPort orig = ToHidPort(command.GetOrig());
-    LinkPatch patch;
-    AllocationResult result = AllocationFailed;
-    if (command.GetMake()) {
-        CutToShorter(sourceLink, destLink);
-        result = mLinkAllocation.Allocate(orig, sourceLink, ToHidPort(dest), destLink, patch);
-    } else {
-        result = mLinkAllocation.Free(orig, sourceLink, destLink, patch);
-    }
-    if (result == AllocationFailed) {
+    if (command.GetMake()) CutToShorter(sourceLink, destLink);
+    const Allocation slots = command.GetMake() ? mLinkAllocation.Allocate(orig, sourceLink, ToHidPort(dest), destLink)
+                                               : mLinkAllocation.Free(orig, sourceLink, destLink);
+    if (slots.result == AllocationFailed) {
         AUDIT_LOG(Fault, "Unknown Patch\r\n");
-        return;
+        return false;
     }
-    mPatcher->ProcessPatchUnpatch(patch, command.GetMake());
+    mPatcher->ProcessPatchUnpatch(slots.patch, command.GetMake());
     mPatchStore.UpdatePatch(dest, destPort, Korvo::PatchSuccess, std::move(sourceLink));
-    if (bitmapDone) return;
-    bitmapDone = true;
-    const PortBitmapCmd bitmap = MakeBitmapCommand(dest.GetHid(), dest.GetIndex(), !IsPrimaryPort(destPort));
-    mComms->SendCmd(destPort, bitmap, iOrbKLVComms::LOCAL_LINK, 0);
+    return true;
 }
 
 void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const DevicePorts& ports)
@@ -278,26 +242,26 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
     AUDIT_LOG(RouterAudioRoute, "LocalOrbPatch %s Source\r\n", isLocal ? "Local" : "Remote");
     GigeAndSlots sourceLink = GetSourceLink(command, ports.local);
     AUDIT_STREAM(RouterAudioRoute, "RDP SrcLink " << sourceLink << '\n');
-    if (!IsUsable(sourceLink)) {
+    if (!CheckLink(sourceLink)) {
         AUDIT_LOG(Fault, "RemoteDestinationPatch Source Link TDM slot INVALID\r\n");
         return;
     }
     const IoPort& dest = command.GetDest();
-    LinkPatch patch;
-    const AllocationResult result = AssignSlots(command, sourceLink, Routing::ORB_PORT, patch);
-    if (result == AllocationFailed) return;
+    const Allocation slots = AssignSlots(command, sourceLink, Routing::ORB_PORT);
+    if (slots.result == AllocationFailed) return;
+    const GigeAndSlots& target = slots.patch.destination;
     if (mRouterConnected) ReportPatchSuccessful(dest, ports.local);
-    if (result == AlreadyCarrying && StandsByForOtherLink(dest, ports.local, patch.destination)) {
+    if (slots.result == AlreadyCarrying && StandsByForOtherLink(dest, ports.local, target)) {
         const bool isReserve = mPatchStore.GetPatchState(dest, OtherLinkPort(ports.local)) == Korvo::PatchSuccess;
         mPatchStore.UpdatePatch(dest, ports.local, isReserve ? Korvo::PatchReserved : Korvo::PatchSuccess,
                                 std::move(sourceLink));
         return;
     }
 
-    mPatchStore.UpdatePatch(dest, ports.local, Korvo::PatchSuccess, std::move(sourceLink), patch.destination);
-    SendToOrb(RouterPatchAudio(PatchSource(MakeLinkHid(mHid), Routing::ORB_PORT, patch.destination.slots), dest,
-                               command.GetOrig(), command.GetMake(), true));
-    if (ChangesRoutes(result)) mPatcher->ProcessPatchUnpatch(patch, command.GetMake());
+    mPatchStore.UpdatePatch(dest, ports.local, Korvo::PatchSuccess, std::move(sourceLink), target);
+    SendToOrb(RouterPatchAudio(PatchSource(MakeLinkHid(mHid), Routing::ORB_PORT, target.slots), dest, command.GetOrig(),
+                               command.GetMake(), true));
+    if (slots.ChangesRoutes()) mPatcher->ProcessPatchUnpatch(slots.patch, command.GetMake());
 }
 
 /// Whether the source reaches this destination through the other link already. The swap target is what the Orb router
@@ -313,39 +277,37 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
     GigeAndSlots sourceLink{Routing::ORB_PORT, command.GetSource().GetSlots()};
     AUDIT_STREAM(RouterAudioRoute,
                  "RemoteDestinationPatch Dest Ports " << ports << "RDP SrcLink " << sourceLink << '\n');
-    if (!IsUsable(sourceLink)) {
+    if (!CheckLink(sourceLink)) {
         AUDIT_LOG(Fault, "RemoteDestinationPatch Source Link TDM slot INVALID\r\n");
         return;
     }
     const IoPort& dest = command.GetDest();
-    LinkPatch patch;
-    const AllocationResult result = AssignSlots(command, sourceLink, ports.local, patch);
-    if (result == AllocationFailed) return;
+    const Allocation slots = AssignSlots(command, sourceLink, ports.local);
+    if (slots.result == AllocationFailed) return;
     mPatchStore.UpdatePatch(dest, ports.local, mRouterConnected ? Korvo::PatchSuccess : Korvo::PatchSent,
                             std::move(sourceLink));
-    if (ChangesRoutes(result)) mPatcher->ProcessPatchUnpatch(patch, command.GetMake());
+    if (slots.ChangesRoutes()) mPatcher->ProcessPatchUnpatch(slots.patch, command.GetMake());
     // The next node learns on which of its ports, and in which slots, the audio arrives.
-    const RouterPatchAudio onward(PatchSource(MakeLinkHid(mHid), ports.remote, patch.destination.slots), dest,
+    const RouterPatchAudio onward(PatchSource(MakeLinkHid(mHid), ports.remote, slots.patch.destination.slots), dest,
                                   command.GetOrig(), command.GetMake(), command.GetUseMe());
     mComms->SendCmd(ports.local, onward, iOrbKLVComms::LOCAL_LINK, 0);
 }
 
-AllocationResult PatchController::AssignSlots(const RouterPatchAudio& command, const GigeAndSlots& sourceLink,
-                                              UINT8GIGEPORT port, LinkPatch& patch)
+/// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
+Allocation PatchController::AssignSlots(const RouterPatchAudio& command, const GigeAndSlots& sourceLink,
+                                        UINT8GIGEPORT port)
 {
     const HidPort orig = ToHidPort(command.GetOrig());
     const HidPort dest = ToHidPort(command.GetDest());
-    if (!command.GetMake()) return mLinkAllocation.Free(orig, port, dest, patch);
-    const AllocationResult result = mLinkAllocation.Allocate(orig, sourceLink, port, dest, patch);
-    if (result == AllocationFailed && !patch.destination.slots.empty()) {
-        // The port ran out half-way. What was taken would pass for a route when the same patch comes over the other
-        // link.
-        LinkPatch taken;
-        mLinkAllocation.Free(orig, port, dest, taken);
-    }
-    return result;
+    if (!command.GetMake()) return mLinkAllocation.Free(orig, port, dest);
+    Allocation taken = mLinkAllocation.Allocate(orig, sourceLink, port, dest);
+    // What a port that ran out gave would pass for a route when the same patch comes over the other link.
+    const bool isTooLittle = taken.result == AllocationFailed && !taken.patch.destination.slots.empty();
+    if (isTooLittle) mLinkAllocation.Free(orig, port, dest);
+    return taken;
 }
 
+/// The slots at which the source arrives on a link port: those of the local box, else those of the command.
 GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port)
 {
     const IoPort& source = command.GetSource().GetPort();
@@ -392,9 +354,7 @@ void PatchController::ReceivedAudioPatchRetryForHid(const std::shared_ptr<const 
 {
     if (!command) return;
     AUDIT_STREAM(RouterAudioRoute, "ReceivedAudioPatchRetryForHid " << command->GetHid() << '\n');
-    std::vector<OrbPatchInfo*> patches;
-    mPatchStore.GetPatches(command->GetHid(), port, Korvo::PatchSent, patches);
-    for (const OrbPatchInfo* const patch : patches) {
+    for (const OrbPatchInfo* const patch : mPatchStore.GetPatches(command->GetHid(), port, Korvo::PatchSent)) {
         SendToSourceNode(MakeAgain(*patch, UNKNOWN_GIGE_PORT), patch->GetSource().GetHid(), port);
         mPatchStore.UpdatePatch(patch->GetDest(), port, Korvo::PatchSent, {});
     }
@@ -405,13 +365,11 @@ void PatchController::ReceivedPingCmd(const std::shared_ptr<const OstrelPingCmd>
 {
     if (!command || !mRouterConnected) return;
     const std::string address = AddressText((mHid & 0xFFFF0000) + (IsPrimaryPort(port) ? 0x500 : 0x600));
-    std::uint32_t patches = 0;
-    std::uint32_t dests = 0;
-    mLinkAllocation.GetCounts(patches, dests);
+    const LinkAllocation::Counts counts = mLinkAllocation.GetCounts();
     AUDIT_STREAM(RouterAudioRoute, "Hid " << mHid << " ReceivedPingCmd From " << command->GetName()
-                                          << " Replaying with Address " << address << " Patch Count " << patches
-                                          << " Total Dests " << dests << '\n');
-    mComms->SendCmd(port, OstrelPingCmd(address, patches, dests), iOrbKLVComms::MASTER_LINK, 0);
+                                          << " Replaying with Address " << address << " Patch Count "
+                                          << counts.slotsInUse << " Total Dests " << counts.destinations << '\n');
+    mComms->SendCmd(port, OstrelPingCmd(address, counts.slotsInUse, counts.destinations), iOrbKLVComms::MASTER_LINK, 0);
 }
 
 void PatchController::SendPortBitmap(Hid hid, AudioPortNumber index, bool secondary)
@@ -439,8 +397,8 @@ void PatchController::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, S
 void PatchController::DeviceLeft(Hid hid, UINT8GIGEPORT port)
 {
     mPendingRetries.erase(RetryKey(hid, port));
-    std::vector<LinkPatch> unpatches;
-    mLinkAllocation.GetUnpatchesByHidAndPort(IsIoHid(hid) ? hid : MakeLinkHid(hid), port, unpatches);
+    const std::vector<LinkPatch> unpatches =
+        mLinkAllocation.GetUnpatchesByHidAndPort(IsIoHid(hid) ? hid : MakeLinkHid(hid), port);
     mPatcher->ProcessUnpatches(unpatches);
     if (port != Routing::ORB_PORT) SwingOver(hid, port, unpatches);
     mPatchStore.UpdatePatch(hid, port, Korvo::PatchNotSent);
@@ -452,12 +410,10 @@ void PatchController::DeviceLeft(Hid hid, UINT8GIGEPORT port)
 void PatchController::SwingOver(Hid hid, UINT8GIGEPORT port, const std::vector<LinkPatch>& unpatches)
 {
     const UINT8GIGEPORT other = OtherLinkPort(port);
-    std::vector<OrbPatchInfo*> prepared;
-    mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess, prepared);
+    const std::vector<OrbPatchInfo*> prepared = mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess);
     // Destinations of one source share its slots, whichever link feeds them. So a patch that is made on the other link
     // may have had its audio from the one that has gone.
-    std::vector<OrbPatchInfo*> shared;
-    mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess, shared);
+    const std::vector<OrbPatchInfo*> shared = mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess);
     for (const OrbPatchInfo* const patch : prepared) {
         if (patch->GetState(other) != Korvo::PatchReserved) continue;
         if (!mDevices->IsOwnDevice(patch->GetDest().GetHid())) continue;
@@ -478,16 +434,14 @@ bool PatchController::RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT
     GigeAndSlots sourceLink = patch.GetLink(port);
     GigeAndSlots target = patch.GetSwapTarget();
     AUDIT_STREAM(RouterAudioRoute, "Found a swap target Src " << sourceLink << " Target " << target << '\n');
-    if (!IsUsable(sourceLink) || !IsUsable(target) || IsHeldByAnother(target, source)) {
+    if (!CheckLink(sourceLink) || !CheckLink(target) || IsHeldByAnother(target, source)) {
         AUDIT_STREAM(Fault, "PatchController no way to swing over " << patch.GetDest() << '\n');
         return false;
     }
     CutToShorter(sourceLink, target);
-    LinkPatch route;
-    if (mLinkAllocation.Allocate(source, sourceLink, ToHidPort(patch.GetDest()), target, route) == AllocationFailed) {
-        return false;
-    }
-    mPatcher->ProcessPatchUnpatch(route, true);
+    const Allocation slots = mLinkAllocation.Allocate(source, sourceLink, ToHidPort(patch.GetDest()), target);
+    if (slots.result == AllocationFailed) return false;
+    mPatcher->ProcessPatchUnpatch(slots.patch, true);
     return true;
 }
 
@@ -503,26 +457,21 @@ bool PatchController::IsHeldByAnother(const GigeAndSlots& link, HidPort source) 
 /// Tells the destinations of this device's patches to listen on the port that is left.
 void PatchController::FlipPorts(Hid hid, UINT8GIGEPORT port)
 {
-    PatchStore::BitmapCommands commands;
-    mPatchStore.GetBitmapCommands(hid, port, commands);
-    for (const auto& entry : commands) {
-        AUDIT_STREAM(RouterAudioRoute, "Bitmap Flip Target " << entry.first << '\n');
-        mComms->SendCmd(UNKNOWN_GIGE_PORT, *entry.second, iOrbKLVComms::SLAVE_LINK,
-                        mDevices->GetSlaveAddress(entry.first, port));
+    for (const auto& [dest, command] : mPatchStore.GetBitmapCommands(hid, port)) {
+        AUDIT_STREAM(RouterAudioRoute, "Bitmap Flip Target " << dest << '\n');
+        mComms->SendCmd(UNKNOWN_GIGE_PORT, command, iOrbKLVComms::SLAVE_LINK, mDevices->GetSlaveAddress(dest, port));
     }
 }
 
 void PatchController::RemakePatches(Hid hid, UINT8GIGEPORT port)
 {
-    std::vector<OrbPatchInfo*> patches;
-    mPatchStore.GetPatches(hid, port, Korvo::PatchNotSent, patches);
-    for (OrbPatchInfo* const patch : patches) {
+    for (const OrbPatchInfo* const patch : mPatchStore.GetPatches(hid, port, Korvo::PatchNotSent)) {
         AUDIT_STREAM(RouterAudioRoute, "RemakePatches Patch " << *patch << '\n');
         RemakePatch(*patch, port);
     }
 }
 
-void PatchController::RemakePatch(OrbPatchInfo& patch, UINT8GIGEPORT port)
+void PatchController::RemakePatch(const OrbPatchInfo& patch, UINT8GIGEPORT port)
 {
     const Hid source = patch.GetSource().GetHid();
     if (mDevices->IsLocalIo(source)) {

@@ -1,7 +1,6 @@
 #include "OrbModule/Inc/Patching/PatchStore.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/PortBitmapCmd.h"
 
 #include <utility>
 
@@ -31,11 +30,13 @@ void PatchStore::RemovePatch(const IoPort& dest)
     Erase(entry);
 }
 
-void PatchStore::GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state, std::vector<OrbPatchInfo*>& out)
+std::vector<OrbPatchInfo*> PatchStore::GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state)
 {
+    std::vector<OrbPatchInfo*> patches;
     for (const auto& entry : PatchesOf(hid)) {
-        if (entry.second->GetState(port) == state) out.push_back(entry.second);
+        if (entry.second->GetState(port) == state) patches.push_back(entry.second);
     }
+    return patches;
 }
 
 void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state)
@@ -94,15 +95,17 @@ std::optional<Routing::GigeAndSlots> PatchStore::GetPatchLink(const IoPort& dest
     return patch->GetLink(port);
 }
 
-void PatchStore::GetBitmapCommands(Hid hid, UINT8GIGEPORT port, BitmapCommands& out) const
+PatchStore::BitmapCommands PatchStore::GetBitmapCommands(Hid hid, UINT8GIGEPORT port) const
 {
+    BitmapCommands commands;
     for (const auto& entry : PatchesOf(hid)) {
         if (entry.second->GetState(port) != Korvo::PatchSuccess) continue;
         const IoPort& dest = entry.second->GetDest();
-        std::unique_ptr<PortBitmapCmd>& command = out[dest.GetHid()];
-        if (!command) command = std::make_unique<PortBitmapCmd>(dest.GetHid(), PortBitmapBlock::AllZero());
-        command->SetPort(dest.GetIndex(), PortBitmapEntry{0xFFFFFFFF, !IsPrimaryPort(port)});
+        PortBitmapCmd& command =
+            commands.try_emplace(dest.GetHid(), dest.GetHid(), PortBitmapBlock::AllZero()).first->second;
+        command.SetPort(dest.GetIndex(), PortBitmapEntry{0xFFFFFFFF, !IsPrimaryPort(port)});
     }
+    return commands;
 }
 
 void PatchStore::RemoveUnsent()

@@ -17,10 +17,10 @@ constexpr int BulkClockId = 4;
 constexpr std::uint32_t LastAddress = 7;
 constexpr audio::AudioDmaTransaction Silence = 0;
 
-/// What comes from the network may name any slot; the engine takes its own alone.
-bool IsSlot(std::uint32_t slot)
+/// The engine holds any other slot for a programming fault.
+bool CheckSlot(std::uint32_t slot)
 {
-    if (slot < Routing::SLOTS_PER_PORT) return true;
+    if (Routing::IsSlot(slot)) return true;
     AUDIT_STREAM(Fault, "Patcher slot out of range " << slot << '\n');
     return false;
 }
@@ -98,7 +98,7 @@ void Patcher::Connect(const LinkPatch& patch)
     const auto& from = patch.source.slots;
     const auto& to = patch.destination.slots;
     for (std::size_t i = 0; i < std::min(from.size(), to.size()); ++i) {
-        if (!IsSlot(from[i]) || !IsSlot(to[i])) continue;
+        if (!CheckSlot(from[i]) || !CheckSlot(to[i])) continue;
         mManager->SetAudioRoute(ToTransaction(*source, from[i]), ToTransaction(*destination, to[i]));
     }
 }
@@ -109,7 +109,7 @@ void Patcher::ConnectToSilence(const LinkPatch& patch)
     const audio::AudioDmaEndpoint* const destination = FindEndpoint(patch.destination.port);
     if (!destination) return;
     for (const std::uint32_t slot : patch.destination.slots) {
-        if (IsSlot(slot)) mManager->SetAudioRoute(Silence, ToTransaction(*destination, slot));
+        if (CheckSlot(slot)) mManager->SetAudioRoute(Silence, ToTransaction(*destination, slot));
     }
 }
 

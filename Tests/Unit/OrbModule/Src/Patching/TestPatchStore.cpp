@@ -92,6 +92,7 @@ TEST_F(PatchStoreTest, WhatPeersCanMakeItHoldHasALimit)
     EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), 1), link);
     mStore.UpdatePatch(BoxA, 1, Korvo::PatchNotSent);
     mStore.RemoveUnsent();
-    EXPECT_EQ(mStore.GetCount(), 0u);
+    EXPECT_EQ(mStore.Find(dest(11)), nullptr);
+    EXPECT_EQ(mStore.Find(Out(BoxB, 1)), nullptr);
     Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::Information), 1);
 }
