@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Benchmarks/LoadReport.h"
-#include "Simulation/Rehearsal/FileDescriptor.h"
+#include "Simulation/Stage/FileDescriptor.h"
 
 #include <algorithm>
 #include <condition_variable>

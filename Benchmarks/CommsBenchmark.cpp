@@ -1,4 +1,4 @@
-#include "Common/KLV/Commands/OstrelPingCmd.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 #include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVComms.h"
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"

@@ -1,6 +1,7 @@
 #include "Benchmarks/LoadUnit.h"
 
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Stage/NetworkNamespace.h"
+#include "Simulation/Stage/UnitSetup.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -9,7 +10,6 @@ using namespace stage;
 
 namespace {
 
-constexpr unsigned int ModuleRack = 0x12;
 constexpr unsigned int BoxRack = 0x20;
 constexpr unsigned int HubRack = 0x30;
 
@@ -20,44 +20,20 @@ std::string Hex(std::uint32_t value)
     return text;
 }
 
-const char* NamespaceOf(unsigned int link)
-{
-    return link == 0 ? PrimaryNamespace : SecondaryNamespace;
-}
-
-std::string PlugLine(unsigned int link, unsigned int rack)
-{
-    return "plug " + std::to_string(link) + " " + std::to_string(2 * rack) + " 0";
-}
-
-std::vector<std::string> Options(unsigned int link, std::uint32_t hid, unsigned int rack,
-                                 const std::vector<std::string>& lines)
-{
-    std::vector<std::string> options{"--hid",         Hex(hid),
-                                     "--module-rack", std::to_string(ModuleRack),
-                                     "--rack",        std::to_string(rack),
-                                     "--link",        std::to_string(link)};
-    for (const std::string& line : lines)
-        options.insert(options.end(), {"--do", line});
-    return options;
-}
-
 } // namespace
 
 LoadUnit::LoadUnit()
     : mControl(mModule.OpenControl()),
       mDriver(mModule.OpenLinkDriver()),
       mShell(mModule.OpenShell()),
-      mOrb("orb", UnitNamespace,
-           {"--hid", "0x00128000", "--io-hid", Hex(OrbIo), "--local-port", std::to_string(OrbTap::PeerPort), "--do",
-            "card 0 Mic in=0-15 out=0-15", "--appear"}),
-      mUpdate("update", UnitNamespace, {"--appear"})
+      mOrb(StartOrbRouter({"--local-port", std::to_string(OrbTap::PeerPort)})),
+      mUpdate(StartUpdateService())
 {
     mShell.StopTailing();
-    mOrb.WaitFor(peers::messages::ROUTER_INFO_REQ);
+    mOrb->WaitFor(peers::ROUTER_INFO_REQ);
     // A master router may take its time to appear.
-    mOrb.Tell("command 885 u32:600000");
-    mOrb.WaitFor(peers::messages::IO_INFO_REQ);
+    mOrb->Tell("command 885 u32:600000");
+    mOrb->WaitFor(peers::IO_INFO_REQ);
     mLog.WaitForLine("LinkManager::OnDeviceChange Device Online");
 }
 
@@ -78,13 +54,13 @@ peers::Bytes LoadUnit::HubPatch(unsigned int link, std::uint32_t source, std::ui
 
 void LoadUnit::PlugHub(unsigned int link)
 {
-    mOrb.Tell("clear");
+    mOrb->Tell("clear");
     const std::string device = Hex(HubBox);
-    mNeighbours.at(link) =
-        std::make_unique<Peer>("hub", NamespaceOf(link),
-                               Options(link, HubRack << 16 | 0x8000, HubRack,
-                                       {"device " + device + " fixed 0." + std::to_string(HubRack) + ".9.1",
-                                        "of " + device + " card 0 QV1410"}));
+    mNeighbours.at(link) = StartNeighbour(link, {"hub",
+                                                 Hex(HubRack << 16 | 0x8000),
+                                                 HubRack,
+                                                 {"device " + device + " fixed 0." + std::to_string(HubRack) + ".9.1",
+                                                  "of " + device + " card 0 QV1410"}});
     TellDriver(PlugLine(link, HubRack));
     mNeighbours.at(link)->Tell("appear");
     AwaitDevice(HubBox);
@@ -92,8 +68,7 @@ void LoadUnit::PlugHub(unsigned int link)
 
 void LoadUnit::PlugBox(unsigned int link)
 {
-    mNeighbours.at(link) =
-        std::make_unique<Peer>("fixed", NamespaceOf(link), Options(link, Box, BoxRack, {"card 0 QV1410"}));
+    mNeighbours.at(link) = StartNeighbour(link, {"fixed", Hex(Box), BoxRack, {"card 0 QV1410"}});
     PlugAgain(link);
 }
 
@@ -104,7 +79,7 @@ void LoadUnit::PullCable(unsigned int link)
 
 void LoadUnit::PlugAgain(unsigned int link)
 {
-    mOrb.Tell("clear");
+    mOrb->Tell("clear");
     TellDriver(PlugLine(link, BoxRack));
     mNeighbours.at(link)->Tell("appear");
     AwaitDevice(Box);
@@ -136,9 +111,9 @@ void LoadUnit::AwaitDevice(std::uint32_t hid)
         return bytes.substr(HidPlace, WordLength) == wanted && bytes.substr(AddressPlace, WordLength) != "00 00 00 00";
     };
     for (;;) {
-        const auto updates = mOrb.GetReceived(peers::messages::REMOTE_IO_UPDATE);
+        const auto updates = mOrb->GetReceived(peers::REMOTE_IO_UPDATE);
         if (std::any_of(updates.begin(), updates.end(), isWanted)) break;
-        mOrb.WaitFor(peers::messages::REMOTE_IO_UPDATE, static_cast<unsigned int>(updates.size() + 1));
+        mOrb->WaitFor(peers::REMOTE_IO_UPDATE, static_cast<unsigned int>(updates.size() + 1));
     }
     AwaitMainThread();
 }

@@ -2,9 +2,9 @@
 
 #include "Benchmarks/OrbTap.h"
 #include "Simulation/Peers/Messages.h"
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Module.h"
-#include "Simulation/Rehearsal/Peer.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/Peer.h"
 
 #include <array>
 #include <cstdint>
@@ -42,7 +42,7 @@ public:
 
     stage::ControlChannel& GetControl() { return mControl; }
     OrbTap& GetTap() { return mTap; }
-    stage::Peer& GetOrb() { return mOrb; }
+    stage::Peer& GetOrb() { return *mOrb; }
     stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours.at(link); }
     pid_t GetProcess() { return mModule.Process().Id(); }
     void Stop();
@@ -60,7 +60,7 @@ private:
     stage::ShellClient mShell;
     stage::LogFile mLog;
     OrbTap mTap;
-    stage::Peer mOrb;
-    stage::Peer mUpdate;
+    std::unique_ptr<stage::Peer> mOrb;
+    std::unique_ptr<stage::Peer> mUpdate;
     std::array<std::unique_ptr<stage::Peer>, 2> mNeighbours;
 };

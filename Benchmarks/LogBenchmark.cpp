@@ -3,7 +3,7 @@
 
 #include "Audit/KorvoAudit.h"
 #include "Benchmarks/LoadReport.h"
-#include "Simulation/Rehearsal/FileDescriptor.h"
+#include "Simulation/Stage/FileDescriptor.h"
 
 #include <atomic>
 #include <cstdio>

@@ -4,8 +4,8 @@
 #include "Benchmarks/BareStream.h"
 #include "Benchmarks/LoadReport.h"
 #include "Benchmarks/LoadUnit.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
-#include "Simulation/Rehearsal/RigProgram.h"
+#include "Simulation/Stage/NetworkNamespace.h"
+#include "Simulation/Stage/RigProgram.h"
 
 #include <array>
 #include <atomic>

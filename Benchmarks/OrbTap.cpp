@@ -1,8 +1,8 @@
 #include "Benchmarks/OrbTap.h"
 
 #include "Simulation/Peers/Messages.h"
-#include "Simulation/Rehearsal/Module.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/NetworkNamespace.h"
 
 #include <array>
 #include <cerrno>
@@ -152,7 +152,7 @@ void OrbTap::PassFromModule(peers::Bytes& pending)
         const std::size_t size = HeaderSize + word(begin + 4);
         if (pending.size() - begin < size) break;
         const auto item = pending.begin() + static_cast<std::ptrdiff_t>(begin);
-        if ((word(begin) & 0x3FFFFF) != peers::messages::ROUTER_PATCH_AUDIO) {
+        if ((word(begin) & 0x3FFFFF) != peers::ROUTER_PATCH_AUDIO) {
             passed.insert(passed.end(), item, item + static_cast<std::ptrdiff_t>(size));
         }
         begin += size;

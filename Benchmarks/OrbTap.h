@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Simulation/Peers/Wire.h"
-#include "Simulation/Rehearsal/FileDescriptor.h"
+#include "Simulation/Stage/FileDescriptor.h"
 
 #include <cstdint>
 #include <mutex>

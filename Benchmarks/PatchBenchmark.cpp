@@ -2,7 +2,7 @@
 // log lines that stand in the way of every patch are switched off here, since they are measured with the log.
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/RouterPatchAudio.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 #include "FSI/Audio/AudioDmaManager.h"
 #include "FSI/Core/DeviceRegistry.h"
 #include "OrbModule/Inc/Patching/PatchController.h"

@@ -2,7 +2,7 @@
 
 #include "Audit/Audit.h"
 #include "Benchmarks/BareStream.h"
-#include "Simulation/Rehearsal/ShellClient.h"
+#include "Simulation/Stage/ShellClient.h"
 #include "Utilities/CommandLine/CommandLine.h"
 
 #include <boost/asio/io_service.hpp>

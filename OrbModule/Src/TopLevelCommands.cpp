@@ -1,7 +1,7 @@
 #include "OrbModule/Inc/TopLevelCommands.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/IoSetSampleRateCmd.h"
+#include "Common/KLV/Commands/IoControlCommands.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "OrbModule/Inc/Patching/PatchController.h"

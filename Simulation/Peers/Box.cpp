@@ -32,7 +32,7 @@ void Box::ListenForStreams()
 
 void Box::OnCommand(Stream& stream, const Command& command)
 {
-    if (command.id == messages::IO_INFO_REQ || command.id == messages::IO_INFO_REQ_EX)
+    if (command.id == IO_INFO_REQ || command.id == IO_INFO_REQ_EX)
         Answer(stream, command.id, mDescription.ToCommands(GetHid()));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Simulation/Peers/CommandIds.h"
 #include "Simulation/Peers/Wire.h"
 
 #include <array>
@@ -9,28 +10,6 @@
 
 /// The commands that peers build, by their fields in the order of the wire. Addresses in host order.
 namespace peers::messages {
-
-enum Id : std::uint32_t {
-    IO_INFO_REQ = 800,
-    IO_INFO = 801,
-    IO_ACTIVE_ROUTER = 806,
-    IO_INFO_CARD = 811,
-    IO_INFO_DEV_REQ = 814,
-    IO_INFO_K2MOD = 822,
-    ROUTER_INFO = 825,
-    REMOTE_IO_UPDATE = 826,
-    REMOTE_ROUTER_UPDATE = 827,
-    ROUTER_INFO_REQ = 829,
-    PING = 839,
-    PATCH_SUCCESSFUL = 841,
-    GPI_INFO_REQUEST = 858,
-    CHAIN_LENGTH = 859,
-    IO_SAMPLE_CAPABILITIES = 874,
-    IO_INFO_REQ_EX = 877,
-    ROUTER_PATCH_AUDIO = 886,
-    DEVICES_TO_CHECK = 6000,
-    DEVICE_CHECK_RESULTS = 6001
-};
 
 /// What the second byte of an update names.
 enum RemoteType : std::uint32_t { Modular = 0, Fixed = 1, Router = 3, Module = 4, Hub = 5, Orb = 6, AoIP = 7 };

@@ -187,7 +187,7 @@ Command Node::Spoil(Command command, Manner manner)
     if (manner == Manner::Short) command.value.resize(command.value.size() / 2);
     // Every answer but the one of the update service begins with an identity, and that one with an address.
     if (manner == Manner::Wrong) {
-        const std::size_t place = command.id == messages::DEVICE_CHECK_RESULTS ? 4 : 3;
+        const std::size_t place = command.id == DEVICE_CHECK_RESULTS ? 4 : 3;
         if (place < command.value.size()) command.value[place] ^= 1;
     }
     return command;

@@ -50,7 +50,7 @@ void RoutingNode::Report()
 void RoutingNode::OnCommand(Stream& stream, const Command& command)
 {
     switch (command.id) {
-    case messages::ROUTER_INFO_REQ: {
+    case ROUTER_INFO_REQ: {
         std::vector<Command> answer{messages::RouterInfo(GetHid(), TypeOf(GetType()), 512, 512)};
         if (CanBeAsked()) {
             for (Command& report : GetReports())
@@ -59,11 +59,11 @@ void RoutingNode::OnCommand(Stream& stream, const Command& command)
         Answer(stream, command.id, answer);
         break;
     }
-    case messages::IO_INFO_REQ:
-    case messages::IO_INFO_DEV_REQ:
+    case IO_INFO_REQ:
+    case IO_INFO_DEV_REQ:
         Describe(stream, command);
         break;
-    case messages::PING:
+    case PING:
         // A reply is the same command, with the address of who replies; answering one would never end.
         if (Reader(command).Text() == "ORBMODULE")
             Answer(stream, command.id, {messages::Ping(AddressOf(GetOwnAddress()), 0, 0)});
@@ -76,7 +76,7 @@ void RoutingNode::OnCommand(Stream& stream, const Command& command)
 void RoutingNode::Describe(Stream& stream, const Command& request)
 {
     Reader reader(request);
-    const std::uint32_t hid = request.id == messages::IO_INFO_DEV_REQ ? reader.U32() : mOwnIo.value_or(0);
+    const std::uint32_t hid = request.id == IO_INFO_DEV_REQ ? reader.U32() : mOwnIo.value_or(0);
     const auto device = mDevices.find(hid);
     if (device != mDevices.end()) Answer(stream, request.id, device->second.description.ToCommands(hid));
 }
@@ -147,7 +147,7 @@ Hub::Hub(boost::asio::io_service& service, const Place& place, const Cable& cabl
 void Hub::OnCommand(Stream& stream, const Command& command)
 {
     RoutingNode::OnCommand(stream, command);
-    if (command.id == messages::IO_INFO_REQ && stream.GetName() == "data" && !mReportsAtOnce) Report();
+    if (command.id == IO_INFO_REQ && stream.GetName() == "data" && !mReportsAtOnce) Report();
 }
 
 bool Hub::OnVerb(const Line& line, std::string& answer)

@@ -39,13 +39,13 @@ Command OrbRouter::GetIoReport(std::uint32_t address) const
 
 void OrbRouter::OnCommand(Stream& stream, const Command& command)
 {
-    if (command.id == messages::ROUTER_INFO_REQ) {
+    if (command.id == ROUTER_INFO_REQ) {
         Answer(stream, command.id, {messages::RouterInfo(mHid, messages::Orb, 512, 512), GetIoReport(mPlace.own)});
-    } else if (command.id == messages::IO_INFO_REQ) {
+    } else if (command.id == IO_INFO_REQ) {
         std::vector<Command> answer = mDescription.ToCommands(mIoHid);
         // The rates of the internal I/O are told by its report; this command is for a box on a link.
         answer.erase(std::remove_if(answer.begin(), answer.end(),
-                                    [](const Command& part) { return part.id == messages::IO_SAMPLE_CAPABILITIES; }),
+                                    [](const Command& part) { return part.id == IO_SAMPLE_CAPABILITIES; }),
                      answer.end());
         Answer(stream, command.id, answer);
     }
@@ -83,7 +83,7 @@ void UpdateService::OnAppear()
 
 void UpdateService::OnCommand(Stream& stream, const Command& command)
 {
-    if (command.id != messages::DEVICES_TO_CHECK) return;
+    if (command.id != DEVICES_TO_CHECK) return;
     Reader reader(command);
     reader.Text();
     std::vector<Command> answers;

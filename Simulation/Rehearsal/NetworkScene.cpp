@@ -1,7 +1,7 @@
 #include "Simulation/Rehearsal/NetworkScene.h"
 
-#include "Simulation/Rehearsal/CommandNumbers.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Peers/CommandIds.h"
+#include "Simulation/Stage/UnitSetup.h"
 
 #include <algorithm>
 #include <fstream>
@@ -13,11 +13,12 @@
 
 using namespace stage;
 
+namespace rehearsal {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned int ModuleRack = 0x12;
 constexpr unsigned int BoxRack = 0x20;
 constexpr unsigned int HubRack = 0x30;
 constexpr unsigned int RouterRack = 0x08;
@@ -81,13 +82,9 @@ void NetworkScene::TellDriver(const std::string& line)
 std::string NetworkScene::PassCheck()
 {
     // The Orb router is there before, as in a unit, and keeps its name to itself until it is its turn.
-    mOrb = std::make_unique<Peer>("orb", UnitNamespace,
-                                  std::vector<std::string>{"--hid", "0x00128000", "--io-hid", OrbIo, "--do",
-                                                           "card 0 Mic in=0-15 out=0-15", "--do", "answer 829 never",
-                                                           "--appear"},
-                                  mPatience);
-    mUpdate = std::make_unique<Peer>("update", UnitNamespace, std::vector<std::string>{"--appear"}, mPatience);
-    mUpdate->WaitFor(DevicesToCheck, 1, mPatience);
+    mOrb = StartOrbRouter({"--do", "answer 829 never"}, mPatience);
+    mUpdate = StartUpdateService({}, mPatience);
+    mUpdate->WaitFor(peers::DEVICES_TO_CHECK, 1, mPatience);
     mLog.WaitForLine("Connect to the ORB Router", mPatience);
     return "At 1.63.1.0 the update service appears; the module connects, asks to be checked, is up to date, and goes "
            "on "
@@ -96,13 +93,12 @@ std::string NetworkScene::PassCheck()
 
 std::string NetworkScene::LearnIdentity()
 {
-    mOrb->WaitFor(RouterInfoReq, 1, mPatience);
+    mOrb->WaitFor(peers::ROUTER_INFO_REQ, 1, mPatience);
     // A master router may take its time to appear.
-    constexpr char RouterTimeAllowance[] = "command 885 u32:600000";
-    mOrb->Tell(RouterTimeAllowance, mPatience);
+    mOrb->Tell("command " + std::to_string(peers::ROUTER_TIME_ALLOWANCE) + " u32:600000", mPatience);
     mOrb->Tell("name", mPatience);
     mOrb->Tell("io-report", mPatience);
-    mOrb->WaitFor(IoInfoReq, 1, mPatience);
+    mOrb->WaitFor(peers::IO_INFO_REQ, 1, mPatience);
     mLog.WaitForLine("LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", mPatience);
     // The aliases are given in the event behind it.
     mLog.WaitForLine("LinkManager::OnDeviceChange Device Online", mPatience);
@@ -125,11 +121,11 @@ std::string NetworkScene::BringLinksUp()
            " (twice its rack), the interfaces are up, and a master router may appear.";
 }
 
-void NetworkScene::Plug(unsigned int link, unsigned int rack, std::unique_ptr<Peer> neighbour)
+void NetworkScene::Plug(unsigned int link, const Neighbour& neighbour)
 {
     mOrb->Tell("clear", mPatience);
-    mNeighbours[link] = std::move(neighbour);
-    TellDriver("plug " + std::to_string(link) + " " + Rack(2 * rack) + " 0");
+    mNeighbours[link] = StartNeighbour(link, neighbour, mPatience);
+    TellDriver(PlugLine(link, neighbour.rack));
     mNeighbours[link]->Tell("appear", mPatience);
 }
 
@@ -137,14 +133,6 @@ void NetworkScene::Unplug(unsigned int link)
 {
     TellDriver("unplug " + std::to_string(link));
     mNeighbours[link].reset();
-}
-
-std::unique_ptr<Peer> NetworkScene::MakeBox(const std::string& kind, unsigned int link, const std::string& card)
-{
-    return std::make_unique<Peer>(kind, link == 0 ? PrimaryNamespace : SecondaryNamespace,
-                                  std::vector<std::string>{"--hid", Box, "--module-rack", Rack(ModuleRack), "--rack",
-                                                           Rack(BoxRack), "--link", std::to_string(link), "--do", card},
-                                  mPatience);
 }
 
 void NetworkScene::ExpectUpdate(unsigned int id, const std::string& hid, bool present)
@@ -166,8 +154,8 @@ void NetworkScene::ExpectHeartbeat(const std::string& bytes)
 std::string NetworkScene::PlugBox(unsigned int link)
 {
     const auto start = Clock::now();
-    Plug(link, BoxRack, MakeBox("fixed", link, "card 0 QV1410"));
-    ExpectUpdate(RemoteIoUpdate, Box, true);
+    Plug(link, {"fixed", Box, BoxRack, {"card 0 QV1410"}});
+    ExpectUpdate(peers::REMOTE_IO_UPDATE, Box, true);
     return Took(start);
 }
 
@@ -188,39 +176,34 @@ std::string NetworkScene::MeetBoxInItsPlace(const std::string& kind, const std::
 {
     mOrb->Tell("clear", mPatience);
     Unplug(0);
-    ExpectUpdate(RemoteIoUpdate, Box, false);
+    ExpectUpdate(peers::REMOTE_IO_UPDATE, Box, false);
     const auto start = Clock::now();
-    Plug(0, BoxRack, MakeBox(kind, 0, card));
-    ExpectUpdate(RemoteIoUpdate, Box, true);
+    Plug(0, {kind, Box, BoxRack, {card}});
+    ExpectUpdate(peers::REMOTE_IO_UPDATE, Box, true);
     return "The Orb router is told that the last one has gone and that there is now " + type + ", " + Took(start) +
            " after the plug.";
 }
 
 void NetworkScene::PlugHub()
 {
-    Plug(0, HubRack,
-         std::make_unique<Peer>("hub", PrimaryNamespace,
-                                std::vector<std::string>{"--hid", HubHid, "--module-rack", Rack(ModuleRack), "--rack",
-                                                         Rack(HubRack), "--link", "0", "--do",
-                                                         std::string("device ") + HubBox + " fixed 0.48.9.1", "--do",
-                                                         std::string("of ") + HubBox + " card 0 QV1410"},
-                                mPatience));
+    const std::string box = HubBox;
+    Plug(0, {"hub", HubHid, HubRack, {"device " + box + " fixed 0.48.9.1", "of " + box + " card 0 QV1410"}});
 }
 
 void NetworkScene::AwaitHubBox()
 {
-    ExpectUpdate(RemoteIoUpdate, HubBox, true);
+    ExpectUpdate(peers::REMOTE_IO_UPDATE, HubBox, true);
 }
 
 std::string NetworkScene::MeetHub()
 {
     mOrb->Tell("clear", mPatience);
     Unplug(0);
-    ExpectUpdate(RemoteIoUpdate, Box, false);
+    ExpectUpdate(peers::REMOTE_IO_UPDATE, Box, false);
     PlugHub();
-    ExpectUpdate(RemoteRouterUpdate, HubHid, true);
-    mNeighbours[0]->WaitFor(RouterInfo, 1, mPatience);
-    mNeighbours[0]->WaitFor(IoInfoDevReq, 1, mPatience);
+    ExpectUpdate(peers::REMOTE_ROUTER_UPDATE, HubHid, true);
+    mNeighbours[0]->WaitFor(peers::ROUTER_INFO, 1, mPatience);
+    mNeighbours[0]->WaitFor(peers::IO_INFO_DEV_REQ, 1, mPatience);
     AwaitHubBox();
     return "The hub is checked and names itself, the module opens a data link to it, asks it for the description of "
            "the "
@@ -229,23 +212,21 @@ std::string NetworkScene::MeetHub()
 
 void NetworkScene::PlugRouter()
 {
-    Plug(0, RouterRack,
-         std::make_unique<Peer>("router", PrimaryNamespace,
-                                std::vector<std::string>{"--hid", RouterHid, "--module-rack", Rack(ModuleRack),
-                                                         "--rack", Rack(RouterRack), "--link", "0"},
-                                mPatience));
+    Plug(0, {"router", RouterHid, RouterRack, {}});
 }
 
 std::string NetworkScene::MeetRouter()
 {
     mOrb->Tell("clear", mPatience);
     Unplug(0);
-    ExpectUpdate(RemoteRouterUpdate, HubHid, false);
+    ExpectUpdate(peers::REMOTE_ROUTER_UPDATE, HubHid, false);
     PlugRouter();
-    ExpectUpdate(RemoteRouterUpdate, RouterHid, true);
+    ExpectUpdate(peers::REMOTE_ROUTER_UPDATE, RouterHid, true);
     mLog.WaitForLine("Router detected on downstream ports ACCEPTING", mPatience);
     const std::string heartbeat = "96 00 80 08 00";
     ExpectHeartbeat(heartbeat);
     return "Its heartbeat names itself as the master, and the module follows: master control now sees " + heartbeat +
            ".";
 }
+
+} // namespace rehearsal

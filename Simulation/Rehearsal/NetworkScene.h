@@ -1,14 +1,16 @@
 #pragma once
 
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Peer.h"
 #include "Simulation/Rehearsal/Rehearsal.h"
 #include "Simulation/Rehearsal/RoutingScene.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/UnitSetup.h"
 
 #include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
+
+namespace rehearsal {
 
 /// The second scene: the module finds its place in the unit, and every kind of neighbour on its primary link, one after
 /// the other. Each is seen from both ends.
@@ -16,7 +18,6 @@ class NetworkScene
 {
 public:
     /// The numbers by which the scenes know the nodes.
-    static constexpr char OrbIo[] = "0x00120001";
     static constexpr char Box[] = "0x00200001";
     static constexpr char HubBox[] = "0x00300002";
 
@@ -45,8 +46,7 @@ private:
     std::string MeetBoxInItsPlace(const std::string& kind, const std::string& card, const std::string& type);
     std::string MeetHub();
     std::string MeetRouter();
-    void Plug(unsigned int link, unsigned int rack, std::unique_ptr<stage::Peer> neighbour);
-    std::unique_ptr<stage::Peer> MakeBox(const std::string& kind, unsigned int link, const std::string& card);
+    void Plug(unsigned int link, const stage::Neighbour& neighbour);
     /// Waits for the update by which the Orb router learns of a device, and checks whom it names.
     void ExpectUpdate(unsigned int id, const std::string& hid, bool present);
 
@@ -60,3 +60,5 @@ private:
     std::unique_ptr<stage::Peer> mOrb;
     std::unique_ptr<stage::Peer> mNeighbours[2];
 };
+
+} // namespace rehearsal

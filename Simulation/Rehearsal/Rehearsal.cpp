@@ -3,6 +3,8 @@
 #include <exception>
 #include <iostream>
 
+namespace rehearsal {
+
 void Rehearsal::Add(std::vector<Step> steps)
 {
     for (Step& step : steps)
@@ -29,3 +31,5 @@ bool Rehearsal::Play()
     }
     return true;
 }
+
+} // namespace rehearsal

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+namespace rehearsal {
+
 /// One thing that the rehearsal shows. It plays it, waits until it has seen its effect, and gives in words what it
 /// has seen; what does not come is an exception.
 struct Step
@@ -28,3 +30,5 @@ private:
     bool mWaitForEnter;
     std::vector<Step> mSteps;
 };
+
+} // namespace rehearsal

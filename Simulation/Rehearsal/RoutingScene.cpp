@@ -1,9 +1,9 @@
 #include "Simulation/Rehearsal/RoutingScene.h"
 
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
 #include "Simulation/Rehearsal/Terminal.h"
-#include "Simulation/Rehearsal/UdpSocket.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/NetworkNamespace.h"
+#include "Simulation/Stage/UdpSocket.h"
 
 #include <array>
 #include <chrono>
@@ -11,6 +11,8 @@
 #include <sstream>
 
 using namespace stage;
+
+namespace rehearsal {
 
 namespace {
 
@@ -162,3 +164,5 @@ std::string RoutingScene::Stop()
     if (ending.signal || ending.exitCode) throw NotSeen(cause + " ended the module with " + ending.Text());
     return cause + " ends it in good order: " + ending.Text() + ".";
 }
+
+} // namespace rehearsal

@@ -1,14 +1,16 @@
 #pragma once
 
-#include "Simulation/Rehearsal/ControlChannel.h"
-#include "Simulation/Rehearsal/Module.h"
 #include "Simulation/Rehearsal/Rehearsal.h"
-#include "Simulation/Rehearsal/ShellClient.h"
+#include "Simulation/Stage/ControlChannel.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/ShellClient.h"
 
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace rehearsal {
 
 /// The first scene: the module comes up, shows that it lives, and an engineer routes audio by hand.
 class RoutingScene
@@ -45,3 +47,5 @@ private:
     std::optional<stage::ControlChannel> mControl;
     std::optional<stage::ShellClient> mShell;
 };
+
+} // namespace rehearsal

@@ -1,12 +1,14 @@
 #include "Simulation/Rehearsal/ShowScene.h"
 
-#include "Simulation/Rehearsal/CommandNumbers.h"
+#include "Simulation/Peers/CommandIds.h"
 
 #include <chrono>
 #include <ctime>
 #include <sstream>
 
 using namespace stage;
+
+namespace rehearsal {
 
 namespace {
 
@@ -57,10 +59,8 @@ void ShowScene::ExpectInStore(const std::string& text)
 std::string ShowScene::RouterPatchFails()
 {
     Peer& router = mNetwork.GetNeighbour(0);
-    router.Tell("patch src=" + PortOf(NetworkScene::OrbIo, Input, 2) + " dest=" + PortOf(FarBox, Output, 1) +
-                    " on=data",
-                mPatience);
-    router.WaitFor(PatchFailed, 1, mPatience);
+    router.Tell("patch src=" + PortOf(OrbIo, Input, 2) + " dest=" + PortOf(FarBox, Output, 1) + " on=data", mPatience);
+    router.WaitFor(peers::PATCH_FAILED, 1, mPatience);
     return "The router is told that the patch has failed, and the module keeps in mind to ask for it again.";
 }
 
@@ -70,16 +70,12 @@ std::string ShowScene::RouterPatchSucceeds()
     Peer& orb = mNetwork.GetOrb();
     orb.Tell("clear", mPatience);
     router.Tell(std::string("device ") + FarBox + " fixed 0.64.9.1", mPatience);
-    router.WaitFor(PatchRetry, 1, mPatience);
-    router.Tell("patch src=" + PortOf(NetworkScene::OrbIo, Input, 2) + " dest=" + PortOf(FarBox, Output, 1) +
-                    " on=data",
-                mPatience);
-    orb.WaitFor(PatchAudio, 1, mPatience);
+    router.WaitFor(peers::PATCH_RETRY, 1, mPatience);
+    router.Tell("patch src=" + PortOf(OrbIo, Input, 2) + " dest=" + PortOf(FarBox, Output, 1) + " on=data", mPatience);
+    orb.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
     // The Orb router answers with the slot at which it delivers the audio.
-    orb.Tell("patch src=" + PortOf(NetworkScene::OrbIo, Input, 2) +
-                 " link=1 slots=11 dest=" + PortOf(FarBox, Output, 1),
-             mPatience);
-    router.WaitFor(PatchAudio, 1, mPatience);
+    orb.Tell("patch src=" + PortOf(OrbIo, Input, 2) + " link=1 slots=11 dest=" + PortOf(FarBox, Output, 1), mPatience);
+    router.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
     mRouting.GetControl().WaitForRoute({FirstLinkEndpoint, 0}, Sample{BulkEndpoint, 11}, mPatience);
     return "As the device comes online the router is asked to try again; the Orb router delivers at slot 11, the FPGA "
            "feeds slot 0 of the primary link from it, and the router is told that slot.";
@@ -91,11 +87,10 @@ std::string ShowScene::PatchMicrophone()
     mRouting.GetControl().WaitForRoute({FirstLinkEndpoint, 0}, std::nullopt, mPatience);
     mNetwork.PlugBox(0);
     Peer& orb = mNetwork.GetOrb();
-    orb.Tell("patch src=" + PortOf(NetworkScene::Box, Input, 3) +
-                 " link=0 dest=" + PortOf(NetworkScene::OrbIo, Output, 5),
+    orb.Tell("patch src=" + PortOf(NetworkScene::Box, Input, 3) + " link=0 dest=" + PortOf(OrbIo, Output, 5),
              mPatience);
     mRouting.GetControl().WaitForRoute(AtOrb, OnPrimary, mPatience);
-    orb.WaitFor(PatchAudio, 1, mPatience);
+    orb.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
     return "The router is unplugged, which silences its route, and the box is back. Slot 0 of the Orb side is fed by "
            "slot 3 of the primary link, where the box delivers its input 3, and the Orb router is told so.";
 }
@@ -139,14 +134,14 @@ std::string ShowScene::CableReturns()
 
 std::string ShowScene::PatchToBox()
 {
-    mNetwork.GetOrb().Tell("patch src=" + PortOf(NetworkScene::OrbIo, Input, 2) +
+    mNetwork.GetOrb().Tell("patch src=" + PortOf(OrbIo, Input, 2) +
                                " link=0 slots=9 dest=" + PortOf(NetworkScene::Box, Output, 4),
                            mPatience);
     for (const unsigned int endpoint : {FirstLinkEndpoint, SecondLinkEndpoint}) {
         mRouting.GetControl().WaitForRoute({endpoint, 4}, Sample{BulkEndpoint, 9}, mPatience);
     }
-    mNetwork.GetNeighbour(0).WaitFor(PortBitmap, 1, mPatience);
-    if (!mNetwork.GetNeighbour(1).GetReceived(PortBitmap).empty())
+    mNetwork.GetNeighbour(0).WaitFor(peers::PORT_BITMAP, 1, mPatience);
+    if (!mNetwork.GetNeighbour(1).GetReceived(peers::PORT_BITMAP).empty())
         throw NotSeen("the box was told on its secondary link too");
     return "Slot 4 of both links is fed by slot 9 of the Orb side, and the box is told, on its primary link alone, to "
            "listen there.";
@@ -160,11 +155,11 @@ std::string ShowScene::PatchBehindHub()
     mNetwork.PlugHub();
     mNetwork.AwaitHubBox();
     Peer& hub = mNetwork.GetNeighbour(0);
-    mNetwork.GetOrb().Tell("patch src=" + PortOf(NetworkScene::OrbIo, Input, 2) +
+    mNetwork.GetOrb().Tell("patch src=" + PortOf(OrbIo, Input, 2) +
                                " link=0 slots=21 dest=" + PortOf(NetworkScene::HubBox, Output, 1),
                            mPatience);
     mRouting.GetControl().WaitForRoute({FirstLinkEndpoint, 0}, Sample{BulkEndpoint, 21}, mPatience);
-    hub.WaitFor(PatchAudio, 1, mPatience);
+    hub.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
     return "With both cables gone the microphone's route is silent. A hub takes the box's place: the first free slot "
            "of "
            "its link is fed by slot 21 of the Orb side, and the hub is told where the audio arrives.";
@@ -173,7 +168,9 @@ std::string ShowScene::PatchBehindHub()
 std::string ShowScene::PingHub()
 {
     mRouting.GetShell().Ask("ping", mPatience);
-    mNetwork.GetNeighbour(0).WaitFor(Ping, 1, mPatience);
+    mNetwork.GetNeighbour(0).WaitFor(peers::PING, 1, mPatience);
     mLog.WaitForLine("Ping Response ", mPatience);
     return "The shell's 'ping' reaches the hub over its data link, and the answer is in the log.";
 }
+
+} // namespace rehearsal

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+namespace rehearsal {
+
 /// The third scene: a show on air. Patches come over the network, go their ways through the FPGA, and outlive the loss
 /// of a cable.
 class ShowScene
@@ -36,3 +38,5 @@ private:
     stage::Milliseconds mPatience;
     stage::LogFile mLog;
 };
+
+} // namespace rehearsal

@@ -1,6 +1,6 @@
 #include "Simulation/Rehearsal/Terminal.h"
 
-#include "Simulation/Rehearsal/ShellClient.h"
+#include "Simulation/Stage/ShellClient.h"
 
 #include <array>
 #include <cerrno>
@@ -10,6 +10,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+namespace rehearsal {
 
 bool HandOverToShell()
 {
@@ -38,3 +40,5 @@ bool HandOverToShell()
         }
     }
 }
+
+} // namespace rehearsal

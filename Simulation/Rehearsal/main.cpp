@@ -2,9 +2,9 @@
 
 #include "Simulation/Rehearsal/NetworkScene.h"
 #include "Simulation/Rehearsal/Rehearsal.h"
-#include "Simulation/Rehearsal/RigProgram.h"
 #include "Simulation/Rehearsal/RoutingScene.h"
 #include "Simulation/Rehearsal/ShowScene.h"
+#include "Simulation/Stage/RigProgram.h"
 
 #include <iostream>
 #include <string>
@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 namespace po = boost::program_options;
+using namespace rehearsal;
 
 namespace {
 

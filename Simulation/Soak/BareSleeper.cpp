@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+namespace soak {
+
 using std::chrono::milliseconds;
 
 BareSleeper::BareSleeper()
@@ -39,3 +41,5 @@ void BareSleeper::Run()
         if (mLate.size() > Remembered) mLate.pop_front();
     }
 }
+
+} // namespace soak

@@ -7,6 +7,8 @@
 #include <thread>
 #include <utility>
 
+namespace soak {
+
 /// A thread that sleeps by the clock and does nothing else, at the module's priority: when it is late, the machine has
 /// no processor to give, and whoever else is late then is not to be blamed.
 class BareSleeper
@@ -32,3 +34,5 @@ private:
     std::atomic<bool> mRunning{true};
     std::thread mThread;
 };
+
+} // namespace soak

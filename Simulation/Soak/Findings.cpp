@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+namespace soak {
+
 void Findings::Violation(const std::string& text)
 {
     {
@@ -37,3 +39,5 @@ void Findings::Print(const char* mark, const std::string& text)
     std::printf("%8.1f s %s%s\n", GetSeconds(), mark, text.c_str());
     std::fflush(stdout);
 }
+
+} // namespace soak

@@ -5,6 +5,8 @@
 #include <set>
 #include <string>
 
+namespace soak {
+
 /// What a soak tells: each step and each violation, with the time since the start. Any thread.
 class Findings
 {
@@ -25,3 +27,5 @@ private:
     unsigned int mViolations = 0;
     std::set<std::string> mTold;
 };
+
+} // namespace soak

@@ -1,6 +1,6 @@
 #include "Simulation/Soak/HeartbeatWatch.h"
 
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Stage/NetworkNamespace.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -17,6 +17,8 @@
 #include <unistd.h>
 
 using namespace stage;
+
+namespace soak {
 
 namespace {
 
@@ -193,3 +195,5 @@ void HeartbeatWatch::Judge(Wire wire, nanoseconds now)
                  " ms",
              std::chrono::seconds(3));
 }
+
+} // namespace soak

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Simulation/Rehearsal/FileDescriptor.h"
 #include "Simulation/Soak/BareSleeper.h"
 #include "Simulation/Soak/Findings.h"
+#include "Simulation/Stage/FileDescriptor.h"
 
 #include <array>
 #include <chrono>
@@ -11,6 +11,8 @@
 #include <optional>
 #include <string>
 #include <thread>
+
+namespace soak {
 
 /// Listens at the far ends of the module's wires for its heartbeats, on a thread of its own, and tells of each gap by
 /// the time stamps of the kernel. A wire that is disturbed is not judged, nor one on which nothing is due.
@@ -58,3 +60,5 @@ private:
     stage::FileDescriptor mStop[2];
     std::thread mThread;
 };
+
+} // namespace soak

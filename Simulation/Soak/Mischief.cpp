@@ -1,7 +1,7 @@
 #include "Simulation/Soak/Mischief.h"
 
-#include "Simulation/Rehearsal/NetworkNamespace.h"
-#include "Simulation/Rehearsal/UdpSocket.h"
+#include "Simulation/Stage/NetworkNamespace.h"
+#include "Simulation/Stage/UdpSocket.h"
 
 #include <algorithm>
 #include <sstream>
@@ -13,6 +13,9 @@
 #include <sys/socket.h>
 
 using namespace stage;
+
+namespace soak {
+
 using std::chrono::milliseconds;
 
 namespace {
@@ -159,7 +162,7 @@ std::string Mischief::RandomPatch()
 {
     const Neighbour& far = Unit::Neighbours[static_cast<std::size_t>(Random(0, 2))];
     const std::string index = std::to_string(Random(0, 7));
-    const std::string orb = std::string(Unit::OrbIo) + ":";
+    const std::string orb = std::string(OrbIo) + ":";
     const std::string device = std::string(far.device) + ":";
     if (Random(0, 1) == 0) {
         return "src=" + device + "1:" + index + " link=" + std::to_string(Random(0, 2)) + " dest=" + orb +
@@ -454,3 +457,5 @@ void Mischief::Pour(const ByteStream& stream, const std::string& bytes, Millisec
         sent += static_cast<std::size_t>(size);
     }
 }
+
+} // namespace soak

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Simulation/Rehearsal/ByteStream.h"
 #include "Simulation/Soak/Unit.h"
+#include "Simulation/Stage/ByteStream.h"
 
 #include <chrono>
 #include <functional>
@@ -10,6 +10,8 @@
 #include <set>
 #include <string>
 #include <vector>
+
+namespace soak {
 
 /// All that can happen to a unit, in a random order that follows from the seed: each trouble begins, lasts for a
 /// while beside others, and ends.
@@ -68,3 +70,5 @@ private:
     std::list<Running> mRunning;
     std::set<std::string> mSpoiledTools;
 };
+
+} // namespace soak

@@ -1,6 +1,6 @@
 #include "Simulation/Soak/Surroundings.h"
 
-#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Simulation/Stage/ChildProcess.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -12,6 +12,8 @@
 #include <unistd.h>
 
 using namespace stage;
+
+namespace soak {
 
 namespace {
 
@@ -112,3 +114,5 @@ void Surroundings::MendWire(const std::string& interface)
     RunLine(mFindings, "tc qdisc del dev " + interface + " root");
     if (!mHasNetem) RunLine(mFindings, "tc qdisc del dev " + interface + " clsact");
 }
+
+} // namespace soak

@@ -5,6 +5,8 @@
 #include <map>
 #include <string>
 
+namespace soak {
+
 /// What a unit stands on: tools, the disk of the log, the wires. Each can be spoiled and mended.
 class Surroundings
 {
@@ -32,3 +34,5 @@ private:
 
 /// Runs a line in the shell; what it says is told if it fails. @return whether it succeeded.
 bool RunLine(Findings& findings, const std::string& line);
+
+} // namespace soak

@@ -1,7 +1,7 @@
 #include "Simulation/Soak/Unit.h"
 
-#include "Simulation/Rehearsal/CommandNumbers.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Peers/CommandIds.h"
+#include "Simulation/Stage/NetworkNamespace.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -12,9 +12,10 @@
 
 using namespace stage;
 
+namespace soak {
+
 namespace {
 
-constexpr unsigned int ModuleRack = 0x12;
 constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
 
 /// A tool may hang for 10 s, and a few may do so one behind the other.
@@ -45,20 +46,18 @@ std::vector<std::string> Lines(const std::string& text)
 } // namespace
 
 const std::vector<Neighbour> Unit::Neighbours = {
-    {"fixed", "0x00200001", 0x20, "0x00200001", {"card 0 QV1410"}},
-    {"hub", "0x00308000", 0x30, "0x00300002", {"device 0x00300002 fixed 0.48.9.1", "of 0x00300002 card 0 QV1410"}},
-    {"modular", "0x00210001", 0x21, "0x00210001", {"card 0 Mic in=0-7 out=0-7"}},
-    {"aoip", "0x00220001", 0x22, "0x00220001", {"card 0 QV1790"}},
-    {"module", "0x00230001", 0x23, "0x00230001", {"ports 64 64"}},
-    {"fixed", "0x00070001", 0x07, "0x00070001", {"card 0 QV1410"}}};
+    {{"fixed", "0x00200001", 0x20, {"card 0 QV1410"}}, "0x00200001"},
+    {{"hub", "0x00308000", 0x30, {"device 0x00300002 fixed 0.48.9.1", "of 0x00300002 card 0 QV1410"}}, "0x00300002"},
+    {{"modular", "0x00210001", 0x21, {"card 0 Mic in=0-7 out=0-7"}}, "0x00210001"},
+    {{"aoip", "0x00220001", 0x22, {"card 0 QV1790"}}, "0x00220001"},
+    {{"module", "0x00230001", 0x23, {"ports 64 64"}}, "0x00230001"},
+    {{"fixed", "0x00070001", 0x07, {"card 0 QV1410"}}, "0x00070001"}};
 
 Unit::Unit(Findings& findings, Surroundings& surroundings, HeartbeatWatch& watch, const std::string& logPath)
     : mFindings(findings),
       mWatch(watch),
-      mOrb(std::make_unique<Peer>("orb", UnitNamespace,
-                                  std::vector<std::string>{"--hid", "0x00128000", "--io-hid", OrbIo, "--do",
-                                                           "card 0 Mic in=0-15 out=0-15", "--appear"})),
-      mUpdate(std::make_unique<Peer>("update", UnitNamespace, std::vector<std::string>{"--appear"})),
+      mOrb(StartOrbRouter()),
+      mUpdate(StartUpdateService()),
       mModule({ProgramPath("OrbModuleSim"), {}, surroundings.GetEnvironment()}),
       mControl(mModule.OpenControl()),
       mShell(mModule.OpenShell()),
@@ -67,10 +66,10 @@ Unit::Unit(Findings& findings, Surroundings& surroundings, HeartbeatWatch& watch
     if (!logPath.empty()) mLog.open(logPath);
     mShell.StopTailing();
     mProbe.StopTailing();
-    mOrb->WaitFor(RouterInfoReq);
+    mOrb->WaitFor(peers::ROUTER_INFO_REQ);
     // A master router may take its time to appear.
     mOrb->Tell("command 885 u32:3600000000");
-    mOrb->WaitFor(IoInfoReq);
+    mOrb->WaitFor(peers::IO_INFO_REQ);
     mModule.Process().WaitForOutput("Start Router Ignore Timer");
     mWatch.Calm(HeartbeatWatch::Internal);
 }
@@ -78,14 +77,7 @@ Unit::Unit(Findings& findings, Surroundings& surroundings, HeartbeatWatch& watch
 void Unit::Plug(unsigned int link, const Neighbour& neighbour)
 {
     Unplug(link);
-    std::vector<std::string> options{"--hid",         neighbour.hid,
-                                     "--module-rack", std::to_string(ModuleRack),
-                                     "--rack",        std::to_string(neighbour.rack),
-                                     "--link",        std::to_string(link)};
-    for (const std::string& line : neighbour.lines)
-        options.insert(options.end(), {"--do", line});
-    mNeighbours[link] =
-        std::make_unique<Peer>(neighbour.kind, link == 0 ? PrimaryNamespace : SecondaryNamespace, options);
+    mNeighbours[link] = StartNeighbour(link, neighbour);
     mFacts[link] = &neighbour;
     PlugCable(link);
     mNeighbours[link]->Tell("appear");
@@ -111,7 +103,7 @@ void Unit::PlugCable(unsigned int link)
 {
     if (mCable[link]) return;
     mCable[link] = true;
-    TellDriver("plug " + std::to_string(link) + " " + std::to_string(2 * mFacts[link]->rack) + " 0");
+    TellDriver(PlugLine(link, mFacts[link]->rack));
     mUpset[link] = true;
     mLastUpset = std::chrono::steady_clock::now();
     mIsProbing = false;
@@ -256,7 +248,7 @@ void Unit::StartOver()
     mUpdate->Tell("connect 55000 source=49190");
     ExpectStream(*mUpdate, "update service", "update");
     ExpectStream(*mOrb, "Orb router", "local");
-    mOrb->WaitFor(IoInfoReq, 1, SettlePatience);
+    mOrb->WaitFor(peers::IO_INFO_REQ, 1, SettlePatience);
     AwaitMainThread();
 }
 
@@ -270,7 +262,7 @@ void Unit::ExpectStream(Peer& peer, const std::string& name, const std::string& 
 void Unit::ExpectDevice(const char* hid)
 {
     try {
-        mOrb->WaitForUpdate(RemoteIoUpdate, hid, true, SettlePatience);
+        mOrb->WaitForUpdate(peers::REMOTE_IO_UPDATE, hid, true, SettlePatience);
     } catch (const NotSeen&) {
         throw NotSeen(std::string("the Orb router is not told of the device ") + hid);
     }
@@ -334,3 +326,5 @@ std::string Unit::Describe()
     }
     return text;
 }
+
+} // namespace soak

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Simulation/Rehearsal/Module.h"
-#include "Simulation/Rehearsal/Peer.h"
 #include "Simulation/Soak/HeartbeatWatch.h"
 #include "Simulation/Soak/Surroundings.h"
 #include "Simulation/Soak/Vitals.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/UnitSetup.h"
 
 #include <array>
 #include <chrono>
@@ -16,15 +16,12 @@
 #include <utility>
 #include <vector>
 
-/// Somebody who can stand at the far end of a link.
-struct Neighbour
+namespace soak {
+
+/// A neighbour, and the device that sources and destinations of patches belong to.
+struct Neighbour : stage::Neighbour
 {
-    const char* kind;
-    const char* hid;
-    unsigned int rack;
-    /// The device that sources and destinations of patches belong to.
     const char* device;
-    std::vector<std::string> lines;
 };
 
 /// The module with all that it is connected to, and what must be true once everything is in order again.
@@ -33,7 +30,6 @@ class Unit
 public:
     static constexpr unsigned int LinkCount = 2;
     static const std::vector<Neighbour> Neighbours;
-    static constexpr char OrbIo[] = "0x00120001";
 
     /// @param logPath where all that the module prints is kept; empty to keep nothing.
     Unit(Findings& findings, Surroundings& surroundings, HeartbeatWatch& watch, const std::string& logPath);
@@ -104,3 +100,5 @@ private:
     std::string mLineRest;
     bool mHasEnded = false;
 };
+
+} // namespace soak

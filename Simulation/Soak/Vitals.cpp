@@ -1,12 +1,14 @@
 #include "Simulation/Soak/Vitals.h"
 
-#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Simulation/Stage/ChildProcess.h"
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+namespace soak {
 
 namespace {
 
@@ -69,3 +71,5 @@ Vitals Vitals::Settled(pid_t process, stage::ControlChannel& control, const Vita
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 }
+
+} // namespace soak

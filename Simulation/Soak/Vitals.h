@@ -1,11 +1,13 @@
 #pragma once
 
-#include "Simulation/Rehearsal/ControlChannel.h"
+#include "Simulation/Stage/ControlChannel.h"
 
 #include <cstddef>
 #include <string>
 
 #include <sys/types.h>
+
+namespace soak {
 
 /// What a process holds.
 struct Vitals
@@ -39,3 +41,5 @@ struct Vitals
 private:
     static std::string ListSockets(pid_t process);
 };
+
+} // namespace soak

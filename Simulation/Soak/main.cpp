@@ -1,14 +1,15 @@
 // The module under fire: for minutes on end everything around it goes wrong, and after each round everything must be
 // as if nothing had been.
 
-#include "Simulation/Rehearsal/RigProgram.h"
 #include "Simulation/Soak/Mischief.h"
+#include "Simulation/Stage/RigProgram.h"
 
 #include <iostream>
 #include <random>
 #include <thread>
 
 namespace po = boost::program_options;
+using namespace soak;
 
 namespace {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Simulation/Rehearsal/CommandNumbers.h"
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Module.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
-#include "Simulation/Rehearsal/Peer.h"
+#include "Simulation/Peers/CommandIds.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/NetworkNamespace.h"
+#include "Simulation/Stage/UnitSetup.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -16,14 +16,7 @@
 
 #include <unistd.h>
 
-/// A neighbour that can stand on a link.
-struct Neighbour
-{
-    std::string kind;
-    std::string hid;
-    unsigned int rack;
-    std::vector<std::string> lines;
-};
+using stage::Neighbour;
 
 inline const Neighbour Box{"fixed", "0x00200001", 0x20, {"card 0 QV1410"}};
 inline const Neighbour OtherBox{"fixed", "0x00210001", 0x21, {"card 0 QV1410"}};
@@ -52,18 +45,8 @@ public:
     stage::Peer& GetOrb() { return *mOrb; }
     stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours[link]; }
 
-    void StartUpdateService(const std::string& line = "result 0")
-    {
-        mUpdate = std::make_unique<stage::Peer>("update", stage::UnitNamespace,
-                                                std::vector<std::string>{"--do", line, "--appear"});
-    }
-    void StartOrbRouter()
-    {
-        mOrb =
-            std::make_unique<stage::Peer>("orb", stage::UnitNamespace,
-                                          std::vector<std::string>{"--hid", OfRack(0x8000), "--io-hid", OfRack(1),
-                                                                   "--do", "card 0 Mic in=0-15 out=0-15", "--appear"});
-    }
+    void StartUpdateService(const std::string& line = "result 0") { mUpdate = stage::StartUpdateService(line); }
+    void StartOrbRouter() { mOrb = stage::StartOrbRouter({}, stage::Patience, mRack); }
     /// Until the module knows who it is and its links are up.
     /// @param routerTime how long a master router may take to appear, ms; the module adds 5 s.
     void Start(unsigned int routerTime = 600000)
@@ -71,21 +54,14 @@ public:
         StartOrbRouter();
         StartUpdateService();
         StartModule();
-        mOrb->WaitFor(stage::IoInfoReq);
-        mOrb->Tell("command " + std::to_string(stage::RouterTimeAllowance) + " u32:" + std::to_string(routerTime));
+        mOrb->WaitFor(peers::IO_INFO_REQ);
+        mOrb->Tell("command " + std::to_string(peers::ROUTER_TIME_ALLOWANCE) + " u32:" + std::to_string(routerTime));
         mLog.WaitForLine("Start Router Ignore Timer");
     }
     void Plug(unsigned int link, const Neighbour& neighbour)
     {
-        std::vector<std::string> options{"--hid",         neighbour.hid,
-                                         "--module-rack", std::to_string(mRack),
-                                         "--rack",        std::to_string(neighbour.rack),
-                                         "--link",        std::to_string(link)};
-        for (const std::string& line : neighbour.lines)
-            options.insert(options.end(), {"--do", line});
-        const auto* const place = link == 0 ? stage::PrimaryNamespace : stage::SecondaryNamespace;
-        mNeighbours[link] = std::make_unique<stage::Peer>(neighbour.kind, place, options);
-        TellDriver("plug " + std::to_string(link) + " " + std::to_string(2 * neighbour.rack) + " 0");
+        mNeighbours[link] = stage::StartNeighbour(link, neighbour, stage::Patience, mRack);
+        TellDriver(stage::PlugLine(link, neighbour.rack));
         mNeighbours[link]->Tell("appear");
     }
     void Unplug(unsigned int link)
@@ -112,7 +88,7 @@ public:
     /// Waits until the Orb router has been told this of a device's cable: primary or not, online or not.
     void WaitForCable(const std::string& device, const std::string& state)
     {
-        WaitForValue(*mOrb, stage::RemoteCableState,
+        WaitForValue(*mOrb, peers::REMOTE_CABLE_STATE,
                      [&](const std::string& value) { return value == device + " " + state; });
     }
 
@@ -122,8 +98,6 @@ private:
         constexpr std::size_t Header = 8 * 3;
         return bytes.size() < Header ? std::string() : bytes.substr(Header);
     }
-    /// An identity of the unit.
-    std::string OfRack(unsigned int device) const { return std::to_string(mRack << 16 | device); }
 
     unsigned int mRack;
     std::optional<stage::Module> mModule;

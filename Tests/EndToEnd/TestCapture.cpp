@@ -1,4 +1,4 @@
-#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Simulation/Stage/ChildProcess.h"
 #include "Tests/Support/Tshark.h"
 
 #include <gmock/gmock.h>

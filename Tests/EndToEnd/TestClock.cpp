@@ -1,6 +1,6 @@
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Module.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/NetworkNamespace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

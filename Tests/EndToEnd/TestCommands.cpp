@@ -3,9 +3,9 @@
 #include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVComms.h"
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"
-#include "Simulation/Rehearsal/ByteStream.h"
-#include "Simulation/Rehearsal/Deadline.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Simulation/Stage/ByteStream.h"
+#include "Simulation/Stage/Deadline.h"
+#include "Simulation/Stage/NetworkNamespace.h"
 #include "Tests/Support/GoldenCommands.h"
 #include "Tests/Support/LogRecorder.h"
 

@@ -1,7 +1,7 @@
 // The debug file and the crash dumps, on their real paths.
 
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/Module.h"
 
 #include <boost/filesystem.hpp>
 #include <gmock/gmock.h>

@@ -54,7 +54,7 @@ protected:
 TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
 {
     mNetwork.Plug(0, HubWithBox);
-    mNetwork.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    mNetwork.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
     // The main thread hangs in route as the hub tells of one more device, the scan in ifconfig.
     Hang(true);
     const unsigned long before = Heard();
@@ -65,7 +65,7 @@ TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
     // It is told after 2 s, in which six beats are due.
     EXPECT_GE(Heard() - before, 5u);
     Hang(false);
-    mNetwork.GetOrb().WaitForUpdate(RemoteIoUpdate, "0x00300003");
+    mNetwork.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, "0x00300003");
     EXPECT_THAT(mNetwork.GetLog().Text(), testing::Not(testing::HasSubstr("A heartbeat send delay")));
 }
 

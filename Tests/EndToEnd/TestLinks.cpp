@@ -3,10 +3,10 @@
 
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
 
-#include "Common/KLV/Commands/RouterDetectTimeAllowanceCmd.h"
-#include "Simulation/Rehearsal/ChildProcess.h"
-#include "Simulation/Rehearsal/ControlChannel.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
+#include "Common/KLV/Commands/RouterCommands.h"
+#include "Simulation/Stage/ChildProcess.h"
+#include "Simulation/Stage/ControlChannel.h"
+#include "Simulation/Stage/NetworkNamespace.h"
 #include "Tests/Support/LinkComms.h"
 #include "Tests/Support/LinkEvents.h"
 #include "Tests/Support/LinkNeighbour.h"

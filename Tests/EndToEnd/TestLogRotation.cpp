@@ -1,5 +1,5 @@
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/Module.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

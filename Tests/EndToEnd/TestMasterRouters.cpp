@@ -26,8 +26,8 @@ protected:
     /// What the Orb router has been told of masters, in order: notifications by number, and restarts.
     std::vector<std::string> Told(Network& network, std::size_t count)
     {
-        network.GetOrb().WaitFor(MasterRouterNotification, static_cast<unsigned int>(count));
-        return Network::Values(network.GetOrb(), MasterRouterNotification);
+        network.GetOrb().WaitFor(peers::MASTER_ROUTER_NOTIFICATION, static_cast<unsigned int>(count));
+        return Network::Values(network.GetOrb(), peers::MASTER_ROUTER_NOTIFICATION);
     }
     /// A router comes to a link, and the module takes it or stays silent towards it.
     void Meet(Network& network, unsigned int link, const Neighbour& router, const char* line)
@@ -77,8 +77,8 @@ TEST_F(MasterRouters, AreFollowedWhereverTheyNameTheMasterUntilBothAreGone)
     WaitForModuleHeartbeat(network, "96 00 80 52 00");
     network.Unplug(1);
     WaitForModuleHeartbeat(network, "96 ff ff ff ff");
-    EXPECT_TRUE(network.GetOrb().GetReceived(MasterRouterNotification).empty());
-    EXPECT_TRUE(network.GetOrb().GetReceived(RestartMcsLink).empty());
+    EXPECT_TRUE(network.GetOrb().GetReceived(peers::MASTER_ROUTER_NOTIFICATION).empty());
+    EXPECT_TRUE(network.GetOrb().GetReceived(peers::RESTART_MCS_LINK).empty());
 }
 
 TEST_F(MasterRouters, AtAnotherBaseRateAreToldAndIgnoredAndMasterControlsLinkRestarts)
@@ -87,8 +87,8 @@ TEST_F(MasterRouters, AtAnotherBaseRateAreToldAndIgnoredAndMasterControlsLinkRes
     network.Start();
     Meet(network, 0, RouterAt44, Ignoring);
     EXPECT_THAT(Told(network, 1), ElementsAre("00"));
-    network.GetOrb().WaitFor(RestartMcsLink);
-    EXPECT_THAT(Network::Values(network.GetOrb(), RestartMcsLink), ElementsAre("00 01 12 00"));
+    network.GetOrb().WaitFor(peers::RESTART_MCS_LINK);
+    EXPECT_THAT(Network::Values(network.GetOrb(), peers::RESTART_MCS_LINK), ElementsAre("00 01 12 00"));
     network.Unplug(0);
     EXPECT_THAT(Told(network, 2), ElementsAre("00", "03"));
 }
@@ -97,14 +97,14 @@ TEST_F(MasterRouters, ThatComeTooLateAreToldOnceAndIgnored)
 {
     Network network;
     network.Start(0);
-    network.GetOrb().WaitFor(RestartMcsLink);
-    EXPECT_TRUE(network.GetOrb().GetReceived(MasterRouterNotification).empty());
+    network.GetOrb().WaitFor(peers::RESTART_MCS_LINK);
+    EXPECT_TRUE(network.GetOrb().GetReceived(peers::MASTER_ROUTER_NOTIFICATION).empty());
     Meet(network, 0, Router, Ignoring);
     Meet(network, 1, Router, Ignoring);
     network.Unplug(0);
     network.Unplug(1);
     EXPECT_THAT(Told(network, 2), ElementsAre("02", "03"));
-    EXPECT_EQ(network.GetOrb().GetReceived(RestartMcsLink).size(), 1u);
+    EXPECT_EQ(network.GetOrb().GetReceived(peers::RESTART_MCS_LINK).size(), 1u);
 }
 
 TEST_F(MasterRouters, FindNoneWithTheDefaultIdWillingToFollow)
@@ -119,7 +119,7 @@ TEST_F(MasterRouters, FindNoneWithTheDefaultIdWillingToFollow)
     network.Unplug(1);
     network.Unplug(0);
     EXPECT_THAT(Told(network, 2), ElementsAre("01", "03"));
-    EXPECT_TRUE(network.GetOrb().GetReceived(RestartMcsLink).empty());
+    EXPECT_TRUE(network.GetOrb().GetReceived(peers::RESTART_MCS_LINK).empty());
 }
 
 } // namespace

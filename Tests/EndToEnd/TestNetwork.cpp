@@ -1,4 +1,4 @@
-#include "Simulation/Rehearsal/UdpSocket.h"
+#include "Simulation/Stage/UdpSocket.h"
 #include "Tests/EndToEnd/Network.h"
 
 #include <gmock/gmock.h>
@@ -34,15 +34,15 @@ TEST(UpdateService, IsAbsentAtFirstThenRefusesAndThenAllows)
     // The first attempt to reach it has failed by the time the heartbeats run.
     network.GetLog().WaitForLine("Run...........");
     network.StartUpdateService("result 1");
-    network.GetUpdate().WaitFor(DevicesToCheck);
+    network.GetUpdate().WaitFor(peers::DEVICES_TO_CHECK);
     for (const std::string result : {"2", "3", "4"})
         network.GetUpdate().Tell("tell 1.63.5.0 " + result);
     // The results are taken in order: had a refusal counted, there would be more than this one connection.
     network.GetUpdate().Tell("tell 1.63.5.0 0");
-    network.GetOrb().WaitFor(RouterInfoReq);
-    network.GetOrb().WaitFor(IoInfoReq);
+    network.GetOrb().WaitFor(peers::ROUTER_INFO_REQ);
+    network.GetOrb().WaitFor(peers::IO_INFO_REQ);
     EXPECT_EQ(CountIn(network.GetLog().Text(), Accepted), 1u);
-    EXPECT_EQ(network.GetOrb().GetReceived(RouterInfoReq).size(), 1u);
+    EXPECT_EQ(network.GetOrb().GetReceived(peers::ROUTER_INFO_REQ).size(), 1u);
 }
 
 TEST(UpdateService, RefusesABoxAndThenAllowsIt)
@@ -51,13 +51,13 @@ TEST(UpdateService, RefusesABoxAndThenAllowsIt)
     network.Start();
     network.GetUpdate().Tell("result 1");
     network.Plug(0, Box);
-    network.GetUpdate().WaitFor(DevicesToCheck, 2);
+    network.GetUpdate().WaitFor(peers::DEVICES_TO_CHECK, 2);
     const std::string address = network.GetNeighbour(0).Tell("address").front();
     const std::string own = address.substr(0, address.find(' '));
     for (const std::string result : {"2", "3", "4", "0"})
         network.GetUpdate().Tell("tell " + own + " " + result);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
-    EXPECT_EQ(network.GetNeighbour(0).GetReceived(IoInfoReq).size(), 1u);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
+    EXPECT_EQ(network.GetNeighbour(0).GetReceived(peers::IO_INFO_REQ).size(), 1u);
 }
 
 TEST(UpdateService, ThatRestartsChecksTheModuleAgain)
@@ -68,17 +68,17 @@ TEST(UpdateService, ThatRestartsChecksTheModuleAgain)
     network.GetUpdate().Tell("vanish");
     network.GetUpdate().Tell("appear");
     network.GetUpdate().Tell("connect 55000 source=49190");
-    network.GetUpdate().WaitFor(DevicesToCheck);
+    network.GetUpdate().WaitFor(peers::DEVICES_TO_CHECK);
     // And serves again: a box that comes now is checked.
     network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
 }
 
 /// The states of the box's cables that the Orb router has been told, in order: primary or not, online or not.
 std::vector<std::string> CableStates(Network& network)
 {
     std::vector<std::string> states;
-    for (const std::string& value : Network::Values(network.GetOrb(), RemoteCableState))
+    for (const std::string& value : Network::Values(network.GetOrb(), peers::REMOTE_CABLE_STATE))
         if (value.compare(0, 11, BoxOnWire) == 0) states.push_back(value.substr(12));
     return states;
 }
@@ -110,7 +110,7 @@ TEST_P(TwoCables, AreReportedAsTheyAreAfterThreeSeconds)
     network.GetLog().WaitForLine(check);
     // What the check sends has come once a later command has.
     network.GetNeighbour(0).Tell("command 816 u32:0x00200001 u16:1 u8:1");
-    network.GetOrb().WaitFor(IoOutputMute);
+    network.GetOrb().WaitFor(peers::IO_OUTPUT_MUTE);
     EXPECT_EQ(CableStates(network), GetParam().states);
 }
 
@@ -124,12 +124,12 @@ TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
     Network network;
     network.Start();
     network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
     network.Plug(1, OtherBox);
-    network.GetOrb().WaitFor(MixedHidError);
+    network.GetOrb().WaitFor(peers::MIXED_HID_ERROR);
     network.Unplug(1);
-    network.GetOrb().WaitFor(MixedHidError, 2);
-    EXPECT_THAT(Network::Values(network.GetOrb(), MixedHidError), ElementsAre("01", "00"));
+    network.GetOrb().WaitFor(peers::MIXED_HID_ERROR, 2);
+    EXPECT_THAT(Network::Values(network.GetOrb(), peers::MIXED_HID_ERROR), ElementsAre("01", "00"));
     // The right one is none the worse for it, and is welcome there.
     network.Plug(1, Box);
     network.WaitForCable(BoxOnWire, SecondaryUp);
@@ -141,7 +141,7 @@ TEST(Network, ABoxThatAnotherReplacesOnThePrimaryLinkIsGoneAndMayComeBack)
     Network network;
     network.Start();
     network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
     network.Plug(1, Box);
     network.WaitForCable(BoxOnWire, SecondaryUp);
     stage::ControlChannel control = network.GetModule().OpenControl();
@@ -151,8 +151,8 @@ TEST(Network, ABoxThatAnotherReplacesOnThePrimaryLinkIsGoneAndMayComeBack)
     control.WaitForRoute(Bus, Sample{2, 3});
     network.Plug(0, OtherBox);
     control.WaitForRoute(Bus, std::nullopt);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid, false);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, OtherBox.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid, false);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, OtherBox.hid);
     network.Unplug(0);
     network.GetOrb().Tell("clear");
     network.Plug(0, Box);
@@ -191,20 +191,20 @@ TEST(Network, CommandsGoBothWaysBetweenTheOrbRouterAndTheBox)
     Network network;
     network.Start();
     network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
     const std::string mute = "u32:0x00200001 u16:3 u8:1";
     const std::string gpi = "u32:0x00200001 u16:2 u16:1 u8:1";
     ExpectForwarded(network,
-                    {{IoOutputMute, mute, "01 00 20 00 03 00 01", true},
-                     {IoOutputMute, mute, "01 00 20 00 03 00 01", false},
-                     {IoGPIUpdate, gpi, "01 00 20 00 02 00 01 00 01", true},
-                     {IoGPIUpdate, gpi, "01 00 20 00 02 00 01 00 01", false}},
+                    {{peers::IO_OUTPUT_MUTE, mute, "01 00 20 00 03 00 01", true},
+                     {peers::IO_OUTPUT_MUTE, mute, "01 00 20 00 03 00 01", false},
+                     {peers::IO_GPI_UPDATE, gpi, "01 00 20 00 02 00 01 00 01", true},
+                     {peers::IO_GPI_UPDATE, gpi, "01 00 20 00 02 00 01 00 01", false}},
                     "local");
     // One that only goes up: sent down it is dropped, and the next one passes it.
     const std::string failure = "u32:0x00200001 u8:4 u32:1";
     network.GetOrb().Tell("command 871 " + failure);
-    ExpectForwarded(network, {{IoOutputMute, mute, "01 00 20 00 03 00 01", true}}, "local");
-    EXPECT_THAT(network.GetNeighbour(0).GetReceived(ModIOCardFailure), IsEmpty());
+    ExpectForwarded(network, {{peers::IO_OUTPUT_MUTE, mute, "01 00 20 00 03 00 01", true}}, "local");
+    EXPECT_THAT(network.GetNeighbour(0).GetReceived(peers::MOD_IO_CARD_FAILURE), IsEmpty());
 }
 
 TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
@@ -212,25 +212,25 @@ TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
     Network network;
     network.Start();
     network.Plug(0, HubWithBox);
-    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, HubWithBox.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
     const std::string mute = "u32:0x00300002 u16:3 u8:0";
-    ExpectForwarded(
-        network,
-        {{IoOutputMute, mute, "02 00 30 00 03 00 00", true}, {IoOutputMute, mute, "02 00 30 00 03 00 00", false}},
-        "data");
+    ExpectForwarded(network,
+                    {{peers::IO_OUTPUT_MUTE, mute, "02 00 30 00 03 00 00", true},
+                     {peers::IO_OUTPUT_MUTE, mute, "02 00 30 00 03 00 00", false}},
+                    "data");
     Peer& hub = network.GetNeighbour(0);
     // Its boxes come and go.
     hub.Tell("device-gone 0x00300002");
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid, false);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid, false);
     network.GetOrb().Tell("clear");
     hub.Tell("device 0x00300002 fixed 0.48.9.1");
     hub.Tell("of 0x00300002 card 0 QV1410");
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
     network.GetOrb().Tell("clear");
     network.Unplug(0);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid, false);
-    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid, false);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid, false);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, HubWithBox.hid, false);
 }
 
 /// A neighbour on the secondary link, a patch with it, and the route that comes of it.
@@ -267,7 +267,7 @@ TEST_P(OrbRestart, LeavesTheRoutesToTheirDevicesAndIsToldOfThemAgain)
     network.Start();
     network.Plug(1, scene.neighbour);
     Peer& orb = network.GetOrb();
-    orb.WaitForUpdate(RemoteIoUpdate, scene.device);
+    orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, scene.device);
     stage::ControlChannel control = network.GetModule().OpenControl();
     orb.Tell(scene.patch);
     control.WaitForRoute(scene.sink, scene.source);
@@ -277,7 +277,7 @@ TEST_P(OrbRestart, LeavesTheRoutesToTheirDevicesAndIsToldOfThemAgain)
     orb.Tell("clear");
     orb.Tell("appear");
     orb.Tell("connect 55000");
-    orb.WaitForUpdate(RemoteIoUpdate, scene.device);
+    orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, scene.device);
     EXPECT_EQ(CountIn(network.GetLog().Text(), "OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
     orb.Tell(scene.patch);
     control.WaitForRoute(scene.sink, scene.source);
@@ -309,7 +309,7 @@ TEST(Network, AHubThatReportsBeforeItsDataLinkIsUpKeepsItsBoxes)
     Network network;
     network.Start();
     network.Plug(0, hub);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
 }
 
 TEST(Network, ARouterThatOpensItsStreamAgainIsToldTheOwnIoAgain)
@@ -318,10 +318,10 @@ TEST(Network, ARouterThatOpensItsStreamAgainIsToldTheOwnIoAgain)
     network.Start();
     network.Plug(0, {"router", "0x00408000", 0x40, {"internals 0x00400003"}});
     Peer& router = network.GetNeighbour(0);
-    router.WaitForUpdate(RemoteIoUpdate, "0x00120001");
+    router.WaitForUpdate(peers::REMOTE_IO_UPDATE, "0x00120001");
     router.Tell("disconnect local");
     router.Tell("clear");
-    router.WaitForUpdate(RemoteIoUpdate, "0x00120001");
+    router.WaitForUpdate(peers::REMOTE_IO_UPDATE, "0x00120001");
 }
 
 TEST(Network, TheTimeOfTheNetworkIsTheTimeOfTheLog)
@@ -340,7 +340,7 @@ TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
     Network network;
     network.Start();
     network.Plug(0, HubWithBox);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
     Peer& hub = network.GetNeighbour(0);
     constexpr unsigned int count = 400;
     hub.Tell("flood 0x00400000 " + std::to_string(count));
@@ -350,9 +350,9 @@ TEST(Network, AFloodOfReportsHoldsNobodyUpForLong)
     EXPECT_THAT(shell.Ask("version"), HasSubstr("1.0.2452"));
     EXPECT_EQ(shell.Ask("patch 0 5 1 7"), "");
     network.GetModule().OpenControl().WaitForRoute({FirstLinkEndpoint, 7}, Sample{BulkEndpoint, 5});
-    hub.WaitFor(IoInfoDevReq, count + 1, std::chrono::minutes(1));
+    hub.WaitFor(peers::IO_INFO_DEV_REQ, count + 1, std::chrono::minutes(1));
     // And the neighbour was never taken for gone.
-    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, HubWithBox.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, HubWithBox.hid);
     EXPECT_EQ(network.GetModule().Stop().Text(), "exit code 0");
 }
 

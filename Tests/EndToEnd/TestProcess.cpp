@@ -1,7 +1,7 @@
-#include "Simulation/Rehearsal/LogFile.h"
-#include "Simulation/Rehearsal/Module.h"
-#include "Simulation/Rehearsal/NetworkNamespace.h"
-#include "Simulation/Rehearsal/UdpSocket.h"
+#include "Simulation/Stage/LogFile.h"
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/NetworkNamespace.h"
+#include "Simulation/Stage/UdpSocket.h"
 #include "Tests/Support/Supervisor.h"
 
 #include <gmock/gmock.h>

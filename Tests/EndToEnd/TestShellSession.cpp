@@ -1,4 +1,4 @@
-#include "Simulation/Rehearsal/Module.h"
+#include "Simulation/Stage/Module.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -71,14 +71,14 @@ void RunWithStreams(Network& network)
 {
     network.Start();
     network.Plug(0, HubWithBox);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
 }
 
 void Flood(Network& network)
 {
     RunWithStreams(network);
     network.GetNeighbour(0).Tell("flood 0x00400000 20000");
-    network.GetNeighbour(0).WaitFor(IoInfoDevReq, 10);
+    network.GetNeighbour(0).WaitFor(peers::IO_INFO_DEV_REQ, 10);
 }
 
 /// The source is lost, the new table stands in the FPGA, and its activation does not come.
@@ -161,16 +161,16 @@ TEST(Slots, HearWhatANeighbourReports)
     Network network("RouterAudioRoute HardwareDebug");
     network.Start();
     network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, Box.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
     network.GetNeighbour(0).Tell("internals 0xFFFF000F");
     // Its internals, its identity, and that in decimal.
-    Network::WaitForValue(network.GetOrb(), IoBoxInternals, [](const std::string& value) {
+    Network::WaitForValue(network.GetOrb(), peers::IO_BOX_INTERNALS, [](const std::string& value) {
         return value == "0f 00 ff ff 01 00 20 00 07 00 00 00 32 30 39 37 31 35 33";
     });
 
     network.Unplug(0);
     network.Plug(0, HubWithBox);
-    network.GetOrb().WaitForUpdate(RemoteIoUpdate, HubBoxHid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
     ShellClient shell = network.GetModule().OpenShell();
     EXPECT_THAT(Shown(shell, "sio"), HasSubstr("Hid: 0.48:2 "));
     EXPECT_THAT(Shown(shell, "sr"), AllOf(HasSubstr("Local devices:\n"), Not(HasSubstr("Hid: 0.48:2 "))));
@@ -179,7 +179,7 @@ TEST(Slots, HearWhatANeighbourReports)
 
     network.Unplug(0);
     network.Plug(0, router);
-    network.GetOrb().WaitForUpdate(RemoteRouterUpdate, router.hid);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, router.hid);
     Peer& peer = network.GetNeighbour(0);
     network.GetLog().WaitForLine(" New 0.64:8000");
     peer.Tell("command 841 u32:0x00400001 u32:5 on=data");
@@ -187,12 +187,12 @@ TEST(Slots, HearWhatANeighbourReports)
     peer.Tell("command 835 u32:0x00400001 on=data");
     network.GetLog().WaitForLine("ReceivedAudioPatchRetryForHid 0.64:1 ");
     peer.Tell("command 839 str:ORBMODULE u32:0 u32:0 on=data");
-    Network::WaitForValue(peer, Ping, [](const std::string& value) {
+    Network::WaitForValue(peer, peers::PING, [](const std::string& value) {
         return value == "08 00 00 00 30 2e 31 38 2e 35 2e 30 00 00 00 00 00 00 00 00"; // 0.18.5.0
     });
     peer.Tell("command 846 on=data");
     // The address of this module, wrapped about that of its master control, 0.18.1.0.
-    Network::WaitForValue(peer, ForwardToActive, [](const std::string& value) {
+    Network::WaitForValue(peer, peers::FORWARD_TO_ACTIVE, [](const std::string& value) {
         return value.find("3f 03 00 28 04 00 00 00 00 01 12 00") != std::string::npos;
     });
 }
@@ -236,8 +236,8 @@ TEST(Shell, TheTopLevelCommandsShowAndSendWhatTheyShould)
     const auto sent = [&](unsigned int id, const std::string& value) {
         Network::WaitForValue(network.GetNeighbour(0), id, [&](const std::string& bytes) { return bytes == value; });
     };
-    sent(PortBitmap, "01 00 20 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 03 00 ff ff ff ff 01");
-    sent(IoSetSampleRate, "03 01 00 20 00 30 75 00 00");
+    sent(peers::PORT_BITMAP, "01 00 20 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 03 00 ff ff ff ff 01");
+    sent(peers::IO_SET_SAMPLE_RATE, "03 01 00 20 00 30 75 00 00");
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Common/KLV/Commands/RestartMCSLinkCmd.h"
-#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
+#include "Common/KLV/Commands/RouterCommands.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
 #include <atomic>

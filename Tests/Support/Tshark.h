@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Simulation/Rehearsal/ChildProcess.h"
+#include "Simulation/Stage/ChildProcess.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "Utilities/Dissector/ModelTables.h"
 
 #include "Common/KLV/CommandIdTexts.h"
-#include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
-#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
+#include "Common/KLV/Commands/UpdateCommands.h"
 #include "Common/KLV/KLVReadSet.h"
 #include "Common/KLV/KLVSet.h"
 #include "Common/KLV/KeyText.h"

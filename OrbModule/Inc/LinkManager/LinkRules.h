@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
 #include "K2Common/K2Heartbeat.h"
 #include "OrbModule/Inc/LinkManager/K2LinkStatus.h"
 

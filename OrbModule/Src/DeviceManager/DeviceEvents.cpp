@@ -1,17 +1,9 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
-#include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
-#include "Common/KLV/Commands/IoBoxInternalsCmd.h"
-#include "Common/KLV/Commands/IoInfoDevReq.h"
-#include "Common/KLV/Commands/IoInfoReq.h"
-#include "Common/KLV/Commands/IoInfoReqEx.h"
-#include "Common/KLV/Commands/RemoteCableStateCmd.h"
-#include "Common/KLV/Commands/RemoteIoUpdate.h"
-#include "Common/KLV/Commands/RemoteRouterUpdate.h"
-#include "Common/KLV/Commands/RouterInfoReq.h"
-#include "Common/KLV/Commands/SornMixedHIDError.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
+#include "Common/KLV/Commands/UpdateCommands.h"
 #include "MiscSource/NetworkPorts.h"
 
 #include <algorithm>

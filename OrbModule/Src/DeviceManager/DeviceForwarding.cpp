@@ -1,10 +1,8 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/ForwardToActiveCmd.h"
-#include "Common/KLV/Commands/OstrelPingCmd.h"
-#include "Common/KLV/Commands/RequestActiveMcsCmd.h"
-#include "Common/KLV/Commands/RouterMcsUpdate.h"
+#include "Common/KLV/Commands/PatchCommands.h"
+#include "Common/KLV/Commands/RouterCommands.h"
 
 #include <arpa/inet.h>
 

@@ -1,9 +1,7 @@
 #include "OrbModule/Inc/DeviceManager/DeviceInfoStorage.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/IoInfo.h"
-#include "Common/KLV/Commands/IoInfoK2Mod.h"
-#include "Common/KLV/Commands/RouterInfo.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 
 #include <utility>
 

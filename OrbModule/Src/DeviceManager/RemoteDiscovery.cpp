@@ -1,9 +1,7 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/IoInfoDevReq.h"
-#include "Common/KLV/Commands/RemoteIoUpdate.h"
-#include "Common/KLV/Commands/RemoteRouterUpdate.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "MiscSource/NetworkPorts.h"
 
 #include <sstream>

@@ -1,10 +1,8 @@
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/RestartMCSLinkCmd.h"
-#include "Common/KLV/Commands/RouterDetectTimeAllowanceCmd.h"
-#include "Common/KLV/Commands/SetRouterSampleRateCmd.h"
-#include "Common/KLV/Commands/SornMasterRouterNotification.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
+#include "Common/KLV/Commands/RouterCommands.h"
 #include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
 #include "OrbModule/Inc/LinkManager/SocketData.h"

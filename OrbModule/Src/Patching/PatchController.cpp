@@ -1,12 +1,7 @@
 #include "OrbModule/Inc/Patching/PatchController.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/AudioPatchFailedCmd.h"
-#include "Common/KLV/Commands/AudioPatchRetryForHidCmd.h"
-#include "Common/KLV/Commands/OstrelPingCmd.h"
-#include "Common/KLV/Commands/PatchSucessfulCmd.h"
-#include "Common/KLV/Commands/PortBitmapCmd.h"
-#include "Common/KLV/Commands/RouterPatchAudio.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 
 #include <algorithm>
 #include <utility>

@@ -100,8 +100,10 @@ TEST(CommandsOnTheWire, AnyByteOfABoolIsTrueAndAChainOf255HopsWraps)
     MemoryStream stream(HexBytes("6D1B0028 01000000 80 5B030028 09000000 04030201 08070605 FF"));
     KLVCommandReadSet error(stream);
     EXPECT_EQ(Written(SornMixedHIDError(error)), HexBytes("6D1B0028 01000000 01"));
-    KLVCommandReadSet chain(stream);
-    EXPECT_EQ(int{ChainLengthCmd(chain).GetLength()}, 0);
+    KLVCommandReadSet set(stream);
+    const ChainLengthCmd chain(set);
+    EXPECT_EQ(chain.GetHops(), 0);
+    EXPECT_EQ(chain.GetLength(), 9u);
 }
 
 /// Counts that no item could hold neither allocate nor loop.

@@ -1,10 +1,8 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 #include "Common/KLV/CommandContainer.h"
-#include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
-#include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
-#include "Common/KLV/Commands/IoBoxInternalsCmd.h"
-#include "Common/KLV/Commands/RemoteCableStateCmd.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
+#include "Common/KLV/Commands/UpdateCommands.h"
 
 #include <chrono>
 #include <iomanip>

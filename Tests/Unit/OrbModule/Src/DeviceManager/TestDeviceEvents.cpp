@@ -1,6 +1,6 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
-#include "Common/KLV/Commands/RouterInfo.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 
 #include <algorithm>
 

@@ -1,7 +1,6 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
-#include "Common/KLV/Commands/ChainLengthCmd.h"
-#include "Common/KLV/Commands/IoSampleRateCapabilities.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 
 namespace {
 

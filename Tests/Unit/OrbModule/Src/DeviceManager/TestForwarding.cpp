@@ -1,7 +1,7 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
-#include "Common/KLV/Commands/OstrelPingCmd.h"
-#include "Common/KLV/Commands/RequestActiveMcsCmd.h"
+#include "Common/KLV/Commands/PatchCommands.h"
+#include "Common/KLV/Commands/RouterCommands.h"
 
 namespace {
 

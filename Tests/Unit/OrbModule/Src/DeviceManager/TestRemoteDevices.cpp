@@ -1,4 +1,4 @@
-#include "Common/KLV/Commands/ChainLengthCmd.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 

@@ -1,7 +1,6 @@
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
 
-#include "Common/KLV/Commands/RouterDetectTimeAllowanceCmd.h"
-#include "Common/KLV/Commands/SetRouterSampleRateCmd.h"
+#include "Common/KLV/Commands/RouterCommands.h"
 #include "Tests/Support/LinkComms.h"
 #include "Tests/Support/LinkEvents.h"
 #include "Tests/Support/LinkNeighbour.h"

@@ -1,6 +1,6 @@
 #include "Tests/Unit/OrbModule/Src/OrbComms/CommsFixture.h"
 
-#include "Common/KLV/Commands/OstrelPingCmd.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 
 #include <thread>
 

@@ -1,7 +1,7 @@
 #include "Tests/Unit/OrbModule/Src/OrbComms/CommsFixture.h"
 
-#include "Common/KLV/Commands/IoInfoReq.h"
-#include "Common/KLV/Commands/OstrelPingCmd.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 
 #include <atomic>
 #include <thread>

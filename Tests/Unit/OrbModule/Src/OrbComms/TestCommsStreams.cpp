@@ -1,6 +1,6 @@
 #include "Tests/Unit/OrbModule/Src/OrbComms/CommsFixture.h"
 
-#include "Common/KLV/Commands/IoInfoReq.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
 
 #include <sys/resource.h>

@@ -1,11 +1,6 @@
 #include "Tests/Unit/OrbModule/Src/Patching/PatchDoubles.h"
 
-#include "Common/KLV/Commands/AudioPatchFailedCmd.h"
-#include "Common/KLV/Commands/AudioPatchRetryForHidCmd.h"
-#include "Common/KLV/Commands/OstrelPingCmd.h"
-#include "Common/KLV/Commands/PatchSucessfulCmd.h"
-#include "Common/KLV/Commands/PortBitmapCmd.h"
-#include "Common/KLV/Commands/RouterPatchAudio.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 
 #include <sstream>
 

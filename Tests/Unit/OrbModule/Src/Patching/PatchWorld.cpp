@@ -1,19 +1,9 @@
 #include "Tests/Unit/OrbModule/Src/Patching/PatchWorld.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/DeviceCheckResultsCmd.h"
-#include "Common/KLV/Commands/DevicesToCheckAndUpdateCmd.h"
-#include "Common/KLV/Commands/IoInfo.h"
-#include "Common/KLV/Commands/IoInfoCard.h"
-#include "Common/KLV/Commands/IoInfoDevReq.h"
-#include "Common/KLV/Commands/IoInfoReq.h"
-#include "Common/KLV/Commands/OstrelPingCmd.h"
-#include "Common/KLV/Commands/PatchSucessfulCmd.h"
-#include "Common/KLV/Commands/RemoteIoUpdate.h"
-#include "Common/KLV/Commands/RemoteRouterUpdate.h"
-#include "Common/KLV/Commands/RouterInfo.h"
-#include "Common/KLV/Commands/RouterInfoReq.h"
-#include "Common/KLV/Commands/RouterPatchAudio.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
+#include "Common/KLV/Commands/PatchCommands.h"
+#include "Common/KLV/Commands/UpdateCommands.h"
 
 #include <algorithm>
 #include <sstream>

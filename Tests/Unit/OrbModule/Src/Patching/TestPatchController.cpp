@@ -1,9 +1,6 @@
 #include "OrbModule/Inc/Patching/PatchController.h"
 
-#include "Common/KLV/Commands/AudioPatchRetryForHidCmd.h"
-#include "Common/KLV/Commands/OstrelPingCmd.h"
-#include "Common/KLV/Commands/PatchSucessfulCmd.h"
-#include "Common/KLV/Commands/RouterPatchAudio.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 #include "Tests/Unit/OrbModule/Src/Patching/PatchDoubles.h"
 
 #include <gmock/gmock.h>
