@@ -49,7 +49,10 @@ public:
                 const Ports& ports);
     ~OrbKLVComms() override;
 
-    void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override;
+    void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override
+    {
+        Open(address, port, tcpPort, false);
+    }
     using iOrbKLVComms::Disconnect;
     void Disconnect(UINT8GIGEPORT port) override;
     bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists) override;
@@ -58,6 +61,10 @@ public:
     void AddKLVStream(OrbKLVStream& stream) override;
     void RemoveKLVStream(OrbKLVStream& stream) override;
     std::uint32_t GetPortAddress(UINT8GIGEPORT port) override;
+    void ConnectReported(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override
+    {
+        Open(address, port, tcpPort, true);
+    }
 
     /// A stream has come (valid) or gone; the end of one can be told twice. Fires on the main service.
     boost::signals2::connection ConnectKLVStreamChanged(const StreamSignal::slot_type& slot)
@@ -70,6 +77,7 @@ public:
 private:
     bool Listen(std::uint16_t& port, const char* name);
     void Run();
+    void Open(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort, bool isReported);
     bool MakeRoom(UINT8GIGEPORT port, bool isReported);
     bool EndConnecting(const OrbKLVStream& stream);
     void TakePlaceOfEarlier(OrbKLVStream& stream);

@@ -55,4 +55,11 @@ public:
 
     /// The kernel's address of a port's interface, host order; 0 if it has none.
     virtual std::uint32_t GetPortAddress(UINT8GIGEPORT port) = 0;
+
+    /// Connect for a peer that is no neighbour of the module and is known by the report of another alone. Such reports
+    /// can come without end, so what is pending for them is bounded.
+    virtual void ConnectReported(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort)
+    {
+        Connect(address, port, tcpPort);
+    }
 };

@@ -191,7 +191,7 @@ void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GI
     }
     if (record->IsOnline(isPri)) return;
     AddSlaveLinkDataRoute(hid, isPri);
-    if (!mRouterConnected) mComms->Connect(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
+    if (!mRouterConnected) mComms->ConnectReported(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
     const UINT8GIGEPORT remoteGigE = mLocal.Link(isPri).RemoteGigE;
     AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << LinkPortText(remoteGigE) << " Address "
                                           << AddressText(command.GetAddress()) << "\n");

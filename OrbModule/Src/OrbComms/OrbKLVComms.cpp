@@ -88,7 +88,7 @@ void OrbKLVComms::Run()
     }
 }
 
-void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort)
+void OrbKLVComms::Open(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort, bool isReported)
 {
     const HandlerMutex::Guard guard(mMutex);
     AUDIT_STREAM(CommsDebug, "Connecting to " << AddressText(address) << " Port " << tcpPort << "\r\n");
@@ -101,8 +101,6 @@ void OrbKLVComms::Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16
         underWay->stream->SetRetryClientConnect();
         return;
     }
-    // Of a data link's peer the module knows by report.
-    const bool isReported = tcpPort == mPorts.masterRouter;
     if (!MakeRoom(port, isReported)) {
         AUDIT_STREAM(Fault, "OrbKLVComms::Connect " << AddressText(address) << " refused, " << MostReported
                                                     << " streams are being opened\r\n");
