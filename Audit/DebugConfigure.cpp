@@ -9,7 +9,7 @@
 
 namespace {
 
-/// No name or number comes near it; of a longer word only the beginning is kept, for the message.
+/// Longer than any name or number. Of a longer word the message shows only the beginning.
 constexpr std::size_t MaxWord = 1024;
 
 std::optional<std::uint32_t> ParseNumber(const std::string& word)

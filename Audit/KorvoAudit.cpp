@@ -182,7 +182,7 @@ void KorvoAudit::RotateBeside()
     try {
         mRotation = std::thread([this] { Rotate(); });
     } catch (const std::system_error&) {
-        // Late lines are better than a log without an end.
+        // Then this thread waits for gzip: late lines are better than a log that grows without a bound.
         Rotate();
         return;
     }

@@ -11,7 +11,7 @@ SystemdNotifier::SystemdNotifier(boost::asio::io_service& mainService) : mTimer(
 {
     Tell("READY=1");
     std::uint64_t watchdogUs = 0;
-    // Answers 0 as well where the watchdog is meant for another process.
+    // Also 0 if the watchdog is meant for another process.
     if (sd_watchdog_enabled(0, &watchdogUs) <= 0) return;
     mPeriod = std::chrono::microseconds(watchdogUs / 2);
     StartTimer();

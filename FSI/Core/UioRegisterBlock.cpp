@@ -25,7 +25,7 @@ namespace fs = boost::filesystem;
 /// Bytes from the base that the registers of every block take up.
 constexpr std::uint32_t RegistersLength = 0x40;
 
-/// A file of the kernel's has a page at most.
+/// A file of the kernel here is at most one page long.
 constexpr std::size_t LineSize = 4096;
 
 std::optional<std::string> ReadFirstLine(const fs::path& path)
@@ -36,7 +36,7 @@ std::optional<std::string> ReadFirstLine(const fs::path& path)
     return std::string(line);
 }
 
-/// The hexadecimal number in the first line of the file, 0 if there is none of 32 bits.
+/// The hexadecimal number in the first line of the file; 0 if there is none or it exceeds 32 bits.
 std::uint32_t ReadHex(const fs::path& path)
 {
     const std::optional<std::string> line = ReadFirstLine(path);

@@ -79,7 +79,7 @@ void ClientConnection::OnRead(const boost::system::error_code& error)
     if (mSocket.is_open()) {
         Read();
     } else {
-        // Dropped over its output: what it still had to say no longer counts.
+        // Dropped because of its output: lines that are still in the buffer are ignored.
         mReceiver(shared_from_this(), boost::asio::error::operation_aborted, std::string());
     }
 }

@@ -53,7 +53,7 @@ private:
     const char mDelimiter;
     boost::asio::streambuf mInput;
     bool mEcho = true;
-    /// What a write is at work on, how much of it is gone, and what waits behind it.
+    /// What is being written, how much of it has been sent, and what waits after it.
     std::string mSending;
     std::size_t mSent = 0;
     std::string mWaiting;

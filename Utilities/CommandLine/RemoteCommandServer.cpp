@@ -16,7 +16,7 @@ namespace {
 
 using boost::asio::ip::tcp;
 
-/// After a failed accept. With no descriptor left the next attempt would fail at once, and so on for ever.
+/// After a failed accept. With no descriptor left each further attempt would fail at once.
 constexpr std::chrono::milliseconds RetryDelay{100};
 
 tcp::acceptor Listen(boost::asio::io_service& service, const tcp::endpoint& endpoint)
