@@ -168,7 +168,10 @@ class Bench:
         if code != 0:
             sys.exit(f"{output}\nmutate: the copy cannot be configured")
         print("Building the copy without optimisation, and running its tests without a fault.", flush=True)
-        targets = [name for name in sorted(self.inputs("UnitTests")) if name.startswith("bin/") and self.links(name)]
+        listing = subprocess.check_output(["ninja", "-C", self.copy.build, "-t", "query", "UnitTests"], text=True)
+        targets = [name for name in sorted(set(re.findall(r"\bbin/\w+", listing))) if self.links(name)]
+        if not targets:
+            sys.exit("mutate: no unit test links what is to be changed")
         if not self.ninja(["all"] if self.all_tests else ["OrbModule"] + targets, show=True):
             sys.exit(f"{self.output}\nmutate: the code does not build even without a fault")
         # The runner tells the commands of what has been built.
