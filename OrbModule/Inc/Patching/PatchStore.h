@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Common/KLV/Commands/PortBitmapCmd.h"
+#include "Common/KLV/Commands/PatchCommands.h"
 #include "OrbModule/Inc/Patching/OrbPatchInfo.h"
 
 #include <cstddef>
