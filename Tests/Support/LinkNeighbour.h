@@ -64,7 +64,8 @@ public:
     /// Until the module has told this variant word.
     bool WaitForVariant(std::vector<std::uint8_t> variant)
     {
-        for (int i = 0; i < 30; ++i) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < end) {
             const auto packet = Receive();
             if (packet.size() == 12 && std::equal(variant.begin(), variant.end(), packet.begin() + 8)) return true;
         }

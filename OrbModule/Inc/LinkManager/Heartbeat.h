@@ -5,6 +5,7 @@
 #include <atomic>
 #include <boost/asio.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -24,7 +25,8 @@ public:
 
     /// @throws std::runtime_error that names the local endpoint and what to do if it cannot be bound.
     explicit Heartbeat(const Endpoint& local = UnitEndpoint(UNIT_MODULE),
-                       const Endpoint& destination = UnitEndpoint(UNIT_MASTER_CONTROL));
+                       const Endpoint& destination = UnitEndpoint(UNIT_MASTER_CONTROL),
+                       std::chrono::milliseconds period = std::chrono::seconds(1));
     virtual ~Heartbeat();
     Heartbeat(const Heartbeat&) = delete;
     Heartbeat& operator=(const Heartbeat&) = delete;
@@ -45,6 +47,7 @@ private:
     boost::asio::ip::udp::socket mSocket;
     boost::asio::steady_timer mTimer;
     const Endpoint mDestination;
+    const std::chrono::milliseconds mPeriod;
     std::atomic<std::uint32_t> mMasterHid{INVALID_HID};
     std::thread mThread;
 };

@@ -2,6 +2,7 @@
 
 #include "MiscSource/GlobalConstants.h"
 #include "OrbModule/Inc/LinkManager/K2LinkStatus.h"
+#include "OrbModule/Inc/LinkManager/LinkEnvironment.h"
 
 #include <boost/asio/ip/udp.hpp>
 #include <cstddef>
@@ -20,7 +21,8 @@ class K2LinkDriver
 public:
     /// Asks the driver for the state of each port. Without the driver the object still exists, and no report comes.
     explicit K2LinkDriver(const LinkManager& manager);
-    explicit K2LinkDriver(std::uint32_t portCount);
+    /// @param environment outlives this object.
+    K2LinkDriver(std::uint32_t portCount, const LinkEnvironment& environment);
     ~K2LinkDriver();
     K2LinkDriver(const K2LinkDriver&) = delete;
     K2LinkDriver& operator=(const K2LinkDriver&) = delete;
@@ -34,7 +36,7 @@ public:
     /// Gives the socket the type of service of heartbeats.
     static void SetSocketTos(UINT8GIGEPORT port, boost::asio::ip::udp::socket& socket);
 
-    /// Waits for a report, at most 1 s. Fields that the report does not carry keep their value.
+    /// Waits for a report, at most for the environment's time. Fields that the report does not carry keep their value.
     /// @return true when a report arrived, even one that carried nothing.
     bool WaitForStatus(K2LinkStatus& status);
     /// False once this socket can no longer be trusted to bring every report: the family was absent when it was
@@ -64,6 +66,7 @@ private:
     bool ReceiveReport(K2LinkStatus& status);
     void RequestStatus(std::uint32_t port);
 
+    const LinkEnvironment& mEnvironment;
     nl_sock* mSocket;
     Registration mRegistration;
     struct pollfd mPollFd;

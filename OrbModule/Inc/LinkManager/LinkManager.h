@@ -2,13 +2,15 @@
 
 #include "K2Common/K2Heartbeat.h"
 #include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
+#include "OrbModule/Inc/LinkManager/LinkEnvironment.h"
+#include "OrbModule/Inc/LinkManager/RestartableTimer.h"
+#include "OrbModule/Inc/LinkManager/RouterState.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
 #include <array>
 #include <atomic>
 #include <boost/asio/io_service.hpp>
 #include <boost/asio/ip/udp.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/signals2/signal.hpp>
 #include <chrono>
 #include <cstdint>
@@ -30,9 +32,8 @@ class SetRouterSampleRateCmd;
 /// MasterHidChanged. A link's thread reaches the rest of the system by posts that hold this object and values; so the
 /// main service must not run any more when this object dies. Ports are link indexes (0, 1), but in OnDeviceChange.
 ///
-/// Locks: mMutex guards mConnections. It is held while the master control is asked for a restart, and over RouterLost
-/// and its notification when a neighbour's heartbeats stay away. mRulesMutex makes a change of mRoutersAllowed with
-/// mVariants and mMasterRack atomic. It is taken alone or under mMutex, and nothing is called while it is held.
+/// mMutex guards mConnections. It is held while the master control is asked for a restart, and over RouterLost and its
+/// notification when a neighbour's heartbeats stay away.
 class LinkManager
 {
 public:
@@ -41,7 +42,8 @@ public:
     using LinkType = K2Heartbeat::LinkState::LinkType;
 
     /// Raises the interfaces and starts the scan. Both objects outlive this one.
-    LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms);
+    LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms,
+                LinkEnvironment environment = {});
     ~LinkManager();
     LinkManager(const LinkManager&) = delete;
     LinkManager& operator=(const LinkManager&) = delete;
@@ -52,6 +54,7 @@ public:
                                  std::uint32_t remoteIp, Hid hid, LinkType type)>
         DeviceChanged;
     boost::signals2::signal<void(Hid hid, std::uint32_t variant)> IoInternalsChanged;
+    /// Each heartbeat of a neighbour that is not ignored. Kept for a subscriber that watches the links.
     boost::signals2::signal<void(UINT8GIGEPORT port)> HeartbeatReceived;
     /// MakeLinkHid of the master's rack; this rack with device field 0 once routers are disallowed; INVALID_HID when
     /// the master is lost. It fires on a link's thread if that link brings the change about, so that what must not wait
@@ -72,13 +75,21 @@ public:
     /// ADMA endpoint id of a port as the driver gave it; waits for it on the caller's thread, any, at most that long.
     /// @return 0 if it is still unknown.
     std::uint8_t GetAdmaEndpointId(std::uint32_t Port, const std::chrono::seconds& timeout);
+    /// The neighbour of a link as it was when its heartbeats stayed away.
+    struct LostNeighbour
+    {
+        std::uint32_t linkNumber;
+        Hid hid;
+        LinkType type;
+    };
     /// A neighbour's heartbeats stay away. Its connection stays.
-    void HandleHeartbeatTimeout(UINT8GIGEPORT GigePort);
+    void HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeighbour& lost);
     void RouterLost(UINT8GIGEPORT port);
 
     /// Any thread.
-    SampleRates::SystemSampleRate GetSampleRate() const { return mSampleRate.load(); }
+    SampleRates::SystemSampleRate GetSampleRate() const { return mRouters.Snapshot().rate; }
     std::uint32_t GetPortCount() const { return mPortCount; }
+    const LinkEnvironment& GetEnvironment() const { return mEnvironment; }
     /// Tells the console on the local port what became of the master router. Any thread.
     void SendNotification(unsigned char number);
     /// Asks the master control of this rack to restart its link. Any thread that does not hold mMutex.
@@ -96,32 +107,30 @@ private:
     void BringUpExternalGigEs();
     void WriteHidToDriver(Hid hid, UINT8GIGEPORT port);
     void StartRouterIgnoreTimer();
-    void OnRouterIgnoreTimer(const boost::system::error_code& error, std::uint32_t start);
-    bool RoutersDisallowed(std::optional<std::uint32_t> timerStart = std::nullopt);
-    Hid GetRackHid() const { return mLocalRack << 16; }
+    Hid GetRackHid() const { return mRouters.Snapshot().localRack << 16; }
     void SetMasterHid(Hid hid);
-    bool HasMaster() const;
     void ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, std::vector<Endpoint>& current);
     void FollowDriver(K2LinkDriver& driver, K2LinkDriver::Registration& known, std::vector<Endpoint>& current);
     void PostDestruction(UINT8GIGEPORT port);
 
+    // All that a link asks of its manager, besides GetSampleRate, SendNotification and RestartMcsLink. On its thread.
+    bool RoutersDisallowed(std::optional<std::uint32_t> followed = std::nullopt);
+    K2Heartbeat::LinkState MakeHeartbeat(UINT8GIGEPORT port) const { return mRouters.MakeHeartbeat(port); }
+    LinkRules::HeartbeatDecision FollowHeartbeat(UINT8GIGEPORT port, const K2Heartbeat::LinkState& packet,
+                                                 std::optional<K2Heartbeat::LinkVariant> lastVariant)
+    {
+        return mRouters.Follow(port, packet, lastVariant);
+    }
+    bool IsStreamClosing(UINT8GIGEPORT port, bool& streamExists);
+    template <class Action>
+    void Post(Action action)
+    {
+        mIoService.post(std::move(action));
+    }
+    // And in what it posts.
     /// Number of the link that a port has, 0 if it has none. What a link posted before it went is void.
     std::uint32_t GetLinkInForce(UINT8GIGEPORT port);
-
-    /// The neighbour of a link as it was when its heartbeats stayed away.
-    struct LostNeighbour
-    {
-        std::uint32_t linkNumber;
-        Hid hid;
-        LinkType type;
-    };
-    void HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, std::optional<LostNeighbour> lost);
-
-    // For the links, on their threads.
-    /// The port passes a router's variant on; false, and nothing done, if routers are not allowed.
-    bool FollowRouter(UINT8GIGEPORT port, K2Heartbeat::LinkVariant variant, bool isNew);
     void SetMasterOfVariant(K2Heartbeat::LinkVariant variant);
-    void PostCancelOfRouterIgnoreTimer();
 
     struct FsiInfo
     {
@@ -131,26 +140,18 @@ private:
 
     std::array<FsiInfo, Routing::MAX_ORB_K2_PORTS> mFsiInfo;
     boost::asio::io_service& mIoService;
-    std::atomic<std::uint32_t> mLocalRack{0xFFFFFFFF};
-    std::atomic<std::uint32_t> mMasterRack{INVALID_RACK_ID};
+    const LinkEnvironment mEnvironment;
     const std::uint32_t mPortCount;
     iOrbKLVComms* const mComms;
+    RouterState mRouters;
     std::map<UINT8GIGEPORT, std::shared_ptr<SocketData>> mConnections;
-    /// By Routing::PortsEnum.
-    std::array<std::atomic<K2Heartbeat::LinkVariant>, Routing::PORT_COUNT> mVariants;
     std::thread mScanThread;
     std::atomic<bool> mStop{false};
     std::atomic<bool> mHidKnown{false};
-    std::atomic<bool> mRoutersAllowed{true};
     std::mutex mMutex;
-    std::mutex mRulesMutex;
-    boost::asio::steady_timer mRouterIgnoreTimer;
-    /// Counts the starts and the cancels of the timer: an expiry that was already queued then is not taken for one.
-    std::atomic<std::uint32_t> mRouterIgnoreStart{0};
+    RestartableTimer mRouterIgnoreTimer;
     bool mWaitingForLocalDevice = true;
     std::uint32_t mRouterTimeAllowance = 0;
-    std::atomic<SampleRates::SystemSampleRate> mSampleRate{SampleRates::RATE_48K};
     std::atomic<bool> mExternalGigEsUp{false};
-    std::atomic<std::uint8_t> mRouterPorts{0};
     std::uint32_t mLinksMade = 0;
 };

@@ -45,7 +45,6 @@ private:
     void OnHeartbeat(const K2Heartbeat::LinkState& packet);
     bool TakeHeartbeat(const K2Heartbeat::LinkState& packet);
     bool IsFromClosingStream(const K2Heartbeat::LinkState& packet);
-    LinkRules::HeartbeatDecision Decide(const K2Heartbeat::LinkState& packet);
     template <class Action>
     void Post(Action action);
     void PostNewDevice(const K2Heartbeat::LinkState& packet);
@@ -53,11 +52,10 @@ private:
 
     void StartTimeoutTimer();
     void CancelTimeoutTimer();
-    void OnTimeoutTimer(const boost::system::error_code& error, std::uint32_t start);
+    void OnTimeoutTimer(const boost::system::error_code& error);
     void HandleHeartbeatTimeout();
 
     void StartSendTimer(std::chrono::milliseconds wait);
-    void StopSending();
     void OnSendTimer(const boost::system::error_code& error);
     void Send();
 
@@ -72,12 +70,9 @@ private:
     const std::uint8_t mRemotePort;
     LinkManager& mManager;
     const std::uint32_t mNumber;
-    boost::asio::steady_timer mTimeoutTimer;
+    RestartableTimer mTimeoutTimer;
     std::chrono::milliseconds mTimeout{0};
-    /// Counts the starts and the cancels of mTimeoutTimer: an expiry that was already queued then is not one.
-    std::uint32_t mTimeoutStart = 0;
-    boost::asio::steady_timer mSendTimer;
-    bool mSending = true;
+    RestartableTimer mSendTimer;
     Endpoint mSender;
     /// Longer than a heartbeat, so that a longer datagram shows.
     std::array<std::uint8_t, 64> mReceiveBuffer{};

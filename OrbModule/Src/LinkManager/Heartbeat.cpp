@@ -12,8 +12,6 @@ namespace {
 
 using boost::asio::ip::udp;
 
-constexpr std::chrono::seconds Period{1};
-
 udp::socket BindSocket(boost::asio::io_service& service, const udp::endpoint& local)
 {
     udp::socket socket(service, local.protocol());
@@ -35,11 +33,12 @@ Heartbeat::Endpoint Heartbeat::UnitEndpoint(Hid node)
     return {boost::asio::ip::address_v4(node), NetworkPorts::MODULE_HEARTBEAT};
 }
 
-Heartbeat::Heartbeat(const Endpoint& local, const Endpoint& destination)
+Heartbeat::Heartbeat(const Endpoint& local, const Endpoint& destination, std::chrono::milliseconds period)
     : mWork(std::make_unique<boost::asio::io_service::work>(mService)),
       mSocket(BindSocket(mService, local)),
       mTimer(mService),
-      mDestination(destination)
+      mDestination(destination),
+      mPeriod(period)
 {
     StartTimer();
     mThread = std::thread([this] { mService.run(); });
@@ -55,7 +54,7 @@ Heartbeat::~Heartbeat()
 
 void Heartbeat::StartTimer()
 {
-    mTimer.expires_from_now(Period);
+    mTimer.expires_from_now(mPeriod);
     mTimer.async_wait([this](const boost::system::error_code& error) { OnTimer(error); });
 }
 

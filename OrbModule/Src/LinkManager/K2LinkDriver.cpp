@@ -1,7 +1,6 @@
 #include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
 
 #include "Audit/Audit.h"
-#include "MiscSource/SystemUtilities.h"
 #include "OrbModule/Inc/LinkManager/LinkDriverSocket.h"
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
 
@@ -25,7 +24,6 @@ constexpr std::uint8_t StatusRequest = 1;
 constexpr int RequestFlags = NLM_F_REQUEST | NLM_F_ECHO;
 constexpr int PortAttribute = 1;
 constexpr int HighestAttribute = 6;
-constexpr int WaitMilliseconds = 1000;
 constexpr int TypeOfService = 20;
 constexpr char UpErrors[] = "/tmp/ifup.err";
 constexpr char DownErrors[] = "/tmp/ifdown.err";
@@ -95,9 +93,11 @@ void ReadMessage(nlmsghdr* header, K2LinkStatus& status)
 
 } // namespace
 
-K2LinkDriver::K2LinkDriver(const LinkManager& manager) : K2LinkDriver(manager.GetPortCount()) {}
+K2LinkDriver::K2LinkDriver(const LinkManager& manager) : K2LinkDriver(manager.GetPortCount(), manager.GetEnvironment())
+{}
 
-K2LinkDriver::K2LinkDriver(std::uint32_t portCount) : mSocket(nl_socket_alloc()), mPollFd{-1, POLLIN, 0}
+K2LinkDriver::K2LinkDriver(std::uint32_t portCount, const LinkEnvironment& environment)
+    : mEnvironment(environment), mSocket(nl_socket_alloc()), mPollFd{-1, POLLIN, 0}
 {
     if (!Connect(mSocket)) return;
     mRegistration.family = genl_ctrl_resolve(mSocket, FamilyName);
@@ -133,24 +133,24 @@ std::string K2LinkDriver::GetInterfaceName(UINT8GIGEPORT port)
 
 int K2LinkDriver::InterfaceUp(UINT8GIGEPORT port)
 {
-    return SystemWithStderr("ifconfig " + GetInterfaceName(port) + " up", UpErrors);
+    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " up", UpErrors);
 }
 
 int K2LinkDriver::InterfaceDown(UINT8GIGEPORT port)
 {
-    return SystemWithStderr("ifconfig " + GetInterfaceName(port) + " down", UpErrors);
+    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " down", UpErrors);
 }
 
 int K2LinkDriver::SetInterfaceAddress(UINT8GIGEPORT port, const boost::asio::ip::udp::endpoint& endpoint)
 {
-    return SystemWithStderr("ifconfig " + GetInterfaceName(port) + " " + endpoint.address().to_string() +
+    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " " + endpoint.address().to_string() +
                                 " netmask 255.255.255.0",
                             UpErrors);
 }
 
 int K2LinkDriver::ClearInterfaceAddress(UINT8GIGEPORT port)
 {
-    return SystemWithStderr("ifconfig " + GetInterfaceName(port) + " 0.0.0.0 ", DownErrors);
+    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " 0.0.0.0 ", DownErrors);
 }
 
 void K2LinkDriver::SetSocketTos(UINT8GIGEPORT port, boost::asio::ip::udp::socket& socket)
@@ -162,13 +162,14 @@ void K2LinkDriver::SetSocketTos(UINT8GIGEPORT port, boost::asio::ip::udp::socket
 
 bool K2LinkDriver::WaitForStatus(K2LinkStatus& status)
 {
+    const int wait = static_cast<int>(mEnvironment.reportWait.count());
     mPollFd.revents = 0;
-    poll(&mPollFd, 1, WaitMilliseconds);
+    poll(&mPollFd, 1, wait);
     if ((mPollFd.revents & POLLIN) && ReceiveReport(status)) return true;
     if (mPollFd.revents != 0) {
         // Reports may be lost. The descriptor may stay in that state, so the next try waits.
         mFailed = true;
-        poll(nullptr, 0, WaitMilliseconds);
+        poll(nullptr, 0, wait);
     }
     return false;
 }

@@ -16,22 +16,22 @@ using std::chrono::milliseconds;
 
 /// Raised at start, more than the module has links.
 constexpr std::uint32_t InterfaceCount = 3;
-constexpr std::chrono::seconds ExternalPortsDelay{2};
 constexpr milliseconds EndpointPollInterval{100};
 /// The driver's id of a node is twice its rack id.
 constexpr std::uint32_t DriverIdShift = 15;
 
 } // namespace
 
-LinkManager::LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms)
+LinkManager::LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms,
+                         LinkEnvironment environment)
     : mIoService(service),
+      mEnvironment(std::move(environment)),
       mPortCount(std::min(portCount, Routing::MAX_ORB_K2_PORTS)),
       mComms(&comms),
+      mRouters(mPortCount),
       mRouterIgnoreTimer(service)
 {
     AUDIT_LOG(Information, "Starting HubLinkManager\n");
-    for (auto& variant : mVariants)
-        variant = K2Heartbeat::START_VARIANT;
     K2LinkDriver driver(*this);
     BringUpInterfaces(driver, InterfaceCount, "Failed to perform initial interface bring up on ");
     mScanThread = std::thread([this] { Scan(); });
@@ -74,7 +74,7 @@ void LinkManager::BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, c
 void LinkManager::OnLocalHidChanged(Hid hid)
 {
     AUDIT_STREAM(Information, "LinkManager::OnLocalHidChanged Hid Now Is " << hid << "\r\n");
-    mLocalRack = GetRackId(hid);
+    mRouters.SetLocalRack(GetRackId(hid));
     {
         K2LinkDriver driver(*this);
         for (std::uint32_t i = 0; i < mPortCount; ++i) {
@@ -87,7 +87,7 @@ void LinkManager::OnLocalHidChanged(Hid hid)
     }
     mHidKnown = true;
     if (!mWaitingForLocalDevice) BringUpExternalGigEs();
-    if (mLocalRack == DEFAULT_RACK_ID) {
+    if (GetRackId(hid) == DEFAULT_RACK_ID) {
         AUDIT_LOG(Information, "System is running as default routers disallowed by default\n");
         RoutersDisallowed();
     }
@@ -95,7 +95,8 @@ void LinkManager::OnLocalHidChanged(Hid hid)
 
 void LinkManager::WriteHidToDriver(Hid hid, UINT8GIGEPORT port)
 {
-    std::ofstream file("/sys/class/net/" + K2LinkDriver::GetInterfaceName(port) + "/k2hid", std::ios::trunc);
+    std::ofstream file(mEnvironment.interfaceDirectory + K2LinkDriver::GetInterfaceName(port) + "/k2hid",
+                       std::ios::trunc);
     file << ((hid & 0xFFFF0000) >> DriverIdShift) << "\n" << std::flush;
     if (!file) AUDIT_STREAM(Fault, "Error setting HID in driver for " << LinkPortText(port) << "\r\n");
 }
@@ -113,10 +114,10 @@ void LinkManager::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool, StreamType)
 void LinkManager::BringUpExternalGigEs()
 {
     AUDIT_LOG(RouterAudioRoute, "LinkManager::BringUpExternalGigEs\r\n");
-    std::this_thread::sleep_for(ExternalPortsDelay);
+    std::this_thread::sleep_for(mEnvironment.externalPortsDelay);
     K2LinkDriver driver(*this);
     BringUpInterfaces(driver, mPortCount, "Failed to perform initial interface bring Up on ");
-    if (!mWaitingForLocalDevice && mHidKnown && mRoutersAllowed) StartRouterIgnoreTimer();
+    if (!mWaitingForLocalDevice && mHidKnown && mRouters.Snapshot().routersAllowed) StartRouterIgnoreTimer();
     mExternalGigEsUp = true;
 }
 
@@ -125,27 +126,15 @@ void LinkManager::BringUpExternalGigEs()
 void LinkManager::StartRouterIgnoreTimer()
 {
     AUDIT_LOG(Information, "Start Router Ignore Timer\r\n");
-    mRouterIgnoreTimer.expires_from_now(milliseconds(mRouterTimeAllowance));
-    mRouterIgnoreTimer.async_wait([this, start = ++mRouterIgnoreStart](const boost::system::error_code& error) {
-        if (error != boost::asio::error::operation_aborted) OnRouterIgnoreTimer(error, start);
-    });
-}
-
-void LinkManager::OnRouterIgnoreTimer(const boost::system::error_code& error, std::uint32_t start)
-{
-    if (error) {
-        AUDIT_STREAM(Fault, "RoutersDisallowed timer error: " << error.message() << "\n");
-        return;
-    }
-    if (RoutersDisallowed(start)) RestartMcsLink();
-}
-
-void LinkManager::PostCancelOfRouterIgnoreTimer()
-{
-    mIoService.post([this, start = mRouterIgnoreStart.load()] {
-        boost::system::error_code ignored;
-        if (start == mRouterIgnoreStart) mRouterIgnoreTimer.cancel(ignored);
-    });
+    // Void if a new router is followed meanwhile.
+    const auto onExpiry = [this, followed = mRouters.CountFollowed()](const boost::system::error_code& error) {
+        if (error) {
+            AUDIT_STREAM(Fault, "RoutersDisallowed timer error: " << error.message() << "\n");
+        } else if (RoutersDisallowed(followed)) {
+            RestartMcsLink();
+        }
+    };
+    mRouterIgnoreTimer.Start(milliseconds(mRouterTimeAllowance), onExpiry);
 }
 
 void LinkManager::ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const RouterDetectTimeAllowanceCmd>& command,
@@ -154,7 +143,7 @@ void LinkManager::ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const Rou
     const std::uint32_t allowance = command->GetMilliseconds();
     AUDIT_STREAM(Information, "ReceivedRouterTimeAllowanceCmd ms" << allowance << "\r\n");
     mRouterTimeAllowance = LinkRules::WorkOutRouterAllowance(allowance);
-    if (mExternalGigEsUp && mRoutersAllowed) StartRouterIgnoreTimer();
+    if (mExternalGigEsUp && mRouters.Snapshot().routersAllowed) StartRouterIgnoreTimer();
 }
 
 void LinkManager::ReceivedSetRouterSampleRateCmd(const std::shared_ptr<const SetRouterSampleRateCmd>& command,
@@ -162,26 +151,15 @@ void LinkManager::ReceivedSetRouterSampleRateCmd(const std::shared_ptr<const Set
 {
     const SampleRates::SystemSampleRate rate = command->GetSampleRate();
     AUDIT_STREAM(Information, "LinkManager::ReceivedSetRouterSampleRateCmd " << rate << "\r\n");
-    const std::lock_guard<std::mutex> lock(mRulesMutex);
-    mSampleRate = SampleRates::GetBaseRate(rate);
-    for (auto& variant : mVariants)
-        variant = K2Heartbeat::WithVariantRate(variant, mSampleRate);
+    mRouters.SetSampleRate(SampleRates::GetBaseRate(rate));
 }
 
 /// Main thread, or that of a link.
-/// @param timerStart the start of the router ignore timer that asks for it, nothing if something else does.
-/// @return false, and nothing done, if that start has been cancelled.
-bool LinkManager::RoutersDisallowed(std::optional<std::uint32_t> timerStart)
+/// @param followed the count of routers followed on which the caller relies.
+/// @return false, and nothing done, if it no longer holds.
+bool LinkManager::RoutersDisallowed(std::optional<std::uint32_t> followed)
 {
-    {
-        const std::lock_guard<std::mutex> lock(mRulesMutex);
-        if (timerStart && *timerStart != mRouterIgnoreStart) return false;
-        mRoutersAllowed = false;
-        mMasterRack = mLocalRack.load();
-        const K2Heartbeat::LinkVariant variant = K2Heartbeat::MakeVariant(0, mSampleRate, mLocalRack);
-        for (std::uint32_t i = 0; i < mPortCount; ++i)
-            mVariants[ToPort(static_cast<UINT8GIGEPORT>(i))] = variant;
-    }
+    if (!mRouters.Disallow(followed)) return false;
     AUDIT_LOG(Information, "Routers Disallowed\r\n");
     MasterHidChanged(GetRackHid());
     return true;
@@ -190,23 +168,10 @@ bool LinkManager::RoutersDisallowed(std::optional<std::uint32_t> timerStart)
 /// Main thread. Once routers are disallowed this module is its own master, whatever was queued before.
 void LinkManager::SetMasterHid(Hid hid)
 {
-    {
-        const std::lock_guard<std::mutex> lock(mRulesMutex);
-        if (!mRoutersAllowed) return;
-        mMasterRack = GetRackId(hid);
-    }
+    if (!mRouters.SetMaster(GetRackId(hid))) return;
     MasterHidChanged(hid);
     // A link may have disallowed them meanwhile, and its signal may have come before this one.
-    if (!mRoutersAllowed) MasterHidChanged(GetRackHid());
-}
-
-bool LinkManager::FollowRouter(UINT8GIGEPORT port, K2Heartbeat::LinkVariant variant, bool isNew)
-{
-    const std::lock_guard<std::mutex> lock(mRulesMutex);
-    if (!mRoutersAllowed) return false;
-    mVariants[ToPort(port)] = variant;
-    if (isNew) ++mRouterIgnoreStart;
-    return true;
+    if (!mRouters.Snapshot().routersAllowed) MasterHidChanged(GetRackHid());
 }
 
 /// Main thread.
@@ -218,30 +183,19 @@ void LinkManager::SetMasterOfVariant(K2Heartbeat::LinkVariant variant)
 void LinkManager::RouterLost(UINT8GIGEPORT port)
 {
     if (port >= Routing::MAX_ORB_K2_PORTS) return;
-    const auto others = static_cast<std::uint8_t>(~(1u << port));
-    const bool someLeft = (mRouterPorts.fetch_and(others) & others) != 0;
-    {
-        const std::lock_guard<std::mutex> lock(mRulesMutex);
-        auto& variant = mVariants[ToPort(port)];
-        if (mRoutersAllowed) variant = K2Heartbeat::WithVariantRack(variant, INVALID_RACK_ID);
-    }
-    if (!mRoutersAllowed) {
-        if (!someLeft) SendNotification(SornMasterRouterNotification::LOST);
-    } else if (!HasMaster()) {
-        mIoService.post([this] {
+    switch (mRouters.Leave(port)) {
+    case RouterState::Loss::Nothing:
+        break;
+    case RouterState::Loss::LastIgnoredRouter:
+        SendNotification(SornMasterRouterNotification::LOST);
+        break;
+    case RouterState::Loss::Master:
+        Post([this] {
             // A router may have come while this was queued.
-            if (!HasMaster()) SetMasterHid(INVALID_HID);
+            if (!mRouters.HasMaster()) SetMasterHid(INVALID_HID);
         });
+        break;
     }
-}
-
-/// Whether a router on any port tells of a master.
-bool LinkManager::HasMaster() const
-{
-    const auto hasMaster = [](K2Heartbeat::LinkVariant variant) {
-        return K2Heartbeat::GetVariantRack(variant) != INVALID_RACK_ID;
-    };
-    return hasMaster(mVariants[Routing::PRIMARY_PORT]) || hasMaster(mVariants[Routing::SECONDARY_PORT]);
 }
 
 void LinkManager::SendNotification(unsigned char number)
@@ -252,7 +206,7 @@ void LinkManager::SendNotification(unsigned char number)
 void LinkManager::RestartMcsLink()
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mComms->SendLocal(RestartMCSLinkCmd(GetMasterControlAddress(mLocalRack)), Routing::ORB_PORT);
+    mComms->SendLocal(RestartMCSLinkCmd(GetMasterControlAddress(mRouters.Snapshot().localRack)), Routing::ORB_PORT);
 }
 
 // Links
@@ -286,12 +240,7 @@ void LinkManager::SetUdpTimeout(UINT8GIGEPORT Port, milliseconds timeout)
     found->second->SetTimeout(timeout);
 }
 
-void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort)
-{
-    HandleHeartbeatTimeout(GigePort, std::nullopt);
-}
-
-void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, std::optional<LostNeighbour> lost)
+void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeighbour& lost)
 {
     if (!AUDIT_ASSERT(GigePort < Routing::MAX_ORB_K2_PORTS)) return;
     {
@@ -302,17 +251,15 @@ void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, std::optional<L
                                                     << LinkPortText(GigePort) << " to destroy\n");
             return;
         }
-        const SocketData& link = *found->second;
-        if (!lost) lost = LostNeighbour{link.GetNumber(), link.GetRemoteHid(), link.GetLinkType()};
         // The port has meanwhile got another link.
-        if (lost->linkNumber != link.GetNumber()) return;
+        if (lost.linkNumber != found->second->GetNumber()) return;
         AUDIT_STREAM(Information, "void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on "
                                       << LinkPortText(GigePort) << "\n");
-        if (LinkRules::IsRouter(lost->type)) RouterLost(GigePort);
+        if (LinkRules::IsRouter(lost.type)) RouterLost(GigePort);
     }
     // Now, not by another post: the neighbour may have returned meanwhile, and its news is queued already. But not
     // under the lock, which a slot may take.
-    DeviceChanged(GigePort, 0, UNKNOWN_GIGE_PORT, 0, lost->hid, lost->type);
+    DeviceChanged(GigePort, 0, UNKNOWN_GIGE_PORT, 0, lost.hid, lost.type);
 }
 
 void LinkManager::CreateConnection(UINT8GIGEPORT port, const Endpoint& local, std::uint8_t remotePort,
@@ -357,6 +304,11 @@ void LinkManager::DestroyConnection(UINT8GIGEPORT port)
                  "Scan: Connection lost on " << LinkPortText(port) << " Was Router ? " << (wasRouter ? 1 : 0) << "\n");
     DeviceChanged(port, 0, UNKNOWN_GIGE_PORT, 0, hid, K2Heartbeat::K2_NO_TYPE);
     if (wasRouter) RouterLost(port);
+}
+
+bool LinkManager::IsStreamClosing(UINT8GIGEPORT port, bool& streamExists)
+{
+    return mComms->DisconnectPending(ToPort(port), StreamType::LOCAL_LINK, streamExists);
 }
 
 std::uint32_t LinkManager::GetLinkInForce(UINT8GIGEPORT port)

@@ -64,12 +64,13 @@ void LinkManager::ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, s
         if (info.fsiEndpoint == 0) info.fsiEndpoint = status.FsiEndpoint;
         if (info.admaEndpoint == 0) info.admaEndpoint = status.AdmaEndpoint;
     }
-    AUDIT_STREAM(Information, "LID: " << RackText(mLocalRack) << "LG:" << LinkPortText(port)
+    const std::uint32_t localRack = mRouters.Snapshot().localRack;
+    AUDIT_STREAM(Information, "LID: " << RackText(localRack) << "LG:" << LinkPortText(port)
                                       << "RID: " << Hid(status.RemoteId) << "RG:" << LinkPortText(remotePort) << "LS "
                                       << std::hex << status.LinkState << "\n");
     if (!mHidKnown || port >= current.size()) return;
 
-    const LinkRules::LinkEndpoints link = LinkRules::WorkOutEndpoints(mLocalRack, status);
+    const LinkRules::LinkEndpoints link = LinkRules::WorkOutEndpoints(localRack, status);
     AUDIT_STREAM(RouterConnectionDebug, "Local IP: " << EndpointAddressText(link.local)
                                                      << "Remote IP: " << EndpointAddressText(link.remote) << "\n");
     const LinkRules::LinkChange change = LinkRules::WorkOutLinkChange(current[port], link.local);
@@ -85,7 +86,7 @@ void LinkManager::ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, s
         result = driver.ClearInterfaceAddress(port);
     } else {
         result = driver.SetInterfaceAddress(port, link.local);
-        mIoService.post([this, port, link, remotePort, remoteId = status.RemoteId] {
+        Post([this, port, link, remotePort, remoteId = status.RemoteId] {
             CreateConnection(port, link.local, remotePort, link.remote, remoteId);
         });
     }
@@ -94,5 +95,5 @@ void LinkManager::ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, s
 
 void LinkManager::PostDestruction(UINT8GIGEPORT port)
 {
-    mIoService.post([this, port] { DestroyConnection(port); });
+    Post([this, port] { DestroyConnection(port); });
 }

@@ -36,9 +36,6 @@ LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, 
 LinkManager::SocketData::~SocketData()
 {
     Stop();
-    mTimeoutTimer.cancel();
-    mSendTimer.cancel();
-    mWork.reset();
 }
 
 void LinkManager::SocketData::Start()
@@ -70,7 +67,7 @@ template <class Action>
 void LinkManager::SocketData::Post(Action action)
 {
     ++*mPosted;
-    mManager.mIoService.post([manager = &mManager, port = mGigePort, number = mNumber, posted = mPosted, action] {
+    mManager.Post([manager = &mManager, port = mGigePort, number = mNumber, posted = mPosted, action] {
         --*posted;
         if (manager->GetLinkInForce(port) == number) action(*manager);
     });
@@ -131,7 +128,7 @@ bool LinkManager::SocketData::IsFromClosingStream(const LinkState& packet)
     bool streamExists = false;
     bool streamClosing = false;
     if (K2Heartbeat::IsIoDevice(packet.GetType())) {
-        streamClosing = mManager.mComms->DisconnectPending(ToPort(mGigePort), StreamType::LOCAL_LINK, streamExists);
+        streamClosing = mManager.IsStreamClosing(mGigePort, streamExists);
     }
     const auto elapsed = duration_cast<milliseconds>(Clock::now() - mLastTimerStart);
     const LinkRules::Lateness late = LinkRules::WorkOutLateness(elapsed, mTimeout, streamExists, streamClosing);
@@ -147,33 +144,12 @@ bool LinkManager::SocketData::IsFromClosingStream(const LinkState& packet)
     return late.ignoreHeartbeat;
 }
 
-LinkRules::HeartbeatDecision LinkManager::SocketData::Decide(const LinkState& packet)
-{
-    LinkRules::OwnState own;
-    own.localRack = mManager.mLocalRack;
-    own.rate = mManager.GetSampleRate();
-    own.routersAllowed = mManager.mRoutersAllowed;
-    own.masterRack = mManager.mMasterRack;
-    own.lastVariant = mLastVariant;
-    if (!mLastVariant && LinkRules::IsRouter(packet.GetType())) {
-        own.routerPorts = mManager.mRouterPorts.fetch_or(static_cast<std::uint8_t>(1u << mGigePort));
-    }
-    const LinkRules::HeartbeatDecision decision = LinkRules::WorkOutHeartbeat(own, packet);
-    if (!decision.followRouter || mManager.FollowRouter(mGigePort, decision.variantToKeep, !mLastVariant)) {
-        return decision;
-    }
-    // Meanwhile routers have been disallowed, by the other link or by the timer.
-    own.routersAllowed = false;
-    own.masterRack = mManager.mMasterRack;
-    return LinkRules::WorkOutHeartbeat(own, packet);
-}
-
 /// False if the neighbour is ignored from now on.
 bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
 {
     using Neighbour = LinkRules::HeartbeatDecision::Neighbour;
     const K2Heartbeat::LinkVariant variant = packet.GetVariant();
-    const LinkRules::HeartbeatDecision decision = Decide(packet);
+    const LinkRules::HeartbeatDecision decision = mManager.FollowHeartbeat(mGigePort, packet, mLastVariant);
 
     if (decision.baseRateConflict) {
         AUDIT_STREAM(Information, "Network at incompatible base rate... Our Rate "
@@ -190,7 +166,7 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
     case Neighbour::IgnoredRouter:
         if (decision.notification) mManager.SendNotification(*decision.notification);
         AUDIT_LOG(Fault, "Router detected on downstream ports IGNORING.\n");
-        StopSending();
+        mSendTimer.Cancel();
         return false;
     case Neighbour::Known:
         if (decision.internalsChanged) PostInternals(packet.GetHid(), variant);
@@ -201,7 +177,6 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
                                           << std::hex << variant << ":" << K2Heartbeat::GetVariantNumber(variant) << ":"
                                           << K2Heartbeat::GetVariantRack(variant) << " Sample Rate "
                                           << K2Heartbeat::GetVariantRate(variant) << "\r\n");
-            mManager.PostCancelOfRouterIgnoreTimer();
             AUDIT_LOG(Information, "** [%d] %04lx\n", static_cast<int>(mGigePort),
                       static_cast<unsigned long>(K2Heartbeat::GetVariantRack(variant)));
         }
@@ -240,30 +215,24 @@ void LinkManager::SocketData::PostInternals(Hid hid, K2Heartbeat::LinkVariant va
 void LinkManager::SocketData::StartTimeoutTimer()
 {
     if (mTimeout.count() == 0) return;
-    mTimeoutTimer.expires_from_now(mTimeout);
     mLastTimerStart = Clock::now();
-    mTimeoutTimer.async_wait(
-        [this, start = ++mTimeoutStart](const boost::system::error_code& error) { OnTimeoutTimer(error, start); });
+    mTimeoutTimer.Start(mTimeout, [this](const boost::system::error_code& error) { OnTimeoutTimer(error); });
 }
 
 void LinkManager::SocketData::CancelTimeoutTimer()
 {
-    ++mTimeoutStart;
-    boost::system::error_code error;
-    mTimeoutTimer.cancel(error);
-    if (error) {
+    if (mTimeoutTimer.Cancel()) {
         AUDIT_STREAM(Fault, "Failed to cancel receive HB timer on port " << LinkPortText(mGigePort) << "\n");
     }
 }
 
-void LinkManager::SocketData::OnTimeoutTimer(const boost::system::error_code& error, std::uint32_t start)
+void LinkManager::SocketData::OnTimeoutTimer(const boost::system::error_code& error)
 {
-    if (error == boost::asio::error::operation_aborted) return;
     if (error) {
         AUDIT_STREAM(Fault, "HB timeout timer error: " << error.message() << "\n");
         return;
     }
-    if (start == mTimeoutStart) HandleHeartbeatTimeout();
+    HandleHeartbeatTimeout();
 }
 
 void LinkManager::SocketData::HandleHeartbeatTimeout()
@@ -272,28 +241,18 @@ void LinkManager::SocketData::HandleHeartbeatTimeout()
     AUDIT_LOG(CommsDebug, "void LinkManager::SocketData::HandleHeartbeatTimeout()");
     StartReceive();
     const LostNeighbour lost{mNumber, GetRemoteHid(), GetLinkType()};
-    mManager.mIoService.post(
-        [manager = &mManager, port = mGigePort, lost] { manager->HandleHeartbeatTimeout(port, lost); });
+    mManager.Post([manager = &mManager, port = mGigePort, lost] { manager->HandleHeartbeatTimeout(port, lost); });
 }
 
 // Send
 
 void LinkManager::SocketData::StartSendTimer(milliseconds wait)
 {
-    mSendTimer.expires_from_now(wait);
-    mSendTimer.async_wait([this](const boost::system::error_code& error) { OnSendTimer(error); });
-}
-
-void LinkManager::SocketData::StopSending()
-{
-    mSending = false;
-    boost::system::error_code ignored;
-    mSendTimer.cancel(ignored);
+    mSendTimer.Start(wait, [this](const boost::system::error_code& error) { OnSendTimer(error); });
 }
 
 void LinkManager::SocketData::OnSendTimer(const boost::system::error_code& error)
 {
-    if (error == boost::asio::error::operation_aborted || !mSending) return;
     if (error) {
         AUDIT_STREAM(Fault, "Sending HB timer error: " << error.message() << "\n");
         return;
@@ -305,13 +264,12 @@ void LinkManager::SocketData::OnSendTimer(const boost::system::error_code& error
         return;
     }
     mLastSend = Clock::now();
-    StartSendTimer(LinkRules::HEARTBEAT_PERIOD);
+    StartSendTimer(mManager.GetEnvironment().heartbeatPeriod);
 }
 
 void LinkManager::SocketData::Send()
 {
-    const LinkState packet(MakeLinkHid(mManager.mLocalRack << 16), K2Heartbeat::K2_ORB_TYPE,
-                           mManager.mVariants[ToPort(mGigePort)]);
+    const LinkState packet = mManager.MakeHeartbeat(mGigePort);
     const std::size_t sent = mSocket.send_to(boost::asio::buffer(packet.GetBytes()), mRemoteEndpoint);
     if (sent != LinkState::SIZE) {
         AUDIT_STREAM(Fault, "Failed to send HB correctly (sent " << sent << " bytes instead of 12)\n");

@@ -51,7 +51,15 @@ protected:
     LogRecorder mLog{DebugFeature::RouterConnectionDebug, DebugFeature::RouterConnectionDebugVerbose};
     boost::asio::io_service mService;
     LinkComms mComms;
-    LinkManager mManager{mService, 2, mComms};
+    /// What was asked of the shell.
+    std::vector<std::string> mCommands;
+    LinkEnvironment mEnvironment{[this](const std::string& command, const std::string&) {
+                                     mCommands.push_back(command);
+                                     return 0;
+                                 },
+                                 "/no such directory/", std::chrono::milliseconds(0), std::chrono::milliseconds(10),
+                                 std::chrono::milliseconds(10)};
+    LinkManager mManager{mService, 2, mComms, mEnvironment};
     LinkEvents mEvents{mService, mManager};
     std::array<LinkNeighbour, 2> mNeighbours;
 };
@@ -93,8 +101,8 @@ TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotPileUpBehindABusyMainThread)
         mNeighbours[0].Send(HeartbeatPacket(0x0102, 0x0001, 3, {static_cast<std::uint8_t>(i), 0, 0, 0}));
         if (i % 100 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    // Whatever the link's thread has not taken in by its next beat but one is still with the kernel.
-    WaitForBeats(0, 2);
+    // Whatever the link's thread has not taken in by then is still with the kernel.
+    WaitForBeats(0, 20);
     Plug(1);
     mNeighbours[1].Send(Box);
     EXPECT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1020001 Port H1 \r\n")) << "another link";
@@ -141,7 +149,7 @@ TEST_F(LinkManagerTest, AfterAStallANeighbourWhoseStreamIsStillThereIsLostAndThe
     mLog.Hold(received.str());
     mNeighbours[0].Send(Box);
     ASSERT_TRUE(mLog.WaitFor(received.str(), 2));
-    WaitForBeats(1, 3);
+    WaitForBeats(1, 55);
     mLog.Release();
     ASSERT_TRUE(mLog.WaitFor("-> Forcing heartbeat timeout.\n"));
     EXPECT_TRUE(mLog.HasStart("A heartbeat receive delay of "));
@@ -239,33 +247,47 @@ TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
 {
     SetRack();
     mManager.SetUdpTimeout(2, std::chrono::seconds(1));
-    mManager.HandleHeartbeatTimeout(2);
+    mManager.HandleHeartbeatTimeout(2, {});
     EXPECT_EQ(mManager.GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
     const auto lines = mLog.Lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const std::string& line) { return line.compare(0, 13, "Assert failed") == 0; }),
               3);
-    mManager.HandleHeartbeatTimeout(0);
+    mManager.HandleHeartbeatTimeout(0, {});
     EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
 }
 
 TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfterTheAllowance)
 {
-    const std::string up = "Failed to perform initial interface bring Up on H0 \n";
     SetRack();
+    mCommands.clear();
     mManager.OnDeviceChange(0x00230001, 1, true, StreamType::LOCAL_LINK);
     mManager.OnDeviceChange(0x00234000, 0, true, StreamType::LOCAL_LINK);
-    EXPECT_FALSE(mLog.Has(up));
+    EXPECT_TRUE(mCommands.empty());
 
     mManager.ReceivedRouterTimeAllowanceCmd(std::make_shared<const RouterDetectTimeAllowanceCmd>(0xFFFFFFFFu), 0,
                                             StreamType::LOCAL_LINK);
     mManager.OnDeviceChange(0x00230001, 0, false, StreamType::LOCAL_LINK);
-    EXPECT_TRUE(mLog.Has(up));
+    EXPECT_THAT(mCommands, ElementsAre("ifconfig k2link0 up", "ifconfig k2link1 up"));
     // A second identity brings the ports up again, and the timer starts anew.
     SetRack();
     EXPECT_EQ(mLog.Count("Start Router Ignore Timer\r\n"), 2u);
     mService.poll();
     EXPECT_TRUE(mEvents.Take().empty());
+}
+
+TEST_F(LinkManagerTest, ARouterThatComesJustInTimeIsFollowed)
+{
+    mManager.OnDeviceChange(0x00230001, 0, true, StreamType::LOCAL_LINK);
+    SetRack();
+    Plug(0);
+    mNeighbours[0].Send(Router);
+    ASSERT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1028000 Port H0 \r\n"));
+    // The time that routers have is over, but its end has not been handled yet.
+    ASSERT_TRUE(mEvents.RunUntilLine("master 1.2:8000 "));
+    mService.restart();
+    mService.poll();
+    EXPECT_FALSE(mLog.Has("Routers Disallowed\r\n"));
 }
 
 TEST_F(LinkManagerTest, WithoutAnAllowanceRoutersAreIgnoredAsSoonAsThePortsAreUp)

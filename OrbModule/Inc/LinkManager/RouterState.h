@@ -1,0 +1,57 @@
+#pragma once
+
+#include "K2Common/K2Heartbeat.h"
+#include "OrbModule/Inc/LinkManager/LinkRules.h"
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+
+/// What this module knows of master routers, and the variants that its links send for it. Any thread. No operation is
+/// seen half done, and none calls anything that takes a lock. Links are link indexes.
+class RouterState
+{
+public:
+    explicit RouterState(std::uint32_t portCount);
+
+    /// Without a last variant, which each link has for itself.
+    LinkRules::OwnState Snapshot() const;
+    /// The heartbeat that a link has to send.
+    K2Heartbeat::LinkState MakeHeartbeat(UINT8GIGEPORT link) const;
+    /// Whether a router on any link reports a master.
+    bool HasMaster() const;
+    /// Counts the new routers that have been followed.
+    std::uint32_t CountFollowed() const;
+
+    void SetLocalRack(std::uint32_t rack);
+    void SetSampleRate(SampleRates::SystemSampleRate rate);
+    /// Decides what a heartbeat asks for. The variant of a router to be followed is sent from then on.
+    /// @param lastVariant empty for a new neighbour.
+    LinkRules::HeartbeatDecision Follow(UINT8GIGEPORT link, const K2Heartbeat::LinkState& packet,
+                                        std::optional<K2Heartbeat::LinkVariant> lastVariant);
+    /// False, and nothing done, once routers are disallowed.
+    bool SetMaster(std::uint32_t rack);
+    /// This module becomes its own master.
+    /// @param followed if given, the count that must still hold; false, and nothing done, if it does not.
+    bool Disallow(std::optional<std::uint32_t> followed);
+
+    enum class Loss { Nothing, Master, LastIgnoredRouter };
+    /// The neighbour of a link is gone. @return what has been lost with it.
+    Loss Leave(UINT8GIGEPORT link);
+
+private:
+    LinkRules::OwnState GetState() const;
+    bool HasMasterNow() const;
+
+    const std::uint32_t mPortCount;
+    mutable std::mutex mMutex;
+    std::uint32_t mLocalRack = 0xFFFFFFFF;
+    std::uint32_t mMasterRack = INVALID_RACK_ID;
+    SampleRates::SystemSampleRate mSampleRate = SampleRates::RATE_48K;
+    bool mRoutersAllowed = true;
+    std::uint8_t mRouterPorts = 0;
+    /// By Routing::PortsEnum.
+    std::array<K2Heartbeat::LinkVariant, Routing::PORT_COUNT> mVariants;
+    std::uint32_t mFollowed = 0;
+};

@@ -1,0 +1,108 @@
+#include "OrbModule/Inc/LinkManager/RouterState.h"
+
+using Lock = std::lock_guard<std::mutex>;
+
+RouterState::RouterState(std::uint32_t portCount) : mPortCount(portCount)
+{
+    mVariants.fill(K2Heartbeat::START_VARIANT);
+}
+
+LinkRules::OwnState RouterState::GetState() const
+{
+    LinkRules::OwnState state;
+    state.localRack = mLocalRack;
+    state.masterRack = mMasterRack;
+    state.rate = mSampleRate;
+    state.routersAllowed = mRoutersAllowed;
+    state.routerPorts = mRouterPorts;
+    return state;
+}
+
+LinkRules::OwnState RouterState::Snapshot() const
+{
+    const Lock lock(mMutex);
+    return GetState();
+}
+
+K2Heartbeat::LinkState RouterState::MakeHeartbeat(UINT8GIGEPORT link) const
+{
+    const Lock lock(mMutex);
+    return {MakeLinkHid(mLocalRack << 16), K2Heartbeat::K2_ORB_TYPE, mVariants[ToPort(link)]};
+}
+
+bool RouterState::HasMaster() const
+{
+    const Lock lock(mMutex);
+    return HasMasterNow();
+}
+
+bool RouterState::HasMasterNow() const
+{
+    return K2Heartbeat::GetVariantRack(mVariants[Routing::PRIMARY_PORT]) != INVALID_RACK_ID ||
+           K2Heartbeat::GetVariantRack(mVariants[Routing::SECONDARY_PORT]) != INVALID_RACK_ID;
+}
+
+std::uint32_t RouterState::CountFollowed() const
+{
+    const Lock lock(mMutex);
+    return mFollowed;
+}
+
+void RouterState::SetLocalRack(std::uint32_t rack)
+{
+    const Lock lock(mMutex);
+    mLocalRack = rack;
+}
+
+void RouterState::SetSampleRate(SampleRates::SystemSampleRate rate)
+{
+    const Lock lock(mMutex);
+    mSampleRate = rate;
+    for (auto& variant : mVariants)
+        variant = K2Heartbeat::WithVariantRate(variant, rate);
+}
+
+LinkRules::HeartbeatDecision RouterState::Follow(UINT8GIGEPORT link, const K2Heartbeat::LinkState& packet,
+                                                 std::optional<K2Heartbeat::LinkVariant> lastVariant)
+{
+    const Lock lock(mMutex);
+    LinkRules::OwnState own = GetState();
+    own.lastVariant = lastVariant;
+    const LinkRules::HeartbeatDecision decision = LinkRules::WorkOutHeartbeat(own, packet);
+    if (!lastVariant && LinkRules::IsRouter(packet.GetType())) {
+        mRouterPorts = static_cast<std::uint8_t>(mRouterPorts | 1u << link);
+    }
+    if (decision.followRouter) {
+        mVariants[ToPort(link)] = decision.variantToKeep;
+        if (!lastVariant) ++mFollowed;
+    }
+    return decision;
+}
+
+bool RouterState::SetMaster(std::uint32_t rack)
+{
+    const Lock lock(mMutex);
+    if (mRoutersAllowed) mMasterRack = rack;
+    return mRoutersAllowed;
+}
+
+bool RouterState::Disallow(std::optional<std::uint32_t> followed)
+{
+    const Lock lock(mMutex);
+    if (followed && *followed != mFollowed) return false;
+    mRoutersAllowed = false;
+    mMasterRack = mLocalRack;
+    for (std::uint32_t i = 0; i < mPortCount; ++i)
+        mVariants[ToPort(static_cast<UINT8GIGEPORT>(i))] = K2Heartbeat::MakeVariant(0, mSampleRate, mLocalRack);
+    return true;
+}
+
+RouterState::Loss RouterState::Leave(UINT8GIGEPORT link)
+{
+    const Lock lock(mMutex);
+    mRouterPorts = static_cast<std::uint8_t>(mRouterPorts & ~(1u << link));
+    if (!mRoutersAllowed) return mRouterPorts == 0 ? Loss::LastIgnoredRouter : Loss::Nothing;
+    auto& variant = mVariants[ToPort(link)];
+    variant = K2Heartbeat::WithVariantRack(variant, INVALID_RACK_ID);
+    return HasMasterNow() ? Loss::Nothing : Loss::Master;
+}
