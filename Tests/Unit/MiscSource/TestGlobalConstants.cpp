@@ -41,45 +41,27 @@ TEST(Texts, PortsRacksAndAddresses)
     EXPECT_EQ(AddressText(0xABCD0500), "171.205.5.0");
 }
 
+/// The first and the last text of each table, and what stands for a value past it.
 TEST(Texts, EnumerationsEndWhereTheirTextsEnd)
 {
-    EXPECT_EQ(Text(StreamType{4}) + Text(StreamType{5}) + Text(StreamType{255}), "UPDATE_LINK Unknown(5)Unknown(255)");
-    std::string links;
-    for (std::uint8_t i = 0; i < 9; ++i)
-        links += Text(static_cast<K2Heartbeat::LinkType>(i)) + "|";
-    EXPECT_EQ(links, "Unknown(0)|Router |FixedFormat |Modular |KorvoModule |KorvoHub|OrbDsp|AoIP|Unknown(8)|");
-    std::string rates;
-    for (int i = -1; i < 5; ++i)
-        rates += Text(static_cast<SampleRates::SystemSampleRate>(i)) + "|";
-    EXPECT_EQ(rates, "UNKNOWN SAMPLE RATE|48kHz|96kHz|44.1kHz|88.2kHz|UNKNOWN SAMPLE RATE|");
-    std::string states;
-    for (std::uint8_t i = 0; i < 7; ++i)
-        states += Text(static_cast<Korvo::PatchState>(i)) + "|";
-    EXPECT_EQ(states,
-              "Patch Not Sent |Patch Sent |Patch Awaiting Reply |Patch Retry Sent |Patch Success |Patch Reserved "
-              "|Invalid Patch State |");
-}
-
-TEST(Texts, EnumerationsThatLogAWrongValue)
-{
+    using namespace K2Heartbeat;
+    using SampleRates::SystemSampleRate;
     LogRecorder log;
-    std::string status;
-    for (std::uint8_t i = 0; i < 6; ++i)
-        status += Text(static_cast<IOKorvoStatus>(i)) + "|";
-    EXPECT_EQ(status, "Offline|Online|AccessDenied|PatchNotValid|PatchConflict|UnsupportedSampleRate|");
-    std::string styles;
-    for (std::uint32_t i = 0; i < 8; ++i)
-        styles += IoStyleText(i) + std::string("|");
-    EXPECT_EQ(styles, "Invalid|Input|Output|GPI|GPO|DeskOutput|KPI|KPO|");
-    std::string cards;
-    for (std::uint32_t i = 0; i < 17; ++i)
-        cards += IoCardTypeText(i) + std::string("|");
-    EXPECT_EQ(cards, "InvalidType|Mic|Line|AES|MADI|DolbyE|Opto|Relay|Desk|SDI|KPB|Dante|SoundGrid|MADISRC|KorvoModule|"
-                     "EmberGPIO|AoIP|");
-    EXPECT_THAT(log.Lines(), testing::IsEmpty());
-    EXPECT_EQ(Text(IOKorvoStatus{6}), "Unknown");
-    EXPECT_STREQ(IoStyleText(8), "Invalid");
-    EXPECT_STREQ(IoCardTypeText(17), "InvalidType");
+    const std::pair<std::string, const char*> cases[] = {
+        {Text(StreamType{4}) + Text(StreamType{5}), "UPDATE_LINK Unknown(5)"},
+        {Text(LinkType{0}) + Text(LinkType{1}) + Text(LinkType{7}) + Text(LinkType{8}),
+         "Unknown(0)Router AoIPUnknown(8)"},
+        {Text(SystemSampleRate{-1}) + Text(SystemSampleRate{0}) + Text(SystemSampleRate{3}) + Text(SystemSampleRate{4}),
+         "UNKNOWN SAMPLE RATE48kHz88.2kHzUNKNOWN SAMPLE RATE"},
+        {Text(Korvo::PatchState{0}) + Text(Korvo::PatchState{5}) + Text(Korvo::PatchState{6}),
+         "Patch Not Sent Patch Reserved Invalid Patch State "},
+        {Text(IOKorvoStatus{0}) + Text(IOKorvoStatus{5}) + Text(IOKorvoStatus{6}),
+         "OfflineUnsupportedSampleRateUnknown"},
+        {std::string(IoStyleText(1)) + IoStyleText(7) + IoStyleText(8), "InputKPOInvalid"},
+        {std::string(IoCardTypeText(1)) + IoCardTypeText(16) + IoCardTypeText(17), "MicAoIPInvalidType"},
+    };
+    for (const auto& [texts, expected] : cases)
+        EXPECT_EQ(texts, expected);
     EXPECT_THAT(log.Lines(), testing::ElementsAre("Unknown IOKorvoStatus( 6 )\n", "Unexpected IOStyleCount( 8 )\n",
                                                   "Unexpected IOTypeID( 17 )\n"));
 }

@@ -20,49 +20,23 @@ constexpr int WatchdogMs = 200;
 class SystemdNotifierTest : public testing::Test
 {
 protected:
-    /// The main service as main runs it, on a thread of its own.
-    void Run()
-    {
-        mNotifier = std::make_unique<SystemdNotifier>(mService);
-        mMain = std::thread([this] { mService.run(); });
-    }
-    void Stop()
-    {
-        mService.stop();
-        mMain.join();
-        mNotifier.reset();
-    }
-
     LogRecorder mLog;
     boost::asio::io_service mService;
     boost::asio::io_service::work mWork{mService};
-    std::unique_ptr<SystemdNotifier> mNotifier;
-    std::thread mMain;
 };
 
-TEST_F(SystemdNotifierTest, TellsOfTheStartOfEverySignOfLifeAndOfTheEnd)
+TEST_F(SystemdNotifierTest, ReportsTheStartTheEndAndSignsOfLifeThatAStuckMainServiceDoesNotGive)
 {
     Supervisor supervisor;
     supervisor.AskForWatchdog(getpid(), WatchdogMs);
-    Run();
+    auto notifier = std::make_unique<SystemdNotifier>(mService);
+    std::thread main([this] { mService.run(); });
     EXPECT_EQ(supervisor.Receive(), "READY=1");
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
     // Four of them, and none ahead of its time.
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4 * WatchdogMs / 2 - 20));
-    Stop();
-    EXPECT_EQ(supervisor.ReceiveOtherThan("WATCHDOG=1"), "STOPPING=1");
-    EXPECT_TRUE(mLog.Lines().empty());
-}
-
-TEST_F(SystemdNotifierTest, AStuckMainServiceGivesNoSignOfLife)
-{
-    Supervisor supervisor;
-    supervisor.AskForWatchdog(getpid(), WatchdogMs);
-    Run();
-    EXPECT_EQ(supervisor.Receive(), "READY=1");
-    EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
 
     std::promise<void> isStuck;
     std::promise<void> release;
@@ -77,7 +51,11 @@ TEST_F(SystemdNotifierTest, AStuckMainServiceGivesNoSignOfLife)
 
     release.set_value();
     EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
-    Stop();
+    mService.stop();
+    main.join();
+    notifier.reset();
+    EXPECT_EQ(supervisor.ReceiveOtherThan("WATCHDOG=1"), "STOPPING=1");
+    EXPECT_TRUE(mLog.Lines().empty());
 }
 
 TEST_F(SystemdNotifierTest, NobodyIsFedWhoDidNotAskForIt)
@@ -94,7 +72,7 @@ TEST_F(SystemdNotifierTest, NobodyIsFedWhoDidNotAskForIt)
     }
 }
 
-TEST_F(SystemdNotifierTest, WithoutSystemdNothingHappens)
+TEST_F(SystemdNotifierTest, WithoutSystemdNothingHappensAndOneThatDoesNotListenIsALineInTheLog)
 {
     unsetenv("NOTIFY_SOCKET");
     {
@@ -102,10 +80,6 @@ TEST_F(SystemdNotifierTest, WithoutSystemdNothingHappens)
         EXPECT_EQ(mService.poll(), 0u);
     }
     EXPECT_TRUE(mLog.Lines().empty());
-}
-
-TEST_F(SystemdNotifierTest, ASystemdThatDoesNotListenIsALineInTheLog)
-{
     Supervisor supervisor;
     setenv("NOTIFY_SOCKET", "/nonexistent/notify", 1);
     SystemdNotifier notifier(mService);

@@ -80,11 +80,6 @@ protected:
         mService.restart();
         mService.poll();
     }
-    void Prioritise(std::uint32_t id, std::int32_t priority)
-    {
-        mManager->PrioritiseClockSource(audio::ExternalClockSource(id), priority, true);
-        RunPosted();
-    }
 
     simulation::SimulatedFpga mBoard;
     boost::asio::io_service mService;
@@ -110,6 +105,8 @@ TEST_F(ClockManager, MeasurementsAreJudgedByTheRangeOfTheRateFamily)
         EXPECT_EQ(mManager->GetSelected(), row.stable ? 3u : 0u) << row.value;
         Event(0);
     }
+    Measure(9, Good);
+    EXPECT_EQ(mManager->GetSelected(), 0u) << "an id that cannot be";
 }
 
 TEST_F(ClockManager, LockIsGivenUpWithTheThirdMeasurement)
@@ -124,14 +121,12 @@ TEST_F(ClockManager, LockIsGivenUpWithTheThirdMeasurement)
     EXPECT_EQ(mManager->GetSelected(), 2u);
     Measure(1, Good);
     EXPECT_EQ(mManager->GetSelected(), 1u) << "a good measurement makes it a candidate again";
-}
-
-TEST_F(ClockManager, AnUnchangedChoiceKeepsItsAttempts)
-{
+    // An unchanged choice keeps its attempts.
+    Measure(2, Bad);
     Measure(1, Good);
     Measure(1, Good);
-    Measure(1, Good);
-    Prioritise(1, 3);
+    mManager->PrioritiseClockSource(audio::ExternalClockSource(1), 3, true);
+    RunPosted();
     Event(3);
     Measure(1, Good);
     EXPECT_EQ(mManager->GetSelected(), 0u);

@@ -63,12 +63,7 @@ TEST_F(AdmaCommands, RoutesCanBeSetShownAndCleared)
 TEST_F(AdmaCommands, WhatIsWrongIsToldAndChangesNothing)
 {
     Change("patch2", "bulk 1 k0 1");
-    const struct
-    {
-        const char* command;
-        const char* arguments;
-        const char* error;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"patch", "k9 nosink", "Error: Unknown or invalid source 'k9'"},
         {"patch", "k0 k9", "Error: Unknown or invalid sink 'k9'"},
         {"patch2", "k9 x nosink y", "Error: Unknown or invalid source 'k9'"},
@@ -82,8 +77,8 @@ TEST_F(AdmaCommands, WhatIsWrongIsToldAndChangesNothing)
         {"transactions", "1", "error: 'transactions' expects 2 argument(s), 1 provided"},
     };
     const std::uint64_t syncs = mBoard.GetSyncs();
-    for (const auto& row : cases)
-        EXPECT_EQ(Run(row.command, row.arguments), row.error);
+    for (const auto& [command, arguments, error] : cases)
+        EXPECT_EQ(Run(command, arguments), error);
     EXPECT_EQ(mBoard.GetSyncs(), syncs);
     Change("sync");
     EXPECT_EQ(Probe(1, 1), "3:1");
@@ -100,18 +95,12 @@ TEST_F(AdmaCommands, EndpointsAreListedAndMutesReachTheBlock)
              << "    k1: Endpoint: 2, " << std::setw(23) << "transactions 1024-1535,"
              << " [Kernel FSI]\n";
     EXPECT_EQ(Run("links"), expected.str());
-    const struct
-    {
-        const char* command;
-        const char* argument;
-        std::uint32_t control;
-    } switches[] = {{"mute_on_pll_loss", "false", 0x08},
-                    {"mute_on_pll_loss", "true", 0},
-                    {"mute", "true", 0x10},
-                    {"mute", "false", 0}};
-    for (const auto& row : switches) {
-        EXPECT_EQ(Run(row.command, row.argument), "");
-        EXPECT_EQ(mBoard.GetRegister("0003", 0x38), row.control) << row.command;
+    for (const auto& [command, argument, control] : {std::tuple("mute_on_pll_loss", "false", 0x08u),
+                                                     {"mute_on_pll_loss", "true", 0u},
+                                                     {"mute", "true", 0x10u},
+                                                     {"mute", "false", 0u}}) {
+        EXPECT_EQ(Run(command, argument), "");
+        EXPECT_EQ(mBoard.GetRegister("0003", 0x38), control) << command;
     }
 }
 
@@ -121,11 +110,9 @@ TEST_F(AdmaCommands, TheTableIsShownWithinItsBounds)
         const std::string text = Run("transactions", arguments);
         return std::count(text.begin(), text.end(), '\n');
     };
-    EXPECT_EQ(lines("2040 5000"), 8);
-    EXPECT_EQ(lines("2047 2047"), 1);
-    EXPECT_EQ(lines("2048 2048"), 0);
-    EXPECT_EQ(lines("4000 5000"), 0);
-    EXPECT_EQ(lines("0 4294967295"), 2048);
+    for (const auto& [range, count] :
+         {std::pair("2040 5000", 8), {"2047 2047", 1}, {"2048 2048", 0}, {"4000 5000", 0}, {"0 4294967295", 2048}})
+        EXPECT_EQ(lines(range), count) << range;
     EXPECT_EQ(Run("transactions", "1 1"), "1: 0x00000601\n");
 }
 
