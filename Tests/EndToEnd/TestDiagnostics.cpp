@@ -1,4 +1,4 @@
-// The debug file and the crash dumps, on their real paths.
+// The log's old files, the debug file and the crash dumps, on their real paths.
 
 #include "Simulation/Stage/LogFile.h"
 #include "Simulation/Stage/Module.h"
@@ -21,28 +21,45 @@ using testing::Not;
 
 namespace {
 
-constexpr char DebugFile[] = "/home/root/OrbModule/debug.conf";
 constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
+
+TEST(LogFiles, EveryStartBeginsANewOneAndTheLastFiveAreKept)
+{
+    constexpr int Generations = 5;
+    const auto old = [](int generation) { return "/var/log/K2.log." + std::to_string(generation) + ".gz"; };
+    unlink(LogPath);
+    for (int i = 1; i <= Generations; ++i)
+        fs::remove(old(i));
+    for (int run = 1; run <= Generations + 2; ++run) {
+        Module module;
+        ShellClient shell = module.OpenShell();
+        shell.Type("run-" + std::to_string(run));
+        LogFile().WaitForLine("CommandLine: Received run-" + std::to_string(run));
+        EXPECT_EQ(fs::exists(old(run - 1)), run > 1 && run - 1 <= Generations);
+        EXPECT_EQ(module.Stop().Text(), "exit code 0");
+    }
+    for (int generation = 1; generation <= Generations; ++generation) {
+        ChildProcess zcat({{"zcat", old(generation)}});
+        EXPECT_EQ(zcat.Wait().Text(), "exit code 0");
+        EXPECT_THAT(zcat.Output(), HasSubstr("run-" + std::to_string(Generations + 2 - generation) + "\r"));
+    }
+    EXPECT_FALSE(fs::exists(old(Generations + 1)));
+}
 
 TEST(DebugFile, SetsFeaturesAtTheStart)
 {
-    fs::create_directories(fs::path(DebugFile).parent_path());
-    std::ofstream(DebugFile) << "on CommsDebug 122\n\nSyncDebug\non NoSuchFeature 207\n";
-    Module module;
-    const LogFile log;
-    for (const std::string line : {"DebugConfig : Reading File '/home/root/OrbModule/debug.conf' ...",
-                                   "Debug Feature CommsDebug (60) is On", "Debug Feature IODiscovery (122) is On",
-                                   "Debug Feature SyncDebug (66) is Off", "DebugId -1 MaxDebugLevels 207 Assert 0",
-                                   "Feature NoSuchFeature is unknown ", "DebugId 207 MaxDebugLevels 207 Assert 0"}) {
-        EXPECT_THAT(log.Text(), HasSubstr(line));
+    const fs::path file = "/home/root/OrbModule/debug.conf";
+    fs::create_directories(file.parent_path());
+    std::ofstream(file.string()) << "on CommsDebug 122\n";
+    {
+        Module module;
+        const LogFile log;
+        // The module's first connection is told under the feature.
+        for (const std::string line : {"DebugConfig : Reading File '/home/root/OrbModule/debug.conf' ...",
+                                       "Debug Feature CommsDebug (60) is On", "Connecting to 1.63.1.0 Port 49190"})
+            EXPECT_THAT(log.Text(), HasSubstr(line));
     }
-    // The module's first connection is told under the feature.
-    EXPECT_THAT(log.Text(), HasSubstr("Connecting to 1.63.1.0 Port 49190"));
-
-    ShellClient shell = module.OpenShell();
-    shell.Type("db 60");
-    EXPECT_THAT(shell.Stream().TakeThrough("Off"), HasSubstr("60   -  CommsDebug "));
-    fs::remove(DebugFile);
+    fs::remove(file);
 }
 
 /// Ends a running module by a real crash of one of its threads, and gives what a stack walker reads from the dump.

@@ -10,7 +10,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,20 +24,11 @@ namespace {
 /// A whole rehearsal may take this long, or a part of it on a loaded machine.
 constexpr Milliseconds LongPatience = std::chrono::minutes(2);
 
-/// The module that a rehearsal in progress has started.
-pid_t ModuleOf(const ChildProcess& rehearsal)
-{
-    const std::string text = "It runs as process ";
-    return std::stoi(rehearsal.Output().substr(rehearsal.Output().find(text) + text.size()));
-}
-
-using Withhold = std::function<void(const ChildProcess& rehearsal)>;
-
+/// A step, and what is taken away right before it. The words are those of TakeAway.
 struct Case
 {
     std::string step;
-    Withhold withhold;
-    std::string program = ProgramPath("OrbModuleSim");
+    std::string what;
 };
 
 void PrintTo(const Case& value, std::ostream* out)
@@ -46,89 +36,53 @@ void PrintTo(const Case& value, std::ostream* out)
     *out << value.step;
 }
 
-void Nothing(const ChildProcess&) {}
+const std::vector<Case> Cases{{"the module starts", "no program"},
+                              {"its heartbeat reaches master control", "cable unit"},
+                              {"an engineer opens the shell", "stop"},
+                              {"a command routes a sample through the FPGA", "fpga hold on"},
+                              {"the audio is muted", "stop"},
+                              {"all routes are cleared", "fpga hold on"},
+                              {"the routes are listed", "stop"},
+                              {"the update service checks the module", "cable unit"},
+                              {"the Orb router tells the module who it is", "stop"},
+                              {"the link ports come up", "identity"},
+                              {"a fixed format box is plugged in", "cable pri"},
+                              {"a modular box takes its place", "update-2 answer 6000 never"},
+                              {"an AoIP box takes its place", "orb-1 stall on"},
+                              {"a module device takes its place", "driver quit"},
+                              {"a hub with a box behind it takes its place", "update-2 vanish"},
+                              {"a master router takes its place", "cable pri"},
+                              {"the master router patches to a device that is not there", "stop"},
+                              {"the device appears and the patch is made", "orb-1 stall on"},
+                              {"a microphone is patched to the Orb router", "fpga hold on"},
+                              {"a second cable stands by", "cable sec"},
+                              {"the primary cable is lost", "fpga hold on"},
+                              {"the cable returns", "cable pri"},
+                              {"the Orb router patches to an output of the box", "fixed-11 stall on"},
+                              {"a patch goes to a box behind a hub", "cable pri"},
+                              {"the hub is pinged", "hub-12 answer 839 never"},
+                              {"the module stops", "kill"}};
 
-void NoAnswer(const ChildProcess& rehearsal)
+/// @param what "stop" or "kill" the module, a "cable" by its network namespace, what the "fpga", the "driver" or a
+///             peer is told, a peer by its kind and number in the order in which the rehearsal starts them.
+void TakeAway(const std::string& what, const ChildProcess& rehearsal)
 {
-    kill(ModuleOf(rehearsal), SIGSTOP);
-}
-
-void NoModule(const ChildProcess& rehearsal)
-{
-    kill(ModuleOf(rehearsal), SIGKILL);
-}
-
-void NoActivation(const ChildProcess&)
-{
-    ControlChannel(Module::ControlPath()).Ask("hold on");
-}
-
-void NoLinkDriver(const ChildProcess&)
-{
-    ControlChannel(LinkDriverPath).Ask("quit");
-}
-
-void NoIdentityInDriver(const ChildProcess&)
-{
-    std::ofstream("/sys/class/net/k2link1/k2hid") << "0\n";
-}
-
-/// Takes the far end of a cable down.
-Withhold NoCable(const std::string& networkNamespace)
-{
-    return [=](const ChildProcess&) {
-        ASSERT_EQ(std::system(("ip -n " + networkNamespace + " link set eth0 down").c_str()), 0);
-    };
-}
-
-/// @param name kind and number of a peer in the order in which the rehearsal starts them; @param line what it is told.
-Withhold Tell(const std::string& name, const std::string& line)
-{
-    return [=](const ChildProcess&) { ControlChannel("/tmp/Peer-" + name + ".control").Ask(line); };
-}
-
-// For each step, in order, what is taken away right before it.
-
-std::vector<Case> RoutingCases()
-{
-    return {{"the module starts", Nothing, "/bin/false"},
-            {"its heartbeat reaches master control", NoCable("unit")},
-            {"an engineer opens the shell", NoAnswer},
-            {"a command routes a sample through the FPGA", NoActivation},
-            {"the audio is muted", NoAnswer},
-            {"all routes are cleared", NoActivation},
-            {"the routes are listed", NoAnswer}};
-}
-
-std::vector<Case> NetworkCases()
-{
-    return {{"the update service checks the module", NoCable("unit")},
-            {"the Orb router tells the module who it is", NoAnswer},
-            {"the link ports come up", NoIdentityInDriver},
-            {"a fixed format box is plugged in", NoCable("pri")},
-            {"a modular box takes its place", Tell("update-2", "answer 6000 never")},
-            {"an AoIP box takes its place", Tell("orb-1", "stall on")},
-            {"a module device takes its place", NoLinkDriver},
-            {"a hub with a box behind it takes its place", Tell("update-2", "vanish")},
-            {"a master router takes its place", NoCable("pri")}};
-}
-
-std::vector<Case> PatchCases()
-{
-    return {{"the master router patches to a device that is not there", NoAnswer},
-            {"the device appears and the patch is made", Tell("orb-1", "stall on")},
-            {"a microphone is patched to the Orb router", NoActivation},
-            {"a second cable stands by", NoCable("sec")}};
-}
-
-std::vector<Case> CableCases()
-{
-    return {{"the primary cable is lost", NoActivation},
-            {"the cable returns", NoCable("pri")},
-            {"the Orb router patches to an output of the box", Tell("fixed-11", "stall on")},
-            {"a patch goes to a box behind a hub", NoCable("pri")},
-            {"the hub is pinged", Tell("hub-12", "answer 839 never")},
-            {"the module stops", NoModule}};
+    const std::string who = what.substr(0, what.find(' '));
+    const std::string rest = what.substr(std::min(what.size(), who.size() + 1));
+    if (who == "stop" || who == "kill") {
+        const std::string text = "It runs as process ";
+        const std::string output = rehearsal.Output();
+        kill(std::stoi(output.substr(output.find(text) + text.size())), who == "stop" ? SIGSTOP : SIGKILL);
+    } else if (who == "cable") {
+        ASSERT_EQ(std::system(("ip -n " + rest + " link set eth0 down").c_str()), 0);
+    } else if (who == "identity") {
+        std::ofstream("/sys/class/net/k2link1/k2hid") << "0\n";
+    } else if (who != "no") {
+        const std::string path = who == "fpga"     ? Module::ControlPath()
+                                 : who == "driver" ? LinkDriverPath
+                                                   : "/tmp/Peer-" + who + ".control";
+        ControlChannel(path).Ask(rest);
+    }
 }
 
 /// Presses Enter for every step before this one, and leaves it to the caller to do so for this one.
@@ -148,14 +102,11 @@ TEST(Rehearsal, SeesEveryStep)
 {
     ChildProcess rehearsal({{ProgramPath("Rehearsal")}});
     EXPECT_EQ(rehearsal.Wait(LongPatience).Text(), "exit code 0") << rehearsal.Errors();
-    std::vector<Case> cases;
-    for (const auto& scene : {RoutingCases(), NetworkCases(), PatchCases(), CableCases()})
-        cases.insert(cases.end(), scene.begin(), scene.end());
     std::size_t number = 0;
     std::size_t position = 0;
-    for (const Case& each : cases) {
+    for (const Case& each : Cases) {
         const std::string title =
-            std::to_string(++number) + "/" + std::to_string(cases.size()) + " " + each.step + "\n    ";
+            std::to_string(++number) + "/" + std::to_string(Cases.size()) + " " + each.step + "\n    ";
         position = rehearsal.Output().find(title, position);
         ASSERT_NE(position, std::string::npos) << title << rehearsal.Output();
     }
@@ -179,24 +130,20 @@ protected:
 TEST_P(Withheld, EndsTheRunAtTheStepThatNeedsIt)
 {
     const Case& each = GetParam();
-    ChildProcess rehearsal({{ProgramPath("Rehearsal"), "--step", "--patience", "6", "--module", each.program}});
+    const std::string program = each.what == "no program" ? "/bin/false" : ProgramPath("OrbModuleSim");
+    ChildProcess rehearsal({{ProgramPath("Rehearsal"), "--step", "--patience", "6", "--module", program}});
     PlayUpTo(each.step, rehearsal);
-    each.withhold(rehearsal);
+    TakeAway(each.what, rehearsal);
     rehearsal.Send("\n");
     EXPECT_EQ(rehearsal.Wait(LongPatience).Text(), "exit code 1");
     EXPECT_THAT(rehearsal.Errors(), HasSubstr("step '" + each.step + "' was not seen: "));
 }
 
-std::string NameOf(const testing::TestParamInfo<Case>& info)
-{
-    std::string name = info.param.step;
+INSTANTIATE_TEST_SUITE_P(Rehearsal, Withheld, testing::ValuesIn(Cases), [](const auto& each) {
+    const std::string number = std::to_string(each.index + 1);
+    std::string name = each.param.step;
     std::replace(name.begin(), name.end(), ' ', '_');
-    return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Routing, Withheld, testing::ValuesIn(RoutingCases()), NameOf);
-INSTANTIATE_TEST_SUITE_P(Network, Withheld, testing::ValuesIn(NetworkCases()), NameOf);
-INSTANTIATE_TEST_SUITE_P(Patches, Withheld, testing::ValuesIn(PatchCases()), NameOf);
-INSTANTIATE_TEST_SUITE_P(Cables, Withheld, testing::ValuesIn(CableCases()), NameOf);
+    return (number.size() < 2 ? "Step0" : "Step") + number + "_" + name;
+});
 
 } // namespace

@@ -1,9 +1,12 @@
+// The module's shell: what it says to its clients, and what its commands make of the FPGA.
+
 #include "Simulation/Stage/Module.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 using namespace stage;
+using testing::Contains;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -11,52 +14,26 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr char VersionReply[] = "OrbModuleSim 1.0.2452\n";
-
-class ShellSession : public testing::Test
+TEST(ShellSession, GreetsAndTailsTheLogToEachClientThatWantsIt)
 {
-protected:
-    Module mModule;
-};
-
-TEST_F(ShellSession, GreetsAndAnswers)
-{
-    ShellClient shell = mModule.OpenShell();
-    EXPECT_THAT(shell.Greeting(), StartsWith("\nOstrel command shell: OrbModuleSim "));
-    EXPECT_THAT(shell.Greeting(), EndsWith("\nType 'help' to see available commands.\n"
+    Module module;
+    ShellClient first = module.OpenShell();
+    EXPECT_THAT(first.Greeting(), StartsWith("\nOstrel command shell: OrbModuleSim "));
+    EXPECT_THAT(first.Greeting(), EndsWith("\nType 'help' to see available commands.\n"
                                            "Type 'cmd --help' to find out more about 'cmd'.\n"));
-    shell.StopTailing();
-
-    struct Exchange
-    {
-        std::string line;
-        std::string reply;
-    };
-    for (const Exchange& exchange : std::vector<Exchange>{
-             {"version", VersionReply},
-             {"", ""},
-             {"nosuch/one 1", "unrecognised command 'nosuch/one'\n"},
-             {"adma/mute perhaps", "error: arg 1: cannot convert 'perhaps' to type 'bool'\n"},
-             {"patch 0 5", "error: 'patch' expects 4 argument(s), 2 provided\n"},
-             {"quit --help", "Terminate the application\n\nUsage: quit\n"},
-             {"adma/patch nosuch k0", "Error: Unknown or invalid source 'nosuch'\n"},
-         }) {
-        EXPECT_EQ(shell.Ask(exchange.line), exchange.reply) << exchange.line;
-    }
-    EXPECT_THAT(shell.Ask("help"), HasSubstr("adma/clear_all "));
-}
-
-TEST_F(ShellSession, TailsTheLogToEachClientThatWantsIt)
-{
-    ShellClient first = mModule.OpenShell();
-    ShellClient second = mModule.OpenShell();
-    ShellClient direct = mModule.OpenShell();
+    ShellClient second = module.OpenShell();
+    ShellClient direct = module.OpenShell();
     direct.StopTailing();
+    for (const auto& [line, reply] : {std::pair("version", "OrbModuleSim 1.0.2452\n"),
+                                      {"quit --help", "Terminate the application\n\nUsage: quit\n"},
+                                      {"adma/patch nosuch k0", "Error: Unknown or invalid source 'nosuch'\n"}})
+        EXPECT_EQ(direct.Ask(line), reply) << line;
+    EXPECT_THAT(direct.Ask("help"), HasSubstr("adma/clear_all "));
 
-    first.Type("version");
+    first.Type("mark");
     for (ShellClient* client : {&first, &second}) {
-        EXPECT_THAT(client->Stream().TakeThrough("CommandLine: Received version\r"), HasSubstr("] "));
-        EXPECT_THAT(client->Stream().TakeThrough("CommandLine: Sent version Result\r\nOrbModuleSim 1.0.2452\n\r\n"),
+        EXPECT_THAT(client->Stream().TakeThrough("CommandLine: Received mark\r"), HasSubstr("] "));
+        EXPECT_THAT(client->Stream().TakeThrough("CommandLine: Sent mark Result\r\nunrecognised command 'mark'\n\r\n"),
                     Not(HasSubstr("Received")));
     }
     // Nothing of the log until it is wanted again; then the reply is a line of the log and comes once.
@@ -66,22 +43,42 @@ TEST_F(ShellSession, TailsTheLogToEachClientThatWantsIt)
     EXPECT_THAT(direct.Stream().TakeThrough("CommandLine: Received mark\r"), Not(HasSubstr("true\n")));
 }
 
-TEST_F(ShellSession, CutsTheStreamIntoLines)
+TEST(Routing, EverythingIsSilentUntilItIsPatchedByHand)
 {
-    ShellClient shell = mModule.OpenShell();
+    Module module;
+    ShellClient shell = module.OpenShell();
     shell.StopTailing();
-    ShellClient other = mModule.OpenShell();
-    other.StopTailing();
+    ControlChannel control = module.OpenControl();
+    control.WaitForSyncs(1);
+    constexpr std::uint32_t syncRequest = 1u << 5;
+    control.WaitForRegister(AudioDmaBlock, ControlRegister, syncRequest, 0);
+    EXPECT_EQ(control.Syncs(), 1u);
+    // One word for each sink sample but that with the name 0, none of which has a source.
+    const std::vector<std::string> table = control.Ask("table");
+    EXPECT_EQ(table.size(), 3 * 512u);
+    for (const std::string& line : table)
+        ASSERT_EQ(std::stoul(line.substr(line.find("0x")), nullptr, 16) >> 12, 0u) << line;
 
-    shell.Stream().Send("ver");
-    // Once the other client has its answer the module has seen the first piece too.
-    EXPECT_EQ(other.Ask("version"), VersionReply);
-    shell.Stream().Send("sion\r\n");
-    EXPECT_EQ(shell.Stream().TakeThrough("\n"), VersionReply);
+    const Sample sink{FirstLinkEndpoint, 7};
+    EXPECT_EQ(shell.Ask("patch 0 5 1 7"), "");
+    control.WaitForRoute(sink, Sample{BulkEndpoint, 5});
+    // Sink 7 of endpoint 1 after the 512 words of the bulk endpoint; source 5 of endpoint 3.
+    EXPECT_THAT(control.Ask("table"), Contains("519 0x00605207"));
+    EXPECT_EQ(control.Syncs(), 2u);
 
-    shell.Stream().Send("version\r\nfirst\r\nsecond\n");
-    EXPECT_EQ(shell.Stream().TakeThrough("'second'\n"),
-              std::string(VersionReply) + "unrecognised command 'first'\nunrecognised command 'second'\n");
+    EXPECT_EQ(shell.Ask("patch 2 511 0 0"), "");
+    control.WaitForRoute({BulkEndpoint, 0}, Sample{SecondLinkEndpoint, 511});
+    EXPECT_EQ(control.Probe(sink), (Sample{BulkEndpoint, 5}));
+
+    EXPECT_EQ(shell.Ask("unpatch 0 5 1 7"), "");
+    control.WaitForRoute(sink, std::nullopt);
+    EXPECT_EQ(control.Probe({BulkEndpoint, 0}), (Sample{SecondLinkEndpoint, 511}));
+
+    // What names no port or slot reaches nothing.
+    const unsigned long syncs = control.Syncs();
+    for (const std::string line : {"patch 3 5 1 7", "patch 0 512 1 7", "patch 0 5 1 512", "patch -1 5 1 7"})
+        EXPECT_NE(shell.Ask(line), "") << line;
+    EXPECT_EQ(control.Syncs(), syncs);
 }
 
 } // namespace

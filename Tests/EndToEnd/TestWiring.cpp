@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <functional>
 
 using namespace stage;
 using testing::AllOf;
@@ -23,40 +22,24 @@ void ExpectOrderlyEnd(ChildProcess& process)
     EXPECT_EQ(process.Errors(), "");
 }
 
-/// The lines that the log has from the first of all to the last before the run, each the moment of a signal.
-const std::vector<std::string> LinesOfTheStart{
-    "DebugConfig : ",         "Starting OrbRouterKLVComms", "starting... Hid 0xc002",   "Starting HubLinkManager",
-    "Started HubLinkManager", "Starting DeviceManager",     "Starting PatchController", "Run..........."};
-
-class DuringTheStart : public testing::TestWithParam<std::string>
-{};
-
-TEST_P(DuringTheStart, TheModuleEndsInGoodOrder)
+TEST(Ending, IsOrderlyAtEachLineOfTheStart)
 {
-    unlink(LogPath);
-    // The driver answers, and has a neighbour on each link.
-    ChildProcess driver(Module::MakeLinkDriverCommand());
-    driver.WaitForOutput("ready");
-    for (const std::string link : {"0", "1"})
-        ControlChannel(LinkDriverPath).Ask("plug " + link + " 64 0");
-    LogFile log;
-    ChildProcess module(Module::MakeCommand({}));
-    log.WaitForLine(GetParam());
-    ExpectOrderlyEnd(module);
-}
-
-INSTANTIATE_TEST_SUITE_P(Ending, DuringTheStart, testing::ValuesIn(LinesOfTheStart),
-                         [](const auto& each) { return "AtLine" + std::to_string(each.index); });
-
-struct Moment
-{
-    const char* name;
-    std::function<void(Network&)> play;
-};
-
-void PrintTo(const Moment& moment, std::ostream* out)
-{
-    *out << moment.name;
+    // From the first of all to the last before the run.
+    for (const std::string line :
+         {"DebugConfig : ", "Starting OrbRouterKLVComms", "starting... Hid 0xc002", "Starting HubLinkManager",
+          "Started HubLinkManager", "Starting DeviceManager", "Starting PatchController", "Run..........."}) {
+        SCOPED_TRACE(line);
+        unlink(LogPath);
+        // The driver answers, and has a neighbour on each link.
+        ChildProcess driver(Module::MakeLinkDriverCommand());
+        driver.WaitForOutput("ready");
+        for (const std::string link : {"0", "1"})
+            ControlChannel(LinkDriverPath).Ask("plug " + link + " 64 0");
+        LogFile log;
+        ChildProcess module(Module::MakeCommand({}));
+        log.WaitForLine(line);
+        ExpectOrderlyEnd(module);
+    }
 }
 
 void LearnIdentity(Network& network)
@@ -99,21 +82,14 @@ void SwingOver(Network& network)
     EXPECT_EQ(control.Probe({BulkEndpoint, 0}), (Sample{FirstLinkEndpoint, 3}));
 }
 
-class WhileItWorks : public testing::TestWithParam<Moment>
-{};
-
-TEST_P(WhileItWorks, TheModuleEndsInGoodOrder)
+TEST(Ending, IsOrderlyWhateverTheModuleIsDoing)
 {
-    Network network;
-    GetParam().play(network);
-    ExpectOrderlyEnd(network.GetModule().Process());
+    for (void (*const play)(Network&) : {LearnIdentity, RunWithStreams, Flood, SwingOver}) {
+        Network network;
+        play(network);
+        ExpectOrderlyEnd(network.GetModule().Process());
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Ending, WhileItWorks,
-                         testing::Values(Moment{"AsItLearnsItsIdentity", LearnIdentity},
-                                         Moment{"WithStreams", RunWithStreams}, Moment{"InAFloodOfReports", Flood},
-                                         Moment{"InASwingOver", SwingOver}),
-                         [](const auto& each) { return each.param.name; });
 
 /// The lines of several slots of one signal stand in this order, from the first line on.
 void ExpectInOrder(Network& network, const std::vector<std::string>& lines)

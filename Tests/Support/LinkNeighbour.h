@@ -2,10 +2,7 @@
 
 #include <algorithm>
 #include <boost/asio.hpp>
-#include <chrono>
 #include <cstdint>
-#include <cstring>
-#include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -17,13 +14,10 @@ class LinkNeighbour
 public:
     using Endpoint = boost::asio::ip::udp::endpoint;
 
-    /// @param local where it listens; its network namespace is that of the calling thread.
+    /// @param local where it listens.
     explicit LinkNeighbour(const Endpoint& local = {boost::asio::ip::address_v4::loopback(), 0})
         : mSocket(mService, local)
     {
-        const int on = 1;
-        setsockopt(mSocket.native_handle(), IPPROTO_IP, IP_RECVTOS, &on, sizeof on);
-        setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
         const timeval patience{10, 0};
         setsockopt(mSocket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
@@ -39,27 +33,11 @@ public:
     std::vector<std::uint8_t> Receive()
     {
         std::uint8_t bytes[64];
-        char control[256];
-        iovec data{bytes, sizeof bytes};
-        msghdr message{};
-        message.msg_name = mModule.data();
-        message.msg_namelen = static_cast<socklen_t>(mModule.capacity());
-        message.msg_iov = &data;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t size = recvmsg(mSocket.native_handle(), &message, 0);
-        if (size < 0) return {};
-        mModule.resize(message.msg_namelen);
-        for (cmsghdr* header = CMSG_FIRSTHDR(&message); header; header = CMSG_NXTHDR(&message, header)) {
-            if (header->cmsg_level == IPPROTO_IP && header->cmsg_type == IP_TOS) mTypeOfService = *CMSG_DATA(header);
-            if (header->cmsg_level == SOL_SOCKET && header->cmsg_type == SO_TIMESTAMPNS) {
-                timespec stamp{};
-                std::memcpy(&stamp, CMSG_DATA(header), sizeof stamp);
-                mArrival = std::chrono::seconds(stamp.tv_sec) + std::chrono::nanoseconds(stamp.tv_nsec);
-            }
-        }
-        return {bytes, bytes + size};
+        socklen_t size = static_cast<socklen_t>(mModule.capacity());
+        const ssize_t length = recvfrom(mNative, bytes, sizeof bytes, 0, mModule.data(), &size);
+        if (length < 0) return {};
+        mModule.resize(size);
+        return {bytes, bytes + length};
     }
     /// Until the module has told this variant word.
     bool WaitForVariant(std::vector<std::uint8_t> variant)
@@ -73,19 +51,12 @@ public:
     }
     /// To where the module's last heartbeat came from.
     void Send(const std::vector<std::uint8_t>& bytes) { mSocket.send_to(boost::asio::buffer(bytes), mModule); }
-    /// Where the last heartbeat came from, and with which type of service.
-    const Endpoint& GetModule() const { return mModule; }
-    int TypeOfService() const { return mTypeOfService; }
-    /// When the kernel took the last heartbeat in, by the system's clock.
-    std::chrono::nanoseconds Arrival() const { return mArrival; }
 
 private:
     boost::asio::io_service mService;
     boost::asio::ip::udp::socket mSocket;
     int mNative = mSocket.native_handle();
     Endpoint mModule;
-    int mTypeOfService = 0;
-    std::chrono::nanoseconds mArrival{0};
 };
 
 /// A heartbeat by its bytes: HID, type, variant.
