@@ -77,24 +77,6 @@ TEST(CommandsOnTheWire, CutAtEveryByte)
     }
 }
 
-TEST(CommandsOnTheWire, MoreThanTheClassKnowsIsSkippedWithALine)
-{
-    for (const Golden& golden : AllCommands()) {
-        SCOPED_TRACE(golden.name);
-        LogRecorder log;
-        std::vector<std::uint8_t> bytes = golden.bytes;
-        bytes[4] = static_cast<std::uint8_t>(bytes[4] + 3);
-        bytes.insert(bytes.end(), {1, 2, 3});
-        MemoryStream stream(bytes);
-        bool isBad = true;
-        ReadBack(golden, stream, isBad);
-        EXPECT_FALSE(isBad);
-        EXPECT_EQ(stream.position, bytes.size());
-        EXPECT_TRUE(log.HasStart("Error reading data key = 0x"));
-        EXPECT_TRUE(log.Has("Skipping 3 bytes of data\n"));
-    }
-}
-
 TEST(CommandsOnTheWire, AnyByteOfABoolIsTrueAndAChainOf255HopsWraps)
 {
     MemoryStream stream(HexBytes("6D1B0028 01000000 80 5B030028 09000000 04030201 08070605 FF"));

@@ -32,12 +32,22 @@ protected:
         boost::filesystem::remove_all(mDirectory);
         testing::internal::GetCapturedStdout();
     }
+    /// A client of a shell that shows everybody the log.
+    ShellClient Tail()
+    {
+        mAuditor->SetTailByDefault(true);
+        if (!std::exchange(mStarted, true)) mShell.Start();
+        ShellClient client(Endpoint());
+        client.SkipGreeting();
+        return client;
+    }
     static void Log(const std::string& text) { Audit::Instance()->Write("%s\r\n", text.c_str()); }
     boost::asio::ip::tcp::endpoint Endpoint() { return mShell.GetServer().GetEndpoint(); }
 
     boost::asio::io_service mService;
     cmd::CommandLine mShell{mService, AnyLoopbackPort(), ""};
     cmd::RemoteAuditor* mAuditor = nullptr;
+    bool mStarted = false;
 
 private:
     const boost::filesystem::path mDirectory =
@@ -46,10 +56,7 @@ private:
 
 TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
 {
-    mAuditor->SetTailByDefault(true);
-    mShell.Start();
-    ShellClient steady(Endpoint());
-    steady.SkipGreeting();
+    ShellClient steady = Tail();
     std::atomic<bool> stop{false};
     constexpr int Threads = 3;
     std::vector<std::thread> threads;
@@ -61,8 +68,7 @@ TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
         });
     }
     for (int i = 0; i < 20; ++i) {
-        ShellClient passing(Endpoint());
-        passing.SkipGreeting();
+        ShellClient passing = Tail();
         if (i % 2 != 0) continue;
         passing.Send("tail false\nversion\n");
         passing.ReadUntil("true\n1.0\n");
@@ -101,7 +107,6 @@ TEST_F(RemoteAuditorTest, AListingLongerThanAnyBufferReachesItsClientsWhole)
 {
     constexpr std::size_t Lines = 6000;
     const std::string line(1022, 'x');
-    mAuditor->SetTailByDefault(true);
     mShell.AddAction(
         "list",
         [&line] {
@@ -109,9 +114,7 @@ TEST_F(RemoteAuditorTest, AListingLongerThanAnyBufferReachesItsClientsWhole)
                 Log(line);
         },
         "");
-    mShell.Start();
-    ShellClient client(Endpoint());
-    client.SkipGreeting();
+    ShellClient client = Tail();
     client.Send("list\nversion\n");
     for (std::size_t i = 0; i < Lines && !HasFailure(); ++i)
         ASSERT_EQ(client.ReadUntil("\n").size(), line.size() + 2);
@@ -119,12 +122,8 @@ TEST_F(RemoteAuditorTest, AListingLongerThanAnyBufferReachesItsClientsWhole)
 
 TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreTold)
 {
-    mAuditor->SetTailByDefault(true);
-    mShell.Start();
-    ShellClient stalled(Endpoint());
-    stalled.SkipGreeting();
-    ShellClient reading(Endpoint());
-    reading.SkipGreeting();
+    const ShellClient stalled = Tail();
+    ShellClient reading = Tail();
     // Far more than the kernel keeps for a client, in portions that the other one has read before the next comes.
     const std::string line(4000, 'x');
     std::string text;

@@ -2,8 +2,6 @@
 
 #include "Common/KLV/Commands/PatchCommands.h"
 
-#include <thread>
-
 using CommandDispatch = CommsTest;
 
 namespace {
@@ -67,18 +65,6 @@ TEST_F(CommandDispatch, ACommandReachesAllItsSlotsDecodedInOrderOnTheMainThread)
     EXPECT_EQ(mLog.Count("Unknown KLV Keytype received: 1\n"), 1u);
 }
 
-TEST_F(CommandDispatch, ALargeCommandComesThroughTheOverflowStore)
-{
-    Start();
-    std::string name;
-    mProcessor.Connect<OstrelPingCmd>([&](const Ping& ping, unsigned char, StreamType) { name = ping->GetName(); });
-    const LoopbackPeer peer = ConnectAdjacent();
-    const std::string large(250000, 'n');
-    peer.Send(PingBytes(large));
-    ASSERT_TRUE(RunUntil([&] { return !name.empty(); }));
-    EXPECT_TRUE(name == large);
-}
-
 TEST_F(CommandDispatch, ACommandThatDoesNotFitItsItemClosesItsStream)
 {
     Start();
@@ -114,25 +100,4 @@ TEST_F(CommandDispatch, ExceptionsEndNeitherThreadNorProcess)
     const LoopbackPeer next = ConnectAdjacent();
     next.Send(PingBytes("a") + PingBytes("b") + PingBytes("c"));
     ASSERT_TRUE(RunUntil([&] { return calls == 3; }));
-}
-
-TEST_F(CommandDispatch, TheOrderOfAStreamIsKeptAndNoCommandIsLost)
-{
-    Start();
-    Lines names;
-    const std::thread::id mainThread = std::this_thread::get_id();
-    mProcessor.Connect<OstrelPingCmd>([&](const Ping& ping, unsigned char, StreamType) {
-        EXPECT_EQ(std::this_thread::get_id(), mainThread);
-        names.push_back(ping->GetName());
-    });
-    const LoopbackPeer peer = ConnectAdjacent();
-    std::thread sender([&] {
-        for (int i = 0; i < 5000; ++i)
-            peer.Send(PingBytes(std::to_string(i)));
-    });
-    const bool done = RunUntil([&] { return names.size() == 5000; });
-    sender.join();
-    ASSERT_TRUE(done);
-    for (std::size_t i = 0; i < names.size(); ++i)
-        ASSERT_EQ(names[i], std::to_string(i));
 }

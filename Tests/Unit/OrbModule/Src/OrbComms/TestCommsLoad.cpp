@@ -22,12 +22,6 @@ std::uint32_t Word(const std::string& bytes, std::size_t offset)
     return word;
 }
 
-/// Moves a peer's descriptor out of the way of those that the comms count.
-LoopbackPeer MoveUp(const LoopbackPeer& peer)
-{
-    return LoopbackPeer(fcntl(peer.GetFd(), F_DUPFD_CLOEXEC, 3000));
-}
-
 /// Ended by the other side.
 bool HasEnded(const LoopbackPeer& peer)
 {
@@ -74,7 +68,7 @@ TEST_F(CommsLoad, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
         sender.join();
 }
 
-TEST_F(CommsLoad, MoreConnectionsThanASetHoldsHurtNobodyWhoStoodBefore)
+TEST_F(CommsLoad, MoreConnectionsThanASetHoldsHurtNobodyWhoWasThereBefore)
 {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -82,47 +76,39 @@ TEST_F(CommsLoad, MoreConnectionsThanASetHoldsHurtNobodyWhoStoodBefore)
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
     Start();
-    const LoopbackPeer before = MoveUp(ConnectAdjacent("127.0.0.5"));
-    ASSERT_TRUE(WaitForChanges(1));
-    const auto isServed = [&] { return mComms->SendLocal(IoInfoReq(), 255) && before.Receive(8).size() == 8; };
-    EXPECT_TRUE(isServed());
-
-    const auto isOpen = [](const LoopbackPeer& peer) { return !HasEnded(peer); };
-    const auto accepted = [&] {
-        return static_cast<std::size_t>(std::count_if(mChanges.begin(), mChanges.end(), [](const std::string& line) {
-            return line == "255 MASTER_LINK 127.0.0.1 true";
-        }));
+    // Out of the way of the descriptors that the comms count.
+    const auto moveUp = [](const LoopbackPeer& peer) {
+        return LoopbackPeer(fcntl(peer.GetFd(), F_DUPFD_CLOEXEC, 3000));
     };
+    const LoopbackPeer before = moveUp(ConnectAdjacent("127.0.0.5"));
+    ASSERT_TRUE(WaitForChanges(1));
+    const auto count = [&](const std::string& line) {
+        return static_cast<std::size_t>(std::count(mChanges.begin(), mChanges.end(), line));
+    };
+    const auto accepted = [&] { return count("255 MASTER_LINK 127.0.0.1 true"); };
     std::vector<LoopbackPeer> peers;
     const auto connect = [&] {
-        peers.push_back(MoveUp(LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter)));
+        peers.push_back(moveUp(LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter)));
         // A client that finds the backlog full comes again after a second: there is no need for that here.
-        if (peers.size() % 10 != 0) return true;
-        return RunUntil([&] {
-            const auto ended = static_cast<std::size_t>(std::count_if(peers.begin(), peers.end(), HasEnded));
-            return accepted() + ended >= peers.size();
-        });
+        return peers.size() % 10 != 0 || RunUntil([&] {
+                   const auto ended = std::count_if(peers.begin(), peers.end(), HasEnded);
+                   return accepted() + static_cast<std::size_t>(ended) >= peers.size();
+               });
     };
     for (int i = 0; i < 1100; ++i)
         ASSERT_TRUE(connect()) << i;
-    EXPECT_GT(accepted(), 900u);
-    EXPECT_LT(accepted(), 1024u);
-    EXPECT_TRUE(isServed());
-
-    // New ones are taken when places are free.
     const std::size_t full = accepted();
-    std::size_t closed = 0;
-    for (LoopbackPeer& peer : peers) {
-        if (!isOpen(peer) || closed == 100) continue;
-        peer.Close();
-        ++closed;
-    }
-    ASSERT_TRUE(RunUntil(
-        [&] { return std::count(mChanges.begin(), mChanges.end(), "255 MASTER_LINK 127.0.0.1 false") == 200; }));
+    EXPECT_GT(full, 900u);
+    EXPECT_LT(full, 1024u);
+    // New ones are taken when places are free.
+    for (std::size_t i = 0; i < 100; ++i)
+        peers[i].Close();
+    ASSERT_TRUE(RunUntil([&] { return count("255 MASTER_LINK 127.0.0.1 false") == 200; }));
     for (int i = 0; i < 100; ++i)
         ASSERT_TRUE(connect()) << i;
     EXPECT_TRUE(RunUntil([&] { return accepted() == full + 100; }));
-    EXPECT_TRUE(isServed());
+    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 255));
+    EXPECT_EQ(before.Receive(8).size(), 8u);
 }
 
 TEST_F(CommsLoad, APeerThatNeverReadsCostsOnlyItsStreamAndNobodysTime)
@@ -192,16 +178,13 @@ TEST_F(CommsLoad, AFloodThatTheMainThreadDoesNotFollowWaitsAtItsSenderAndLosesNo
 
 TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)
 {
-    for (int round = 0; round < 20; ++round) {
+    for (std::size_t round = 0; round < 8; ++round) {
         mPorts.adjacentRouter = mPorts.masterRouter = 0;
         Start();
-        mProcessor.Connect<OstrelPingCmd>(
-            [](const std::shared_ptr<OstrelPingCmd const>&, unsigned char, StreamType) {});
         const LoopbackListener server;
         LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent(), ConnectAdjacent()};
         std::atomic<bool> running{true};
-        std::thread other([&] {
-            // What a link thread does.
+        std::thread link([&] {
             while (running) {
                 bool exists = false;
                 mComms->DisconnectPending(255, StreamType::LOCAL_LINK, exists);
@@ -213,16 +196,14 @@ TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)
         mComms->Connect(0xE0000001, 2, 9); // fails at once
         peers[0].Send(std::string("\x47\x03\x00\x28\xFF\xFF\x0F\0 half an item", 21));
         peers[1].Close();
-        peers[2].Send(std::string(static_cast<std::size_t>(round) * 250, 'g'));
+        peers[2].Send(std::string(round * 600, 'g'));
         if (round % 3 == 0) mComms->Disconnect(1);
-        if (round % 2 == 0) WaitForChanges(1 + static_cast<std::size_t>(round) / 2 % 4);
+        if (round % 2 == 0) WaitForChanges(1 + round / 2);
         running = false;
-        other.join();
+        link.join();
         mComms.reset();
-        bool found = false;
         for (const StreamType type : {StreamType::LOCAL_LINK, StreamType::MASTER_LINK, StreamType::UNKNOWN_STREAM})
-            found = found || mStreams.GetStreamByAddressAndType(Loopback, type);
-        EXPECT_FALSE(found) << "the directory names nobody who is gone";
+            EXPECT_FALSE(mStreams.GetStreamByAddressAndType(Loopback, type)) << "the directory names who is gone";
         // What was posted before the end finds nobody any more.
         const std::size_t told = mChanges.size();
         mService.restart();
