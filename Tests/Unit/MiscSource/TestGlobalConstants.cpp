@@ -20,16 +20,13 @@ std::string Text(const T& value)
 
 TEST(Texts, Hid)
 {
-    const struct
-    {
-        std::uint32_t hid;
-        const char* text;
-    } cases[] = {{0xFFFFFFFF, "INVALID_HID "}, {0, "LOCAL_DSP_HID "},     {1, "0x1(1) "},
-                 {0xFFE, "0xffe(4094) "},      {0xFFF, "0.0:fff "},       {0x1000, "0.0:1000 "},
-                 {0xC0028000, "192.2:8000 "},  {0x013F0500, "1.63:500 "}, {0xABCD0001, "171.205:1 "},
-                 {0xFFFFFFFE, "255.255:fffe "}};
-    for (const auto& row : cases)
-        EXPECT_EQ(Text(Hid(row.hid)), row.text);
+    const std::pair<std::uint32_t, const char*> cases[] = {
+        {0xFFFFFFFF, "INVALID_HID "}, {0, "LOCAL_DSP_HID "},     {1, "0x1(1) "},
+        {0xFFE, "0xffe(4094) "},      {0xFFF, "0.0:fff "},       {0x1000, "0.0:1000 "},
+        {0xC0028000, "192.2:8000 "},  {0x013F0500, "1.63:500 "}, {0xABCD0001, "171.205:1 "},
+        {0xFFFFFFFE, "255.255:fffe "}};
+    for (const auto& [hid, text] : cases)
+        EXPECT_EQ(Text(Hid(hid)), text);
 }
 
 TEST(Texts, PortsRacksAndAddresses)
@@ -100,18 +97,15 @@ TEST(Model, Identities)
 TEST(Model, DeviceTypesAndTheirUpdateCommands)
 {
     // By link type: routing device, I/O device, the type in update commands.
-    const struct
-    {
-        bool routing;
-        bool io;
-        std::uint8_t remote;
-    } rows[] = {{false, false, 8}, {true, false, 3}, {false, true, 1}, {false, true, 0}, {false, true, 4},
-                {true, false, 5},  {true, false, 6}, {false, true, 7}, {false, true, 8}};
+    const std::tuple<bool, bool, std::uint8_t> rows[] = {{false, false, 8}, {true, false, 3}, {false, true, 1},
+                                                         {false, true, 0},  {false, true, 4}, {true, false, 5},
+                                                         {true, false, 6},  {false, true, 7}, {false, true, 8}};
     for (std::uint8_t i = 0; i < 9; ++i) {
         const auto type = static_cast<K2Heartbeat::LinkType>(i);
-        EXPECT_EQ(IsRoutingDevice(type), rows[i].routing) << int{i};
-        EXPECT_EQ(IsIoDevice(type), rows[i].io) << int{i};
-        EXPECT_EQ(static_cast<std::uint8_t>(ToRemoteDeviceType(type)), rows[i].remote) << int{i};
+        EXPECT_EQ(std::make_tuple(IsRoutingDevice(type), IsIoDevice(type),
+                                  static_cast<std::uint8_t>(ToRemoteDeviceType(type))),
+                  rows[i])
+            << int{i};
     }
     // Modular, fixed format, none, router, module, hub, Orb, AoIP, and what has no row.
     const int links[] = {3, 2, 0, 1, 4, 5, 6, 7, 0, 0};
@@ -145,14 +139,7 @@ TEST(Addresses, OfAPortSide)
 
 TEST(Addresses, OfALinkFollowFromTheTwoIdentities)
 {
-    const struct
-    {
-        std::uint32_t rack;
-        std::uint8_t port;
-        std::uint32_t remoteId;
-        std::uint8_t remotePort;
-        const char *local, *remote;
-    } cases[] = {
+    const std::tuple<std::uint32_t, std::uint8_t, std::uint32_t, std::uint8_t, const char*, const char*> cases[] = {
         {0x12, 0, 0x50, 0, "0.10.0.1", "0.10.0.254"},
         {0x12, 1, 0x50, 1, "0.10.33.2", "0.10.33.254"},
         {0x28, 0, 0x24, 1, "0.10.0.254", "0.10.0.2"},
@@ -166,12 +153,9 @@ TEST(Addresses, OfALinkFollowFromTheTwoIdentities)
         {0x12, 0, 0xFFFFFFFF, 0, "0.0.0.0", "0.0.0.0"},
         {0x12, 1, 0xFFFFFFFF, 0, "0.0.0.0", "0.0.0.0"},
     };
-    for (const auto& row : cases) {
-        const bool primary = row.port == 0;
-        EXPECT_EQ(AddressText(GetLinkLocalAddress(row.rack, row.port, row.remoteId, row.remotePort, primary)),
-                  row.local);
-        EXPECT_EQ(AddressText(GetLinkRemoteAddress(row.rack, row.port, row.remoteId, row.remotePort, primary)),
-                  row.remote);
+    for (const auto& [rack, port, remoteId, remotePort, local, remote] : cases) {
+        EXPECT_EQ(AddressText(GetLinkLocalAddress(rack, port, remoteId, remotePort, port == 0)), local);
+        EXPECT_EQ(AddressText(GetLinkRemoteAddress(rack, port, remoteId, remotePort, port == 0)), remote);
     }
 }
 

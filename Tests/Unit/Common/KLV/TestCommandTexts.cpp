@@ -58,28 +58,22 @@ TEST(CommandTexts, OfCommands)
 
 TEST(AtomicUpdate, WhatAnAddressSaysOfADevice)
 {
-    const struct
-    {
-        const char* address;
-        bool selfTest;
-        int kind, side;
-    } cases[] = {
+    const std::tuple<const char*, bool, int, int> cases[] = {
         {"1.63.1.0", true, 9, 3},  {"1.63.2.0", false, 2, 2}, {"1.63.3.0", true, 3, 0},   {"1.63.4.0", true, 3, 1},
         {"1.63.5.0", true, 10, 3}, {"1.63.6.0", false, 4, 2}, {"1.63.7.0", true, 5, 0},   {"1.63.8.0", true, 5, 1},
         {"1.63.9.0", true, 12, 0}, {"1.63.0.0", true, 12, 1}, {"1.63.0.0", false, 12, 2}, {"1..63...5.0", true, 10, 3},
         {"1.63.5", true, 12, 2},   {"", true, 12, 2},         {"1.2.3.4.5", true, 12, 2},
     };
     LogRecorder log;
-    for (const auto& one : cases) {
-        const auto device = AtomicUpdate::AddressToDevice(one.address, one.selfTest);
-        EXPECT_EQ(device.kind, one.kind) << one.address;
-        EXPECT_EQ(device.side, one.side) << one.address;
-    }
+    const auto expect = [](const char* address, bool selfTest, int kind, int side) {
+        const auto device = AtomicUpdate::AddressToDevice(address, selfTest);
+        EXPECT_EQ(std::make_pair(int{device.kind}, int{device.side}), std::make_pair(kind, side)) << address;
+    };
+    for (const auto& row : cases)
+        std::apply(expect, row);
     EXPECT_TRUE(log.Lines().empty());
-    for (const char* address : {"1.63.x.0", "1.63.-5.0", "1.63.4294967301.0"}) {
-        const auto device = AtomicUpdate::AddressToDevice(address, true);
-        EXPECT_EQ(std::make_pair(int{device.kind}, int{device.side}), std::make_pair(12, 2));
-    }
+    for (const char* address : {"1.63.x.0", "1.63.-5.0", "1.63.4294967301.0"})
+        expect(address, true, 12, 2);
     EXPECT_EQ(log.Count("AtomicUpdate::AddressToDevice Well that went very wrong\r\n"), 3u);
 }
 

@@ -117,28 +117,24 @@ TEST(KLVReadSet, AHeaderThatLiesOrEndsEarly)
 
 TEST(KLVReadSet, LengthsOfStrings)
 {
-    const struct
-    {
-        std::uint32_t length;
-        std::uint32_t present;
-        const char* line;
-    } cases[] = {{262143, 262143, nullptr},
-                 {262144, 262144, "Length (262144), MAX_STRING_SIZE (262144)"},
-                 {4, 3, "Error Reading string data in KLVReadSet\n"}};
-    for (const auto& one : cases) {
+    const std::tuple<std::uint32_t, std::uint32_t, const char*> cases[] = {
+        {262143, 262143, nullptr},
+        {262144, 262144, "Length (262144), MAX_STRING_SIZE (262144)"},
+        {4, 3, "Error Reading string data in KLVReadSet\n"}};
+    for (const auto& [length, present, line] : cases) {
         LogRecorder log;
         MemoryStream stream;
         {
-            KLVCommandWriteSet set(stream, 0, 800, 4 + one.present);
-            set.WriteNative(one.length);
-            set.WriteRaw(std::string(one.present, 's').data(), one.present);
+            KLVCommandWriteSet set(stream, 0, 800, 4 + present);
+            set.WriteNative(length);
+            set.WriteRaw(std::string(present, 's').data(), present);
         }
         KLVCommandReadSet set(stream);
         std::string text = "before";
-        EXPECT_EQ(set.ReadString(text), !one.line);
-        EXPECT_EQ(text, one.line ? "before" : std::string(one.length, 's'));
-        EXPECT_EQ(set.IsBad(), one.line != nullptr);
-        EXPECT_TRUE(!one.line || log.Has(one.line));
+        EXPECT_EQ(set.ReadString(text), !line);
+        EXPECT_EQ(text, line ? "before" : std::string(length, 's'));
+        EXPECT_EQ(set.IsBad(), line != nullptr);
+        EXPECT_TRUE(!line || log.Has(line));
         set.Skip();
     }
 }

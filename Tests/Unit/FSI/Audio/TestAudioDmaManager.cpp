@@ -119,10 +119,8 @@ TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
     const struct
     {
         Policy::Mode mode;
-        std::size_t sinkOffset;
-        std::size_t sourceOffset;
-        std::vector<AudioDmaTransaction> sources;
-        std::vector<AudioDmaTransaction> expected;
+        std::size_t sinkOffset, sourceOffset;
+        std::vector<AudioDmaTransaction> sources, expected;
     } cases[] = {
         {Policy::Mode::Positional, 0, 0, {0x201, 0x205}, {0x201, 0x205, 0, 0}},
         {Policy::Mode::Positional, 1, 0, {0x201, 0x202, 0x203, 0x204}, {0, 0x201, 0x202, 0x203}},
@@ -186,12 +184,7 @@ TEST_F(AdmaManagerDeathTest, FaultsOfTheCodeAreFatal)
     const std::vector<AudioDmaTransaction> one{0x200};
     const std::vector<AudioDmaTransaction> falling{0x201, 0x200};
     const std::vector<AudioDmaTransaction> two{0x200, 0x201};
-    const struct
-    {
-        bool registered;
-        std::function<void()> fault;
-        const char* text;
-    } cases[] = {
+    const std::tuple<bool, std::function<void()>, const char*> cases[] = {
         {false, [&] { mManager->Synchronise(); }, "Sync thread must be started before requests can be made\\."},
         {false,
          [&] {
@@ -213,13 +206,13 @@ TEST_F(AdmaManagerDeathTest, FaultsOfTheCodeAreFatal)
         {true, [] { audio::MakeTransaction(1, 512); }, "Invalid ADMA transaction sample\\."},
         {true, [] { audio::MakeTransactions(1, 2, 1); }, "Invalid sample range for MakeTransactions\\."},
     };
-    for (const auto& row : cases)
+    for (const auto& [isRegistered, fault, text] : cases)
         EXPECT_DEATH(
             {
-                if (row.registered) mManager->RegisterEndpoints({mBulk, mK0, mK1});
-                row.fault();
+                if (isRegistered) mManager->RegisterEndpoints({mBulk, mK0, mK1});
+                fault();
             },
-            row.text);
+            text);
 }
 
 TEST(AudioDmaEndpoint, SourceTransactionsStandUnderSinkScalerAndRate)

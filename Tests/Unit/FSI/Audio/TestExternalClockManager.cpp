@@ -33,15 +33,12 @@ TEST(ClockChoice, OrderIsByPriorityThenInternalLastThenId)
 TEST(ClockChoice, TheFirstThatIsEnabledAndStableWins)
 {
     // A digit is the id of the next clock in order; 'e' behind it is enabled, 's' stable.
-    const struct
-    {
-        const char* clocks;
-        std::uint32_t chosen;
-    } cases[] = {{"", 0},       {"4es1es", 4}, {"4e1es", 1},      {"4s1es", 1},
-                 {"4e1s0e", 0}, {"0es4es", 0}, {"1e2s3es4es", 3}, {"7es", 7}};
-    for (const auto& row : cases) {
+    const std::pair<const char*, std::uint32_t> cases[] = {{"", 0},           {"4es1es", 4}, {"4e1es", 1},
+                                                           {"4s1es", 1},      {"4e1s0e", 0}, {"0es4es", 0},
+                                                           {"1e2s3es4es", 3}, {"7es", 7}};
+    for (const auto& [text, chosen] : cases) {
         ExternalClockManager::Clocks clocks;
-        for (const char* next = row.clocks; *next; ++next) {
+        for (const char* next = text; *next; ++next) {
             if (*next == 'e')
                 clocks.back()->mEnabled = true;
             else if (*next == 's')
@@ -51,7 +48,7 @@ TEST(ClockChoice, TheFirstThatIsEnabledAndStableWins)
                 clocks.back()->mEnabled = false;
             }
         }
-        EXPECT_EQ(ExternalClockManager::ChooseClock(clocks), row.chosen) << row.clocks;
+        EXPECT_EQ(ExternalClockManager::ChooseClock(clocks), chosen) << text;
     }
 }
 
@@ -90,19 +87,15 @@ protected:
 
 TEST_F(ClockManager, MeasurementsAreJudgedByTheRangeOfTheRateFamily)
 {
-    const struct
-    {
-        std::uint32_t rate;
-        std::uint32_t value;
-        bool stable;
-    } cases[] = {{1, 1128999, false}, {1, 1129000, true}, {1, 1175000, true}, {1, 1175001, false},
-                 {0, 1228875, false}, {0, 1228876, true}, {0, 1278876, true}, {0, 1278877, false}};
-    for (const auto& row : cases) {
-        mManager->SetRateToCheck(row.rate);
+    const std::tuple<std::uint32_t, std::uint32_t, bool> cases[] = {
+        {1, 1128999, false}, {1, 1129000, true}, {1, 1175000, true}, {1, 1175001, false},
+        {0, 1228875, false}, {0, 1228876, true}, {0, 1278876, true}, {0, 1278877, false}};
+    for (const auto& [rate, value, isStable] : cases) {
+        mManager->SetRateToCheck(rate);
         Measure(3, 1);
         EXPECT_EQ(mManager->GetSelected(), 0u);
-        Measure(3, row.value);
-        EXPECT_EQ(mManager->GetSelected(), row.stable ? 3u : 0u) << row.value;
+        Measure(3, value);
+        EXPECT_EQ(mManager->GetSelected(), isStable ? 3u : 0u) << value;
         Event(0);
     }
     Measure(9, Good);

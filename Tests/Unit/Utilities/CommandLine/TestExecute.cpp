@@ -42,11 +42,7 @@ protected:
 TEST_F(ExecuteTest, WhatIsTypedAndWhatIsAnswered)
 {
     const std::string digits(70000, '9');
-    const struct
-    {
-        std::string line;
-        std::string result;
-    } cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"", ""},
         {"none", ""},
         {"none 5", "error: 'none' expects 0 argument(s), 1 provided\n"},
@@ -89,8 +85,8 @@ TEST_F(ExecuteTest, WhatIsTypedAndWhatIsAnswered)
         {"mixed --help", "Usage: mixed 'unsigned' 'string' 'bool'\n\nNo brief\n"},
         {"adma/deep/er/x --help", "Line\n\nUsage: x\n\nrest\n"},
     };
-    for (const auto& row : cases)
-        EXPECT_EQ(mShell.Execute(row.line), row.result) << row.line.substr(0, 80);
+    for (const auto& [line, result] : cases)
+        EXPECT_EQ(mShell.Execute(line), result) << line.substr(0, 80);
     EXPECT_EQ(mCalls, 1);
 }
 
@@ -133,11 +129,7 @@ TEST(TreeDeathTest, FaultsOfWhoDeclaresCommandsAreFatal)
     node.Add("adma/child", {action("a")});
     cmd::NodeManager manager;
     manager.GetRoot().AddNode(std::make_shared<cmd::Node>());
-    const struct
-    {
-        std::function<void()> fault;
-        const char* text;
-    } cases[] = {
+    const std::pair<std::function<void()>, const char*> cases[] = {
         {[&] { node.Add("", {}); }, "Nodes must have a name"},
         {[&] { node.Add("other", {}); }, "Child nodes must have same root"},
         {[&] { node.Add("adma/child", {}); }, "Child node names must be unique"},
@@ -147,8 +139,8 @@ TEST(TreeDeathTest, FaultsOfWhoDeclaresCommandsAreFatal)
         {[] { cmd::Node::ValidateActionName("a b"); }, "Action names cannot contain spaces"},
         {[] { cmd::Node::ValidateActionName("  "); }, "CommandLine actions must have a non-empty identifier\\."},
     };
-    for (const auto& row : cases)
-        EXPECT_DEATH(row.fault(), row.text);
+    for (const auto& [fault, text] : cases)
+        EXPECT_DEATH(fault(), text);
 }
 
 } // namespace

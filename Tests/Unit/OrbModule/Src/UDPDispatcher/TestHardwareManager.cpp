@@ -7,13 +7,7 @@
 
 TEST(HardwareManagerTest, OffsetFollowsTheNetworkOnlyWhenItIsFarOff)
 {
-    const struct
-    {
-        std::uint32_t system;
-        std::int32_t offset;
-        std::uint32_t network;
-        std::optional<std::int32_t> expected;
-    } cases[] = {
+    const std::tuple<std::uint32_t, std::int32_t, std::uint32_t, std::optional<std::int32_t>> cases[] = {
         {1000, 0, 1005, std::nullopt},
         {1000, 0, 1006, 6},
         {1000, 0, 995, std::nullopt},
@@ -23,10 +17,9 @@ TEST(HardwareManagerTest, OffsetFollowsTheNetworkOnlyWhenItIsFarOff)
         {1700000000, 0, 4294967295, 2147483647}, // further than an offset reaches
         {4294967295, 0, 0, -2147483647 - 1},
     };
-    for (const auto& test : cases) {
-        EXPECT_EQ(HardwareManager::WorkOutOffset(test.system, test.offset, test.network), test.expected)
-            << test.system << " + " << test.offset << " against " << test.network;
-    }
+    for (const auto& [system, offset, network, expected] : cases)
+        EXPECT_EQ(HardwareManager::WorkOutOffset(system, offset, network), expected)
+            << system << " + " << offset << " against " << network;
 }
 
 TEST(HardwareManagerTest, AMessageMovesTheLogsClock)
