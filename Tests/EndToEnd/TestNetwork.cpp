@@ -208,16 +208,6 @@ TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesToTheirDevicesAndIsToldOfThe
     }
 }
 
-TEST(Network, AHubThatReportsBeforeItsDataLinkIsUpKeepsItsBoxes)
-{
-    Neighbour hub = HubWithBox;
-    hub.lines.emplace_back("at-once on");
-    Network network;
-    network.Start();
-    network.Plug(0, hub);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
-}
-
 TEST(Network, TheTimeOfTheNetworkIsTheTimeOfTheLog)
 {
     Network network;

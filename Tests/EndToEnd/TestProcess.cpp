@@ -87,18 +87,6 @@ TEST(StartupFailure, IsOneLineThatNamesTheThingAndSystemdIsNotToldOfAStart)
     expectFailure("49156");
 }
 
-TEST(Heartbeat, ReachesMasterControl)
-{
-    Module module;
-    UdpSocket masterControl(UnitNamespace, MasterControlAddress, HeartbeatPort);
-    for (int i = 0; i < 3; ++i) {
-        const Datagram heartbeat = masterControl.Receive();
-        EXPECT_EQ(heartbeat.bytes, "\x96\xff\xff\xff\xff");
-        EXPECT_EQ(heartbeat.address, "1.63.5.0");
-        EXPECT_EQ(heartbeat.port, 49157);
-    }
-}
-
 TEST(Systemd, IsToldOfTheRunOfLifeAndOfTheEnd)
 {
     Supervisor supervisor;

@@ -33,9 +33,9 @@ protected:
     /// An empty text leaves the file out.
     void AddDevice(const std::string& uio, const std::string& name, const std::string& size, const std::string& offset)
     {
-        Write(Class() / uio / "name", name);
-        if (!size.empty()) Write(Class() / uio / "maps/map0/size", size);
-        if (!offset.empty()) Write(Class() / uio / "maps/map0/offset", offset);
+        for (const auto& [file, text] :
+             {std::pair("name", name), {"maps/map0/size", size}, {"maps/map0/offset", offset}})
+            if (!text.empty()) Write(Class() / uio / file, text);
     }
     void AddFile(const std::string& uio, const std::string& bytes, std::size_t at)
     {
