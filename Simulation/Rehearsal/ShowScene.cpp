@@ -52,8 +52,18 @@ std::vector<Step> ShowScene::Steps()
 
 void ShowScene::ExpectInStore(const std::string& text)
 {
-    mRouting.GetShell().Ask("ps", mPatience);
-    mLog.WaitForLine(text, mPatience);
+    // A box with two cables is described on each, and reported each time: the first report may precede the change.
+    constexpr Milliseconds Moment(500);
+    const Deadline deadline(mPatience);
+    while (true) {
+        mRouting.GetShell().Ask("ps", mPatience);
+        try {
+            mLog.WaitForLine(text, Moment);
+            return;
+        } catch (const NotSeen&) {
+            if (deadline.HasPassed()) throw;
+        }
+    }
 }
 
 std::string ShowScene::RouterPatchFails()

@@ -97,7 +97,11 @@ void ChildProcess::Start(const Command& command)
                              dup2(output.write.Get(), STDOUT_FILENO) >= 0 &&
                              dup2(errors.write.Get(), STDERR_FILENO) >= 0 &&
                              (!networkNamespace.IsOpen() || setns(networkNamespace.Get(), CLONE_NEWNET) == 0);
-        if (isReady) execvpe(argv[0], argv.data(), envp.data());
+        // A test's own sockets are not the child's: one that it kept would hold its address.
+        bool isClosed = close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC) == 0;
+        for (const int descriptor : command.descriptors)
+            isClosed = isClosed && fcntl(descriptor, F_SETFD, 0) == 0;
+        if (isReady && isClosed) execvpe(argv[0], argv.data(), envp.data());
         const int error = errno;
         const ssize_t written = write(failure.write.Get(), &error, sizeof error);
         _exit(written == sizeof error ? 127 : 126);

@@ -21,6 +21,8 @@ struct Command
     std::map<std::string, std::string> environment{};
     /// Empty for the module's own.
     std::string networkNamespace{};
+    /// Descriptors beside the standard ones that the program gets, under the same numbers.
+    std::vector<int> descriptors{};
 };
 
 /// How a program ended.
