@@ -1,5 +1,6 @@
 #include "Audit/Audit.h"
 #include "Common/KLV/CommandContainer.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 #include <benchmark/benchmark.h>

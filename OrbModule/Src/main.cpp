@@ -17,6 +17,7 @@
 #include "MiscSource/HeapTrim.h"
 #include "MiscSource/SystemUtilities.h"
 #include "MiscSource/SystemdNotifier.h"
+#include "OrbModule/Inc/DeviceManager/CommandConnections.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/LinkManager/Heartbeat.h"
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
@@ -136,8 +137,8 @@ void ConnectLinks(boost::asio::io_service& service, OrbCommandProcessor& process
     links.MasterHidChanged.connect(
         [&](Hid hid) { service.dispatch([&devices, hid] { devices.OnMasterHidChanged(hid); }); });
     comms.ConnectKLVStreamChanged(To(devices, &DeviceManager::OnKLVStreamChanged));
-    devices.ConnectDiscovery(processor);
-    devices.ConnectForwarding(processor);
+    ConnectDiscovery(processor, devices);
+    ConnectForwarding(processor, devices);
 }
 
 void ConnectPatches(OrbCommandProcessor& processor, DeviceManager& devices, PatchController& patches)

@@ -1,12 +1,13 @@
 #pragma once
 
-// Which commands the directory handles and which it relays, as tables of types. Part of DeviceManager.h.
+// Which commands the directory handles and which it relays, as tables of types.
 
 #include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "Common/KLV/Commands/IoControlCommands.h"
 #include "Common/KLV/Commands/PatchCommands.h"
 #include "Common/KLV/Commands/RouterCommands.h"
 #include "Common/KLV/Commands/UpdateCommands.h"
+#include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 namespace forwarding {
 
@@ -93,22 +94,24 @@ using OrbCommands = Table<ToOrb<805, IoGPIUpdate, Way::Both>, ToOrb<807, IoActiv
 
 } // namespace forwarding
 
+/// Connects the relay to every command that it passes on, in the order of its two tables.
 template <class Processor>
-void DeviceManager::ConnectForwarding(Processor& processor)
+void ConnectForwarding(Processor& processor, DeviceManager& devices)
 {
-    forwarding::DeviceCommands::Connect(processor, *this);
-    forwarding::OrbCommands::Connect(processor, *this);
+    forwarding::DeviceCommands::Connect(processor, devices);
+    forwarding::OrbCommands::Connect(processor, devices);
 }
 
+/// Connects the handlers of the discovery exchange, in the order of their table.
 template <class Processor>
-void DeviceManager::ConnectDiscovery(Processor& processor)
+void ConnectDiscovery(Processor& processor, DeviceManager& devices)
 {
-    const auto describe = [this](const auto& command, UINT8GIGEPORT port, StreamType type) {
-        this->ProcessIOCmd(command, port, type);
+    const auto describe = [&devices](const auto& command, UINT8GIGEPORT port, StreamType type) {
+        devices.ProcessIOCmd(command, port, type);
     };
-    const auto to = [this](auto handler) {
-        return [this, handler](const auto& command, UINT8GIGEPORT port, StreamType type) {
-            (this->*handler)(command, port, type);
+    const auto to = [&devices](auto handler) {
+        return [&devices, handler](const auto& command, UINT8GIGEPORT port, StreamType type) {
+            (devices.*handler)(command, port, type);
         };
     };
     processor.template Connect<IoInfo>(describe);

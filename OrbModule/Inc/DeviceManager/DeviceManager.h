@@ -1,27 +1,23 @@
 #pragma once
 
-#include "OrbModule/Inc/DeviceManager/DeviceInfoStorage.h"
-#include "OrbModule/Inc/DeviceManager/LinkReport.h"
-#include "OrbModule/Inc/DeviceManager/LocalDevice.h"
+#include "OrbModule/Inc/DeviceManager/CableChecks.h"
+#include "OrbModule/Inc/DeviceManager/CommandRelay.h"
+#include "OrbModule/Inc/DeviceManager/DeviceDirectory.h"
 #include "OrbModule/Inc/DeviceManager/NeighbourRules.h"
-#include "OrbModule/Inc/DeviceManager/RemoteDevices.h"
-#include "OrbModule/Inc/DeviceManager/iDevices.h"
+#include "OrbModule/Inc/DeviceManager/OsRoutes.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
 #include <boost/asio/io_service.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/signals2/signal.hpp>
-#include <boost/system/error_code.hpp>
 
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <functional>
-#include <list>
 #include <memory>
 #include <optional>
-#include <string>
+#include <vector>
 
 class ChainLengthCmd;
 class DeviceCheckResultsCmd;
@@ -47,8 +43,7 @@ class DeviceManager : public iDevices
 public:
     using DeviceInfoStorage = ::DeviceInfoStorage;
     using StreamType = ::StreamType;
-    /// Runs a shell command with a file for its standard error; gives the value of system(3).
-    using RunCommand = std::function<int(const std::string& command, const std::string& errFile)>;
+    using RunCommand = OsRoutes::RunCommand;
     /// How long the timers of the directory wait.
     struct Delays
     {
@@ -72,28 +67,27 @@ public:
     boost::signals2::signal<void(bool connected)> NetworkConnectionChanged;
 
     // What the patch side asks.
-    bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) override;
-    bool IsLocalIo(Hid hid) override;
-    bool IsOwnDevice(Hid hid) override;
+    bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) const override { return mDevices.IsDeviceOnline(hid, port); }
+    bool IsLocalIo(Hid hid) const override { return mDevices.IsLocalIo(hid); }
+    bool IsOwnDevice(Hid hid) const override { return mDevices.IsOwnDevice(hid); }
     /// Empty, with a Fault line, also for a slot that no link has.
-    std::vector<std::uint32_t> GetInputLinkSlot(Hid hid, AudioPortNumber port) override;
-    std::vector<std::uint32_t> GetOutputLinkSlot(Hid hid, AudioPortNumber port) override;
-    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) override;
-    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) override;
+    std::vector<std::uint32_t> GetInputLinkSlot(Hid hid, AudioPortNumber port) const override;
+    std::vector<std::uint32_t> GetOutputLinkSlot(Hid hid, AudioPortNumber port) const override;
+    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) const override;
+    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const override;
 
     /// The local device if it has this identity, else the remote one, else null.
-    DeviceRecord* GetDeviceRecord(Hid hid);
-    const DeviceRecord* GetDeviceRecord(Hid hid) const;
-    bool LinkOnline(Hid hid, bool isPri) const;
+    const DeviceRecord* GetDeviceRecord(Hid hid) const { return mDevices.GetDeviceRecord(hid); }
+    bool LinkOnline(Hid hid, Side side) const { return mDevices.LinkOnline(hid, side); }
     /// The router that reported a remote device; INVALID_HID if it is unknown or local.
-    Hid GetOwner(Hid hid) const;
+    Hid GetOwner(Hid hid) const { return mDevices.GetOwner(hid); }
     /// Heartbeat time-out of a local device; nothing for any other.
     std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid) const;
 
     // The shell's listings, written to the log.
     /// @param io I/O devices, else routing devices.
-    void ShowDevices(bool io);
-    void ShowPortMap(Hid hid);
+    void ShowDevices(bool io) const;
+    void ShowPortMap(Hid hid) const;
     void SendPing();
 
     // Events of the link layer and of the streams.
@@ -131,21 +125,7 @@ public:
     void ReceivedPingCmd(std::shared_ptr<const OstrelPingCmd> command, UINT8GIGEPORT port, StreamType type);
     void ReceivedMcsRequestCmd(std::shared_ptr<const RequestActiveMcsCmd> command, UINT8GIGEPORT port, StreamType type);
 
-    /// Connects the handlers of the discovery exchange to a command processor, in the order of their table.
-    template <class Processor>
-    void ConnectDiscovery(Processor& processor);
-    /// Connects the relay to every command that it passes on, in the order of its two tables.
-    template <class Processor>
-    void ConnectForwarding(Processor& processor);
-
 private:
-    struct CableCheck
-    {
-        Hid hid;
-        UINT8GIGEPORT port;
-        std::shared_ptr<boost::asio::steady_timer> timer;
-    };
-
     using Neighbour = NeighbourRules::Neighbour;
     /// The local stream of a link: used by the local device, or up without one.
     enum class LocalStream { Down, Unused, Used };
@@ -161,7 +141,6 @@ private:
     void ReplaceLocal();
     void EndLocal();
     bool IsLocalInUse() const;
-    bool IsOtherOn(UINT8GIGEPORT port) const;
     NeighbourRules::Local GetLocal() const;
     void OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool valid);
     void OnLocalLinkUp(UINT8GIGEPORT port);
@@ -174,14 +153,12 @@ private:
     bool HasLiveStream(UINT8GIGEPORT port);
     /// The first request on a new stream: for the software check, or for the description.
     void RequestInfo(UINT8GIGEPORT port);
-    void RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid);
+    void RequestCheck(Side side, std::uint8_t kind, std::uint8_t method, Hid hid);
     /// The description request of the local box: the extended form for those that know it.
     void SendIoInfoReq(UINT8GIGEPORT port);
 
     // What both the events and the exchange report.
     void DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
-    void StartCableCheck(Hid hid, UINT8GIGEPORT port);
-    void DelayedCableCheck(const boost::system::error_code& error, const boost::asio::steady_timer* timer);
     void ReportRemoteGone(K2Heartbeat::LinkType type, Hid hid);
     void PostNetworkConnection(bool connected);
     void SendToOrb(const DeskCommand& command);
@@ -207,35 +184,16 @@ private:
     void SendDescription(const DeviceInfoStorage::Device& device, UINT8GIGEPORT port, StreamType type);
     void RequestGPIState(Hid hid);
     void SendToConnectedRoutingDevice(const DeskCommand& command);
-    void DoActiveAudio(bool isPri);
-
-    // Routes of the operating system.
-    void AddSlaveLinkDataRoute(Hid hid, bool isPri);
-    void AddIoRoute(std::uint32_t address, UINT8GIGEPORT port);
-    void DeleteSlaveRoute(Hid hid);
-
-    void PingHub(const DeviceRecord& hub);
-    std::vector<std::uint32_t> GetLinkSlot(LocalDevice::PortMap LocalDevice::*portMap, const char* operation, Hid hid,
-                                           AudioPortNumber port);
-    void ShowLocalDevice() const;
+    void DoActiveAudio(Side side);
 
     boost::asio::io_service& mIoService;
     boost::asio::steady_timer mActiveTimer;
-    Hid mHid = INVALID_HID;
     std::atomic<std::uint32_t> mMasterHid{MakeLinkHid(INVALID_HID)};
     iOrbKLVComms* mComms;
-    Hid mOrbIoHid = INVALID_HID;
-    LocalDevice mLocal;
-    RemoteDevices mRemote;
-    DeviceInfoStorage mDeviceInfo;
-    bool mRouterConnected = false;
-    std::list<CableCheck> mCableChecks;
-    bool mCableCheckLimitReported = false;
+    DeviceDirectory mDevices;
+    CableChecks mCableChecks;
+    OsRoutes mRoutes;
+    CommandRelay mRelay;
     std::array<LocalStream, Routing::PORT_COUNT> mLocalStreams{};
-    std::array<LinkReport, Routing::PORT_COUNT> mLinks{};
-    RunCommand mRun;
     Delays mDelays;
-    Limits mLimits;
 };
-
-#include "OrbModule/Inc/DeviceManager/CommandConnections.h"

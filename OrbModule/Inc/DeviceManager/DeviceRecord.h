@@ -1,5 +1,6 @@
 #pragma once
 
+#include "MiscSource/Side.h"
 #include "OrbModule/Inc/DeviceManager/LinkInfo.h"
 #include "OrbModule/Inc/DeviceManager/RateList.h"
 
@@ -22,10 +23,10 @@ public:
     /// The router that reported the device; for a router, its own identity.
     ::Hid Owner = INVALID_HID;
 
-    LinkInfo& Link(bool isPri) { return isPri ? Pri : Sec; }
-    const LinkInfo& Link(bool isPri) const { return isPri ? Pri : Sec; }
-    bool IsOnline(bool isPri) const { return Link(isPri).IsOnline(); }
-    void SetOnline(bool isPri, bool online) { Link(isPri).SetOnline(online); }
+    LinkInfo& Link(Side side) { return IsPrimary(side) ? Pri : Sec; }
+    const LinkInfo& Link(Side side) const { return IsPrimary(side) ? Pri : Sec; }
+    bool IsOnline(Side side) const { return Link(side).IsOnline(); }
+    void SetOnline(Side side, bool online) { Link(side).SetOnline(online); }
     bool IsOffline() const { return !Pri.IsOnline() && !Sec.IsOnline(); }
     /// The primary's remote address if that link is online, else the secondary's; host order.
     std::uint32_t ActiveRemoteIp() const { return Pri.IsOnline() ? Pri.RemoteIp : Sec.RemoteIp; }

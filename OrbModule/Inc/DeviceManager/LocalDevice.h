@@ -8,6 +8,9 @@
 #include <unordered_map>
 #include <vector>
 
+/// How far the software check of the local device is on one link.
+enum class SoftwareCheck { None, UnderWay, Passed };
+
 /// The device that is plugged straight into the links, with its software check and its port maps. There is always
 /// exactly one; Hid INVALID_HID means that there is none. A box that has gone keeps its Hid and loses its Type.
 /// Main thread.
@@ -22,20 +25,21 @@ public:
 
     /// How long a link to this box may stay without a heartbeat.
     std::chrono::milliseconds IoTimeout = FirstIoTimeout;
-    /// Indexed by isPri: a software check is under way on that link, or has found the device up to date.
-    std::array<bool, 2> AUUnderway{};
-    std::array<bool, 2> AUDone{};
+    /// By Side. What the device is asked depends on IsAUUnderway and IsAUDone: a state of any link.
+    std::array<SoftwareCheck, 2> Checks{};
     /// The two links see different devices.
     bool MixedHid = false;
     /// Never emptied: the description of a new box writes over what is there.
     PortMap Inputs;
     PortMap Outputs;
 
-    bool IsAUUnderway() const { return AUUnderway[0] || AUUnderway[1]; }
-    bool IsAUDone() const { return AUDone[0] || AUDone[1]; }
+    SoftwareCheck& Check(Side side) { return Checks[static_cast<std::size_t>(side)]; }
+    bool IsAUUnderway() const { return HasCheck(SoftwareCheck::UnderWay); }
+    bool IsAUDone() const { return HasCheck(SoftwareCheck::Passed); }
     /// Forgets the software check of a link.
-    /// @param index 0 for port 1, 1 for port 2; anything else is only logged.
+    /// @param index a link index; one that no link has is only logged.
     void ResetAUInfo(std::uint32_t index);
-    /// The index of a port for ResetAUInfo; 2, which is out of range, for what is no link.
-    static std::uint32_t AUIndex(UINT8GIGEPORT port);
+
+private:
+    bool HasCheck(SoftwareCheck state) const { return Checks[0] == state || Checks[1] == state; }
 };

@@ -60,36 +60,36 @@ void AddModulePorts(LocalDevice::PortMap& ports, std::uint32_t count, bool doubl
 
 void DeviceManager::BuildPortMaps(const IoInfo& command)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(mDevices.mLocal.SampleRate);
     std::uint16_t in = 0;
     std::uint16_t out = 0;
     std::uint32_t slot = 0;
     for (const std::string& code : command.GetSlots()) {
-        mLocal.IoTimeout = LocalDevice::DescribedIoTimeout;
+        mDevices.mLocal.IoTimeout = LocalDevice::DescribedIoTimeout;
         const CardModel card = GetCardModel(code, doubleRate);
-        AddCard(mLocal.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
-        AddCard(mLocal.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
+        AddCard(mDevices.mLocal.Inputs, in, slot * card.inputStride, card.inputs, doubleRate);
+        AddCard(mDevices.mLocal.Outputs, out, slot * card.outputStride, card.outputs, doubleRate);
         ++slot;
     }
 }
 
 void DeviceManager::BuildPortMaps(const DeviceInfoStorage::CommandMap& cards)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(mDevices.mLocal.SampleRate);
     for (const auto& entry : cards) {
         const auto card = std::dynamic_pointer_cast<const IoInfoCard>(entry.second);
         if (entry.first == DeviceInfoStorage::LastSlot || card == nullptr) continue;
         const auto first = static_cast<std::uint16_t>(entry.first * PortsPerCard);
-        AddHardwarePorts(mLocal.Inputs, first, card->GetInputs(), doubleRate);
-        AddHardwarePorts(mLocal.Outputs, first, card->GetOutputs(), doubleRate);
+        AddHardwarePorts(mDevices.mLocal.Inputs, first, card->GetInputs(), doubleRate);
+        AddHardwarePorts(mDevices.mLocal.Outputs, first, card->GetOutputs(), doubleRate);
     }
 }
 
 void DeviceManager::BuildPortMaps(const IoInfoK2Mod& command)
 {
-    const bool doubleRate = SampleRates::IsDoubleRate(mLocal.SampleRate);
-    AddModulePorts(mLocal.Inputs, command.GetInputs(), doubleRate);
-    AddModulePorts(mLocal.Outputs, command.GetOutputs(), doubleRate);
+    const bool doubleRate = SampleRates::IsDoubleRate(mDevices.mLocal.SampleRate);
+    AddModulePorts(mDevices.mLocal.Inputs, command.GetInputs(), doubleRate);
+    AddModulePorts(mDevices.mLocal.Outputs, command.GetOutputs(), doubleRate);
 }
 
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type)
@@ -100,49 +100,49 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIG
                                       : RemoteDeviceType::FixedFormat;
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoInfo Hid " << hid << " Port " << PortText(port) << ":"
                                                          << std::uint32_t{command->GetType()} << "\n");
-    if (!mDeviceInfo.GetDevice(hid)) {
-        if (const DeviceRecord* record = mRemote.Find(hid)) updateType = ToRemoteDeviceType(record->Type);
-        if (hid == mLocal.Hid) {
-            updateType = ToRemoteDeviceType(mLocal.Type);
+    if (!mDevices.mDeviceInfo.GetDevice(hid)) {
+        if (const DeviceRecord* record = mDevices.mRemote.Find(hid)) updateType = ToRemoteDeviceType(record->Type);
+        if (hid == mDevices.mLocal.Hid) {
+            updateType = ToRemoteDeviceType(mDevices.mLocal.Type);
             BuildPortMaps(*command);
         }
-        mDeviceInfo.Emplace(hid, ToLinkType(updateType), command, 0);
+        mDevices.mDeviceInfo.Emplace(hid, ToLinkType(updateType), command, 0);
     }
     AUDIT_LOG(IODiscovery, "Send %s RemoteIoUpdate\r\n", updateType == RemoteDeviceType::AoIP ? "AoIP" : "FF");
     SendRemoteIoUpdate(updateType, hid);
     DeviceStateChange(hid, port, true, type);
-    DoActiveAudio(IsPrimaryPort(port));
+    DoActiveAudio(ToSide(port));
 }
 
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command->GetHid();
     const std::uint32_t slot = command->GetSlot();
-    const bool isPri = IsPrimaryPort(port);
+    const Side side = ToSide(port);
     const bool isLast = slot == DeviceInfoStorage::LastSlot;
-    const bool isLocal = hid == mLocal.Hid;
+    const bool isLocal = hid == mDevices.mLocal.Hid;
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoInfoCard Hid " << hid << " Slot " << slot << "\n");
     if (port == Routing::ORB_PORT) {
-        mOrbIoHid = hid;
+        mDevices.mOrbIoHid = hid;
     } else if (isLocal) {
-        mLocal.SetOnline(isPri, true);
+        mDevices.mLocal.SetOnline(side, true);
     }
-    if (mDeviceInfo.GetDevice(hid)) {
+    if (mDevices.mDeviceInfo.GetDevice(hid)) {
         AUDIT_STREAM(IODiscovery, "ModIO is complete " << FlagText(true) << "\n");
         if (!isLast) return;
         DeviceStateChange(hid, port, true, type);
-        if (port != Routing::ORB_PORT) DoActiveAudio(isPri);
+        if (port != Routing::ORB_PORT) DoActiveAudio(side);
         return;
     }
-    mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULAR_TYPE, command, slot);
+    mDevices.mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULAR_TYPE, command, slot);
     if (!isLast) return;
     if (isLocal) {
-        if (const auto cards = mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*cards);
+        if (const auto cards = mDevices.mDeviceInfo.GetIoInfoCard(hid)) BuildPortMaps(*cards);
     }
     AUDIT_STREAM(IODiscovery, "New Modular I/O box " << hid << "\n");
     if (port != Routing::ORB_PORT) {
         SendRemoteIoUpdate(RemoteDeviceType::Modular, hid);
-        DoActiveAudio(isPri);
+        DoActiveAudio(side);
     }
     DeviceStateChange(hid, port, true, type);
 }
@@ -150,14 +150,14 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command->GetHid();
-    if (!mDeviceInfo.GetDevice(hid)) {
-        if (hid == mLocal.Hid) BuildPortMaps(*command);
+    if (!mDevices.mDeviceInfo.GetDevice(hid)) {
+        if (hid == mDevices.mLocal.Hid) BuildPortMaps(*command);
         AUDIT_STREAM(IODiscovery, "New Korvo Module " << hid << "\n");
-        mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULE_TYPE, command, 0);
+        mDevices.mDeviceInfo.Emplace(hid, K2Heartbeat::K2_MODULE_TYPE, command, 0);
     }
     SendRemoteIoUpdate(RemoteDeviceType::Module, hid);
     DeviceStateChange(hid, port, true, type);
-    DoActiveAudio(IsPrimaryPort(port));
+    DoActiveAudio(ToSide(port));
 }
 
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT8GIGEPORT port, StreamType type)
@@ -172,7 +172,7 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT
 void DeviceManager::OrbRouterInfo(const RouterInfo& command)
 {
     const Hid hid = command.GetHid();
-    mHid = hid;
+    mDevices.mHid = hid;
     mIoService.post([this, hid] { LocalHidChanged(hid); });
     SendToOrb(IoInfoReq());
     EmplaceOrbRouter(command);
@@ -181,31 +181,31 @@ void DeviceManager::OrbRouterInfo(const RouterInfo& command)
 void DeviceManager::LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
-    const bool isPri = IsPrimaryPort(port);
-    if (mLocal.IsOnline(isPri)) {
+    const Side side = ToSide(port);
+    if (mDevices.mLocal.IsOnline(side)) {
         AUDIT_STREAM(RouterDiscovery, "Routing device already known on port " << PortText(port) << "\n");
         return;
     }
     AUDIT_STREAM(RouterDiscovery, "New Routing device " << hid << "\n");
     const std::uint32_t address = GetPortAddress(hid, port);
-    SendToOrb(RemoteRouterUpdate(command.GetType(), hid, address, mHid));
+    SendToOrb(RemoteRouterUpdate(command.GetType(), hid, address, mDevices.mHid));
     SendSelfInfo(port);
-    AddSlaveLinkDataRoute(hid, isPri);
-    if (!mRouterConnected) mComms->Connect(address, port, NetworkPorts::ROUTER_STREAM);
+    mRoutes.AddSlaveLinkDataRoute(hid, side);
+    if (!mDevices.mRouterConnected) mComms->Connect(address, port, NetworkPorts::ROUTER_STREAM);
     DeviceStateChange(hid, port, true, type);
 }
 
 void DeviceManager::EmplaceOrbRouter(const RouterInfo& command)
 {
     const Hid hid = MakeLinkHid(command.GetHid());
-    const auto inserted = mRemote.Insert(DeviceRecord(hid, K2Heartbeat::K2_ORB_TYPE, hid));
+    const auto inserted = mDevices.mRemote.Insert(DeviceRecord(hid, K2Heartbeat::K2_ORB_TYPE, hid));
     if (inserted.isNew) MarkInternal(*inserted.record);
 }
 
 void DeviceManager::MarkInternal(DeviceRecord& record)
 {
-    for (const bool isPri : {true, false}) {
-        LinkInfo& link = record.Link(isPri);
+    for (const Side side : BothSides) {
+        LinkInfo& link = record.Link(side);
         link.SetOnline(true);
         link.RemoteIp = UNIT_MASTER_CONTROL;
         link.Port = Routing::ORB_PORT;
@@ -218,25 +218,25 @@ void DeviceManager::ProcessIOCmd(std::shared_ptr<const IoSampleRateCapabilities>
 {
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoSampleRateCapabilities Current rate = "
                                   << command->GetSampleRate() << " Port " << PortText(port) << "\n");
-    mLocal.SampleRate = command->GetSampleRate();
-    mLocal.SampleRates = FirstRates(command->GetSampleRates());
+    mDevices.mLocal.SampleRate = command->GetSampleRate();
+    mDevices.mLocal.SampleRates = FirstRates(command->GetSampleRates());
 }
 
 void DeviceManager::OnIoInfoReq(std::shared_ptr<const IoInfoReq>, UINT8GIGEPORT port, StreamType type)
 {
     AUDIT_STREAM(IODiscovery, "Received IoInfoReq on " << PortText(port) << "\n");
-    if (mOrbIoHid == INVALID_HID) return;
-    const auto device = mDeviceInfo.GetDevice(mOrbIoHid);
+    if (mDevices.mOrbIoHid == INVALID_HID) return;
+    const auto device = mDevices.mDeviceInfo.GetDevice(mDevices.mOrbIoHid);
     if (!device) return;
     SendDescription(*device, port, type);
-    RequestGPIState(mOrbIoHid);
+    RequestGPIState(mDevices.mOrbIoHid);
 }
 
 void DeviceManager::OnIoInfoDevReq(std::shared_ptr<const IoInfoDevReq> command, UINT8GIGEPORT port, StreamType type)
 {
     AUDIT_STREAM(IODiscovery, "Received IoInfoDevReq on " << PortText(port) << "\n");
     const Hid hid = command->GetHid();
-    const auto device = mDeviceInfo.GetDevice(hid);
+    const auto device = mDevices.mDeviceInfo.GetDevice(hid);
     if (!device) return;
     if (K2Heartbeat::IsRoutingDevice(device->Type)) {
         AUDIT_STREAM(Fault, "DeviceManager::OnIoInfoDevReq: Device " << hid << " is a router\n");
@@ -260,28 +260,29 @@ void DeviceManager::OnRouterInfoReq(std::shared_ptr<const RouterInfoReq>, UINT8G
 
 void DeviceManager::OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType)
 {
-    if (IsLinkPort(port)) AddIoRoute(command->GetAddress(), port);
+    if (IsLinkPort(port)) mRoutes.AddIoRoute(command->GetAddress(), port);
     SendToOrb(*command);
 }
 
 void DeviceManager::SendSelfInfo(UINT8GIGEPORT port)
 {
-    mComms->SendLocal(RouterInfo(mHid, RemoteDeviceType::Hub, SlotCount, SlotCount, 0), port);
+    mComms->SendLocal(RouterInfo(mDevices.mHid, RemoteDeviceType::Hub, SlotCount, SlotCount, 0), port);
     if (port == Routing::ORB_PORT) return;
-    AUDIT_STREAM(IODiscovery, "SendSelfInfo ORB Internal IO at " << mOrbIoHid << "\n");
-    const DeviceRecord* record = mRemote.Find(mOrbIoHid);
+    AUDIT_STREAM(IODiscovery, "SendSelfInfo ORB Internal IO at " << mDevices.mOrbIoHid << "\n");
+    const DeviceRecord* record = mDevices.mRemote.Find(mDevices.mOrbIoHid);
     if (record == nullptr) {
         AUDIT_LOG(Information, "SendSelfInfo Failed to find internal IO to report\r\n");
         return;
     }
-    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mOrbIoHid, mLocal.Link(IsPrimaryPort(port)).LocalIp,
-                                     mHid, record->SampleRate, record->SampleRates),
+    mComms->SendLocal(RemoteIoUpdate(RemoteDeviceType::Modular, mDevices.mOrbIoHid,
+                                     mDevices.mLocal.Link(ToSide(port)).LocalIp, mDevices.mHid, record->SampleRate,
+                                     record->SampleRates),
                       port);
 }
 
 void DeviceManager::SendRemoteIoUpdate(RemoteDeviceType type, Hid hid)
 {
-    const DeviceRecord* record = GetDeviceRecord(hid);
+    const DeviceRecord* record = mDevices.GetDeviceRecord(hid);
     if (record == nullptr) {
         AUDIT_STREAM(Fault, "SendRemoteIoUpdate Could Not Find Device " << hid << "\n");
         return;
@@ -289,21 +290,21 @@ void DeviceManager::SendRemoteIoUpdate(RemoteDeviceType type, Hid hid)
     const std::uint32_t address = record->ActiveRemoteIp();
     AUDIT_STREAM(RouterDiscovery, "SendRemoteIoUpdate Hid " << hid << "Type " << ToLinkType(type) << " Address "
                                                             << AddressText(address) << "\n");
-    SendToOrb(RemoteIoUpdate(type, hid, address, mHid, record->SampleRate, record->SampleRates));
+    SendToOrb(RemoteIoUpdate(type, hid, address, mDevices.mHid, record->SampleRate, record->SampleRates));
 }
 
 void DeviceManager::SendToConnectedRoutingDevice(const DeskCommand& command)
 {
-    if (!mLocal.IsRoutingDevice()) return;
+    if (!mDevices.mLocal.IsRoutingDevice()) return;
     AUDIT_LOG(RouterCmdDebug, "Sending command %u to connected routing device.\n", command.GetCommandId());
     for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
-        if (mLocal.IsOnline(IsPrimaryPort(port))) mComms->SendLocal(command, port);
+        if (mDevices.mLocal.IsOnline(ToSide(port))) mComms->SendLocal(command, port);
 }
 
-void DeviceManager::DoActiveAudio(bool isPri)
+void DeviceManager::DoActiveAudio(Side side)
 {
-    AUDIT_STREAM(IODiscovery, "DoActiveAudio, Pri: " << FlagText(isPri) << "\n");
-    if (isPri) {
+    AUDIT_STREAM(IODiscovery, "DoActiveAudio, Pri: " << FlagText(IsPrimary(side)) << "\n");
+    if (IsPrimary(side)) {
         AUDIT_LOG(Information, "Sending IoActiveRouter on primary port\r\n");
         mComms->SendLocal(IoActiveRouter(), Routing::PRIMARY_PORT);
         return;
@@ -318,14 +319,14 @@ void DeviceManager::DoActiveAudio(bool isPri)
 
 void DeviceManager::RequestGPIState(Hid hid)
 {
-    if (hid == mLocal.Hid) {
+    if (hid == mDevices.mLocal.Hid) {
         AUDIT_STREAM(GPIODebug, "RequestGPIState For Local Box " << hid << "\n");
-        for (const bool isPri : {true, false}) {
-            if (!mLocal.IsOnline(isPri)) continue;
-            mComms->SendLocal(GpiInfoRequest(), mLocal.Link(isPri).Port);
+        for (const Side side : BothSides) {
+            if (!mDevices.mLocal.IsOnline(side)) continue;
+            mComms->SendLocal(GpiInfoRequest(), mDevices.mLocal.Link(side).Port);
             return;
         }
-    } else if (hid == mOrbIoHid) {
+    } else if (hid == mDevices.mOrbIoHid) {
         AUDIT_STREAM(GPIODebug, "RequestGPIState For Orb IO " << hid << "\n");
         SendToOrb(GpiInfoRequest());
     } else {

@@ -62,26 +62,26 @@ void DeviceManager::OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t local
                                   << " Rem IP " << AddressText(remoteIp) << " Link Type " << type << "\n");
     if (!IsLinkPort(port)) return;
     if (localIp != 0) {
-        mLinks[port] = {localIp, remoteGigE, remoteIp, hid, type};
+        mDevices.mLinks[port] = {localIp, remoteGigE, remoteIp, hid, type};
         LinkUp(port);
     } else {
-        mLinks[port] = {};
+        mDevices.mLinks[port] = {};
         LinkDown(port, type);
     }
 }
 
 NeighbourRules::Local DeviceManager::GetLocal() const
 {
-    return {mLocal.Hid, mLocal.Type, mLocal.Pri.IsOnline()};
+    return {mDevices.mLocal.Hid, mDevices.mLocal.Type, mDevices.mLocal.Pri.IsOnline()};
 }
 
 void DeviceManager::LinkUp(UINT8GIGEPORT port)
 {
-    switch (NeighbourRules::OfLink(port, mLinks[port], GetLocal())) {
+    switch (NeighbourRules::OfLink(port, mDevices.mLinks[port], GetLocal())) {
     case Neighbour::Refused:
-        AUDIT_STREAM(Fault, "Secondary port HID " << mLinks[port].hid << "does not match primary port HID "
-                                                  << mLocal.Hid << "\n");
-        mLocal.MixedHid = true;
+        AUDIT_STREAM(Fault, "Secondary port HID " << mDevices.mLinks[port].hid << "does not match primary port HID "
+                                                  << mDevices.mLocal.Hid << "\n");
+        mDevices.mLocal.MixedHid = true;
         SendToOrb(SornMixedHIDError(true));
         break;
     case Neighbour::Next:
@@ -99,15 +99,15 @@ void DeviceManager::LinkUp(UINT8GIGEPORT port)
 void DeviceManager::UseLink(UINT8GIGEPORT port)
 {
     TakeFromLink(port);
-    if (mLocal.Type != K2Heartbeat::K2_ROUTER_TYPE) {
+    if (mDevices.mLocal.Type != K2Heartbeat::K2_ROUTER_TYPE) {
         // A router whose stream never came up leaves no end of one.
-        if (mRouterConnected) PostNetworkConnection(false);
-        mRouterConnected = false;
-        mComms->Connect(mLinks[port].remoteIp, port, NetworkPorts::LOCAL_STREAM);
+        if (mDevices.mRouterConnected) PostNetworkConnection(false);
+        mDevices.mRouterConnected = false;
+        mComms->Connect(mDevices.mLinks[port].remoteIp, port, NetworkPorts::LOCAL_STREAM);
         return;
     }
     PostNetworkConnection(true);
-    mRouterConnected = true;
+    mDevices.mRouterConnected = true;
     // A router opens the stream itself, and may do so before its first heartbeat.
     if (mLocalStreams[port] == LocalStream::Unused) OnLocalLinkUp(port);
 }
@@ -115,19 +115,20 @@ void DeviceManager::UseLink(UINT8GIGEPORT port)
 /// A device that takes the primary link may have been refused on the secondary, or been replaced there.
 void DeviceManager::UseOtherLink(UINT8GIGEPORT port)
 {
-    const LinkReport& secondary = mLinks[Routing::SECONDARY_PORT];
-    if (!IsPrimaryPort(port) || !secondary.IsUp() || secondary.hid != mLocal.Hid) return;
+    const LinkReport& secondary = mDevices.mLinks[Routing::SECONDARY_PORT];
+    if (!IsPrimaryPort(port) || !secondary.IsUp() || secondary.hid != mDevices.mLocal.Hid) return;
     UseLink(Routing::SECONDARY_PORT);
 }
 
 void DeviceManager::TakeFromLink(UINT8GIGEPORT port)
 {
-    const LinkReport& report = mLinks[port];
+    const LinkReport& report = mDevices.mLinks[port];
     // What it said while it was not the local device has built no port maps.
-    if (report.hid != mLocal.Hid && mDeviceInfo.GetDevice(report.hid)) mDeviceInfo.EraseDeviceInfo(report.hid);
-    mLocal.Type = report.type;
-    mLocal.Hid = report.hid;
-    LinkInfo& link = mLocal.Link(IsPrimaryPort(port));
+    if (report.hid != mDevices.mLocal.Hid && mDevices.mDeviceInfo.GetDevice(report.hid))
+        mDevices.mDeviceInfo.EraseDeviceInfo(report.hid);
+    mDevices.mLocal.Type = report.type;
+    mDevices.mLocal.Hid = report.hid;
+    LinkInfo& link = mDevices.mLocal.Link(ToSide(port));
     link.LocalIp = report.localIp;
     link.RemoteIp = report.remoteIp;
     link.Port = port;
@@ -137,8 +138,8 @@ void DeviceManager::TakeFromLink(UINT8GIGEPORT port)
 
 void DeviceManager::EndMixedHid()
 {
-    if (!mLocal.MixedHid) return;
-    mLocal.MixedHid = false;
+    if (!mDevices.mLocal.MixedHid) return;
+    mDevices.mLocal.MixedHid = false;
     SendToOrb(SornMixedHIDError(false));
 }
 
@@ -146,28 +147,28 @@ void DeviceManager::EndMixedHid()
 void DeviceManager::ReplaceLocal()
 {
     if (IsLocalInUse()) {
-        AUDIT_STREAM(Information, "Local device " << mLocal.Hid << "is replaced\n");
+        AUDIT_STREAM(Information, "Local device " << mDevices.mLocal.Hid << "is replaced\n");
         EndLocal();
-    } else if (mLocal.Sec.IsOnline()) {
+    } else if (mDevices.mLocal.Sec.IsOnline()) {
         // The Orb router does not know it, but by the port maps of an earlier box it may have been patched.
-        PostDeviceChange(mIoService, *this, mLocal.Hid, Routing::SECONDARY_PORT, false, StreamType::LOCAL_LINK);
+        PostDeviceChange(mIoService, *this, mDevices.mLocal.Hid, Routing::SECONDARY_PORT, false,
+                         StreamType::LOCAL_LINK);
     }
     // The check, the addresses and a stream that are left belong to the old device.
     for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-        mLocal.SetOnline(IsPrimaryPort(link), false);
+        mDevices.mLocal.SetOnline(ToSide(link), false);
         if (mLocalStreams[link] == LocalStream::Used) mLocalStreams[link] = LocalStream::Unused;
     }
-    mLocal.AUUnderway = {};
-    mLocal.AUDone = {};
+    mDevices.mLocal.Checks = {};
 }
 
 /// Whether the end of the local device has to be reported. A box whose only stream is on the secondary link has not
 /// been reported before its description.
 bool DeviceManager::IsLocalInUse() const
 {
-    if (mDeviceInfo.GetDevice(mLocal.Hid)) return true;
+    if (mDevices.mDeviceInfo.GetDevice(mDevices.mLocal.Hid)) return true;
     if (mLocalStreams[Routing::PRIMARY_PORT] == LocalStream::Used) return true;
-    return mLocal.IsRoutingDevice() && mLocalStreams[Routing::SECONDARY_PORT] == LocalStream::Used;
+    return mDevices.mLocal.IsRoutingDevice() && mLocalStreams[Routing::SECONDARY_PORT] == LocalStream::Used;
 }
 
 /// As if the last link of the local device ended.
@@ -175,7 +176,7 @@ void DeviceManager::EndLocal()
 {
     for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
         const bool hadStream = mLocalStreams[port] == LocalStream::Used;
-        if (!hadStream && !mLocal.IsOnline(IsPrimaryPort(port))) continue;
+        if (!hadStream && !mDevices.mLocal.IsOnline(ToSide(port))) continue;
         mLocalStreams[port] = LocalStream::Down;
         if (hadStream && port == Routing::SECONDARY_PORT) CloseStreams(port);
         OnLocalLinkGone(port, StreamType::LOCAL_LINK);
@@ -185,21 +186,21 @@ void DeviceManager::EndLocal()
 void DeviceManager::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
 {
     if (mLocalStreams[port] == LocalStream::Unused) mLocalStreams[port] = LocalStream::Down;
-    if (port == Routing::SECONDARY_PORT && mLocal.MixedHid) {
+    if (port == Routing::SECONDARY_PORT && mDevices.mLocal.MixedHid) {
         EndMixedHid();
         return;
     }
     // A neighbour that only stopped beating keeps its type here, and with it its software check.
-    if (type == K2Heartbeat::K2_NO_TYPE) mLocal.ResetAUInfo(LocalDevice::AUIndex(port));
+    if (type == K2Heartbeat::K2_NO_TYPE) mDevices.mLocal.ResetAUInfo(ToLinkIndex(port));
     CloseStreams(port);
 }
 
 void DeviceManager::CloseStreams(UINT8GIGEPORT port)
 {
     mComms->Disconnect(port);
-    if (!mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
+    if (!mDevices.mRouterConnected && mDevices.mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
         AUDIT_LOG(Information, "Shut down slave link to local hub\r\n");
-        mComms->Disconnect(GetPortAddress(mLocal.Hid, port), StreamType::SLAVE_LINK);
+        mComms->Disconnect(GetPortAddress(mDevices.mLocal.Hid, port), StreamType::SLAVE_LINK);
     }
 }
 
@@ -257,68 +258,70 @@ void DeviceManager::OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool
 
 void DeviceManager::OnLocalLinkUp(UINT8GIGEPORT port)
 {
-    const Neighbour neighbour = NeighbourRules::OfStream(port, mLinks[port], GetLocal());
+    const Neighbour neighbour = NeighbourRules::OfStream(port, mDevices.mLinks[port], GetLocal());
     mLocalStreams[port] = LocalStream::Unused;
     if (neighbour == Neighbour::Unknown) {
         AUDIT_LOG(Fault, "Valid incoming stream with no local device\r\n");
         return;
     }
     if (neighbour == Neighbour::Refused) {
-        AUDIT_STREAM(Information,
-                     "The stream of " << mLinks[port].hid << "is not used, the local device is " << mLocal.Hid << "\n");
+        AUDIT_STREAM(Information, "The stream of " << mDevices.mLinks[port].hid << "is not used, the local device is "
+                                                   << mDevices.mLocal.Hid << "\n");
         return;
     }
     if (neighbour == Neighbour::Next) ReplaceLocal();
     mLocalStreams[port] = LocalStream::Used;
     // The end of an earlier stream may have cleared what the link layer reported, which it does not repeat.
     TakeFromLink(port);
-    const bool isRouter = mLocal.Type == K2Heartbeat::K2_ROUTER_TYPE;
-    if (isRouter != mRouterConnected) PostNetworkConnection(isRouter);
-    mRouterConnected = isRouter;
+    const bool isRouter = mDevices.mLocal.Type == K2Heartbeat::K2_ROUTER_TYPE;
+    if (isRouter != mDevices.mRouterConnected) PostNetworkConnection(isRouter);
+    mDevices.mRouterConnected = isRouter;
     RequestInfo(port);
     if (neighbour == Neighbour::Next) UseOtherLink(port);
 }
 
 void DeviceManager::RequestInfo(UINT8GIGEPORT port)
 {
-    const bool isPri = IsPrimaryPort(port);
-    if (mLocal.IsRoutingDevice()) {
+    const Side side = ToSide(port);
+    if (mDevices.mLocal.IsRoutingDevice()) {
         AUDIT_LOG(RouterDiscovery, "Incoming local router KLV stream, requesting info\r\n");
-        if (mLocal.Type != K2Heartbeat::K2_HUB_TYPE || mLocal.AUUnderway[isPri]) {
+        if (mDevices.mLocal.Type != K2Heartbeat::K2_HUB_TYPE ||
+            mDevices.mLocal.Check(side) == SoftwareCheck::UnderWay) {
             mComms->SendLocal(RouterInfoReq(), port);
         } else {
             AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(isPri, HubKind, RoutingMethod, MakeHubHid(mLocal.Hid, isPri));
+            RequestCheck(side, HubKind, RoutingMethod, MakeHubHid(mDevices.mLocal.Hid, IsPrimary(side)));
         }
-    } else if (mLocal.IsIoDevice()) {
+    } else if (mDevices.mLocal.IsIoDevice()) {
         AUDIT_LOG(RouterConnectionDebug,
                   "DeviceManager::OnLocalLinkChanged Local IO box KLV stream online: HID = %lu\r\n",
-                  static_cast<unsigned long>(mLocal.Hid));
-        if (mLocal.IsAUDone()) {
+                  static_cast<unsigned long>(mDevices.mLocal.Hid));
+        if (mDevices.mLocal.IsAUDone()) {
             AUDIT_LOG(IODiscovery, "%s",
-                      IsExtendedIoHid(mLocal.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
+                      IsExtendedIoHid(mDevices.mLocal.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
             SendIoInfoReq(port);
-        } else if (mLocal.IsAUUnderway()) {
+        } else if (mDevices.mLocal.IsAUUnderway()) {
             AUDIT_LOG(Information, "Software check underway\r\n");
         } else {
             AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(isPri, GetIoCheckKind(mLocal.Type, mLocal.Hid), IoMethod, mLocal.Hid);
+            RequestCheck(side, GetIoCheckKind(mDevices.mLocal.Type, mDevices.mLocal.Hid), IoMethod,
+                         mDevices.mLocal.Hid);
         }
-        mLocal.SetOnline(isPri, true);
+        mDevices.mLocal.SetOnline(side, true);
     }
 }
 
-void DeviceManager::RequestCheck(bool isPri, std::uint8_t kind, std::uint8_t method, Hid hid)
+void DeviceManager::RequestCheck(Side side, std::uint8_t kind, std::uint8_t method, Hid hid)
 {
     DevicesToCheckAndUpdateCmd request(AddressText(UNIT_MODULE));
-    request.AddDevice(AddressText(mLocal.Link(isPri).RemoteIp), kind, method, hid, CheckEnabled);
+    request.AddDevice(AddressText(mDevices.mLocal.Link(side).RemoteIp), kind, method, hid, CheckEnabled);
     mComms->SendUpdate(request);
-    mLocal.AUUnderway[isPri] = true;
+    mDevices.mLocal.Check(side) = SoftwareCheck::UnderWay;
 }
 
 void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
 {
-    if (IsExtendedIoHid(mLocal.Hid)) {
+    if (IsExtendedIoHid(mDevices.mLocal.Hid)) {
         mComms->SendLocal(IoInfoReqEx(1), port);
     } else {
         mComms->SendLocal(IoInfoReq(), port);
@@ -327,14 +330,15 @@ void DeviceManager::SendIoInfoReq(UINT8GIGEPORT port)
 
 void DeviceManager::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
 {
-    const Hid hid = mLocal.Hid;
-    mLocal.SetOnline(IsPrimaryPort(port), false);
-    AUDIT_STREAM(Information, "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << mLocal << "\n");
+    const Hid hid = mDevices.mLocal.Hid;
+    mDevices.mLocal.SetOnline(ToSide(port), false);
+    AUDIT_STREAM(Information,
+                 "DeviceManager::OnLocalLinkChanged Local Device Link Offline " << mDevices.mLocal << "\n");
     // The first of two ends has forgotten a routing device that had not been described on its other link.
     if (hid == INVALID_HID) return;
-    if (mLocal.IsRoutingDevice()) {
+    if (mDevices.mLocal.IsRoutingDevice()) {
         LocalRouterGone(port, type);
-    } else if (mLocal.IsOffline() && mLocal.Type != K2Heartbeat::K2_NO_TYPE) {
+    } else if (mDevices.mLocal.IsOffline() && mDevices.mLocal.Type != K2Heartbeat::K2_NO_TYPE) {
         LocalIoGone();
     }
     DeviceStateChange(hid, port, false, type);
@@ -342,38 +346,39 @@ void DeviceManager::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
 
 void DeviceManager::LocalRouterGone(UINT8GIGEPORT port, StreamType type)
 {
-    mLocal.AUDone[IsPrimaryPort(port)] = false;
-    for (const Hid remote : mRemote.GetHids()) {
-        const DeviceRecord& record = *mRemote.Find(remote);
+    SoftwareCheck& check = mDevices.mLocal.Check(ToSide(port));
+    if (check == SoftwareCheck::Passed) check = SoftwareCheck::None;
+    for (const Hid remote : mDevices.mRemote.GetHids()) {
+        const DeviceRecord& record = *mDevices.mRemote.Find(remote);
         AUDIT_STREAM(Information, "Remote Device Link Offline " << record << "\n");
-        if (!mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
+        if (!mDevices.mRouterConnected && mDevices.mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
             AUDIT_LOG(Information, "Shut down slave link for \r\n");
             mComms->Disconnect(GetPortAddress(remote, port), StreamType::SLAVE_LINK);
         }
-        if (IsOwnDevice(remote)) continue;
+        if (mDevices.IsOwnDevice(remote)) continue;
         DeviceStateChange(remote, port, false, type);
         if (!record.IsOffline()) continue;
         ReportRemoteGone(record.Type, remote);
         AUDIT_LOG(RouterDiscovery, "Erasing Remote Device\r\n");
-        mDeviceInfo.EraseDeviceInfo(remote);
-        mRemote.Erase(remote);
+        mDevices.mDeviceInfo.EraseDeviceInfo(remote);
+        mDevices.mRemote.Erase(remote);
     }
-    if (!mLocal.IsOffline()) return;
-    const Hid hid = mLocal.Hid;
-    mLocal.Hid = INVALID_HID;
+    if (!mDevices.mLocal.IsOffline()) return;
+    const Hid hid = mDevices.mLocal.Hid;
+    mDevices.mLocal.Hid = INVALID_HID;
     AUDIT_LOG(RouterConnectionDebug, "LOCAL ROUTER OFFLINE UPDATE ORB\r\n");
-    SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(mLocal.Type), hid, 0, 0));
+    SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(mDevices.mLocal.Type), hid, 0, 0));
     PostNetworkConnection(false);
-    mRouterConnected = false;
+    mDevices.mRouterConnected = false;
 }
 
 void DeviceManager::LocalIoGone()
 {
     AUDIT_LOG(IODebug, "LOCAL IO OFFLINE UPDATE ORB\r\n");
-    SendToOrb(
-        RemoteIoUpdate(ToRemoteDeviceType(mLocal.Type), mLocal.Hid, 0, mHid, mLocal.SampleRate, mLocal.SampleRates));
-    mDeviceInfo.EraseDeviceInfo(mLocal.Hid);
-    mLocal.Type = K2Heartbeat::K2_NO_TYPE;
+    SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(mDevices.mLocal.Type), mDevices.mLocal.Hid, 0, mDevices.mHid,
+                             mDevices.mLocal.SampleRate, mDevices.mLocal.SampleRates));
+    mDevices.mDeviceInfo.EraseDeviceInfo(mDevices.mLocal.Hid);
+    mDevices.mLocal.Type = K2Heartbeat::K2_NO_TYPE;
 }
 
 void DeviceManager::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid)
@@ -383,15 +388,15 @@ void DeviceManager::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address
     if (!valid) return;
     // Whoever is at the far end of a data link has internal I/O of its own.
     mComms->SendSlave(IoInfoReq(), address);
-    if (!mRouterConnected) RequestPendingDescriptions(port, address);
+    if (!mDevices.mRouterConnected) RequestPendingDescriptions(port, address);
 }
 
 /// What was reported before the data link of its owner was up could not be asked for its description.
 void DeviceManager::RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address)
 {
-    for (const Hid hid : mRemote.GetHids()) {
-        const DeviceRecord& record = *mRemote.Find(hid);
-        if (record.Link(IsPrimaryPort(port)).DescriptionPending && GetPortAddress(record.Owner, port) == address)
+    for (const Hid hid : mDevices.mRemote.GetHids()) {
+        const DeviceRecord& record = *mDevices.mRemote.Find(hid);
+        if (record.Link(ToSide(port)).DescriptionPending && GetPortAddress(record.Owner, port) == address)
             mComms->SendSlave(IoInfoDevReq(hid), address);
     }
 }
@@ -417,78 +422,41 @@ void DeviceManager::OnDeviceCheckResults(std::shared_ptr<const DeviceCheckResult
         mComms->Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, NetworkPorts::LOCAL_STREAM);
         return;
     }
-    const std::string primary = AddressText(mLocal.Pri.RemoteIp);
+    const std::string primary = AddressText(mDevices.mLocal.Pri.RemoteIp);
     AUDIT_STREAM(IODiscovery, "Local Device " << primary << ":" << address << "\n");
-    const bool isPri = address == primary;
-    const UINT8GIGEPORT port = isPri ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT;
+    const Side side = address == primary ? Side::Primary : Side::Secondary;
+    const UINT8GIGEPORT port = ToPort(side);
     // The result of a device that is refused there, or was replaced, lets nobody else in.
-    if (IsOtherOn(port)) return;
-    mLocal.AUDone[isPri] = true;
-    mLocal.AUUnderway[isPri] = false;
-    if (mLocal.IsRoutingDevice()) {
+    if (mDevices.IsOtherOn(port)) return;
+    mDevices.mLocal.Check(side) = SoftwareCheck::Passed;
+    if (mDevices.mLocal.IsRoutingDevice()) {
         mComms->SendLocal(RouterInfoReq(), port);
-    } else if (mLocal.IsIoDevice()) {
+    } else if (mDevices.mLocal.IsIoDevice()) {
         for (const UINT8GIGEPORT link : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
-            if (!IsOtherOn(link)) SendIoInfoReq(link);
-        mLocal.AUUnderway = {};
+            if (!mDevices.IsOtherOn(link)) SendIoInfoReq(link);
+        for (SoftwareCheck& check : mDevices.mLocal.Checks)
+            if (check == SoftwareCheck::UnderWay) check = SoftwareCheck::None;
     }
-}
-
-/// Whether another device than the local one is at the end of a cable.
-bool DeviceManager::IsOtherOn(UINT8GIGEPORT port) const
-{
-    return mLocal.Hid != INVALID_HID && mLinks[port].IsUp() && mLinks[port].hid != mLocal.Hid;
 }
 
 void DeviceManager::DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type)
 {
-    const bool isPri = IsPrimaryPort(port);
+    const Side side = ToSide(port);
     AUDIT_STREAM(IODiscovery, "DeviceStateChange " << hid << " GigE " << PortText(port)
                                                    << (online ? " Online\r\n" : " Offline\r\n"));
     PostDeviceChange(mIoService, *this, hid, port, online, type);
-    SendToOrb(RemoteCableStateCmd(hid, isPri, online));
-    if (!LinkOnline(hid, !isPri)) {
+    SendToOrb(RemoteCableStateCmd(hid, IsPrimary(side), online));
+    if (!mDevices.LinkOnline(hid, OtherSide(side))) {
         if (online) {
-            StartCableCheck(hid, port);
+            mCableChecks.Start(hid, OtherSide(side));
         } else {
-            SendToOrb(RemoteCableStateCmd(hid, !isPri, false));
+            SendToOrb(RemoteCableStateCmd(hid, !IsPrimary(side), false));
         }
     }
-    if (DeviceRecord* record = GetDeviceRecord(hid)) {
-        record->SetOnline(isPri, online);
-        record->Link(isPri).DescriptionPending = false;
+    if (DeviceRecord* record = mDevices.GetDeviceRecord(hid)) {
+        record->SetOnline(side, online);
+        record->Link(side).DescriptionPending = false;
     }
-}
-
-void DeviceManager::StartCableCheck(Hid hid, UINT8GIGEPORT port)
-{
-    if (mCableChecks.size() >= mLimits.cableChecks) {
-        if (!mCableCheckLimitReported)
-            AUDIT_LOG(Fault, "Too many cable checks are pending (%lu), further ones are left out\n",
-                      static_cast<unsigned long>(mCableChecks.size()));
-        mCableCheckLimitReported = true;
-        return;
-    }
-    auto timer = std::make_shared<boost::asio::steady_timer>(mIoService);
-    timer->expires_after(mDelays.cableCheck);
-    // The list alone owns the timer, so that nothing but this object ends it; the handler only finds the entry by it.
-    timer->async_wait(
-        [this, wanted = timer.get()](const boost::system::error_code& error) { DelayedCableCheck(error, wanted); });
-    mCableChecks.push_back({hid, port, std::move(timer)});
-}
-
-void DeviceManager::DelayedCableCheck(const boost::system::error_code& error, const boost::asio::steady_timer* timer)
-{
-    if (error) AUDIT_STREAM(IODiscovery, "DelayedCableCheck: timer error '" << error.message() << "'\n");
-    // Timers end in the order in which they were started, so the search ends at the front.
-    const auto check = std::find_if(mCableChecks.begin(), mCableChecks.end(),
-                                    [timer](const CableCheck& entry) { return entry.timer.get() == timer; });
-    if (check == mCableChecks.end()) return;
-    const bool otherIsPri = !IsPrimaryPort(check->port);
-    AUDIT_STREAM(IODiscovery,
-                 "DelayedCableCheck: for Hid: " << check->hid << ", port: " << (otherIsPri ? "Pri" : "Sec") << "\n");
-    if (!LinkOnline(check->hid, otherIsPri)) SendToOrb(RemoteCableStateCmd(check->hid, otherIsPri, false));
-    mCableChecks.erase(check);
 }
 
 void DeviceManager::ReportRemoteGone(K2Heartbeat::LinkType type, Hid hid)
@@ -496,7 +464,7 @@ void DeviceManager::ReportRemoteGone(K2Heartbeat::LinkType type, Hid hid)
     if (K2Heartbeat::IsRoutingDevice(type)) {
         SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(type), hid, 0, 0));
     } else if (K2Heartbeat::IsIoDevice(type)) {
-        SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(type), hid, 0, mHid));
+        SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(type), hid, 0, mDevices.mHid));
     }
 }
 

@@ -66,23 +66,23 @@ void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> comma
 void DeviceManager::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
-    const bool isPri = IsPrimaryPort(port);
+    const Side side = ToSide(port);
     const bool fromOrb = port == Routing::ORB_PORT;
     bool tellOrb = !fromOrb;
-    if (DeviceRecord* record = mRemote.Find(hid)) {
+    if (DeviceRecord* record = mDevices.mRemote.Find(hid)) {
         DeviceStateChange(hid, port, false, type);
-        record->SetOnline(isPri, false);
-        if (fromOrb) record->SetOnline(!isPri, false);
+        record->SetOnline(side, false);
+        if (fromOrb) record->SetOnline(OtherSide(side), false);
         if (record->IsOffline()) {
-            mRemote.Erase(hid);
-            mDeviceInfo.EraseDeviceInfo(hid);
+            mDevices.mRemote.Erase(hid);
+            mDevices.mDeviceInfo.EraseDeviceInfo(hid);
         } else {
             tellOrb = false;
         }
     } else {
         AUDIT_STREAM(Fault, "RemoteIoUpdate Can't find remote device to remove" << command.GetOwner());
     }
-    const RemoteIoUpdate removal = WithOwner(command, 0, mHid);
+    const RemoteIoUpdate removal = WithOwner(command, 0, mDevices.mHid);
     if (tellOrb) SendToOrb(removal);
     if (fromOrb) SendToConnectedRoutingDevice(removal);
 }
@@ -90,30 +90,30 @@ void DeviceManager::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT po
 void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
-    const bool isPri = IsPrimaryPort(port);
+    const Side side = ToSide(port);
     const bool fromOrb = port == Routing::ORB_PORT;
     if (fromOrb) {
-        if (mRemote.Find(hid) == nullptr && !EmplaceOrbInternalIO(command)) return;
+        if (mDevices.mRemote.Find(hid) == nullptr && !EmplaceOrbInternalIO(command)) return;
     } else {
         DeviceRecord device(hid, ToLinkType(command.GetType()), command.GetOwner());
         device.SampleRate = command.GetSampleRate();
         device.SampleRates = FirstRates(command.GetSampleRates());
-        DeviceRecord* record = mRemote.Insert(std::move(device)).record;
+        DeviceRecord* record = mDevices.mRemote.Insert(std::move(device)).record;
         if (record == nullptr) return;
-        LinkInfo& link = record->Link(isPri);
+        LinkInfo& link = record->Link(side);
         link.RemoteIp = command.GetAddress();
         link.Port = port;
-        link.RemoteGigE = mLocal.Link(isPri).RemoteGigE;
+        link.RemoteGigE = mDevices.mLocal.Link(side).RemoteGigE;
         link.SetOnline(true);
-        link.DescriptionPending = !mRouterConnected;
-        AddIoRoute(command.GetAddress(), port);
+        link.DescriptionPending = !mDevices.mRouterConnected;
+        mRoutes.AddIoRoute(command.GetAddress(), port);
     }
-    if (!mRouterConnected) {
+    if (!mDevices.mRouterConnected) {
         // The description comes back over the data link, and the Orb router is told then.
         if (!fromOrb) mComms->SendSlave(IoInfoDevReq(hid), GetPortAddress(command.GetOwner(), port));
         return;
     }
-    const RemoteIoUpdate update = WithOwner(command, command.GetAddress(), mHid);
+    const RemoteIoUpdate update = WithOwner(command, command.GetAddress(), mDevices.mHid);
     if (fromOrb) {
         SendToConnectedRoutingDevice(update);
     } else {
@@ -129,7 +129,7 @@ bool DeviceManager::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
     device.SampleRates = FirstRates(command.GetSampleRates());
     AUDIT_STREAM(Information,
                  "EmplaceOrbInternalIO SR " << device.SampleRate << ":" << RatesText(device.SampleRates) << "\n");
-    const auto inserted = mRemote.Insert(std::move(device));
+    const auto inserted = mDevices.mRemote.Insert(std::move(device));
     if (inserted.isNew) MarkInternal(*inserted.record);
     return inserted.record != nullptr;
 }
@@ -140,10 +140,10 @@ void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdat
     if (!IsFromPort(port)) return;
     const Hid hid = command->GetHid();
     AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << hid << "\n");
-    if (hid == mHid) {
+    if (hid == mDevices.mHid) {
         std::ostringstream text;
-        text << "RemoteRouterUpdate is about us (Hid: " << mHid << "\n";
-        AuditAssertFailed(__FILE__, __LINE__, "Cmd->GetHid() != mHid", text.str());
+        text << "RemoteRouterUpdate is about us (Hid: " << mDevices.mHid << "\n";
+        AuditAssertFailed(__FILE__, __LINE__, "Cmd->GetHid() != mDevices.mHid", text.str());
         return;
     }
     if (!IsRoutingRemoteType(command->GetType())) return;
@@ -158,44 +158,45 @@ void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdat
 void DeviceManager::RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
-    for (const Hid owned : mRemote.GetOwnedBy(hid)) {
-        const DeviceRecord& record = *mRemote.Find(owned);
+    for (const Hid owned : mDevices.mRemote.GetOwnedBy(hid)) {
+        const DeviceRecord& record = *mDevices.mRemote.Find(owned);
         if (!record.IsIoDevice()) continue;
         DeviceStateChange(owned, port, false, StreamType::LOCAL_LINK);
         if (!record.IsOffline()) continue;
         ReportRemoteGone(record.Type, owned);
-        mDeviceInfo.EraseDeviceInfo(owned);
-        mRemote.Erase(owned);
+        mDevices.mDeviceInfo.EraseDeviceInfo(owned);
+        mDevices.mRemote.Erase(owned);
     }
-    if (!mRouterConnected) mComms->Disconnect(GetPortAddress(hid, port), StreamType::SLAVE_LINK);
+    if (!mDevices.mRouterConnected) mComms->Disconnect(GetPortAddress(hid, port), StreamType::SLAVE_LINK);
     DeviceStateChange(hid, port, false, type);
-    DeviceRecord* record = mRemote.Find(hid);
+    DeviceRecord* record = mDevices.mRemote.Find(hid);
     if (record == nullptr) return;
-    record->SetOnline(IsPrimaryPort(port), false);
+    record->SetOnline(ToSide(port), false);
     if (!record->IsOffline()) return;
-    mRemote.Erase(hid);
-    DeleteSlaveRoute(hid);
+    mDevices.mRemote.Erase(hid);
+    mRoutes.DeleteSlaveRoute(hid);
     SendToOrb(command);
 }
 
 void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
-    const bool isPri = IsPrimaryPort(port);
-    DeviceRecord* record = mRemote.Find(hid);
+    const Side side = ToSide(port);
+    DeviceRecord* record = mDevices.mRemote.Find(hid);
     if (record == nullptr) {
         const K2Heartbeat::LinkType linkType = ToLinkType(command.GetType());
         AUDIT_STREAM(RouterDiscovery, "Emplace new remote router device " << linkType << "\n");
-        record = mRemote.Insert(DeviceRecord(hid, linkType, hid)).record;
+        record = mDevices.mRemote.Insert(DeviceRecord(hid, linkType, hid)).record;
         if (record == nullptr) return;
     }
-    if (record->IsOnline(isPri)) return;
-    AddSlaveLinkDataRoute(hid, isPri);
-    if (!mRouterConnected) mComms->ConnectReported(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
-    const UINT8GIGEPORT remoteGigE = mLocal.Link(isPri).RemoteGigE;
+    if (record->IsOnline(side)) return;
+    mRoutes.AddSlaveLinkDataRoute(hid, side);
+    if (!mDevices.mRouterConnected)
+        mComms->ConnectReported(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
+    const UINT8GIGEPORT remoteGigE = mDevices.mLocal.Link(side).RemoteGigE;
     AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << LinkPortText(remoteGigE) << " Address "
                                           << AddressText(command.GetAddress()) << "\n");
-    LinkInfo& link = record->Link(isPri);
+    LinkInfo& link = record->Link(side);
     link.RemoteIp = command.GetAddress();
     link.Port = port;
     link.RemoteGigE = remoteGigE;

@@ -1,6 +1,7 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 #include "Common/KLV/CommandContainer.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "Common/KLV/Commands/NotificationCommands.h"
 #include "Common/KLV/Commands/UpdateCommands.h"
 

@@ -1,6 +1,7 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 #include "Audit/Audit.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 
 #include <cstdio>
 

@@ -1,7 +1,6 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
-#include "Common/KLV/Commands/PatchCommands.h"
-#include "Common/KLV/Commands/RouterCommands.h"
+#include "OrbModule/Inc/DeviceManager/CommandConnections.h"
 
 namespace {
 
@@ -11,7 +10,7 @@ protected:
     ForwardingTest()
     {
         KnowSelf();
-        mDevices.ConnectForwarding(mProcessor);
+        ConnectForwarding(mProcessor, mDevices);
     }
 
     /// A command for a device, through the slot that was connected for it.
@@ -38,7 +37,7 @@ TEST_F(ForwardingTest, EveryCommandIsConnected)
 {
     EXPECT_EQ(mProcessor.mIds.size(), 23u);
     RecordingProcessor discovery;
-    mDevices.ConnectDiscovery(discovery);
+    ConnectDiscovery(discovery, mDevices);
     EXPECT_EQ(discovery.mIds.size(), 12u);
     discovery.Deliver(std::make_shared<const IoInfoDevReq>(OrbIo), 1);
     EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_CARD", "P0 IO_REQUEST_GPI_STATES"}));

@@ -91,7 +91,7 @@ std::string TextOf(const Routing::GigeAndSlots& link)
     return text + ']';
 }
 
-DevicePorts FakeDevices::GetDevicePorts(Hid hid, UINT8GIGEPORT port)
+DevicePorts FakeDevices::GetDevicePorts(Hid hid, UINT8GIGEPORT port) const
 {
     const auto device = devices.find(hid);
     if (device == devices.end()) return {};
