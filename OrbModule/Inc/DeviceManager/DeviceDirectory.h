@@ -33,7 +33,7 @@ public:
     bool LinkOnline(Hid hid, Side side) const;
     Hid GetOwner(Hid hid) const;
     /// Whether another device than the local one is at the end of a cable.
-    bool IsOtherOn(UINT8GIGEPORT port) const;
+    bool IsOtherOn(Side side) const;
 
     /// The module's own identity and its internal I/O, once the Orb router has named them.
     Hid mHid = INVALID_HID;

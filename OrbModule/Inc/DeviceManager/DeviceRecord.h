@@ -33,5 +33,7 @@ public:
     bool IsIoDevice() const { return K2Heartbeat::IsIoDevice(Type); }
     bool IsRoutingDevice() const { return K2Heartbeat::IsRoutingDevice(Type); }
 };
+/// For the Orb router and its internal I/O, which are heard on no link: both links are online, on port 0.
+void MarkInternal(DeviceRecord& record);
 /// "Hid 1.2:8000 KorvoHubPri Link true Sec Link false"
 std::ostream& operator<<(std::ostream& out, const DeviceRecord& record);

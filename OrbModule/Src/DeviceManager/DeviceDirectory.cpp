@@ -94,7 +94,8 @@ Hid DeviceDirectory::GetOwner(Hid hid) const
     return record == nullptr ? INVALID_HID : record->Owner;
 }
 
-bool DeviceDirectory::IsOtherOn(UINT8GIGEPORT port) const
+bool DeviceDirectory::IsOtherOn(Side side) const
 {
-    return mLocal.Hid != INVALID_HID && mLinks[port].IsUp() && mLinks[port].hid != mLocal.Hid;
+    const LinkReport& link = mLinks[ToPort(side)];
+    return mLocal.Hid != INVALID_HID && link.IsUp() && link.hid != mLocal.Hid;
 }

@@ -1,11 +1,25 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 
 #include "Audit/Audit.h"
+#include "Common/KLV/Commands/DiscoveryCommands.h"
+#include "Common/KLV/Commands/NotificationCommands.h"
 #include "MiscSource/NetworkPorts.h"
 #include "MiscSource/SystemUtilities.h"
-#include "OrbModule/Inc/DeviceManager/DeviceListings.h"
 
+#include <string>
 #include <utility>
+
+namespace {
+
+/// False, with a Fault line, for a command of a stream that matches no port.
+bool IsFromPort(UINT8GIGEPORT port)
+{
+    if (port < Routing::PORT_COUNT) return true;
+    AUDIT_LOG(Fault, "A report on a stream that matches no port is ignored\n");
+    return false;
+}
+
+} // namespace
 
 DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& comms)
     : DeviceManager(service, comms, SystemWithStderr, Delays(), Limits())
@@ -13,37 +27,20 @@ DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& com
 
 DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& comms, RunCommand run, Delays delays,
                              Limits limits)
-    : mIoService(service),
-      mActiveTimer(service),
-      mComms(&comms),
+    : DeviceSignals(service),
       mDevices(limits.remoteDevices, limits.descriptions),
       mCableChecks(service, mDevices, comms, delays.cableCheck, limits.cableChecks),
+      mReports(mDevices, comms, *this, mCableChecks),
+      mSoftwareChecks(mDevices, comms),
+      mLinkedDevices(mDevices, comms, mReports, *this, mSoftwareChecks),
       mRoutes(std::move(run), mDevices.mHid),
-      mRelay(mDevices, comms),
-      mDelays(delays)
+      mActiveRouter(service, comms, delays.secondaryActiveRouter),
+      mLocalDiscovery(mDevices, comms, mReports, *this, mRoutes, mActiveRouter),
+      mRemoteDiscovery(mDevices, comms, mReports, mRoutes),
+      mRelay(mDevices, comms)
 {
     AUDIT_LOG(Information, "Starting DeviceManager\n");
-    mComms->Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, NetworkPorts::UPDATE_SERVICE);
-}
-
-std::vector<std::uint32_t> DeviceManager::GetInputLinkSlot(Hid hid, AudioPortNumber port) const
-{
-    return mDevices.GetInputLinkSlot(hid, port);
-}
-
-std::vector<std::uint32_t> DeviceManager::GetOutputLinkSlot(Hid hid, AudioPortNumber port) const
-{
-    return mDevices.GetOutputLinkSlot(hid, port);
-}
-
-DevicePorts DeviceManager::GetDevicePorts(Hid hid, UINT8GIGEPORT port) const
-{
-    return mDevices.GetDevicePorts(hid, port);
-}
-
-std::uint32_t DeviceManager::GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const
-{
-    return mDevices.GetSlaveAddress(hid, port);
+    comms.Connect(UNIT_MASTER_CONTROL, Routing::ORB_PORT, NetworkPorts::UPDATE_SERVICE);
 }
 
 std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid) const
@@ -52,42 +49,78 @@ std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid) co
     return mDevices.mLocal.IoTimeout;
 }
 
-void DeviceManager::ShowDevices(bool io) const
+void DeviceManager::OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t localIp, UINT8GIGEPORT remoteGigE,
+                                    std::uint32_t remoteIp, Hid hid, K2Heartbeat::LinkType type)
 {
-    DeviceListings::ShowDevices(mDevices, io);
+    const UINT8GIGEPORT port = ToPort(portIndex);
+    AUDIT_STREAM(Information, "DeviceManager::OnDeviceChanged Hid "
+                                  << hid << " Port " << PortText(port) << " Local IP " << AddressText(localIp)
+                                  << " Rem IP " << AddressText(remoteIp) << " Link Type " << type << "\n");
+    mLinkedDevices.OnLinkChanged(port, {localIp, remoteGigE, remoteIp, hid, type});
 }
 
-void DeviceManager::ShowPortMap(Hid hid) const
+void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid)
 {
-    DeviceListings::ShowPortMap(mDevices.mLocal, hid);
+    AUDIT_STREAM(Information, "OnKLVStreamChanged Port " << PortText(port) << " Stream " << type << " Valid "
+                                                         << FlagText(valid) << "\n");
+    if (port == UNKNOWN_GIGE_PORT) {
+        AUDIT_LOG(Fault, "DeviceManager::OnKLVStreamChanged FAULT\r\n");
+        return;
+    }
+    switch (type) {
+    case StreamType::LOCAL_LINK:
+        if (port == Routing::ORB_PORT) {
+            // Its end says nothing of the links: nobody is there to be told, and the devices are still in use.
+            if (valid) mReports.SendToOrb(RouterInfoReq());
+        } else if (IsLinkPort(port)) {
+            mLinkedDevices.OnLocalLinkChanged(port, type, valid);
+        }
+        break;
+    case StreamType::MASTER_LINK:
+        AUDIT_STREAM(Information, "MasterLinkk Valid " << FlagText(valid) << "\n");
+        break;
+    case StreamType::SLAVE_LINK:
+        mRemoteDiscovery.OnSlaveLinkChanged(port, address, valid);
+        break;
+    case StreamType::UPDATE_LINK:
+        mSoftwareChecks.OnUpdateLinkChanged(valid);
+        break;
+    default:
+        break;
+    }
 }
 
-void DeviceManager::SendPing()
+void DeviceManager::OnIoInternalsChanged(Hid hid, std::uint32_t bitmap)
 {
-    mRelay.SendPing();
+    AUDIT_STREAM(HardwareDebug, "OnIoInternalsChanged " << hid << " BM " << std::hex << bitmap << "\n");
+    if (IsIoHid(hid)) mReports.SendToOrb(IoBoxInternalsCmd(bitmap, hid, std::to_string(hid)));
 }
 
-void DeviceManager::ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, Hid hid)
+void DeviceManager::OnMasterHidChanged(Hid hid)
 {
-    mRelay.ForwardCmd(command, port, hid);
+    const Hid current = mMasterHid.load();
+    AUDIT_STREAM(RouterAudioRoute, "DeviceManager::OnMasterHidChanged Current " << current << " New " << hid << "\n");
+    if (current != hid) mMasterHid.store(hid);
 }
 
-void DeviceManager::ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT port)
+void DeviceManager::ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT8GIGEPORT port, StreamType type)
 {
-    mRelay.ForwardToLocal(command, port);
+    if (IsFromPort(port)) mLocalDiscovery.ProcessIOCmd(*command, port, type);
 }
 
-void DeviceManager::ForwardUp(const DeskCommand& command, UINT8GIGEPORT port)
+void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> command, UINT8GIGEPORT port, StreamType type)
 {
-    mRelay.ForwardUp(command, port);
+    if (IsFromPort(port)) mRemoteDiscovery.OnRemoteIoUpdate(*command, port, type);
 }
 
-void DeviceManager::ReceivedPingCmd(std::shared_ptr<const OstrelPingCmd> command, UINT8GIGEPORT, StreamType)
+void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdate> command, UINT8GIGEPORT port,
+                                         StreamType type)
 {
-    mRelay.ReceivedPingCmd(*command);
+    if (IsFromPort(port)) mRemoteDiscovery.OnRemoteRouterUpdate(*command, port, type);
 }
 
-void DeviceManager::ReceivedMcsRequestCmd(std::shared_ptr<const RequestActiveMcsCmd>, UINT8GIGEPORT port, StreamType)
+void DeviceManager::OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType)
 {
-    mRelay.ReceivedMcsRequestCmd(port);
+    if (IsLinkPort(port)) mRoutes.AddIoRoute(command->GetAddress(), port);
+    mReports.SendToOrb(*command);
 }

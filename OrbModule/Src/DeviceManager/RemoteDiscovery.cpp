@@ -1,12 +1,14 @@
-#include "OrbModule/Inc/DeviceManager/DeviceManager.h"
+#include "OrbModule/Inc/DeviceManager/RemoteDiscovery.h"
 
 #include "Audit/Audit.h"
 #include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "MiscSource/NetworkPorts.h"
+#include "OrbModule/Inc/DeviceManager/DeviceDirectory.h"
+#include "OrbModule/Inc/DeviceManager/OrbReports.h"
+#include "OrbModule/Inc/DeviceManager/OsRoutes.h"
+#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
 #include <sstream>
-
-// What neighbours and the Orb router report of the devices behind them.
 
 namespace {
 
@@ -33,44 +35,56 @@ RemoteIoUpdate WithOwner(const RemoteIoUpdate& command, std::uint32_t address, H
 
 } // namespace
 
-bool DeviceManager::IsFromPort(UINT8GIGEPORT port)
+void RemoteDiscovery::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid)
 {
-    if (port < Routing::PORT_COUNT) return true;
-    AUDIT_LOG(Fault, "A report on a stream that matches no port is ignored\n");
-    return false;
+    AUDIT_STREAM(RouterAudioRoute, "OnSlaveLinkChanged" << PortText(port) << " Address " << AddressText(address)
+                                                        << FlagText(valid) << "\n");
+    if (!valid) return;
+    // Whoever is at the far end of a data link has internal I/O of its own.
+    mComms.SendSlave(IoInfoReq(), address);
+    if (!mDevices.mRouterConnected) RequestPendingDescriptions(port, address);
 }
 
-void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> command, UINT8GIGEPORT port, StreamType type)
+/// What was reported before the data link of its owner was up could not be asked for its description.
+void RemoteDiscovery::RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address)
 {
-    if (!IsFromPort(port)) return;
-    if (command->GetOwner() == INVALID_HID) {
+    for (const Hid hid : mDevices.mRemote.GetHids()) {
+        const DeviceRecord& record = *mDevices.mRemote.Find(hid);
+        if (record.Link(ToSide(port)).DescriptionPending && GetPortAddress(record.Owner, port) == address)
+            mComms.SendSlave(IoInfoDevReq(hid), address);
+    }
+}
+
+void RemoteDiscovery::OnRemoteIoUpdate(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+{
+    if (command.GetOwner() == INVALID_HID) {
         AUDIT_LOG(Assert, "Ignoring message due to invalid Router HID\r\n");
         return;
     }
-    AUDIT_STREAM(RouterDiscovery, "Received RemoteIoUpdate on " << PortText(port) << "Hid " << command->GetHid()
-                                                                << "Type " << ToLinkType(command->GetType())
-                                                                << "Address " << AddressText(command->GetAddress())
-                                                                << "Owner " << command->GetOwner() << "\n");
-    if (!IoUpdate::IsIoType(command->GetType())) {
+    AUDIT_STREAM(RouterDiscovery, "Received RemoteIoUpdate on " << PortText(port) << "Hid " << command.GetHid()
+                                                                << "Type " << ToLinkType(command.GetType())
+                                                                << "Address " << AddressText(command.GetAddress())
+                                                                << "Owner " << command.GetOwner() << "\n");
+    if (!IoUpdate::IsIoType(command.GetType())) {
         AuditAssertFailed(__FILE__, __LINE__, "IoUpdate::IsIoType(Cmd->GetType())",
-                          "RemoteIoUpdate type is wrong: " + TextOf(WithFirstRates(*command)));
+                          "RemoteIoUpdate type is wrong: " + TextOf(WithFirstRates(command)));
         return;
     }
-    if (command->GetAddress() == 0) {
-        RemoteIoGone(*command, port, type);
+    if (command.GetAddress() == 0) {
+        RemoteIoGone(command, port, type);
     } else {
-        RemoteIoAlive(*command, port, type);
+        RemoteIoAlive(command, port, type);
     }
 }
 
-void DeviceManager::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);
     const bool fromOrb = port == Routing::ORB_PORT;
     bool tellOrb = !fromOrb;
     if (DeviceRecord* record = mDevices.mRemote.Find(hid)) {
-        DeviceStateChange(hid, port, false, type);
+        mReports.DeviceStateChange(hid, port, false, type);
         record->SetOnline(side, false);
         if (fromOrb) record->SetOnline(OtherSide(side), false);
         if (record->IsOffline()) {
@@ -83,11 +97,11 @@ void DeviceManager::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT po
         AUDIT_STREAM(Fault, "RemoteIoUpdate Can't find remote device to remove" << command.GetOwner());
     }
     const RemoteIoUpdate removal = WithOwner(command, 0, mDevices.mHid);
-    if (tellOrb) SendToOrb(removal);
+    if (tellOrb) mReports.SendToOrb(removal);
     if (fromOrb) SendToConnectedRoutingDevice(removal);
 }
 
-void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);
@@ -110,19 +124,19 @@ void DeviceManager::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT p
     }
     if (!mDevices.mRouterConnected) {
         // The description comes back over the data link, and the Orb router is told then.
-        if (!fromOrb) mComms->SendSlave(IoInfoDevReq(hid), GetPortAddress(command.GetOwner(), port));
+        if (!fromOrb) mComms.SendSlave(IoInfoDevReq(hid), GetPortAddress(command.GetOwner(), port));
         return;
     }
     const RemoteIoUpdate update = WithOwner(command, command.GetAddress(), mDevices.mHid);
     if (fromOrb) {
         SendToConnectedRoutingDevice(update);
     } else {
-        DeviceStateChange(hid, port, true, type);
-        SendToOrb(update);
+        mReports.DeviceStateChange(hid, port, true, type);
+        mReports.SendToOrb(update);
     }
 }
 
-bool DeviceManager::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
+bool RemoteDiscovery::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
 {
     DeviceRecord device(command.GetHid(), K2Heartbeat::K2_MODULAR_TYPE, command.GetOwner());
     device.SampleRate = command.GetSampleRate();
@@ -134,11 +148,9 @@ bool DeviceManager::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
     return inserted.record != nullptr;
 }
 
-void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdate> command, UINT8GIGEPORT port,
-                                         StreamType type)
+void RemoteDiscovery::OnRemoteRouterUpdate(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
-    if (!IsFromPort(port)) return;
-    const Hid hid = command->GetHid();
+    const Hid hid = command.GetHid();
     AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << hid << "\n");
     if (hid == mDevices.mHid) {
         std::ostringstream text;
@@ -146,39 +158,39 @@ void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdat
         AuditAssertFailed(__FILE__, __LINE__, "Cmd->GetHid() != mDevices.mHid", text.str());
         return;
     }
-    if (!IsRoutingRemoteType(command->GetType())) return;
-    if (command->GetAddress() == 0) {
-        RemoteRouterGone(*command, port, type);
+    if (!IsRoutingRemoteType(command.GetType())) return;
+    if (command.GetAddress() == 0) {
+        RemoteRouterGone(command, port, type);
     } else {
-        RemoteRouterAlive(*command, port, type);
+        RemoteRouterAlive(command, port, type);
     }
     AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << " Out\n");
 }
 
-void DeviceManager::RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
     for (const Hid owned : mDevices.mRemote.GetOwnedBy(hid)) {
         const DeviceRecord& record = *mDevices.mRemote.Find(owned);
         if (!record.IsIoDevice()) continue;
-        DeviceStateChange(owned, port, false, StreamType::LOCAL_LINK);
+        mReports.DeviceStateChange(owned, port, false, StreamType::LOCAL_LINK);
         if (!record.IsOffline()) continue;
-        ReportRemoteGone(record.Type, owned);
+        mReports.ReportRemoteGone(record.Type, owned);
         mDevices.mDeviceInfo.EraseDeviceInfo(owned);
         mDevices.mRemote.Erase(owned);
     }
-    if (!mDevices.mRouterConnected) mComms->Disconnect(GetPortAddress(hid, port), StreamType::SLAVE_LINK);
-    DeviceStateChange(hid, port, false, type);
+    if (!mDevices.mRouterConnected) mComms.Disconnect(GetPortAddress(hid, port), StreamType::SLAVE_LINK);
+    mReports.DeviceStateChange(hid, port, false, type);
     DeviceRecord* record = mDevices.mRemote.Find(hid);
     if (record == nullptr) return;
     record->SetOnline(ToSide(port), false);
     if (!record->IsOffline()) return;
     mDevices.mRemote.Erase(hid);
     mRoutes.DeleteSlaveRoute(hid);
-    SendToOrb(command);
+    mReports.SendToOrb(command);
 }
 
-void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);
@@ -192,7 +204,7 @@ void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GI
     if (record->IsOnline(side)) return;
     mRoutes.AddSlaveLinkDataRoute(hid, side);
     if (!mDevices.mRouterConnected)
-        mComms->ConnectReported(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
+        mComms.ConnectReported(GetPortAddress(hid, port), port, NetworkPorts::ROUTER_STREAM);
     const UINT8GIGEPORT remoteGigE = mDevices.mLocal.Link(side).RemoteGigE;
     AUDIT_STREAM(RouterDiscovery, "Port " << PortText(port) << " RemoteGigE " << LinkPortText(remoteGigE) << " Address "
                                           << AddressText(command.GetAddress()) << "\n");
@@ -201,6 +213,14 @@ void DeviceManager::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GI
     link.Port = port;
     link.RemoteGigE = remoteGigE;
     link.SetOnline(true);
-    SendToOrb(command);
-    DeviceStateChange(hid, port, true, type);
+    mReports.SendToOrb(command);
+    mReports.DeviceStateChange(hid, port, true, type);
+}
+
+void RemoteDiscovery::SendToConnectedRoutingDevice(const DeskCommand& command)
+{
+    if (!mDevices.mLocal.IsRoutingDevice()) return;
+    AUDIT_LOG(RouterCmdDebug, "Sending command %u to connected routing device.\n", command.GetCommandId());
+    for (const Side side : BothSides)
+        if (mDevices.mLocal.IsOnline(side)) mComms.SendLocal(command, ToPort(side));
 }

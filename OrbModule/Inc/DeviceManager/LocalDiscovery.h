@@ -1,0 +1,56 @@
+#pragma once
+
+#include "MiscSource/Side.h"
+#include "OrbModule/Inc/DeviceManager/DeviceInfoStorage.h"
+
+#include <memory>
+
+class ActiveRouterTimer;
+class DeviceDirectory;
+class DeviceSignals;
+class IoInfoCard;
+class IoInfoDevReq;
+class IoSampleRateCapabilities;
+class OrbReports;
+class OsRoutes;
+class iOrbKLVComms;
+
+/// How devices describe themselves to the module, and the module to them. Main thread.
+class LocalDiscovery
+{
+public:
+    LocalDiscovery(DeviceDirectory& devices, iOrbKLVComms& comms, OrbReports& reports, DeviceSignals& signals,
+                   OsRoutes& routes, ActiveRouterTimer& activeRouter)
+        : mDevices(devices),
+          mComms(comms),
+          mReports(reports),
+          mSignals(signals),
+          mRoutes(routes),
+          mActiveRouter(activeRouter)
+    {}
+
+    void ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type);
+    void ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT8GIGEPORT port, StreamType type);
+    void ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UINT8GIGEPORT port, StreamType type);
+    void ProcessIOCmd(const RouterInfo& command, UINT8GIGEPORT port, StreamType type);
+    void ProcessIOCmd(const IoSampleRateCapabilities& command, UINT8GIGEPORT port);
+    void OnIoInfoReq(UINT8GIGEPORT port, StreamType type);
+    void OnIoInfoDevReq(const IoInfoDevReq& command, UINT8GIGEPORT port, StreamType type);
+    void OnRouterInfoReq(UINT8GIGEPORT port);
+
+private:
+    void OrbRouterInfo(const RouterInfo& command);
+    void LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type);
+    void EmplaceOrbRouter(const RouterInfo& command);
+    void SendSelfInfo(UINT8GIGEPORT port);
+    void SendRemoteIoUpdate(RemoteDeviceType type, Hid hid);
+    void SendDescription(const DeviceInfoStorage::Device& device, UINT8GIGEPORT port, StreamType type);
+    void RequestGPIState(Hid hid);
+
+    DeviceDirectory& mDevices;
+    iOrbKLVComms& mComms;
+    OrbReports& mReports;
+    DeviceSignals& mSignals;
+    OsRoutes& mRoutes;
+    ActiveRouterTimer& mActiveRouter;
+};

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "MiscSource/GlobalConstants.h"
+
+class DeskCommand;
+class DeviceDirectory;
+class OrbReports;
+class OsRoutes;
+class RemoteIoUpdate;
+class RemoteRouterUpdate;
+class iOrbKLVComms;
+
+/// What neighbours and the Orb router report of the devices behind them. Main thread.
+class RemoteDiscovery
+{
+public:
+    RemoteDiscovery(DeviceDirectory& devices, iOrbKLVComms& comms, OrbReports& reports, OsRoutes& routes)
+        : mDevices(devices), mComms(comms), mReports(reports), mRoutes(routes)
+    {}
+
+    void OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid);
+    void OnRemoteIoUpdate(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type);
+    void OnRemoteRouterUpdate(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type);
+
+private:
+    void RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address);
+    void RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type);
+    void RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type);
+    void RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type);
+    void RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type);
+    /// False if the directory is full.
+    bool EmplaceOrbInternalIO(const RemoteIoUpdate& command);
+    void SendToConnectedRoutingDevice(const DeskCommand& command);
+
+    DeviceDirectory& mDevices;
+    iOrbKLVComms& mComms;
+    OrbReports& mReports;
+    OsRoutes& mRoutes;
+};
