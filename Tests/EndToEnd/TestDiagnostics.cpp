@@ -1,4 +1,4 @@
-// The log's old files, the debug file and the crash dumps, on their real paths.
+// The debug file and the crash dumps, on their real paths.
 
 #include "Simulation/Stage/LogFile.h"
 #include "Simulation/Stage/Module.h"
@@ -22,29 +22,6 @@ using testing::Not;
 namespace {
 
 constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
-
-TEST(LogFiles, EveryStartBeginsANewOneAndTheLastFiveAreKept)
-{
-    constexpr int Generations = 5;
-    const auto old = [](int generation) { return "/var/log/K2.log." + std::to_string(generation) + ".gz"; };
-    unlink(LogPath);
-    for (int i = 1; i <= Generations; ++i)
-        fs::remove(old(i));
-    for (int run = 1; run <= Generations + 2; ++run) {
-        Module module;
-        ShellClient shell = module.OpenShell();
-        shell.Type("run-" + std::to_string(run));
-        LogFile().WaitForLine("CommandLine: Received run-" + std::to_string(run));
-        EXPECT_EQ(fs::exists(old(run - 1)), run > 1 && run - 1 <= Generations);
-        EXPECT_EQ(module.Stop().Text(), "exit code 0");
-    }
-    for (int generation = 1; generation <= Generations; ++generation) {
-        ChildProcess zcat({{"zcat", old(generation)}});
-        EXPECT_EQ(zcat.Wait().Text(), "exit code 0");
-        EXPECT_THAT(zcat.Output(), HasSubstr("run-" + std::to_string(Generations + 2 - generation) + "\r"));
-    }
-    EXPECT_FALSE(fs::exists(old(Generations + 1)));
-}
 
 TEST(DebugFile, SetsFeaturesAtTheStart)
 {

@@ -48,21 +48,6 @@ TEST(UpdateService, IsAbsentAtFirstThenRefusesAndThenAllows)
     EXPECT_EQ(network.GetOrb().GetReceived(peers::ROUTER_INFO_REQ).size(), 1u);
 }
 
-TEST(UpdateService, RefusesABoxAndThenAllowsIt)
-{
-    Network network;
-    network.Start();
-    network.GetUpdate().Tell("result 1");
-    network.Plug(0, Box);
-    network.GetUpdate().WaitFor(peers::DEVICES_TO_CHECK, 2);
-    const std::string address = network.GetNeighbour(0).Tell("address").front();
-    const std::string own = address.substr(0, address.find(' '));
-    for (const std::string result : {"2", "3", "4", "0"})
-        network.GetUpdate().Tell("tell " + own + " " + result);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
-    EXPECT_EQ(network.GetNeighbour(0).GetReceived(peers::IO_INFO_REQ).size(), 1u);
-}
-
 TEST(UpdateService, ThatRestartsChecksTheModuleAgain)
 {
     Network network;

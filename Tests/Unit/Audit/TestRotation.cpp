@@ -54,15 +54,16 @@ protected:
     const std::string mPath = std::getenv("PATH");
 };
 
-TEST_F(RotationTest, AGapClosesAsFilesMoveUp)
+TEST_F(RotationTest, AGapClosesAsFilesMoveUpAndTheFifthIsTheLast)
 {
     MakeGeneration(1, "one");
     MakeGeneration(3, "three");
     MakeGeneration(4, "four");
+    MakeGeneration(5, "five");
     Fill(Path(), "current");
     StartWith("next");
-    const char* const expected[] = {"current", "one", "none", "three", "four"};
-    for (int i = 1; i <= 5; ++i)
+    const char* const expected[] = {"current", "one", "none", "three", "four", "none"};
+    for (int i = 1; i <= 6; ++i)
         EXPECT_EQ(Generation(i), expected[i - 1]) << i;
 }
 
