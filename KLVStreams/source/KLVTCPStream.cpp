@@ -2,29 +2,25 @@
 
 #include "Audit/Audit.h"
 #include "Common/KLV/CommandTimingStats.h"
-#include "Common/KLV/LittleEndian.h"
 #include "MiscSource/GlobalConstants.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include <netinet/in.h>
+#include <netinet/ip.h>
 #include <sys/socket.h>
 
 namespace {
 
-constexpr std::uint32_t HeaderSize = 8;
-
-unsigned long Printed(const void* address)
-{
-    return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(address));
-}
+constexpr std::uint8_t OwnerHost = 254;
+constexpr std::uint32_t TcpIpHeaders = 40;
 
 } // namespace
 
 KLVTCPStream::KLVTCPStream(ISocketHandler& handler)
     : TcpSocket(handler, INPUT_SIZE),
+      mFramer(ibuf),
       mCoalescer(static_cast<DataStream*>(this), [this](const char* data, std::size_t size) { SendBuf(data, size); })
 {}
 
@@ -41,90 +37,32 @@ void KLVTCPStream::OnRead()
     TcpSocket::OnRead();
     AUDIT_LOG(CommsVerboseDebug, "OnRead()\n");
     OnReadStart();
-    bool advanced = true;
-    while (advanced && !mBroken) {
-        if (mReadState == ReadState::KeyAndLength) {
-            advanced = ReadKeyAndLength();
-        } else if (mReadState != ReadState::Data) {
-            AuditAssertFailed(__FILE__, __LINE__, "false");
+    while (!mBroken) {
+        switch (mFramer.Next()) {
+        case ItemFramer::Result::NeedsBytes:
             return;
-        } else if (mLength <= MAX_NORMAL_LENGTH) {
-            advanced = ReadNormalItem();
-        } else {
-            advanced = ReadOverflowItem();
+        case ItemFramer::Result::TooLong:
+            CloseBroken("an item of " + std::to_string(mFramer.GetLength()) + " bytes is announced");
+            break;
+        case ItemFramer::Result::Item:
+            HandleItem();
+            break;
         }
     }
 }
 
-bool KLVTCPStream::ReadKeyAndLength()
+void KLVTCPStream::HandleItem()
 {
-    AUDIT_LOG(CommsVerboseDebug, " Waiting for key+len buf=%d\r\n", static_cast<int>(ibuf.GetLength()));
-    if (!ibuf.Read(mHeader, HeaderSize)) return false;
-    mKey = LoadLittleEndian<std::uint32_t>(mHeader);
-    mLength = LoadLittleEndian<std::uint32_t>(mHeader + 4);
-    mReadState = ReadState::Data;
-    if (mOverflowActive) ResetOverflow();
-    if (mLength > MAX_LENGTH) CloseBroken("an item of " + std::to_string(mLength) + " bytes is announced");
-    return true;
-}
-
-bool KLVTCPStream::ReadNormalItem()
-{
-    AUDIT_LOG(CommsVerboseDebug, "Key 0x%lx Waiting for %d bytes of data buf=%d\r\n", static_cast<unsigned long>(mKey),
-              static_cast<int>(mLength), static_cast<int>(ibuf.GetLength()));
-    if (ibuf.GetLength() < mLength) return false;
-    ServeHeader();
-    if (!HandleKey(mKey >> 27)) SkipRefused("(Length <= 262144)");
-    FinishItem();
-    return true;
-}
-
-bool KLVTCPStream::ReadOverflowItem()
-{
-    if (!mOverflowActive) {
-        mOverflow.WriteData(mHeader, HeaderSize);
-        mOverflowActive = true;
+    const std::uint32_t keyType = mFramer.GetKey() >> 27;
+    IOStream* const overflow = mFramer.GetOverflow();
+    CommandTimingStats::Instance().SetCurrentKey(mFramer.GetKey());
+    if (!(overflow ? HandleKey(keyType, overflow) : HandleKey(keyType))) {
+        AUDIT_LOG(Fault, "KLVTCPStream::OnRead() %s: Could not process key type 0x%x\n",
+                  overflow ? "(Length > 262144)" : "(Length <= 262144)", keyType);
+        Skip(mFramer.GetLength() + ItemFramer::HEADER_SIZE, true);
     }
-    AUDIT_LOG(CommsVerboseDebug, " Waiting for %d bytes of overflow data buf=%d\r\n", static_cast<int>(mLength),
-              static_cast<int>(ibuf.GetLength()));
-    if (ibuf.GetLength() == 0) return false;
-    const std::size_t take = std::min<std::size_t>(ibuf.GetLength(), mLength - mOverflow.GetWriteCount());
-    std::string piece(take, '\0');
-    ibuf.Read(piece.data(), take);
-    const auto size = static_cast<std::uint32_t>(take);
-    if (mOverflow.WriteData(piece.data(), size)) mOverflow.CountValueBytes(size);
-    if (mOverflow.GetWriteCount() < mLength) return false;
-    ServeHeader();
-    if (!HandleKey(mKey >> 27, &mOverflow)) SkipRefused("(Length > 262144)");
-    ResetOverflow();
-    FinishItem();
-    return true;
-}
-
-void KLVTCPStream::ServeHeader()
-{
-    mKeyLenPtr = mHeader;
-    mKeyLenLeft = HeaderSize;
-    mReadPhase = ReadPhase::Header;
-    CommandTimingStats::Instance().SetCurrentKey(mKey);
-}
-
-void KLVTCPStream::SkipRefused(const char* limitText)
-{
-    AUDIT_LOG(Fault, "KLVTCPStream::OnRead() %s: Could not process key type 0x%x\n", limitText, mKey >> 27);
-    Skip(mLength + HeaderSize, true);
-}
-
-void KLVTCPStream::FinishItem()
-{
+    mFramer.Finish();
     OnItemDone();
-    mReadState = ReadState::KeyAndLength;
-}
-
-void KLVTCPStream::ResetOverflow()
-{
-    mOverflow.Reset();
-    mOverflowActive = false;
 }
 
 void KLVTCPStream::CloseBroken(const std::string& reason)
@@ -168,46 +106,135 @@ void KLVTCPStream::Commit()
 
 bool KLVTCPStream::ReadData(void* dest, std::uint32_t size)
 {
-    AUDIT_LOG(CommsVerboseDebug, "ReadData( 0x%-8.8lx, %zu )\n", Printed(dest), static_cast<std::size_t>(size));
-    auto* out = static_cast<std::uint8_t*>(dest);
-    if (mReadPhase == ReadPhase::Header) {
-        const std::uint32_t piece = std::min(size, mKeyLenLeft);
-        std::memcpy(out, mKeyLenPtr, piece);
-        mKeyLenPtr += piece;
-        mKeyLenLeft -= piece;
-        if (mKeyLenLeft == 0) mReadPhase = ReadPhase::Body;
-        AUDIT_LOG(CommsVerboseDebug, " copy %zu from KeyLenPtr into 0x%-8.8lx\n", static_cast<std::size_t>(piece),
-                  Printed(out));
-        out += piece;
-        size -= piece;
-        if (size == 0) return true;
-    }
-    if (mReadPhase != ReadPhase::Body) {
-        AuditAssertFailed(__FILE__, __LINE__, "false");
-        return false;
-    }
-    const bool success = mOverflowActive ? mOverflow.ReadData(out, size) : ibuf.Read(out, size);
-    AUDIT_LOG(CommsVerboseDebug, " read %d from %s into 0x%-8.8lx. Success=%d\n", static_cast<int>(size),
-              mOverflowActive ? "overflow stream" : "ibuf", Printed(out), success ? 1 : 0);
-    return success || mOverflowActive;
+    return mFramer.Read(dest, size);
 }
 
 void KLVTCPStream::IgnoreData(std::uint32_t size)
 {
-    if (mReadPhase == ReadPhase::Header) {
-        const std::uint32_t piece = std::min(size, mKeyLenLeft);
-        AUDIT_LOG(CommsVerboseDebug, " IgnoreData() : Skipping %d bytes\n", static_cast<int>(piece));
-        mKeyLenPtr += piece;
-        mKeyLenLeft -= piece;
-        if (mKeyLenLeft == 0) mReadPhase = ReadPhase::Body;
-        size -= piece;
+    mFramer.Ignore(size);
+}
+
+// How a stream comes up, who its peer is, and how it ends
+
+void KLVTCPStream::OnAccept()
+{
+    mAccepted = true;
+    StreamUp("OnAccept");
+}
+
+void KLVTCPStream::OnConnect()
+{
+    StreamUp("OnConnect");
+}
+
+void KLVTCPStream::OnReconnect()
+{
+    StreamUp("OnReconnect");
+}
+
+void KLVTCPStream::StreamUp(const char* event)
+{
+    mStreamConnected = true;
+    IdentifyPeer();
+    AUDIT_STREAM(CommsDebug, "*** KLVTCPStream::" << event << " RemoteIP " << AddressText(mRemoteAddress) << "Local "
+                                                  << unsigned{mNodeId} << "Local Port " << mLocalPort << " Remote Port "
+                                                  << mRemotePort << " this " << static_cast<const void*>(this)
+                                                  << " ***\r\n");
+}
+
+void KLVTCPStream::OnDisconnect()
+{
+    mStreamConnected = false;
+    AUDIT_LOG(CommsDebug, "*** KLVTCPStream::OnDisconnect %p ***\r\n", static_cast<const void*>(this));
+}
+
+void KLVTCPStream::OnDisconnect(short info, int errnum)
+{
+    AUDIT_STREAM(CommsDebug, "Disconnect " << ((info & 1) != 0 ? "write " : "read ") << " "
+                                           << ((info & 2) != 0 ? "normal " : "error ") << ": [" << errnum << "] "
+                                           << std::strerror(errnum) << "\r\n");
+}
+
+void KLVTCPStream::OnConnectFailed()
+{
+    mConnectFailed = true;
+}
+
+void KLVTCPStream::OnDelete()
+{
+    mStreamConnected = false;
+    mShutdownLocally = false;
+    mDeleted = true;
+    AUDIT_LOG(CommsDebug, "*** KLVTCPStream::OnDelete %p ***\r\n", static_cast<const void*>(this));
+}
+
+void KLVTCPStream::ShutdownStreamViaHandler()
+{
+    AUDIT_LOG(CommsDebug, "*** KLVTCPStream::ShutdownStreamViaHandler %p ***\r\n", static_cast<const void*>(this));
+    SetConnectionRetry(0);
+    SetReconnect(false);
+    SetCloseAndDelete(true);
+    SetDeleteByHandler(true);
+    mShutdownLocally = true;
+}
+
+void KLVTCPStream::IdentifyPeer()
+{
+    std::uint8_t lastOctet = 0;
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+        mLocalPort = ntohs(address.sin_port);
+        lastOctet = static_cast<std::uint8_t>(ntohl(address.sin_addr.s_addr) & 0xFF);
+    } else {
+        AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET LOCAL PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
     }
-    if (size == 0) return;
-    if (mOverflowActive) {
-        AUDIT_LOG(CommsVerboseDebug, " IgnoreData() overflow : Removing %d bytes from buf\n", static_cast<int>(size));
-        mOverflow.Skip(size, true);
-        return;
+    size = sizeof address;
+    if (getpeername(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+        mRemotePort = ntohs(address.sin_port);
+        mRemoteAddress = ntohl(address.sin_addr.s_addr);
+        IdentifyRole(lastOctet);
+    } else {
+        AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET REMOTE PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
     }
-    AUDIT_LOG(CommsVerboseDebug, " IgnoreData() : Removing %d bytes from buf\n", static_cast<int>(size));
-    if (!ibuf.Remove(size)) AuditAssertFailed(__FILE__, __LINE__, "ibuf.Remove( Size )");
+    FixSegmentSize();
+}
+
+void KLVTCPStream::IdentifyRole(std::uint8_t lastOctet)
+{
+    mNodeId = lastOctet == OwnerHost ? static_cast<std::uint8_t>((mRemoteAddress >> 8) & 31)
+                                     : static_cast<std::uint8_t>(lastOctet - 1);
+    const char* text = "Primary router: ";
+    int less = 0;
+    if (mNodeId >= 0x10 && mNodeId <= 0x2F) {
+        text = "Primary expander: ";
+        less = 0x10;
+    } else if (mNodeId >= 0x30 && mNodeId <= 0x3F) {
+        text = "Secondary router: ";
+        less = 0x20;
+    } else if (mNodeId >= 0x40 && mNodeId <= 0x4F) {
+        text = "Secondary expander: ";
+        less = 0x30;
+    }
+    AUDIT_STREAM(CommsDebug, text << unsigned{mNodeId} << AddressText(mRemoteAddress) << "\r\n");
+    mNodeId = static_cast<std::uint8_t>(mNodeId - less);
+}
+
+void KLVTCPStream::SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size)
+{
+    mCoalescer.Configure(interval, units, size);
+}
+
+void KLVTCPStream::FixSegmentSize()
+{
+    if (!mCoalescer.HasTimer() || mCoalescer.GetState() != SendCoalescer::State::Mtu) return;
+    int mtu = 0;
+    socklen_t size = sizeof mtu;
+    if (getsockopt(GetSocket(), IPPROTO_IP, IP_MTU, &mtu, &size) == -1) {
+        AUDIT_LOG(Fault, "setsockopt(IPPROTO_IP, IP_MTU):%d %s\r\n", errno, std::strerror(errno));
+        mtu = 100;
+    }
+    const std::uint32_t segment = static_cast<std::uint32_t>(mtu) - TcpIpHeaders;
+    AUDIT_LOG(CommsDebug, "Mtu=%zu, Mss=%zu\r\n", static_cast<std::size_t>(mtu), static_cast<std::size_t>(segment));
+    SetCoalesce(mCoalescer.GetIntervalUs(), TimerUnits::Microseconds, segment);
 }

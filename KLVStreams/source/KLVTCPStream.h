@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/KLV/DataStream.h"
-#include "KLVStreams/source/IOStream.h"
+#include "KLVStreams/source/ItemFramer.h"
 #include "KLVStreams/source/SendCoalescer.h"
 #include "Sockets/TcpSocket.h"
 
@@ -9,18 +9,14 @@
 #include <cstdint>
 #include <string>
 
-/// One TCP connection that carries KLV items. It cuts what arrives into whole items and hands each to HandleKey; what
-/// is written goes to the socket, all bytes of one item together. It knows nothing of commands.
+/// One TCP connection that carries KLV items. It hands each item that has arrived whole to HandleKey; what is written
+/// goes to the socket, all bytes of one item together. It knows nothing of commands.
 ///
 /// OnRead and the other On... operations run on the socket thread. Whoever writes holds the handler's mutex.
 class KLVTCPStream : public DataStream, public TcpSocket
 {
 public:
     static constexpr std::size_t INPUT_SIZE = 0x40000;
-    /// A longer value does not go through the input ring but through the overflow store.
-    static constexpr std::uint32_t MAX_NORMAL_LENGTH = 241648;
-    /// A header that promises more is garbage.
-    static constexpr std::uint32_t MAX_LENGTH = 16u << 20;
 
     explicit KLVTCPStream(ISocketHandler& handler);
 
@@ -31,6 +27,7 @@ public:
     void OnConnect() override;
     void OnReconnect() override;
     void OnDisconnect() override;
+    /// Kept for a socket layer that gives the cause of an end.
     /// @param info bit 0: a write, else a read; bit 1: a normal end, else an error.
     virtual void OnDisconnect(short info, int errnum);
     void OnConnectFailed() override;
@@ -41,6 +38,7 @@ public:
     virtual bool HandleKey(std::uint32_t keyType);
     /// An item in the overflow store.
     virtual bool HandleKey(std::uint32_t keyType, DataStream* stream);
+    // Hooks for heirs; nothing calls the second yet.
     virtual void OnReadStart() {}
     virtual void OnReserved() {}
     virtual void OnItemDone() {}
@@ -52,12 +50,14 @@ public:
     void BeginItem() override;
     void EndItem() override { EndGather(); }
 
-    /// Gathers the writes of many items. @param size of the buffer, 0 to take the path's segment size.
+    /// Gathers the writes of many items. An option that no stream of the module turns on. @param size of the buffer, 0
+    /// to take the path's segment size.
     void SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size);
 
     bool WasShutdownLocally() const { return mShutdownLocally; }
     /// Between the start of the connection and its end.
     bool IsStreamConnected() const { return mStreamConnected; }
+    // How the connection began and ended, kept for the diagnosis of a stream.
     bool GetOpenResult() const { return mOpenResult; }
     bool HasConnectFailed() const { return mConnectFailed; }
     bool IsDeleted() const { return mDeleted; }
@@ -73,16 +73,7 @@ protected:
     void CloseBroken(const std::string& reason);
 
 private:
-    enum class ReadState : std::uint8_t { KeyAndLength = 0, Data = 1 };
-    enum class ReadPhase : std::uint8_t { Header = 0, Body = 1 };
-
-    bool ReadKeyAndLength();
-    bool ReadNormalItem();
-    bool ReadOverflowItem();
-    void ServeHeader();
-    void SkipRefused(const char* limitText);
-    void FinishItem();
-    void ResetOverflow();
+    void HandleItem();
     void StreamUp(const char* event);
     void IdentifyPeer();
     void IdentifyRole(std::uint8_t lastLocalOctet);
@@ -92,17 +83,7 @@ private:
     std::atomic<bool> mStreamConnected{false};
     bool mConnectFailed = false;
     bool mDeleted = false;
-    ReadState mReadState = ReadState::KeyAndLength;
-    ReadPhase mReadPhase = ReadPhase::Header;
-    /// Key and length of the item being received, as on the wire and as numbers.
-    std::uint8_t mHeader[8] = {};
-    std::uint32_t mKey = 0;
-    std::uint32_t mLength = 0;
-    /// What of the header has not been handed to the reader.
-    const std::uint8_t* mKeyLenPtr = mHeader;
-    std::uint32_t mKeyLenLeft = 0;
-    IOStream mOverflow;
-    bool mOverflowActive = false;
+    ItemFramer mFramer;
     std::uint16_t mLocalPort = 255;
     std::uint16_t mRemotePort = 255;
     std::uint32_t mRemoteAddress = 0;

@@ -49,7 +49,7 @@ struct Receiver
         while (size >= 8) {
             const auto key = LoadLittleEndian<std::uint32_t>(data);
             const std::size_t length = LoadLittleEndian<std::uint32_t>(data + 4);
-            if (length > KLVTCPStream::MAX_LENGTH || length > size - 8) break;
+            if (length > ItemFramer::MAX_LENGTH || length > size - 8) break;
             if (key >> 27 == Klv::COMMAND_KEY_TYPE && ids.count(key & Klv::ID_MASK) != 0) ++count;
             data += 8 + length;
             size -= 8 + length;

@@ -1,46 +1,12 @@
 #include "Tests/Unit/KLVStreams/source/StreamFixture.h"
 
-#include <random>
-
 using KLVTCPStreamTest = StreamTest;
 
 namespace {
 
 constexpr std::uint32_t Key = 0x28000347;
 
-std::string Bytes(std::size_t size, unsigned seed = 1)
-{
-    std::minstd_rand random(seed);
-    std::string bytes(size, '\0');
-    for (char& byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
-
 } // namespace
-
-TEST_F(KLVTCPStreamTest, AnItemSplitAtAnyByteIsDeliveredOnceWithItsLastByte)
-{
-    KeepingStream& stream = Accept();
-    const std::string item = Item(Key, "value of the item");
-    std::size_t delivered = 0;
-    for (std::size_t split = 1; split < item.size(); ++split) {
-        const std::uint64_t before = stream.GetBytesReceived();
-        mPeer.Send(item.substr(0, split));
-        ASSERT_TRUE(PassUntil([&] { return stream.GetBytesReceived() == before + split; }));
-        EXPECT_EQ(stream.mItems.size(), delivered) << split;
-        mPeer.Send(item.substr(split));
-        ASSERT_TRUE(PassUntil([&] { return stream.GetBytesReceived() == before + item.size(); }));
-        ASSERT_EQ(stream.mItems.size(), ++delivered) << split;
-        EXPECT_EQ(stream.mItems.back().value, "value of the item");
-    }
-    const std::uint64_t before = stream.GetBytesReceived();
-    for (std::size_t i = 0; i < item.size(); ++i) {
-        mPeer.Send(item.substr(i, 1));
-        ASSERT_TRUE(PassUntil([&] { return stream.GetBytesReceived() == before + i + 1; }));
-    }
-    EXPECT_EQ(stream.mItems.size(), delivered + 1) << "byte by byte";
-}
 
 TEST_F(KLVTCPStreamTest, HundredsOfItemsInOneSegmentAreDeliveredInOneRead)
 {
@@ -54,26 +20,6 @@ TEST_F(KLVTCPStreamTest, HundredsOfItemsInOneSegmentAreDeliveredInOneRead)
     for (std::uint32_t i = 0; i < 700; ++i) {
         EXPECT_EQ(stream.mItems[i].key, Key + i);
         EXPECT_EQ(stream.mItems[i].value, std::to_string(i));
-    }
-}
-
-TEST_F(KLVTCPStreamTest, TheLengthDecidesBetweenTheRingAndTheOverflowStore)
-{
-    KeepingStream& stream = Accept();
-    // Three rounds, so that items lie across the end of the ring and the store is used again.
-    std::string bytes;
-    const std::size_t sizes[] = {0, 1, 241648, 241649, 5, 1000000, 0};
-    for (unsigned round = 0; round < 3; ++round) {
-        for (const std::size_t size : sizes)
-            bytes += Item(Key, Bytes(size, round + 1));
-    }
-    ASSERT_TRUE(SendAndWaitForItems(bytes, 21));
-    for (unsigned round = 0; round < 3; ++round) {
-        for (std::size_t i = 0; i < 7; ++i) {
-            const Received& item = stream.mItems[round * 7 + i];
-            EXPECT_TRUE(item.value == Bytes(sizes[i], round + 1)) << sizes[i];
-            EXPECT_EQ(item.overflow, sizes[i] > 241648) << sizes[i];
-        }
     }
 }
 
