@@ -51,7 +51,6 @@ public:
         if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == -1) return 0;
         return ntohs(address.sin_port);
     }
-    int GetDepth() const { return mDepth; }
 
     void OnOptions(int fd) override { SetSoReuseaddr(fd, true); }
 
@@ -86,7 +85,6 @@ private:
             return true;
         }
         auto* const socket = new X(Handler());
-        socket->SetParent(this);
         socket->Attach(fd);
         socket->SetNonblocking(fd);
         socket->SetRemoteAddress(Ipv4Address(address));

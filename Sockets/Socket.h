@@ -3,6 +3,7 @@
 #include "Sockets/ISocketHandler.h"
 #include "Sockets/SocketAddress.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -13,7 +14,7 @@
 class Socket
 {
 public:
-    explicit Socket(ISocketHandler& handler) : mHandler(handler), mCreateTime(handler.Now()) {}
+    explicit Socket(ISocketHandler& handler) : mHandler(handler) {}
     virtual ~Socket();
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
@@ -22,6 +23,16 @@ public:
     /// Closes the descriptor and takes it out of all lists.
     virtual int Close();
     virtual bool Ready() const { return mSocket != -1 && !mCloseAndDelete; }
+    virtual bool IsConnecting() const { return false; }
+    /// A connection that was there before is being made again.
+    virtual bool IsReconnect() const { return false; }
+    /// Bytes that wait to be sent.
+    virtual std::size_t GetOutputLength() const { return 0; }
+    /// Opens once more to where Open was aimed. False if it never was.
+    virtual bool Reopen() { return false; }
+    enum class Ending { Lingers, Reopened, Leaves };
+    /// The handler's close pass has come to this socket.
+    virtual Ending EndConnection() { return Ending::Leaves; }
 
     virtual void OnRead() {}
     virtual void OnWrite() {}
@@ -48,9 +59,7 @@ public:
     void SetCloseAndDelete(bool value = true);
     bool CloseAndDelete() const { return mCloseAndDelete; }
     std::time_t GetCloseTime() const { return mCloseTime; }
-    std::time_t GetCreateTime() const { return mCreateTime; }
-    void SetParent(Socket* parent) { mParent = parent; }
-    Socket* GetParent() const { return mParent; }
+    /// For a socket that only sends; none does yet.
     void DisableRead(bool value = true) { mDisableRead = value; }
     bool IsDisableRead() const { return mDisableRead; }
     void SetConnected(bool value = true) { mConnected = value; }
@@ -73,7 +82,7 @@ public:
     bool SetSoLinger(bool on, int seconds) { return SetSoLinger(mSocket, on, seconds); }
     bool SetSoReuseaddr(int fd, bool on);
     bool SetSoKeepalive(int fd, bool on);
-    /// Only reports: the option is not used.
+    /// Kept, and only reports that the option is not used.
     bool SetTcpNodelay(bool on);
     /// The pending error of the descriptor.
     int SoError() const;
@@ -92,8 +101,6 @@ private:
     int mSocket = -1;
     bool mDeleteByHandler = false;
     bool mCloseAndDelete = false;
-    const std::time_t mCreateTime;
-    Socket* mParent = nullptr;
     bool mDisableRead = false;
     bool mConnected = false;
     bool mErasedByHandler = false;

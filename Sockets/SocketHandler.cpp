@@ -1,7 +1,7 @@
 #include "Sockets/SocketHandler.h"
 
 #include "Sockets/HandlerMutex.h"
-#include "Sockets/TcpSocket.h"
+#include "Sockets/Socket.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -279,12 +279,10 @@ void SocketHandler::TakeIn(Socket* socket)
         LogError(socket, "Add", fd, "Trying to add socket with SetCloseAndDelete() true", LogLevel::Warning);
         return;
     }
-    const auto* const stream = dynamic_cast<StreamSocket*>(socket);
-    const auto* const tcp = dynamic_cast<TcpSocket*>(socket);
-    if (stream && stream->IsConnecting()) {
+    if (socket->IsConnecting()) {
         Set(fd, false, true, true);
     } else {
-        Set(fd, !socket->IsDisableRead(), tcp && tcp->GetOutputLength() != 0, true);
+        Set(fd, !socket->IsDisableRead(), socket->GetOutputLength() != 0, true);
     }
 }
 
@@ -391,10 +389,9 @@ void SocketHandler::CallConnected()
         // A retry that was asked for before the connect was seen would close it.
         AddList(fd, WorkList::Retry, false);
         socket->SetConnected();
-        auto* const tcp = dynamic_cast<TcpSocket*>(socket);
-        if (tcp && tcp->GetOutputLength() != 0) tcp->OnWrite();
-        if (tcp && tcp->IsReconnect()) {
-            tcp->OnReconnect();
+        if (socket->GetOutputLength() != 0) socket->OnWrite();
+        if (socket->IsReconnect()) {
+            socket->OnReconnect();
         } else {
             socket->OnConnect();
         }
@@ -415,9 +412,8 @@ void SocketHandler::CheckTimeouts()
             continue;
         }
         if (!socket->HasTimedOut(now)) continue;
-        auto* const stream = dynamic_cast<StreamSocket*>(socket);
-        if (stream && stream->IsConnecting()) {
-            stream->OnConnectTimeout();
+        if (socket->IsConnecting()) {
+            socket->OnConnectTimeout();
         } else {
             socket->OnTimeout();
         }
@@ -430,17 +426,11 @@ void SocketHandler::RetryConnects()
     const Descriptors snapshot = List(WorkList::Retry);
     for (const int fd : snapshot) {
         if (mAdd.count(fd) != 0) continue;
-        auto* const socket = dynamic_cast<TcpSocket*>(Find(fd, 7));
+        Socket* const socket = Find(fd, 7);
         AddList(fd, WorkList::Retry, false);
         if (!socket || socket->CloseAndDelete()) continue;
-        const SocketAddress* const stored = socket->GetClientRemoteAddress();
-        const auto address = stored ? stored->Clone() : nullptr;
         socket->Close();
-        if (address) {
-            socket->Open(*address);
-        } else {
-            LogError(socket, "RetryClientConnect", 0, "no address", LogLevel::Error);
-        }
+        if (!socket->Reopen()) LogError(socket, "RetryClientConnect", 0, "no address", LogLevel::Error);
         Add(socket);
         mFdsErase.push_back(fd);
     }
@@ -473,66 +463,25 @@ void SocketHandler::CloseSockets()
         Socket* const socket = Find(fd, 8);
         if (!socket) {
             AddList(fd, WorkList::Close, false);
-        } else if (auto* const tcp = dynamic_cast<TcpSocket*>(socket)) {
-            CloseTcpSocket(*tcp);
         } else {
-            Leave(*socket, fd);
+            Close(*socket, fd);
         }
     }
 }
 
-bool SocketHandler::Lingers(TcpSocket& socket)
+void SocketHandler::Close(Socket& socket, int fd)
 {
-    constexpr std::time_t LingerSeconds = 4;
-    if (!socket.IsConnected() || !socket.GetFlushBeforeClose() || Now() - socket.GetCloseTime() > LingerSeconds) {
-        return false;
+    switch (socket.EndConnection()) {
+    case Socket::Ending::Lingers:
+        break;
+    case Socket::Ending::Reopened:
+        Add(&socket);
+        mFdsErase.push_back(fd);
+        break;
+    case Socket::Ending::Leaves:
+        Leave(socket, fd);
+        break;
     }
-    if (socket.GetOutputLength() != 0) {
-        LogError(&socket, "Closing", static_cast<int>(socket.GetOutputLength()), "Sending all data before closing",
-                 LogLevel::Info);
-    } else if ((socket.GetShutdown() & TcpSocket::SHUT_WRITE) == 0) {
-        if (::shutdown(socket.GetSocket(), SHUT_WR) == -1) {
-            LogError(&socket, "graceful shutdown", errno, std::strerror(errno), LogLevel::Error);
-        }
-        socket.SetShutdown(TcpSocket::SHUT_WRITE);
-    }
-    return true;
-}
-
-void SocketHandler::CloseTcpSocket(TcpSocket& socket)
-{
-    const int fd = socket.GetSocket();
-    if (Lingers(socket)) return;
-    if (socket.IsConnected() && socket.GetReconnect()) {
-        if (!Reconnect(socket, fd)) Leave(socket, fd);
-        return;
-    }
-    if (socket.IsConnected() && socket.GetOutputLength() != 0) {
-        LogError(&socket, "Closing", 0, "Closing socket while data still left to send", LogLevel::Warning);
-    }
-    Leave(socket, fd);
-}
-
-bool SocketHandler::Reconnect(TcpSocket& socket, int fd)
-{
-    socket.SetCloseAndDelete(false);
-    socket.SetIsReconnect();
-    socket.SetConnected(false);
-    socket.Close();
-    socket.OnDisconnect();
-    // The stream may have had enough. Its mark for closing then fell on a descriptor that is no more.
-    if (!socket.GetReconnect()) return false;
-    const SocketAddress* const stored = socket.GetClientRemoteAddress();
-    if (stored) {
-        const auto address = stored->Clone();
-        socket.Open(*address);
-    } else {
-        LogError(&socket, "Reconnect", 0, "no address", LogLevel::Error);
-    }
-    socket.ResetConnectionRetries();
-    Add(&socket);
-    mFdsErase.push_back(fd);
-    return true;
 }
 
 void SocketHandler::Leave(Socket& socket, int fd)

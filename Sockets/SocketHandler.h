@@ -9,9 +9,6 @@
 
 #include <sys/select.h>
 
-class StreamSocket;
-class TcpSocket;
-
 /// A select loop over non-blocking sockets: takes them in, calls their On... operations, and runs their connection,
 /// time-out and close logic between two selects. It owns the sockets that are marked delete-by-handler.
 ///
@@ -73,10 +70,7 @@ private:
     void CheckTimeouts();
     void RetryConnects();
     void CloseSockets();
-    void CloseTcpSocket(TcpSocket& socket);
-    /// True while the socket still has something to send or to wait for.
-    bool Lingers(TcpSocket& socket);
-    bool Reconnect(TcpSocket& socket, int fd);
+    void Close(Socket& socket, int fd);
     void Leave(Socket& socket, int fd);
     void Erase();
     void DeleteRefused();

@@ -12,7 +12,7 @@ public:
 
     /// A change starts or ends the connect time-out.
     void SetConnecting(bool value = true);
-    bool IsConnecting() const { return mConnecting; }
+    bool IsConnecting() const override { return mConnecting; }
     void SetFlushBeforeClose(bool value = true) { mFlushBeforeClose = value; }
     bool GetFlushBeforeClose() const { return mFlushBeforeClose; }
     /// 0 none, -1 for ever, else that many.

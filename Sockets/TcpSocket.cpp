@@ -68,6 +68,52 @@ bool TcpSocket::Open(const SocketAddress& address, const SocketAddress* bindAddr
     return false;
 }
 
+bool TcpSocket::Reopen()
+{
+    const SocketAddress* const stored = GetClientRemoteAddress();
+    if (!stored) return false;
+    const auto address = stored->Clone();
+    Open(*address);
+    return true;
+}
+
+Socket::Ending TcpSocket::EndConnection()
+{
+    if (Lingers()) return Ending::Lingers;
+    if (IsConnected() && mReconnect) return Reconnect() ? Ending::Reopened : Ending::Leaves;
+    if (IsConnected() && GetOutputLength() != 0) {
+        LogError("Closing", 0, "Closing socket while data still left to send", LogLevel::Warning);
+    }
+    return Ending::Leaves;
+}
+
+bool TcpSocket::Lingers()
+{
+    constexpr std::time_t LingerSeconds = 4;
+    if (!IsConnected() || !GetFlushBeforeClose() || Handler().Now() - GetCloseTime() > LingerSeconds) return false;
+    if (GetOutputLength() != 0) {
+        LogError("Closing", static_cast<int>(GetOutputLength()), "Sending all data before closing", LogLevel::Info);
+    } else if ((GetShutdown() & SHUT_WRITE) == 0) {
+        if (::shutdown(GetSocket(), SHUT_WR) == -1) LogError("graceful shutdown", errno, LogLevel::Error);
+        SetShutdown(SHUT_WRITE);
+    }
+    return true;
+}
+
+bool TcpSocket::Reconnect()
+{
+    SetCloseAndDelete(false);
+    mIsReconnect = true;
+    SetConnected(false);
+    Close();
+    OnDisconnect();
+    // The stream may have had enough. Its mark for closing then fell on a descriptor that is no more.
+    if (!mReconnect) return false;
+    if (!Reopen()) LogError("Reconnect", 0, "no address", LogLevel::Error);
+    ResetConnectionRetries();
+    return true;
+}
+
 int TcpSocket::Close()
 {
     const int fd = GetSocket();

@@ -33,11 +33,11 @@ public:
 
     std::uint64_t GetBytesSent() const { return mBytesSent; }
     std::uint64_t GetBytesReceived() const { return mBytesReceived; }
-    std::size_t GetOutputLength() const { return mOutput.GetLength(); }
+    std::size_t GetOutputLength() const override { return mOutput.GetLength(); }
     void SetReconnect(bool value = true) { mReconnect = value; }
-    bool GetReconnect() const { return mReconnect; }
-    void SetIsReconnect(bool value = true) { mIsReconnect = value; }
-    bool IsReconnect() const { return mIsReconnect; }
+    bool IsReconnect() const override { return mIsReconnect; }
+    bool Reopen() override;
+    Ending EndConnection() override;
 
     void OnRead() override;
     void OnWrite() override;
@@ -61,6 +61,9 @@ private:
     std::size_t TrySend(const char* data, std::size_t size);
     void RenewFlags();
     void CloseAtOnce();
+    /// True while there is still something to send or to wait for.
+    bool Lingers();
+    bool Reconnect();
 
     std::uint64_t mBytesSent = 0;
     std::uint64_t mBytesReceived = 0;

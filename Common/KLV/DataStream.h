@@ -46,7 +46,6 @@ public:
 protected:
     void SetWriteEnabled(bool enable) { mWriteEnabled = enable; }
     void ResetCounts() { mReadCount = mWriteCount = 0; }
-    void AddReadCount(std::uint32_t size) { mReadCount += size; }
     void AddWriteCount(std::uint32_t size) { mWriteCount += size; }
 
 private:
