@@ -39,7 +39,7 @@ need_command() {
 need_preset() {
     need_packages g++ make cmake ninja-build ccache pkg-config netbase \
         libboost-dev libboost-program-options-dev libboost-filesystem-dev libboost-system-dev \
-        libnl-3-dev libnl-genl-3-dev libsystemd-dev
+        libnl-3-dev libnl-genl-3-dev libsystemd-dev nlohmann-json3-dev
     if [[ $2 != product ]]; then need_packages libgtest-dev libgmock-dev libbenchmark-dev; fi
     # scripts/breakpad fetches one source archive with it, once.
     if ! compgen -G "$1/build/cache/*.tgz" >/dev/null; then need_command npm npm; fi
@@ -58,6 +58,12 @@ need_tests() {
     asan | tsan | fuzz | armhf) ;;
     *) need_command tshark tshark ;;
     esac
+}
+
+# What the browser tests start; those who have none of it go without. Gives false where it cannot be had.
+get_browser() {
+    if command -v chromium >/dev/null && command -v node >/dev/null && command -v npm >/dev/null; then return; fi
+    (need_packages chromium fonts-dejavu-core && need_command npm npm) >&2
 }
 
 need_rig() {

@@ -1,0 +1,325 @@
+// The program but for its options, against a shell that this test plays.
+
+#include "Utilities/Watch/HttpServer.h"
+#include "Utilities/Watch/Poller.h"
+
+#include <boost/asio/read.hpp>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/streambuf.hpp>
+#include <boost/asio/write.hpp>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <istream>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace watch;
+using boost::asio::ip::tcp;
+using testing::AnyOfArray;
+using testing::Contains;
+using testing::Each;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using Guard = std::lock_guard<std::mutex>;
+
+namespace {
+
+const std::string Stamp = "[25/11/26 09:43:38] ";
+
+/// Answers as the module's shell does, and remembers every line that it is sent.
+class PlayedShell
+{
+public:
+    PlayedShell() : mThread([this] { Run(); }) {}
+    ~PlayedShell()
+    {
+        mEnd = true;
+        Close();
+        boost::system::error_code ignored;
+        tcp::socket(mContext).connect(Endpoint(), ignored);
+        mThread.join();
+    }
+
+    tcp::endpoint Endpoint() const { return mAcceptor.local_endpoint(); }
+    std::vector<std::string> Lines()
+    {
+        const Guard lock(mLock);
+        return mLines;
+    }
+    long Rounds()
+    {
+        const auto lines = Lines();
+        return std::count(lines.begin(), lines.end(), "sio");
+    }
+    void Log(const std::string& text) { Write(Stamp + text + "\r\n"); }
+    void SetMute(bool mute) { mMute = mute; }
+    void Close()
+    {
+        const Guard lock(mLock);
+        boost::system::error_code ignored;
+        mSocket.shutdown(tcp::socket::shutdown_both, ignored);
+    }
+
+private:
+    void Write(const std::string& text)
+    {
+        const Guard lock(mLock);
+        boost::system::error_code ignored;
+        boost::asio::write(mSocket, boost::asio::buffer(text), ignored);
+    }
+    void Run()
+    {
+        while (!mEnd) {
+            tcp::socket socket = mAcceptor.accept();
+            {
+                const Guard lock(mLock);
+                mSocket = std::move(socket);
+            }
+            if (!mEnd) Serve();
+        }
+    }
+    void Serve()
+    {
+        Write("\nOstrel command shell: OrbModule now\nType 'help' to see available commands.\n"
+              "Type 'cmd --help' to find out more about 'cmd'.\n");
+        boost::asio::streambuf input;
+        boost::system::error_code error;
+        while (boost::asio::read_until(mSocket, input, '\n', error), !error) {
+            std::string line;
+            std::istream stream(&input);
+            std::getline(stream, line);
+            {
+                const Guard lock(mLock);
+                mLines.push_back(line);
+            }
+            if (!mMute) Answer(line);
+        }
+    }
+    void Answer(const std::string& line)
+    {
+        std::string result;
+        if (line == "version") result = "OrbModule 1.0\n";
+        if (line == "clock/active") result = "Internal\n";
+        if (line == "tail false" || line == "tail true") result = "true\n";
+        if (line == "tail false") mTail = false;
+        if (!mTail && line != "tail true") {
+            Write(result);
+            return;
+        }
+        const std::string name = line.substr(0, line.find(' '));
+        if (mTail) Write(Stamp + "CommandLine: Received " + line + "\r\n");
+        mTail = true;
+        Write(Stamp + "CommandLine: Sent " + name + " Result\r\n" + result + "\r\n");
+    }
+
+    boost::asio::io_context mContext;
+    tcp::acceptor mAcceptor{mContext, {boost::asio::ip::address_v4::loopback(), 0}};
+    tcp::socket mSocket{mContext};
+    bool mTail = true;
+    std::mutex mLock;
+    std::vector<std::string> mLines;
+    std::atomic<bool> mEnd{false};
+    std::atomic<bool> mMute{false};
+    std::thread mThread;
+};
+
+/// A browser's side of a connection.
+class Client
+{
+public:
+    explicit Client(const tcp::endpoint& server) { mSocket.connect(server); }
+    void Send(const std::string& bytes)
+    {
+        boost::system::error_code ignored;
+        boost::asio::write(mSocket, boost::asio::buffer(bytes), ignored);
+    }
+    void Get(const std::string& target, const std::string& host = "localhost")
+    {
+        Send("GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n\r\n");
+    }
+    /// All up to the end of the connection.
+    std::string ReadAll()
+    {
+        boost::system::error_code end;
+        boost::asio::read(mSocket, boost::asio::dynamic_buffer(mText), end);
+        return mText;
+    }
+    std::string ReadThrough(const std::string& mark)
+    {
+        boost::system::error_code error;
+        const std::size_t size = boost::asio::read_until(mSocket, boost::asio::dynamic_buffer(mText), mark, error);
+        const std::string text = mText.substr(0, error ? mText.size() : size);
+        mText.erase(0, text.size());
+        return text;
+    }
+
+private:
+    boost::asio::io_context mContext;
+    tcp::socket mSocket{mContext};
+    std::string mText;
+};
+
+class Server : public testing::Test
+{
+protected:
+    explicit Server(double logBurst = 512 * 1024)
+        : mPoller(mContext, mShell.Endpoint(), mPicture, Settings(logBurst)),
+          mAcceptor(mContext, {boost::asio::ip::address_v4::loopback(), 0}),
+          mEndpoint(mAcceptor.local_endpoint()),
+          mServer(mContext, std::move(mAcceptor), mPicture, mPoller, {})
+    {
+        mPoller.SetChanged([this] { mServer.OnChange(); });
+        mServer.Start();
+        mPoller.Start();
+        mThread = std::thread([this] { mContext.run(); });
+        WaitFor([this] { return Ask("/healthz").find(" 200 ") != std::string::npos; });
+    }
+    ~Server() override
+    {
+        mContext.stop();
+        mThread.join();
+    }
+    static Poller::Settings Settings(double logBurst)
+    {
+        Poller::Settings settings;
+        settings.logBurst = logBurst;
+        return settings;
+    }
+    std::string Ask(const std::string& target, const std::string& host = "localhost")
+    {
+        Client client(mEndpoint);
+        client.Get(target, host);
+        return client.ReadAll();
+    }
+    template <class Condition>
+    static void WaitFor(Condition condition)
+    {
+        for (int i = 0; i < 1000 && !condition(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_TRUE(condition());
+    }
+
+    PlayedShell mShell;
+    boost::asio::io_context mContext;
+    Picture mPicture{"the shell"};
+    Poller mPoller;
+    tcp::acceptor mAcceptor;
+    tcp::endpoint mEndpoint;
+    HttpServer mServer;
+    std::thread mThread;
+};
+
+/// Whatever a browser asks for, in whatever form, the module is sent listings and nothing else.
+TEST_F(Server, NoRequestBringsForthAnotherCommand)
+{
+    for (const char* target :
+         {"/", "/api/state", "/metrics", "/healthz", "/api/state?command=quit", "/quit", "/%0aquit%0a", "/api/../quit",
+          "/adma/clear_all", "quit", "*", "http://localhost/api/state", "/app.js?\"quit\"", "/patch%200%205%201%207"})
+        Ask(target);
+    for (const char* method : {"POST", "PUT", "DELETE", "PATCH", "OPTIONS", "CONNECT", "quit"}) {
+        Client client(mEndpoint);
+        client.Send(std::string(method) + " /api/state HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\nquit\n");
+        EXPECT_THAT(client.ReadThrough("\r\n"), Not(HasSubstr(" 200 "))) << method;
+    }
+    Client garbage(mEndpoint);
+    garbage.Send("quit\r\n\nquit\n\r\n\r\n");
+    garbage.ReadAll();
+    Client events(mEndpoint);
+    events.Send("GET /events HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 1\nquit\n\r\n\r\nquit\nquit\n");
+    Client follower(mEndpoint);
+    follower.Get("/events");
+    EXPECT_THAT(follower.ReadThrough("\"clocks\":"), HasSubstr("event: state"));
+    WaitFor([this] { return mShell.Rounds() > 0; });
+    EXPECT_THAT(mShell.Lines(), Each(AnyOfArray(ShellCommandTexts)));
+    EXPECT_THAT(mShell.Lines(), Contains("clock/active"));
+}
+
+TEST_F(Server, AnswersItsOwnHostsAlone)
+{
+    const std::string page = Ask("/", "127.0.0.1:1");
+    EXPECT_THAT(page, StartsWith("HTTP/1.1 200 OK"));
+    EXPECT_THAT(page, HasSubstr("Content-Security-Policy: default-src 'none'; script-src 'self'"));
+    EXPECT_THAT(page, HasSubstr("<title>OrbWatch</title>"));
+    for (const char* path : {"/", "/api/state", "/events", "/metrics", "/healthz"})
+        EXPECT_THAT(Ask(path, "evil.example"), StartsWith("HTTP/1.1 421 ")) << path;
+    EXPECT_THAT(Ask("/nothing"), StartsWith("HTTP/1.1 404 "));
+    Client big(mEndpoint);
+    big.Send("GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(10000, 'x') + "\r\n\r\n");
+    EXPECT_THAT(big.ReadThrough("\r\n"), StartsWith("HTTP/1.1 431 "));
+}
+
+/// What a listing costs the module is paid only while somebody looks, and once a second at most.
+TEST_F(Server, AsksOnlyWhenSomebodyLooksAndWhenTheLogMoves)
+{
+    mShell.Log("nobody sees this");
+    Ask("/");
+    EXPECT_EQ(mShell.Rounds(), 0);
+    const auto start = std::chrono::steady_clock::now();
+    const std::string state = Ask("/api/state");
+    EXPECT_THAT(state, HasSubstr("\"contact\":\"live\""));
+    EXPECT_THAT(state, HasSubstr("\"active\":\"Internal\""));
+    const long before = mShell.Rounds();
+    EXPECT_GE(before, 1);
+    for (int i = 0; i < 50; ++i) {
+        mShell.Log("something happens");
+        Ask("/api/state");
+    }
+    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+    EXPECT_LE(static_cast<double>(mShell.Rounds()), 1 + passed.count());
+    mShell.Log("and once more");
+    const long now = mShell.Rounds();
+    WaitFor([&] { return mShell.Rounds() > now; });
+}
+
+/// A browser that takes nothing holds up neither the module nor another browser.
+TEST_F(Server, ABrowserThatDoesNotReadIsNotWaitedFor)
+{
+    Client stuck(mEndpoint);
+    stuck.Get("/events");
+    Client other(mEndpoint);
+    other.Get("/events");
+    other.ReadThrough("event: state");
+    for (int i = 0; i < 3000; ++i)
+        mShell.Log("line " + std::to_string(i) + std::string(2000, 'x'));
+    mShell.Log("the last line");
+    EXPECT_THAT(other.ReadThrough("the last line"), HasSubstr("the last line"));
+}
+
+TEST_F(Server, SaysWhenTheModuleIsSilentAwayAndBack)
+{
+    Client page(mEndpoint);
+    page.Get("/events");
+    page.ReadThrough("\"contact\":\"live\"");
+    mShell.Close();
+    EXPECT_THAT(page.ReadThrough("\"contact\":\"away\""), HasSubstr("\"contact\":\"away\""));
+    EXPECT_THAT(Ask("/healthz"), HasSubstr("503 "));
+    EXPECT_THAT(page.ReadThrough("\"restarts\":1"), HasSubstr("\"contact\":\"live\""));
+    mShell.SetMute(true);
+    mShell.Log("look again");
+    EXPECT_THAT(page.ReadThrough("\"contact\":\"silent\""), HasSubstr("\"contact\":\"silent\""));
+    const auto lines = mShell.Lines().size();
+    Ask("/api/state");
+    EXPECT_EQ(mShell.Lines().size(), lines);
+}
+
+class SparingServer : public Server
+{
+protected:
+    SparingServer() : Server(100) {}
+};
+
+TEST_F(SparingServer, ListingsDoNotFillTheLog)
+{
+    Client page(mEndpoint);
+    page.Get("/events");
+    EXPECT_THAT(page.ReadThrough("\"sparing\":true"), HasSubstr("\"sparing\":true"));
+}
+
+} // namespace

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "Utilities/Watch/Metrics.h"
+#include "Utilities/Watch/Picture.h"
+#include "Utilities/Watch/Poller.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace watch {
+
+class EventStream;
+
+/// Accepts browsers and scrapers, and tells the open event streams when the picture has changed. It reads the picture
+/// and says to the poller that somebody looks; nothing that a request holds goes any further.
+class HttpServer
+{
+public:
+    static constexpr std::size_t MaxConnections = 64;
+    static constexpr std::size_t MaxViewers = 16;
+
+    HttpServer(boost::asio::io_context& context, boost::asio::ip::tcp::acceptor acceptor, const Picture& picture,
+               Poller& poller, std::vector<std::string> names);
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    void Start();
+    /// After a change of the picture; what follows closely goes out together.
+    void OnChange();
+
+    // For the sessions.
+    const Picture& GetPicture() const { return mPicture; }
+    Poller& GetPoller() { return mPoller; }
+    const std::vector<std::string>& HostNames() const { return mNames; }
+    OwnFigures Figures() const;
+    void CountRequest() { ++mRequests; }
+    /// Lives as long as a connection does.
+    std::shared_ptr<void> TakePlace();
+    /// @return false if there are enough of them.
+    bool AddViewer(const std::shared_ptr<EventStream>& stream);
+
+private:
+    void Accept();
+    void Tick();
+    void WakeViewers(bool tick);
+
+    boost::asio::io_context& mContext;
+    boost::asio::ip::tcp::acceptor mAcceptor;
+    const Picture& mPicture;
+    Poller& mPoller;
+    const std::vector<std::string> mNames;
+    boost::asio::steady_timer mAcceptTimer;
+    boost::asio::steady_timer mChangeTimer;
+    boost::asio::steady_timer mTickTimer;
+    bool mChangePending = false;
+    std::shared_ptr<std::size_t> mConnections = std::make_shared<std::size_t>(0);
+    std::uint64_t mRequests = 0;
+    std::vector<std::weak_ptr<EventStream>> mViewers;
+};
+
+} // namespace watch

@@ -1,0 +1,276 @@
+#include "Utilities/Watch/Poller.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace watch {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds Spacing{1000};
+/// After a line of the log: at once, and for what follows from it.
+constexpr milliseconds HintDelays[] = {milliseconds(0), milliseconds(1000), milliseconds(3000)};
+constexpr milliseconds ReplyPatience{2000};
+constexpr milliseconds SilencePatience{5000};
+constexpr milliseconds GiveUp{30000};
+constexpr milliseconds FreshPatience{900};
+/// Without Information no line says when something changes.
+constexpr milliseconds BlindRefresh{2000};
+/// A result that is shorter comes whole by the log.
+constexpr std::size_t FitsMessage = 3900;
+
+} // namespace
+
+Poller::Poller(boost::asio::io_context& context, boost::asio::ip::tcp::endpoint shell, Picture& picture,
+               Settings settings)
+    : mContext(context),
+      mPicture(picture),
+      mSettings(settings),
+      mLink(context, std::move(shell),
+            {[this] {
+                 if (mPicture.GetContact() != Contact::Away) mPicture.OnContact(Contact::Connecting, Now());
+             },
+             [this] { OnReady(); },
+             [this] {
+                 mPicture.OnContact(Contact::Silent, Now());
+                 mChanged();
+             },
+             [this] { OnLost(); }, [this](LogMessage message) { OnMessage(std::move(message)); },
+             [this](const Reply& reply) { OnReply(reply); }}),
+      mRoundTimer(context),
+      mReplyTimer(context),
+      mWaitTimer(context),
+      mBudget(settings.logBurst)
+{}
+
+Milliseconds Poller::Now()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+void Poller::OnLook()
+{
+    mLookedUntil = Clock::now() + mSettings.interest;
+    Schedule();
+}
+
+std::shared_ptr<void> Poller::Watch()
+{
+    auto token = mWatchers.lock();
+    if (!token) {
+        token = std::make_shared<char>();
+        mWatchers = token;
+    }
+    Schedule();
+    return token;
+}
+
+bool Poller::IsLookedAt() const
+{
+    return !mWatchers.expired() || Clock::now() < mLookedUntil;
+}
+
+bool Poller::IsFresh() const
+{
+    if (!mLink.IsReady() || mPicture.GetContact() != Contact::Live) return true;
+    const auto next = NextRound();
+    return !mRound && next && *next > Clock::now();
+}
+
+void Poller::WhenFresh(std::function<void()> callback)
+{
+    OnLook();
+    if (IsFresh()) {
+        callback();
+        return;
+    }
+    if (mWaiters.empty()) {
+        mWaitTimer.expires_after(FreshPatience);
+        mWaitTimer.async_wait([this](const boost::system::error_code& error) {
+            if (!error) CallWaiters();
+        });
+    }
+    mWaiters.push_back(std::move(callback));
+}
+
+void Poller::CallWaiters()
+{
+    mWaitTimer.cancel();
+    for (const auto& waiter : std::exchange(mWaiters, {}))
+        waiter();
+}
+
+void Poller::OnReady()
+{
+    mPicture.OnContact(Contact::Live, Now());
+    mPicture.OnVersion(mLink.Session().Version());
+    mLastStart.reset();
+    mChanged();
+    // The session is still at work on what it has read.
+    boost::asio::post(mContext, [this] { Schedule(); });
+}
+
+void Poller::OnLost()
+{
+    mRound.reset();
+    mProbing = false;
+    mRoundTimer.cancel();
+    mReplyTimer.cancel();
+    mPicture.OnContact(Contact::Away, Now());
+    CallWaiters();
+    mChanged();
+}
+
+void Poller::OnMessage(LogMessage message)
+{
+    mPicture.OnMessage(std::move(message), Now());
+    mLastHint = Clock::now();
+    mChanged();
+    if (!mRound) Schedule();
+}
+
+void Poller::Refill()
+{
+    const Clock::time_point now = Clock::now();
+    const std::chrono::duration<double> passed = now - mRefilled;
+    mRefilled = now;
+    mBudget = std::min(mSettings.logBurst, mBudget + passed.count() * mSettings.logRate);
+}
+
+/// When the next round is due, not before now if nobody looks.
+std::optional<Poller::Clock::time_point> Poller::NextRound() const
+{
+    if (!IsLookedAt()) return std::nullopt;
+    if (!mLastStart) return Clock::now();
+    Clock::time_point next = *mLastStart + (mPicture.IsInformationOn() ? mSettings.refresh : BlindRefresh);
+    for (const milliseconds delay : HintDelays)
+        if (mLastHint + delay > *mLastStart) next = std::min(next, mLastHint + delay);
+    return std::max(next, *mLastStart + Spacing);
+}
+
+void Poller::Schedule()
+{
+    if (!mLink.IsReady() || mRound) return;
+    auto next = NextRound();
+    if (!next) {
+        mRoundTimer.cancel();
+        return;
+    }
+    Refill();
+    if (mBudget < 0) {
+        const std::chrono::duration<double> wait(-mBudget / mSettings.logRate);
+        next = std::max(*next, Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
+    }
+    mPicture.OnSparing(mBudget < 0);
+    mRoundTimer.expires_at(*next);
+    mRoundTimer.async_wait([this](const boost::system::error_code& error) {
+        if (!error) StartRound();
+    });
+}
+
+void Poller::StartRound()
+{
+    if (mRound || !mLink.IsReady()) return;
+    // The look may have ended meanwhile.
+    if (!IsLookedAt()) return;
+    mRound.emplace();
+    mRound->start = Clock::now();
+    mLastStart = mRound->start;
+    AskNext();
+}
+
+void Poller::AskNext()
+{
+    while (mRound->directOnly && mRound->next < PictureCommands.size() && IsLogged(PictureCommands[mRound->next]))
+        ++mRound->next;
+    if (mRound->next == PictureCommands.size()) {
+        EndRound();
+        return;
+    }
+    const ShellCommand command = PictureCommands[mRound->next];
+    if (mRound->directOnly || mLong.count(command) != 0) {
+        mLink.Session().AskWhole(command);
+    } else {
+        mLink.Session().Ask(command);
+    }
+    AwaitReply(ReplyPatience);
+}
+
+void Poller::AwaitReply(milliseconds patience)
+{
+    mReplyTimer.expires_after(patience);
+    mReplyTimer.async_wait([this](const boost::system::error_code& error) {
+        if (!error) OnNoReply();
+    });
+}
+
+void Poller::OnReply(const Reply& reply)
+{
+    mReplyTimer.cancel();
+    mPicture.OnContact(Contact::Live, Now());
+    if (!mRound) return;
+    mRound->loggedBytes += reply.loggedBytes;
+    if (std::exchange(mProbing, false)) {
+        // It answers, only not through the log.
+        mRound->directOnly = true;
+        mPicture.OnInformation(false);
+    } else if (!mRound->directOnly) {
+        mPicture.OnInformation(true);
+    }
+    if (reply.cut) {
+        mLong.insert(reply.command);
+        mPicture.OnLong(reply.command, true);
+        boost::asio::post(mContext, [this] {
+            if (mRound) AskNext();
+        });
+        return;
+    }
+    if (mLong.count(reply.command) != 0 && reply.result.size() < FitsMessage) {
+        mLong.erase(reply.command);
+        mPicture.OnLong(reply.command, false);
+    }
+    if (reply.command == PictureCommands[mRound->next]) {
+        mPicture.OnReply(reply);
+        ++mRound->next;
+    }
+    mChanged();
+    boost::asio::post(mContext, [this] {
+        if (mRound) AskNext();
+    });
+}
+
+void Poller::OnNoReply()
+{
+    if (!mRound || !mLink.IsReady()) return;
+    const bool wasDirect = mRound->directOnly || mProbing || mLong.count(PictureCommands[mRound->next]) != 0;
+    if (!wasDirect) {
+        mProbing = true;
+        mLink.Session().AskWhole(ShellCommand::ActiveClock);
+        AwaitReply(SilencePatience);
+        return;
+    }
+    if (mPicture.GetContact() == Contact::Silent) {
+        mLink.Drop();
+        return;
+    }
+    mPicture.OnContact(Contact::Silent, Now());
+    CallWaiters();
+    mChanged();
+    AwaitReply(GiveUp);
+}
+
+void Poller::EndRound()
+{
+    Refill();
+    mBudget -= static_cast<double>(mRound->loggedBytes);
+    mRound.reset();
+    mPicture.OnRound(Now());
+    CallWaiters();
+    mChanged();
+    Schedule();
+}
+
+} // namespace watch

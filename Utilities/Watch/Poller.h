@@ -1,0 +1,102 @@
+#pragma once
+
+#include "Utilities/Watch/Picture.h"
+#include "Utilities/Watch/ShellLink.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
+#include <vector>
+
+namespace watch {
+
+/// Says when the module is asked for its listings.
+///
+/// The module writes each command and each listing into its log, so a picture taken every second would fill the log
+/// with itself. The log says when something changes, though: a line that is no listing brings a new picture at once,
+/// and two more within the next seconds for what follows from it. Without such a line there is one every refresh
+/// period. In no case is there more than one a second, nor any while nobody looks, and what the listings add to the log
+/// stays below a budget.
+class Poller
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Settings
+    {
+        std::chrono::milliseconds refresh{60000};
+        /// How long a look counts: longer than the usual pause between two scrapes.
+        std::chrono::milliseconds interest{90000};
+        /// Bytes that listings may add to the module's log at once, and each second.
+        double logBurst = 512 * 1024;
+        double logRate = 2048;
+    };
+
+    Poller(boost::asio::io_context& context, boost::asio::ip::tcp::endpoint shell, Picture& picture, Settings settings);
+
+    void Start() { mLink.Start(); }
+
+    /// Somebody looks, once.
+    void OnLook();
+    /// Somebody goes on looking until the returned token dies.
+    std::shared_ptr<void> Watch();
+    /// Calls back when the picture is as fresh as it is while somebody looks: at once, or after a short wait.
+    void WhenFresh(std::function<void()> callback);
+
+    /// Called after each change of the picture.
+    void SetChanged(std::function<void()> changed) { mChanged = std::move(changed); }
+    /// Listings in flight, 0 or 1.
+    std::size_t ListingsUnderway() const { return mRound ? 1 : 0; }
+
+private:
+    struct Round
+    {
+        std::size_t next = 0;
+        Clock::time_point start{};
+        std::size_t loggedBytes = 0;
+        /// Information is off: what comes by the log is left out.
+        bool directOnly = false;
+    };
+
+    bool IsLookedAt() const;
+    bool IsFresh() const;
+    void OnMessage(LogMessage message);
+    void OnReady();
+    void OnLost();
+    void OnReply(const Reply& reply);
+    void OnNoReply();
+    void Schedule();
+    std::optional<Clock::time_point> NextRound() const;
+    void StartRound();
+    void AskNext();
+    void EndRound();
+    void AwaitReply(std::chrono::milliseconds patience);
+    void CallWaiters();
+    void Refill();
+    static Milliseconds Now();
+
+    boost::asio::io_context& mContext;
+    Picture& mPicture;
+    const Settings mSettings;
+    ShellLink mLink;
+    boost::asio::steady_timer mRoundTimer;
+    boost::asio::steady_timer mReplyTimer;
+    boost::asio::steady_timer mWaitTimer;
+    std::function<void()> mChanged = [] {};
+    std::optional<Round> mRound;
+    std::optional<Clock::time_point> mLastStart;
+    Clock::time_point mLastHint{};
+    Clock::time_point mLookedUntil{};
+    std::weak_ptr<void> mWatchers;
+    std::set<ShellCommand> mLong;
+    double mBudget;
+    Clock::time_point mRefilled = Clock::now();
+    bool mProbing = false;
+    std::vector<std::function<void()>> mWaiters;
+};
+
+} // namespace watch
