@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <iostream>
+#include <thread>
 
 namespace rehearsal {
 
@@ -28,6 +29,7 @@ bool Rehearsal::Play()
             std::cerr << "rehearsal: step '" << step.name << "' was not seen: " << error.what() << std::endl;
             return false;
         }
+        std::this_thread::sleep_for(mPace);
     }
     return true;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -19,7 +20,10 @@ class Rehearsal
 {
 public:
     /// @param waitForEnter ask for a line on standard input before each step, so that there is time to look around.
-    explicit Rehearsal(bool waitForEnter) : mWaitForEnter(waitForEnter) {}
+    /// @param pace time that passes after each step, so that an eye can follow.
+    explicit Rehearsal(bool waitForEnter, std::chrono::milliseconds pace = {})
+        : mWaitForEnter(waitForEnter), mPace(pace)
+    {}
 
     void Add(Step step) { mSteps.push_back(std::move(step)); }
     void Add(std::vector<Step> steps);
@@ -28,6 +32,7 @@ public:
 
 private:
     bool mWaitForEnter;
+    std::chrono::milliseconds mPace;
     std::vector<Step> mSteps;
 };
 

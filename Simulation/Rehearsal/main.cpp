@@ -4,17 +4,31 @@
 #include "Simulation/Rehearsal/Rehearsal.h"
 #include "Simulation/Rehearsal/RoutingScene.h"
 #include "Simulation/Rehearsal/ShowScene.h"
+#include "Simulation/Stage/ChildProcess.h"
 #include "Simulation/Stage/RigProgram.h"
 
 #include <iostream>
+#include <memory>
 #include <string>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace po = boost::program_options;
 using namespace rehearsal;
 
 namespace {
+
+/// Shows the module on a page, at the listening socket that this program was given. Those that it starts later do not
+/// get the socket.
+std::unique_ptr<stage::ChildProcess> StartWatch(int descriptor)
+{
+    auto watch = std::make_unique<stage::ChildProcess>(
+        stage::Command{{stage::ProgramPath("OrbWatch"), "--listen-fd", std::to_string(descriptor)}});
+    watch->WaitForOutput("OrbWatch shows");
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    return watch;
+}
 
 int Play(const po::variables_map& values)
 {
@@ -23,10 +37,13 @@ int Play(const po::variables_map& values)
     const std::chrono::seconds patience(values["patience"].as<unsigned int>());
     const bool hasTerminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
 
+    std::unique_ptr<stage::ChildProcess> watch;
+    if (values.count("watch")) watch = StartWatch(values["watch"].as<int>());
+
     RoutingScene routing(setup, patience);
     NetworkScene network(routing, patience);
     ShowScene show(routing, network, patience);
-    Rehearsal rehearsal(values.count("step") > 0);
+    Rehearsal rehearsal(values.count("step") > 0, std::chrono::seconds(values["pace"].as<unsigned int>()));
     rehearsal.Add(routing.Steps());
     rehearsal.Add(network.Steps());
     rehearsal.Add(show.Steps());
@@ -49,6 +66,8 @@ int main(int argc, char** argv)
         ("help", "this text")
         ("module", po::value<std::string>(), "the program to play with, else OrbModuleSim beside this one")
         ("patience", po::value<unsigned int>()->default_value(10), "seconds that each thing may take to be seen")
+        ("watch", po::value<int>(), "show the module on a page at the listening socket with this number")
+        ("pace", po::value<unsigned int>()->default_value(0), "seconds to wait after each step")
         ("step", "wait for Enter before each step")
         ("no-shell", "do not hand over to the shell, even on a terminal");
     // clang-format on
