@@ -4,6 +4,8 @@
 #include "Benchmarks/BareStream.h"
 #include "Benchmarks/LoadReport.h"
 #include "Benchmarks/LoadUnit.h"
+#include "Simulation/Stage/ByteStream.h"
+#include "Simulation/Stage/ChildProcess.h"
 #include "Simulation/Stage/NetworkNamespace.h"
 #include "Simulation/Stage/RigProgram.h"
 
@@ -265,6 +267,36 @@ void Measure(const Sizes& sizes)
     unit.Stop();
 }
 
+// ---- OrbWatch
+
+/// The module at rest, alone and then beside OrbWatch with a page open, and OrbWatch itself.
+void MeasureWatch(unsigned int seconds)
+{
+    const Report report;
+    LoadUnit unit;
+    unit.PlugHub(0);
+    unit.PlugHub(1);
+    const double baseCpu = CpuPercentAtRest(unit.GetProcess(), seconds);
+    const double baseMemory = ResidentMebibytes(unit.GetProcess());
+
+    ChildProcess watch({{ProgramPath("OrbWatch")}});
+    watch.WaitForOutput("OrbWatch shows");
+    ByteStream page = ByteStream::ConnectTcp({}, "127.0.0.1", 8055);
+    page.Send("GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    page.TakeThrough("\"contact\":\"live\"");
+    const double ownBefore = CpuSeconds(watch.Id());
+    const double start = NowMicroseconds();
+    const double cpu = CpuPercentAtRest(unit.GetProcess(), seconds);
+    const double own = (CpuSeconds(watch.Id()) - ownBefore) / (NowMicroseconds() - start) * 1e8;
+    const double ownMemory = ResidentMebibytes(watch.Id());
+    const double memory = ResidentMebibytes(unit.GetProcess());
+    report.Row("core at rest, a page open", cpu, baseCpu, "%", Target{"under 0.3 %", cpu < 0.3});
+    report.Row("resident, a page open", memory, baseMemory, "MiB", Target{"under 16 MiB", memory < 16});
+    report.Row("OrbWatch: core, a page open", own, baseCpu, "%", Target{"under 1 %", own < 1});
+    report.Row("OrbWatch: resident, a page open", ownMemory, baseMemory, "MiB", Target{"under 16 MiB", ownMemory < 16});
+    unit.Stop();
+}
+
 // ---- heartbeats
 
 /// Sees the packets that come to the primary link's far end, past the neighbour that lives there.
@@ -395,11 +427,14 @@ int main(int argc, char** argv)
         ("patches", po::value(&sizes.patches)->default_value(2000), "single patches whose time is taken")
         ("swings", po::value(&sizes.swings)->default_value(200), "cables that are lost")
         ("rest", po::value(&sizes.rest)->default_value(20), "seconds for each look at the module at rest")
+        ("watch", po::value<unsigned int>(), "instead, look so many seconds at the module at rest, alone and with OrbWatch")
         ("heartbeats", po::value<unsigned int>(), "instead, watch the link heartbeats for so many seconds under load");
     // clang-format on
     return stage::RunInRig("orbload", argc, argv, description, [&](const po::variables_map& values) {
         if (values.count("heartbeats")) {
             MeasureHeartbeats(values["heartbeats"].as<unsigned int>());
+        } else if (values.count("watch")) {
+            MeasureWatch(values["watch"].as<unsigned int>());
         } else {
             Measure(sizes);
         }
