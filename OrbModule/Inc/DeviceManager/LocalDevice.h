@@ -33,6 +33,7 @@ public:
     PortMap Inputs;
     PortMap Outputs;
 
+    SoftwareCheck Check(Side side) const { return Checks[static_cast<std::size_t>(side)]; }
     SoftwareCheck& Check(Side side) { return Checks[static_cast<std::size_t>(side)]; }
     bool IsAUUnderway() const { return HasCheck(SoftwareCheck::UnderWay); }
     bool IsAUDone() const { return HasCheck(SoftwareCheck::Passed); }

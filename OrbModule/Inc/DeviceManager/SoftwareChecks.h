@@ -20,7 +20,6 @@ public:
     void OnDeviceCheckResults(const DeviceCheckResultsCmd& command);
 
 private:
-    void RequestIoInfo(Side side);
     void RequestCheck(Side side, std::uint8_t kind, std::uint8_t method, Hid hid);
     /// The extended form for those that know it.
     void SendIoInfoReq(Side side);

@@ -4,6 +4,7 @@
 #include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "Common/KLV/Commands/UpdateCommands.h"
 #include "MiscSource/NetworkPorts.h"
+#include "OrbModule/Inc/DeviceManager/CheckRules.h"
 #include "OrbModule/Inc/DeviceManager/DeviceDirectory.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
@@ -48,36 +49,38 @@ void SoftwareChecks::RequestInfo(Side side)
     LocalDevice& local = mDevices.mLocal;
     if (local.IsRoutingDevice()) {
         AUDIT_LOG(RouterDiscovery, "Incoming local router KLV stream, requesting info\r\n");
-        if (local.Type != K2Heartbeat::K2_HUB_TYPE || local.Check(side) == SoftwareCheck::UnderWay) {
-            mComms.SendLocal(RouterInfoReq(), ToPort(side));
-        } else {
-            AUDIT_LOG(Information, "Request Software check\r\n");
-            RequestCheck(side, HubKind, RoutingMethod, MakeHubHid(local.Hid, IsPrimary(side)));
-        }
     } else if (local.IsIoDevice()) {
-        RequestIoInfo(side);
+        AUDIT_LOG(RouterConnectionDebug,
+                  "DeviceManager::OnLocalLinkChanged Local IO box KLV stream online: HID = %lu\r\n",
+                  static_cast<unsigned long>(local.Hid));
         local.SetOnline(side, true);
     }
-}
-
-void SoftwareChecks::RequestIoInfo(Side side)
-{
-    const LocalDevice& local = mDevices.mLocal;
-    AUDIT_LOG(RouterConnectionDebug, "DeviceManager::OnLocalLinkChanged Local IO box KLV stream online: HID = %lu\r\n",
-              static_cast<unsigned long>(local.Hid));
-    if (local.IsAUDone()) {
+    using CheckRules::Request;
+    switch (CheckRules::OfStream(local, side)) {
+    case Request::Nothing:
+        break;
+    case Request::RouterInfo:
+        mComms.SendLocal(RouterInfoReq(), ToPort(side));
+        break;
+    case Request::HubCheck:
+        RequestCheck(side, HubKind, RoutingMethod, MakeHubHid(local.Hid, IsPrimary(side)));
+        break;
+    case Request::IoCheck:
+        RequestCheck(side, GetIoCheckKind(local.Type, local.Hid), IoMethod, local.Hid);
+        break;
+    case Request::AwaitCheck:
+        AUDIT_LOG(Information, "Software check underway\r\n");
+        break;
+    case Request::IoInfo:
         AUDIT_LOG(IODiscovery, "%s", IsExtendedIoHid(local.Hid) ? "Querying IoInfoReqEx\n" : "Querying IoInfoReq\n");
         SendIoInfoReq(side);
-    } else if (local.IsAUUnderway()) {
-        AUDIT_LOG(Information, "Software check underway\r\n");
-    } else {
-        AUDIT_LOG(Information, "Request Software check\r\n");
-        RequestCheck(side, GetIoCheckKind(local.Type, local.Hid), IoMethod, local.Hid);
+        break;
     }
 }
 
 void SoftwareChecks::RequestCheck(Side side, std::uint8_t kind, std::uint8_t method, Hid hid)
 {
+    AUDIT_LOG(Information, "Request Software check\r\n");
     LocalDevice& local = mDevices.mLocal;
     DevicesToCheckAndUpdateCmd request(AddressText(UNIT_MODULE));
     request.AddDevice(AddressText(local.Link(side).RemoteIp), kind, method, hid, CheckEnabled);

@@ -131,6 +131,14 @@ Lines DirectoryTest::Take()
     return std::exchange(mLines, {});
 }
 
+Lines DirectoryTest::All(std::initializer_list<Lines> events)
+{
+    Lines all;
+    for (const Lines& lines : events)
+        all.insert(all.end(), lines.begin(), lines.end());
+    return all;
+}
+
 Lines DirectoryTest::TakeAfterTimers(std::size_t count)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -140,55 +148,66 @@ Lines DirectoryTest::TakeAfterTimers(std::size_t count)
     return std::exchange(mLines, {});
 }
 
-void DirectoryTest::LinkUp(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
+Lines DirectoryTest::LinkUp(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
 {
     mDevices.OnDeviceChanged(ToLinkIndex(port), NearIp(port), 3, FarIp(port), hid, type);
+    return Take();
 }
 
-void DirectoryTest::LinkDown(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
+Lines DirectoryTest::LinkDown(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
 {
     mDevices.OnDeviceChanged(ToLinkIndex(port), 0, 0xFF, 0, hid, type);
+    return Take();
 }
 
-void DirectoryTest::Checked(const std::string& address, std::uint8_t result)
+Lines DirectoryTest::Stream(UINT8GIGEPORT port, StreamType type, bool valid, std::uint32_t address)
+{
+    mDevices.OnKLVStreamChanged(port, type, address, valid);
+    return Take();
+}
+
+Lines DirectoryTest::Checked(const std::string& address, std::uint8_t result)
 {
     mDevices.OnDeviceCheckResults(std::make_shared<DeviceCheckResultsCmd>(address, result), 0, StreamType::UPDATE_LINK);
+    return Take();
 }
 
-void DirectoryTest::KnowSelf()
+Lines DirectoryTest::KnowSelf()
 {
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(Self, RemoteDeviceType::Orb, 512, 512, 0), 0, Local);
     Report(0, OrbIo, 0x013F0100, Self, RemoteDeviceType::Modular);
     mDevices.ProcessIOCmd(std::make_shared<IoInfoCard>(OrbIo, std::uint8_t{0xFF}, "", IoInfoCard::PortNumbers(),
                                                        IoInfoCard::PortNumbers(), IoInfoCard::CardFlags()),
                           0, Local);
-    Take();
+    return Take();
 }
 
-void DirectoryTest::PlugBox(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
+Lines DirectoryTest::PlugBox(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
 {
     LinkUp(port, hid, type);
     StreamUp(port);
     Checked(AddressText(FarIp(port)));
-    Take();
+    return Take();
 }
 
-void DirectoryTest::PlugRouter(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
+Lines DirectoryTest::PlugRouter(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
 {
     LinkUp(port, RouterHid, type);
     StreamUp(port);
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, ToRemoteDeviceType(type), 512, 512, 0), port, Local);
-    Take();
+    return Take();
 }
 
-void DirectoryTest::Report(UINT8GIGEPORT port, Hid hid, std::uint32_t address, Hid owner, RemoteDeviceType type)
+Lines DirectoryTest::Report(UINT8GIGEPORT port, Hid hid, std::uint32_t address, Hid owner, RemoteDeviceType type)
 {
     mDevices.OnRemoteIoUpdate(std::make_shared<RemoteIoUpdate>(type, hid, address, owner, SampleRates::RATE_44K1,
                                                                RateList{SampleRates::RATE_44K1}),
                               port, Local);
+    return Take();
 }
 
-void DirectoryTest::ReportRouter(UINT8GIGEPORT port, Hid hid, std::uint32_t address, RemoteDeviceType type)
+Lines DirectoryTest::ReportRouter(UINT8GIGEPORT port, Hid hid, std::uint32_t address, RemoteDeviceType type)
 {
     mDevices.OnRemoteRouterUpdate(std::make_shared<RemoteRouterUpdate>(type, hid, address, RouterHid), port, Local);
+    return Take();
 }

@@ -59,25 +59,29 @@ protected:
     static DeviceManager::Limits SmallLimits();
     /// Runs what has been posted, and gives what was done since the last call, signals included.
     Lines Take();
+    /// What was done on several events.
+    static Lines All(std::initializer_list<Lines> events);
     /// Runs the timers too, until as many lines stand there. A timer acts nowhere else.
     Lines TakeAfterTimers(std::size_t count);
 
     static std::uint32_t NearIp(UINT8GIGEPORT port) { return port == 1 ? 0x00200001u : 0x00202001u; }
     static std::uint32_t FarIp(UINT8GIGEPORT port) { return port == 1 ? 0x002000FEu : 0x002020FEu; }
-    void LinkUp(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type);
-    void LinkDown(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type = K2_NO_TYPE);
-    void StreamUp(UINT8GIGEPORT port, StreamType type = Local) { mDevices.OnKLVStreamChanged(port, type, 0, true); }
-    void StreamGone(UINT8GIGEPORT port, StreamType type = Local) { mDevices.OnKLVStreamChanged(port, type, 0, false); }
-    void Checked(const std::string& address, std::uint8_t result = 0);
+    // Each event gives what is done on it, as Take does.
+    Lines LinkUp(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type);
+    Lines LinkDown(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type = K2_NO_TYPE);
+    Lines Stream(UINT8GIGEPORT port, StreamType type, bool valid, std::uint32_t address = 0);
+    Lines StreamUp(UINT8GIGEPORT port, StreamType type = Local) { return Stream(port, type, true); }
+    Lines StreamGone(UINT8GIGEPORT port, StreamType type = Local) { return Stream(port, type, false); }
+    Lines Checked(const std::string& address, std::uint8_t result = 0);
     /// The Orb router has named itself and its internal I/O.
-    void KnowSelf();
+    Lines KnowSelf();
     /// A neighbour on a link, checked and usable.
-    void PlugBox(UINT8GIGEPORT port, Hid hid = BoxHid, K2Heartbeat::LinkType type = K2_FIXED_FORMAT_TYPE);
-    void PlugRouter(UINT8GIGEPORT port, K2Heartbeat::LinkType type);
-    void Report(UINT8GIGEPORT port, Hid hid, std::uint32_t address, Hid owner = RouterHid,
-                RemoteDeviceType type = RemoteDeviceType::FixedFormat);
-    void ReportRouter(UINT8GIGEPORT port, Hid hid, std::uint32_t address,
-                      RemoteDeviceType type = RemoteDeviceType::Hub);
+    Lines PlugBox(UINT8GIGEPORT port, Hid hid = BoxHid, K2Heartbeat::LinkType type = K2_FIXED_FORMAT_TYPE);
+    Lines PlugRouter(UINT8GIGEPORT port, K2Heartbeat::LinkType type);
+    Lines Report(UINT8GIGEPORT port, Hid hid, std::uint32_t address, Hid owner = RouterHid,
+                 RemoteDeviceType type = RemoteDeviceType::FixedFormat);
+    Lines ReportRouter(UINT8GIGEPORT port, Hid hid, std::uint32_t address,
+                       RemoteDeviceType type = RemoteDeviceType::Hub);
 
     Lines mLines;
     boost::asio::io_service mService;

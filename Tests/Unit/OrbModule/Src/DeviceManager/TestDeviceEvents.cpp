@@ -1,6 +1,7 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 #include "Common/KLV/Commands/DiscoveryCommands.h"
+#include "OrbModule/Inc/DeviceManager/CheckRules.h"
 
 #include <algorithm>
 
@@ -12,21 +13,22 @@ protected:
     static constexpr std::uint32_t OtherHid = 0x00210001;
 
     LocalDeviceTest() { Take(); }
-    void Describe(UINT8GIGEPORT port)
+    Lines Describe(UINT8GIGEPORT port)
     {
         mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, 1, IoInfo::SlotNames{"QV1320"}), port, Local);
-        Take();
+        return Take();
     }
-    void NameRouter(UINT8GIGEPORT port, RemoteDeviceType type)
+    Lines NameRouter(UINT8GIGEPORT port, RemoteDeviceType type)
     {
         mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, type, 512, 512, 0), port, Local);
+        return Take();
     }
     /// The cable, and then the end of the stream on it.
-    void Unplug(UINT8GIGEPORT port)
+    Lines Unplug(UINT8GIGEPORT port)
     {
         LinkDown(port, BoxHid);
         StreamGone(port);
-        Take();
+        return Take();
     }
 };
 
@@ -75,31 +77,48 @@ TEST(NeighbourRulesTest, ThePrimaryLinkDecidesAndTheSecondaryTakesWhatItLeaves)
     }
 }
 
+TEST(CheckRulesTest, BoxesAreCheckedOnceHubsOnEachLinkAndOtherRoutersNever)
+{
+    using CheckRules::Request;
+    constexpr SoftwareCheck None = SoftwareCheck::None, UnderWay = SoftwareCheck::UnderWay,
+                            Passed = SoftwareCheck::Passed;
+    struct Row
+    {
+        K2Heartbeat::LinkType type;
+        SoftwareCheck check, other;
+        Request request;
+    };
+    for (const Row& row :
+         {Row{K2_NO_TYPE, Passed, Passed, Request::Nothing}, Row{K2_ROUTER_TYPE, None, None, Request::RouterInfo},
+          Row{K2_ORB_TYPE, None, None, Request::RouterInfo}, Row{K2_HUB_TYPE, None, UnderWay, Request::HubCheck},
+          Row{K2_HUB_TYPE, Passed, None, Request::HubCheck}, Row{K2_HUB_TYPE, UnderWay, None, Request::RouterInfo},
+          Row{K2_AOIP_TYPE, None, None, Request::IoCheck}, Row{K2_MODULAR_TYPE, None, UnderWay, Request::AwaitCheck},
+          Row{K2_MODULAR_TYPE, UnderWay, Passed, Request::IoInfo}}) {
+        LocalDevice local;
+        local.Type = row.type;
+        local.Checks = {row.check, row.other};
+        EXPECT_EQ(CheckRules::OfStream(local, Side::Primary), row.request) << row.type << ' ' << int(row.check);
+    }
+}
+
 TEST_F(LocalDeviceTest, ABoxOnTheSecondaryThatIsStillCheckedGivesWayToThePrimary)
 {
     KnowSelf();
     LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE);
     StreamUp(2);
-    Take();
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000", "changed 00210001 2 off"}));
-    Checked("0.32.32.254");
-    EXPECT_EQ(Take(), Lines()) << "the check of the other lets nobody in";
+    EXPECT_EQ(LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE), (Lines{"connect 0.32.0.254 1 55000", "changed 00210001 2 off"}));
+    EXPECT_EQ(Checked("0.32.32.254"), Lines()) << "the check of the other lets nobody in";
     EXPECT_FALSE(mDevices.IsLocalIo(OtherHid));
-    StreamGone(2);
-    EXPECT_EQ(Take(), Lines()) << "that stream was not used any more";
-    StreamUp(1);
-    EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind 1 method 0 enabled 1 side 2 id 00200001"}));
-    StreamUp(2);
-    Checked("0.32.0.254");
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"}));
+    EXPECT_EQ(StreamGone(2), Lines()) << "that stream was not used any more";
+    EXPECT_EQ(StreamUp(1), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind 1 method 0 enabled 1 side 2 id 00200001"}));
+    EXPECT_EQ(All({StreamUp(2), Checked("0.32.0.254")}), (Lines{"P1 IO_INFO_REQ"}));
     EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, 2)) << "that cable is not its own";
 }
 
 TEST_F(LocalDeviceTest, TheCheckOfADeviceNamesItsKind)
 {
-    StreamUp(0, StreamType::UPDATE_LINK);
-    EXPECT_EQ(Take(), (Lines{"update Check '' 1.63.5.0 kind 10 method 1 enabled 1 side 3 id ffffffff"}));
+    EXPECT_EQ(StreamUp(0, StreamType::UPDATE_LINK),
+              (Lines{"update Check '' 1.63.5.0 kind 10 method 1 enabled 1 side 3 id ffffffff"}));
     const std::tuple<std::uint32_t, K2Heartbeat::LinkType, const char*> cases[] = {
         {BoxHid, K2_FIXED_FORMAT_TYPE, "1 method 0 enabled 1 side 2 id 00200001"},
         {BoxHid, K2_AOIP_TYPE, "11 method 0 enabled 1 side 2 id 00200001"},
@@ -108,12 +127,9 @@ TEST_F(LocalDeviceTest, TheCheckOfADeviceNamesItsKind)
         {0x00200201, K2_MODULAR_TYPE, "8 method 0 enabled 1 side 2 id 00200201"}};
     for (const auto& [hid, type, rest] : cases) {
         LinkUp(1, hid, type);
-        Take();
-        StreamUp(1);
-        EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind " + std::string(rest)}));
+        EXPECT_EQ(StreamUp(1), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind " + std::string(rest)}));
         LinkDown(1, hid);
         StreamGone(1);
-        Take();
     }
 }
 
@@ -121,17 +137,11 @@ TEST_F(LocalDeviceTest, OfTwoLinksTheFirstStreamAsksForTheCheckAndBothForTheDesc
 {
     LinkUp(1, BoxHid, K2_MODULAR_TYPE);
     LinkUp(2, BoxHid, K2_MODULAR_TYPE);
-    Take();
-    StreamUp(2);
-    EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.32.254 kind 0 method 0 enabled 1 side 2 id 00200001"}));
-    StreamUp(1);
-    EXPECT_EQ(Take(), Lines());
-    Checked("0.32.32.254", 1);
-    EXPECT_EQ(Take(), Lines()) << "a failed check stays under way";
-    Checked("0.32.32.254");
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ", "P2 IO_INFO_REQ"}));
-    StreamUp(1);
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ"})) << "checked on one link is checked";
+    EXPECT_EQ(StreamUp(2), (Lines{"update Check '1.63.5.0' 0.32.32.254 kind 0 method 0 enabled 1 side 2 id 00200001"}));
+    EXPECT_EQ(StreamUp(1), Lines());
+    EXPECT_EQ(Checked("0.32.32.254", 1), Lines()) << "a failed check stays under way";
+    EXPECT_EQ(Checked("0.32.32.254"), (Lines{"P1 IO_INFO_REQ", "P2 IO_INFO_REQ"}));
+    EXPECT_EQ(StreamUp(1), (Lines{"P1 IO_INFO_REQ"})) << "checked on one link is checked";
 }
 
 TEST_F(LocalDeviceTest, BoxesOfTheOtherClassesAreAskedByTheExtendedRequest)
@@ -139,9 +149,7 @@ TEST_F(LocalDeviceTest, BoxesOfTheOtherClassesAreAskedByTheExtendedRequest)
     for (const std::uint32_t hid : {0x00200101u, 0x00200201u}) {
         LinkUp(1, hid, K2_FIXED_FORMAT_TYPE);
         StreamUp(1);
-        Take();
-        Checked("0.32.0.254");
-        EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ_EX", "P2 IO_INFO_REQ_EX"}));
+        EXPECT_EQ(Checked("0.32.0.254"), (Lines{"P1 IO_INFO_REQ_EX", "P2 IO_INFO_REQ_EX"}));
         Unplug(1);
     }
 }
@@ -154,20 +162,13 @@ TEST_F(LocalDeviceTest, OnlyALostLinkForgetsTheCheck)
         PlugBox(port);
         StreamGone(port);
         LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE);
-        Take();
-        StreamUp(port);
-        EXPECT_EQ(Take(), (Lines{"P" + number + " IO_INFO_REQ"})) << "the stream alone was lost";
+        EXPECT_EQ(StreamUp(port), (Lines{"P" + number + " IO_INFO_REQ"})) << "the stream alone was lost";
         LinkDown(port, BoxHid, K2_FIXED_FORMAT_TYPE);
         LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE);
-        Take();
-        StreamUp(port);
-        EXPECT_EQ(Take(), (Lines{"P" + number + " IO_INFO_REQ"})) << "the box stopped beating";
-        LinkDown(port, BoxHid);
-        LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE);
-        EXPECT_EQ(Take(),
+        EXPECT_EQ(StreamUp(port), (Lines{"P" + number + " IO_INFO_REQ"})) << "the box stopped beating";
+        EXPECT_EQ(All({LinkDown(port, BoxHid), LinkUp(port, BoxHid, K2_FIXED_FORMAT_TYPE)}),
                   (Lines{"disconnect " + number, "connect " + AddressText(FarIp(port)) + " " + number + " 55000"}));
-        StreamUp(port);
-        EXPECT_EQ(Take().front().substr(0, 6), "update") << "a box that was plugged anew is checked anew";
+        EXPECT_EQ(StreamUp(port).front().substr(0, 6), "update") << "a box that was plugged anew is checked anew";
         Unplug(port);
     }
 }
@@ -175,29 +176,20 @@ TEST_F(LocalDeviceTest, OnlyALostLinkForgetsTheCheck)
 TEST_F(LocalDeviceTest, AHubIsCheckedOnEachLinkAndARouterOnNone)
 {
     LinkUp(2, RouterHid, K2_HUB_TYPE);
-    Take();
-    StreamUp(2);
-    EXPECT_EQ(Take(), (Lines{"update Check '1.63.5.0' 0.32.32.254 kind 7 method 1 enabled 1 side 1 id 00000030"}));
-    StreamUp(2);
-    EXPECT_EQ(Take(), (Lines{"P2 ROUTER_INFO_REQ"})) << "a check is under way";
-    Checked("9.9.9.9");
-    EXPECT_EQ(Take(), (Lines{"P2 ROUTER_INFO_REQ"})) << "what is not the primary's counts as the secondary's";
+    EXPECT_EQ(StreamUp(2), (Lines{"update Check '1.63.5.0' 0.32.32.254 kind 7 method 1 enabled 1 side 1 id 00000030"}));
+    EXPECT_EQ(StreamUp(2), (Lines{"P2 ROUTER_INFO_REQ"})) << "a check is under way";
+    EXPECT_EQ(Checked("9.9.9.9"), (Lines{"P2 ROUTER_INFO_REQ"}))
+        << "what is not the primary's counts as the secondary's";
     LinkUp(1, RouterHid, K2_ORB_TYPE);
-    Take();
-    StreamUp(1);
-    EXPECT_EQ(Take(), (Lines{"P1 ROUTER_INFO_REQ"}));
+    EXPECT_EQ(StreamUp(1), (Lines{"P1 ROUTER_INFO_REQ"}));
 }
 
 TEST_F(LocalDeviceTest, AStreamWithoutADeviceIsNotUsedAndLeavesNoTrace)
 {
-    StreamUp(1);
-    StreamGone(1);
-    mDevices.OnKLVStreamChanged(255, Local, 0, true);
-    mDevices.OnKLVStreamChanged(2, StreamType::MASTER_LINK, 0, true);
-    mDevices.OnKLVStreamChanged(2, StreamType::UNKNOWN_STREAM, 0, true);
-    EXPECT_EQ(Take(), Lines());
-    mDevices.OnKLVStreamChanged(2, StreamType::SLAVE_LINK, 0x01020600, true);
-    EXPECT_EQ(Take(), (Lines{"slave 1.2.6.0 IO_INFO_REQ"}));
+    EXPECT_EQ(All({StreamUp(1), StreamGone(1), StreamUp(255), StreamUp(2, StreamType::MASTER_LINK),
+                   StreamUp(2, StreamType::UNKNOWN_STREAM)}),
+              Lines());
+    EXPECT_EQ(Stream(2, StreamType::SLAVE_LINK, true, 0x01020600), (Lines{"slave 1.2.6.0 IO_INFO_REQ"}));
 }
 
 TEST_F(LocalDeviceTest, ABoxIsReportedGoneWithItsLastLinkOnly)
@@ -205,11 +197,9 @@ TEST_F(LocalDeviceTest, ABoxIsReportedGoneWithItsLastLinkOnly)
     KnowSelf();
     PlugBox(1);
     PlugBox(2);
-    StreamGone(1);
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00200001 pri off", "changed 00200001 1 off"}));
-    StreamGone(2);
-    EXPECT_EQ(Take(), (Lines{"P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
-                             "P0 Cable 00200001 pri off", "changed 00200001 2 off"}));
+    EXPECT_EQ(StreamGone(1), (Lines{"P0 Cable 00200001 pri off", "changed 00200001 1 off"}));
+    EXPECT_EQ(StreamGone(2), (Lines{"P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
+                                    "P0 Cable 00200001 pri off", "changed 00200001 2 off"}));
     EXPECT_TRUE(mDevices.IsLocalIo(BoxHid)) << "the identity stays until the next heartbeat";
 }
 
@@ -219,11 +209,8 @@ TEST_F(LocalDeviceTest, TheEndOfTheOrbRoutersStreamTouchesNoDevice)
     StreamUp(0);
     PlugRouter(2, K2_HUB_TYPE);
     Report(2, Behind, BehindIp);
-    Take();
-    StreamGone(0);
-    EXPECT_EQ(Take(), Lines());
-    StreamGone(2);
-    const Lines lines = Take();
+    EXPECT_EQ(StreamGone(0), Lines());
+    const Lines lines = StreamGone(2);
     EXPECT_TRUE(Has(lines, "changed 00300005 2 off") && Has(lines, "changed 00304000 2 off"));
 }
 
@@ -234,19 +221,17 @@ TEST_F(LocalDeviceTest, ABoxThatAnotherReplacesIsGoneAtOnceAndMayComeBack)
     PlugBox(2);
     Describe(2);
     Unplug(1);
-    LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"disconnect 2", "P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
-                             "P0 Cable 00200001 pri off", "connect 0.32.0.254 1 55000", "changed 00200001 2 off"}));
-    StreamGone(2);
-    EXPECT_EQ(Take(), Lines());
+    EXPECT_EQ(LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE),
+              (Lines{"disconnect 2", "P0 Io 1 00200001 0.0.0.0 00128000", "P0 Cable 00200001 sec off",
+                     "P0 Cable 00200001 pri off", "connect 0.32.0.254 1 55000", "changed 00200001 2 off"}));
+    EXPECT_EQ(StreamGone(2), Lines());
     EXPECT_FALSE(mDevices.IsLocalIo(BoxHid));
-    StreamUp(1);
-    EXPECT_EQ(Take().front().substr(0, 6), "update") << "the new one is checked";
+    EXPECT_EQ(StreamUp(1).front().substr(0, 6), "update") << "the new one is checked";
     Unplug(1);
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000", "connect 0.32.32.254 2 55000"}));
-    LinkUp(1, RouterHid, K2_HUB_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000"})) << "without a stream there is nothing to end";
+    EXPECT_EQ(LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE),
+              (Lines{"connect 0.32.0.254 1 55000", "connect 0.32.32.254 2 55000"}));
+    EXPECT_EQ(LinkUp(1, RouterHid, K2_HUB_TYPE), (Lines{"connect 0.32.0.254 1 55000"}))
+        << "without a stream there is nothing to end";
 }
 
 TEST_F(LocalDeviceTest, ADescriptionFromBeforeABoxIsLocalIsForgotten)
@@ -266,8 +251,7 @@ TEST_F(LocalDeviceTest, AHubThatABoxReplacesTakesItsDevicesWithIt)
     Report(1, Behind, BehindIp);
     Report(2, Behind, BehindIp);
     Unplug(1);
-    LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
-    const Lines lines = Take();
+    const Lines lines = LinkUp(1, BoxHid, K2_FIXED_FORMAT_TYPE);
     for (const char* line :
          {"disconnect 2", "disconnect slave 0.48.6.0", "P0 Io 1 00300005 0.0.0.0 00128000", "changed 00300005 2 off",
           "P0 Router 5 00308000 0.0.0.0 00000000", "changed 00304000 2 off", "no network"})
@@ -278,11 +262,10 @@ TEST_F(LocalDeviceTest, AHubThatABoxReplacesTakesItsDevicesWithIt)
 TEST_F(LocalDeviceTest, ABoxThatWasRefusedIsWelcomeOnBothLinksOnceItHasThePrimary)
 {
     PlugBox(1);
-    LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"P0 SORN_MIXED_HID_ERROR"}));
+    EXPECT_EQ(LinkUp(2, OtherHid, K2_FIXED_FORMAT_TYPE), (Lines{"P0 SORN_MIXED_HID_ERROR"}));
     Unplug(1);
-    LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE);
-    EXPECT_EQ(Take(), (Lines{"connect 0.32.0.254 1 55000", "P0 SORN_MIXED_HID_ERROR", "connect 0.32.32.254 2 55000"}));
+    EXPECT_EQ(LinkUp(1, OtherHid, K2_FIXED_FORMAT_TYPE),
+              (Lines{"connect 0.32.0.254 1 55000", "P0 SORN_MIXED_HID_ERROR", "connect 0.32.32.254 2 55000"}));
 }
 
 TEST_F(LocalDeviceTest, AStreamThatComesBackAloneIsUsedAsBefore)
@@ -290,24 +273,18 @@ TEST_F(LocalDeviceTest, AStreamThatComesBackAloneIsUsedAsBefore)
     KnowSelf();
     PlugRouter(1, K2_ROUTER_TYPE);
     StreamGone(1);
-    Take();
-    StreamUp(1);
-    EXPECT_EQ(Take(), (Lines{"P1 ROUTER_INFO_REQ", "network"})) << "the link layer has nothing new to report";
+    EXPECT_EQ(StreamUp(1), (Lines{"P1 ROUTER_INFO_REQ", "network"})) << "the link layer has nothing new to report";
     PlugRouter(2, K2_ROUTER_TYPE);
     StreamGone(1);
     StreamUp(1);
-    Take();
-    NameRouter(1, RemoteDeviceType::Router);
-    EXPECT_TRUE(Has(Take(), "P1 Io 0 00120001 0.32.0.1 00128000 rate 44.1kHz"));
+    EXPECT_TRUE(Has(NameRouter(1, RemoteDeviceType::Router), "P1 Io 0 00120001 0.32.0.1 00128000 rate 44.1kHz"));
     EXPECT_EQ(mDevices.GetDevicePorts(RouterHid, 1).remote, 3);
 }
 
 TEST_F(LocalDeviceTest, AStreamThatComesBeforeItsHeartbeatIsUsedWithIt)
 {
-    StreamUp(1);
-    EXPECT_EQ(Take(), Lines());
-    LinkUp(1, RouterHid, K2_ROUTER_TYPE);
-    EXPECT_EQ(Take(), (Lines{"P1 ROUTER_INFO_REQ", "network"}));
+    EXPECT_EQ(StreamUp(1), Lines());
+    EXPECT_EQ(LinkUp(1, RouterHid, K2_ROUTER_TYPE), (Lines{"P1 ROUTER_INFO_REQ", "network"}));
 }
 
 TEST_F(LocalDeviceTest, ABoxWhoseSecondStreamCameAndWentFirstIsStillUsed)
@@ -317,27 +294,21 @@ TEST_F(LocalDeviceTest, ABoxWhoseSecondStreamCameAndWentFirstIsStillUsed)
     StreamUp(2);
     StreamGone(2);
     StreamUp(1);
-    Take();
-    Checked("0.32.32.254");
-    EXPECT_EQ(Take(), (Lines{"P1 IO_INFO_REQ", "P2 IO_INFO_REQ"}));
+    EXPECT_EQ(Checked("0.32.32.254"), (Lines{"P1 IO_INFO_REQ", "P2 IO_INFO_REQ"}));
 }
 
 TEST_F(LocalDeviceTest, ARepeatedEndOfAStreamChangesNothing)
 {
     PlugBox(1);
-    StreamGone(1);
-    EXPECT_FALSE(Take().empty());
-    StreamGone(1);
-    EXPECT_EQ(Take(), Lines());
+    EXPECT_FALSE(StreamGone(1).empty());
+    EXPECT_EQ(StreamGone(1), Lines());
     // The stream of a box that came back stands in the directory when the old one's end is told once more.
     PlugBox(1);
     mComms.mExists = true;
-    StreamGone(1);
-    EXPECT_EQ(Take(), Lines());
+    EXPECT_EQ(StreamGone(1), Lines());
     EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 1));
     mComms.mClosing = true;
-    StreamGone(1);
-    EXPECT_FALSE(Take().empty()) << "the stream is being shut down";
+    EXPECT_FALSE(StreamGone(1).empty()) << "the stream is being shut down";
 }
 
 TEST_F(LocalDeviceTest, TheEndOfAHubTakesItsDevicesAndLeavesOurOwn)
@@ -346,9 +317,7 @@ TEST_F(LocalDeviceTest, TheEndOfAHubTakesItsDevicesAndLeavesOurOwn)
     PlugRouter(1, K2_HUB_TYPE);
     Report(1, Behind, BehindIp);
     ReportRouter(1, 0x00408000, 0x00400500);
-    Take();
-    StreamGone(1);
-    EXPECT_EQ(Take(),
+    EXPECT_EQ(StreamGone(1),
               (Lines{"disconnect slave 0.18.5.0", "disconnect slave 0.18.5.0", "disconnect slave 0.48.5.0",
                      "P0 Cable 00300005 pri off", "P0 Cable 00300005 sec off", "P0 Io 1 00300005 0.0.0.0 00128000",
                      "disconnect slave 0.64.5.0", "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
@@ -366,13 +335,10 @@ TEST_F(LocalDeviceTest, ARouterOnItsOtherLinkKeepsItsDevices)
     PlugRouter(2, K2_ROUTER_TYPE);
     Report(1, Behind, BehindIp);
     Report(2, Behind, BehindIp);
-    Take();
-    StreamGone(1);
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00300005 pri off", "P0 Cable 00308000 pri off", "changed 00300005 1 off",
-                             "changed 00304000 1 off"}));
+    EXPECT_EQ(StreamGone(1), (Lines{"P0 Cable 00300005 pri off", "P0 Cable 00308000 pri off", "changed 00300005 1 off",
+                                    "changed 00304000 1 off"}));
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 2));
-    LinkDown(1, RouterHid);
-    EXPECT_EQ(Take(), (Lines{"disconnect 1"}));
+    EXPECT_EQ(LinkDown(1, RouterHid), (Lines{"disconnect 1"}));
 }
 
 TEST_F(LocalDeviceTest, ARouterThatOnlyBeatDoesNotStandBetweenTheModuleAndAHub)
@@ -381,9 +347,7 @@ TEST_F(LocalDeviceTest, ARouterThatOnlyBeatDoesNotStandBetweenTheModuleAndAHub)
     LinkDown(1, 0x00088000);
     LinkUp(1, RouterHid, K2_HUB_TYPE);
     StreamUp(1);
-    Take();
-    NameRouter(1, RemoteDeviceType::Hub);
-    EXPECT_TRUE(Has(Take(), "connect 0.48.5.0 1 55100"));
+    EXPECT_TRUE(Has(NameRouter(1, RemoteDeviceType::Hub), "connect 0.48.5.0 1 55100"));
 }
 
 TEST_F(LocalDeviceTest, InternalsOfBoxesAreToldToTheOrbRouter)
@@ -398,11 +362,9 @@ TEST_F(CableCheckTest, ChecksWithoutEndMeetALimit)
     PlugRouter(1, K2_ROUTER_TYPE);
     for (int i = 0; i < 20; ++i)
         Report(1, Behind, BehindIp);
-    Take();
     const Lines lines = TakeAfterTimers(6);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "P0 Cable 00300005 sec off"), 5);
     EXPECT_EQ(mService.poll(), 0u);
     Report(1, Behind, BehindIp);
-    Take();
     EXPECT_EQ(TakeAfterTimers(1), (Lines{"P0 Cable 00300005 sec off"})) << "there is room again";
 }

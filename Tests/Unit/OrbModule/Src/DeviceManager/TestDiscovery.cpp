@@ -13,23 +13,30 @@ protected:
         Take();
     }
 
-    void Describe(UINT8GIGEPORT port, Hid hid, const IoInfo::SlotNames& cards, std::uint8_t type = 0)
+    Lines Describe(UINT8GIGEPORT port, Hid hid, const IoInfo::SlotNames& cards, std::uint8_t type = 0)
     {
         mDevices.ProcessIOCmd(std::make_shared<IoInfo>(hid, type, cards), port, Local);
+        return Take();
     }
-    void Card(UINT8GIGEPORT port, Hid hid, std::uint8_t slot, const IoInfoCard::PortNumbers& inputs,
-              const IoInfoCard::PortNumbers& outputs)
+    Lines Card(UINT8GIGEPORT port, Hid hid, std::uint8_t slot, const IoInfoCard::PortNumbers& inputs,
+               const IoInfoCard::PortNumbers& outputs)
     {
         mDevices.ProcessIOCmd(std::make_shared<IoInfoCard>(hid, slot, "", inputs, outputs, IoInfoCard::CardFlags()),
                               port, Local);
+        return Take();
     }
-    void SetRate(SampleRates::SystemSampleRate rate)
+    Lines SetRate(SampleRates::SystemSampleRate rate)
     {
         mDevices.ProcessIOCmd(std::make_shared<IoSampleRateCapabilities>(BoxHid, rate, RateList{rate}), 1, Local);
+        return Take();
     }
     std::vector<std::uint32_t> In(std::uint16_t port) { return mDevices.GetInputLinkSlot(BoxHid, port); }
     std::vector<std::uint32_t> Out(std::uint16_t port) { return mDevices.GetOutputLinkSlot(BoxHid, port); }
-    void Ask() { mDevices.OnIoInfoReq(std::make_shared<IoInfoReq>(), 2, StreamType::MASTER_LINK); }
+    Lines Ask()
+    {
+        mDevices.OnIoInfoReq(std::make_shared<IoInfoReq>(), 2, StreamType::MASTER_LINK);
+        return Take();
+    }
 };
 
 class ActiveAudioTest : public DiscoveryTest
@@ -46,29 +53,28 @@ TEST_F(DiscoveryTest, CardsOfAFixedBoxAreNumberedWithoutAGap)
 {
     PlugBox(1);
     EXPECT_EQ(mDevices.GetIoTimeout(BoxHid), std::chrono::milliseconds(1000));
-    Describe(1, BoxHid, {"QV1410", "", "XX0000", "QV1180", "QV1660"});
-    EXPECT_EQ(Take(), (Lines{"P0 Io 1 00200001 0.32.0.254 ffffffff", "P0 Cable 00200001 pri on", "P1 IO_ACTIVE_ROUTER",
-                             "changed 00200001 1 on"}));
+    EXPECT_EQ(Describe(1, BoxHid, {"QV1410", "", "XX0000", "QV1180", "QV1660"}),
+              (Lines{"P0 Io 1 00200001 0.32.0.254 ffffffff", "P0 Cable 00200001 pri on", "P1 IO_ACTIVE_ROUTER",
+                     "changed 00200001 1 on"}));
     EXPECT_EQ(mDevices.GetIoTimeout(BoxHid), std::chrono::milliseconds(2000));
     EXPECT_EQ(In(7), Slots{7});
     EXPECT_EQ(In(8), Slots{3 * 128});
     EXPECT_EQ(In(20), Slots()) << "slot 512 is on no link";
     EXPECT_EQ(Out(8), Slots{3 * 32});
     EXPECT_EQ(Out(12), Slots{4 * 64});
-    Describe(1, BoxHid, {"QV1790", "", "", "", ""});
-    EXPECT_EQ(Take().size(), 4u) << "everything is told again";
+    EXPECT_EQ(Describe(1, BoxHid, {"QV1790", "", "", "", ""}).size(), 4u) << "everything is told again";
     EXPECT_EQ(In(8), Slots{3 * 128}) << "and no map is built again";
     PlugBox(2);
-    Describe(2, BoxHid, {});
-    EXPECT_EQ(Take().front(), "P0 Io 1 00200001 0.32.0.254 ffffffff") << "the primary's address while it is up";
+    EXPECT_EQ(Describe(2, BoxHid, {}).front(), "P0 Io 1 00200001 0.32.0.254 ffffffff")
+        << "the primary's address while it is up";
 }
 
 TEST_F(DiscoveryTest, AtADoubleRateAPortTakesTwoSlots)
 {
     PlugBox(1);
     SetRate(SampleRates::RATE_96K);
-    Describe(1, BoxHid, {"QV1660", "QV1320", "", "", ""});
-    EXPECT_EQ(Take().front(), "P0 Io 1 00200001 0.32.0.254 ffffffff rate 96kHz");
+    EXPECT_EQ(Describe(1, BoxHid, {"QV1660", "QV1320", "", "", ""}).front(),
+              "P0 Io 1 00200001 0.32.0.254 ffffffff rate 96kHz");
     EXPECT_EQ(In(32), (Slots{128, 144}));
     EXPECT_EQ(Out(32), (Slots{32, 48}));
     PlugBox(1, 0x00200002, K2_MODULE_TYPE);
@@ -79,21 +85,19 @@ TEST_F(DiscoveryTest, AtADoubleRateAPortTakesTwoSlots)
 TEST_F(DiscoveryTest, AModularBoxIsKnownWithItsLastCard)
 {
     PlugBox(1, BoxHid, K2_MODULAR_TYPE);
-    Card(1, BoxHid, 0, {3, 9}, {});
-    Card(1, BoxHid, 2, {5, -1, 600}, {11});
-    Card(1, BoxHid, 0, {4, 8}, {});
-    EXPECT_EQ(Take(), Lines());
+    EXPECT_EQ(
+        All({Card(1, BoxHid, 0, {3, 9}, {}), Card(1, BoxHid, 2, {5, -1, 600}, {11}), Card(1, BoxHid, 0, {4, 8}, {})}),
+        Lines());
     EXPECT_EQ(In(0), Slots());
-    Card(1, BoxHid, 0xFF, {}, {});
-    EXPECT_EQ(Take(), (Lines{"P0 Io 0 00200001 0.32.0.254 ffffffff", "P1 IO_ACTIVE_ROUTER", "P0 Cable 00200001 pri on",
-                             "changed 00200001 1 on"}));
+    EXPECT_EQ(Card(1, BoxHid, 0xFF, {}, {}), (Lines{"P0 Io 0 00200001 0.32.0.254 ffffffff", "P1 IO_ACTIVE_ROUTER",
+                                                    "P0 Cable 00200001 pri on", "changed 00200001 1 on"}));
     EXPECT_EQ(In(0), Slots{4}) << "the second card replaces the first";
     EXPECT_EQ(In(128), Slots{5});
     EXPECT_EQ(In(129), Slots()) << "a negative port";
     EXPECT_EQ(In(130), Slots()) << "a port beyond the link";
     EXPECT_EQ(Out(128), Slots{11});
-    Card(1, BoxHid, 0xFF, {}, {});
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00200001 pri on", "P1 IO_ACTIVE_ROUTER", "changed 00200001 1 on"}));
+    EXPECT_EQ(Card(1, BoxHid, 0xFF, {}, {}),
+              (Lines{"P0 Cable 00200001 pri on", "P1 IO_ACTIVE_ROUTER", "changed 00200001 1 on"}));
 }
 
 TEST_F(DiscoveryTest, AnOddListAtADoubleRateGivesItsLastPortOneSlot)
@@ -133,7 +137,6 @@ TEST_F(DiscoveryTest, ARoutingDeviceIsToldWhatStandsHere)
     KnowSelf();
     LinkUp(2, RouterHid, K2_HUB_TYPE);
     StreamUp(2);
-    Take();
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 512, 512, 0), 2, Local);
     EXPECT_EQ(Take(), (Lines{"P0 Router 5 00308000 0.48.6.0 00128000", "P2 RouterInfo 00128000 5 512 512 0",
                              "P2 Io 0 00120001 0.32.32.1 00128000 rate 44.1kHz",
@@ -147,7 +150,6 @@ TEST_F(DiscoveryTest, ARouterNeedsNoDataLinkAndAnUnknownOwnIoIsNotOffered)
 {
     LinkUp(1, RouterHid, K2_ROUTER_TYPE);
     StreamUp(1);
-    Take();
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Router, 1, 1, 0), 1, Local);
     EXPECT_EQ(Take(), (Lines{"P0 Router 3 00308000 0.48.5.0 ffffffff", "P1 RouterInfo ffffffff 5 512 512 0",
                              "route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err", "P0 Cable 00308000 pri on",
@@ -156,14 +158,11 @@ TEST_F(DiscoveryTest, ARouterNeedsNoDataLinkAndAnUnknownOwnIoIsNotOffered)
 
 TEST_F(DiscoveryTest, RequestsAreAnsweredFromWhatWasStored)
 {
-    Ask();
-    EXPECT_EQ(Take(), Lines()) << "the own I/O is not known yet";
+    EXPECT_EQ(Ask(), Lines()) << "the own I/O is not known yet";
     KnowSelf();
-    Ask();
-    EXPECT_EQ(Take(), (Lines{"master2 IO_INFO_CARD", "P0 IO_REQUEST_GPI_STATES"}));
+    EXPECT_EQ(Ask(), (Lines{"master2 IO_INFO_CARD", "P0 IO_REQUEST_GPI_STATES"}));
     PlugBox(2);
     Describe(2, BoxHid, {});
-    Take();
     mDevices.OnIoInfoDevReq(std::make_shared<IoInfoDevReq>(BoxHid), 0, Local);
     EXPECT_EQ(Take(), (Lines{"P0 IO_INFO", "P2 IO_REQUEST_GPI_STATES"}));
     mDevices.OnIoInfoDevReq(std::make_shared<IoInfoDevReq>(Behind), 0, Local);
@@ -183,11 +182,8 @@ TEST_F(ActiveAudioTest, TheSecondaryWaitsAndACancelledWaitSendsAtOnce)
 {
     PlugBox(2);
     Describe(2, BoxHid, {});
-    Take();
     EXPECT_EQ(TakeAfterTimers(1), (Lines{"P2 IO_ACTIVE_ROUTER"}));
-    Describe(2, BoxHid, {});
-    Describe(2, BoxHid, {});
-    const Lines lines = Take();
+    const Lines lines = All({Describe(2, BoxHid, {}), Describe(2, BoxHid, {})});
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "P2 IO_ACTIVE_ROUTER"), 1);
     EXPECT_EQ(TakeAfterTimers(1), (Lines{"P2 IO_ACTIVE_ROUTER"}));
 }

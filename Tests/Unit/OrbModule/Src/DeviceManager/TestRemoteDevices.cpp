@@ -24,8 +24,7 @@ constexpr const char* Route2 = "route add -net 10.20.30.0 netmask 255.255.255.0 
 TEST_F(RemoteDeviceTest, BehindAHubADeviceIsToldOnceItIsDescribed)
 {
     PlugRouter(2, K2_HUB_TYPE);
-    Report(2, Behind, BehindIp);
-    EXPECT_EQ(Take(), (Lines{Route2, "slave 0.48.6.0 IoInfoDevReq 00300005"}));
+    EXPECT_EQ(Report(2, Behind, BehindIp), (Lines{Route2, "slave 0.48.6.0 IoInfoDevReq 00300005"}));
     EXPECT_EQ(mDevices.GetDevicePorts(Behind, 2).local, 2);
     EXPECT_EQ(mDevices.GetDevicePorts(Behind, 2).remote, 3);
     EXPECT_FALSE(mDevices.GetDevicePorts(Behind, 1).IsValid());
@@ -47,8 +46,7 @@ TEST_F(RemoteDeviceTest, WhatAHubReportsBeforeItsDataLinkIsAskedForWithThat)
                           StreamType::SLAVE_LINK);
     Take();
     const auto dataLinkUp = [this](UINT8GIGEPORT port, std::uint32_t address) {
-        mDevices.OnKLVStreamChanged(port, StreamType::SLAVE_LINK, address, true);
-        return Take();
+        return Stream(port, StreamType::SLAVE_LINK, true, address);
     };
     EXPECT_EQ(dataLinkUp(2, 0x00300600), (Lines{"slave 0.48.6.0 IO_INFO_REQ", "slave 0.48.6.0 IoInfoDevReq 00300005"}));
     EXPECT_EQ(dataLinkUp(1, 0x00300500), (Lines{"slave 0.48.5.0 IO_INFO_REQ"})) << "it is described there";
@@ -58,21 +56,20 @@ TEST_F(RemoteDeviceTest, WhatAHubReportsBeforeItsDataLinkIsAskedForWithThat)
 TEST_F(RemoteDeviceTest, BehindARouterADeviceIsToldAtOnce)
 {
     PlugRouter(1, K2_ROUTER_TYPE);
-    Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::AoIP);
-    EXPECT_EQ(Take(), (Lines{Route1, "P0 Cable 00300005 pri on", "P0 Io 7 00300005 10.20.30.40 00128000 rate 44.1kHz",
-                             "changed 00300005 1 on"}));
+    EXPECT_EQ(Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::AoIP),
+              (Lines{Route1, "P0 Cable 00300005 pri on", "P0 Io 7 00300005 10.20.30.40 00128000 rate 44.1kHz",
+                     "changed 00300005 1 on"}));
 }
 
 TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
 {
     PlugRouter(1, K2_ROUTER_TYPE);
-    Report(1, Behind, BehindIp, INVALID_HID);
-    Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::Hub);
-    Report(1, Behind, BehindIp, RouterHid, static_cast<RemoteDeviceType>(200));
-    ReportRouter(1, Self, 0x00120500);
-    ReportRouter(1, 0x00408000, 0x00400500, RemoteDeviceType::Modular);
-    Report(255, Behind, BehindIp);
-    ReportRouter(255, 0x00408000, 0x00400500);
+    EXPECT_EQ(
+        All({Report(1, Behind, BehindIp, INVALID_HID), Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::Hub),
+             Report(1, Behind, BehindIp, RouterHid, static_cast<RemoteDeviceType>(200)),
+             ReportRouter(1, Self, 0x00120500), ReportRouter(1, 0x00408000, 0x00400500, RemoteDeviceType::Modular),
+             Report(255, Behind, BehindIp), ReportRouter(255, 0x00408000, 0x00400500)}),
+        Lines());
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 1, 1, 0), 255, Local);
     EXPECT_EQ(Take(), Lines());
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
@@ -81,16 +78,11 @@ TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
 TEST_F(RemoteDeviceTest, NoReportTouchesTheRoutesOfTheUnit)
 {
     PlugRouter(1, K2_HUB_TYPE);
-    Take();
     LogRecorder log;
-    Report(1, Behind, 0x013F0105);
-    Report(1, Behind + 1, 0x00120901);
     mDevices.OnChainLength(std::make_shared<ChainLengthCmd>(1u, 0x013F0105u, std::uint8_t{4}), 1, Local);
-    for (const std::uint32_t hid : {0x013F8000u, 0x00128001u}) {
-        ReportRouter(1, hid, 0x01020304);
-        ReportRouter(1, hid, 0);
-    }
-    for (const std::string& line : Take())
+    for (const std::string& line :
+         All({Report(1, Behind, 0x013F0105), Report(1, Behind + 1, 0x00120901), ReportRouter(1, 0x013F8000, 0x01020304),
+              ReportRouter(1, 0x013F8000, 0), ReportRouter(1, 0x00128001, 0x01020304), ReportRouter(1, 0x00128001, 0)}))
         EXPECT_NE(line.compare(0, 5, "route"), 0) << line;
     const std::string end = ", which is an address of this unit: its route is left alone\r\n";
     EXPECT_EQ(log.Count("A device reports 1.63.1.5" + end), 2u);
@@ -105,43 +97,37 @@ TEST_F(RemoteDeviceTest, ADeviceIsGoneWithItsLastLink)
     PlugRouter(2, K2_HUB_TYPE);
     Report(1, Behind, BehindIp);
     Report(2, Behind, BehindIp);
-    Take();
-    Report(1, Behind, 0);
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00300005 pri off", "changed 00300005 1 off"}));
-    Report(2, Behind, 0);
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00300005 sec off", "P0 Cable 00300005 pri off",
-                             "P0 Io 1 00300005 0.0.0.0 00128000 rate 44.1kHz", "changed 00300005 2 off"}));
+    EXPECT_EQ(Report(1, Behind, 0), (Lines{"P0 Cable 00300005 pri off", "changed 00300005 1 off"}));
+    EXPECT_EQ(Report(2, Behind, 0),
+              (Lines{"P0 Cable 00300005 sec off", "P0 Cable 00300005 pri off",
+                     "P0 Io 1 00300005 0.0.0.0 00128000 rate 44.1kHz", "changed 00300005 2 off"}));
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
-    Report(2, Behind, 0);
-    EXPECT_EQ(Take(), (Lines{"P0 Io 1 00300005 0.0.0.0 00128000 rate 44.1kHz"}))
+    EXPECT_EQ(Report(2, Behind, 0), (Lines{"P0 Io 1 00300005 0.0.0.0 00128000 rate 44.1kHz"}))
         << "an unknown one is told all the same";
 }
 
 TEST_F(RemoteDeviceTest, TheOrbRoutersReportsGoToTheRoutingDeviceOnBothLinks)
 {
-    Report(0, OrbIo, 0x013F0100, Self);
-    EXPECT_EQ(Take(), Lines()) << "without a router connected it is not passed on";
+    EXPECT_EQ(Report(0, OrbIo, 0x013F0100, Self), Lines()) << "without a router connected it is not passed on";
     PlugRouter(1, K2_ROUTER_TYPE);
     PlugRouter(2, K2_ROUTER_TYPE);
-    Report(0, OrbIo, 0x013F0100, 0x00990000, RemoteDeviceType::Modular);
-    EXPECT_EQ(Take(), (Lines{"P1 Io 0 00120001 1.63.1.0 00128000 rate 44.1kHz",
-                             "P2 Io 0 00120001 1.63.1.0 00128000 rate 44.1kHz"}));
-    Report(0, OrbIo, 0, Self);
-    EXPECT_EQ(Take(), (Lines{"P0 Cable 00120001 sec off", "P1 Io 1 00120001 0.0.0.0 00128000 rate 44.1kHz",
-                             "P2 Io 1 00120001 0.0.0.0 00128000 rate 44.1kHz", "changed 00120001 0 off"}));
+    EXPECT_EQ(
+        Report(0, OrbIo, 0x013F0100, 0x00990000, RemoteDeviceType::Modular),
+        (Lines{"P1 Io 0 00120001 1.63.1.0 00128000 rate 44.1kHz", "P2 Io 0 00120001 1.63.1.0 00128000 rate 44.1kHz"}));
+    EXPECT_EQ(Report(0, OrbIo, 0, Self),
+              (Lines{"P0 Cable 00120001 sec off", "P1 Io 1 00120001 0.0.0.0 00128000 rate 44.1kHz",
+                     "P2 Io 1 00120001 0.0.0.0 00128000 rate 44.1kHz", "changed 00120001 0 off"}));
     EXPECT_EQ(mDevices.GetDeviceRecord(OrbIo), nullptr) << "both of its links end at once";
 }
 
 TEST_F(RemoteDeviceTest, ARemoteRouterIsToldOncePerLink)
 {
     PlugRouter(1, K2_HUB_TYPE);
-    for (int repeat = 0; repeat < 2; ++repeat)
-        ReportRouter(1, 0x00408000, 0x00400500);
-    EXPECT_EQ(Take(),
+    EXPECT_EQ(ReportRouter(1, 0x00408000, 0x00400500),
               (Lines{"route add -host 0.64.5.0 k2link0 2>/tmp/addroute.err", "connect 0.64.5.0 1 55100",
                      "P0 Router 5 00408000 0.64.5.0 00308000", "P0 Cable 00408000 pri on", "changed 00404000 1 on"}));
-    ReportRouter(2, 0x00408000, 0x00400600);
-    EXPECT_EQ(Take().size(), 5u);
+    EXPECT_EQ(ReportRouter(1, 0x00408000, 0x00400500), Lines());
+    EXPECT_EQ(ReportRouter(2, 0x00408000, 0x00400600).size(), 5u);
     EXPECT_EQ(mDevices.GetDevicePorts(0x00408000, 1).remote, 3);
 }
 
@@ -151,9 +137,7 @@ TEST_F(RemoteDeviceTest, ARemoteRouterTakesItsDevicesWithIt)
     ReportRouter(1, 0x00408000, 0x00400500);
     Report(1, 0x00400001, BehindIp, 0x00408000);
     Report(1, Behind, BehindIp);
-    Take();
-    ReportRouter(1, 0x00408000, 0);
-    EXPECT_EQ(Take(),
+    EXPECT_EQ(ReportRouter(1, 0x00408000, 0),
               (Lines{"P0 Cable 00400001 pri off", "P0 Cable 00400001 sec off", "P0 Io 1 00400001 0.0.0.0 00128000",
                      "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
                      "route del -net 0.64.0.0 netmask 255.255.0.0 2>/tmp/delroute.err",
@@ -165,9 +149,8 @@ TEST_F(RemoteDeviceTest, ARemoteRouterTakesItsDevicesWithIt)
 TEST_F(RemoteDeviceTest, WithoutARouterTheDataLinkOfAGoneOneIsClosed)
 {
     PlugRouter(1, K2_HUB_TYPE);
-    ReportRouter(1, 0x00408000, 0);
-    EXPECT_EQ(Take(), (Lines{"disconnect slave 0.64.5.0", "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
-                             "changed 00404000 1 off"}));
+    EXPECT_EQ(ReportRouter(1, 0x00408000, 0), (Lines{"disconnect slave 0.64.5.0", "P0 Cable 00408000 pri off",
+                                                     "P0 Cable 00408000 sec off", "changed 00404000 1 off"}));
 }
 
 TEST_F(RemoteDeviceTest, DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive)
@@ -175,11 +158,9 @@ TEST_F(RemoteDeviceTest, DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive)
     PlugRouter(1, K2_ROUTER_TYPE);
     for (std::uint32_t i = 0; i < 20; ++i)
         Report(1, Behind + i, BehindIp);
-    Take();
-    ReportRouter(1, 0x00408000, 0x00400500);
-    Report(1, Behind + 19, BehindIp);
-    Report(0, 0x00990001, 0x013F0100, Self);
-    EXPECT_EQ(Take(), Lines());
+    EXPECT_EQ(All({ReportRouter(1, 0x00408000, 0x00400500), Report(1, Behind + 19, BehindIp),
+                   Report(0, 0x00990001, 0x013F0100, Self)}),
+              Lines());
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind + 6), nullptr);
     EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 5, 1));
     Report(1, Behind, 0);
