@@ -11,7 +11,6 @@
 #include <memory>
 #include <string>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace po = boost::program_options;
@@ -19,14 +18,13 @@ using namespace rehearsal;
 
 namespace {
 
-/// Shows the module on a page, at the listening socket that this program was given. Those that it starts later do not
-/// get the socket.
+/// Shows the module on a page, at the listening socket that this program was given.
 std::unique_ptr<stage::ChildProcess> StartWatch(int descriptor)
 {
-    auto watch = std::make_unique<stage::ChildProcess>(
-        stage::Command{{stage::ProgramPath("OrbWatch"), "--listen-fd", std::to_string(descriptor)}});
+    stage::Command command{{stage::ProgramPath("OrbWatch"), "--listen-fd", std::to_string(descriptor)}};
+    command.descriptors = {descriptor};
+    auto watch = std::make_unique<stage::ChildProcess>(command);
     watch->WaitForOutput("OrbWatch shows");
-    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     return watch;
 }
 
