@@ -38,9 +38,14 @@ class Tidy:
         self.common = version + (root / ".clang-tidy").read_text() + str(self.arguments)
         self.files = included_files(build)
 
+    @staticmethod
+    def output(entry):
+        words = shlex.split(entry["command"])
+        return words[words.index("-o") + 1]
+
     def digest(self, entry):
         """Stands for all that the verdict on a source follows from; None if the build has not seen it yet."""
-        files = self.files.get(entry["output"])
+        files = self.files.get(self.output(entry))
         if files is None:
             return None
         digest = hashlib.sha256((self.common + entry["command"]).encode())
