@@ -12,7 +12,7 @@ void LogTail::OnLogLine(const std::string& line)
     if (mTailCount.load() == 0 || line.empty()) return;
     {
         const std::lock_guard<std::mutex> lock(mLock);
-        if (mBacklog.size() + line.size() > MaxBacklog) {
+        if (mBacklog.size() + line.size() > mMaxBacklog) {
             ++mLost;
             return;
         }

@@ -24,7 +24,10 @@ public:
     /// The longest listing of a command is shorter, and all of it waits until the command ends.
     static constexpr std::size_t MaxBacklog = 32 * 1024 * 1024;
 
-    explicit LogTail(boost::asio::io_service& service) : mService(service) {}
+    /// @param maxBacklog bytes that may wait for the main service.
+    explicit LogTail(boost::asio::io_service& service, std::size_t maxBacklog = MaxBacklog)
+        : mService(service), mMaxBacklog(maxBacklog)
+    {}
 
     /// Any thread, also with a lock of the log held. Costs one load while nobody tails.
     void OnLogLine(const std::string& line);
@@ -39,6 +42,7 @@ private:
     std::string TakeBacklog();
 
     boost::asio::io_service& mService;
+    const std::size_t mMaxBacklog;
     std::vector<std::shared_ptr<ClientConnection>> mTailing;
     std::atomic<std::size_t> mTailCount{0};
     std::mutex mLock;

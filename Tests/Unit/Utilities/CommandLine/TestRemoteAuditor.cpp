@@ -87,18 +87,19 @@ TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
 
 TEST_F(RemoteAuditorTest, WhileTheServiceIsStuckTheBacklogIsBounded)
 {
-    const auto tail = std::make_shared<cmd::LogTail>(mService);
+    constexpr std::size_t MaxBacklog = 1024 * 1024;
+    const auto tail = std::make_shared<cmd::LogTail>(mService, MaxBacklog);
     mShell.GetServer().ConnectionOpened.connect([&](const auto& connection) { tail->Add(connection); });
     ShellClient client(Endpoint());
     WaitForConnection(mService, mShell);
     const std::string line = std::string(4095, 'x') + "\n";
-    for (std::size_t i = 0; i < cmd::LogTail::MaxBacklog / line.size() + 6; ++i)
+    for (std::size_t i = 0; i < MaxBacklog / line.size() + 6; ++i)
         tail->OnLogLine(line);
     mShell.Start();
     client.SkipGreeting();
     const std::string text = client.ReadUntil("log lines were not shown ***\r\n");
     EXPECT_THAT(text, EndsWith("x\n*** 6 log lines were not shown ***\r\n"));
-    EXPECT_EQ(text.find('*'), cmd::LogTail::MaxBacklog);
+    EXPECT_EQ(text.find('*'), MaxBacklog);
     tail->OnLogLine("after\r\n");
     EXPECT_EQ(client.ReadUntil("\r\n"), "after\r\n");
 }
