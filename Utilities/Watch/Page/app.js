@@ -8,6 +8,8 @@ import { renderClocks, renderContact, renderDevices, renderFacts, renderFaults, 
 
 // OrbWatch sends something every two seconds.
 const SILENCE = 6000;
+// A broken connection is given less.
+const PATIENCE = 2000;
 const THEMES = ['auto', 'light', 'dark'];
 
 const state = {};
@@ -73,6 +75,7 @@ function follow() {
   });
   events.addEventListener('tick', (event) => hear(JSON.parse(event.data).time));
   events.addEventListener('error', () => {
+    heard = Math.min(heard, Date.now() - SILENCE + PATIENCE);
     // The browser tries again by itself, but not after a refusal.
     if (events.readyState === EventSource.CLOSED) setTimeout(follow, 2000);
   });
