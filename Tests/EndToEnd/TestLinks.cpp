@@ -147,7 +147,7 @@ TEST(Links, ADriverThatDiesAndReturnsIsFoundAgain)
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
     network.TellDriver("quit");
     Shell("ip link set k2link0 down");
-    std::ofstream(idFile, std::ios::trunc);
+    std::filesystem::resize_file(idFile, 0);
     ChildProcess driver(Module::MakeLinkDriverCommand());
     driver.WaitForOutput("LinkDriverSim ready");
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid, false);

@@ -19,8 +19,7 @@ constexpr std::chrono::seconds TickPeriod{2};
 
 HttpServer::HttpServer(boost::asio::io_context& context, boost::asio::ip::tcp::acceptor acceptor,
                        const Picture& picture, Poller& poller, std::vector<std::string> names)
-    : mContext(context),
-      mAcceptor(std::move(acceptor)),
+    : mAcceptor(std::move(acceptor)),
       mPicture(picture),
       mPoller(poller),
       mNames(std::move(names)),

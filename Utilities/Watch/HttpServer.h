@@ -51,7 +51,6 @@ private:
     void Tick();
     void WakeViewers(bool tick);
 
-    boost::asio::io_context& mContext;
     boost::asio::ip::tcp::acceptor mAcceptor;
     const Picture& mPicture;
     Poller& mPoller;

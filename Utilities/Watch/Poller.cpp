@@ -176,7 +176,7 @@ void Poller::StartRound()
     if (mRound || !mLink.IsReady()) return;
     // The look may have ended meanwhile.
     if (!IsLookedAt()) return;
-    mRound.emplace();
+    mRound = Round();
     mRound->start = Clock::now();
     mLastStart = mRound->start;
     AskNext();

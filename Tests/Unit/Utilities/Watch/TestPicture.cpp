@@ -11,7 +11,6 @@
 
 using namespace watch;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

@@ -155,7 +155,7 @@ public:
     {
         boost::system::error_code error;
         const std::size_t size = boost::asio::read_until(mSocket, boost::asio::dynamic_buffer(mText), mark, error);
-        const std::string text = mText.substr(0, error ? mText.size() : size);
+        std::string text = mText.substr(0, error ? mText.size() : size);
         mText.erase(0, text.size());
         return text;
     }
