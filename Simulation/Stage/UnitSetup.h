@@ -19,7 +19,7 @@ struct Neighbour
     std::string kind;
     std::string hid;
     unsigned int rack;
-    /// What it is told before it appears, such as its cards.
+    /// Commands to it before it appears, such as its cards.
     std::vector<std::string> lines;
 };
 
@@ -34,7 +34,7 @@ std::string PlugLine(unsigned int link, unsigned int rack);
 /// @param options further ones of the program Peer.
 std::unique_ptr<Peer> StartOrbRouter(const std::vector<std::string>& options = {}, Milliseconds patience = Patience,
                                      unsigned int rack = ModuleRack);
-/// @param line what it is told before it appears, if anything.
+/// @param line a command to it before it appears, if not empty.
 std::unique_ptr<Peer> StartUpdateService(const std::string& line = {}, Milliseconds patience = Patience);
 /// A neighbour that has not appeared yet.
 std::unique_ptr<Peer> StartNeighbour(unsigned int link, const Neighbour& neighbour, Milliseconds patience = Patience,

@@ -31,7 +31,7 @@ TEST(DebugFile, SetsFeaturesAtTheStart)
     {
         Module module;
         const LogFile log;
-        // The module's first connection is told under the feature.
+        // The module's first connection is logged under the feature.
         for (const std::string line : {"DebugConfig : Reading File '/home/root/OrbModule/debug.conf' ...",
                                        "Debug Feature CommsDebug (60) is On", "Connecting to 1.63.1.0 Port 49190"})
             EXPECT_THAT(log.Text(), HasSubstr(line));

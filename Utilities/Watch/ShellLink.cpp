@@ -82,7 +82,7 @@ void ShellLink::OnRead(const boost::system::error_code& error, std::size_t size)
 {
     const unsigned generation = mGeneration;
     const bool isSound = !error && mSession->Feed({mInput.data(), size});
-    // What it told of may have dropped the connection.
+    // What it reported may have dropped the connection.
     if (generation != mGeneration) return;
     if (!isSound) {
         Drop();

@@ -126,7 +126,7 @@ TEST_F(RotationTest, AFailedRotationHaltsTheFileButNotTheLog)
 
 TEST_F(RotationTest, LinesHeldBackWhileARotationRunsComeFirstInTheNewFileUpToALimit)
 {
-    // A gzip that says when it has begun and ends when it is told to.
+    // A gzip that says when it has begun and ends on request.
     ::mkfifo(Path("begun").c_str(), 0600);
     ::mkfifo(Path("end").c_str(), 0600);
     UseGzip("echo begun > " + Path("begun") + "\nread line < " + Path("end") + "\nPATH=" + mPath +

@@ -62,7 +62,7 @@ TEST_F(DiscoveryTest, CardsOfAFixedBoxAreNumberedWithoutAGap)
     EXPECT_EQ(In(20), Slots()) << "slot 512 is on no link";
     EXPECT_EQ(Out(8), Slots{3 * 32});
     EXPECT_EQ(Out(12), Slots{4 * 64});
-    EXPECT_EQ(Describe(1, BoxHid, {"QV1790", "", "", "", ""}).size(), 4u) << "everything is told again";
+    EXPECT_EQ(Describe(1, BoxHid, {"QV1790", "", "", "", ""}).size(), 4u) << "everything is reported again";
     EXPECT_EQ(In(8), Slots{3 * 128}) << "and no map is built again";
     PlugBox(2);
     EXPECT_EQ(Describe(2, BoxHid, {}).front(), "P0 Io 1 00200001 0.32.0.254 ffffffff")
