@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 using namespace stage;
@@ -77,6 +79,11 @@ TEST_F(OrbWatch, ShowsABoxAPatchAndItsSecondLink)
                             HasSubstr("orbmodule_link_up{link=\"secondary\"} 1\n"),
                             HasSubstr("orbmodule_patches{state=\"success\"} 1\n"),
                             HasSubstr("orbmodule_slots_in_use{port=\"orb\"} 1\n")));
+    if (std::system("command -v promtool >/dev/null") != 0) return;
+    const std::string metrics = Get("/metrics");
+    std::FILE* promtool = popen("promtool check metrics", "w");
+    std::fputs(metrics.c_str() + metrics.find("# HELP"), promtool);
+    EXPECT_EQ(pclose(promtool), 0) << "promtool";
 }
 
 TEST_F(OrbWatch, ShowsWhatIsBeyondAHubAndNoticesThatInformationIsOff)

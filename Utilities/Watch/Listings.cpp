@@ -265,6 +265,14 @@ PatchState Patch::Best() const
     return PatchState::Invalid;
 }
 
+bool Patch::AwaitsAnswer() const
+{
+    constexpr auto Awaits = [](PatchState state) {
+        return state == PatchState::Sent || state == PatchState::AwaitingReply || state == PatchState::RetrySent;
+    };
+    return Awaits(primary) || Awaits(secondary);
+}
+
 std::optional<Device> ParseDevice(std::string_view text)
 {
     Scanner scanner(text);

@@ -72,6 +72,7 @@ struct Patch
 
     /// The better of the two links: success, reserved, sent, not sent.
     PatchState Best() const;
+    bool AwaitsAnswer() const;
 };
 
 /// A TDM slot in use, of `rs`.

@@ -140,6 +140,13 @@ void Picture::OnLong(ShellCommand command, bool isLong)
     if (changed) Changed(Section::Watch);
 }
 
+bool Picture::AwaitsAnswer() const
+{
+    return std::any_of(mPatches.begin(), mPatches.end(), [](const Patch& patch) { return patch.AwaitsAnswer(); }) ||
+           std::any_of(mClocks.sources.begin(), mClocks.sources.end(),
+                       [](const ClockSource& source) { return source.lock == "locking"; });
+}
+
 const Picture::Cached& Picture::Current(Section section) const
 {
     Cached& cached = mSections[Index(section)];

@@ -66,6 +66,8 @@ public:
     /// Name of the selected source, or "Internal".
     const std::string& ActiveClock() const { return mActiveClock; }
     const LogStore& Log() const { return mLog; }
+    /// A patch waits for its answer, or a clock for its lock.
+    bool AwaitsAnswer() const;
 
     /// The section as JSON, made when it is asked for.
     const std::string& Json(Section section) const { return Current(section).json; }

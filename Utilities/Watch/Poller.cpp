@@ -12,6 +12,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds Spacing{1000};
 /// After a line of the log: at once, and for what follows from it.
 constexpr milliseconds HintDelays[] = {milliseconds(0), milliseconds(1000), milliseconds(3000)};
+/// How long after the last line of the log an answer that is due is waited for.
+constexpr milliseconds PendingPatience{60000};
 constexpr milliseconds ReplyPatience{2000};
 constexpr milliseconds SilencePatience{5000};
 constexpr milliseconds GiveUp{30000};
@@ -20,6 +22,8 @@ constexpr milliseconds FreshPatience{900};
 constexpr milliseconds BlindRefresh{2000};
 /// A result that is shorter comes whole by the log.
 constexpr std::size_t FitsMessage = 3900;
+constexpr std::size_t FirstOfClocks = 5;
+static_assert(PictureCommands[FirstOfClocks] == ShellCommand::Clocks);
 
 } // namespace
 
@@ -76,8 +80,8 @@ bool Poller::IsLookedAt() const
 bool Poller::IsFresh() const
 {
     if (!mLink.IsReady() || mPicture.GetContact() != Contact::Live) return true;
-    const auto next = NextRound();
-    return !mRound && next && *next > Clock::now();
+    const auto next = NextPicture();
+    return (!mRound || mRound->clocksOnly) && next && *next > Clock::now();
 }
 
 void Poller::WhenFresh(std::function<void()> callback)
@@ -107,7 +111,8 @@ void Poller::OnReady()
 {
     mPicture.OnContact(Contact::Live, Now());
     mPicture.OnVersion(mLink.Session().Version());
-    mLastStart.reset();
+    mLastPicture.reset();
+    mLastRound.reset();
     mChanged();
     // The session is still at work on what it has read.
     boost::asio::post(mContext, [this] { Schedule(); });
@@ -140,25 +145,36 @@ void Poller::Refill()
     mBudget = std::min(mSettings.logBurst, mBudget + passed.count() * mSettings.logRate);
 }
 
-/// When the next round is due, not before now if nobody looks.
-std::optional<Poller::Clock::time_point> Poller::NextRound() const
+/// When the next picture is due; nothing while nobody looks.
+std::optional<Poller::Clock::time_point> Poller::NextPicture() const
 {
     if (!IsLookedAt()) return std::nullopt;
-    if (!mLastStart) return Clock::now();
-    Clock::time_point next = *mLastStart + (mPicture.IsInformationOn() ? mSettings.refresh : BlindRefresh);
+    if (!mLastPicture) return Clock::now();
+    Clock::time_point next = *mLastPicture + (mPicture.IsInformationOn() ? mSettings.refresh : BlindRefresh);
     for (const milliseconds delay : HintDelays)
-        if (mLastHint + delay > *mLastStart) next = std::min(next, mLastHint + delay);
-    return std::max(next, *mLastStart + Spacing);
+        if (mLastHint + delay > *mLastPicture) next = std::min(next, mLastHint + delay);
+    if (mPicture.AwaitsAnswer() && *mLastPicture < mLastHint + PendingPatience) next = *mLastPicture;
+    return std::max(next, *mLastRound + Spacing);
+}
+
+/// When the clocks are due; nothing while no page is open.
+std::optional<Poller::Clock::time_point> Poller::NextClocks() const
+{
+    if (mWatchers.expired() || !mLastRound) return std::nullopt;
+    return *mLastRound + mSettings.clocks;
 }
 
 void Poller::Schedule()
 {
     if (!mLink.IsReady() || mRound) return;
-    auto next = NextRound();
+    auto next = NextPicture();
     if (!next) {
         mRoundTimer.cancel();
         return;
     }
+    const auto clocks = NextClocks();
+    const bool clocksOnly = clocks && *clocks < *next;
+    if (clocksOnly) next = clocks;
     Refill();
     if (mBudget < 0) {
         const std::chrono::duration<double> wait(-mBudget / mSettings.logRate);
@@ -166,19 +182,21 @@ void Poller::Schedule()
     }
     mPicture.OnSparing(mBudget < 0);
     mRoundTimer.expires_at(*next);
-    mRoundTimer.async_wait([this](const boost::system::error_code& error) {
-        if (!error) StartRound();
+    mRoundTimer.async_wait([this, clocksOnly](const boost::system::error_code& error) {
+        if (!error) StartRound(clocksOnly);
     });
 }
 
-void Poller::StartRound()
+void Poller::StartRound(bool clocksOnly)
 {
     if (mRound || !mLink.IsReady()) return;
     // The look may have ended meanwhile.
     if (!IsLookedAt()) return;
     mRound = Round();
-    mRound->start = Clock::now();
-    mLastStart = mRound->start;
+    mRound->clocksOnly = clocksOnly;
+    mRound->next = clocksOnly ? FirstOfClocks : 0;
+    mLastRound = Clock::now();
+    if (!clocksOnly) mLastPicture = mLastRound;
     AskNext();
 }
 
@@ -266,9 +284,12 @@ void Poller::EndRound()
 {
     Refill();
     mBudget -= static_cast<double>(mRound->loggedBytes);
+    const bool clocksOnly = mRound->clocksOnly;
     mRound.reset();
-    mPicture.OnRound(Now());
-    CallWaiters();
+    if (!clocksOnly) {
+        mPicture.OnRound(Now());
+        CallWaiters();
+    }
     mChanged();
     Schedule();
 }

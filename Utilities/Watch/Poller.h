@@ -18,9 +18,10 @@ namespace watch {
 ///
 /// The module writes each command and each listing into its log, so a picture taken every second would fill the log
 /// with itself. The log says when something changes, though: a line that is no listing brings a new picture at once,
-/// and two more within the next seconds for what follows from it. Without such a line there is one every refresh
-/// period. In no case is there more than one a second, nor any while nobody looks, and what the listings add to the log
-/// stays below a budget.
+/// and two more within the next seconds for what follows from it; one a second while a patch awaits its answer or a
+/// clock its lock. Without such a line there is one every refresh period. The clocks change without a line: their two
+/// short listings are read more often while a page is open. In no case is there more than one round a second, nor any
+/// while nobody looks, and what the listings add to the log stays below a budget.
 class Poller
 {
 public:
@@ -29,6 +30,8 @@ public:
     struct Settings
     {
         std::chrono::milliseconds refresh{60000};
+        /// Between two readings of the clocks while a page is open.
+        std::chrono::milliseconds clocks{5000};
         /// How long a look counts: longer than the usual pause between two scrapes.
         std::chrono::milliseconds interest{90000};
         /// Bytes that listings may add to the module's log at once, and each second.
@@ -55,8 +58,8 @@ public:
 private:
     struct Round
     {
+        bool clocksOnly = false;
         std::size_t next = 0;
-        Clock::time_point start{};
         std::size_t loggedBytes = 0;
         /// Information is off: what comes by the log is left out.
         bool directOnly = false;
@@ -70,8 +73,9 @@ private:
     void OnReply(const Reply& reply);
     void OnNoReply();
     void Schedule();
-    std::optional<Clock::time_point> NextRound() const;
-    void StartRound();
+    std::optional<Clock::time_point> NextPicture() const;
+    std::optional<Clock::time_point> NextClocks() const;
+    void StartRound(bool clocksOnly);
     void AskNext();
     void EndRound();
     void AwaitReply(std::chrono::milliseconds patience);
@@ -88,7 +92,9 @@ private:
     boost::asio::steady_timer mWaitTimer;
     std::function<void()> mChanged = [] {};
     std::optional<Round> mRound;
-    std::optional<Clock::time_point> mLastStart;
+    /// Starts of the last picture and of the last round of either kind.
+    std::optional<Clock::time_point> mLastPicture;
+    std::optional<Clock::time_point> mLastRound;
     Clock::time_point mLastHint{};
     Clock::time_point mLookedUntil{};
     std::weak_ptr<void> mWatchers;

@@ -66,6 +66,21 @@ TEST_F(Module, AnUnchangedListingIsNoChange)
     EXPECT_EQ(mPicture.Version(Section::Slots), version + 1);
 }
 
+TEST_F(Module, KnowsWhetherAnAnswerIsDue)
+{
+    for (const auto& [state, awaits] : {std::pair("Patch Success", false), std::pair("Patch Sent", true),
+                                        std::pair("Patch Awaiting Reply", true), std::pair("Patch Reserved", false)}) {
+        const std::string patch = "PI  Src HID:2097153(0.32:1 ), Style:1(Input), Idx:3 \n"
+                                  "\t\t\tDst HID:18(0x12(18) ), Style:2(Output), Idx:5 \n\t\t\tPri Patch Success \n"
+                                  "\t\t\tSec " +
+                                  std::string(state) + " \n";
+        mPicture.OnReply({ShellCommand::Patches, "", {patch}, false, 0});
+        EXPECT_EQ(mPicture.AwaitsAnswer(), awaits) << state;
+    }
+    mPicture.OnReply({ShellCommand::Clocks, " Id Enabled Measure    State\n  2    true   48000   stable locking\n"});
+    EXPECT_TRUE(mPicture.AwaitsAnswer());
+}
+
 /// The texts come from the module's sources: one that is no longer there, or under another feature, shows here.
 TEST(LogFeatures, FollowFromTheText)
 {

@@ -60,6 +60,7 @@ public:
     }
     void Log(const std::string& text) { Write(Stamp + text + "\r\n"); }
     void SetMute(bool mute) { mMute = mute; }
+    void LockClock() { mLocked = true; }
     void Close()
     {
         const Guard lock(mLock);
@@ -106,7 +107,7 @@ private:
     {
         std::string result;
         if (line == "version") result = "OrbModule 1.0\n";
-        if (line == "clock/active") result = "Internal\n";
+        if (line == "clock/active") result = mLocked ? "Wordclock\n" : "Internal\n";
         if (line == "tail false" || line == "tail true") result = "true\n";
         if (line == "tail false") mTail = false;
         if (!mTail && line != "tail true") {
@@ -127,6 +128,7 @@ private:
     std::vector<std::string> mLines;
     std::atomic<bool> mEnd{false};
     std::atomic<bool> mMute{false};
+    std::atomic<bool> mLocked{false};
     std::thread mThread;
 };
 
@@ -190,6 +192,7 @@ protected:
     {
         Poller::Settings settings;
         settings.logBurst = logBurst;
+        settings.clocks = std::chrono::seconds(1);
         return settings;
     }
     std::string Ask(const std::string& target, const std::string& host = "localhost")
@@ -276,6 +279,18 @@ TEST_F(Server, AsksOnlyWhenSomebodyLooksAndWhenTheLogMoves)
     mShell.Log("and once more");
     const long now = mShell.Rounds();
     WaitFor([&] { return mShell.Rounds() > now; });
+}
+
+/// Clocks change without a line in the log.
+TEST_F(Server, ReadsTheClocksWhileAPageIsOpen)
+{
+    Client page(mEndpoint);
+    page.Get("/events");
+    page.ReadThrough("\"active\":\"Internal\"");
+    const long rounds = mShell.Rounds();
+    mShell.LockClock();
+    EXPECT_THAT(page.ReadThrough("\"active\":\"Wordclock\""), HasSubstr("Wordclock"));
+    EXPECT_EQ(mShell.Rounds(), rounds);
 }
 
 /// A browser that takes nothing holds up neither the module nor another browser.
