@@ -72,7 +72,7 @@ private:
 };
 
 /// Takes the module's local stream, and its data link at the address of its rack's port side. It reports its devices
-/// once the module has asked on the data link for the first time, or with its own name, before there is a data link.
+/// once the module has asked on the data link for the first time, or as soon as it has the local stream.
 class Hub : public RoutingNode
 {
 public:
@@ -80,8 +80,9 @@ public:
 
 protected:
     void ListenForStreams() override;
+    void OnStream(Stream& stream) override;
     void OnCommand(Stream& stream, const Command& command) override;
-    bool CanBeAsked() override { return mReportsAtOnce || Find("data") != nullptr; }
+    bool CanBeAsked() override { return Find("data") != nullptr; }
     bool OnVerb(const Line& line, std::string& answer) override;
     std::string GetHelp() const override;
     std::vector<std::uint32_t> GetFurtherAddresses() const override;

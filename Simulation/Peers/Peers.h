@@ -66,7 +66,7 @@
 /// (a line of a box for that device), `device-gone HID`, `own-io HID` (the device that stands for its internal I/O),
 /// `router HID ADDRESS [type=5]`, `router-gone HID`, `report` (tells of everything again), `flood FIRST-HID COUNT`
 /// (reports that many devices). They answer pings. The hub listens for its data link; `at-once on` makes it report its
-/// devices with its own name and not again once the data link is up. The router opens a local and a master stream
+/// devices as soon as it has a local stream and not again once the data link is up. The router opens a local and a master stream
 /// (named data) to the module by itself, and has `master RACK [NUMBER [RATE]]`, what its heartbeat says of the
 /// master.
 ///

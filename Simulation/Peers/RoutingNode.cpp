@@ -144,6 +144,11 @@ Hub::Hub(boost::asio::io_service& service, const Place& place, const Cable& cabl
     : RoutingNode(service, place, cable, hid, K2Heartbeat::K2_HUB_TYPE)
 {}
 
+void Hub::OnStream(Stream& stream)
+{
+    if (mReportsAtOnce && stream.GetName() == "local") Report();
+}
+
 void Hub::OnCommand(Stream& stream, const Command& command)
 {
     RoutingNode::OnCommand(stream, command);

@@ -140,22 +140,25 @@ TEST(Links, ReportsThatAreLostAreAskedForAgainAndBadOnesDoNoHarm)
 
 TEST(Links, ADriverThatDiesAndReturnsIsFoundAgain)
 {
-    constexpr char idFile[] = "/sys/class/net/k2link0/k2hid";
+    constexpr char idFile[] = "/sys/class/net/k2link1/k2hid";
     Network network;
     network.Start();
     network.Plug(0, Box);
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
     network.TellDriver("quit");
-    Shell("ip link set k2link0 down");
+    // A port without a link, whose address would be taken away, and which would be up by that.
+    Shell("ip link set k2link1 down");
     std::filesystem::resize_file(idFile, 0);
     ChildProcess driver(Module::MakeLinkDriverCommand());
     driver.WaitForOutput("LinkDriverSim ready");
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid, false);
     std::string id;
     const Deadline deadline(Patience);
-    while (id != "36" && !deadline.HasPassed())
+    const auto isUp = [] { return std::system("ip -o link show up | grep -q ' k2link1[@:]'") == 0; };
+    while ((id != "36" || !isUp()) && !deadline.HasPassed())
         std::getline(std::ifstream(idFile), id);
     EXPECT_EQ(id, "36") << "twice the rack";
+    EXPECT_TRUE(isUp());
     network.GetOrb().Tell("clear");
     network.TellDriver(PlugLine(0, Box.rack));
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);

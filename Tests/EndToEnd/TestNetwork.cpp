@@ -134,9 +134,20 @@ TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
     orb.WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, HubWithBox.hid, false);
 }
 
-/// A neighbour on the secondary link, a patch with it, and the route that comes of it.
+TEST(Network, DevicesThatAHubReportsBeforeItsDataLinkAreAskedForOnceItIsUp)
+{
+    Neighbour hub = HubWithBox;
+    hub.lines.emplace_back("at-once on");
+    Network network;
+    network.Start();
+    network.Plug(0, hub);
+    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
+}
+
+/// A neighbour on a link, a patch with it, and the route that comes of it.
 struct OrbRestart
 {
+    unsigned int link;
     const Neighbour& neighbour;
     const char* device;
     const char* patch;
@@ -160,17 +171,16 @@ void Vanish(Network& network)
 
 TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesToTheirDevicesAndIsToldOfThemAgain)
 {
-    for (const OrbRestart& scene :
-         {OrbRestart{Box, "0x00200001", "patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5", {3, 0}, {2, 3}},
-          OrbRestart{HubWithBox,
-                     HubBoxHid,
-                     "patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1",
-                     {2, 0},
-                     {3, 21}}}) {
-        SCOPED_TRACE(scene.device);
+    const char* const fromBox = "patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5";
+    const char* const toHub = "patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1";
+    for (const OrbRestart& scene : {OrbRestart{0, Box, "0x00200001", fromBox, {3, 0}, {1, 3}},
+                                    {1, Box, "0x00200001", fromBox, {3, 0}, {2, 3}},
+                                    {0, HubWithBox, HubBoxHid, toHub, {1, 0}, {3, 21}},
+                                    {1, HubWithBox, HubBoxHid, toHub, {2, 0}, {3, 21}}}) {
+        SCOPED_TRACE(scene.device + (" on link " + std::to_string(scene.link)));
         Network network;
         network.Start();
-        network.Plug(1, scene.neighbour);
+        network.Plug(scene.link, scene.neighbour);
         Peer& orb = network.GetOrb();
         orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, scene.device);
         stage::ControlChannel control = network.GetModule().OpenControl();
@@ -188,7 +198,7 @@ TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesToTheirDevicesAndIsToldOfThe
         control.WaitForRoute(scene.sink, scene.source);
         // What leaves while the Orb router is away leaves no route.
         Vanish(network);
-        network.Unplug(1);
+        network.Unplug(scene.link);
         control.WaitForRoute(scene.sink, std::nullopt);
     }
 }

@@ -1,5 +1,6 @@
 #include "Tests/Unit/Audit/LogFixture.h"
 
+#include <malloc.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -122,6 +123,27 @@ TEST_F(RotationTest, AFailedRotationHaltsTheFileButNotTheLog)
     ASSERT_THAT(lines, ElementsAre(AllOf(StartsWith("Failed to rotate logs, logging to file halted: "), EndsWith("\n")),
                                    "line\n", "later\n"));
     EXPECT_THAT(Read(Path()), EndsWith(lines[0]));
+}
+
+TEST_F(RotationTest, WhatAFailedRotationHeldBackIsDropped)
+{
+    // The file that is to be removed at the end becomes a directory that is not empty.
+    UseGzip("until [ -e " + Path("end") + " ]; do sleep 0.01; done\nrm \"$2\"\nmkdir -p \"$2/full\"\n");
+    RecordingAudit audit(Path());
+    FillTo(audit, Limit + 1);
+    const std::size_t before = audit.Lines().size();
+    const std::size_t memory = ::mallinfo2().uordblks;
+    for (int i = 0; i < 5000; ++i)
+        Log(audit, std::string(1023, 'h') + "\n");
+    EXPECT_EQ(audit.Lines().size(), before);
+    Fill(Path("end"), "");
+    audit.FinishRotation();
+    EXPECT_LT(::mallinfo2().uordblks, memory + 2000000);
+    Log(audit, "later\n");
+    const auto lines = audit.Lines();
+    ASSERT_EQ(lines.size(), before + 2);
+    EXPECT_THAT(lines[before], StartsWith("Failed to rotate logs, "));
+    EXPECT_EQ(lines[before + 1], "later\n");
 }
 
 TEST_F(RotationTest, LinesHeldBackWhileARotationRunsComeFirstInTheNewFileUpToALimit)
