@@ -85,6 +85,7 @@ private:
             return true;
         }
         auto* const socket = new X(Handler());
+        socket->SetParent(this);
         socket->Attach(fd);
         socket->SetNonblocking(fd);
         socket->SetRemoteAddress(Ipv4Address(address));

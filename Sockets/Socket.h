@@ -14,7 +14,7 @@
 class Socket
 {
 public:
-    explicit Socket(ISocketHandler& handler) : mHandler(handler) {}
+    explicit Socket(ISocketHandler& handler) : mHandler(handler), mCreateTime(handler.Now()) {}
     virtual ~Socket();
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
@@ -59,6 +59,7 @@ public:
     void SetCloseAndDelete(bool value = true);
     bool CloseAndDelete() const { return mCloseAndDelete; }
     std::time_t GetCloseTime() const { return mCloseTime; }
+    void SetParent(Socket* parent) { mParent = parent; }
     /// For a socket that only sends; none does yet.
     void DisableRead(bool value = true) { mDisableRead = value; }
     bool IsDisableRead() const { return mDisableRead; }
@@ -101,6 +102,9 @@ private:
     int mSocket = -1;
     bool mDeleteByHandler = false;
     bool mCloseAndDelete = false;
+    /// These two no code reads: in a debugger they tell how old a socket is and which listener accepted it.
+    const std::time_t mCreateTime;
+    Socket* mParent = nullptr;
     bool mDisableRead = false;
     bool mConnected = false;
     bool mErasedByHandler = false;

@@ -24,6 +24,10 @@ ItemFramer::Result ItemFramer::Next()
         mKey = LoadLittleEndian<std::uint32_t>(mHeader);
         mLength = LoadLittleEndian<std::uint32_t>(mHeader + 4);
         mReadState = ReadState::Data;
+    } else if (mReadState != ReadState::Data) {
+        // There is no third state, nor a third phase below: memory that was overwritten is caught here.
+        AuditAssertFailed(__FILE__, __LINE__, "false");
+        return Result::NeedsBytes;
     }
     if (mLength > MAX_LENGTH) return Result::TooLong;
     if (!(mLength <= MAX_NORMAL_LENGTH ? IsWhole() : CollectOverflow())) return Result::NeedsBytes;
@@ -86,6 +90,10 @@ bool ItemFramer::Read(void* dest, std::uint32_t size)
         out += piece;
         size -= piece;
         if (size == 0) return true;
+    }
+    if (mReadPhase != ReadPhase::Body) {
+        AuditAssertFailed(__FILE__, __LINE__, "false");
+        return false;
     }
     const bool success = mOverflowActive ? mOverflow.ReadData(out, size) : mRing.Read(out, size);
     AUDIT_LOG(CommsVerboseDebug, " read %d from %s into 0x%-8.8lx. Success=%d\n", static_cast<int>(size),
