@@ -155,7 +155,7 @@ void RemoteDiscovery::OnRemoteRouterUpdate(const RemoteRouterUpdate& command, UI
     if (hid == mDevices.mHid) {
         std::ostringstream text;
         text << "RemoteRouterUpdate is about us (Hid: " << mDevices.mHid << "\n";
-        AuditAssertFailed(__FILE__, __LINE__, "Cmd->GetHid() != mDevices.mHid", text.str());
+        AuditAssertFailed(__FILE__, __LINE__, "Cmd->GetHid() != mHid", text.str());
         return;
     }
     if (!IsRoutingRemoteType(command.GetType())) return;

@@ -64,6 +64,7 @@ TEST_F(RemoteDeviceTest, BehindARouterADeviceIsToldAtOnce)
 TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
 {
     PlugRouter(1, K2_ROUTER_TYPE);
+    const LogRecorder log;
     EXPECT_EQ(
         All({Report(1, Behind, BehindIp, INVALID_HID), Report(1, Behind, BehindIp, RouterHid, RemoteDeviceType::Hub),
              Report(1, Behind, BehindIp, RouterHid, static_cast<RemoteDeviceType>(200)),
@@ -73,6 +74,7 @@ TEST_F(RemoteDeviceTest, ReportsThatCannotBeAreRefused)
     mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Hub, 1, 1, 0), 255, Local);
     EXPECT_EQ(Take(), Lines());
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
+    EXPECT_TRUE(log.WaitForPart(" - Cmd->GetHid() != mHid\r\n"));
 }
 
 TEST_F(RemoteDeviceTest, NoReportTouchesTheRoutesOfTheUnit)
