@@ -62,7 +62,7 @@ std::vector<Step> NetworkScene::Steps()
 {
     return {
         {"the update service checks the module", [this] { return PassCheck(); }},
-        {"the Orb router tells the module who it is", [this] { return LearnIdentity(); }},
+        {"the Orb router tells the module its identity", [this] { return LearnIdentity(); }},
         {"the link ports come up", [this] { return BringLinksUp(); }},
         {"a fixed format box is plugged in", [this] { return MeetFixedBox(); }},
         {"a modular box takes its place",
@@ -86,8 +86,8 @@ std::string NetworkScene::PassCheck()
     mUpdate = StartUpdateService({}, mPatience);
     mUpdate->WaitFor(peers::DEVICES_TO_CHECK, 1, mPatience);
     mLog.WaitForLine("Connect to the ORB Router", mPatience);
-    return "At 1.63.1.0 the update service appears; the module connects, asks to be checked, is up to date, and goes "
-           "on "
+    return "The update service appears at 1.63.1.0. The module connects, asks for its check, is up to date, and "
+           "connects "
            "to the Orb router.";
 }
 
@@ -104,8 +104,7 @@ std::string NetworkScene::LearnIdentity()
     mLog.WaitForLine("LinkManager::OnDeviceChange Device Online", mPatience);
     ExpectAddress("0.18.5.0");
     ExpectAddress("0.18.6.0");
-    return "The Orb router is asked and answers: the module serves rack 0.18, and eth0 now has the addresses 0.18.5.0 "
-           "and 0.18.6.0.";
+    return "The module asks and the Orb router answers: rack 0.18. eth0 now has the addresses 0.18.5.0 and 0.18.6.0.";
 }
 
 std::string NetworkScene::BringLinksUp()
@@ -115,10 +114,10 @@ std::string NetworkScene::BringLinksUp()
         std::ifstream file("/sys/class/net/" + link + "/k2hid");
         std::string text;
         std::getline(file, text);
-        if (text != Rack(2 * ModuleRack)) throw NotSeen("the driver of " + link + " was told '" + text + "'");
+        if (text != Rack(2 * ModuleRack)) throw NotSeen("the driver of " + link + " got '" + text + "'");
     }
     return "Both link drivers know the module as " + Rack(2 * ModuleRack) +
-           " (twice its rack), the interfaces are up, and a master router may appear.";
+           " (twice its rack), the interfaces are up, and a master router is accepted from now on.";
 }
 
 void NetworkScene::Plug(unsigned int link, const Neighbour& neighbour)
@@ -166,9 +165,9 @@ std::string NetworkScene::MeetFixedBox()
     const std::string map = "showlinkmap " + std::to_string(std::stoul(Box, nullptr, 16));
     mRouting.GetShell().Ask(map, mPatience);
     mLog.WaitForLine("A7  -> 7", mPatience);
-    return "The driver reports a neighbour, k2link0 gets 0.8.0.1, heartbeats flow, the box is checked and describes "
-           "its "
-           "8 inputs and outputs, and the Orb router is told of it, " +
+    return "The driver reports a neighbour, k2link0 gets 0.8.0.1, heartbeats flow, the box passes its check and "
+           "describes "
+           "its 8 inputs and outputs. The Orb router learns of it " +
            took + " after the plug.";
 }
 
@@ -180,7 +179,7 @@ std::string NetworkScene::MeetBoxInItsPlace(const std::string& kind, const std::
     const auto start = Clock::now();
     Plug(0, {kind, Box, BoxRack, {card}});
     ExpectUpdate(peers::REMOTE_IO_UPDATE, Box, true);
-    return "The Orb router is told that the last one has gone and that there is now " + type + ", " + Took(start) +
+    return "The Orb router learns that the last one has gone and " + type + " has come, " + Took(start) +
            " after the plug.";
 }
 
@@ -205,9 +204,9 @@ std::string NetworkScene::MeetHub()
     mNeighbours[0]->WaitFor(peers::ROUTER_INFO, 1, mPatience);
     mNeighbours[0]->WaitFor(peers::IO_INFO_DEV_REQ, 1, mPatience);
     AwaitHubBox();
-    return "The hub is checked and names itself, the module opens a data link to it, asks it for the description of "
+    return "The hub passes its check and names itself. The module opens a data link to it, requests the description of "
            "the "
-           "box behind it, and tells the Orb router of both.";
+           "box behind it, and reports both to the Orb router.";
 }
 
 void NetworkScene::PlugRouter()

@@ -67,7 +67,7 @@ Step RoutingScene::HandOver()
 {
     return {"the shell is handed over", [this] {
                 mQuitByHand = !HandOverToShell();
-                return std::string(mQuitByHand ? "The module has closed it." : "It is taken back.");
+                return std::string(mQuitByHand ? "The module has closed it." : "The rehearsal continues.");
             }};
 }
 
@@ -94,8 +94,8 @@ std::string RoutingScene::SeeHeartbeats()
         if (i == 0) first = Clock::now();
         if (heartbeat.bytes != ExpectedHeartbeat || heartbeat.address != ModuleAddress ||
             heartbeat.port != HeartbeatPort) {
-            throw NotSeen("what came to master control was " + Hex(heartbeat.bytes) + " from " + heartbeat.address +
-                          ":" + std::to_string(heartbeat.port));
+            throw NotSeen("master control received " + Hex(heartbeat.bytes) + " from " + heartbeat.address + ":" +
+                          std::to_string(heartbeat.port));
         }
     }
     const std::chrono::duration<double> between = (Clock::now() - first) / (HeartbeatsSeen - 1);
@@ -133,7 +133,7 @@ std::string RoutingScene::Mute()
         const bool isMuted = (mControl->Register(AudioDmaBlock, ControlRegister) & MuteBit) != 0;
         if (isMuted != mute) throw NotSeen("after '" + line + "' the FPGA's mute bit has not changed");
     }
-    return "'adma/mute true' sets the mute bit of the FPGA, 'adma/mute false' takes it back.";
+    return "'adma/mute true' sets the mute bit of the FPGA, 'adma/mute false' clears it.";
 }
 
 std::string RoutingScene::Clear()
@@ -162,7 +162,7 @@ std::string RoutingScene::Stop()
     const std::string cause = mQuitByHand ? "'quit'" : "SIGTERM";
     const Ending ending = mQuitByHand ? mModule->Process().Wait(mPatience) : mModule->Stop(mPatience);
     if (ending.signal || ending.exitCode) throw NotSeen(cause + " ended the module with " + ending.Text());
-    return cause + " ends it in good order: " + ending.Text() + ".";
+    return cause + " ends it cleanly: " + ending.Text() + ".";
 }
 
 } // namespace rehearsal

@@ -39,10 +39,10 @@ constexpr int Output = 2;
 
 std::vector<Step> ShowScene::Steps()
 {
-    return {{"the master router patches to a device that is not there", [this] { return RouterPatchFails(); }},
+    return {{"the master router patches to an absent device", [this] { return RouterPatchFails(); }},
             {"the device appears and the patch is made", [this] { return RouterPatchSucceeds(); }},
             {"a microphone is patched to the Orb router", [this] { return PatchMicrophone(); }},
-            {"a second cable stands by", [this] { return ReserveSecond(); }},
+            {"a second cable is on standby", [this] { return ReserveSecond(); }},
             {"the primary cable is lost", [this] { return LoseCable(); }},
             {"the cable returns", [this] { return CableReturns(); }},
             {"the Orb router patches to an output of the box", [this] { return PatchToBox(); }},
@@ -71,7 +71,7 @@ std::string ShowScene::RouterPatchFails()
     Peer& router = mNetwork.GetNeighbour(0);
     router.Tell("patch src=" + PortOf(OrbIo, Input, 2) + " dest=" + PortOf(FarBox, Output, 1) + " on=data", mPatience);
     router.WaitFor(peers::PATCH_FAILED, 1, mPatience);
-    return "The router is told that the patch has failed, and the module keeps in mind to ask for it again.";
+    return "The module reports the failure to the router, and will ask for a retry when the device appears.";
 }
 
 std::string ShowScene::RouterPatchSucceeds()
@@ -87,8 +87,9 @@ std::string ShowScene::RouterPatchSucceeds()
     orb.Tell("patch src=" + PortOf(OrbIo, Input, 2) + " link=1 slots=11 dest=" + PortOf(FarBox, Output, 1), mPatience);
     router.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
     mRouting.GetControl().WaitForRoute({FirstLinkEndpoint, 0}, Sample{BulkEndpoint, 11}, mPatience);
-    return "As the device comes online the router is asked to try again; the Orb router delivers at slot 11, the FPGA "
-           "feeds slot 0 of the primary link from it, and the router is told that slot.";
+    return "The device comes online and the module asks the router to retry. The Orb router delivers at slot 11, the "
+           "FPGA "
+           "feeds slot 0 of the primary link from it, and the router learns that slot.";
 }
 
 std::string ShowScene::PatchMicrophone()
@@ -101,8 +102,9 @@ std::string ShowScene::PatchMicrophone()
              mPatience);
     mRouting.GetControl().WaitForRoute(AtOrb, OnPrimary, mPatience);
     orb.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
-    return "The router is unplugged, which silences its route, and the box is back. Slot 0 of the Orb side is fed by "
-           "slot 3 of the primary link, where the box delivers its input 3, and the Orb router is told so.";
+    return "The router is unplugged, which silences its route, and the box returns. Slot 3 of the primary link, the "
+           "box's "
+           "input 3, feeds slot 0 of the Orb side, and the Orb router learns that slot.";
 }
 
 std::string ShowScene::ReserveSecond()
@@ -111,8 +113,8 @@ std::string ShowScene::ReserveSecond()
     mNetwork.PlugBox(1);
     ExpectInStore("Sec Patch Reserved");
     if (mRouting.GetControl().Syncs() != syncs) throw NotSeen("the FPGA was given a new table");
-    return "The same box is heard on the secondary link; the patch stands reserved there, and nothing changes in the "
-           "FPGA.";
+    return "The same box appears on the secondary link. The patch is reserved there, and the FPGA's table stays the "
+           "same.";
 }
 
 std::string ShowScene::LoseCable()
@@ -129,8 +131,8 @@ std::string ShowScene::LoseCable()
     if (activation < lost) throw NotSeen("the table became active before the cable was lost");
     std::ostringstream text;
     text.precision(1);
-    text << std::fixed << "The route has swung over: slot 0 of the Orb side is fed by slot 3 of the secondary link, "
-         << milliseconds << " ms after the driver's report; that long the destination was without its source.";
+    text << std::fixed << "Failover: slot 3 of the secondary link feeds slot 0 of the Orb side, " << milliseconds
+         << " ms after the driver's report. The destination was silent for that time.";
     return text.str();
 }
 
@@ -139,7 +141,7 @@ std::string ShowScene::CableReturns()
     mNetwork.PlugBox(0);
     ExpectInStore("Pri Patch Reserved");
     if (!(mRouting.GetControl().Probe(AtOrb) == OnSecondary)) throw NotSeen("the route has moved");
-    return "The route stays where it is, and the patch now stands reserved on the primary link.";
+    return "The route stays on the secondary link, and the patch is now reserved on the primary link.";
 }
 
 std::string ShowScene::PatchToBox()
@@ -152,9 +154,10 @@ std::string ShowScene::PatchToBox()
     }
     mNetwork.GetNeighbour(0).WaitFor(peers::PORT_BITMAP, 1, mPatience);
     if (!mNetwork.GetNeighbour(1).GetReceived(peers::PORT_BITMAP).empty())
-        throw NotSeen("the box was told on its secondary link too");
-    return "Slot 4 of both links is fed by slot 9 of the Orb side, and the box is told, on its primary link alone, to "
-           "listen there.";
+        throw NotSeen("the box got the command on its secondary link too");
+    return "Slot 9 of the Orb side feeds slot 4 of both links, and the box gets the command to listen there, on its "
+           "primary "
+           "link only.";
 }
 
 std::string ShowScene::PatchBehindHub()
@@ -170,9 +173,9 @@ std::string ShowScene::PatchBehindHub()
                            mPatience);
     mRouting.GetControl().WaitForRoute({FirstLinkEndpoint, 0}, Sample{BulkEndpoint, 21}, mPatience);
     hub.WaitFor(peers::ROUTER_PATCH_AUDIO, 1, mPatience);
-    return "With both cables gone the microphone's route is silent. A hub takes the box's place: the first free slot "
-           "of "
-           "its link is fed by slot 21 of the Orb side, and the hub is told where the audio arrives.";
+    return "Without both cables the microphone's route is silent. A hub takes the box's place: slot 21 of the Orb side "
+           "feeds "
+           "the first free slot of its link, and the hub learns where the audio arrives.";
 }
 
 std::string ShowScene::PingHub()

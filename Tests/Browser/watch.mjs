@@ -124,7 +124,7 @@ try {
   assert.deepEqual(await routesAgree('the patch'), ['k0 3 → bulk 0']);
   assert.match(await text('#patches'), /0\.32:1 input 3.*0\.18:1 output 5/s);
 
-  await play('a second cable stands by');
+  await play('a second cable is on standby');
   await sees('the reserved line', '[data-way="0.32:1 0.18:1 secondary orb reserved"]');
   assert.equal(await text('#patches .chip-reserved'), 'reserved');
   await routesAgree('reserved');
