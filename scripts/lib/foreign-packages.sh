@@ -1,7 +1,6 @@
-# Debian packages for another processor, for scripts that source this file. They come from the package sources of this
-# machine by an apt of its own, with its own architecture, lists and archives and an empty system, so that what is needed
-# below the packages comes along. Neither the packages nor the settings of the machine are touched, and root is not
-# needed.
+# Debian packages for another processor, for scripts that source this file. A separate apt, with its own architecture,
+# lists, archives and an empty system, fetches them and their dependencies from this machine's package sources. It needs no
+# root, and leaves the machine's packages and settings alone.
 # shellcheck shell=bash
 
 # use_foreign_apt ARCHITECTURE DIRECTORY: from now on apt is that one; the directory is emptied for it.
@@ -20,6 +19,6 @@ Dir::State::status "$2/status";
 Dir::Cache "$2";
 CONFIGURATION
     export APT_CONFIG=$2/apt.conf
-    # A mirror may lack the list of one suite for this architecture; what counts is whether the packages can be had.
-    apt-get update --quiet || echo "Going on with the lists that could be fetched."
+    # A mirror may lack the list of one suite for this architecture; only the packages matter.
+    apt-get update --quiet || echo "Continuing with the lists that could be fetched."
 }

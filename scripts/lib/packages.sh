@@ -1,4 +1,4 @@
-# Debian packages, for scripts that source this file. Nothing is asked and nothing is done where all is there.
+# Installs Debian packages, for scripts that source this file. Does nothing if none is missing.
 # shellcheck shell=bash
 
 is_installed() {
@@ -9,7 +9,7 @@ is_installed() {
 need_packages() {
     local name missing=() as_root=()
     if ! command -v dpkg-query >/dev/null; then
-        echo "This is no Debian system; it is taken to have what these packages hold: $*" >&2
+        echo "This is not a Debian system; assuming it has the contents of these packages: $*" >&2
         return
     fi
     for name in "$@"; do
@@ -30,7 +30,7 @@ need_packages() {
         apt-get install --quiet --yes --no-install-recommends "${missing[@]}"
 }
 
-# need_command COMMAND PACKAGE: for what other packages than Debian's may have brought too.
+# need_command COMMAND PACKAGE: for commands that may also come from elsewhere than Debian's package.
 need_command() {
     command -v "$1" >/dev/null || need_packages "$2"
 }
@@ -60,7 +60,7 @@ need_tests() {
     esac
 }
 
-# What the browser tests start; those who have none of it go without. Gives false where it cannot be had.
+# What the browser tests need. Returns false where it is not available; the tests are then skipped.
 get_browser() {
     if command -v chromium >/dev/null && command -v node >/dev/null && command -v npm >/dev/null; then return; fi
     (need_packages chromium fonts-dejavu-core && need_command npm npm) >&2
