@@ -31,16 +31,13 @@ class NullComms : public iOrbKLVComms
 public:
     void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
     void Disconnect(UINT8GIGEPORT) override {}
-    bool DisconnectPending(UINT8GIGEPORT, StreamType, bool& exists) override { return exists = false; }
-    void Disconnect(std::uint32_t, StreamType) override {}
-    bool SendCmd(UINT8GIGEPORT, const DeskCommand&, StreamType, std::uint32_t) override
+    void Disconnect(const StreamName&) override {}
+    StreamState GetState(const StreamName&) override { return StreamState::None; }
+    bool Send(const StreamName&, const DeskCommand&) override
     {
         ++mSent;
         return true;
     }
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
 
     std::uint64_t mSent = 0;
 };

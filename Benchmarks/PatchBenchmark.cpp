@@ -43,16 +43,13 @@ class NoComms : public iOrbKLVComms
 public:
     void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
     void Disconnect(UINT8GIGEPORT) override {}
-    bool DisconnectPending(UINT8GIGEPORT, StreamType, bool&) override { return false; }
-    void Disconnect(std::uint32_t, StreamType) override {}
-    bool SendCmd(UINT8GIGEPORT, const DeskCommand& command, StreamType, std::uint32_t) override
+    void Disconnect(const StreamName&) override {}
+    StreamState GetState(const StreamName&) override { return StreamState::None; }
+    bool Send(const StreamName&, const DeskCommand& command) override
     {
         benchmark::DoNotOptimize(&command);
         return true;
     }
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
 };
 
 /// Allocates and frees one source. Arguments: slots in use before, slots of the source.

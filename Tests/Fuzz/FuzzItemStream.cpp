@@ -17,17 +17,11 @@
 
 namespace {
 
-class NoComms : public iOrbKLVComms
+class NoRegistry : public iStreamRegistry
 {
 public:
-    void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
-    void Disconnect(UINT8GIGEPORT) override {}
-    bool DisconnectPending(UINT8GIGEPORT, StreamType, bool& exists) override { return exists = false; }
-    void Disconnect(std::uint32_t, StreamType) override {}
-    bool SendCmd(UINT8GIGEPORT, const DeskCommand&, StreamType, std::uint32_t) override { return false; }
     void AddKLVStream(OrbKLVStream&) override {}
     void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
 };
 
 struct Receiver
@@ -59,7 +53,7 @@ struct Receiver
 
     boost::asio::io_service service;
     OrbCommandProcessor processor{service};
-    NoComms comms;
+    NoRegistry comms;
     HandlerMutex mutex;
     OrbKLVSocketHandler handler{mutex, comms, processor};
     std::set<CommandID> ids;

@@ -2,7 +2,7 @@
 
 #include "Common/KLV/Commands/NotificationCommands.h"
 #include "Common/KLV/Commands/RouterCommands.h"
-#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
+#include "Tests/Support/SendOnlyComms.h"
 
 #include <atomic>
 #include <functional>
@@ -12,7 +12,7 @@
 #include <vector>
 
 /// The comms as the link layer sees them: keeps what is sent as text, in order, from any thread.
-class LinkComms : public iOrbKLVComms
+class LinkComms : public SendOnlyComms
 {
 public:
     /// What the closing stream test gives.
@@ -28,15 +28,13 @@ public:
         return mSent;
     }
 
-    void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
-    void Disconnect(UINT8GIGEPORT) override {}
-    bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists) override
+    StreamState GetState(const StreamName& stream) override
     {
-        exists = mStreamExists && type == LOCAL_LINK && (port == 1 || port == 2);
-        return exists && mStreamClosing;
+        if (!mStreamExists || stream.type != LOCAL_LINK || stream.port == 0 || stream.port > 2)
+            return StreamState::None;
+        return mStreamClosing ? StreamState::Closing : StreamState::Open;
     }
-    void Disconnect(std::uint32_t, StreamType) override {}
-    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t) override
+    bool Send(const StreamName& stream, const DeskCommand& command) override
     {
         std::ostringstream text;
         if (const auto* notification = dynamic_cast<const SornMasterRouterNotification::Command*>(&command)) {
@@ -46,7 +44,7 @@ public:
         } else {
             text << "unexpected";
         }
-        text << " to " << PortText(port) << type;
+        text << " to " << PortText(stream.port) << stream.type;
         {
             const std::lock_guard<std::mutex> lock(mMutex);
             mSent.push_back(text.str());
@@ -54,9 +52,6 @@ public:
         if (mOnSend) mOnSend(text.str());
         return true;
     }
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
 
 private:
     mutable std::mutex mMutex;

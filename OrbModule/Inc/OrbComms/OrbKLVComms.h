@@ -4,6 +4,7 @@
 #include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "OrbModule/Inc/OrbComms/iStreamContainer.h"
+#include "OrbModule/Inc/OrbComms/iStreamRegistry.h"
 #include "Sockets/HandlerMutex.h"
 #include "Sockets/ListenSocket.h"
 #include "Sockets/StdLog.h"
@@ -26,7 +27,7 @@
 /// mMutex guards the handler, its sockets and the directory. The socket thread holds it through a pass, but not while
 /// it waits; every operation that others call takes it. It is taken behind LinkManager::mMutex and before
 /// OrbCommandProcessor::mLock. What reaches the main service from the socket thread is posted, never called.
-class OrbKLVComms : public iOrbKLVComms
+class OrbKLVComms : public iOrbKLVComms, public iStreamRegistry
 {
 public:
     /// The TCP ports that decide the type of a stream, and the interfaces that decide its port. A test may have others;
@@ -53,18 +54,19 @@ public:
     {
         Open(address, port, tcpPort, false);
     }
-    using iOrbKLVComms::Disconnect;
-    void Disconnect(UINT8GIGEPORT port) override;
-    bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists) override;
-    void Disconnect(std::uint32_t address, StreamType type) override;
-    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address) override;
-    void AddKLVStream(OrbKLVStream& stream) override;
-    void RemoveKLVStream(OrbKLVStream& stream) override;
-    std::uint32_t GetPortAddress(UINT8GIGEPORT port) override;
     void ConnectReported(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override
     {
         Open(address, port, tcpPort, true);
     }
+    using iOrbKLVComms::Disconnect;
+    void Disconnect(UINT8GIGEPORT port) override;
+    void Disconnect(const StreamName& name) override;
+    StreamState GetState(const StreamName& name) override;
+    bool Send(const StreamName& name, const DeskCommand& command) override;
+    void AddKLVStream(OrbKLVStream& stream) override;
+    void RemoveKLVStream(OrbKLVStream& stream) override;
+    /// The kernel's address of a port's interface, host order; 0 if it has none.
+    std::uint32_t GetPortAddress(UINT8GIGEPORT port) const;
 
     /// A stream has come (valid) or gone; the end of one can be told twice. Fires on the main service.
     boost::signals2::connection ConnectKLVStreamChanged(const StreamSignal::slot_type& slot)
@@ -81,9 +83,10 @@ private:
     bool MakeRoom(UINT8GIGEPORT port, bool isReported);
     bool EndConnecting(const OrbKLVStream& stream);
     void TakePlaceOfEarlier(OrbKLVStream& stream);
-    UINT8GIGEPORT FindPort(const OrbKLVStream& stream);
+    UINT8GIGEPORT FindPort(const OrbKLVStream& stream) const;
     StreamType FindType(const OrbKLVStream& stream) const;
     void PostStreamChanged(const OrbKLVStream& stream, bool valid);
+    OrbKLVStream* Find(const StreamName& name);
     static void Shutdown(OrbKLVStream& stream);
     static bool ReadInterfaceAddress(const std::string& name, std::uint32_t& address);
 

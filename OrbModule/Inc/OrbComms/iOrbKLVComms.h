@@ -5,13 +5,30 @@
 #include <cstdint>
 
 class DeskCommand;
-class OrbKLVStream;
+
+/// Which stream is meant: that of a type on a port, or that of a type to a remote address.
+struct StreamName
+{
+    static StreamName OnPort(StreamType type, UINT8GIGEPORT port) { return {type, port, 0, false}; }
+    static StreamName ToAddress(StreamType type, std::uint32_t address)
+    {
+        return {type, UNKNOWN_GIGE_PORT, address, true};
+    }
+
+    StreamType type;
+    /// A Routing::PortsEnum.
+    UINT8GIGEPORT port;
+    /// Host order.
+    std::uint32_t address;
+    bool isByAddress;
+};
+
+/// What has become of a stream. One that this side shuts down is Closing for as long as it is in the directory.
+enum class StreamState : std::uint8_t { None, Open, Closing };
 
 /// How the rest of the module sends commands and opens or closes streams, without ever meeting a socket.
 ///
-/// Any thread may call Send..., Connect and Disconnect. Ports are Routing::PortsEnum, addresses are in host order.
-/// A send answers true when the bytes were handed to the socket layer, and no more; nothing is queued for a
-/// stream that does not exist.
+/// Any thread may call all of it. Ports are Routing::PortsEnum, addresses are in host order.
 class iOrbKLVComms
 {
 public:
@@ -26,40 +43,49 @@ public:
 
     /// Opens a stream that tries again until its peer appears. It belongs to the socket handler.
     virtual void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) = 0;
-    /// Closes the local, master and slave stream of a port; the update stream is not touched.
-    virtual void Disconnect(UINT8GIGEPORT port) = 0;
-    /// True while that stream stands in the directory and is being shut down by this side.
-    /// @param exists whether the directory has such a stream.
-    virtual bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists) = 0;
-    virtual void Disconnect(std::uint32_t address, StreamType type) = 0;
-
-    virtual bool SendMaster(UINT8GIGEPORT port, const DeskCommand& command)
-    {
-        return SendCmd(port, command, MASTER_LINK, 0);
-    }
-    virtual bool SendSlave(const DeskCommand& command, std::uint32_t address)
-    {
-        return SendCmd(UNKNOWN_GIGE_PORT, command, SLAVE_LINK, address);
-    }
-    virtual bool SendLocal(const DeskCommand& command, UINT8GIGEPORT port)
-    {
-        return SendCmd(port, command, LOCAL_LINK, 0);
-    }
-    virtual bool SendUpdate(const DeskCommand& command) { return SendCmd(0, command, UPDATE_LINK, 0); }
-    /// Sends on the stream of a port and type; a SLAVE_LINK is found by its remote address instead.
-    virtual bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address) = 0;
-
-    /// For the streams themselves, on the socket thread.
-    virtual void AddKLVStream(OrbKLVStream& stream) = 0;
-    virtual void RemoveKLVStream(OrbKLVStream& stream) = 0;
-
-    /// The kernel's address of a port's interface, host order; 0 if it has none.
-    virtual std::uint32_t GetPortAddress(UINT8GIGEPORT port) = 0;
-
     /// Connect for a peer that is no neighbour of the module and is known by the report of another alone. Such reports
     /// can come without end, so what is pending for them is bounded.
     virtual void ConnectReported(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort)
     {
         Connect(address, port, tcpPort);
+    }
+    /// Closes the local, master and slave stream of a port; the update stream is not touched.
+    virtual void Disconnect(UINT8GIGEPORT port) = 0;
+    virtual void Disconnect(const StreamName& stream) = 0;
+    virtual StreamState GetState(const StreamName& stream) = 0;
+    /// True when the bytes were handed to the socket layer, and no more; nothing is queued for a stream that does not
+    /// exist.
+    virtual bool Send(const StreamName& stream, const DeskCommand& command) = 0;
+
+    // The forms that callers use, each with the parts of the name in an order of its own.
+
+    void Disconnect(std::uint32_t address, StreamType type) { Disconnect(StreamName::ToAddress(type, address)); }
+    /// @param exists whether there is such a stream. @return true while this side is shutting it down.
+    bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists)
+    {
+        const StreamState state = GetState(StreamName::OnPort(type, port));
+        exists = state != StreamState::None;
+        return state == StreamState::Closing;
+    }
+    bool SendMaster(UINT8GIGEPORT port, const DeskCommand& command)
+    {
+        return Send(StreamName::OnPort(MASTER_LINK, port), command);
+    }
+    bool SendSlave(const DeskCommand& command, std::uint32_t address)
+    {
+        return Send(StreamName::ToAddress(SLAVE_LINK, address), command);
+    }
+    bool SendLocal(const DeskCommand& command, UINT8GIGEPORT port)
+    {
+        return Send(StreamName::OnPort(LOCAL_LINK, port), command);
+    }
+    bool SendUpdate(const DeskCommand& command)
+    {
+        return Send(StreamName::OnPort(UPDATE_LINK, Routing::ORB_PORT), command);
+    }
+    /// A slave link is found by its address, any other stream by its port.
+    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+    {
+        return Send({type, port, address, type == SLAVE_LINK}, command);
     }
 };

@@ -158,9 +158,7 @@ void LinkedDevices::OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool
 
 bool LinkedDevices::HasLiveStream(UINT8GIGEPORT port)
 {
-    bool exists = false;
-    const bool closing = mComms.DisconnectPending(port, StreamType::LOCAL_LINK, exists);
-    return exists && !closing;
+    return mComms.GetState(StreamName::OnPort(StreamType::LOCAL_LINK, port)) == StreamState::Open;
 }
 
 void LinkedDevices::OnLocalLinkUp(UINT8GIGEPORT port)

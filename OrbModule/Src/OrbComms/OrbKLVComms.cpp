@@ -160,41 +160,47 @@ void OrbKLVComms::Disconnect(UINT8GIGEPORT port)
     }
 }
 
-void OrbKLVComms::Disconnect(std::uint32_t address, StreamType type)
+OrbKLVStream* OrbKLVComms::Find(const StreamName& name)
 {
-    const HandlerMutex::Guard guard(mMutex);
-    AUDIT_STREAM(CommsDebug, "OrbKLVComms::Disconnect " << AddressText(address) << " Type " << type << "\r\n");
-    if (OrbKLVStream* const stream = mStreams.GetStreamByAddressAndType(address, type)) Shutdown(*stream);
+    return name.isByAddress ? mStreams.GetStreamByAddressAndType(name.address, name.type)
+                            : mStreams.GetStreamByPortAndType(name.port, name.type);
 }
 
-bool OrbKLVComms::DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists)
+void OrbKLVComms::Disconnect(const StreamName& name)
 {
     const HandlerMutex::Guard guard(mMutex);
-    const OrbKLVStream* const stream = mStreams.GetStreamByPortAndType(port, type);
-    exists = stream != nullptr;
-    if (!stream || !stream->WasShutdownLocally()) return false;
+    AUDIT_STREAM(CommsDebug,
+                 "OrbKLVComms::Disconnect " << AddressText(name.address) << " Type " << name.type << "\r\n");
+    if (OrbKLVStream* const stream = Find(name)) Shutdown(*stream);
+}
+
+StreamState OrbKLVComms::GetState(const StreamName& name)
+{
+    const HandlerMutex::Guard guard(mMutex);
+    const OrbKLVStream* const stream = Find(name);
+    if (!stream) return StreamState::None;
+    if (!stream->WasShutdownLocally()) return StreamState::Open;
     AUDIT_STREAM(CommsDebug,
                  "virtual bool OrbKLVComms::DisconnectPending(UINT8GIGEPORT, iOrbKLVComms::StreamType, bool&)"
-                     << ": " << PortText(port) << " " << type << " is about to close.\n");
-    return true;
+                     << ": " << PortText(name.port) << " " << name.type << " is about to close.\n");
+    return StreamState::Closing;
 }
 
-bool OrbKLVComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+bool OrbKLVComms::Send(const StreamName& name, const DeskCommand& command)
 {
     const HandlerMutex::Guard guard(mMutex);
-    AUDIT_STREAM(CmdDebug, "OrbKLVComms::SendCmd Port "
-                               << PortText(port) << " Cmd " << CommandIdToText(command.GetCommandId())
-                               << " Stream Type " << type << " Remote Address " << AddressText(address) << "\r\n");
-    OrbKLVStream* const stream = type == SLAVE_LINK ? mStreams.GetStreamByAddressAndType(address, type)
-                                                    : mStreams.GetStreamByPortAndType(port, type);
+    AUDIT_STREAM(CmdDebug, "OrbKLVComms::SendCmd Port " << PortText(name.port) << " Cmd "
+                                                        << CommandIdToText(command.GetCommandId()) << " Stream Type "
+                                                        << name.type << " Remote Address " << AddressText(name.address)
+                                                        << "\r\n");
+    OrbKLVStream* const stream = Find(name);
     if (!stream) {
-        AUDIT_STREAM(Fault, "Stream " << type << " Port " << PortText(port) << " Not Found"
-                                      << "\r\n");
+        AUDIT_STREAM(Fault, "Stream " << name.type << " Port " << PortText(name.port) << " Not Found\r\n");
         return false;
     }
     if (!stream->IsStreamConnected()) {
-        AUDIT_STREAM(Fault, "Attempt to write to unconnected stream " << static_cast<unsigned>(type) << " Port "
-                                                                      << PortText(port) << "\r\n");
+        AUDIT_STREAM(Fault, "Attempt to write to unconnected stream " << static_cast<unsigned>(name.type) << " Port "
+                                                                      << PortText(name.port) << "\r\n");
         return false;
     }
     command.WriteTo(*stream);
@@ -266,7 +272,7 @@ OrbKLVComms::StreamType OrbKLVComms::FindType(const OrbKLVStream& stream) const
     return LOCAL_LINK;
 }
 
-UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream)
+UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream) const
 {
     sockaddr_in local{};
     socklen_t size = sizeof local;
@@ -290,7 +296,7 @@ UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream)
     return UNKNOWN_GIGE_PORT;
 }
 
-std::uint32_t OrbKLVComms::GetPortAddress(UINT8GIGEPORT port)
+std::uint32_t OrbKLVComms::GetPortAddress(UINT8GIGEPORT port) const
 {
     std::uint32_t address = 0;
     if (port >= mPorts.interfaces.size()) return 0;

@@ -191,8 +191,7 @@ void PatchController::HandleOrbGeneratedPatch(const RouterPatchAudio& command, U
             bitmapDone = true;
             const IoPort& listener = command.GetDest();
             const bool isSecondary = !IsPrimaryPort(destPorts.local);
-            mComms->SendCmd(destPorts.local, MakeBitmapCommand(listener.GetHid(), listener.GetIndex(), isSecondary),
-                            iOrbKLVComms::LOCAL_LINK, 0);
+            mComms->SendLocal(MakeBitmapCommand(listener.GetHid(), listener.GetIndex(), isSecondary), destPorts.local);
         } else if (mDevices->IsOwnDevice(source)) {
             AUDIT_LOG(RouterAudioRoute, "ORB SRC\r\n");
             RemoteDestinationPatch(command, destPorts);
@@ -285,7 +284,7 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
     // The next node learns on which of its ports, and in which slots, the audio arrives.
     const RouterPatchAudio onward(PatchSource(MakeLinkHid(mHid), ports.remote, slots.patch.destination.slots), dest,
                                   command.GetOrig(), command.GetMake(), command.GetUseMe());
-    mComms->SendCmd(ports.local, onward, iOrbKLVComms::LOCAL_LINK, 0);
+    mComms->SendLocal(onward, ports.local);
 }
 
 /// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
@@ -317,23 +316,22 @@ void PatchController::ReportPatchFailed(const RouterPatchAudio& command, UINT8GI
     } else {
         AUDIT_STREAM(Fault, "PatchController has too many pending retries, none for " << command.GetDest() << '\n');
     }
-    mComms->SendCmd(port, AudioPatchFailedCmd(command.GetSource().GetPort(), command.GetDest()),
-                    iOrbKLVComms::MASTER_LINK, 0);
+    mComms->SendMaster(port, AudioPatchFailedCmd(command.GetSource().GetPort(), command.GetDest()));
 }
 
 void PatchController::ReportPatchSuccessful(const IoPort& dest, UINT8GIGEPORT port)
 {
-    mComms->SendCmd(port, PatchSucessfulCmd(dest), iOrbKLVComms::MASTER_LINK, 0);
+    mComms->SendMaster(port, PatchSucessfulCmd(dest));
 }
 
 void PatchController::SendToOrb(const RouterPatchAudio& command)
 {
-    mComms->SendCmd(Routing::ORB_PORT, command, iOrbKLVComms::LOCAL_LINK, 0);
+    mComms->SendLocal(command, Routing::ORB_PORT);
 }
 
 void PatchController::SendToSourceNode(const RouterPatchAudio& command, Hid source, UINT8GIGEPORT port)
 {
-    mComms->SendCmd(UNKNOWN_GIGE_PORT, command, iOrbKLVComms::SLAVE_LINK, mDevices->GetSlaveAddress(source, port));
+    mComms->SendSlave(command, mDevices->GetSlaveAddress(source, port));
 }
 
 void PatchController::ReceivedPatchSucessfulCmd(const std::shared_ptr<const PatchSucessfulCmd>& command,
@@ -364,7 +362,7 @@ void PatchController::ReceivedPingCmd(const std::shared_ptr<const OstrelPingCmd>
     AUDIT_STREAM(RouterAudioRoute, "Hid " << mHid << " ReceivedPingCmd From " << command->GetName()
                                           << " Replaying with Address " << address << " Patch Count "
                                           << counts.slotsInUse << " Total Dests " << counts.destinations << '\n');
-    mComms->SendCmd(port, OstrelPingCmd(address, counts.slotsInUse, counts.destinations), iOrbKLVComms::MASTER_LINK, 0);
+    mComms->SendMaster(port, OstrelPingCmd(address, counts.slotsInUse, counts.destinations));
 }
 
 void PatchController::SendPortBitmap(Hid hid, AudioPortNumber index, bool secondary)
@@ -373,7 +371,7 @@ void PatchController::SendPortBitmap(Hid hid, AudioPortNumber index, bool second
     if (!ports.IsValid()) {
         ports = mDevices->GetDevicePorts(hid, secondary ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT);
     }
-    mComms->SendCmd(ports.local, MakeBitmapCommand(hid, index, secondary), iOrbKLVComms::LOCAL_LINK, 0);
+    mComms->SendLocal(MakeBitmapCommand(hid, index, secondary), ports.local);
 }
 
 void PatchController::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType)
@@ -385,7 +383,7 @@ void PatchController::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, S
     } else if (!mRouterConnected) {
         RemakePatches(hid, port);
     } else if (mPendingRetries.erase(RetryKey(hid, port)) != 0) {
-        mComms->SendCmd(port, AudioPatchRetryForHidCmd(hid), iOrbKLVComms::MASTER_LINK, 0);
+        mComms->SendMaster(port, AudioPatchRetryForHidCmd(hid));
     }
 }
 
@@ -454,7 +452,7 @@ void PatchController::FlipPorts(Hid hid, UINT8GIGEPORT port)
 {
     for (const auto& [dest, command] : mPatchStore.GetBitmapCommands(hid, port)) {
         AUDIT_STREAM(RouterAudioRoute, "Bitmap Flip Target " << dest << '\n');
-        mComms->SendCmd(UNKNOWN_GIGE_PORT, command, iOrbKLVComms::SLAVE_LINK, mDevices->GetSlaveAddress(dest, port));
+        mComms->SendSlave(command, mDevices->GetSlaveAddress(dest, port));
     }
 }
 

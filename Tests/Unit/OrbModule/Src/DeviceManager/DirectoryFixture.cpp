@@ -69,20 +69,21 @@ void RecordingComms::Disconnect(UINT8GIGEPORT port)
     mLines.push_back("disconnect " + std::to_string(port));
 }
 
-bool RecordingComms::DisconnectPending(UINT8GIGEPORT, StreamType, bool& exists)
+void RecordingComms::Disconnect(const StreamName& stream)
 {
-    exists = mExists;
-    return mExists && mClosing;
+    EXPECT_EQ(stream.type, SLAVE_LINK);
+    mLines.push_back("disconnect slave " + AddressText(stream.address));
 }
 
-void RecordingComms::Disconnect(std::uint32_t address, StreamType type)
+StreamState RecordingComms::GetState(const StreamName&)
 {
-    EXPECT_EQ(type, SLAVE_LINK);
-    mLines.push_back("disconnect slave " + AddressText(address));
+    if (!mExists) return StreamState::None;
+    return mClosing ? StreamState::Closing : StreamState::Open;
 }
 
-bool RecordingComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+bool RecordingComms::Send(const StreamName& stream, const DeskCommand& command)
 {
+    const auto& [type, port, address, isByAddress] = stream;
     mLast = &command;
     CommandContainer bytes;
     command.WriteTo(bytes);
@@ -91,7 +92,7 @@ bool RecordingComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, Str
     std::string where;
     if (type == LOCAL_LINK) where = "P" + std::to_string(port);
     if (type == MASTER_LINK) where = "master" + std::to_string(port);
-    if (type == SLAVE_LINK) where = address != 0 ? "slave " + AddressText(address) : "slave" + std::to_string(port);
+    if (isByAddress) where = address != 0 ? "slave " + AddressText(address) : "slave" + std::to_string(port);
     if (type == UPDATE_LINK) where = "update";
     mLines.push_back(where + " " + TextOf(command));
     return true;

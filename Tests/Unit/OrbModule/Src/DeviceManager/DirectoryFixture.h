@@ -23,12 +23,9 @@ public:
 
     void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override;
     void Disconnect(UINT8GIGEPORT port) override;
-    bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists) override;
-    void Disconnect(std::uint32_t address, StreamType type) override;
-    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address) override;
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
+    void Disconnect(const StreamName& stream) override;
+    StreamState GetState(const StreamName& stream) override;
+    bool Send(const StreamName& stream, const DeskCommand& command) override;
 
     /// The stream that stands in the directory for a local link, and whether it is being shut down.
     bool mExists = false;

@@ -102,15 +102,15 @@ DevicePorts FakeDevices::GetDevicePorts(Hid hid, UINT8GIGEPORT port) const
     return {link, device->second.remote[link]};
 }
 
-bool FakeComms::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+bool FakeComms::Send(const StreamName& stream, const DeskCommand& command)
 {
     std::ostringstream out;
-    out << "send " << unsigned{port};
-    if (type == StreamType::MASTER_LINK) {
+    out << "send " << unsigned{stream.port};
+    if (stream.type == StreamType::MASTER_LINK) {
         out << " master";
-    } else if (type == StreamType::SLAVE_LINK) {
-        out << " slave " << AddressText(address);
-    } else if (type != StreamType::LOCAL_LINK) {
+    } else if (stream.type == StreamType::SLAVE_LINK) {
+        out << " slave " << AddressText(stream.address);
+    } else if (stream.type != StreamType::LOCAL_LINK) {
         out << " on a stream of another type";
     }
     mDeeds.push_back(out.str() + ": " + Text(command));

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "OrbModule/Inc/DeviceManager/iDevices.h"
-#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 #include "OrbModule/Inc/Patching/iPatcher.h"
+#include "Tests/Support/SendOnlyComms.h"
 
 #include <array>
 #include <map>
@@ -66,19 +66,12 @@ public:
     }
 };
 
-class FakeComms : public iOrbKLVComms
+class FakeComms : public SendOnlyComms
 {
 public:
     explicit FakeComms(Deeds& deeds) : mDeeds(deeds) {}
 
-    void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
-    void Disconnect(UINT8GIGEPORT) override {}
-    bool DisconnectPending(UINT8GIGEPORT, StreamType, bool&) override { return false; }
-    void Disconnect(std::uint32_t, StreamType) override {}
-    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address) override;
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
+    bool Send(const StreamName& stream, const DeskCommand& command) override;
 
 private:
     Deeds& mDeeds;

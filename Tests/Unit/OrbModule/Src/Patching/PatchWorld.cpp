@@ -451,8 +451,9 @@ void PatchWorld::Disconnect(UINT8GIGEPORT port)
     mService.post([=] { mDevices->OnKLVStreamChanged(port, StreamType::LOCAL_LINK, 0, false); });
 }
 
-bool PatchWorld::SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address)
+bool PatchWorld::Send(const StreamName& stream, const DeskCommand& command)
 {
+    const auto& [type, port, address, isByAddress] = stream;
     if (const auto* check = dynamic_cast<const DevicesToCheckAndUpdateCmd*>(&command)) {
         for (const auto& device : check->GetDevices()) {
             mService.post([this, result = Share(DeviceCheckResultsCmd(device.GetAddress(), 0))] {

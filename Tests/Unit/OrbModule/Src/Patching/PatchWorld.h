@@ -23,7 +23,7 @@ class RouterPatchAudio;
 /// A unit and its surroundings for the random test: the real directory, controller, slots, store, patcher and ADMA
 /// manager over the simulated FPGA, and around them an Orb router, an update service and whatever is plugged in,
 /// which answer as their likes do. The dice decide what happens next; the same seed gives the same events.
-class PatchWorld : public iOrbKLVComms
+class PatchWorld : public SendOnlyComms
 {
 public:
     /// A fault that the checks must find.
@@ -49,12 +49,8 @@ public:
 
     void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override;
     void Disconnect(UINT8GIGEPORT port) override;
-    bool DisconnectPending(UINT8GIGEPORT, StreamType, bool& exists) override { return exists = false; }
-    void Disconnect(std::uint32_t, StreamType) override {}
-    bool SendCmd(UINT8GIGEPORT port, const DeskCommand& command, StreamType type, std::uint32_t address) override;
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-    std::uint32_t GetPortAddress(UINT8GIGEPORT) override { return 0; }
+    using SendOnlyComms::Disconnect;
+    bool Send(const StreamName& stream, const DeskCommand& command) override;
 
 private:
     enum class Neighbour { None, Box, Hub, Router };
