@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include <sys/time.h>
 
@@ -14,6 +16,14 @@ class Socket;
 
 /// The lists of work that sockets ask for; their numbers are those of AddList.
 enum class WorkList : std::uint8_t { CallOnConnect = 0, Detach = 1, Timeout = 2, Retry = 3, Close = 4 };
+
+/// What is waited for on a descriptor.
+struct Interest
+{
+    bool read = false;
+    bool write = false;
+    bool exception = false;
+};
 
 /// A select loop as its sockets see it.
 class ISocketHandler
@@ -26,13 +36,20 @@ public:
     virtual void RegStdLog(StdLog* log) = 0;
     virtual void LogError(Socket* socket, const std::string& call, int error, const std::string& text,
                           LogLevel level) = 0;
+    /// Takes a socket over: it is deleted after its OnDelete, or with the handler.
+    template <class X>
+    X* Own(std::unique_ptr<X> socket)
+    {
+        X* const plain = socket.get();
+        TakeOver(std::move(socket));
+        return plain;
+    }
     /// The socket comes under control at the start of the next pass.
     virtual void Add(Socket* socket) = 0;
     /// For the destructor of a socket.
     virtual void Remove(Socket* socket) = 0;
-    /// What is waited for on a descriptor.
-    virtual void Get(int fd, bool& read, bool& write, bool& exception) const = 0;
-    virtual void Set(int fd, bool read, bool write, bool exception) = 0;
+    virtual Interest Get(int fd) const = 0;
+    virtual void Set(int fd, Interest interest) = 0;
     /// One pass that waits at most that long.
     virtual int Select(long seconds, long microseconds) = 0;
     virtual int Select() = 0;
@@ -49,4 +66,7 @@ public:
     virtual void Wake() = 0;
     /// How many sockets there may be, and the first descriptor number that is too high for one.
     virtual std::size_t GetLimit() const = 0;
+
+protected:
+    virtual void TakeOver(std::unique_ptr<Socket> socket) = 0;
 };

@@ -84,14 +84,13 @@ private:
             ::close(fd);
             return true;
         }
-        auto* const socket = new X(Handler());
+        X* const socket = Handler().Own(std::make_unique<X>(Handler()));
         socket->SetParent(this);
         socket->Attach(fd);
         socket->SetNonblocking(fd);
         socket->SetRemoteAddress(Ipv4Address(address));
         socket->SetConnected();
         socket->Init();
-        socket->SetDeleteByHandler();
         Handler().Add(socket);
         socket->OnAccept();
         return true;

@@ -21,7 +21,7 @@ int Socket::Close()
         return 0;
     }
     const int fd = mSocket;
-    mHandler.Set(fd, false, false, false);
+    mHandler.Set(fd, {});
     for (const WorkList list :
          {WorkList::CallOnConnect, WorkList::Detach, WorkList::Timeout, WorkList::Retry, WorkList::Close}) {
         mHandler.AddList(fd, list, false);

@@ -53,7 +53,8 @@ public:
     ISocketHandler& Handler() const { return mHandler; }
     int GetSocket() const { return mSocket; }
     void Attach(int fd) { mSocket = fd; }
-    void SetDeleteByHandler(bool value = true) { mDeleteByHandler = value; }
+    /// For the handler, of a socket that it owns.
+    void SetDeleteByHandler() { mDeleteByHandler = true; }
     bool DeleteByHandler() const { return mDeleteByHandler; }
     /// Marks the socket for the close pass. It notes the time of the mark.
     void SetCloseAndDelete(bool value = true);
@@ -65,6 +66,7 @@ public:
     bool IsDisableRead() const { return mDisableRead; }
     void SetConnected(bool value = true) { mConnected = value; }
     bool IsConnected() const { return mConnected; }
+    /// For the handler, which looks for all others when they are deleted.
     void SetErasedByHandler() { mErasedByHandler = true; }
     bool ErasedByHandler() const { return mErasedByHandler; }
     /// Where Open was aimed; null before.

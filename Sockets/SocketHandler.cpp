@@ -98,8 +98,9 @@ void SocketHandler::CloseAll()
         if (socket->GetSocket() != -1) socket->Close();
         socket->OnDelete();
         socket->SetErasedByHandler();
-        delete socket;
+        mOwned.erase(socket);
     }
+    mOwned.clear();
     mInPass = false;
 }
 
@@ -114,6 +115,13 @@ void SocketHandler::Wake()
     const std::uint64_t one = 1;
     const ssize_t ignored = ::write(mWakeFd, &one, sizeof one);
     static_cast<void>(ignored);
+}
+
+void SocketHandler::TakeOver(std::unique_ptr<Socket> socket)
+{
+    socket->SetDeleteByHandler();
+    const Socket* const key = socket.get();
+    mOwned.emplace(key, std::move(socket));
 }
 
 void SocketHandler::Add(Socket* socket)
@@ -153,7 +161,7 @@ void SocketHandler::Remove(Socket* socket)
         report();
         if (sockets == &mSockets) {
             // Its descriptor closes now; in the sets it would make every select fail.
-            Set(entry->first, false, false, false);
+            Set(entry->first, {});
             Without(mFds, entry->first);
         }
         sockets->erase(entry);
@@ -165,21 +173,19 @@ void SocketHandler::Remove(Socket* socket)
     mDelete.erase(entry);
 }
 
-void SocketHandler::Get(int fd, bool& read, bool& write, bool& exception) const
+Interest SocketHandler::Get(int fd) const
 {
-    const bool selectable = IsSelectable(fd);
-    read = selectable && FD_ISSET(fd, &mReadSet);
-    write = selectable && FD_ISSET(fd, &mWriteSet);
-    exception = selectable && FD_ISSET(fd, &mExceptionSet);
+    if (!IsSelectable(fd)) return {};
+    return {FD_ISSET(fd, &mReadSet), FD_ISSET(fd, &mWriteSet), FD_ISSET(fd, &mExceptionSet)};
 }
 
-void SocketHandler::Set(int fd, bool read, bool write, bool exception)
+void SocketHandler::Set(int fd, Interest interest)
 {
     // What is not under control yet gets its flags when it is taken in.
     if (!IsSelectable(fd) || mSockets.count(fd) == 0) return;
-    SetFlag(mReadSet, fd, read);
-    SetFlag(mWriteSet, fd, write);
-    SetFlag(mExceptionSet, fd, exception);
+    SetFlag(mReadSet, fd, interest.read);
+    SetFlag(mWriteSet, fd, interest.write);
+    SetFlag(mExceptionSet, fd, interest.exception);
     if (!mInPass) Wake();
 }
 
@@ -231,11 +237,8 @@ int SocketHandler::Select(timeval* timeout)
 {
     mInPass = true;
     TakeInNewSockets();
-    fd_set read;
-    fd_set write;
-    fd_set exception;
-    int ready = Wait(timeout, read, write, exception);
-    if (ready > 0) ready = CallReadySockets(ready, read, write, exception);
+    Ready ready = Wait(timeout);
+    if (ready.count > 0) CallReadySockets(ready);
     CallConnected();
     CheckTimeouts();
     RetryConnects();
@@ -244,7 +247,7 @@ int SocketHandler::Select(timeval* timeout)
     Erase();
     DeleteRefused();
     mInPass = false;
-    return ready;
+    return ready.count;
 }
 
 void SocketHandler::TakeInNewSockets()
@@ -280,21 +283,19 @@ void SocketHandler::TakeIn(Socket* socket)
         return;
     }
     if (socket->IsConnecting()) {
-        Set(fd, false, true, true);
+        Set(fd, {false, true, true});
     } else {
-        Set(fd, !socket->IsDisableRead(), socket->GetOutputLength() != 0, true);
+        Set(fd, {!socket->IsDisableRead(), socket->GetOutputLength() != 0, true});
     }
 }
 
-int SocketHandler::Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& exception)
+SocketHandler::Ready SocketHandler::Wait(timeval* timeout)
 {
-    read = mReadSet;
-    write = mWriteSet;
-    exception = mExceptionSet;
-    if (IsReadingHeld()) FD_ZERO(&read);
+    Ready ready{-1, mReadSet, mWriteSet, mExceptionSet};
+    if (IsReadingHeld()) FD_ZERO(&ready.read);
     int highest = mMaxSock;
     if (IsSelectable(mWakeFd)) {
-        FD_SET(mWakeFd, &read);
+        FD_SET(mWakeFd, &ready.read);
         highest = std::max(highest, mWakeFd);
     }
     timeval atOnce{0, 0};
@@ -303,21 +304,21 @@ int SocketHandler::Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& e
 
     mInPass = false;
     if (mMutex) mMutex->unlock();
-    int ready = ::select(highest + 1, &read, &write, &exception, timeout);
+    ready.count = ::select(highest + 1, &ready.read, &ready.write, &ready.exception, timeout);
     const int error = errno;
     if (mMutex) mMutex->lock();
     mInPass = true;
 
-    if (ready == -1) {
+    if (ready.count == -1) {
         ReportSelectError(error);
         return ready;
     }
     mPreviousError = -1;
-    if (ready > 0 && IsSelectable(mWakeFd) && FD_ISSET(mWakeFd, &read)) {
+    if (ready.count > 0 && IsSelectable(mWakeFd) && FD_ISSET(mWakeFd, &ready.read)) {
         std::uint64_t ignored = 0;
         const ssize_t size = ::read(mWakeFd, &ignored, sizeof ignored);
         static_cast<void>(size);
-        --ready;
+        --ready.count;
     }
     return ready;
 }
@@ -336,45 +337,43 @@ void SocketHandler::DropBadDescriptors()
     const Descriptors snapshot = mFds;
     for (const int fd : snapshot) {
         if (fcntl(fd, F_GETFD) != -1) continue;
-        Set(fd, false, false, false);
-        if (Socket* const socket = Find(fd, 1)) socket->SetCloseAndDelete();
+        Set(fd, {});
+        if (Socket* const socket = Find(fd, Place::Read)) socket->SetCloseAndDelete();
     }
 }
 
-Socket* SocketHandler::Find(int fd, int place)
+Socket* SocketHandler::Find(int fd, Place place)
 {
     const auto entry = mSockets.find(fd);
     if (entry != mSockets.end()) return entry->second;
-    LogError(nullptr, "GetSocket/handler/" + std::to_string(place), fd,
+    LogError(nullptr, "GetSocket/handler/" + std::to_string(static_cast<int>(place)), fd,
              "Did not find expected socket using file descriptor", LogLevel::Warning);
     return nullptr;
 }
 
-int SocketHandler::CallReadySockets(int ready, const fd_set& read, const fd_set& write, const fd_set& exception)
+void SocketHandler::Call(int fd, Place place, void (Socket::*operation)())
+{
+    if (Socket* const socket = Find(fd, place)) (socket->*operation)();
+}
+
+void SocketHandler::CallReadySockets(Ready& ready)
 {
     mWalk = mFds;
     for (const int fd : mWalk) {
-        if (ready == 0) break;
-        if (FD_ISSET(fd, &read)) {
-            CallOnRead(fd);
-            --ready;
+        if (ready.count == 0) break;
+        if (FD_ISSET(fd, &ready.read)) {
+            if (!IsReadingHeld()) Call(fd, Place::Read, &Socket::OnRead);
+            --ready.count;
         }
-        if (FD_ISSET(fd, &write)) {
-            if (Socket* const socket = Find(fd, 2)) socket->OnWrite();
-            --ready;
+        if (FD_ISSET(fd, &ready.write)) {
+            Call(fd, Place::Write, &Socket::OnWrite);
+            --ready.count;
         }
-        if (FD_ISSET(fd, &exception)) {
-            if (Socket* const socket = Find(fd, 3)) socket->OnException();
-            --ready;
+        if (FD_ISSET(fd, &ready.exception)) {
+            Call(fd, Place::Exception, &Socket::OnException);
+            --ready.count;
         }
     }
-    return ready;
-}
-
-void SocketHandler::CallOnRead(int fd)
-{
-    if (IsReadingHeld()) return;
-    if (Socket* const socket = Find(fd, 1)) socket->OnRead();
 }
 
 void SocketHandler::CallConnected()
@@ -383,7 +382,7 @@ void SocketHandler::CallConnected()
     for (const int fd : snapshot) {
         // OnConnect waits until the socket is under control.
         if (mAdd.count(fd) != 0) continue;
-        Socket* const socket = Find(fd, 4);
+        Socket* const socket = Find(fd, Place::Connected);
         AddList(fd, WorkList::CallOnConnect, false);
         if (!socket) continue;
         // A retry that was asked for before the connect was seen would close it.
@@ -406,7 +405,7 @@ void SocketHandler::CheckTimeouts()
     const Descriptors snapshot = List(WorkList::Timeout);
     for (const int fd : snapshot) {
         if (mAdd.count(fd) != 0) continue;
-        Socket* const socket = Find(fd, 6);
+        Socket* const socket = Find(fd, Place::Timeout);
         if (!socket) {
             AddList(fd, WorkList::Timeout, false);
             continue;
@@ -426,7 +425,7 @@ void SocketHandler::RetryConnects()
     const Descriptors snapshot = List(WorkList::Retry);
     for (const int fd : snapshot) {
         if (mAdd.count(fd) != 0) continue;
-        Socket* const socket = Find(fd, 7);
+        Socket* const socket = Find(fd, Place::Retry);
         AddList(fd, WorkList::Retry, false);
         if (!socket || socket->CloseAndDelete()) continue;
         socket->Close();
@@ -460,7 +459,7 @@ void SocketHandler::CloseSockets()
             mPassAgain = true;
             continue;
         }
-        Socket* const socket = Find(fd, 8);
+        Socket* const socket = Find(fd, Place::Close);
         if (!socket) {
             AddList(fd, WorkList::Close, false);
         } else {
@@ -486,7 +485,7 @@ void SocketHandler::Close(Socket& socket, int fd)
 
 void SocketHandler::Leave(Socket& socket, int fd)
 {
-    Set(fd, false, false, false);
+    Set(fd, {});
     if (socket.GetSocket() != -1) socket.Close();
     const auto queued = mAdd.find(fd);
     if (queued != mAdd.end() && queued->second == &socket) mAdd.erase(queued);
@@ -504,14 +503,10 @@ void SocketHandler::Erase()
         Without(mFds, fd);
         const auto entry = mSockets.find(fd);
         if (entry == mSockets.end()) continue;
-        Socket* const socket = entry->second;
+        Set(fd, {});
+        const Socket* const socket = entry->second;
         mSockets.erase(entry);
-        if (socket->ErasedByHandler()) delete socket;
-        if (IsSelectable(fd)) {
-            FD_CLR(fd, &mReadSet);
-            FD_CLR(fd, &mWriteSet);
-            FD_CLR(fd, &mExceptionSet);
-        }
+        if (socket->ErasedByHandler()) mOwned.erase(socket);
     }
     mFdsErase.clear();
     mMaxSock = mFds.empty() ? 0 : *std::max_element(mFds.begin(), mFds.end());
@@ -526,6 +521,6 @@ void SocketHandler::DeleteRefused()
         socket->OnDelete();
         if (!socket->DeleteByHandler()) continue;
         socket->SetErasedByHandler();
-        delete socket;
+        mOwned.erase(socket);
     }
 }

@@ -5,12 +5,13 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include <sys/select.h>
 
 /// A select loop over non-blocking sockets: takes them in, calls their On... operations, and runs their connection,
-/// time-out and close logic between two selects. It owns the sockets that are marked delete-by-handler.
+/// time-out and close logic between two selects.
 ///
 /// One thread runs the passes. In the form with a mutex that thread holds it while it runs Select, which frees it
 /// while it waits; so another thread that takes it may add sockets, queue output and ask for closes, and a wait in
@@ -29,8 +30,8 @@ public:
     void LogError(Socket* socket, const std::string& call, int error, const std::string& text, LogLevel level) override;
     void Add(Socket* socket) override;
     void Remove(Socket* socket) override;
-    void Get(int fd, bool& read, bool& write, bool& exception) const override;
-    void Set(int fd, bool read, bool write, bool exception) override;
+    Interest Get(int fd) const override;
+    void Set(int fd, Interest interest) override;
     int Select(long seconds, long microseconds) override;
     int Select() override;
     int Select(timeval* timeout) override;
@@ -44,28 +45,38 @@ public:
     /// need some too.
     std::size_t GetLimit() const override { return mLimit; }
 
-    /// Closes and deletes every socket that the handler still holds, whoever made it. No pass runs then or after.
+    /// Closes every socket that the handler still holds and deletes its own. No pass runs then or after.
     void CloseAll();
     void SetClock(const std::function<std::time_t()>& clock) { mClock = clock; }
 
 protected:
+    void TakeOver(std::unique_ptr<Socket> socket) override;
     /// Asked before each wait and before each OnRead, on the thread of the passes. While it says yes nothing is read
     /// or accepted, and all else goes on; Wake when it no longer does.
     virtual bool IsReadingHeld() { return false; }
 
 private:
     using Descriptors = std::vector<int>;
+    /// What select gave. The count is that of the descriptors not yet dealt with, -1 for an error.
+    struct Ready
+    {
+        int count;
+        fd_set read;
+        fd_set write;
+        fd_set exception;
+    };
+    /// Where a descriptor without a socket was met, as the error line numbers it.
+    enum class Place { Read = 1, Write = 2, Exception = 3, Connected = 4, Timeout = 6, Retry = 7, Close = 8 };
 
     SocketHandler(HandlerMutex* mutex, StdLog* log);
     void Refuse(Socket* socket);
     void CloseUnlisted();
     void TakeInNewSockets();
     void TakeIn(Socket* socket);
-    int Wait(timeval* timeout, fd_set& read, fd_set& write, fd_set& exception);
-    void CallOnRead(int fd);
+    Ready Wait(timeval* timeout);
     void ReportSelectError(int error);
     void DropBadDescriptors();
-    int CallReadySockets(int ready, const fd_set& read, const fd_set& write, const fd_set& exception);
+    void CallReadySockets(Ready& ready);
     void CallConnected();
     void CheckTimeouts();
     void RetryConnects();
@@ -74,10 +85,12 @@ private:
     void Leave(Socket& socket, int fd);
     void Erase();
     void DeleteRefused();
-    Socket* Find(int fd, int place);
+    Socket* Find(int fd, Place place);
+    void Call(int fd, Place place, void (Socket::*operation)());
     Descriptors& List(WorkList list) { return mLists[static_cast<std::size_t>(list)]; }
     static bool IsSelectable(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
 
+    std::map<const Socket*, std::unique_ptr<Socket>> mOwned;
     std::map<int, Socket*> mSockets;
     std::map<int, Socket*> mAdd;
     std::vector<Socket*> mDelete;

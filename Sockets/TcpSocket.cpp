@@ -212,14 +212,14 @@ void TcpSocket::OnConnectWritable()
 {
     const int error = ConnectError();
     if (error == 0) {
-        Handler().Set(GetSocket(), !IsDisableRead(), false, true);
+        Handler().Set(GetSocket(), {!IsDisableRead(), false, true});
         SetConnecting(false);
         SetCallOnConnect();
         return;
     }
     LogError("tcp: connect failed", error, LogLevel::Fatal);
     // From here on only the time-out works on it.
-    Handler().Set(GetSocket(), false, false, false);
+    Handler().Set(GetSocket(), {});
     if (HasRetryLeft()) return;
     SetConnecting(false);
     SetCloseAndDelete();
@@ -317,10 +317,9 @@ std::size_t TcpSocket::TrySend(const char* data, std::size_t size)
 
 void TcpSocket::RenewFlags()
 {
-    bool read = false;
-    bool write = false;
-    bool exception = false;
-    Handler().Get(GetSocket(), read, write, exception);
-    const bool waitForWrite = mOutput.GetLength() != 0;
-    if (write != waitForWrite) Handler().Set(GetSocket(), read, waitForWrite, exception);
+    Interest interest = Handler().Get(GetSocket());
+    const bool hasOutput = mOutput.GetLength() != 0;
+    if (interest.write == hasOutput) return;
+    interest.write = hasOutput;
+    Handler().Set(GetSocket(), interest);
 }

@@ -174,7 +174,6 @@ void KLVTCPStream::ShutdownStreamViaHandler()
     SetConnectionRetry(0);
     SetReconnect(false);
     SetCloseAndDelete(true);
-    SetDeleteByHandler(true);
     mShutdownLocally = true;
 }
 

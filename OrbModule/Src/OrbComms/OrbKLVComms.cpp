@@ -67,8 +67,7 @@ bool OrbKLVComms::Listen(std::uint16_t& port, const char* name)
         return false;
     }
     port = listener->GetPort();
-    listener->SetDeleteByHandler();
-    mHandler.Add(listener.release());
+    mHandler.Add(mHandler.Own(std::move(listener)));
     return true;
 }
 
@@ -106,8 +105,7 @@ void OrbKLVComms::Open(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t 
                                                     << " streams are being opened\r\n");
         return;
     }
-    auto* const stream = new OrbKLVStream(mHandler);
-    stream->SetDeleteByHandler();
+    OrbKLVStream* const stream = mHandler.Own(std::make_unique<OrbKLVStream>(mHandler));
     stream->SetPort(port);
     stream->SetConnectionRetry(RetryForEver);
     stream->SetReconnect(true);

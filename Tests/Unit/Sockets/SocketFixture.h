@@ -41,9 +41,7 @@ class Probe : public TcpSocket
 public:
     Probe(ISocketHandler& handler, Events& events, std::size_t inputSize = 0x40000)
         : TcpSocket(handler, inputSize), mEvents(&events)
-    {
-        SetDeleteByHandler();
-    }
+    {}
     /// For the listener, which knows nothing of events.
     explicit Probe(ISocketHandler& handler) : Probe(handler, *sEvents) { sAccepted = this; }
     ~Probe() override { mEvents->push_back("gone"); }
@@ -109,8 +107,7 @@ protected:
     void Pass() { mHandler.Select(0, 0); }
     std::uint16_t Listen()
     {
-        auto* const listener = new ListenSocket<Probe>(mHandler);
-        listener->SetDeleteByHandler();
+        auto* const listener = mHandler.Own(std::make_unique<ListenSocket<Probe>>(mHandler));
         EXPECT_EQ(listener->Bind(0, 20), 0);
         mHandler.Add(listener);
         return listener->GetPort();
@@ -131,7 +128,7 @@ protected:
     Probe& Connect(SocketHandler& handler, const std::string& host, std::uint16_t port, bool reconnect,
                    int retries = -1)
     {
-        auto* const probe = new Probe(handler, mEvents);
+        auto* const probe = handler.Own(std::make_unique<Probe>(handler, mEvents));
         probe->SetConnectionRetry(retries);
         probe->SetReconnect(reconnect);
         probe->Open(host, port);

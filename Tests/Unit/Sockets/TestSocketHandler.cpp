@@ -43,7 +43,7 @@ TEST_F(SocketHandlerTest, TheLimitHoldsSocketsBackUntilAPlaceIsFree)
     Probe& first = Connect("127.0.0.1", server.GetPort());
     ASSERT_TRUE(PassUntil("connect"));
     mHandler.mLimit = 2;
-    auto* const second = new Probe(mHandler, mEvents);
+    auto* const second = mHandler.Own(std::make_unique<Probe>(mHandler, mEvents));
     second->Attach(::socket(AF_INET, SOCK_DGRAM, 0));
     mHandler.Add(second);
     Pass();
@@ -73,7 +73,7 @@ TEST_F(SocketHandlerTest, ADescriptorBeyondTheSetsIsClosedAndNeverEntersThem)
     const int high = fcntl(low, F_DUPFD, FD_SETSIZE);
     ::close(low);
     ASSERT_GE(high, FD_SETSIZE);
-    auto* const probe = new Probe(mHandler, mEvents);
+    auto* const probe = mHandler.Own(std::make_unique<Probe>(mHandler, mEvents));
     probe->Attach(high);
     mHandler.Add(probe);
     Pass();
@@ -200,11 +200,11 @@ TEST_F(SocketHandlerTest, WhatItHoldsGoesWithItAtEveryStage)
 
 TEST_F(SocketHandlerTest, ASocketThatDiesUnderControlIsTakenOut)
 {
-    auto* const probe = new Probe(mHandler, mEvents);
+    auto probe = std::make_unique<Probe>(mHandler, mEvents);
     probe->Attach(::socket(AF_INET, SOCK_DGRAM, 0));
-    mHandler.Add(probe);
+    mHandler.Add(probe.get());
     Pass();
-    delete probe;
+    probe.reset();
     EXPECT_EQ(mErrors.Count("Remove: -1 Socket destructor called while still in use"), 1u);
     EXPECT_EQ(mHandler.GetCount(), 0u);
     Pass();

@@ -244,7 +244,7 @@ TEST_F(TcpSocketTest, AFlushingCloseSendsEverythingAndThenShutsDown)
 TEST_F(TcpSocketTest, BytesThatTheRingCannotHoldAreLostWithALine)
 {
     LoopbackListener server;
-    auto* const probe = new Probe(mHandler, mEvents, 1000);
+    auto* const probe = mHandler.Own(std::make_unique<Probe>(mHandler, mEvents, 1000));
     probe->Open("127.0.0.1", server.GetPort());
     mHandler.Add(probe);
     ASSERT_TRUE(PassUntil("connect"));

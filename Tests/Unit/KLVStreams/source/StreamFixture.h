@@ -84,8 +84,7 @@ protected:
     /// Accepts a connection from source at host, both addresses of loopback.
     KeepingStream& Accept(const std::string& host = "127.0.0.1", const std::string& source = "127.0.0.1")
     {
-        auto* const listener = new ListenSocket<KeepingStream>(mHandler);
-        listener->SetDeleteByHandler();
+        auto* const listener = mHandler.Own(std::make_unique<ListenSocket<KeepingStream>>(mHandler));
         EXPECT_EQ(listener->Bind(0, 20), 0);
         mHandler.Add(listener);
         mPeer = LoopbackPeer::ConnectTo(listener->GetPort(), host, source);

@@ -2,6 +2,7 @@
 
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
+#include "Tests/Support/SendOnlyComms.h"
 #include "Tests/Unit/OrbModule/Src/Patching/PatchBoard.h"
 
 #include <boost/asio/io_service.hpp>
