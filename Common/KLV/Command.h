@@ -3,79 +3,61 @@
 #include "Common/KLV/DeskCommand.h"
 #include "Common/KLV/FieldCodec.h"
 
+#include <boost/preprocessor/seq/enum.hpp>
+#include <boost/preprocessor/seq/for_each.hpp>
+#include <boost/preprocessor/seq/transform.hpp>
+#include <boost/preprocessor/variadic/to_seq.hpp>
+
 #include <cstdint>
 #include <type_traits>
 
-/// Base of the command classes: reading, writing and length follow from the class's one list of fields.
-template <class Derived, CommandID Id, std::uint32_t Version = 0>
-class Command : public DeskCommand
+/// What all command classes have: reading and writing follow from the class's one list of fields.
+template <class Base, class Derived, CommandID Id, std::uint32_t Version>
+class FieldCommand : public Base
 {
 public:
     static constexpr CommandID ID = Id;
     static constexpr std::uint32_t VERSION = Version;
 
-    /// Bytes of the value.
-    std::uint32_t GetLength() const { return Klv::GetFieldLength(Self()); }
-    void Write(KLVWriteSet& set) const { Klv::WriteField(set, Self()); }
     void WriteTo(DataStream& stream) const override
     {
-        KLVCommandWriteSet set(stream, Version, Id, GetLength());
-        Write(set);
+        KLVCommandWriteSet set(stream, Version, Id, Klv::GetFieldLength(Self()));
+        Klv::WriteField(set, Self());
     }
 
 protected:
-    Command() : DeskCommand(Id) {}
+    FieldCommand() : Base(Id) {}
     void ReadFields(KLVReadSet& set) { Klv::ReadField(set, static_cast<Derived&>(*this)); }
-
-private:
     const Derived& Self() const { return static_cast<const Derived&>(*this); }
+};
+
+template <class Derived, CommandID Id, std::uint32_t Version = 0>
+class Command : public FieldCommand<DeskCommand, Derived, Id, Version>
+{
+public:
+    /// Bytes of the value.
+    std::uint32_t GetLength() const { return Klv::GetFieldLength(this->Self()); }
+    void Write(KLVWriteSet& set) const { Klv::WriteField(set, this->Self()); }
 };
 
 /// The same for a command that may travel inside a ForwardToActiveCmd.
 template <class Derived, CommandID Id>
-class ForwardableCommand : public ForwardableDeskCommand
+class ForwardableCommand : public FieldCommand<ForwardableDeskCommand, Derived, Id, 0>
 {
 public:
-    static constexpr CommandID ID = Id;
-    static constexpr std::uint32_t VERSION = 0;
-
-    std::uint32_t GetLength() const override { return Klv::GetFieldLength(Self()); }
-    void Write(KLVWriteSet& set) const override { Klv::WriteField(set, Self()); }
-    void WriteTo(DataStream& stream) const override
-    {
-        KLVCommandWriteSet set(stream, GetVersion(), Id, GetLength());
-        Write(set);
-    }
-
-protected:
-    ForwardableCommand() : ForwardableDeskCommand(Id) {}
-    void ReadFields(KLVReadSet& set) { Klv::ReadField(set, static_cast<Derived&>(*this)); }
-
-private:
-    const Derived& Self() const { return static_cast<const Derived&>(*this); }
+    std::uint32_t GetLength() const override { return Klv::GetFieldLength(this->Self()); }
+    void Write(KLVWriteSet& set) const override { Klv::WriteField(set, this->Self()); }
 };
 
 // KLV_COMMAND_FIELDS(IoGPIUpdate, (Hid, Hid), (bool, State)): the fields of a command, said once, as (type, name).
 // Gives the class a constructor from the values in wire order, one from a read set, members mHid and mState, accessors
 // GetHid and GetState, and VisitFields, which calls visitor(name, field) for each field in wire order.
 
-#define KLV_PICK(_1, _2, _3, _4, _5, _6, _7, _8, _9, NAME, ...) NAME
-#define KLV_JOIN_1(M, S, a) M a
-#define KLV_JOIN_2(M, S, a, b) M a S() M b
-#define KLV_JOIN_3(M, S, a, ...) M a S() KLV_JOIN_2(M, S, __VA_ARGS__)
-#define KLV_JOIN_4(M, S, a, ...) M a S() KLV_JOIN_3(M, S, __VA_ARGS__)
-#define KLV_JOIN_5(M, S, a, ...) M a S() KLV_JOIN_4(M, S, __VA_ARGS__)
-#define KLV_JOIN_6(M, S, a, ...) M a S() KLV_JOIN_5(M, S, __VA_ARGS__)
-#define KLV_JOIN_7(M, S, a, ...) M a S() KLV_JOIN_6(M, S, __VA_ARGS__)
-#define KLV_JOIN_8(M, S, a, ...) M a S() KLV_JOIN_7(M, S, __VA_ARGS__)
-#define KLV_JOIN_9(M, S, a, ...) M a S() KLV_JOIN_8(M, S, __VA_ARGS__)
-#define KLV_JOIN(M, S, ...)                                                                                            \
-    KLV_PICK(__VA_ARGS__, KLV_JOIN_9, KLV_JOIN_8, KLV_JOIN_7, KLV_JOIN_6, KLV_JOIN_5, KLV_JOIN_4, KLV_JOIN_3,          \
-             KLV_JOIN_2, KLV_JOIN_1, )                                                                                 \
-    (M, S, __VA_ARGS__)
+#define KLV_APPLY(_, MACRO, field) MACRO field
+#define KLV_EACH(MACRO, ...) BOOST_PP_SEQ_FOR_EACH(KLV_APPLY, MACRO, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__))
+#define KLV_LIST(MACRO, ...)                                                                                           \
+    BOOST_PP_SEQ_ENUM(BOOST_PP_SEQ_TRANSFORM(KLV_APPLY, MACRO, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__)))
 
-#define KLV_COMMA() ,
-#define KLV_NOTHING()
 #define KLV_PARAMETER(type, name) const type& init##name
 #define KLV_INITIALISER(type, name) m##name(init##name)
 #define KLV_MEMBER(type, name) type m##name{};
@@ -89,21 +71,19 @@ private:
 /// The fields of a record, or of a command that writes its constructors itself.
 #define KLV_FIELDS(...)                                                                                                \
 public:                                                                                                                \
-    KLV_JOIN(KLV_ACCESSOR, KLV_NOTHING, __VA_ARGS__)                                                                   \
+    KLV_EACH(KLV_ACCESSOR, __VA_ARGS__)                                                                                \
     template <class Self, class Visitor>                                                                               \
     static void VisitFields(Self& self, Visitor&& visitor)                                                             \
     {                                                                                                                  \
-        KLV_JOIN(KLV_VISIT, KLV_NOTHING, __VA_ARGS__)                                                                  \
+        KLV_EACH(KLV_VISIT, __VA_ARGS__)                                                                               \
     }                                                                                                                  \
                                                                                                                        \
 private:                                                                                                               \
-    KLV_JOIN(KLV_MEMBER, KLV_NOTHING, __VA_ARGS__)
+    KLV_EACH(KLV_MEMBER, __VA_ARGS__)
 
 #define KLV_COMMAND_FIELDS(Class, ...)                                                                                 \
 public:                                                                                                                \
-    explicit Class(KLV_JOIN(KLV_PARAMETER, KLV_COMMA, __VA_ARGS__))                                                    \
-        : KLV_JOIN(KLV_INITIALISER, KLV_COMMA, __VA_ARGS__)                                                            \
-    {}                                                                                                                 \
+    explicit Class(KLV_LIST(KLV_PARAMETER, __VA_ARGS__)) : KLV_LIST(KLV_INITIALISER, __VA_ARGS__) {}                   \
     explicit Class(KLVCommandReadSet& set)                                                                             \
     {                                                                                                                  \
         ReadFields(set);                                                                                               \
