@@ -14,7 +14,8 @@
 class HandlerMutex;
 class Socket;
 
-/// The lists of work that sockets ask for; their numbers are those of AddList.
+/// The lists of work that sockets ask for; their numbers are those of AddList. Nothing is detached: that list is kept
+/// for its number.
 enum class WorkList : std::uint8_t { CallOnConnect = 0, Detach = 1, Timeout = 2, Retry = 3, Close = 4 };
 
 /// What is waited for on a descriptor.
@@ -31,8 +32,6 @@ class ISocketHandler
 public:
     virtual ~ISocketHandler() = default;
 
-    /// Null if the handler is used by one thread alone.
-    virtual HandlerMutex* GetMutex() const = 0;
     virtual void RegStdLog(StdLog* log) = 0;
     virtual void LogError(Socket* socket, const std::string& call, int error, const std::string& text,
                           LogLevel level) = 0;
@@ -52,10 +51,8 @@ public:
     virtual void Set(int fd, Interest interest) = 0;
     /// One pass that waits at most that long.
     virtual int Select(long seconds, long microseconds) = 0;
-    virtual int Select() = 0;
     /// Null to wait for ever.
     virtual int Select(timeval* timeout) = 0;
-    virtual bool Valid(const Socket* socket) const = 0;
     /// Sockets under control and on their way there.
     virtual std::size_t GetCount() const = 0;
     virtual bool OkToAccept() const = 0;
@@ -66,6 +63,15 @@ public:
     virtual void Wake() = 0;
     /// How many sockets there may be, and the first descriptor number that is too high for one.
     virtual std::size_t GetLimit() const = 0;
+
+    // Kept for owners of another loop; that of the module needs none of them.
+
+    /// Waits for ever, or shortly while there is work that no descriptor announces.
+    virtual int Select() = 0;
+    /// Null if the handler is used by one thread alone.
+    virtual HandlerMutex* GetMutex() const = 0;
+    /// Whether the socket is under control.
+    virtual bool Valid(const Socket* socket) const = 0;
 
 protected:
     virtual void TakeOver(std::unique_ptr<Socket> socket) = 0;

@@ -30,9 +30,3 @@ void OutputQueue::RemoveFront(std::size_t size)
     mLength -= size;
     if (block.GetLeft() == 0) mBlocks.pop_front();
 }
-
-void OutputQueue::Clear()
-{
-    mBlocks.clear();
-    mLength = 0;
-}

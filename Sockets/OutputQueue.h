@@ -15,7 +15,6 @@ public:
     const char* GetFront(std::size_t& size) const;
     /// Drops that many bytes of the first run.
     void RemoveFront(std::size_t size);
-    void Clear();
     std::size_t GetLength() const { return mLength; }
 
 private:

@@ -82,6 +82,7 @@ public:
 
     bool SetNonblocking(int fd);
     bool SetSoLinger(int fd, bool on, int seconds);
+    /// Kept for a socket that has its descriptor; the streams set theirs before.
     bool SetSoLinger(bool on, int seconds) { return SetSoLinger(mSocket, on, seconds); }
     bool SetSoReuseaddr(int fd, bool on);
     bool SetSoKeepalive(int fd, bool on);

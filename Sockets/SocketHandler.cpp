@@ -53,16 +53,18 @@ void SetFlag(fd_set& set, int fd, bool on)
 
 } // namespace
 
-SocketHandler::SocketHandler(StdLog* log) : SocketHandler(nullptr, log) {}
+SocketHandler::SocketHandler(StdLog* log) : SocketHandler(log, MonotonicSeconds) {}
 
-SocketHandler::SocketHandler(HandlerMutex& mutex, StdLog* log) : SocketHandler(&mutex, log) {}
+SocketHandler::SocketHandler(StdLog* log, const Clock& clock) : SocketHandler(nullptr, log, clock) {}
 
-SocketHandler::SocketHandler(HandlerMutex* mutex, StdLog* log)
+SocketHandler::SocketHandler(HandlerMutex& mutex, StdLog* log) : SocketHandler(&mutex, log, MonotonicSeconds) {}
+
+SocketHandler::SocketHandler(HandlerMutex* mutex, StdLog* log, const Clock& clock)
     : mLog(log),
       mMutex(mutex),
       mLimit(DescriptorLimit()),
-      mTimeoutCheck(MonotonicSeconds()),
-      mClock(MonotonicSeconds),
+      mClock(clock),
+      mTimeoutCheck(clock()),
       mWakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
 {
     FD_ZERO(&mReadSet);

@@ -19,7 +19,11 @@
 class SocketHandler : public ISocketHandler
 {
 public:
+    using Clock = std::function<std::time_t()>;
+
     explicit SocketHandler(StdLog* log = nullptr);
+    /// @param clock gives the seconds by which time-outs and lingering are counted.
+    SocketHandler(StdLog* log, const Clock& clock);
     explicit SocketHandler(HandlerMutex& mutex, StdLog* log = nullptr);
     ~SocketHandler() override;
     SocketHandler(const SocketHandler&) = delete;
@@ -47,7 +51,6 @@ public:
 
     /// Closes every socket that the handler still holds and deletes its own. No pass runs then or after.
     void CloseAll();
-    void SetClock(const std::function<std::time_t()>& clock) { mClock = clock; }
 
 protected:
     void TakeOver(std::unique_ptr<Socket> socket) override;
@@ -68,7 +71,7 @@ private:
     /// Where a descriptor without a socket was met, as the error line numbers it.
     enum class Place { Read = 1, Write = 2, Exception = 3, Connected = 4, Timeout = 6, Retry = 7, Close = 8 };
 
-    SocketHandler(HandlerMutex* mutex, StdLog* log);
+    SocketHandler(HandlerMutex* mutex, StdLog* log, const Clock& clock);
     void Refuse(Socket* socket);
     void CloseUnlisted();
     void TakeInNewSockets();
@@ -103,13 +106,13 @@ private:
     fd_set mExceptionSet;
     int mPreviousError = -1;
     int mErrorCount = 0;
-    std::time_t mTimeoutCheck;
     Descriptors mFds;
     /// The snapshot that the results of select are walked over.
     Descriptors mWalk;
     Descriptors mFdsErase;
     std::array<Descriptors, 5> mLists;
-    std::function<std::time_t()> mClock;
+    const Clock mClock;
+    std::time_t mTimeoutCheck;
     /// An eventfd in the read set.
     int mWakeFd;
     bool mInPass = false;

@@ -93,9 +93,9 @@ bool TcpSocket::Lingers()
     if (!IsConnected() || !GetFlushBeforeClose() || Handler().Now() - GetCloseTime() > LingerSeconds) return false;
     if (GetOutputLength() != 0) {
         LogError("Closing", static_cast<int>(GetOutputLength()), "Sending all data before closing", LogLevel::Info);
-    } else if ((GetShutdown() & SHUT_WRITE) == 0) {
+    } else if ((GetShutdown() & ShutWrite) == 0) {
         if (::shutdown(GetSocket(), SHUT_WR) == -1) LogError("graceful shutdown", errno, LogLevel::Error);
-        SetShutdown(SHUT_WRITE);
+        SetShutdown(ShutWrite);
     }
     return true;
 }
@@ -119,7 +119,7 @@ int TcpSocket::Close()
     const int fd = GetSocket();
     if (fd == -1) return Socket::Close();
     SetNonblocking(fd);
-    if (IsConnected() && (GetShutdown() & SHUT_WRITE) == 0 && ::shutdown(fd, SHUT_WR) == -1) {
+    if (IsConnected() && (GetShutdown() & ShutWrite) == 0 && ::shutdown(fd, SHUT_WR) == -1) {
         LogError("shutdown", errno, LogLevel::Error);
     }
     char rest[1000];
@@ -155,7 +155,7 @@ void TcpSocket::OnRead()
         OnDisconnect();
         SetCloseAndDelete();
         SetFlushBeforeClose(false);
-        SetShutdown(SHUT_BY_PEER);
+        SetShutdown(ShutByPeer);
     } else if (size > 0) {
         mBytesReceived += static_cast<std::uint64_t>(size);
     } else {

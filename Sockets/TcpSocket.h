@@ -12,8 +12,8 @@
 class TcpSocket : public StreamSocket
 {
 public:
-    static constexpr int SHUT_WRITE = 1;
-    static constexpr int SHUT_BY_PEER = 2;
+    static constexpr int ShutWrite = 1;
+    static constexpr int ShutByPeer = 2;
     /// A peer that does not read must not eat the memory.
     static constexpr std::size_t MaxUnsent = 64u << 20;
 
@@ -31,6 +31,7 @@ public:
     void BeginGather() { mGathering = true; }
     void EndGather();
 
+    // Over the life of the connection. Kept for diagnosis.
     std::uint64_t GetBytesSent() const { return mBytesSent; }
     std::uint64_t GetBytesReceived() const { return mBytesReceived; }
     std::size_t GetOutputLength() const override { return mOutput.GetLength(); }

@@ -30,7 +30,8 @@ public:
     std::uint32_t GetLength() const { return GetSize() + 4; }
     void Write(KLVWriteSet& set) const;
     void Read(KLVReadSet& set);
-    /// Opens the nested command in place; made on the first call. Null if the container is empty.
+    /// Opens the nested command in place; made on the first call. Null if the container is empty. Kept for the end
+    /// that a command is meant for; this module passes it on unread.
     std::shared_ptr<KLVCommandReadSet> GetReadSet();
 
 private:

@@ -37,6 +37,7 @@ public:
     /// The count in front of a list, checked: that many elements of at least this size must fit what is left.
     /// Gives 0, and marks the item, if they do not.
     std::uint32_t ReadCount(std::uint32_t elementSize);
+    /// Kept as the counterpart of WriteVector.
     template <class Container>
     void ReadVector(Container& container)
     {

@@ -24,7 +24,7 @@ class KLVWriteSet : public KLVSet
 public:
     ~KLVWriteSet() override;
 
-    virtual void Reserved() {}
+    /// Kept for a stream that coalesces; a command needs none, since its bytes leave when its set closes.
     virtual void Commit();
 
     template <class Type>
@@ -42,6 +42,7 @@ public:
     bool WriteRaw(const void* src, std::uint32_t size);
     /// A byte count and the bytes. A string of more than 1024 bytes is reported, and written all the same.
     void WriteString(const std::string& text);
+    /// Kept for values of numbers alone; commands write their lists field by field.
     template <class Container>
     void WriteVector(const Container& container)
     {
@@ -69,7 +70,7 @@ public:
     ~KLVCommandWriteSet() override;
 };
 
-/// One panel event on its way out.
+/// One panel event on its way out. Kept for the panels' own commands; this module sends none.
 class KLVPanelEventWriteSet : public KLVWriteSet
 {
 public:

@@ -29,8 +29,8 @@ ItemFramer::Result ItemFramer::Next()
         AuditAssertFailed(__FILE__, __LINE__, "false");
         return Result::NeedsBytes;
     }
-    if (mLength > MAX_LENGTH) return Result::TooLong;
-    if (!(mLength <= MAX_NORMAL_LENGTH ? IsWhole() : CollectOverflow())) return Result::NeedsBytes;
+    if (mLength > MaxLength) return Result::TooLong;
+    if (!(mLength <= MaxNormalLength ? IsWhole() : CollectOverflow())) return Result::NeedsBytes;
     mKeyLenPtr = mHeader;
     mKeyLenLeft = HEADER_SIZE;
     mReadPhase = ReadPhase::Header;

@@ -12,9 +12,9 @@ class ItemFramer
 public:
     static constexpr std::uint32_t HEADER_SIZE = 8;
     /// A longer value does not go through the ring but through the overflow store.
-    static constexpr std::uint32_t MAX_NORMAL_LENGTH = 241648;
+    static constexpr std::uint32_t MaxNormalLength = 241648;
     /// A header that promises more is garbage.
-    static constexpr std::uint32_t MAX_LENGTH = 16u << 20;
+    static constexpr std::uint32_t MaxLength = 16u << 20;
 
     enum class Result {
         NeedsBytes,

@@ -19,7 +19,7 @@ constexpr std::uint32_t TcpIpHeaders = 40;
 } // namespace
 
 KLVTCPStream::KLVTCPStream(ISocketHandler& handler)
-    : TcpSocket(handler, INPUT_SIZE),
+    : TcpSocket(handler, InputSize),
       mFramer(ibuf),
       mCoalescer(static_cast<DataStream*>(this), [this](const char* data, std::size_t size) { SendBuf(data, size); })
 {}

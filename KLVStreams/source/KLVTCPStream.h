@@ -16,7 +16,7 @@
 class KLVTCPStream : public DataStream, public TcpSocket
 {
 public:
-    static constexpr std::size_t INPUT_SIZE = 0x40000;
+    static constexpr std::size_t InputSize = 0x40000;
 
     explicit KLVTCPStream(ISocketHandler& handler);
 
@@ -38,9 +38,8 @@ public:
     virtual bool HandleKey(std::uint32_t keyType);
     /// An item in the overflow store.
     virtual bool HandleKey(std::uint32_t keyType, DataStream* stream);
-    // Hooks for heirs; nothing calls the second yet.
+    // Hooks for heirs.
     virtual void OnReadStart() {}
-    virtual void OnReserved() {}
     virtual void OnItemDone() {}
 
     bool WriteData(const void* src, std::uint32_t size) override;
@@ -57,16 +56,10 @@ public:
     bool WasShutdownLocally() const { return mShutdownLocally; }
     /// Between the start of the connection and its end.
     bool IsStreamConnected() const { return mStreamConnected; }
-    // How the connection began and ended, kept for the diagnosis of a stream.
-    bool GetOpenResult() const { return mOpenResult; }
-    bool HasConnectFailed() const { return mConnectFailed; }
-    bool IsDeleted() const { return mDeleted; }
-    bool WasAccepted() const { return mAccepted; }
     std::uint16_t GetLocalPort() const { return mLocalPort; }
     std::uint16_t GetRemotePort() const { return mRemotePort; }
     /// Host order.
     std::uint32_t GetRemoteIp() const { return mRemoteAddress; }
-    std::uint8_t GetNodeId() const { return mNodeId; }
 
 protected:
     /// Ends a stream whose framing can no longer be trusted, with a line in the log.
@@ -79,16 +72,17 @@ private:
     void IdentifyRole(std::uint8_t lastLocalOctet);
     void FixSegmentSize();
 
+    // How the connection began and ended. Nothing reads these but whoever looks at a stream in a crash dump.
     bool mOpenResult = true;
-    std::atomic<bool> mStreamConnected{false};
     bool mConnectFailed = false;
     bool mDeleted = false;
+    bool mAccepted = false;
+    std::atomic<bool> mStreamConnected{false};
     ItemFramer mFramer;
     std::uint16_t mLocalPort = 255;
     std::uint16_t mRemotePort = 255;
     std::uint32_t mRemoteAddress = 0;
     std::uint8_t mNodeId = 255;
-    bool mAccepted = false;
     std::atomic<bool> mShutdownLocally{false};
     bool mBroken = false;
     SendCoalescer mCoalescer;

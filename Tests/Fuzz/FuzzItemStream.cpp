@@ -28,11 +28,13 @@ struct Receiver
 {
     Receiver()
     {
-        Klv::VisitReceivedCommands([this](auto row) {
-            using Class = typename decltype(row)::Command;
-            ids.insert(Class::ID);
-            processor.Connect<Class>(
-                [this](const std::shared_ptr<Class const>&, unsigned char, StreamType) { ++received; });
+        Klv::VisitCommands([this](auto row) {
+            if constexpr (decltype(row)::IsReceived) {
+                using Class = typename decltype(row)::Command;
+                ids.insert(Class::ID);
+                processor.Connect<Class>(
+                    [this](const std::shared_ptr<Class const>&, unsigned char, StreamType) { ++received; });
+            }
         });
     }
 
@@ -43,7 +45,7 @@ struct Receiver
         while (size >= 8) {
             const auto key = LoadLittleEndian<std::uint32_t>(data);
             const std::size_t length = LoadLittleEndian<std::uint32_t>(data + 4);
-            if (length > ItemFramer::MAX_LENGTH || length > size - 8) break;
+            if (length > ItemFramer::MaxLength || length > size - 8) break;
             if (key >> 27 == Klv::COMMAND_KEY_TYPE && ids.count(key & Klv::ID_MASK) != 0) ++count;
             data += 8 + length;
             size -= 8 + length;

@@ -39,9 +39,7 @@ MonotonicTime DueTime(const MonotonicTime& now, std::uint32_t interval)
 
 } // namespace
 
-std::uint32_t EventTimerManager::sLastId = 0;
-
-EventTimerManager::EventTimerManager() : mClock(ReadMonotonicClock) {}
+EventTimerManager::EventTimerManager(std::uint32_t lastId) : mClock(ReadMonotonicClock), mLastId(lastId) {}
 
 EventTimerManager& EventTimerManager::Instance()
 {
@@ -53,9 +51,9 @@ EventTimerManager::Timer EventTimerManager::CreateTimer(const std::string& name,
                                                         std::uint32_t interval, std::uint32_t repeat,
                                                         std::uint32_t userValue, TimerUnits units)
 {
-    sLastId += sLastId == 0xFFFFFFFF ? 2 : 1;
-    AUDIT_LOG(TimingStatsDebug, "New Timer '%s' ID=%lu\n", name.c_str(), static_cast<unsigned long>(sLastId));
-    return boost::make_shared<EventTimerProxy>(sLastId, handler, interval, repeat, userValue, units);
+    mLastId += mLastId == 0xFFFFFFFF ? 2 : 1;
+    AUDIT_LOG(TimingStatsDebug, "New Timer '%s' ID=%lu\n", name.c_str(), static_cast<unsigned long>(mLastId));
+    return boost::make_shared<EventTimerProxy>(mLastId, handler, interval, repeat, userValue, units);
 }
 
 MonotonicTime EventTimerManager::Now() const

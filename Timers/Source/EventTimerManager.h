@@ -30,7 +30,8 @@ public:
     /// Reads the monotonic clock; false if that failed.
     using Clock = std::function<bool(MonotonicTime&)>;
 
-    EventTimerManager();
+    /// @param lastId the id that the first timer counts on from.
+    explicit EventTimerManager(std::uint32_t lastId = 0);
     EventTimerManager(const EventTimerManager&) = delete;
     EventTimerManager& operator=(const EventTimerManager&) = delete;
 
@@ -55,8 +56,6 @@ public:
     void SetClock(const Clock& clock) { mClock = clock; }
     /// Null for nobody.
     void SetStatistics(IEventStatistics* statistics) { mStatistics = statistics; }
-    /// The id that the next timer counts on from.
-    static void SetLastId(std::uint32_t id) { sLastId = id; }
 
 private:
     MonotonicTime Now() const;
@@ -70,5 +69,5 @@ private:
     Clock mClock;
     IEventStatistics* mStatistics = nullptr;
     std::uint32_t mPass = 0;
-    static std::uint32_t sLastId;
+    std::uint32_t mLastId;
 };

@@ -113,7 +113,7 @@ void WriteKeys(std::ostream& out)
 void WriteStreams(std::ostream& out)
 {
     out << "model.stream_ports = {" << NetworkPorts::LOCAL_STREAM << ", " << NetworkPorts::ROUTER_STREAM << ", "
-        << NetworkPorts::UPDATE_SERVICE << "}\nmodel.item_limit = " << ItemFramer::MAX_LENGTH
+        << NetworkPorts::UPDATE_SERVICE << "}\nmodel.item_limit = " << ItemFramer::MaxLength
         << "\nmodel.string_limit = " << KLVReadSet::MAX_STRING_SIZE << "\n";
 }
 

@@ -21,8 +21,7 @@ template <class Class, Direction Way>
 struct CommandRow
 {
     using Command = Class;
-    static constexpr Direction DIRECTION = Way;
-    static constexpr bool IS_RECEIVED = Way != Direction::Sent;
+    static constexpr bool IsReceived = Way != Direction::Sent;
     const char* name;
 };
 
@@ -83,15 +82,6 @@ void VisitCommands(Visitor&& visitor)
     visitor(
         CommandRow<SornMasterRouterNotification::Command, Direction::Sent>{"SornMasterRouterNotification::Command"});
     visitor(CommandRow<SornMixedHIDError, Direction::Sent>{"SornMixedHIDError"});
-}
-
-/// Calls visitor(CommandRow) for each of the 41 commands that the dispatcher takes.
-template <class Visitor>
-void VisitReceivedCommands(Visitor&& visitor)
-{
-    VisitCommands([&](auto row) {
-        if constexpr (decltype(row)::IS_RECEIVED) visitor(row);
-    });
 }
 
 } // namespace Klv

@@ -75,7 +75,7 @@ void OrbCommandProcessor::Dispatcher::Initialise(boost::asio::io_service& servic
     const auto signal = std::make_shared<Signal<X>>();
     mSignal = signal;
     mEmitter = [&service, &posted, signal](KLVCommandReadSet& set, unsigned char port, StreamType type) {
-        const std::size_t size = PostedWork::HANDLER_SIZE + set.GetBytesLeft();
+        const std::size_t size = PostedWork::HandlerSize + set.GetBytesLeft();
         std::shared_ptr<X const> command = std::make_shared<X>(set);
         posted.Add(size);
         service.post([&posted, size, signal, command = std::move(command), port, type] {

@@ -12,22 +12,22 @@
 class PostedWork
 {
 public:
-    static constexpr std::size_t HIGH_MARK = 4u << 20;
-    static constexpr std::size_t LOW_MARK = 1u << 20;
+    static constexpr std::size_t HighMark = 4u << 20;
+    static constexpr std::size_t LowMark = 1u << 20;
     /// What a handler costs beside the bytes of its command.
-    static constexpr std::size_t HANDLER_SIZE = 256;
+    static constexpr std::size_t HandlerSize = 256;
 
     void Add(std::size_t size) { mSize += size; }
     void TakeOff(std::size_t size)
     {
-        if ((mSize -= size) <= LOW_MARK && mFull && mDrained) mDrained();
+        if ((mSize -= size) <= LowMark && mFull && mDrained) mDrained();
     }
     /// From above the high mark until the low mark is reached. Socket thread.
     bool IsFull()
     {
-        if (!mFull && mSize > HIGH_MARK) mFull = true;
+        if (!mFull && mSize > HighMark) mFull = true;
         // Behind the flag: either this sees that all is done, or the main thread sees that it has to tell.
-        if (mFull && mSize <= LOW_MARK) mFull = false;
+        if (mFull && mSize <= LowMark) mFull = false;
         return mFull;
     }
     /// Called on the main thread, once or more, when too much work has been done. Set by the main thread.

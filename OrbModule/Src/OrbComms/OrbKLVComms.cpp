@@ -247,11 +247,11 @@ void OrbKLVComms::RemoveKLVStream(OrbKLVStream& stream)
 void OrbKLVComms::PostStreamChanged(const OrbKLVStream& stream, bool valid)
 {
     PostedWork& posted = mHandler.GetProcessor().GetPostedWork();
-    posted.Add(PostedWork::HANDLER_SIZE);
+    posted.Add(PostedWork::HandlerSize);
     // What is told by streams that end with the comms finds no signal any more.
     mService.post([&posted, weakSignal = std::weak_ptr<StreamSignal>(KLVStreamChanged), port = stream.GetPort(),
                    type = stream.GetStreamType(), address = stream.GetRemoteIp(), valid] {
-        posted.TakeOff(PostedWork::HANDLER_SIZE);
+        posted.TakeOff(PostedWork::HandlerSize);
         const auto signal = weakSignal.lock();
         if (!signal) return;
         try {

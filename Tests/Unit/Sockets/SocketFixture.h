@@ -84,11 +84,7 @@ public:
 class SocketTest : public testing::Test
 {
 protected:
-    SocketTest()
-    {
-        mHandler.SetClock([this] { return mNow; });
-        Probe::sEvents = &mEvents;
-    }
+    SocketTest() { Probe::sEvents = &mEvents; }
 
     /// Runs passes until it is so; false if that takes 10 s.
     bool PassUntil(const std::function<bool()>& done)
@@ -139,5 +135,5 @@ protected:
     std::time_t mNow = 1000;
     ErrorLines mErrors;
     Events mEvents;
-    SmallHandler mHandler{&mErrors};
+    SmallHandler mHandler{&mErrors, [this] { return mNow; }};
 };

@@ -17,7 +17,6 @@ class EventTimers : public testing::Test, public IEventTimerHandler, public IEve
 protected:
     EventTimers()
     {
-        EventTimerManager::SetLastId(0);
         timers.SetClock([this](MonotonicTime& time) {
             if (clockFails) return false;
             time = now;
@@ -69,9 +68,9 @@ TEST_F(EventTimers, IdsBeginAt1AndPassOver0)
 {
     EXPECT_EQ(Create(1)->GetId(), 1u);
     EXPECT_EQ(Create(1)->GetId(), 2u);
-    EventTimerManager::SetLastId(0xFFFFFFFE);
-    EXPECT_EQ(Create(1)->GetId(), 0xFFFFFFFF);
-    EXPECT_EQ(Create(1)->GetId(), 1u);
+    EventTimerManager late(0xFFFFFFFE);
+    for (const std::uint32_t id : {0xFFFFFFFFu, 1u})
+        EXPECT_EQ(late.CreateTimer("test", this, 1, 0, 0, TimerUnits::Seconds)->GetId(), id);
 }
 
 TEST_F(EventTimers, IntervalsInTheirUnits)
