@@ -11,7 +11,12 @@ public:
     bool Ready() const override { return Socket::Ready() && !mConnecting; }
 
     /// A change starts or ends the connect time-out.
-    void SetConnecting(bool value = true);
+    void SetConnecting(bool value = true)
+    {
+        if (value == mConnecting) return;
+        mConnecting = value;
+        SetTimeout(value ? mConnectTimeout : 0);
+    }
     bool IsConnecting() const override { return mConnecting; }
     void SetFlushBeforeClose(bool value = true) { mFlushBeforeClose = value; }
     bool GetFlushBeforeClose() const { return mFlushBeforeClose; }

@@ -6,11 +6,6 @@
 #include <algorithm>
 #include <cstring>
 
-CommandContainer::~CommandContainer()
-{
-    mReadSet.reset();
-}
-
 void CommandContainer::Store(const ForwardableDeskCommand& command)
 {
     if (!mCmdBuffer.empty()) {

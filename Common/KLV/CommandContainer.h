@@ -14,16 +14,12 @@ class ForwardableDeskCommand;
 class CommandContainer : public DataStream
 {
 public:
-    CommandContainer() = default;
-    ~CommandContainer() override;
-
     /// Stores a command as a whole item. The container must be empty.
     void Store(const ForwardableDeskCommand& command);
 
     bool WriteData(const void* src, std::uint32_t size) override;
     bool ReadData(void* dest, std::uint32_t size) override;
     void IgnoreData(std::uint32_t size) override;
-    void Commit() override {}
     std::uint32_t GetAvailable() const override { return GetSize() - mReadCounter; }
 
     /// Bytes of the nested form: the count and the item.

@@ -23,17 +23,6 @@ void DataStream::EndKey(std::uint32_t index, std::uint32_t start, std::uint32_t 
     EndItem();
 }
 
-void DataStream::Commit() {}
-
-void DataStream::BeginItem() {}
-
-void DataStream::EndItem() {}
-
-std::uint32_t DataStream::GetAvailable() const
-{
-    return 0xFFFFFFFF;
-}
-
 void DataStream::ResetForWrite(bool enable)
 {
     mWriteEnabled = enable;

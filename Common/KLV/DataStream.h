@@ -19,12 +19,12 @@ public:
     virtual bool ReadData(void* dest, std::uint32_t size) = 0;
     virtual bool WriteData(const void* src, std::uint32_t size) = 0;
     virtual void IgnoreData(std::uint32_t size) = 0;
-    virtual void Commit();
+    virtual void Commit() {}
     /// Between these two stand the bytes of one item: a stream may gather them and send them together.
-    virtual void BeginItem();
-    virtual void EndItem();
+    virtual void BeginItem() {}
+    virtual void EndItem() {}
     /// The most bytes that can still be read, for streams that know; a reader allocates nothing beyond.
-    virtual std::uint32_t GetAvailable() const;
+    virtual std::uint32_t GetAvailable() const { return 0xFFFFFFFF; }
 
     void ResetForWrite(bool enable);
     /// Opens an item and writes its header.

@@ -25,11 +25,6 @@ KLVWriteSet::~KLVWriteSet()
     mStream.EndKey(mItemIndex, mValueMark, mKey);
 }
 
-void KLVWriteSet::Commit()
-{
-    mStream.Commit();
-}
-
 void KLVWriteSet::WriteNumber(const std::uint8_t* bytes, std::uint32_t size)
 {
     if (mStream.Write(bytes, size)) return;

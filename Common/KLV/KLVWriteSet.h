@@ -25,7 +25,7 @@ public:
     ~KLVWriteSet() override;
 
     /// Kept for a stream that coalesces; a command needs none, since its bytes leave when its set closes.
-    virtual void Commit();
+    virtual void Commit() { mStream.Commit(); }
 
     template <class Type>
     void WriteNative(Type value)

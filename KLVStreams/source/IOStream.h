@@ -15,7 +15,6 @@ public:
     bool ReadData(void* dest, std::uint32_t size) override;
     bool WriteData(const void* src, std::uint32_t size) override;
     void IgnoreData(std::uint32_t size) override;
-    void Commit() override {}
 
     /// Counts bytes of the value that were stored; the header is not counted.
     void CountValueBytes(std::uint32_t size) { AddWriteCount(size); }

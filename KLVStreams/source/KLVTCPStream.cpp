@@ -73,16 +73,6 @@ void KLVTCPStream::CloseBroken(const std::string& reason)
     SetCloseAndDelete();
 }
 
-bool KLVTCPStream::HandleKey(std::uint32_t)
-{
-    return false;
-}
-
-bool KLVTCPStream::HandleKey(std::uint32_t, DataStream*)
-{
-    return false;
-}
-
 void KLVTCPStream::BeginItem()
 {
     if (mCoalescer.GetState() == SendCoalescer::State::None) BeginGather();
@@ -97,21 +87,6 @@ bool KLVTCPStream::WriteData(const void* src, std::uint32_t size)
         if (mCoalescer.Write(static_cast<const char*>(src), size)) Handler().Wake();
     }
     return true;
-}
-
-void KLVTCPStream::Commit()
-{
-    mCoalescer.Commit();
-}
-
-bool KLVTCPStream::ReadData(void* dest, std::uint32_t size)
-{
-    return mFramer.Read(dest, size);
-}
-
-void KLVTCPStream::IgnoreData(std::uint32_t size)
-{
-    mFramer.Ignore(size);
 }
 
 // How a stream comes up, who its peer is, and how it ends
@@ -153,11 +128,6 @@ void KLVTCPStream::OnDisconnect(short info, int errnum)
     AUDIT_STREAM(CommsDebug, "Disconnect " << ((info & 1) != 0 ? "write " : "read ") << " "
                                            << ((info & 2) != 0 ? "normal " : "error ") << ": [" << errnum << "] "
                                            << std::strerror(errnum) << "\r\n");
-}
-
-void KLVTCPStream::OnConnectFailed()
-{
-    mConnectFailed = true;
 }
 
 void KLVTCPStream::OnDelete()
@@ -217,11 +187,6 @@ void KLVTCPStream::IdentifyRole(std::uint8_t lastOctet)
     }
     AUDIT_STREAM(CommsDebug, text << unsigned{mNodeId} << AddressText(mRemoteAddress) << "\r\n");
     mNodeId = static_cast<std::uint8_t>(mNodeId - less);
-}
-
-void KLVTCPStream::SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size)
-{
-    mCoalescer.Configure(interval, units, size);
 }
 
 void KLVTCPStream::FixSegmentSize()

@@ -30,28 +30,31 @@ public:
     /// Kept for a socket layer that gives the cause of an end.
     /// @param info bit 0: a write, else a read; bit 1: a normal end, else an error.
     virtual void OnDisconnect(short info, int errnum);
-    void OnConnectFailed() override;
+    void OnConnectFailed() override { mConnectFailed = true; }
     void OnDelete() override;
     /// Ends the stream: the handler closes and deletes it.
     virtual void ShutdownStreamViaHandler();
     /// An item in the input ring. False if this type of key is not for the stream, which then skips the item.
-    virtual bool HandleKey(std::uint32_t keyType);
+    virtual bool HandleKey(std::uint32_t /*keyType*/) { return false; }
     /// An item in the overflow store.
-    virtual bool HandleKey(std::uint32_t keyType, DataStream* stream);
+    virtual bool HandleKey(std::uint32_t /*keyType*/, DataStream* /*stream*/) { return false; }
     // Hooks for heirs.
     virtual void OnReadStart() {}
     virtual void OnItemDone() {}
 
     bool WriteData(const void* src, std::uint32_t size) override;
-    bool ReadData(void* dest, std::uint32_t size) override;
-    void IgnoreData(std::uint32_t size) override;
-    void Commit() override;
+    bool ReadData(void* dest, std::uint32_t size) override { return mFramer.Read(dest, size); }
+    void IgnoreData(std::uint32_t size) override { mFramer.Ignore(size); }
+    void Commit() override { mCoalescer.Commit(); }
     void BeginItem() override;
     void EndItem() override { EndGather(); }
 
     /// Gathers the writes of many items. An option that no stream of the module turns on. @param size of the buffer, 0
     /// to take the path's segment size.
-    void SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size);
+    void SetCoalesce(std::uint32_t interval, TimerUnits units, std::uint32_t size)
+    {
+        mCoalescer.Configure(interval, units, size);
+    }
 
     bool WasShutdownLocally() const { return mShutdownLocally; }
     /// Between the start of the connection and its end.

@@ -88,7 +88,7 @@ private:
     void PostStreamChanged(const OrbKLVStream& stream, bool valid);
     OrbKLVStream* Find(const StreamName& name);
     static void Shutdown(OrbKLVStream& stream);
-    static bool ReadInterfaceAddress(const std::string& name, std::uint32_t& address);
+    static std::uint32_t ReadInterfaceAddress(const std::string& name);
 
     boost::asio::io_service& mService;
     HandlerMutex mMutex;

@@ -21,7 +21,7 @@ public:
     using KLVTCPStream::OnDisconnect;
     void OnDisconnect() override;
     void OnDelete() override;
-    bool HandleKey(std::uint32_t keyType) override;
+    bool HandleKey(std::uint32_t keyType) override { return HandleKey(keyType, nullptr); }
     /// @param stream the overflow store, or null for the stream itself.
     bool HandleKey(std::uint32_t keyType, DataStream* stream) override;
 

@@ -10,10 +10,7 @@ class DeskCommand;
 struct StreamName
 {
     static StreamName OnPort(StreamType type, UINT8GIGEPORT port) { return {type, port, 0, false}; }
-    static StreamName ToAddress(StreamType type, std::uint32_t address)
-    {
-        return {type, UNKNOWN_GIGE_PORT, address, true};
-    }
+    static StreamName At(StreamType type, std::uint32_t address) { return {type, UNKNOWN_GIGE_PORT, address, true}; }
 
     StreamType type;
     /// A Routing::PortsEnum.
@@ -59,7 +56,7 @@ public:
 
     // The forms that callers use, each with the parts of the name in an order of its own.
 
-    void Disconnect(std::uint32_t address, StreamType type) { Disconnect(StreamName::ToAddress(type, address)); }
+    void Disconnect(std::uint32_t address, StreamType type) { Disconnect(StreamName::At(type, address)); }
     /// @param exists whether there is such a stream. @return true while this side is shutting it down.
     bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists)
     {
@@ -73,7 +70,7 @@ public:
     }
     bool SendSlave(const DeskCommand& command, std::uint32_t address)
     {
-        return Send(StreamName::ToAddress(SLAVE_LINK, address), command);
+        return Send(StreamName::At(SLAVE_LINK, address), command);
     }
     bool SendLocal(const DeskCommand& command, UINT8GIGEPORT port)
     {

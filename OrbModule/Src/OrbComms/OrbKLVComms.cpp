@@ -296,23 +296,20 @@ UINT8GIGEPORT OrbKLVComms::FindPort(const OrbKLVStream& stream) const
 
 std::uint32_t OrbKLVComms::GetPortAddress(UINT8GIGEPORT port) const
 {
-    std::uint32_t address = 0;
-    if (port >= mPorts.interfaces.size()) return 0;
-    return ReadInterfaceAddress(mPorts.interfaces[port], address) ? address : 0;
+    return port < mPorts.interfaces.size() ? ReadInterfaceAddress(mPorts.interfaces[port]) : 0;
 }
 
-bool OrbKLVComms::ReadInterfaceAddress(const std::string& name, std::uint32_t& address)
+std::uint32_t OrbKLVComms::ReadInterfaceAddress(const std::string& name)
 {
     const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd == -1) return false;
+    if (fd == -1) return 0;
     ifreq request{};
     name.copy(request.ifr_name, IFNAMSIZ - 1);
     request.ifr_addr.sa_family = AF_INET;
     const bool found = ioctl(fd, SIOCGIFADDR, &request) == 0;
     ::close(fd);
-    if (!found) return false;
-    sockaddr_in result{};
-    std::memcpy(&result, &request.ifr_addr, sizeof result);
-    address = ntohl(result.sin_addr.s_addr);
-    return true;
+    if (!found) return 0;
+    sockaddr_in address{};
+    std::memcpy(&address, &request.ifr_addr, sizeof address);
+    return ntohl(address.sin_addr.s_addr);
 }

@@ -60,11 +60,6 @@ void OrbKLVStream::OnDelete()
     if (mHandler) mHandler->GetComms().RemoveKLVStream(*this);
 }
 
-bool OrbKLVStream::HandleKey(std::uint32_t keyType)
-{
-    return HandleKey(keyType, nullptr);
-}
-
 bool OrbKLVStream::HandleKey(std::uint32_t keyType, DataStream* stream)
 {
     if (keyType != Klv::COMMAND_KEY_TYPE) {
