@@ -90,7 +90,7 @@ void MakeAndBreak(benchmark::State& state)
                     [](std::uint32_t link) { return static_cast<std::uint8_t>(link + 1); });
     TwoDevices devices;
     NoComms comms;
-    PatchController controller(service, devices, comms, patcher);
+    PatchController controller(devices, comms, patcher);
     const auto slots = CountUp(static_cast<std::uint32_t>(state.range(0)));
     const auto command = [&](std::uint32_t index, bool make) {
         const IoPort source(Desk, 1, index);

@@ -37,7 +37,6 @@ public:
     {
         return a.mHid == b.mHid && (a.mStyleAndIndex & 0xFFFF) == (b.mStyleAndIndex & 0xFFFF);
     }
-    friend constexpr bool operator!=(const IoPort& a, const IoPort& b) { return !(a == b); }
 
 private:
     Hid mHid;

@@ -56,7 +56,6 @@ struct GigeAndSlots
     {
         return a.port == b.port && a.slots == b.slots;
     }
-    friend bool operator!=(const GigeAndSlots& a, const GigeAndSlots& b) { return !(a == b); }
 };
 /// "GigE:TDM Pri Korvo 0 1 2 "
 std::ostream& operator<<(std::ostream& out, const GigeAndSlots& link);

@@ -62,14 +62,14 @@ public:
 
     /// @param registry where the view finds the endpoints; may be null, and must outlive RegisterEndpoints
     AudioDmaManager(std::shared_ptr<AudioDmaFsi> fsi, const fsi::DeviceRegistry* registry);
-    virtual ~AudioDmaManager();
+    ~AudioDmaManager();
     AudioDmaManager(const AudioDmaManager&) = delete;
     AudioDmaManager& operator=(const AudioDmaManager&) = delete;
 
     /// Once only: takes in the endpoints, starts the sync thread, and sends the first table, which is silence.
-    virtual void RegisterEndpoints(const std::vector<std::shared_ptr<AudioDmaEndpoint>>& endpoints);
+    void RegisterEndpoints(const std::vector<std::shared_ptr<AudioDmaEndpoint>>& endpoints);
     /// One route. The sink must be a sample of a registered endpoint.
-    virtual void SetAudioRoute(const AudioDmaTransaction& source, const AudioDmaTransaction& sink);
+    void SetAudioRoute(const AudioDmaTransaction& source, const AudioDmaTransaction& sink);
 
     /// All routes from one endpoint to another.
     void SetAudioRoutes(const std::shared_ptr<AudioDmaEndpoint>& source, const std::shared_ptr<AudioDmaEndpoint>& sink,

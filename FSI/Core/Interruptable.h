@@ -27,7 +27,6 @@ public:
 
         int GetEvent() const { return mEvent; }
         friend bool operator==(const Interrupt& a, const Interrupt& b) { return a.mEvent == b.mEvent; }
-        friend bool operator!=(const Interrupt& a, const Interrupt& b) { return !(a == b); }
 
     private:
         int mEvent = -1;

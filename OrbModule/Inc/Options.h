@@ -7,16 +7,14 @@
 #include <optional>
 #include <string>
 
-/// What the command line says. "cqs" and "sim" are accepted for the sake of old start scripts and have no effect.
+/// What the command line says. "top", "cqs" and "sim" are accepted for the sake of old start scripts and have no
+/// effect.
 struct Options
 {
     /// argv[0] behind its last '/'.
     std::string programName;
     std::string logPath;
-    std::string simulationPath;
     boost::asio::ip::tcp::endpoint shellEndpoint{boost::asio::ip::tcp::v4(), NetworkPorts::SHELL};
-    unsigned int hid = 0;
-    bool connectQuillSync = false;
 };
 
 /// Parses the command line. Gives the exit code instead if the process shall end here: 1 after the help or the

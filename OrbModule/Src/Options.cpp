@@ -63,12 +63,12 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
     description.add_options()
         ("help,?", "display help message")
         ("version", "version info")
-        ("top", po::value(&options.hid)->default_value(0), "set the hid for the module")
+        ("top", po::value<unsigned int>()->default_value(0), "set the hid for the module")
         ("telnet,t", po::value(&options.shellEndpoint)->default_value(options.shellEndpoint),
             "telnet address: [ip][:port]. Default: 0.0.0.0:2000")
         ("log,l", po::value(&options.logPath), "name, including path, of the log file to use")
-        ("cqs", po::value(&options.connectQuillSync)->default_value(false), "attempt connect to quillsync")
-        ("sim", po::value(&options.simulationPath), "name, including path, of the simulated box file to use");
+        ("cqs", po::value<bool>()->default_value(false), "attempt connect to quillsync")
+        ("sim", po::value<std::string>(), "name, including path, of the simulated box file to use");
     // clang-format on
 
     po::variables_map values;

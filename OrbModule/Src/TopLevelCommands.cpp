@@ -106,7 +106,7 @@ void AddTopLevelCommands(cmd::CommandLine& shell, const std::string& programName
         },
         "ssr set sample rate <HID> <SampleRates::SystemSampleRate> links down for 30 seconds");
     shell.AddAction(
-        "ps", [&patches] { patches.GetPatchStore().Print(-1); }, "Show Patch Store");
+        "ps", [&patches] { patches.GetPatchStore().Print(); }, "Show Patch Store");
     shell.AddAction(
         "ping", [&devices] { devices.SendPing(); }, "Ping Hubs");
 }

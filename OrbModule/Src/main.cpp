@@ -206,7 +206,7 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     const auto admaManager = std::make_shared<audio::AudioDmaManager>(adma, &registry);
     Patcher patcher(service, &registry, admaManager,
                     [&links](std::uint32_t link) { return links.GetAdmaEndpointId(link, EndpointIdTimeout); });
-    PatchController patches(service, devices, comms, patcher);
+    PatchController patches(devices, comms, patcher);
     ConnectPatches(processor, devices, patches);
 
     const auto reference = registry.Register<audio::ExternalReferenceFsi>("extref");

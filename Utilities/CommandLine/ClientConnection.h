@@ -28,7 +28,6 @@ public:
                                         const boost::system::error_code& error, const std::string& line)>;
 
     ClientConnection(boost::asio::ip::tcp::socket socket, char delimiter, const Receiver& receiver);
-    virtual ~ClientConnection() = default;
     ClientConnection(const ClientConnection&) = delete;
     ClientConnection& operator=(const ClientConnection&) = delete;
 

@@ -22,23 +22,14 @@ std::size_t sWidth = 0;
 
 Node::Node(const std::string& path) : Node(std::string(), path) {}
 
-Node::Node(const std::string& id, const std::string& path) : mId(id)
-{
-    SetPath(path);
-}
-
-void Node::SetPath(const std::string& path)
-{
-    mPath = path;
-    mDepth = static_cast<std::size_t>(std::count(path.begin(), path.end(), PathSeparator)) + (path.empty() ? 0 : 1);
-}
+Node::Node(const std::string& id, const std::string& path) : mId(id), mPath(path) {}
 
 void Node::Add(const std::string& path, const std::vector<std::shared_ptr<action::Action>>& actions)
 {
     FATAL_ASSERT(!path.empty(), "Nodes must have a name");
     if (mId.empty()) {
         mId = path.substr(0, path.find(PathSeparator));
-        SetPath(mPath + mId + PathSeparator);
+        mPath += mId + PathSeparator;
     } else {
         FATAL_ASSERT(boost::starts_with(path, mId), "Child nodes must have same root");
     }

@@ -2,7 +2,6 @@
 
 #include "Utilities/CommandLine/Action.h"
 
-#include <cstddef>
 #include <iosfwd>
 #include <map>
 #include <memory>
@@ -38,20 +37,15 @@ public:
     void PrintHelp(std::ostream& out) const;
 
     const std::string& GetId() const { return mId; }
-    const std::string& GetPath() const { return mPath; }
-    std::size_t GetDepth() const { return mDepth; }
 
 protected:
     Node(const std::string& id, const std::string& path);
     void AddChild(const std::shared_ptr<Node>& child, const char* notUnique);
 
 private:
-    void SetPath(const std::string& path);
-
     std::string mId;
     std::map<std::string, std::shared_ptr<Node>> mChildren;
     std::string mPath;
-    std::size_t mDepth = 0;
     std::map<std::string, std::shared_ptr<action::Action>> mActions;
 };
 

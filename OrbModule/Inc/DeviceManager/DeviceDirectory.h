@@ -31,6 +31,7 @@ public:
     DeviceRecord* GetDeviceRecord(Hid hid);
     const DeviceRecord* GetDeviceRecord(Hid hid) const;
     bool LinkOnline(Hid hid, Side side) const;
+    /// The router that reported a remote device; INVALID_HID if it is unknown or local.
     Hid GetOwner(Hid hid) const;
     /// Whether another device than the local one is at the end of a cable.
     bool IsOtherOn(Side side) const;

@@ -53,15 +53,14 @@ public:
     }
     /// A copy of what is stored of a completely described device; nothing for any other.
     std::optional<Device> GetDevice(Hid hid) const;
-    /// The typed entries; null, with a log line, if there is none.
+    /// The typed entries; null, with a log line, if there is none. Kept for whoever wants one entry; this module reads
+    /// the cards alone, and answers requests with all it has.
     std::shared_ptr<const IoInfo> GetIoInfo(Hid hid) const;
     std::shared_ptr<const IoInfoK2Mod> GetIoInfoK2Mod(Hid hid) const;
     std::shared_ptr<const RouterInfo> GetRouterInfo(Hid hid) const;
     /// The cards of a modular box; nothing if it is not complete.
     std::optional<CommandMap> GetIoInfoCard(Hid hid) const;
     void EraseDeviceInfo(Hid hid);
-
-    std::size_t Size() const { return mDevices.size(); }
 
 private:
     struct Entry : Device

@@ -89,11 +89,9 @@ public:
         return mDevices.GetSlaveAddress(hid, port);
     }
 
-    /// The local device if it has this identity, else the remote one, else null.
+    /// The local device if it has this identity, else the remote one, else null. Kept for whoever wants all of a
+    /// record; the module asks for less.
     const DeviceRecord* GetDeviceRecord(Hid hid) const { return mDevices.GetDeviceRecord(hid); }
-    bool LinkOnline(Hid hid, Side side) const { return mDevices.LinkOnline(hid, side); }
-    /// The router that reported a remote device; INVALID_HID if it is unknown or local.
-    Hid GetOwner(Hid hid) const { return mDevices.GetOwner(hid); }
     /// Heartbeat time-out of a local device; nothing for any other.
     std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid) const;
 

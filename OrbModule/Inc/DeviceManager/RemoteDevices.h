@@ -31,7 +31,6 @@ public:
     Inserted Insert(DeviceRecord record);
     void Erase(Hid hid);
 
-    std::size_t Size() const { return mRecords.size(); }
     /// Identities in ascending order: callers erase records while they go through them, and listings and the
     /// order of what is sent do not depend on a hash.
     std::vector<Hid> GetHids() const;

@@ -27,7 +27,7 @@ public:
     explicit Heartbeat(const Endpoint& local = UnitEndpoint(UNIT_MODULE),
                        const Endpoint& destination = UnitEndpoint(UNIT_MASTER_CONTROL),
                        std::chrono::milliseconds period = std::chrono::seconds(1));
-    virtual ~Heartbeat();
+    ~Heartbeat();
     Heartbeat(const Heartbeat&) = delete;
     Heartbeat& operator=(const Heartbeat&) = delete;
 

@@ -15,7 +15,7 @@ struct K2LinkStatus
     std::uint32_t RemotePort = 0;
     /// State word of the driver.
     std::uint32_t LinkState = 0;
-    /// First endpoint number, 0 if unknown.
+    /// First endpoint number, 0 if unknown. Part of the report; nothing in this module needs it.
     std::uint32_t FsiEndpoint = 0;
     /// ADMA endpoint id of the port, 0 if unknown.
     std::uint32_t AdmaEndpoint = 0;

@@ -45,7 +45,6 @@ public:
     static constexpr std::uint32_t MaxDestinations = 262144;
 
     LinkAllocation() = default;
-    virtual ~LinkAllocation() = default;
     LinkAllocation(const LinkAllocation&) = delete;
     LinkAllocation& operator=(const LinkAllocation&) = delete;
 

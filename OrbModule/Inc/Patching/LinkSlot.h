@@ -13,7 +13,6 @@ class LinkSlot
 {
 public:
     LinkSlot() : mDests(InitialBuckets) {}
-    virtual ~LinkSlot() = default;
 
     bool IsInUse() const { return !mDests.empty(); }
     /// Where the source arrives on this module; the empty link if there is none.
@@ -28,7 +27,7 @@ public:
     std::unordered_set<HidPort> mDests;
     /// Position of this slot in the source's list.
     std::uint32_t mIndex = 0;
-    /// Next slot of the same source, INVALID_TDM_SLOT at the last.
+    /// Next slot of the same source, INVALID_TDM_SLOT at the last; for the log.
     std::uint32_t mNextSlot = INVALID_TDM_SLOT;
 
 private:

@@ -15,7 +15,6 @@ class OrbPatchInfo
 {
 public:
     OrbPatchInfo(IoPort source, IoPort dest) : mSource(source), mDest(dest) {}
-    virtual ~OrbPatchInfo() = default;
 
     /// A port above 2 changes nothing and leaves a line in the log.
     void UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state);
@@ -31,6 +30,7 @@ public:
     /// Where the audio is to go when this patch swings over to the other link.
     const Routing::GigeAndSlots& GetSwapTarget() const { return mSwapTarget; }
 
+    /// Kept for whoever has a patch without the index of the store.
     bool Concerns(Hid hid) const { return mSource.GetHid() == hid || mDest.GetHid() == hid; }
     /// Whether the patch is PatchNotSent on both links; the internal port does not count.
     bool IsUnsent() const;

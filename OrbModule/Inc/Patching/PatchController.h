@@ -7,8 +7,6 @@
 #include "OrbModule/Inc/Patching/PatchStore.h"
 #include "OrbModule/Inc/Patching/iPatcher.h"
 
-#include <boost/asio/io_service.hpp>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -30,8 +28,7 @@ public:
     /// Most devices for which a retry is owed.
     static constexpr std::size_t MaxPendingRetries = 65536;
 
-    PatchController(boost::asio::io_service& service, iDevices& devices, iOrbKLVComms& comms, iPatcher& patcher);
-    virtual ~PatchController() = default;
+    PatchController(iDevices& devices, iOrbKLVComms& comms, iPatcher& patcher);
     PatchController(const PatchController&) = delete;
     PatchController& operator=(const PatchController&) = delete;
 

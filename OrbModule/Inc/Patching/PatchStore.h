@@ -27,36 +27,34 @@ public:
     using BitmapCommands = std::map<Hid, PortBitmapCmd>;
 
     PatchStore() : mPatches(InitialBuckets) {}
-    virtual ~PatchStore() = default;
     PatchStore(const PatchStore&) = delete;
     PatchStore& operator=(const PatchStore&) = delete;
 
     /// Enters a fresh patch; a destination that has one keeps it with its old source.
     /// @return false, with a line in the log, if the store is full and has no patch of this destination.
-    virtual bool StorePatch(const IoPort& source, const IoPort& dest);
-    virtual void RemovePatch(const IoPort& dest);
+    bool StorePatch(const IoPort& source, const IoPort& dest);
+    void RemovePatch(const IoPort& dest);
     /// Every patch with this HID at either end and this state on that port. The pointers are good until a patch is
     /// removed.
-    virtual std::vector<OrbPatchInfo*> GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
+    std::vector<OrbPatchInfo*> GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
     /// An update of an unknown destination changes nothing and leaves a line in the log.
-    virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state);
-    virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
-                             Routing::GigeAndSlots link);
-    virtual void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
-                             Routing::GigeAndSlots link, Routing::GigeAndSlots swapTarget);
+    void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state);
+    void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link);
+    void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link,
+                     Routing::GigeAndSlots swapTarget);
     /// Sets the state and an empty link on that port in every patch with this HID at either end.
-    virtual void UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
+    void UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
     /// Nothing for an unknown destination.
-    virtual std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const;
-    /// Asked by nobody here; it belongs to the store's interface beside GetPatchState.
-    virtual std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const;
+    std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const;
+    /// Kept beside GetPatchState for whoever asks where a patch is heard; this module does not.
+    std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const;
     /// The commands that make the destinations of this device's patches listen on a port where the patch is made.
-    virtual BitmapCommands GetBitmapCommands(Hid hid, UINT8GIGEPORT port) const;
+    BitmapCommands GetBitmapCommands(Hid hid, UINT8GIGEPORT port) const;
     /// Erases every patch that is PatchNotSent on both links.
-    virtual void RemoveUnsent();
+    void RemoveUnsent();
 
-    /// One line a patch in the log. The argument has no effect.
-    void Print(int filter) const;
+    /// One line a patch in the log.
+    void Print() const;
     /// The patch of a destination, null if there is none. Good until a patch is removed.
     const OrbPatchInfo* Find(const IoPort& dest) const;
 

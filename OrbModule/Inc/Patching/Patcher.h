@@ -25,7 +25,8 @@ class Patcher : public iPatcher
 {
 public:
     /// Registers bulk audio and both links as endpoints, which sends the first, silent table.
-    /// @param endpointId gives the ADMA address of link 0 or 1. It is asked twice a link and may block.
+    /// @param service the main service, which nothing here needs; @param endpointId gives the ADMA address of link 0
+    /// or 1. It is asked twice a link and may block.
     /// @throws std::system_error if the bulk block is missing; std::runtime_error, with a text that says what to do,
     /// if an address is not 1 to 7 or stands for two endpoints.
     Patcher(boost::asio::io_service& service, fsi::DeviceRegistry* registry,

@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <vector>
 
-/// Base of the switch fabric messages: short datagrams whose first byte says what they are.
+/// Base of the switch fabric messages: short datagrams whose first byte says what they are. This module receives only;
+/// the operations are kept for whoever sends such a message.
 class FabricMessageBase
 {
 public:

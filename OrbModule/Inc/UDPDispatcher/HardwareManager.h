@@ -11,9 +11,6 @@
 class HardwareManager
 {
 public:
-    HardwareManager() = default;
-    virtual ~HardwareManager() = default;
-
     void OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMessage> message);
 
     /// The offset that the log's clock needs to show the network's time; nothing if it is near enough as it is.

@@ -30,7 +30,6 @@ public:
 
     /// @throws std::runtime_error that names the port if it is taken.
     explicit UDPDispatcher(boost::asio::io_service& service, std::uint16_t port = NetworkPorts::SWITCH_FABRIC);
-    virtual ~UDPDispatcher() = default;
     UDPDispatcher(const UDPDispatcher&) = delete;
     UDPDispatcher& operator=(const UDPDispatcher&) = delete;
 

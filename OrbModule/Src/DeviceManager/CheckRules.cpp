@@ -6,7 +6,7 @@ Request OfStream(const LocalDevice& local, Side side)
 {
     if (local.IsRoutingDevice()) {
         const bool isUnchecked = local.Check(side) != SoftwareCheck::UnderWay;
-        return local.Type == K2Heartbeat::K2_HUB_TYPE && isUnchecked ? Request::HubCheck : Request::RouterInfo;
+        return K2Heartbeat::IsHub(local.Type) && isUnchecked ? Request::HubCheck : Request::RouterInfo;
     }
     if (!local.IsIoDevice()) return Request::Nothing;
     if (local.IsAUDone()) return Request::IoInfo;

@@ -79,10 +79,10 @@ void CommandRelay::PingHub(const DeviceRecord& hub)
 void CommandRelay::SendPing()
 {
     if (mDevices.mRouterConnected) return;
-    if (mDevices.mLocal.Type == K2Heartbeat::K2_HUB_TYPE) PingHub(mDevices.mLocal);
+    if (K2Heartbeat::IsHub(mDevices.mLocal.Type)) PingHub(mDevices.mLocal);
     for (const Hid hid : mDevices.mRemote.GetHids()) {
         const DeviceRecord& record = *mDevices.mRemote.Find(hid);
-        if (record.Type == K2Heartbeat::K2_HUB_TYPE) PingHub(record);
+        if (K2Heartbeat::IsHub(record.Type)) PingHub(record);
     }
 }
 

@@ -137,7 +137,7 @@ void LinkedDevices::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
 void LinkedDevices::CloseStreams(UINT8GIGEPORT port)
 {
     mComms.Disconnect(port);
-    if (!mDevices.mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
+    if (!mDevices.mRouterConnected && K2Heartbeat::IsHub(mLocal.Type)) {
         AUDIT_LOG(Information, "Shut down slave link to local hub\r\n");
         mComms.Disconnect(GetPortAddress(mLocal.Hid, port), StreamType::SLAVE_LINK);
     }
@@ -207,7 +207,7 @@ void LinkedDevices::LocalRouterGone(UINT8GIGEPORT port, StreamType type)
     for (const Hid remote : mDevices.mRemote.GetHids()) {
         const DeviceRecord& record = *mDevices.mRemote.Find(remote);
         AUDIT_STREAM(Information, "Remote Device Link Offline " << record << "\n");
-        if (!mDevices.mRouterConnected && mLocal.Type == K2Heartbeat::K2_HUB_TYPE) {
+        if (!mDevices.mRouterConnected && K2Heartbeat::IsHub(mLocal.Type)) {
             AUDIT_LOG(Information, "Shut down slave link for \r\n");
             mComms.Disconnect(GetPortAddress(remote, port), StreamType::SLAVE_LINK);
         }

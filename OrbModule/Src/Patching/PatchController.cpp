@@ -85,7 +85,7 @@ std::ostream& operator<<(std::ostream& out, const DevicePorts& ports)
 
 } // namespace
 
-PatchController::PatchController(boost::asio::io_service&, iDevices& devices, iOrbKLVComms& comms, iPatcher& patcher)
+PatchController::PatchController(iDevices& devices, iOrbKLVComms& comms, iPatcher& patcher)
     : mDevices(&devices), mComms(&comms), mPatcher(&patcher), mPendingRetries(InitialRetryBuckets)
 {
     AUDIT_LOG(Information, "Starting PatchController\n");

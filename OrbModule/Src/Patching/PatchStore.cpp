@@ -115,7 +115,7 @@ void PatchStore::RemoveUnsent()
     }
 }
 
-void PatchStore::Print(int) const
+void PatchStore::Print() const
 {
     for (const auto& entry : mPatches)
         AUDIT_STREAM(Information, "PI " << entry.second.info << "\r\n");

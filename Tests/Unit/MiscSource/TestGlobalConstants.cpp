@@ -79,7 +79,7 @@ TEST(Model, IoPortIgnoresTheUnusedBitsOfItsSecondWord)
     EXPECT_EQ(port.GetIndex(), 0xFFE);
     EXPECT_EQ(port, IoPort(7, 2, 0xFFE));
     EXPECT_EQ(std::hash<IoPort>{}(port), std::hash<IoPort>{}(IoPort(7, 2, 0xFFE)));
-    EXPECT_NE(port, IoPort(7, 3, 0xFFE));
+    EXPECT_FALSE(port == IoPort(7, 3, 0xFFE));
 }
 
 TEST(Model, Identities)

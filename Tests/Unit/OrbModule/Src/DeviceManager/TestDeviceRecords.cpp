@@ -105,7 +105,7 @@ TEST_F(RecordTest, DescriptionsMeetALimitOfDevicesAndOneOfBytes)
     DeviceInfoStorage storage({2, 2 * DeviceInfoStorage::CommandOverhead + 200});
     for (std::uint32_t hid = 1; hid <= 3; ++hid)
         storage.Emplace(hid, K2_FIXED_FORMAT_TYPE, Box(hid), 0);
-    EXPECT_EQ(storage.Size(), 2u);
+    EXPECT_EQ(storage.GetIoInfo(3), nullptr);
     storage.Emplace(1, K2_FIXED_FORMAT_TYPE, Box(1, 151), 0);
     EXPECT_EQ(storage.GetIoInfo(1)->GetSlots()[0].size(), 0u) << "176 bytes and 25 of the other";
     storage.Emplace(1, K2_FIXED_FORMAT_TYPE, Box(1, 150), 0);

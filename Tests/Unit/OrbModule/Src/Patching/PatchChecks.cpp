@@ -170,7 +170,7 @@ std::string PatchWorld::CheckStates()
             const std::string name = Text(wish.dest) + " on " + PortText(port);
             const Korvo::PatchState state = patch->GetState(port);
             if (state == Korvo::PatchAwaitingReply || state == Korvo::PatchRetrySent) return name + " awaits a reply";
-            if (state == Korvo::PatchNotSent && patch->GetLink(port) != Routing::GigeAndSlots{}) {
+            if (state == Korvo::PatchNotSent && !(patch->GetLink(port) == Routing::GigeAndSlots{})) {
                 return name + " has a link without a patch";
             }
             if (state != Korvo::PatchReserved) continue;

@@ -77,7 +77,7 @@ PatchWorld::PatchWorld(std::uint32_t seed, Sabotage sabotage)
     const DeviceManager::Delays atOnce{std::chrono::milliseconds{0}, std::chrono::milliseconds{0}};
     mDevices = std::make_unique<DeviceManager>(
         mService, *this, [](const std::string&, const std::string&) { return 0; }, atOnce, DeviceManager::Limits());
-    mController = std::make_unique<PatchController>(mService, *mDevices, *this, *mSaboteur);
+    mController = std::make_unique<PatchController>(*mDevices, *this, *mSaboteur);
     mDevices->LocalHidChanged.connect([this](Hid hid) { mController->OnLocalHidChanged(hid); });
     mDevices->NetworkConnectionChanged.connect([this](bool on) { mController->OnNetworkConnectionChanged(on); });
     mDevices->DeviceChange.connect([this](Hid hid, UINT8GIGEPORT port, bool online, StreamType type) {
@@ -296,7 +296,7 @@ void PatchWorld::MakePatch()
     if (IsBox(wish.source) && IsBox(wish.dest)) wish.dest = IoPort(wish.source.GetHid(), 2, Dice(16));
     const auto old = std::find_if(mWishes.begin(), mWishes.end(), [&](const Wish& w) { return w.dest == wish.dest; });
     if (old != mWishes.end()) {
-        if (old->source != wish.source) Order(*old, false);
+        if (!(old->source == wish.source)) Order(*old, false);
         mWishes.erase(old);
     }
     mWishes.push_back(wish);

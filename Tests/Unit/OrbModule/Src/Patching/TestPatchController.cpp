@@ -63,8 +63,7 @@ protected:
     FakeDevices mDevices;
     FakeComms mComms{mDeeds};
     FakePatcher mPatcher{mDeeds};
-    boost::asio::io_service mService;
-    PatchController mController{mService, mDevices, mComms, mPatcher};
+    PatchController mController{mDevices, mComms, mPatcher};
 
 private:
     static IoPort ToPort(const std::string& text, std::uint32_t style)
