@@ -20,7 +20,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 class RouterDetectTimeAllowanceCmd;
 class SetRouterSampleRateCmd;
@@ -37,6 +36,7 @@ class SetRouterSampleRateCmd;
 class LinkManager
 {
 public:
+    class LinkScan;
     class SocketData;
     using Endpoint = boost::asio::ip::udp::endpoint;
     using LinkType = K2Heartbeat::LinkState::LinkType;
@@ -109,9 +109,6 @@ private:
     void StartRouterIgnoreTimer();
     Hid GetRackHid() const { return mRouters.Snapshot().localRack << 16; }
     void SetMasterHid(Hid hid);
-    void ScanReport(K2LinkDriver& driver, const K2LinkStatus& status, std::vector<Endpoint>& current);
-    void FollowDriver(K2LinkDriver& driver, K2LinkDriver::Registration& known, std::vector<Endpoint>& current);
-    void PostDestruction(UINT8GIGEPORT port);
 
     // All that a link asks of its manager, besides GetSampleRate, SendNotification and RestartMcsLink. On its thread.
     bool RoutersDisallowed(std::optional<std::uint32_t> followed = std::nullopt);
@@ -132,13 +129,8 @@ private:
     std::uint32_t GetLinkInForce(UINT8GIGEPORT port);
     void SetMasterOfVariant(K2Heartbeat::LinkVariant variant);
 
-    struct FsiInfo
-    {
-        std::atomic<std::uint32_t> fsiEndpoint{0};
-        std::atomic<std::uint32_t> admaEndpoint{0};
-    };
-
-    std::array<FsiInfo, Routing::MAX_ORB_K2_PORTS> mFsiInfo;
+    /// ADMA endpoint id of each link as the driver first gave it, 0 if unknown.
+    std::array<std::atomic<std::uint32_t>, Routing::MAX_ORB_K2_PORTS> mFsiInfo{};
     boost::asio::io_service& mIoService;
     const LinkEnvironment mEnvironment;
     const std::uint32_t mPortCount;

@@ -5,6 +5,7 @@
 #include "Common/KLV/Commands/RouterCommands.h"
 #include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
+#include "OrbModule/Inc/LinkManager/LinkScan.h"
 #include "OrbModule/Inc/LinkManager/SocketData.h"
 
 #include <algorithm>
@@ -211,10 +212,19 @@ void LinkManager::RestartMcsLink()
 
 // Links
 
+void LinkManager::Scan()
+{
+    AUDIT_LOG(Information, "Scanning...\n");
+    LinkScan scan(*this);
+    while (!mStop) {
+        if (!scan.TakeReport() && !mStop) scan.FollowDriver();
+    }
+}
+
 std::uint8_t LinkManager::GetAdmaEndpointId(std::uint32_t Port, const std::chrono::seconds& timeout)
 {
     if (!AUDIT_ASSERT(Port < mFsiInfo.size())) return 0;
-    const std::atomic<std::uint32_t>& id = mFsiInfo[Port].admaEndpoint;
+    const std::atomic<std::uint32_t>& id = mFsiInfo[Port];
     const auto start = std::chrono::steady_clock::now();
     while (id == 0 && std::chrono::steady_clock::now() - start < timeout) {
         std::this_thread::sleep_for(EndpointPollInterval);
