@@ -52,7 +52,7 @@ public:
         mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(Self, RemoteDeviceType::Orb, 512, 512, 0), 0,
                               StreamType::LOCAL_LINK);
         for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-            mDevices.OnDeviceChanged(ToLinkIndex(port), 1, 0, 2, RouterHid, K2Heartbeat::K2_ROUTER_TYPE);
+            mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 1, 0, 2, RouterHid, K2Heartbeat::K2_ROUTER_TYPE);
             mDevices.OnKLVStreamChanged(port, StreamType::LOCAL_LINK, 2, true);
             mDevices.ProcessIOCmd(std::make_shared<RouterInfo>(RouterHid, RemoteDeviceType::Router, 512, 512, 0), port,
                                   StreamType::LOCAL_LINK);

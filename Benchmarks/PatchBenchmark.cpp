@@ -29,13 +29,13 @@ std::vector<std::uint32_t> CountUp(std::uint32_t count)
 class TwoDevices : public iDevices
 {
 public:
-    bool IsDeviceOnline(Hid, UINT8GIGEPORT) const override { return true; }
+    bool IsDeviceOnline(Hid, Routing::PortsEnum) const override { return true; }
     bool IsLocalIo(Hid) const override { return false; }
     bool IsOwnDevice(Hid hid) const override { return hid == Desk; }
     std::vector<std::uint32_t> GetInputLinkSlot(Hid, AudioPortNumber) const override { return {}; }
     std::vector<std::uint32_t> GetOutputLinkSlot(Hid, AudioPortNumber) const override { return {}; }
-    DevicePorts GetDevicePorts(Hid, UINT8GIGEPORT port) const override { return {port, 5}; }
-    std::uint32_t GetSlaveAddress(Hid, UINT8GIGEPORT) const override { return 0; }
+    DevicePorts GetDevicePorts(Hid, Routing::PortsEnum port) const override { return {port, 5}; }
+    std::uint32_t GetSlaveAddress(Hid, Routing::PortsEnum) const override { return 0; }
 };
 
 class NoComms : public iOrbKLVComms

@@ -44,15 +44,23 @@ std::ostream& Routing::operator<<(std::ostream& out, PortsEnum port)
     return out << PortText(port);
 }
 
+std::vector<LinkIndex> FirstLinks(std::uint32_t count)
+{
+    std::vector<LinkIndex> links;
+    for (std::uint32_t i = 0; i < count; ++i)
+        links.push_back(static_cast<LinkIndex>(i));
+    return links;
+}
+
 std::string PortText(UINT8GIGEPORT port)
 {
     constexpr std::array<const char*, 3> Texts = {"ORB PORT ", "Pri Korvo ", "Sec Korvo "};
     return TextOr(Texts, port, "UNKNOWN ");
 }
 
-std::string LinkPortText(UINT8GIGEPORT linkIndex)
+std::string LinkPortText(UINT8GIGEPORT number)
 {
-    return linkIndex == UNKNOWN_GIGE_PORT ? "UNKNOWN_PORT " : "H" + std::to_string(linkIndex) + " ";
+    return number == UNKNOWN_GIGE_PORT ? "UNKNOWN_PORT " : "H" + std::to_string(number) + " ";
 }
 
 std::string AudioPortText(AudioPortNumber port)

@@ -5,13 +5,14 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
-// What every room of the house speaks of: ports, streams, device types, rates, patch states, addresses.
+// What all of the module speaks of: ports, streams, device types, rates, patch states, addresses.
 // Plain values and free functions, without state and without threads. All texts that end in a blank keep it.
 // Addresses are IPv4 addresses in host order throughout.
 
-/// A port number, 0xFF unknown. In the link layer it is a link index (0 for k2link0, 1 for k2link1); everywhere
-/// else it is a Routing::PortsEnum. ToPort and ToLinkIndex are the crossings.
+/// A port number as a plain byte, 0xFF unknown: on the wire, in texts, in signals and at the far end of a cable. This
+/// module's own ports are a Routing::PortsEnum, and a LinkIndex in the link layer.
 using UINT8GIGEPORT = std::uint8_t;
 constexpr UINT8GIGEPORT UNKNOWN_GIGE_PORT = 0xFF;
 
@@ -21,7 +22,8 @@ constexpr AudioPortNumber UNKNOWN_AUDIO_PORT = 0xFFF;
 
 namespace Routing {
 
-enum PortsEnum : std::uint8_t { ORB_PORT = 0, PRIMARY_PORT = 1, SECONDARY_PORT = 2 };
+/// A port of this module. It indexes tables and passes for a UINT8GIGEPORT; the way back is ToPortsEnum.
+enum PortsEnum : UINT8GIGEPORT { ORB_PORT = 0, PRIMARY_PORT = 1, SECONDARY_PORT = 2, UNKNOWN_PORT = UNKNOWN_GIGE_PORT };
 
 /// Number of link indexes.
 constexpr std::uint32_t MAX_ORB_K2_PORTS = 2;
@@ -34,31 +36,47 @@ std::ostream& operator<<(std::ostream& out, PortsEnum port);
 
 } // namespace Routing
 
-/// The port of a link index.
-constexpr UINT8GIGEPORT ToPort(UINT8GIGEPORT linkIndex)
+/// A link as the link layer numbers them: 0 for k2link0, 1 for k2link1. Its driver may report others.
+enum class LinkIndex : UINT8GIGEPORT {};
+
+constexpr UINT8GIGEPORT ToNumber(LinkIndex link)
 {
-    return static_cast<UINT8GIGEPORT>(linkIndex + 1);
+    return static_cast<UINT8GIGEPORT>(link);
 }
-/// The link index of a port; the internal port 0 has none and gives 0xFF.
-constexpr UINT8GIGEPORT ToLinkIndex(UINT8GIGEPORT port)
+constexpr Routing::PortsEnum ToPortsEnum(UINT8GIGEPORT number)
 {
-    return static_cast<UINT8GIGEPORT>(port - 1);
+    return static_cast<Routing::PortsEnum>(number);
 }
+constexpr Routing::PortsEnum ToPort(LinkIndex link)
+{
+    return ToPortsEnum(static_cast<UINT8GIGEPORT>(ToNumber(link) + 1));
+}
+/// The link of a port; the internal port 0 has none and gives 0xFF.
+constexpr LinkIndex ToLinkIndex(UINT8GIGEPORT port)
+{
+    return static_cast<LinkIndex>(port - 1);
+}
+/// The links 0 to count - 1.
+std::vector<LinkIndex> FirstLinks(std::uint32_t count);
 /// True for the primary link, of a port (not of a link index).
 constexpr bool IsPrimaryPort(UINT8GIGEPORT port)
 {
     return port == Routing::PRIMARY_PORT;
 }
 /// The other link of a link port: 2 for 1, else 1.
-constexpr UINT8GIGEPORT OtherLinkPort(UINT8GIGEPORT port)
+constexpr Routing::PortsEnum OtherLinkPort(UINT8GIGEPORT port)
 {
     return port == Routing::PRIMARY_PORT ? Routing::SECONDARY_PORT : Routing::PRIMARY_PORT;
 }
 
 /// "Pri Korvo " and its like, for a Routing::PortsEnum; what is none gives "UNKNOWN ".
 std::string PortText(UINT8GIGEPORT port);
-/// "H0 " and its like, for a link index; 0xFF gives "UNKNOWN_PORT ".
-std::string LinkPortText(UINT8GIGEPORT linkIndex);
+/// "H0 " and its like, for a link or for a port at the far end of one; 0xFF gives "UNKNOWN_PORT ".
+std::string LinkPortText(UINT8GIGEPORT number);
+inline std::string LinkPortText(LinkIndex link)
+{
+    return LinkPortText(ToNumber(link));
+}
 /// "A5 " and its like; 0xFFF gives "UNKNOWN_PORT ".
 std::string AudioPortText(AudioPortNumber port);
 /// "192.2 " and its like, "LOCAL_RACK_ID " or "INVALID_RACK_ID ".

@@ -13,7 +13,7 @@ constexpr Side ToSide(UINT8GIGEPORT port)
 {
     return IsPrimaryPort(port) ? Side::Primary : Side::Secondary;
 }
-constexpr UINT8GIGEPORT ToPort(Side side)
+constexpr Routing::PortsEnum ToPort(Side side)
 {
     return side == Side::Primary ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT;
 }

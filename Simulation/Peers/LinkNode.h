@@ -55,7 +55,7 @@ protected:
     std::uint32_t GetOwnAddress() const { return mPlace.own; }
     bool HasInterface() const { return !mCable.interface.empty(); }
     /// The module's port of this link.
-    UINT8GIGEPORT GetPort() const { return ToPort(mCable.link); }
+    UINT8GIGEPORT GetPort() const { return ToPort(LinkIndex{mCable.link}); }
 
 private:
     void SetAddresses();

@@ -15,12 +15,12 @@ class CommandRelay
 public:
     CommandRelay(const DeviceDirectory& devices, iOrbKLVComms& comms) : mDevices(devices), mComms(comms) {}
 
-    void ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, Hid hid);
-    void ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT port);
-    void ForwardUp(const DeskCommand& command, UINT8GIGEPORT port);
+    void ForwardCmd(const DeskCommand& command, Routing::PortsEnum port, Hid hid);
+    void ForwardToLocal(const DeskCommand& command, Routing::PortsEnum port);
+    void ForwardUp(const DeskCommand& command, Routing::PortsEnum port);
     void SendPing();
     void ReceivedPingCmd(const OstrelPingCmd& command);
-    void ReceivedMcsRequestCmd(UINT8GIGEPORT port);
+    void ReceivedMcsRequestCmd(Routing::PortsEnum port);
 
 private:
     void SendToOrb(const DeskCommand& command);

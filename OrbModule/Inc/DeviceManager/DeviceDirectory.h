@@ -20,13 +20,13 @@ public:
         : mRemote(remoteDevices), mDeviceInfo(descriptions)
     {}
 
-    bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) const override;
+    bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const override;
     bool IsLocalIo(Hid hid) const override;
     bool IsOwnDevice(Hid hid) const override;
     std::vector<std::uint32_t> GetInputLinkSlot(Hid hid, AudioPortNumber port) const override;
     std::vector<std::uint32_t> GetOutputLinkSlot(Hid hid, AudioPortNumber port) const override;
-    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) const override;
-    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const override;
+    DevicePorts GetDevicePorts(Hid hid, Routing::PortsEnum port) const override;
+    std::uint32_t GetSlaveAddress(Hid hid, Routing::PortsEnum port) const override;
 
     DeviceRecord* GetDeviceRecord(Hid hid);
     const DeviceRecord* GetDeviceRecord(Hid hid) const;

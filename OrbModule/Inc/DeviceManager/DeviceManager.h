@@ -40,9 +40,8 @@ class RouterInfoReq;
 /// on port 0 informed of everything, and relays I/O commands between the two sides. The work is done by its members,
 /// each with one subject; they share the DeviceDirectory.
 ///
-/// Everything runs on the main service thread but OnMasterHidChanged. Ports are Routing::PortsEnum, addresses are
-/// in host order. The object outlives the running of the service: closures and timers hold it by reference, and touch
-/// nothing if they never run.
+/// Everything runs on the main service thread but OnMasterHidChanged. Addresses are in host order. The object outlives
+/// the running of the service: closures and timers hold it by reference, and touch nothing if they never run.
 class DeviceManager : public iDevices, public DeviceSignals
 {
 public:
@@ -68,7 +67,7 @@ public:
     DeviceManager(boost::asio::io_service& service, iOrbKLVComms& comms, RunCommand run, Delays delays, Limits limits);
 
     // What the patch side asks.
-    bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) const override { return mDevices.IsDeviceOnline(hid, port); }
+    bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const override { return mDevices.IsDeviceOnline(hid, port); }
     bool IsLocalIo(Hid hid) const override { return mDevices.IsLocalIo(hid); }
     bool IsOwnDevice(Hid hid) const override { return mDevices.IsOwnDevice(hid); }
     /// Empty, with a Fault line, also for a slot that no link has.
@@ -80,11 +79,11 @@ public:
     {
         return mDevices.GetOutputLinkSlot(hid, port);
     }
-    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) const override
+    DevicePorts GetDevicePorts(Hid hid, Routing::PortsEnum port) const override
     {
         return mDevices.GetDevicePorts(hid, port);
     }
-    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const override
+    std::uint32_t GetSlaveAddress(Hid hid, Routing::PortsEnum port) const override
     {
         return mDevices.GetSlaveAddress(hid, port);
     }
@@ -105,7 +104,7 @@ public:
     /// @param portIndex link index, 0 or 1. A lost link has localIp 0.
     void OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t localIp, UINT8GIGEPORT remoteGigE,
                          std::uint32_t remoteIp, Hid hid, K2Heartbeat::LinkType type);
-    void OnKLVStreamChanged(UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid);
+    void OnKLVStreamChanged(UINT8GIGEPORT number, StreamType type, std::uint32_t address, bool valid);
     void OnIoInternalsChanged(Hid hid, std::uint32_t bitmap);
     /// Any thread.
     void OnMasterHidChanged(Hid hid);
@@ -113,34 +112,34 @@ public:
     // The discovery exchange, one handler a command.
     void ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type)
     {
-        mLocalDiscovery.ProcessIOCmd(std::move(command), port, type);
+        mLocalDiscovery.ProcessIOCmd(std::move(command), ToPortsEnum(port), type);
     }
     void ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT8GIGEPORT port, StreamType type)
     {
-        mLocalDiscovery.ProcessIOCmd(std::move(command), port, type);
+        mLocalDiscovery.ProcessIOCmd(std::move(command), ToPortsEnum(port), type);
     }
     void ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UINT8GIGEPORT port, StreamType type)
     {
-        mLocalDiscovery.ProcessIOCmd(std::move(command), port, type);
+        mLocalDiscovery.ProcessIOCmd(std::move(command), ToPortsEnum(port), type);
     }
     void ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT8GIGEPORT port, StreamType type);
     void ProcessIOCmd(std::shared_ptr<const IoSampleRateCapabilities> command, UINT8GIGEPORT port, StreamType)
     {
-        mLocalDiscovery.ProcessIOCmd(*command, port);
+        mLocalDiscovery.ProcessIOCmd(*command, ToPortsEnum(port));
     }
     void OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> command, UINT8GIGEPORT port, StreamType type);
     void OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdate> command, UINT8GIGEPORT port, StreamType type);
     void OnIoInfoReq(std::shared_ptr<const IoInfoReq>, UINT8GIGEPORT port, StreamType type)
     {
-        mLocalDiscovery.OnIoInfoReq(port, type);
+        mLocalDiscovery.OnIoInfoReq(ToPortsEnum(port), type);
     }
     void OnIoInfoDevReq(std::shared_ptr<const IoInfoDevReq> command, UINT8GIGEPORT port, StreamType type)
     {
-        mLocalDiscovery.OnIoInfoDevReq(*command, port, type);
+        mLocalDiscovery.OnIoInfoDevReq(*command, ToPortsEnum(port), type);
     }
     void OnRouterInfoReq(std::shared_ptr<const RouterInfoReq>, UINT8GIGEPORT port, StreamType)
     {
-        mLocalDiscovery.OnRouterInfoReq(port);
+        mLocalDiscovery.OnRouterInfoReq(ToPortsEnum(port));
     }
     void OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType type);
     void OnDeviceCheckResults(std::shared_ptr<const DeviceCheckResultsCmd> command, UINT8GIGEPORT, StreamType)
@@ -151,18 +150,24 @@ public:
     // The relay.
     /// On to where its target is.
     /// @param port on which the command arrived; @param hid the device that the command names.
-    void ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, Hid hid) { mRelay.ForwardCmd(command, port, hid); }
+    void ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, Hid hid)
+    {
+        mRelay.ForwardCmd(command, ToPortsEnum(port), hid);
+    }
     /// From a link to the Orb router, or from there to the local device.
-    void ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT port) { mRelay.ForwardToLocal(command, port); }
+    void ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT port)
+    {
+        mRelay.ForwardToLocal(command, ToPortsEnum(port));
+    }
     /// From a link to the Orb router; one that comes from there is dropped.
-    void ForwardUp(const DeskCommand& command, UINT8GIGEPORT port) { mRelay.ForwardUp(command, port); }
+    void ForwardUp(const DeskCommand& command, UINT8GIGEPORT port) { mRelay.ForwardUp(command, ToPortsEnum(port)); }
     void ReceivedPingCmd(std::shared_ptr<const OstrelPingCmd> command, UINT8GIGEPORT, StreamType)
     {
         mRelay.ReceivedPingCmd(*command);
     }
     void ReceivedMcsRequestCmd(std::shared_ptr<const RequestActiveMcsCmd>, UINT8GIGEPORT port, StreamType)
     {
-        mRelay.ReceivedMcsRequestCmd(port);
+        mRelay.ReceivedMcsRequestCmd(ToPortsEnum(port));
     }
 
 private:

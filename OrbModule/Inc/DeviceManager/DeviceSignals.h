@@ -16,7 +16,7 @@ public:
     boost::signals2::signal<void(Hid hid)> LocalHidChanged;
     boost::signals2::signal<void(bool connected)> NetworkConnectionChanged;
 
-    void PostDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
+    void PostDeviceChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type);
     void PostLocalHid(Hid hid);
     void PostNetworkConnection(bool connected);
 

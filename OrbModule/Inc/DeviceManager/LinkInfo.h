@@ -10,8 +10,8 @@
 class LinkInfo
 {
 public:
-    /// The module's port on which the device is heard: 1, 2, or 0 for the internal side.
-    UINT8GIGEPORT Port = UNKNOWN_GIGE_PORT;
+    /// The module's port on which the device is heard.
+    Routing::PortsEnum Port = Routing::UNKNOWN_PORT;
     /// The module's address on this link, host order.
     std::uint32_t LocalIp = 0;
     /// The remote end's own gigabit port number.

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 /// True for the two links, false for the internal port and for what is no port.
-constexpr bool IsLinkPort(UINT8GIGEPORT port)
+constexpr bool IsLinkPort(Routing::PortsEnum port)
 {
     return port == Routing::PRIMARY_PORT || port == Routing::SECONDARY_PORT;
 }

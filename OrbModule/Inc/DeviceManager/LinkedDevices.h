@@ -26,22 +26,22 @@ public:
     {}
 
     /// @param report a lost link has local address 0.
-    void OnLinkChanged(UINT8GIGEPORT port, const LinkReport& report);
-    void OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool valid);
+    void OnLinkChanged(Routing::PortsEnum port, const LinkReport& report);
+    void OnLocalLinkChanged(Routing::PortsEnum port, StreamType type, bool valid);
 
 private:
     using Neighbour = NeighbourRules::Neighbour;
     /// The local stream of a link: used by the local device, or up without one.
     enum class LocalStream { Down, Unused, Used };
 
-    void LinkUp(UINT8GIGEPORT port);
-    void LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type);
+    void LinkUp(Routing::PortsEnum port);
+    void LinkDown(Routing::PortsEnum port, K2Heartbeat::LinkType type);
     /// The link is online once its stream is.
-    void UseLink(UINT8GIGEPORT port);
+    void UseLink(Routing::PortsEnum port);
     /// A device that takes the primary link may have been refused on the secondary, or been replaced there.
-    void UseOtherLink(UINT8GIGEPORT port);
-    void TakeFromLink(UINT8GIGEPORT port);
-    void CloseStreams(UINT8GIGEPORT port);
+    void UseOtherLink(Routing::PortsEnum port);
+    void TakeFromLink(Routing::PortsEnum port);
+    void CloseStreams(Routing::PortsEnum port);
     void EndMixedHid();
     /// Ends the local device before another takes its place.
     void ReplaceLocal();
@@ -52,10 +52,10 @@ private:
     bool IsLocalInUse() const;
     NeighbourRules::Local GetLocal() const { return {mLocal.Hid, mLocal.Type, mLocal.Pri.IsOnline()}; }
     bool IsUsed(Side side) const { return mLocalStreams[ToPort(side)] == LocalStream::Used; }
-    bool HasLiveStream(UINT8GIGEPORT port);
-    void OnLocalLinkUp(UINT8GIGEPORT port);
-    void OnLocalLinkGone(UINT8GIGEPORT port, StreamType type);
-    void LocalRouterGone(UINT8GIGEPORT port, StreamType type);
+    bool HasLiveStream(Routing::PortsEnum port);
+    void OnLocalLinkUp(Routing::PortsEnum port);
+    void OnLocalLinkGone(Routing::PortsEnum port, StreamType type);
+    void LocalRouterGone(Routing::PortsEnum port, StreamType type);
     void LocalIoGone();
 
     DeviceDirectory& mDevices;

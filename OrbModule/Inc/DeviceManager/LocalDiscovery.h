@@ -29,22 +29,22 @@ public:
           mActiveRouter(activeRouter)
     {}
 
-    void ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type);
-    void ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT8GIGEPORT port, StreamType type);
-    void ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UINT8GIGEPORT port, StreamType type);
-    void ProcessIOCmd(const RouterInfo& command, UINT8GIGEPORT port, StreamType type);
-    void ProcessIOCmd(const IoSampleRateCapabilities& command, UINT8GIGEPORT port);
-    void OnIoInfoReq(UINT8GIGEPORT port, StreamType type);
-    void OnIoInfoDevReq(const IoInfoDevReq& command, UINT8GIGEPORT port, StreamType type);
-    void OnRouterInfoReq(UINT8GIGEPORT port);
+    void ProcessIOCmd(std::shared_ptr<const IoInfo> command, Routing::PortsEnum port, StreamType type);
+    void ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, Routing::PortsEnum port, StreamType type);
+    void ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, Routing::PortsEnum port, StreamType type);
+    void ProcessIOCmd(const RouterInfo& command, Routing::PortsEnum port, StreamType type);
+    void ProcessIOCmd(const IoSampleRateCapabilities& command, Routing::PortsEnum port);
+    void OnIoInfoReq(Routing::PortsEnum port, StreamType type);
+    void OnIoInfoDevReq(const IoInfoDevReq& command, Routing::PortsEnum port, StreamType type);
+    void OnRouterInfoReq(Routing::PortsEnum port);
 
 private:
     void OrbRouterInfo(const RouterInfo& command);
-    void LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type);
+    void LocalRouterInfo(const RouterInfo& command, Routing::PortsEnum port, StreamType type);
     void EmplaceOrbRouter(const RouterInfo& command);
-    void SendSelfInfo(UINT8GIGEPORT port);
+    void SendSelfInfo(Routing::PortsEnum port);
     void SendRemoteIoUpdate(RemoteDeviceType type, Hid hid);
-    void SendDescription(const DeviceInfoStorage::Device& device, UINT8GIGEPORT port, StreamType type);
+    void SendDescription(const DeviceInfoStorage::Device& device, Routing::PortsEnum port, StreamType type);
     void RequestGPIState(Hid hid);
 
     DeviceDirectory& mDevices;

@@ -23,8 +23,8 @@ enum class Neighbour {
 };
 
 /// A link has come up. The primary link decides; the secondary does while no device is online on the primary.
-Neighbour OfLink(UINT8GIGEPORT port, const LinkReport& link, const Local& local);
+Neighbour OfLink(Routing::PortsEnum port, const LinkReport& link, const Local& local);
 /// A stream has come up on a link. On the secondary link it makes a device the local one only if there is no other.
-Neighbour OfStream(UINT8GIGEPORT port, const LinkReport& link, const Local& local);
+Neighbour OfStream(Routing::PortsEnum port, const LinkReport& link, const Local& local);
 
 } // namespace NeighbourRules

@@ -18,7 +18,7 @@ public:
 
     void SendToOrb(const DeskCommand& command);
     /// A device has come up or gone on a port: records it, and reports it to the Orb router and to the subscribers.
-    void DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
+    void DeviceStateChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type);
     void ReportRemoteGone(K2Heartbeat::LinkType type, Hid hid);
 
 private:

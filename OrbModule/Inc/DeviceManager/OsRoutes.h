@@ -19,7 +19,7 @@ public:
     OsRoutes(RunCommand run, const Hid& self) : mRun(std::move(run)), mSelf(self) {}
 
     void AddSlaveLinkDataRoute(Hid hid, Side side);
-    void AddIoRoute(std::uint32_t address, UINT8GIGEPORT port);
+    void AddIoRoute(std::uint32_t address, Routing::PortsEnum port);
     void DeleteSlaveRoute(Hid hid);
 
 private:

@@ -18,16 +18,16 @@ public:
         : mDevices(devices), mComms(comms), mReports(reports), mRoutes(routes)
     {}
 
-    void OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid);
-    void OnRemoteIoUpdate(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type);
-    void OnRemoteRouterUpdate(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type);
+    void OnSlaveLinkChanged(Routing::PortsEnum port, std::uint32_t address, bool valid);
+    void OnRemoteIoUpdate(const RemoteIoUpdate& command, Routing::PortsEnum port, StreamType type);
+    void OnRemoteRouterUpdate(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type);
 
 private:
-    void RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address);
-    void RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type);
-    void RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type);
-    void RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type);
-    void RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type);
+    void RequestPendingDescriptions(Routing::PortsEnum port, std::uint32_t address);
+    void RemoteIoGone(const RemoteIoUpdate& command, Routing::PortsEnum port, StreamType type);
+    void RemoteIoAlive(const RemoteIoUpdate& command, Routing::PortsEnum port, StreamType type);
+    void RemoteRouterGone(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type);
+    void RemoteRouterAlive(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type);
     /// False if the directory is full.
     bool EmplaceOrbInternalIO(const RemoteIoUpdate& command);
     void SendToConnectedRoutingDevice(const DeskCommand& command);

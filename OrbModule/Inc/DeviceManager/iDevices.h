@@ -5,23 +5,23 @@
 #include <cstdint>
 #include <vector>
 
-/// Where a device is heard: this module's port, and the gigabit port at the remote end. 0xFF each if unknown.
+/// Where a device is heard: this module's port, and the number of the gigabit port at the remote end, 0xFF if unknown.
 struct DevicePorts
 {
-    UINT8GIGEPORT local = UNKNOWN_GIGE_PORT;
+    Routing::PortsEnum local = Routing::UNKNOWN_PORT;
     UINT8GIGEPORT remote = UNKNOWN_GIGE_PORT;
 
-    bool IsValid() const { return local != UNKNOWN_GIGE_PORT; }
+    bool IsValid() const { return local != Routing::UNKNOWN_PORT; }
 };
 
-/// The device directory as the patch side sees it. Ports are Routing::PortsEnum. Main thread only.
+/// The device directory as the patch side sees it. Main thread only.
 class iDevices
 {
 public:
     virtual ~iDevices() = default;
 
     /// Whether the device is known and online on the link that this port stands for.
-    virtual bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) const = 0;
+    virtual bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const = 0;
     /// Whether this is the I/O box that is plugged straight into a link.
     virtual bool IsLocalIo(Hid hid) const = 0;
     /// Whether this is the Orb router's internal I/O or anything else of the module's own rack.
@@ -30,7 +30,7 @@ public:
     virtual std::vector<std::uint32_t> GetInputLinkSlot(Hid hid, AudioPortNumber port) const = 0;
     virtual std::vector<std::uint32_t> GetOutputLinkSlot(Hid hid, AudioPortNumber port) const = 0;
     /// Where a device is heard on the link of this port; not valid if it is not.
-    virtual DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) const = 0;
+    virtual DevicePorts GetDevicePorts(Hid hid, Routing::PortsEnum port) const = 0;
     /// Address of the data link to the router that reported this device, host order.
-    virtual std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const = 0;
+    virtual std::uint32_t GetSlaveAddress(Hid hid, Routing::PortsEnum port) const = 0;
 };

@@ -15,7 +15,7 @@ class LinkManager;
 
 /// All that the module asks of the link interfaces and their kernel driver: shell commands that configure an
 /// interface, and the netlink family through which the driver reports each port's neighbour. Cheap and short-lived,
-/// but for the one of the scan. An instance belongs to one thread. Ports are link indexes.
+/// but for the one of the scan. An instance belongs to one thread.
 class K2LinkDriver
 {
 public:
@@ -27,14 +27,14 @@ public:
     K2LinkDriver(const K2LinkDriver&) = delete;
     K2LinkDriver& operator=(const K2LinkDriver&) = delete;
 
-    static std::string GetInterfaceName(UINT8GIGEPORT port);
+    static std::string GetInterfaceName(LinkIndex link);
     // Each gives the status of the shell command, 0 for success.
-    int InterfaceUp(UINT8GIGEPORT port);
-    int InterfaceDown(UINT8GIGEPORT port);
-    int SetInterfaceAddress(UINT8GIGEPORT port, const boost::asio::ip::udp::endpoint& endpoint);
-    int ClearInterfaceAddress(UINT8GIGEPORT port);
+    int InterfaceUp(LinkIndex link);
+    int InterfaceDown(LinkIndex link);
+    int SetInterfaceAddress(LinkIndex link, const boost::asio::ip::udp::endpoint& endpoint);
+    int ClearInterfaceAddress(LinkIndex link);
     /// Gives the socket the type of service of heartbeats.
-    static void SetSocketTos(UINT8GIGEPORT port, boost::asio::ip::udp::socket& socket);
+    static void SetSocketTos(LinkIndex link, boost::asio::ip::udp::socket& socket);
 
     /// Waits for a report, at most for the environment's time. Fields that the report does not carry keep their value.
     /// @return true when a report arrived, even one that carried nothing.

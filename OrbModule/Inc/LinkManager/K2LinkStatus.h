@@ -1,5 +1,7 @@
 #pragma once
 
+#include "MiscSource/GlobalConstants.h"
+
 #include <cstdint>
 
 /// One report of the link driver on one of its ports.
@@ -19,4 +21,6 @@ struct K2LinkStatus
     std::uint32_t FsiEndpoint = 0;
     /// ADMA endpoint id of the port, 0 if unknown.
     std::uint32_t AdmaEndpoint = 0;
+
+    LinkIndex GetLink() const { return static_cast<LinkIndex>(Port); }
 };

@@ -29,7 +29,7 @@ class SetRouterSampleRateCmd;
 ///
 /// Operations run on the main thread unless they say otherwise, and so do the slots of all signals but
 /// MasterHidChanged. A link's thread reaches the rest of the system by posts that hold this object and values; so the
-/// main service must not run any more when this object dies. Ports are link indexes (0, 1), but in OnDeviceChange.
+/// main service must not run any more when this object dies.
 ///
 /// mMutex guards mConnections. It is held while the master control is asked for a restart, and over RouterLost and its
 /// notification when a neighbour's heartbeats stay away.
@@ -48,8 +48,8 @@ public:
     LinkManager(const LinkManager&) = delete;
     LinkManager& operator=(const LinkManager&) = delete;
 
-    /// A new neighbour: its addresses in host order. A lost one: local IP 0, remote port 0xFF, remote IP 0, and type
-    /// 0 if it was the driver that told so.
+    /// A new neighbour: the number of its link, its addresses in host order. A lost one: local IP 0, remote port 0xFF,
+    /// remote IP 0, and type 0 if it was the driver that told so.
     boost::signals2::signal<void(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remotePort,
                                  std::uint32_t remoteIp, Hid hid, LinkType type)>
         DeviceChanged;
@@ -64,14 +64,14 @@ public:
     /// This module's identity. The link interfaces go down.
     void OnLocalHidChanged(Hid hid);
     /// The first I/O device on the internal port lets the link interfaces come up (for which this sleeps 2 s) as soon
-    /// as the HID is known. @param port a Routing::PortsEnum.
+    /// as the HID is known.
     void OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
     void ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const RouterDetectTimeAllowanceCmd>& command,
                                         UINT8GIGEPORT port, StreamType type);
     void ReceivedSetRouterSampleRateCmd(const std::shared_ptr<const SetRouterSampleRateCmd>& command,
                                         UINT8GIGEPORT port, StreamType type);
-    /// From now on the neighbour of this port is lost when its heartbeats stay away for that time.
-    void SetUdpTimeout(UINT8GIGEPORT Port, std::chrono::milliseconds timeout);
+    /// From now on the neighbour of this link is lost when its heartbeats stay away for that time.
+    void SetUdpTimeout(LinkIndex link, std::chrono::milliseconds timeout);
     /// ADMA endpoint id of a port as the driver gave it; waits for it on the caller's thread, any, at most that long.
     /// @return 0 if it is still unknown.
     std::uint8_t GetAdmaEndpointId(std::uint32_t Port, const std::chrono::seconds& timeout);
@@ -97,36 +97,42 @@ public:
 
     /// The loop of the scan thread: driver reports become connections.
     void Scan();
-    /// Opens the link of a port whose interface has its address. If the port still has a link, that one is kept.
-    void CreateConnection(UINT8GIGEPORT port, const Endpoint& local, std::uint8_t remotePort, const Endpoint& remote,
+    /// Opens the connection of a link whose interface has its address. If it still has one, that one is kept.
+    void CreateConnection(LinkIndex link, const Endpoint& local, std::uint8_t remotePort, const Endpoint& remote,
                           std::uint32_t remoteId);
-    void DestroyConnection(UINT8GIGEPORT port);
+    void DestroyConnection(LinkIndex link);
 
 private:
     void BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, const char* failure);
     void BringUpExternalGigEs();
-    void WriteHidToDriver(Hid hid, UINT8GIGEPORT port);
+    void WriteHidToDriver(Hid hid, LinkIndex link);
     void StartRouterIgnoreTimer();
     Hid GetRackHid() const { return mRouters.Snapshot().localRack << 16; }
     void SetMasterHid(Hid hid);
 
     // All that a link asks of its manager, besides GetSampleRate, SendNotification and RestartMcsLink. On its thread.
     bool RoutersDisallowed(std::optional<std::uint32_t> followed = std::nullopt);
-    K2Heartbeat::LinkState MakeHeartbeat(UINT8GIGEPORT port) const { return mRouters.MakeHeartbeat(port); }
-    LinkRules::HeartbeatDecision FollowHeartbeat(UINT8GIGEPORT port, const K2Heartbeat::LinkState& packet,
+    K2Heartbeat::LinkState MakeHeartbeat(LinkIndex link) const { return mRouters.MakeHeartbeat(link); }
+    LinkRules::HeartbeatDecision FollowHeartbeat(LinkIndex link, const K2Heartbeat::LinkState& packet,
                                                  std::optional<K2Heartbeat::LinkVariant> lastVariant)
     {
-        return mRouters.Follow(port, packet, lastVariant);
+        return mRouters.Follow(link, packet, lastVariant);
     }
-    bool IsStreamClosing(UINT8GIGEPORT port, bool& streamExists);
+    /// The stream to the neighbour of a link; closing says that this side is about to close it.
+    struct StreamState
+    {
+        bool exists = false;
+        bool closing = false;
+    };
+    StreamState GetStreamState(LinkIndex link);
     template <class Action>
     void Post(Action action)
     {
         mIoService.post(std::move(action));
     }
     // And in what it posts.
-    /// Number of the link that a port has, 0 if it has none. What a link posted before it went is void.
-    std::uint32_t GetLinkInForce(UINT8GIGEPORT port);
+    /// Number of the connection that a link has, 0 if it has none. What a link posted before it went is void.
+    std::uint32_t GetLinkInForce(LinkIndex link);
     void SetMasterOfVariant(K2Heartbeat::LinkVariant variant);
 
     /// ADMA endpoint id of each link as the driver first gave it, 0 if unknown.
@@ -136,7 +142,7 @@ private:
     const std::uint32_t mPortCount;
     iOrbKLVComms* const mComms;
     RouterState mRouters;
-    std::map<UINT8GIGEPORT, std::shared_ptr<SocketData>> mConnections;
+    std::map<LinkIndex, std::shared_ptr<SocketData>> mConnections;
     std::thread mScanThread;
     std::atomic<bool> mStop{false};
     std::atomic<bool> mHidKnown{false};

@@ -20,7 +20,7 @@ public:
 
 private:
     void OnReport(const K2LinkStatus& status);
-    void PostDestruction(UINT8GIGEPORT port);
+    void PostDestruction(LinkIndex link);
 
     LinkManager& mManager;
     std::unique_ptr<K2LinkDriver> mDriver;

@@ -9,7 +9,7 @@
 #include <optional>
 
 /// What this module knows of master routers, and the variants that its links send for it. Any thread. No operation is
-/// seen half done, and none calls anything that takes a lock. Links are link indexes.
+/// seen half done, and none calls anything that takes a lock.
 class RouterState
 {
 public:
@@ -18,7 +18,7 @@ public:
     /// Without a last variant, which each link has for itself.
     LinkRules::OwnState Snapshot() const;
     /// The heartbeat that a link has to send.
-    K2Heartbeat::LinkState MakeHeartbeat(UINT8GIGEPORT link) const;
+    K2Heartbeat::LinkState MakeHeartbeat(LinkIndex link) const;
     /// Whether a router on any link reports a master.
     bool HasMaster() const;
     /// Counts the new routers that have been followed.
@@ -28,7 +28,7 @@ public:
     void SetSampleRate(SampleRates::SystemSampleRate rate);
     /// Decides what a heartbeat asks for. The variant of a router to be followed is sent from then on.
     /// @param lastVariant empty for a new neighbour.
-    LinkRules::HeartbeatDecision Follow(UINT8GIGEPORT link, const K2Heartbeat::LinkState& packet,
+    LinkRules::HeartbeatDecision Follow(LinkIndex link, const K2Heartbeat::LinkState& packet,
                                         std::optional<K2Heartbeat::LinkVariant> lastVariant);
     /// False, and nothing done, once routers are disallowed.
     bool SetMaster(std::uint32_t rack);
@@ -38,7 +38,7 @@ public:
 
     enum class Loss { Nothing, Master, LastIgnoredRouter };
     /// The neighbour of a link is gone. @return what has been lost with it.
-    Loss Leave(UINT8GIGEPORT link);
+    Loss Leave(LinkIndex link);
 
 private:
     LinkRules::OwnState GetState() const;

@@ -17,7 +17,7 @@ public:
     /// @param number tells this link from all others of the manager; @param remoteId the driver's id of the neighbour,
     /// which stands for its HID until the first heartbeat.
     /// @throws boost::system::system_error if the local endpoint cannot be bound.
-    SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, UINT8GIGEPORT port,
+    SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, LinkIndex link,
                std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort);
     /// Stops.
     ~SocketData();
@@ -44,6 +44,8 @@ private:
     void OnReceive(const boost::system::error_code& error, std::size_t size);
     void OnHeartbeat(const K2Heartbeat::LinkState& packet);
     bool TakeHeartbeat(const K2Heartbeat::LinkState& packet);
+    /// @return whether the heartbeat is to be ignored: its stream is about to close, or this has just made the
+    /// neighbour a lost one.
     bool IsFromClosingStream(const K2Heartbeat::LinkState& packet);
     template <class Action>
     void Post(Action action);
@@ -63,7 +65,7 @@ private:
     std::unique_ptr<boost::asio::io_service::work> mWork;
     boost::asio::ip::udp::socket mSocket;
     const Endpoint mLocalEndpoint;
-    const UINT8GIGEPORT mGigePort;
+    const LinkIndex mGigePort;
     std::atomic<std::uint32_t> mRemoteHid;
     std::atomic<LinkType> mLinkType{K2Heartbeat::K2_NO_TYPE};
     const Endpoint mRemoteEndpoint;

@@ -9,24 +9,23 @@
 #include <iosfwd>
 #include <utility>
 
-/// One patch: what feeds a destination, and how far that has come on each port of the module. Ports are
-/// Routing::PortsEnum. Main thread only.
+/// One patch: what feeds a destination, and how far that has come on each port of the module. Main thread only.
 class OrbPatchInfo
 {
 public:
     OrbPatchInfo(IoPort source, IoPort dest) : mSource(source), mDest(dest) {}
 
     /// A port above 2 changes nothing and leaves a line in the log.
-    void UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state);
-    void UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link);
+    void UpdatePatch(Routing::PortsEnum port, Korvo::PatchState state);
+    void UpdatePatch(Routing::PortsEnum port, Korvo::PatchState state, Routing::GigeAndSlots link);
     void SetSwapTarget(Routing::GigeAndSlots target) { mSwapTarget = std::move(target); }
 
     const IoPort& GetSource() const { return mSource; }
     const IoPort& GetDest() const { return mDest; }
     /// PatchNotSent for a port above 2.
-    Korvo::PatchState GetState(UINT8GIGEPORT port) const;
+    Korvo::PatchState GetState(Routing::PortsEnum port) const;
     /// Where the source is to be found on that port; the empty link for a port above 2.
-    const Routing::GigeAndSlots& GetLink(UINT8GIGEPORT port) const;
+    const Routing::GigeAndSlots& GetLink(Routing::PortsEnum port) const;
     /// Where the audio is to go when this patch swings over to the other link.
     const Routing::GigeAndSlots& GetSwapTarget() const { return mSwapTarget; }
 
@@ -40,7 +39,7 @@ public:
 private:
     /// Once no link has the patch made or prepared, its slots on the internal port may go to another source.
     void DropStaleSwapTarget();
-    bool CheckPort(const char* function, UINT8GIGEPORT port, Korvo::PatchState state) const;
+    bool CheckPort(const char* function, Routing::PortsEnum port, Korvo::PatchState state) const;
 
     IoPort mSource;
     IoPort mDest;

@@ -21,7 +21,7 @@ class RouterPatchAudio;
 /// Turns patch commands into slots and routes, and keeps them right while devices come and go. What a patch takes
 /// depends on where its two ends are; the same destination may be heard on both links, and then one link has the
 /// working route and the other a prepared one. With a real router on a link that router drives the patches; without one
-/// the Orb router of the unit does. Ports are Routing::PortsEnum. Main thread only.
+/// the Orb router of the unit does. Main thread only.
 class PatchController
 {
 public:
@@ -35,7 +35,7 @@ public:
     void OnLocalHidChanged(Hid hid);
     /// @param connected whether a real router stands at a link.
     void OnNetworkConnectionChanged(bool connected);
-    void OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type);
+    void OnDeviceChange(Hid hid, UINT8GIGEPORT number, bool online, StreamType type);
 
     /// @param port the one that the command came in on. A null command leaves a line in the log.
     void ReceivedRouterPatchAudioCmd(const std::shared_ptr<const RouterPatchAudio>& command, UINT8GIGEPORT port,
@@ -43,7 +43,7 @@ public:
     void ReceivedPatchSucessfulCmd(const std::shared_ptr<const PatchSucessfulCmd>& command, UINT8GIGEPORT port,
                                    StreamType type);
     void ReceivedAudioPatchRetryForHid(const std::shared_ptr<const AudioPatchRetryForHidCmd>& command,
-                                       UINT8GIGEPORT port, StreamType type);
+                                       UINT8GIGEPORT number, StreamType type);
     void ReceivedPingCmd(const std::shared_ptr<const OstrelPingCmd>& command, UINT8GIGEPORT port, StreamType type);
 
     /// Tells a device to listen for one of its ports on the primary or the secondary link.
@@ -54,28 +54,29 @@ public:
 
 private:
     bool UpdatePatchStore(const RouterPatchAudio& command);
-    void HandleRouterGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port);
-    void HandleOrbGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port);
-    bool LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort, UINT8GIGEPORT destPort);
+    void HandleRouterGeneratedPatch(const RouterPatchAudio& command, Routing::PortsEnum port);
+    void HandleOrbGeneratedPatch(const RouterPatchAudio& command, Routing::PortsEnum port);
+    bool LocalDestinationPatch(const RouterPatchAudio& command, Routing::PortsEnum sourcePort,
+                               Routing::PortsEnum destPort);
     void LocalOrbPatch(const RouterPatchAudio& command, const DevicePorts& ports);
     void RemoteDestinationPatch(const RouterPatchAudio& command, const DevicePorts& ports);
-    bool StandsByForOtherLink(const IoPort& dest, UINT8GIGEPORT port, const Routing::GigeAndSlots& slots) const;
+    bool StandsByForOtherLink(const IoPort& dest, Routing::PortsEnum port, const Routing::GigeAndSlots& slots) const;
     Allocation AssignSlots(const RouterPatchAudio& command, const Routing::GigeAndSlots& sourceLink,
-                           UINT8GIGEPORT port);
-    Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port);
+                           Routing::PortsEnum port);
+    Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, Routing::PortsEnum port);
 
-    void ReportPatchFailed(const RouterPatchAudio& command, UINT8GIGEPORT port);
-    void ReportPatchSuccessful(const IoPort& dest, UINT8GIGEPORT port);
+    void ReportPatchFailed(const RouterPatchAudio& command, Routing::PortsEnum port);
+    void ReportPatchSuccessful(const IoPort& dest, Routing::PortsEnum port);
     void SendToOrb(const RouterPatchAudio& command);
-    void SendToSourceNode(const RouterPatchAudio& command, Hid source, UINT8GIGEPORT port);
+    void SendToSourceNode(const RouterPatchAudio& command, Hid source, Routing::PortsEnum port);
 
-    void DeviceLeft(Hid hid, UINT8GIGEPORT port);
-    void SwingOver(Hid hid, UINT8GIGEPORT port, const std::vector<LinkPatch>& unpatches);
-    bool RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT port);
+    void DeviceLeft(Hid hid, Routing::PortsEnum port);
+    void SwingOver(Hid hid, Routing::PortsEnum port, const std::vector<LinkPatch>& unpatches);
+    bool RouteToSwapTarget(const OrbPatchInfo& patch, Routing::PortsEnum port);
     bool IsHeldByAnother(const Routing::GigeAndSlots& link, HidPort source) const;
-    void FlipPorts(Hid hid, UINT8GIGEPORT port);
-    void RemakePatches(Hid hid, UINT8GIGEPORT port);
-    void RemakePatch(const OrbPatchInfo& patch, UINT8GIGEPORT port);
+    void FlipPorts(Hid hid, Routing::PortsEnum port);
+    void RemakePatches(Hid hid, Routing::PortsEnum port);
+    void RemakePatch(const OrbPatchInfo& patch, Routing::PortsEnum port);
 
     iDevices* mDevices;
     iOrbKLVComms* mComms;

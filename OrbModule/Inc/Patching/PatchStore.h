@@ -11,8 +11,8 @@
 #include <vector>
 
 /// The memory of patches: for every destination that was patched through this module, what feeds it and how far that
-/// has come on each port. It is what lets a patch outlive the loss of a link; nothing outlives the process. Ports are
-/// Routing::PortsEnum. Main thread only.
+/// has come on each port. It is what lets a patch outlive the loss of a link; nothing outlives the process. Main thread
+/// only.
 ///
 /// An index by HID finds the patches of a device without a walk over all of them; those of one device come in the
 /// order in which they were stored.
@@ -36,20 +36,20 @@ public:
     void RemovePatch(const IoPort& dest);
     /// Every patch with this HID at either end and this state on that port. The pointers are good until a patch is
     /// removed.
-    std::vector<OrbPatchInfo*> GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
+    std::vector<OrbPatchInfo*> GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state);
     /// An update of an unknown destination changes nothing and leaves a line in the log.
-    void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state);
-    void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link);
-    void UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link,
+    void UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state);
+    void UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state, Routing::GigeAndSlots link);
+    void UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state, Routing::GigeAndSlots link,
                      Routing::GigeAndSlots swapTarget);
     /// Sets the state and an empty link on that port in every patch with this HID at either end.
-    void UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state);
+    void UpdatePatch(Hid hid, Routing::PortsEnum port, Korvo::PatchState state);
     /// Nothing for an unknown destination.
-    std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const;
+    std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, Routing::PortsEnum port) const;
     /// Kept beside GetPatchState for whoever asks where a patch is heard; this module does not.
-    std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const;
+    std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, Routing::PortsEnum port) const;
     /// The commands that make the destinations of this device's patches listen on a port where the patch is made.
-    BitmapCommands GetBitmapCommands(Hid hid, UINT8GIGEPORT port) const;
+    BitmapCommands GetBitmapCommands(Hid hid, Routing::PortsEnum port) const;
     /// Erases every patch that is PatchNotSent on both links.
     void RemoveUnsent();
 
@@ -71,7 +71,7 @@ private:
 
     OrbPatchInfo* FindForUpdate(const IoPort& dest);
     const ByNumber& PatchesOf(Hid hid) const;
-    void SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link);
+    void SetLink(OrbPatchInfo& patch, Routing::PortsEnum port, Korvo::PatchState state, Routing::GigeAndSlots&& link);
     void SetSwapTarget(OrbPatchInfo& patch, Routing::GigeAndSlots&& target);
     Entries::iterator Erase(Entries::iterator entry);
     void RemoveFromIndex(Hid hid, std::uint64_t number);

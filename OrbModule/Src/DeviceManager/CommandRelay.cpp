@@ -23,7 +23,7 @@ bool CommandRelay::SendToLocal(const DeskCommand& command)
     return false;
 }
 
-void CommandRelay::ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, Hid hid)
+void CommandRelay::ForwardCmd(const DeskCommand& command, Routing::PortsEnum port, Hid hid)
 {
     AUDIT_STREAM(CmdDebug, "ForwardCmd ID " << command.GetCommandId() << " To Hid " << hid << "From Port "
                                             << PortText(port) << "\n");
@@ -48,7 +48,7 @@ void CommandRelay::ForwardCmd(const DeskCommand& command, UINT8GIGEPORT port, Hi
     AUDIT_STREAM(Fault, "ForwardCmd No link to device " << owner << "\n");
 }
 
-void CommandRelay::ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT port)
+void CommandRelay::ForwardToLocal(const DeskCommand& command, Routing::PortsEnum port)
 {
     AUDIT_STREAM(CmdDebug, "Forwarding " << CommandIdToText(command.GetCommandId()) << " to ORB from device on "
                                          << PortText(port) << "\n");
@@ -59,7 +59,7 @@ void CommandRelay::ForwardToLocal(const DeskCommand& command, UINT8GIGEPORT port
     }
 }
 
-void CommandRelay::ForwardUp(const DeskCommand& command, UINT8GIGEPORT port)
+void CommandRelay::ForwardUp(const DeskCommand& command, Routing::PortsEnum port)
 {
     AUDIT_STREAM(CmdDebug, "Forwarding Forwardable Cmd " << CommandIdToText(command.GetCommandId())
                                                          << " to ORB from device on " << PortText(port) << "\n");
@@ -93,7 +93,7 @@ void CommandRelay::ReceivedPingCmd(const OstrelPingCmd& command)
                                                << command.GetTotalDests() << "\n");
 }
 
-void CommandRelay::ReceivedMcsRequestCmd(UINT8GIGEPORT port)
+void CommandRelay::ReceivedMcsRequestCmd(Routing::PortsEnum port)
 {
     const std::uint32_t address = GetMasterControlAddress(GetRackId(mDevices.mHid));
     // The address of the wrapper travels in network order, unlike all others.

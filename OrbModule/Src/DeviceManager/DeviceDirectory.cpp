@@ -26,7 +26,7 @@ std::vector<std::uint32_t> GetLinkSlot(const LocalDevice::PortMap& ports, const 
 
 } // namespace
 
-bool DeviceDirectory::IsDeviceOnline(Hid hid, UINT8GIGEPORT port) const
+bool DeviceDirectory::IsDeviceOnline(Hid hid, Routing::PortsEnum port) const
 {
     const DeviceRecord* record = GetDeviceRecord(hid);
     return record != nullptr && record->IsOnline(ToSide(port));
@@ -52,7 +52,7 @@ std::vector<std::uint32_t> DeviceDirectory::GetOutputLinkSlot(Hid hid, AudioPort
     return GetLinkSlot(mLocal.Outputs, "GetOutputLinkSlot", hid, port);
 }
 
-DevicePorts DeviceDirectory::GetDevicePorts(Hid hid, UINT8GIGEPORT port) const
+DevicePorts DeviceDirectory::GetDevicePorts(Hid hid, Routing::PortsEnum port) const
 {
     AUDIT_STREAM(RouterAudioRoute, "DeviceManager::GetDevicePorts For " << hid << " Port " << PortText(port) << "\n");
     const DeviceRecord* record = GetDeviceRecord(hid);
@@ -65,7 +65,7 @@ DevicePorts DeviceDirectory::GetDevicePorts(Hid hid, UINT8GIGEPORT port) const
     return {link.Port, link.RemoteGigE};
 }
 
-std::uint32_t DeviceDirectory::GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const
+std::uint32_t DeviceDirectory::GetSlaveAddress(Hid hid, Routing::PortsEnum port) const
 {
     return GetPortAddress(GetOwner(hid), port);
 }

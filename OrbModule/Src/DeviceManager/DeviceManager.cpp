@@ -52,18 +52,19 @@ std::optional<std::chrono::milliseconds> DeviceManager::GetIoTimeout(Hid hid) co
 void DeviceManager::OnDeviceChanged(UINT8GIGEPORT portIndex, std::uint32_t localIp, UINT8GIGEPORT remoteGigE,
                                     std::uint32_t remoteIp, Hid hid, K2Heartbeat::LinkType type)
 {
-    const UINT8GIGEPORT port = ToPort(portIndex);
+    const Routing::PortsEnum port = ToPort(LinkIndex{portIndex});
     AUDIT_STREAM(Information, "DeviceManager::OnDeviceChanged Hid "
                                   << hid << " Port " << PortText(port) << " Local IP " << AddressText(localIp)
                                   << " Rem IP " << AddressText(remoteIp) << " Link Type " << type << "\n");
     mLinkedDevices.OnLinkChanged(port, {localIp, remoteGigE, remoteIp, hid, type});
 }
 
-void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid)
+void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT number, StreamType type, std::uint32_t address, bool valid)
 {
+    const Routing::PortsEnum port = ToPortsEnum(number);
     AUDIT_STREAM(Information, "OnKLVStreamChanged Port " << PortText(port) << " Stream " << type << " Valid "
                                                          << FlagText(valid) << "\n");
-    if (port == UNKNOWN_GIGE_PORT) {
+    if (port == Routing::UNKNOWN_PORT) {
         AUDIT_LOG(Fault, "DeviceManager::OnKLVStreamChanged FAULT\r\n");
         return;
     }
@@ -105,22 +106,22 @@ void DeviceManager::OnMasterHidChanged(Hid hid)
 
 void DeviceManager::ProcessIOCmd(std::shared_ptr<const RouterInfo> command, UINT8GIGEPORT port, StreamType type)
 {
-    if (IsFromPort(port)) mLocalDiscovery.ProcessIOCmd(*command, port, type);
+    if (IsFromPort(port)) mLocalDiscovery.ProcessIOCmd(*command, ToPortsEnum(port), type);
 }
 
 void DeviceManager::OnRemoteIoUpdate(std::shared_ptr<const RemoteIoUpdate> command, UINT8GIGEPORT port, StreamType type)
 {
-    if (IsFromPort(port)) mRemoteDiscovery.OnRemoteIoUpdate(*command, port, type);
+    if (IsFromPort(port)) mRemoteDiscovery.OnRemoteIoUpdate(*command, ToPortsEnum(port), type);
 }
 
 void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdate> command, UINT8GIGEPORT port,
                                          StreamType type)
 {
-    if (IsFromPort(port)) mRemoteDiscovery.OnRemoteRouterUpdate(*command, port, type);
+    if (IsFromPort(port)) mRemoteDiscovery.OnRemoteRouterUpdate(*command, ToPortsEnum(port), type);
 }
 
 void DeviceManager::OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType)
 {
-    if (IsLinkPort(port)) mRoutes.AddIoRoute(command->GetAddress(), port);
+    if (IsLinkPort(ToPortsEnum(port))) mRoutes.AddIoRoute(command->GetAddress(), ToPortsEnum(port));
     mReports.SendToOrb(*command);
 }

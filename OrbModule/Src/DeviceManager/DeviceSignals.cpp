@@ -1,6 +1,6 @@
 #include "OrbModule/Inc/DeviceManager/DeviceSignals.h"
 
-void DeviceSignals::PostDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type)
+void DeviceSignals::PostDeviceChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type)
 {
     const Hid reported = IsIoHid(hid) ? hid : MakeNodeHid(hid);
     mIoService.post([this, reported, port, online, type] { DeviceChange(reported, port, online, type); });

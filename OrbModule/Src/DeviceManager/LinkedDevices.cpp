@@ -9,7 +9,7 @@
 #include "OrbModule/Inc/DeviceManager/SoftwareChecks.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
-void LinkedDevices::OnLinkChanged(UINT8GIGEPORT port, const LinkReport& report)
+void LinkedDevices::OnLinkChanged(Routing::PortsEnum port, const LinkReport& report)
 {
     if (!IsLinkPort(port)) return;
     if (report.IsUp()) {
@@ -21,7 +21,7 @@ void LinkedDevices::OnLinkChanged(UINT8GIGEPORT port, const LinkReport& report)
     }
 }
 
-void LinkedDevices::LinkUp(UINT8GIGEPORT port)
+void LinkedDevices::LinkUp(Routing::PortsEnum port)
 {
     switch (NeighbourRules::OfLink(port, mDevices.mLinks[port], GetLocal())) {
     case Neighbour::Refused:
@@ -41,7 +41,7 @@ void LinkedDevices::LinkUp(UINT8GIGEPORT port)
     }
 }
 
-void LinkedDevices::UseLink(UINT8GIGEPORT port)
+void LinkedDevices::UseLink(Routing::PortsEnum port)
 {
     TakeFromLink(port);
     if (mLocal.Type != K2Heartbeat::K2_ROUTER_TYPE) {
@@ -57,14 +57,14 @@ void LinkedDevices::UseLink(UINT8GIGEPORT port)
     if (mLocalStreams[port] == LocalStream::Unused) OnLocalLinkUp(port);
 }
 
-void LinkedDevices::UseOtherLink(UINT8GIGEPORT port)
+void LinkedDevices::UseOtherLink(Routing::PortsEnum port)
 {
     const LinkReport& secondary = mDevices.mLinks[Routing::SECONDARY_PORT];
     if (!IsPrimaryPort(port) || !secondary.IsUp() || secondary.hid != mLocal.Hid) return;
     UseLink(Routing::SECONDARY_PORT);
 }
 
-void LinkedDevices::TakeFromLink(UINT8GIGEPORT port)
+void LinkedDevices::TakeFromLink(Routing::PortsEnum port)
 {
     const LinkReport& report = mDevices.mLinks[port];
     // What it said while it was not the local device has built no port maps.
@@ -113,7 +113,7 @@ bool LinkedDevices::IsLocalInUse() const
 void LinkedDevices::EndLocal()
 {
     for (const Side side : BothSides) {
-        const UINT8GIGEPORT port = ToPort(side);
+        const Routing::PortsEnum port = ToPort(side);
         const bool hadStream = IsUsed(side);
         if (!hadStream && !mLocal.IsOnline(side)) continue;
         mLocalStreams[port] = LocalStream::Down;
@@ -122,7 +122,7 @@ void LinkedDevices::EndLocal()
     }
 }
 
-void LinkedDevices::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
+void LinkedDevices::LinkDown(Routing::PortsEnum port, K2Heartbeat::LinkType type)
 {
     if (mLocalStreams[port] == LocalStream::Unused) mLocalStreams[port] = LocalStream::Down;
     if (port == Routing::SECONDARY_PORT && mLocal.MixedHid) {
@@ -130,11 +130,11 @@ void LinkedDevices::LinkDown(UINT8GIGEPORT port, K2Heartbeat::LinkType type)
         return;
     }
     // A neighbour that only stopped beating keeps its type here, and with it its software check.
-    if (type == K2Heartbeat::K2_NO_TYPE) mLocal.ResetAUInfo(ToLinkIndex(port));
+    if (type == K2Heartbeat::K2_NO_TYPE) mLocal.ResetAUInfo(ToNumber(ToLinkIndex(port)));
     CloseStreams(port);
 }
 
-void LinkedDevices::CloseStreams(UINT8GIGEPORT port)
+void LinkedDevices::CloseStreams(Routing::PortsEnum port)
 {
     mComms.Disconnect(port);
     if (!mDevices.mRouterConnected && K2Heartbeat::IsHub(mLocal.Type)) {
@@ -143,7 +143,7 @@ void LinkedDevices::CloseStreams(UINT8GIGEPORT port)
     }
 }
 
-void LinkedDevices::OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool valid)
+void LinkedDevices::OnLocalLinkChanged(Routing::PortsEnum port, StreamType type, bool valid)
 {
     if (valid) {
         OnLocalLinkUp(port);
@@ -156,12 +156,12 @@ void LinkedDevices::OnLocalLinkChanged(UINT8GIGEPORT port, StreamType type, bool
     if (wasUsed) OnLocalLinkGone(port, type);
 }
 
-bool LinkedDevices::HasLiveStream(UINT8GIGEPORT port)
+bool LinkedDevices::HasLiveStream(Routing::PortsEnum port)
 {
     return mComms.GetState(StreamName::OnPort(StreamType::LOCAL_LINK, port)) == StreamState::Open;
 }
 
-void LinkedDevices::OnLocalLinkUp(UINT8GIGEPORT port)
+void LinkedDevices::OnLocalLinkUp(Routing::PortsEnum port)
 {
     const Neighbour neighbour = NeighbourRules::OfStream(port, mDevices.mLinks[port], GetLocal());
     mLocalStreams[port] = LocalStream::Unused;
@@ -185,7 +185,7 @@ void LinkedDevices::OnLocalLinkUp(UINT8GIGEPORT port)
     if (neighbour == Neighbour::Next) UseOtherLink(port);
 }
 
-void LinkedDevices::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
+void LinkedDevices::OnLocalLinkGone(Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = mLocal.Hid;
     mLocal.SetOnline(ToSide(port), false);
@@ -200,7 +200,7 @@ void LinkedDevices::OnLocalLinkGone(UINT8GIGEPORT port, StreamType type)
     mReports.DeviceStateChange(hid, port, false, type);
 }
 
-void LinkedDevices::LocalRouterGone(UINT8GIGEPORT port, StreamType type)
+void LinkedDevices::LocalRouterGone(Routing::PortsEnum port, StreamType type)
 {
     SoftwareCheck& check = mLocal.Check(ToSide(port));
     if (check == SoftwareCheck::Passed) check = SoftwareCheck::None;

@@ -11,7 +11,7 @@
 #include "OrbModule/Inc/DeviceManager/PortMaps.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
-void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfo> command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command->GetHid();
     RemoteDeviceType updateType = command->GetType() == static_cast<std::uint8_t>(RemoteDeviceType::AoIP)
@@ -33,7 +33,7 @@ void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfo> command, UINT8GI
     mActiveRouter.DoActiveAudio(ToSide(port));
 }
 
-void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command->GetHid();
     const std::uint32_t slot = command->GetSlot();
@@ -66,7 +66,7 @@ void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfoCard> command, UIN
     mReports.DeviceStateChange(hid, port, true, type);
 }
 
-void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command->GetHid();
     if (!mDevices.mDeviceInfo.GetDevice(hid)) {
@@ -79,7 +79,7 @@ void LocalDiscovery::ProcessIOCmd(std::shared_ptr<const IoInfoK2Mod> command, UI
     mActiveRouter.DoActiveAudio(ToSide(port));
 }
 
-void LocalDiscovery::ProcessIOCmd(const RouterInfo& command, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::ProcessIOCmd(const RouterInfo& command, Routing::PortsEnum port, StreamType type)
 {
     if (port == Routing::ORB_PORT) {
         OrbRouterInfo(command);
@@ -97,7 +97,7 @@ void LocalDiscovery::OrbRouterInfo(const RouterInfo& command)
     EmplaceOrbRouter(command);
 }
 
-void LocalDiscovery::LocalRouterInfo(const RouterInfo& command, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::LocalRouterInfo(const RouterInfo& command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);
@@ -121,7 +121,7 @@ void LocalDiscovery::EmplaceOrbRouter(const RouterInfo& command)
     if (inserted.isNew) MarkInternal(*inserted.record);
 }
 
-void LocalDiscovery::ProcessIOCmd(const IoSampleRateCapabilities& command, UINT8GIGEPORT port)
+void LocalDiscovery::ProcessIOCmd(const IoSampleRateCapabilities& command, Routing::PortsEnum port)
 {
     AUDIT_STREAM(IODiscovery, "ProcessIOCmd IoSampleRateCapabilities Current rate = "
                                   << command.GetSampleRate() << " Port " << PortText(port) << "\n");
@@ -129,7 +129,7 @@ void LocalDiscovery::ProcessIOCmd(const IoSampleRateCapabilities& command, UINT8
     mDevices.mLocal.SampleRates = FirstRates(command.GetSampleRates());
 }
 
-void LocalDiscovery::OnIoInfoReq(UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::OnIoInfoReq(Routing::PortsEnum port, StreamType type)
 {
     AUDIT_STREAM(IODiscovery, "Received IoInfoReq on " << PortText(port) << "\n");
     if (mDevices.mOrbIoHid == INVALID_HID) return;
@@ -139,7 +139,7 @@ void LocalDiscovery::OnIoInfoReq(UINT8GIGEPORT port, StreamType type)
     RequestGPIState(mDevices.mOrbIoHid);
 }
 
-void LocalDiscovery::OnIoInfoDevReq(const IoInfoDevReq& command, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::OnIoInfoDevReq(const IoInfoDevReq& command, Routing::PortsEnum port, StreamType type)
 {
     AUDIT_STREAM(IODiscovery, "Received IoInfoDevReq on " << PortText(port) << "\n");
     const Hid hid = command.GetHid();
@@ -153,19 +153,19 @@ void LocalDiscovery::OnIoInfoDevReq(const IoInfoDevReq& command, UINT8GIGEPORT p
     RequestGPIState(hid);
 }
 
-void LocalDiscovery::SendDescription(const DeviceInfoStorage::Device& device, UINT8GIGEPORT port, StreamType type)
+void LocalDiscovery::SendDescription(const DeviceInfoStorage::Device& device, Routing::PortsEnum port, StreamType type)
 {
     for (const auto& entry : device.Commands)
         mComms.SendCmd(port, *entry.second, type, 0);
 }
 
-void LocalDiscovery::OnRouterInfoReq(UINT8GIGEPORT port)
+void LocalDiscovery::OnRouterInfoReq(Routing::PortsEnum port)
 {
     AUDIT_STREAM(RouterDiscovery, "Received RouterInfoReq on " << PortText(port) << "\n");
     SendSelfInfo(port);
 }
 
-void LocalDiscovery::SendSelfInfo(UINT8GIGEPORT port)
+void LocalDiscovery::SendSelfInfo(Routing::PortsEnum port)
 {
     mComms.SendLocal(
         RouterInfo(mDevices.mHid, RemoteDeviceType::Hub, Routing::SLOTS_PER_PORT, Routing::SLOTS_PER_PORT, 0), port);

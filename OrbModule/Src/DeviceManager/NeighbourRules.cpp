@@ -2,14 +2,14 @@
 
 namespace NeighbourRules {
 
-Neighbour OfLink(UINT8GIGEPORT port, const LinkReport& link, const Local& local)
+Neighbour OfLink(Routing::PortsEnum port, const LinkReport& link, const Local& local)
 {
     if (link.hid == local.hid) return Neighbour::Local;
     if (!IsPrimaryPort(port) && local.primaryOnline) return Neighbour::Refused;
     return local.hid == INVALID_HID ? Neighbour::Local : Neighbour::Next;
 }
 
-Neighbour OfStream(UINT8GIGEPORT port, const LinkReport& link, const Local& local)
+Neighbour OfStream(Routing::PortsEnum port, const LinkReport& link, const Local& local)
 {
     if (!link.IsUp() || link.hid == INVALID_HID) return Neighbour::Unknown;
     if (link.hid == local.hid || local.hid == INVALID_HID) return Neighbour::Local;

@@ -13,7 +13,7 @@ void OrbReports::SendToOrb(const DeskCommand& command)
     mComms.SendLocal(command, Routing::ORB_PORT);
 }
 
-void OrbReports::DeviceStateChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType type)
+void OrbReports::DeviceStateChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type)
 {
     const Side side = ToSide(port);
     AUDIT_STREAM(IODiscovery, "DeviceStateChange " << hid << " GigE " << PortText(port)

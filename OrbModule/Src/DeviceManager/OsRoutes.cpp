@@ -14,14 +14,14 @@ bool OsRoutes::MayRoute(std::uint32_t address) const
 void OsRoutes::AddSlaveLinkDataRoute(Hid hid, Side side)
 {
     if (!MayRoute(hid)) return;
-    const UINT8GIGEPORT port = ToPort(side);
+    const Routing::PortsEnum port = ToPort(side);
     const std::string command =
         "route add -host " + AddressText(GetPortAddress(hid, port)) + " k2link" + std::to_string(port - 1);
     AUDIT_STREAM(RouterAudioRoute, "AddSlaveLinkDataRoute " << command << "\n");
     mRun(command, "/tmp/addroute.err");
 }
 
-void OsRoutes::AddIoRoute(std::uint32_t address, UINT8GIGEPORT port)
+void OsRoutes::AddIoRoute(std::uint32_t address, Routing::PortsEnum port)
 {
     if (!MayRoute(address)) return;
     const std::string command = "route add -net " + AddressText(address & 0xFFFFFF00) +

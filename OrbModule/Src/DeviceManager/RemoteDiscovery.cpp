@@ -35,7 +35,7 @@ RemoteIoUpdate WithOwner(const RemoteIoUpdate& command, std::uint32_t address, H
 
 } // namespace
 
-void RemoteDiscovery::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t address, bool valid)
+void RemoteDiscovery::OnSlaveLinkChanged(Routing::PortsEnum port, std::uint32_t address, bool valid)
 {
     AUDIT_STREAM(RouterAudioRoute, "OnSlaveLinkChanged" << PortText(port) << " Address " << AddressText(address)
                                                         << FlagText(valid) << "\n");
@@ -46,7 +46,7 @@ void RemoteDiscovery::OnSlaveLinkChanged(UINT8GIGEPORT port, std::uint32_t addre
 }
 
 /// What was reported before the data link of its owner was up could not be asked for its description.
-void RemoteDiscovery::RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32_t address)
+void RemoteDiscovery::RequestPendingDescriptions(Routing::PortsEnum port, std::uint32_t address)
 {
     for (const Hid hid : mDevices.mRemote.GetHids()) {
         const DeviceRecord& record = *mDevices.mRemote.Find(hid);
@@ -55,7 +55,7 @@ void RemoteDiscovery::RequestPendingDescriptions(UINT8GIGEPORT port, std::uint32
     }
 }
 
-void RemoteDiscovery::OnRemoteIoUpdate(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::OnRemoteIoUpdate(const RemoteIoUpdate& command, Routing::PortsEnum port, StreamType type)
 {
     if (command.GetOwner() == INVALID_HID) {
         AUDIT_LOG(Assert, "Ignoring message due to invalid Router HID\r\n");
@@ -77,7 +77,7 @@ void RemoteDiscovery::OnRemoteIoUpdate(const RemoteIoUpdate& command, UINT8GIGEP
     }
 }
 
-void RemoteDiscovery::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteIoGone(const RemoteIoUpdate& command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);
@@ -101,7 +101,7 @@ void RemoteDiscovery::RemoteIoGone(const RemoteIoUpdate& command, UINT8GIGEPORT 
     if (fromOrb) SendToConnectedRoutingDevice(removal);
 }
 
-void RemoteDiscovery::RemoteIoAlive(const RemoteIoUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteIoAlive(const RemoteIoUpdate& command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);
@@ -148,7 +148,7 @@ bool RemoteDiscovery::EmplaceOrbInternalIO(const RemoteIoUpdate& command)
     return inserted.record != nullptr;
 }
 
-void RemoteDiscovery::OnRemoteRouterUpdate(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::OnRemoteRouterUpdate(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command.GetHid();
     AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << hid << "\n");
@@ -167,7 +167,7 @@ void RemoteDiscovery::OnRemoteRouterUpdate(const RemoteRouterUpdate& command, UI
     AUDIT_STREAM(RouterDiscovery, "Received RemoteRouterUpdate on " << PortText(port) << " Out\n");
 }
 
-void RemoteDiscovery::RemoteRouterGone(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteRouterGone(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command.GetHid();
     for (const Hid owned : mDevices.mRemote.GetOwnedBy(hid)) {
@@ -190,7 +190,7 @@ void RemoteDiscovery::RemoteRouterGone(const RemoteRouterUpdate& command, UINT8G
     mReports.SendToOrb(command);
 }
 
-void RemoteDiscovery::RemoteRouterAlive(const RemoteRouterUpdate& command, UINT8GIGEPORT port, StreamType type)
+void RemoteDiscovery::RemoteRouterAlive(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type)
 {
     const Hid hid = command.GetHid();
     const Side side = ToSide(port);

@@ -126,37 +126,37 @@ void K2LinkDriver::RequestStatus(std::uint32_t port)
     nl_send_auto_complete(mSocket, message.get());
 }
 
-std::string K2LinkDriver::GetInterfaceName(UINT8GIGEPORT port)
+std::string K2LinkDriver::GetInterfaceName(LinkIndex link)
 {
-    return "k2link" + std::to_string(port);
+    return "k2link" + std::to_string(ToNumber(link));
 }
 
-int K2LinkDriver::InterfaceUp(UINT8GIGEPORT port)
+int K2LinkDriver::InterfaceUp(LinkIndex link)
 {
-    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " up", UpErrors);
+    return mEnvironment.run("ifconfig " + GetInterfaceName(link) + " up", UpErrors);
 }
 
-int K2LinkDriver::InterfaceDown(UINT8GIGEPORT port)
+int K2LinkDriver::InterfaceDown(LinkIndex link)
 {
-    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " down", UpErrors);
+    return mEnvironment.run("ifconfig " + GetInterfaceName(link) + " down", UpErrors);
 }
 
-int K2LinkDriver::SetInterfaceAddress(UINT8GIGEPORT port, const boost::asio::ip::udp::endpoint& endpoint)
+int K2LinkDriver::SetInterfaceAddress(LinkIndex link, const boost::asio::ip::udp::endpoint& endpoint)
 {
-    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " " + endpoint.address().to_string() +
+    return mEnvironment.run("ifconfig " + GetInterfaceName(link) + " " + endpoint.address().to_string() +
                                 " netmask 255.255.255.0",
                             UpErrors);
 }
 
-int K2LinkDriver::ClearInterfaceAddress(UINT8GIGEPORT port)
+int K2LinkDriver::ClearInterfaceAddress(LinkIndex link)
 {
-    return mEnvironment.run("ifconfig " + GetInterfaceName(port) + " 0.0.0.0 ", DownErrors);
+    return mEnvironment.run("ifconfig " + GetInterfaceName(link) + " 0.0.0.0 ", DownErrors);
 }
 
-void K2LinkDriver::SetSocketTos(UINT8GIGEPORT port, boost::asio::ip::udp::socket& socket)
+void K2LinkDriver::SetSocketTos(LinkIndex link, boost::asio::ip::udp::socket& socket)
 {
     if (setsockopt(socket.native_handle(), IPPROTO_IP, IP_TOS, &TypeOfService, sizeof TypeOfService) != 0) {
-        AUDIT_STREAM(Fault, "Failed to set socket TOS for " << LinkPortText(port) << "\n");
+        AUDIT_STREAM(Fault, "Failed to set socket TOS for " << LinkPortText(link) << "\n");
     }
 }
 

@@ -43,18 +43,17 @@ LinkManager::~LinkManager()
 {
     {
         K2LinkDriver driver(*this);
-        for (std::uint32_t i = 0; i < mPortCount; ++i) {
-            const auto port = static_cast<UINT8GIGEPORT>(i);
-            if (driver.ClearInterfaceAddress(port) != 0) {
+        for (const LinkIndex link : FirstLinks(mPortCount)) {
+            if (driver.ClearInterfaceAddress(link) != 0) {
                 AUDIT_STREAM(Fault,
-                             "Failed to perform destructor interface take down on " << LinkPortText(port) << "\n");
+                             "Failed to perform destructor interface take down on " << LinkPortText(link) << "\n");
             }
         }
     }
     mStop = true;
     mScanThread.join();
 
-    std::map<UINT8GIGEPORT, std::shared_ptr<SocketData>> connections;
+    std::map<LinkIndex, std::shared_ptr<SocketData>> connections;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         connections.swap(mConnections);
@@ -64,9 +63,8 @@ LinkManager::~LinkManager()
 
 void LinkManager::BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, const char* failure)
 {
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const auto port = static_cast<UINT8GIGEPORT>(i);
-        if (driver.InterfaceUp(port) != 0) AUDIT_STREAM(Fault, failure << LinkPortText(port) << "\n");
+    for (const LinkIndex link : FirstLinks(count)) {
+        if (driver.InterfaceUp(link) != 0) AUDIT_STREAM(Fault, failure << LinkPortText(link) << "\n");
     }
 }
 
@@ -78,12 +76,11 @@ void LinkManager::OnLocalHidChanged(Hid hid)
     mRouters.SetLocalRack(GetRackId(hid));
     {
         K2LinkDriver driver(*this);
-        for (std::uint32_t i = 0; i < mPortCount; ++i) {
-            const auto port = static_cast<UINT8GIGEPORT>(i);
-            if (driver.InterfaceDown(port) != 0) {
-                AUDIT_STREAM(Fault, "Failed to perform initial interface bring down on " << LinkPortText(port) << "\n");
+        for (const LinkIndex link : FirstLinks(mPortCount)) {
+            if (driver.InterfaceDown(link) != 0) {
+                AUDIT_STREAM(Fault, "Failed to perform initial interface bring down on " << LinkPortText(link) << "\n");
             }
-            WriteHidToDriver(hid, port);
+            WriteHidToDriver(hid, link);
         }
     }
     mHidKnown = true;
@@ -94,12 +91,12 @@ void LinkManager::OnLocalHidChanged(Hid hid)
     }
 }
 
-void LinkManager::WriteHidToDriver(Hid hid, UINT8GIGEPORT port)
+void LinkManager::WriteHidToDriver(Hid hid, LinkIndex link)
 {
-    std::ofstream file(mEnvironment.interfaceDirectory + K2LinkDriver::GetInterfaceName(port) + "/k2hid",
+    std::ofstream file(mEnvironment.interfaceDirectory + K2LinkDriver::GetInterfaceName(link) + "/k2hid",
                        std::ios::trunc);
     file << ((hid & 0xFFFF0000) >> DriverIdShift) << "\n" << std::flush;
-    if (!file) AUDIT_STREAM(Fault, "Error setting HID in driver for " << LinkPortText(port) << "\r\n");
+    if (!file) AUDIT_STREAM(Fault, "Error setting HID in driver for " << LinkPortText(link) << "\r\n");
 }
 
 void LinkManager::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool, StreamType)
@@ -184,7 +181,7 @@ void LinkManager::SetMasterOfVariant(K2Heartbeat::LinkVariant variant)
 void LinkManager::RouterLost(UINT8GIGEPORT port)
 {
     if (port >= Routing::MAX_ORB_K2_PORTS) return;
-    switch (mRouters.Leave(port)) {
+    switch (mRouters.Leave(LinkIndex{port})) {
     case RouterState::Loss::Nothing:
         break;
     case RouterState::Loss::LastIgnoredRouter:
@@ -235,11 +232,12 @@ std::uint8_t LinkManager::GetAdmaEndpointId(std::uint32_t Port, const std::chron
     return 0;
 }
 
-void LinkManager::SetUdpTimeout(UINT8GIGEPORT Port, milliseconds timeout)
+void LinkManager::SetUdpTimeout(LinkIndex link, milliseconds timeout)
 {
+    const UINT8GIGEPORT Port = ToNumber(link);
     if (!AUDIT_ASSERT(Port < Routing::MAX_ORB_K2_PORTS)) return;
     const std::lock_guard<std::mutex> lock(mMutex);
-    const auto found = mConnections.find(Port);
+    const auto found = mConnections.find(link);
     if (found == mConnections.end()) {
         AUDIT_STREAM(Fault, "No heartbeat timer running on Gige port " << LinkPortText(Port)
                                                                        << ", ignoring timeout settings\n");
@@ -255,7 +253,7 @@ void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeigh
     if (!AUDIT_ASSERT(GigePort < Routing::MAX_ORB_K2_PORTS)) return;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
-        const auto found = mConnections.find(GigePort);
+        const auto found = mConnections.find(LinkIndex{GigePort});
         if (found == mConnections.end()) {
             AUDIT_STREAM(RouterConnectionDebug, "HandleHeartbeatTimeout: No connection on local Gige port "
                                                     << LinkPortText(GigePort) << " to destroy\n");
@@ -272,58 +270,60 @@ void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeigh
     DeviceChanged(GigePort, 0, UNKNOWN_GIGE_PORT, 0, lost.hid, lost.type);
 }
 
-void LinkManager::CreateConnection(UINT8GIGEPORT port, const Endpoint& local, std::uint8_t remotePort,
+void LinkManager::CreateConnection(LinkIndex link, const Endpoint& local, std::uint8_t remotePort,
                                    const Endpoint& remote, std::uint32_t remoteId)
 {
-    std::shared_ptr<SocketData> link;
+    std::shared_ptr<SocketData> connection;
     try {
-        link = std::make_shared<SocketData>(*this, ++mLinksMade, local, port, remoteId, remote, remotePort);
+        connection = std::make_shared<SocketData>(*this, ++mLinksMade, local, link, remoteId, remote, remotePort);
     } catch (const boost::system::system_error& error) {
-        AUDIT_STREAM(Fault, "Unable to bind GigePort " << LinkPortText(port) << " to Port " << local << ": Error "
+        AUDIT_STREAM(Fault, "Unable to bind GigePort " << LinkPortText(link) << " to Port " << local << ": Error "
                                                        << error.code().message() << "\n");
         return;
     }
     // Before the first heartbeat, which leaves at once.
-    K2LinkDriver::SetSocketTos(port, link->GetSocket());
-    link->Start();
+    K2LinkDriver::SetSocketTos(link, connection->GetSocket());
+    connection->Start();
     // A link that is not taken in dies outside the lock: its thread may wait for it.
     const std::lock_guard<std::mutex> lock(mMutex);
-    mConnections.emplace(port, link);
+    mConnections.emplace(link, connection);
 }
 
-void LinkManager::DestroyConnection(UINT8GIGEPORT port)
+void LinkManager::DestroyConnection(LinkIndex link)
 {
-    std::shared_ptr<SocketData> link;
+    std::shared_ptr<SocketData> connection;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
-        const auto found = mConnections.find(port);
+        const auto found = mConnections.find(link);
         if (found != mConnections.end()) {
-            link = std::move(found->second);
+            connection = std::move(found->second);
             mConnections.erase(found);
         }
     }
-    if (!link) {
-        AUDIT_STREAM(RouterConnectionDebug, "Scan: No connection on local " << LinkPortText(port) << " to destroy\n");
+    if (!connection) {
+        AUDIT_STREAM(RouterConnectionDebug, "Scan: No connection on local " << LinkPortText(link) << " to destroy\n");
         return;
     }
     // Not under the lock, for which the link's thread may be waiting.
-    link->Stop();
-    const Hid hid = link->GetRemoteHid();
-    const bool wasRouter = LinkRules::IsRouter(link->GetLinkType());
+    connection->Stop();
+    const Hid hid = connection->GetRemoteHid();
+    const bool wasRouter = LinkRules::IsRouter(connection->GetLinkType());
     AUDIT_STREAM(RouterConnectionDebug,
-                 "Scan: Connection lost on " << LinkPortText(port) << " Was Router ? " << (wasRouter ? 1 : 0) << "\n");
-    DeviceChanged(port, 0, UNKNOWN_GIGE_PORT, 0, hid, K2Heartbeat::K2_NO_TYPE);
-    if (wasRouter) RouterLost(port);
+                 "Scan: Connection lost on " << LinkPortText(link) << " Was Router ? " << (wasRouter ? 1 : 0) << "\n");
+    DeviceChanged(ToNumber(link), 0, UNKNOWN_GIGE_PORT, 0, hid, K2Heartbeat::K2_NO_TYPE);
+    if (wasRouter) RouterLost(ToNumber(link));
 }
 
-bool LinkManager::IsStreamClosing(UINT8GIGEPORT port, bool& streamExists)
+LinkManager::StreamState LinkManager::GetStreamState(LinkIndex link)
 {
-    return mComms->DisconnectPending(ToPort(port), StreamType::LOCAL_LINK, streamExists);
+    StreamState state;
+    state.closing = mComms->DisconnectPending(ToPort(link), StreamType::LOCAL_LINK, state.exists);
+    return state;
 }
 
-std::uint32_t LinkManager::GetLinkInForce(UINT8GIGEPORT port)
+std::uint32_t LinkManager::GetLinkInForce(LinkIndex link)
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    const auto found = mConnections.find(port);
+    const auto found = mConnections.find(link);
     return found == mConnections.end() ? 0 : found->second->GetNumber();
 }

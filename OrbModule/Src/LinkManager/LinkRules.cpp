@@ -16,7 +16,7 @@ using boost::asio::ip::udp;
 LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& status)
 {
     if (status.RemoteId == K2LinkStatus::NO_REMOTE) return {};
-    const auto port = static_cast<UINT8GIGEPORT>(status.Port);
+    const UINT8GIGEPORT port = ToNumber(status.GetLink());
     const auto remotePort = static_cast<std::uint8_t>(status.RemotePort);
     const bool primary = port == 0;
     const bool owner = OwnsLinkNetwork(localRack, status.RemoteId);

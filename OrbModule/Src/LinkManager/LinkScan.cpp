@@ -36,56 +36,58 @@ void LinkManager::LinkScan::FollowDriver()
     if (!found.IsKnown() || found == mRegistration) return;
     mRegistration = found;
     if (!mManager.mHidKnown) return;
-    for (std::size_t i = 0; i < mCurrent.size(); ++i) {
-        const auto port = static_cast<UINT8GIGEPORT>(i);
-        if (mCurrent[i] != Endpoint()) {
-            PostDestruction(port);
-            mDriver->ClearInterfaceAddress(port);
-            mCurrent[i] = Endpoint();
+    for (const LinkIndex link : FirstLinks(mManager.mPortCount)) {
+        Endpoint& current = mCurrent[ToNumber(link)];
+        if (current != Endpoint()) {
+            PostDestruction(link);
+            mDriver->ClearInterfaceAddress(link);
+            current = Endpoint();
         }
-        mManager.WriteHidToDriver(mManager.GetRackHid(), port);
-        if (mManager.mExternalGigEsUp) mDriver->InterfaceUp(port);
+        mManager.WriteHidToDriver(mManager.GetRackHid(), link);
+        if (mManager.mExternalGigEsUp) mDriver->InterfaceUp(link);
     }
 }
 
 void LinkManager::LinkScan::OnReport(const K2LinkStatus& status)
 {
     AUDIT_LOG(Information, "Scanned\r\n");
-    const auto port = static_cast<UINT8GIGEPORT>(status.Port);
+    const LinkIndex link = status.GetLink();
+    const UINT8GIGEPORT number = ToNumber(link);
     const auto remotePort = static_cast<std::uint8_t>(status.RemotePort);
-    if (port < mManager.mFsiInfo.size() && mManager.mFsiInfo[port] == 0) {
-        mManager.mFsiInfo[port] = status.AdmaEndpoint;
+    if (number < mManager.mFsiInfo.size() && mManager.mFsiInfo[number] == 0) {
+        mManager.mFsiInfo[number] = status.AdmaEndpoint;
     }
     const std::uint32_t localRack = mManager.mRouters.Snapshot().localRack;
-    AUDIT_STREAM(Information, "LID: " << RackText(localRack) << "LG:" << LinkPortText(port)
+    AUDIT_STREAM(Information, "LID: " << RackText(localRack) << "LG:" << LinkPortText(link)
                                       << "RID: " << Hid(status.RemoteId) << "RG:" << LinkPortText(remotePort) << "LS "
                                       << std::hex << status.LinkState << "\n");
-    if (!mManager.mHidKnown || port >= mCurrent.size()) return;
+    if (!mManager.mHidKnown || number >= mCurrent.size()) return;
 
-    const LinkRules::LinkEndpoints link = LinkRules::WorkOutEndpoints(localRack, status);
-    AUDIT_STREAM(RouterConnectionDebug, "Local IP: " << EndpointAddressText(link.local)
-                                                     << "Remote IP: " << EndpointAddressText(link.remote) << "\n");
-    const LinkRules::LinkChange change = LinkRules::WorkOutLinkChange(mCurrent[port], link.local);
+    const LinkRules::LinkEndpoints ends = LinkRules::WorkOutEndpoints(localRack, status);
+    AUDIT_STREAM(RouterConnectionDebug, "Local IP: " << EndpointAddressText(ends.local)
+                                                     << "Remote IP: " << EndpointAddressText(ends.remote) << "\n");
+    Endpoint& current = mCurrent[number];
+    const LinkRules::LinkChange change = LinkRules::WorkOutLinkChange(current, ends.local);
     if (change == LinkRules::LinkChange::None) return;
-    AUDIT_STREAM(Information, "IP Difference Local IP: " << EndpointAddressText(link.local) << "Current IP: "
-                                                         << EndpointAddressText(mCurrent[port]) << "\n");
-    mCurrent[port] = link.local;
+    AUDIT_STREAM(Information, "IP Difference Local IP: " << EndpointAddressText(ends.local)
+                                                         << "Current IP: " << EndpointAddressText(current) << "\n");
+    current = ends.local;
 
     int result = 0;
     // The connection over an address goes before the address does.
-    if (change != LinkRules::LinkChange::Open) PostDestruction(port);
+    if (change != LinkRules::LinkChange::Open) PostDestruction(link);
     if (change == LinkRules::LinkChange::Close) {
-        result = mDriver->ClearInterfaceAddress(port);
+        result = mDriver->ClearInterfaceAddress(link);
     } else {
-        result = mDriver->SetInterfaceAddress(port, link.local);
-        mManager.Post([manager = &mManager, port, link, remotePort, remoteId = status.RemoteId] {
-            manager->CreateConnection(port, link.local, remotePort, link.remote, remoteId);
+        result = mDriver->SetInterfaceAddress(link, ends.local);
+        mManager.Post([manager = &mManager, link, ends, remotePort, remoteId = status.RemoteId] {
+            manager->CreateConnection(link, ends.local, remotePort, ends.remote, remoteId);
         });
     }
     if (result != 0) AUDIT_LOG(Information, "LinkManager::Scan Error %d\r\n", result);
 }
 
-void LinkManager::LinkScan::PostDestruction(UINT8GIGEPORT port)
+void LinkManager::LinkScan::PostDestruction(LinkIndex link)
 {
-    mManager.Post([manager = &mManager, port] { manager->DestroyConnection(port); });
+    mManager.Post([manager = &mManager, link] { manager->DestroyConnection(link); });
 }

@@ -24,7 +24,7 @@ LinkRules::OwnState RouterState::Snapshot() const
     return GetState();
 }
 
-K2Heartbeat::LinkState RouterState::MakeHeartbeat(UINT8GIGEPORT link) const
+K2Heartbeat::LinkState RouterState::MakeHeartbeat(LinkIndex link) const
 {
     const Lock lock(mMutex);
     return {MakeLinkHid(mLocalRack << 16), K2Heartbeat::K2_ORB_TYPE, mVariants[ToPort(link)]};
@@ -62,7 +62,7 @@ void RouterState::SetSampleRate(SampleRates::SystemSampleRate rate)
         variant = K2Heartbeat::WithVariantRate(variant, rate);
 }
 
-LinkRules::HeartbeatDecision RouterState::Follow(UINT8GIGEPORT link, const K2Heartbeat::LinkState& packet,
+LinkRules::HeartbeatDecision RouterState::Follow(LinkIndex link, const K2Heartbeat::LinkState& packet,
                                                  std::optional<K2Heartbeat::LinkVariant> lastVariant)
 {
     const Lock lock(mMutex);
@@ -70,7 +70,7 @@ LinkRules::HeartbeatDecision RouterState::Follow(UINT8GIGEPORT link, const K2Hea
     own.lastVariant = lastVariant;
     const LinkRules::HeartbeatDecision decision = LinkRules::WorkOutHeartbeat(own, packet);
     if (!lastVariant && LinkRules::IsRouter(packet.GetType())) {
-        mRouterPorts = static_cast<std::uint8_t>(mRouterPorts | 1u << link);
+        mRouterPorts = static_cast<std::uint8_t>(mRouterPorts | 1u << ToNumber(link));
     }
     if (decision.followRouter) {
         mVariants[ToPort(link)] = decision.variantToKeep;
@@ -92,15 +92,15 @@ bool RouterState::Disallow(std::optional<std::uint32_t> followed)
     if (followed && *followed != mFollowed) return false;
     mRoutersAllowed = false;
     mMasterRack = mLocalRack;
-    for (std::uint32_t i = 0; i < mPortCount; ++i)
-        mVariants[ToPort(static_cast<UINT8GIGEPORT>(i))] = K2Heartbeat::MakeVariant(0, mSampleRate, mLocalRack);
+    for (const LinkIndex link : FirstLinks(mPortCount))
+        mVariants[ToPort(link)] = K2Heartbeat::MakeVariant(0, mSampleRate, mLocalRack);
     return true;
 }
 
-RouterState::Loss RouterState::Leave(UINT8GIGEPORT link)
+RouterState::Loss RouterState::Leave(LinkIndex link)
 {
     const Lock lock(mMutex);
-    mRouterPorts = static_cast<std::uint8_t>(mRouterPorts & ~(1u << link));
+    mRouterPorts = static_cast<std::uint8_t>(mRouterPorts & ~(1u << ToNumber(link)));
     if (!mRoutersAllowed) return mRouterPorts == 0 ? Loss::LastIgnoredRouter : Loss::Nothing;
     auto& variant = mVariants[ToPort(link)];
     variant = K2Heartbeat::WithVariantRack(variant, INVALID_RACK_ID);

@@ -15,13 +15,12 @@ constexpr std::uint32_t MostPosted = 1000;
 
 } // namespace
 
-LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local,
-                                    UINT8GIGEPORT port, std::uint32_t remoteId, const Endpoint& remote,
-                                    std::uint8_t remotePort)
+LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, LinkIndex link,
+                                    std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort)
     : mWork(std::make_unique<boost::asio::io_service::work>(mService)),
       mSocket(mService, local.protocol()),
       mLocalEndpoint(local),
-      mGigePort(port),
+      mGigePort(link),
       mRemoteHid(remoteId),
       mRemoteEndpoint(remote),
       mRemotePort(remotePort),
@@ -67,9 +66,9 @@ template <class Action>
 void LinkManager::SocketData::Post(Action action)
 {
     ++*mPosted;
-    mManager.Post([manager = &mManager, port = mGigePort, number = mNumber, posted = mPosted, action] {
+    mManager.Post([manager = &mManager, link = mGigePort, number = mNumber, posted = mPosted, action] {
         --*posted;
-        if (manager->GetLinkInForce(port) == number) action(*manager);
+        if (manager->GetLinkInForce(link) == number) action(*manager);
     });
 }
 
@@ -125,13 +124,10 @@ void LinkManager::SocketData::OnHeartbeat(const LinkState& packet)
 
 bool LinkManager::SocketData::IsFromClosingStream(const LinkState& packet)
 {
-    bool streamExists = false;
-    bool streamClosing = false;
-    if (K2Heartbeat::IsIoDevice(packet.GetType())) {
-        streamClosing = mManager.IsStreamClosing(mGigePort, streamExists);
-    }
+    StreamState stream;
+    if (K2Heartbeat::IsIoDevice(packet.GetType())) stream = mManager.GetStreamState(mGigePort);
     const auto elapsed = duration_cast<milliseconds>(Clock::now() - mLastTimerStart);
-    const LinkRules::Lateness late = LinkRules::WorkOutLateness(elapsed, mTimeout, streamExists, streamClosing);
+    const LinkRules::Lateness late = LinkRules::WorkOutLateness(elapsed, mTimeout, stream.exists, stream.closing);
     if (late.report) {
         AUDIT_STREAM(Fault, "A heartbeat receive delay of " << elapsed.count() << "/" << mTimeout.count()
                                                             << " ms has occurred on " << LinkPortText(mGigePort)
@@ -188,7 +184,7 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
     if (decision.neighbour == Neighbour::New) PostNewDevice(packet);
 
     mLastVariant = variant;
-    Post([port = mGigePort](LinkManager& manager) { manager.HeartbeatReceived(port); });
+    Post([port = ToNumber(mGigePort)](LinkManager& manager) { manager.HeartbeatReceived(port); });
     return true;
 }
 
@@ -198,7 +194,8 @@ void LinkManager::SocketData::PostNewDevice(const LinkState& packet)
                                                                        << " Port " << LinkPortText(mGigePort)
                                                                        << "\r\n");
     mRemoteHid = packet.GetHid();
-    Post([packet, port = mGigePort, remotePort = mRemotePort, localIp = mLocalEndpoint.address().to_v4().to_uint(),
+    Post([packet, port = ToNumber(mGigePort), remotePort = mRemotePort,
+          localIp = mLocalEndpoint.address().to_v4().to_uint(),
           remoteIp = mRemoteEndpoint.address().to_v4().to_uint()](LinkManager& manager) {
         manager.DeviceChanged(port, localIp, remotePort, remoteIp, packet.GetHid(), packet.GetType());
         manager.IoInternalsChanged(packet.GetHid(), packet.GetVariant());
@@ -241,7 +238,8 @@ void LinkManager::SocketData::HandleHeartbeatTimeout()
     AUDIT_LOG(CommsDebug, "void LinkManager::SocketData::HandleHeartbeatTimeout()");
     StartReceive();
     const LostNeighbour lost{mNumber, GetRemoteHid(), GetLinkType()};
-    mManager.Post([manager = &mManager, port = mGigePort, lost] { manager->HandleHeartbeatTimeout(port, lost); });
+    mManager.Post(
+        [manager = &mManager, port = ToNumber(mGigePort), lost] { manager->HandleHeartbeatTimeout(port, lost); });
 }
 
 // Send

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <utility>
 
-void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state)
+void OrbPatchInfo::UpdatePatch(Routing::PortsEnum port, Korvo::PatchState state)
 {
     AUDIT_STREAM(IOPatchDebug, "UpdatePatch " << PortText(port) << state << '\n');
     if (!CheckPort(__func__, port, state)) return;
@@ -13,7 +13,7 @@ void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state)
     DropStaleSwapTarget();
 }
 
-void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots link)
+void OrbPatchInfo::UpdatePatch(Routing::PortsEnum port, Korvo::PatchState state, Routing::GigeAndSlots link)
 {
     AUDIT_STREAM(IOPatchDebug, "UpdatePatch " << PortText(port) << state << " Slots " << link << '\n');
     if (!CheckPort(__func__, port, state)) return;
@@ -24,18 +24,18 @@ void OrbPatchInfo::UpdatePatch(UINT8GIGEPORT port, Korvo::PatchState state, Rout
 
 void OrbPatchInfo::DropStaleSwapTarget()
 {
-    const auto isMade = [this](UINT8GIGEPORT port) {
+    const auto isMade = [this](Routing::PortsEnum port) {
         return mStates[port] == Korvo::PatchSuccess || mStates[port] == Korvo::PatchReserved;
     };
     if (!isMade(Routing::PRIMARY_PORT) && !isMade(Routing::SECONDARY_PORT)) mSwapTarget = {};
 }
 
-Korvo::PatchState OrbPatchInfo::GetState(UINT8GIGEPORT port) const
+Korvo::PatchState OrbPatchInfo::GetState(Routing::PortsEnum port) const
 {
     return port < mStates.size() ? mStates[port] : Korvo::PatchNotSent;
 }
 
-const Routing::GigeAndSlots& OrbPatchInfo::GetLink(UINT8GIGEPORT port) const
+const Routing::GigeAndSlots& OrbPatchInfo::GetLink(Routing::PortsEnum port) const
 {
     static const Routing::GigeAndSlots none;
     return port < mLinks.size() ? mLinks[port] : none;
@@ -55,10 +55,10 @@ std::size_t OrbPatchInfo::CountSlots() const
     return count;
 }
 
-bool OrbPatchInfo::CheckPort(const char* function, UINT8GIGEPORT port, Korvo::PatchState state) const
+bool OrbPatchInfo::CheckPort(const char* function, Routing::PortsEnum port, Korvo::PatchState state) const
 {
     if (port < Routing::PORT_COUNT) return true;
-    AUDIT_LOG(Fault, "%s: Trying to update patch on invalid port %d 0x%02x\n", function, port, unsigned{state});
+    AUDIT_LOG(Fault, "%s: Trying to update patch on invalid port %d 0x%02x\n", function, int{port}, unsigned{state});
     return false;
 }
 

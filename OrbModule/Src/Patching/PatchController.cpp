@@ -24,7 +24,7 @@ HidPort ToHidPort(const IoPort& port)
     return {NormaliseHid(port.GetHid()), port.GetIndex()};
 }
 
-std::uint64_t RetryKey(Hid hid, UINT8GIGEPORT port)
+std::uint64_t RetryKey(Hid hid, Routing::PortsEnum port)
 {
     return std::uint64_t{hid} << 8 | port;
 }
@@ -113,13 +113,13 @@ void PatchController::ReceivedRouterPatchAudioCmd(const std::shared_ptr<const Ro
     }
     AUDIT_STREAM(RouterAudioRoute, "ReceivedRouterPatchAudioCmd " << *command << " On Link " << PortText(port) << '\n');
     if (!mRouterConnected) {
-        if (UpdatePatchStore(*command)) HandleOrbGeneratedPatch(*command, port);
+        if (UpdatePatchStore(*command)) HandleOrbGeneratedPatch(*command, ToPortsEnum(port));
         return;
     }
     const bool bothOwn = mDevices->IsOwnDevice(command->GetSource().GetPort().GetHid()) &&
                          mDevices->IsOwnDevice(command->GetDest().GetHid());
     if (port != Routing::ORB_PORT && !bothOwn && !UpdatePatchStore(*command)) return;
-    HandleRouterGeneratedPatch(*command, port);
+    HandleRouterGeneratedPatch(*command, ToPortsEnum(port));
 }
 
 /// @return whether the store has room for the patch; without it no route is made either.
@@ -132,14 +132,14 @@ bool PatchController::UpdatePatchStore(const RouterPatchAudio& command)
     return true;
 }
 
-void PatchController::HandleRouterGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port)
+void PatchController::HandleRouterGeneratedPatch(const RouterPatchAudio& command, Routing::PortsEnum port)
 {
     const Hid source = NormaliseHid(command.GetSource().GetPort().GetHid());
     const Hid dest = NormaliseHid(command.GetDest().GetHid());
     if (port == Routing::ORB_PORT) {
-        const UINT8GIGEPORT link = command.GetSource().GetLink();
-        const std::vector<UINT8GIGEPORT> both{Routing::PRIMARY_PORT, Routing::SECONDARY_PORT};
-        for (const UINT8GIGEPORT candidate : command.GetMake() ? std::vector<UINT8GIGEPORT>{link} : both) {
+        const Routing::PortsEnum link = ToPortsEnum(command.GetSource().GetLink());
+        const std::vector<Routing::PortsEnum> both{Routing::PRIMARY_PORT, Routing::SECONDARY_PORT};
+        for (const Routing::PortsEnum candidate : command.GetMake() ? std::vector<Routing::PortsEnum>{link} : both) {
             const DevicePorts ports = mDevices->GetDevicePorts(dest, candidate);
             AUDIT_STREAM(RouterAudioRoute, "ORB SRC DSPort " << ports << '\n');
             RemoteDestinationPatch(command, ports);
@@ -162,11 +162,11 @@ void PatchController::HandleRouterGeneratedPatch(const RouterPatchAudio& command
     }
 }
 
-void PatchController::HandleOrbGeneratedPatch(const RouterPatchAudio& command, UINT8GIGEPORT port)
+void PatchController::HandleOrbGeneratedPatch(const RouterPatchAudio& command, Routing::PortsEnum port)
 {
     const Hid source = NormaliseHid(command.GetSource().GetPort().GetHid());
     const Hid dest = NormaliseHid(command.GetDest().GetHid());
-    const UINT8GIGEPORT link = command.GetSource().GetLink();
+    const Routing::PortsEnum link = ToPortsEnum(command.GetSource().GetLink());
     AUDIT_STREAM(RouterAudioRoute,
                  "HandleOrbGeneratedPatch Link Port " << unsigned{port} << " Src Link " << unsigned{link} << '\n');
     if (port != Routing::ORB_PORT) {
@@ -176,7 +176,7 @@ void PatchController::HandleOrbGeneratedPatch(const RouterPatchAudio& command, U
     }
     // The first port that reaches the local box is the one on which it listens, unless the command names a link.
     bool bitmapDone = link != Routing::ORB_PORT;
-    for (const UINT8GIGEPORT candidate : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+    for (const Routing::PortsEnum candidate : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
         if (link != Routing::ORB_PORT && link != candidate) continue;
         const DevicePorts destPorts = mDevices->GetDevicePorts(dest, candidate);
         const DevicePorts sourcePorts = mDevices->GetDevicePorts(source, candidate);
@@ -206,8 +206,8 @@ void PatchController::HandleOrbGeneratedPatch(const RouterPatchAudio& command, U
 }
 
 /// @return whether a route was made or broken.
-bool PatchController::LocalDestinationPatch(const RouterPatchAudio& command, UINT8GIGEPORT sourcePort,
-                                            UINT8GIGEPORT destPort)
+bool PatchController::LocalDestinationPatch(const RouterPatchAudio& command, Routing::PortsEnum sourcePort,
+                                            Routing::PortsEnum destPort)
 {
     const IoPort& dest = command.GetDest();
     GigeAndSlots destLink{destPort, mDevices->GetOutputLinkSlot(dest.GetHid(), dest.GetIndex())};
@@ -260,7 +260,7 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
 
 /// Whether the source reaches this destination through the other link already. The swap target is what the Orb router
 /// was last told for this destination: unless these are the slots, it has to be told, whatever the other state says.
-bool PatchController::StandsByForOtherLink(const IoPort& dest, UINT8GIGEPORT port, const GigeAndSlots& slots) const
+bool PatchController::StandsByForOtherLink(const IoPort& dest, Routing::PortsEnum port, const GigeAndSlots& slots) const
 {
     const OrbPatchInfo* const patch = mPatchStore.Find(dest);
     return patch && patch->GetState(OtherLinkPort(port)) != Korvo::PatchNotSent && patch->GetSwapTarget() == slots;
@@ -289,7 +289,7 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
 
 /// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
 Allocation PatchController::AssignSlots(const RouterPatchAudio& command, const GigeAndSlots& sourceLink,
-                                        UINT8GIGEPORT port)
+                                        Routing::PortsEnum port)
 {
     const HidPort orig = ToHidPort(command.GetOrig());
     const HidPort dest = ToHidPort(command.GetDest());
@@ -302,14 +302,14 @@ Allocation PatchController::AssignSlots(const RouterPatchAudio& command, const G
 }
 
 /// The slots at which the source arrives on a link port: those of the local box, else those of the command.
-GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, UINT8GIGEPORT port)
+GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, Routing::PortsEnum port)
 {
     const IoPort& source = command.GetSource().GetPort();
     if (!mDevices->IsLocalIo(source.GetHid())) return {port, command.GetSource().GetSlots()};
     return {port, mDevices->GetInputLinkSlot(source.GetHid(), source.GetIndex())};
 }
 
-void PatchController::ReportPatchFailed(const RouterPatchAudio& command, UINT8GIGEPORT port)
+void PatchController::ReportPatchFailed(const RouterPatchAudio& command, Routing::PortsEnum port)
 {
     if (mPendingRetries.size() < MaxPendingRetries) {
         mPendingRetries.insert(RetryKey(command.GetDest().GetHid(), port));
@@ -319,7 +319,7 @@ void PatchController::ReportPatchFailed(const RouterPatchAudio& command, UINT8GI
     mComms->SendMaster(port, AudioPatchFailedCmd(command.GetSource().GetPort(), command.GetDest()));
 }
 
-void PatchController::ReportPatchSuccessful(const IoPort& dest, UINT8GIGEPORT port)
+void PatchController::ReportPatchSuccessful(const IoPort& dest, Routing::PortsEnum port)
 {
     mComms->SendMaster(port, PatchSucessfulCmd(dest));
 }
@@ -329,7 +329,7 @@ void PatchController::SendToOrb(const RouterPatchAudio& command)
     mComms->SendLocal(command, Routing::ORB_PORT);
 }
 
-void PatchController::SendToSourceNode(const RouterPatchAudio& command, Hid source, UINT8GIGEPORT port)
+void PatchController::SendToSourceNode(const RouterPatchAudio& command, Hid source, Routing::PortsEnum port)
 {
     mComms->SendSlave(command, mDevices->GetSlaveAddress(source, port));
 }
@@ -339,13 +339,14 @@ void PatchController::ReceivedPatchSucessfulCmd(const std::shared_ptr<const Patc
 {
     if (!command) return;
     AUDIT_STREAM(RouterAudioRoute, "ReceivedPatchSucessfulCmd " << PortText(port) << '\n');
-    mPatchStore.UpdatePatch(command->GetDest(), port, Korvo::PatchSuccess);
+    mPatchStore.UpdatePatch(command->GetDest(), ToPortsEnum(port), Korvo::PatchSuccess);
 }
 
 void PatchController::ReceivedAudioPatchRetryForHid(const std::shared_ptr<const AudioPatchRetryForHidCmd>& command,
-                                                    UINT8GIGEPORT port, StreamType)
+                                                    UINT8GIGEPORT number, StreamType)
 {
     if (!command) return;
+    const Routing::PortsEnum port = ToPortsEnum(number);
     AUDIT_STREAM(RouterAudioRoute, "ReceivedAudioPatchRetryForHid " << command->GetHid() << '\n');
     for (const OrbPatchInfo* const patch : mPatchStore.GetPatches(command->GetHid(), port, Korvo::PatchSent)) {
         SendToSourceNode(MakeAgain(*patch, UNKNOWN_GIGE_PORT), patch->GetSource().GetHid(), port);
@@ -374,8 +375,9 @@ void PatchController::SendPortBitmap(Hid hid, AudioPortNumber index, bool second
     mComms->SendLocal(MakeBitmapCommand(hid, index, secondary), ports.local);
 }
 
-void PatchController::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, StreamType)
+void PatchController::OnDeviceChange(Hid hid, UINT8GIGEPORT number, bool online, StreamType)
 {
+    const Routing::PortsEnum port = ToPortsEnum(number);
     AUDIT_STREAM(RouterAudioRoute, "PatchController::OnDeviceChange Hid " << hid << " Port " << PortText(port)
                                                                           << " Online " << FlagText(online) << '\n');
     if (!online) {
@@ -387,7 +389,7 @@ void PatchController::OnDeviceChange(Hid hid, UINT8GIGEPORT port, bool online, S
     }
 }
 
-void PatchController::DeviceLeft(Hid hid, UINT8GIGEPORT port)
+void PatchController::DeviceLeft(Hid hid, Routing::PortsEnum port)
 {
     mPendingRetries.erase(RetryKey(hid, port));
     const std::vector<LinkPatch> unpatches =
@@ -400,9 +402,9 @@ void PatchController::DeviceLeft(Hid hid, UINT8GIGEPORT port)
 }
 
 /// Puts the prepared routes of the other link in the place of those that have just gone.
-void PatchController::SwingOver(Hid hid, UINT8GIGEPORT port, const std::vector<LinkPatch>& unpatches)
+void PatchController::SwingOver(Hid hid, Routing::PortsEnum port, const std::vector<LinkPatch>& unpatches)
 {
-    const UINT8GIGEPORT other = OtherLinkPort(port);
+    const Routing::PortsEnum other = OtherLinkPort(port);
     const std::vector<OrbPatchInfo*> prepared = mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess);
     // Destinations of one source share its slots, whichever link feeds them. So a patch that is made on the other link
     // may have had its audio from the one that has gone.
@@ -421,7 +423,7 @@ void PatchController::SwingOver(Hid hid, UINT8GIGEPORT port, const std::vector<L
 }
 
 /// Feeds the slots that the destination has on the internal port from where the source arrives on this link port.
-bool PatchController::RouteToSwapTarget(const OrbPatchInfo& patch, UINT8GIGEPORT port)
+bool PatchController::RouteToSwapTarget(const OrbPatchInfo& patch, Routing::PortsEnum port)
 {
     const HidPort source = ToHidPort(patch.GetSource());
     GigeAndSlots sourceLink = patch.GetLink(port);
@@ -448,7 +450,7 @@ bool PatchController::IsHeldByAnother(const GigeAndSlots& link, HidPort source) 
 }
 
 /// Tells the destinations of this device's patches to listen on the port that is left.
-void PatchController::FlipPorts(Hid hid, UINT8GIGEPORT port)
+void PatchController::FlipPorts(Hid hid, Routing::PortsEnum port)
 {
     for (const auto& [dest, command] : mPatchStore.GetBitmapCommands(hid, port)) {
         AUDIT_STREAM(RouterAudioRoute, "Bitmap Flip Target " << dest << '\n');
@@ -456,7 +458,7 @@ void PatchController::FlipPorts(Hid hid, UINT8GIGEPORT port)
     }
 }
 
-void PatchController::RemakePatches(Hid hid, UINT8GIGEPORT port)
+void PatchController::RemakePatches(Hid hid, Routing::PortsEnum port)
 {
     for (const OrbPatchInfo* const patch : mPatchStore.GetPatches(hid, port, Korvo::PatchNotSent)) {
         AUDIT_STREAM(RouterAudioRoute, "RemakePatches Patch " << *patch << '\n');
@@ -464,7 +466,7 @@ void PatchController::RemakePatches(Hid hid, UINT8GIGEPORT port)
     }
 }
 
-void PatchController::RemakePatch(const OrbPatchInfo& patch, UINT8GIGEPORT port)
+void PatchController::RemakePatch(const OrbPatchInfo& patch, Routing::PortsEnum port)
 {
     const Hid source = patch.GetSource().GetHid();
     if (mDevices->IsLocalIo(source)) {

@@ -30,7 +30,7 @@ void PatchStore::RemovePatch(const IoPort& dest)
     Erase(entry);
 }
 
-std::vector<OrbPatchInfo*> PatchStore::GetPatches(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state)
+std::vector<OrbPatchInfo*> PatchStore::GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state)
 {
     std::vector<OrbPatchInfo*> patches;
     for (const auto& entry : PatchesOf(hid)) {
@@ -39,7 +39,7 @@ std::vector<OrbPatchInfo*> PatchStore::GetPatches(Hid hid, UINT8GIGEPORT port, K
     return patches;
 }
 
-void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state)
+void PatchStore::UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state)
 {
     OrbPatchInfo* const patch = FindForUpdate(dest);
     if (!patch) return;
@@ -48,13 +48,13 @@ void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::Patc
     mSlots += patch->CountSlots();
 }
 
-void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
+void PatchStore::UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state,
                              Routing::GigeAndSlots link)
 {
     if (OrbPatchInfo* const patch = FindForUpdate(dest)) SetLink(*patch, port, state, std::move(link));
 }
 
-void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::PatchState state,
+void PatchStore::UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state,
                              Routing::GigeAndSlots link, Routing::GigeAndSlots swapTarget)
 {
     AUDIT_STREAM(RouterAudioRoute, "UpdatePatch Swap Target " << swapTarget << '\n');
@@ -64,7 +64,7 @@ void PatchStore::UpdatePatch(const IoPort& dest, UINT8GIGEPORT port, Korvo::Patc
     SetSwapTarget(*patch, std::move(swapTarget));
 }
 
-void PatchStore::UpdatePatch(Hid hid, UINT8GIGEPORT port, Korvo::PatchState state)
+void PatchStore::UpdatePatch(Hid hid, Routing::PortsEnum port, Korvo::PatchState state)
 {
     AUDIT_STREAM(RouterAudioRoute, "PatchStore::UpdatePatch " << hid << " Port " << PortText(port) << state << '\n');
     for (const auto& entry : PatchesOf(hid)) {
@@ -81,21 +81,21 @@ const OrbPatchInfo* PatchStore::Find(const IoPort& dest) const
     return entry == mPatches.end() ? nullptr : &entry->second.info;
 }
 
-std::optional<Korvo::PatchState> PatchStore::GetPatchState(const IoPort& dest, UINT8GIGEPORT port) const
+std::optional<Korvo::PatchState> PatchStore::GetPatchState(const IoPort& dest, Routing::PortsEnum port) const
 {
     const OrbPatchInfo* const patch = Find(dest);
     if (!patch) return std::nullopt;
     return patch->GetState(port);
 }
 
-std::optional<Routing::GigeAndSlots> PatchStore::GetPatchLink(const IoPort& dest, UINT8GIGEPORT port) const
+std::optional<Routing::GigeAndSlots> PatchStore::GetPatchLink(const IoPort& dest, Routing::PortsEnum port) const
 {
     const OrbPatchInfo* const patch = Find(dest);
     if (!patch) return std::nullopt;
     return patch->GetLink(port);
 }
 
-PatchStore::BitmapCommands PatchStore::GetBitmapCommands(Hid hid, UINT8GIGEPORT port) const
+PatchStore::BitmapCommands PatchStore::GetBitmapCommands(Hid hid, Routing::PortsEnum port) const
 {
     BitmapCommands commands;
     for (const auto& entry : PatchesOf(hid)) {
@@ -137,7 +137,8 @@ const PatchStore::ByNumber& PatchStore::PatchesOf(Hid hid) const
 }
 
 /// Sets state and link of one port, and keeps the count of the slots held.
-void PatchStore::SetLink(OrbPatchInfo& patch, UINT8GIGEPORT port, Korvo::PatchState state, Routing::GigeAndSlots&& link)
+void PatchStore::SetLink(OrbPatchInfo& patch, Routing::PortsEnum port, Korvo::PatchState state,
+                         Routing::GigeAndSlots&& link)
 {
     mSlots -= patch.CountSlots();
     const std::size_t others = patch.CountSlots() - patch.GetLink(port).slots.size();

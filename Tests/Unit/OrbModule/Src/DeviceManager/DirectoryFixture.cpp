@@ -151,13 +151,13 @@ Lines DirectoryTest::TakeAfterTimers(std::size_t count)
 
 Lines DirectoryTest::LinkUp(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
 {
-    mDevices.OnDeviceChanged(ToLinkIndex(port), NearIp(port), 3, FarIp(port), hid, type);
+    mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), NearIp(port), 3, FarIp(port), hid, type);
     return Take();
 }
 
 Lines DirectoryTest::LinkDown(UINT8GIGEPORT port, Hid hid, K2Heartbeat::LinkType type)
 {
-    mDevices.OnDeviceChanged(ToLinkIndex(port), 0, 0xFF, 0, hid, type);
+    mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, 0xFF, 0, hid, type);
     return Take();
 }
 

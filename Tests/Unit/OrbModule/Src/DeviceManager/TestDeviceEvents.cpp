@@ -68,7 +68,7 @@ TEST(NeighbourRulesTest, ThePrimaryLinkDecidesAndTheSecondaryTakesWhatItLeaves)
         {Gone, {Neighbour::Next, Neighbour::Next}, {Neighbour::Next, Neighbour::Next}},
     };
     for (const Row& row : rows) {
-        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
             SCOPED_TRACE(&row - rows);
             EXPECT_EQ(NeighbourRules::OfLink(port, Link, row.local), row.link[port - 1]);
             EXPECT_EQ(NeighbourRules::OfStream(port, Link, row.local), row.stream[port - 1]);
@@ -112,7 +112,7 @@ TEST_F(LocalDeviceTest, ABoxOnTheSecondaryThatIsStillCheckedGivesWayToThePrimary
     EXPECT_EQ(StreamGone(2), Lines()) << "that stream was not used any more";
     EXPECT_EQ(StreamUp(1), (Lines{"update Check '1.63.5.0' 0.32.0.254 kind 1 method 0 enabled 1 side 2 id 00200001"}));
     EXPECT_EQ(All({StreamUp(2), Checked("0.32.0.254")}), (Lines{"P1 IO_INFO_REQ"}));
-    EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, 2)) << "that cable is not its own";
+    EXPECT_FALSE(mDevices.IsDeviceOnline(BoxHid, Routing::SECONDARY_PORT)) << "that cable is not its own";
 }
 
 TEST_F(LocalDeviceTest, TheCheckOfADeviceNamesItsKind)
@@ -156,7 +156,7 @@ TEST_F(LocalDeviceTest, BoxesOfTheOtherClassesAreAskedByTheExtendedRequest)
 
 TEST_F(LocalDeviceTest, OnlyALostLinkForgetsTheCheck)
 {
-    for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+    for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
         SCOPED_TRACE(int{port});
         const std::string number = std::to_string(port);
         PlugBox(port);
@@ -278,7 +278,7 @@ TEST_F(LocalDeviceTest, AStreamThatComesBackAloneIsUsedAsBefore)
     StreamGone(1);
     StreamUp(1);
     EXPECT_TRUE(Has(NameRouter(1, RemoteDeviceType::Router), "P1 Io 0 00120001 0.32.0.1 00128000 rate 44.1kHz"));
-    EXPECT_EQ(mDevices.GetDevicePorts(RouterHid, 1).remote, 3);
+    EXPECT_EQ(mDevices.GetDevicePorts(RouterHid, Routing::PRIMARY_PORT).remote, 3);
 }
 
 TEST_F(LocalDeviceTest, AStreamThatComesBeforeItsHeartbeatIsUsedWithIt)
@@ -306,7 +306,7 @@ TEST_F(LocalDeviceTest, ARepeatedEndOfAStreamChangesNothing)
     PlugBox(1);
     mComms.mExists = true;
     EXPECT_EQ(StreamGone(1), Lines());
-    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, 1));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(BoxHid, Routing::PRIMARY_PORT));
     mComms.mClosing = true;
     EXPECT_FALSE(StreamGone(1).empty()) << "the stream is being shut down";
 }
@@ -324,7 +324,7 @@ TEST_F(LocalDeviceTest, TheEndOfAHubTakesItsDevicesAndLeavesOurOwn)
                      "P0 Router 5 00408000 0.0.0.0 00000000", "P0 Router 5 00308000 0.0.0.0 00000000",
                      "P0 Cable 00308000 pri off", "P0 Cable 00308000 sec off", "changed 00300005 1 off",
                      "changed 00404000 1 off", "no network", "changed 00304000 1 off"}));
-    EXPECT_TRUE(mDevices.IsDeviceOnline(OrbIo, 1));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(OrbIo, Routing::PRIMARY_PORT));
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind), nullptr);
     EXPECT_EQ(mDevices.GetDeviceRecord(RouterHid), nullptr);
 }
@@ -337,7 +337,7 @@ TEST_F(LocalDeviceTest, ARouterOnItsOtherLinkKeepsItsDevices)
     Report(2, Behind, BehindIp);
     EXPECT_EQ(StreamGone(1), (Lines{"P0 Cable 00300005 pri off", "P0 Cable 00308000 pri off", "changed 00300005 1 off",
                                     "changed 00304000 1 off"}));
-    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 2));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, Routing::SECONDARY_PORT));
     EXPECT_EQ(LinkDown(1, RouterHid), (Lines{"disconnect 1"}));
 }
 

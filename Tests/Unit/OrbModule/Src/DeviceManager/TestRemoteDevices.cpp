@@ -25,10 +25,10 @@ TEST_F(RemoteDeviceTest, BehindAHubADeviceIsToldOnceItIsDescribed)
 {
     PlugRouter(2, K2_HUB_TYPE);
     EXPECT_EQ(Report(2, Behind, BehindIp), (Lines{Route2, "slave 0.48.6.0 IoInfoDevReq 00300005"}));
-    EXPECT_EQ(mDevices.GetDevicePorts(Behind, 2).local, 2);
-    EXPECT_EQ(mDevices.GetDevicePorts(Behind, 2).remote, 3);
-    EXPECT_FALSE(mDevices.GetDevicePorts(Behind, 1).IsValid());
-    EXPECT_EQ(mDevices.GetSlaveAddress(Behind, 1), 0x00300500u);
+    EXPECT_EQ(mDevices.GetDevicePorts(Behind, Routing::SECONDARY_PORT).local, 2);
+    EXPECT_EQ(mDevices.GetDevicePorts(Behind, Routing::SECONDARY_PORT).remote, 3);
+    EXPECT_FALSE(mDevices.GetDevicePorts(Behind, Routing::PRIMARY_PORT).IsValid());
+    EXPECT_EQ(mDevices.GetSlaveAddress(Behind, Routing::PRIMARY_PORT), 0x00300500u);
     mDevices.ProcessIOCmd(std::make_shared<IoInfo>(Behind, std::uint8_t{7}, IoInfo::SlotNames()), 2,
                           StreamType::SLAVE_LINK);
     EXPECT_EQ(Take(), (Lines{"P0 Io 1 00300005 10.20.30.40 00128000 rate 44.1kHz", "P0 Cable 00300005 sec on",
@@ -130,7 +130,7 @@ TEST_F(RemoteDeviceTest, ARemoteRouterIsToldOncePerLink)
                      "P0 Router 5 00408000 0.64.5.0 00308000", "P0 Cable 00408000 pri on", "changed 00404000 1 on"}));
     EXPECT_EQ(ReportRouter(1, 0x00408000, 0x00400500), Lines());
     EXPECT_EQ(ReportRouter(2, 0x00408000, 0x00400600).size(), 5u);
-    EXPECT_EQ(mDevices.GetDevicePorts(0x00408000, 1).remote, 3);
+    EXPECT_EQ(mDevices.GetDevicePorts(0x00408000, Routing::PRIMARY_PORT).remote, 3);
 }
 
 TEST_F(RemoteDeviceTest, ARemoteRouterTakesItsDevicesWithIt)
@@ -144,7 +144,7 @@ TEST_F(RemoteDeviceTest, ARemoteRouterTakesItsDevicesWithIt)
                      "P0 Cable 00408000 pri off", "P0 Cable 00408000 sec off",
                      "route del -net 0.64.0.0 netmask 255.255.0.0 2>/tmp/delroute.err",
                      "P0 Router 5 00408000 0.0.0.0 00308000", "changed 00400001 1 off", "changed 00404000 1 off"}));
-    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, 1));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind, Routing::PRIMARY_PORT));
     EXPECT_EQ(mDevices.GetDeviceRecord(0x00408000), nullptr);
 }
 
@@ -164,10 +164,10 @@ TEST_F(RemoteDeviceTest, DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive)
                    Report(0, 0x00990001, 0x013F0100, Self)}),
               Lines());
     EXPECT_EQ(mDevices.GetDeviceRecord(Behind + 6), nullptr);
-    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 5, 1));
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 5, Routing::PRIMARY_PORT));
     Report(1, Behind, 0);
     Report(1, Behind + 19, BehindIp);
-    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 19, 1)) << "there is room again";
+    EXPECT_TRUE(mDevices.IsDeviceOnline(Behind + 19, Routing::PRIMARY_PORT)) << "there is room again";
 }
 
 TEST_F(RemoteDeviceTest, RatesWithoutEndAreCut)

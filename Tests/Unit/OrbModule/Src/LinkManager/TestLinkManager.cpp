@@ -28,7 +28,7 @@ protected:
     /// Plugs a cable in; from here on the module's heartbeats come.
     void Plug(UINT8GIGEPORT port)
     {
-        mManager.CreateConnection(port, {Loopback, 0}, 7, mNeighbours[port].GetEndpoint(), 0x204);
+        mManager.CreateConnection(LinkIndex{port}, {Loopback, 0}, 7, mNeighbours[port].GetEndpoint(), 0x204);
         ASSERT_EQ(mNeighbours[port].Receive().size(), 12u);
     }
     void SetRack(std::uint32_t rack = Rack) { mManager.OnLocalHidChanged((rack << 16) | 0x8000); }
@@ -76,7 +76,7 @@ TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange
     ASSERT_TRUE(mEvents.RunUntil([&] { return mEvents.Heartbeats() == 3; }));
     EXPECT_THAT(mEvents.Take(), ElementsAre("device H1 127.0.0.1 H7 127.0.0.1 1.2:1 Modular ", "internals 1.2:1 11",
                                             "internals 1.2:1 12"));
-    mManager.DestroyConnection(1);
+    mManager.DestroyConnection(LinkIndex{1});
     EXPECT_THAT(mEvents.Take(), ElementsAre("device H1 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
     EXPECT_TRUE(mLog.Has("Scan: Connection lost on H1  Was Router ? 0\n"));
 }
@@ -87,7 +87,7 @@ TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
     Plug(0);
     mNeighbours[0].Send(Box);
     ASSERT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1020001 Port H0 \r\n"));
-    mManager.DestroyConnection(0);
+    mManager.DestroyConnection(LinkIndex{0});
     mService.poll();
     EXPECT_THAT(mEvents.Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
 }
@@ -129,8 +129,8 @@ TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
     EXPECT_TRUE(mNeighbours[1].WaitForVariant({0x03, 0x00, 0x02, 0x01}));
     EXPECT_TRUE(mLog.Has("** [0] 0102\n"));
 
-    mManager.SetUdpTimeout(0, std::chrono::milliseconds(100));
-    mManager.SetUdpTimeout(1, std::chrono::milliseconds(100));
+    mManager.SetUdpTimeout(LinkIndex{0}, std::chrono::milliseconds(100));
+    mManager.SetUdpTimeout(LinkIndex{1}, std::chrono::milliseconds(100));
     EXPECT_TRUE(mEvents.RunUntilLine("master INVALID_HID ")) << "when both stay silent";
 }
 
@@ -145,7 +145,7 @@ TEST_F(LinkManagerTest, AfterAStallANeighbourWhoseStreamIsStillThereIsLostAndThe
     mEvents.Take();
     std::ostringstream received;
     received << "Received HB on H0  from " << mNeighbours[0].GetEndpoint() << "\n";
-    mManager.SetUdpTimeout(0, std::chrono::milliseconds(500));
+    mManager.SetUdpTimeout(LinkIndex{0}, std::chrono::milliseconds(500));
     mLog.Hold(received.str());
     mNeighbours[0].Send(Box);
     ASSERT_TRUE(mLog.WaitFor(received.str(), 2));
@@ -203,7 +203,7 @@ TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
 {
     SetRack();
     Plug(0);
-    mManager.SetUdpTimeout(0, std::chrono::milliseconds(200));
+    mManager.SetUdpTimeout(LinkIndex{0}, std::chrono::milliseconds(200));
     mNeighbours[0].Send(std::vector<std::uint8_t>(13, 1));
     ASSERT_TRUE(mLog.WaitFor("Received malformed HB on H0  (received 13 bytes instead of 12)\n"));
     mNeighbours[0].Send(Box);
@@ -239,14 +239,14 @@ TEST_F(LinkManagerTest, ALinkCanBeDestroyedWhileItsThreadAsksForARestart)
     Plug(0);
     mNeighbours[0].Send(Router44);
     ASSERT_EQ(asking.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    mManager.DestroyConnection(0);
+    mManager.DestroyConnection(LinkIndex{0});
     EXPECT_EQ(mComms.Sent().size(), 3u);
 }
 
 TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
 {
     SetRack();
-    mManager.SetUdpTimeout(2, std::chrono::seconds(1));
+    mManager.SetUdpTimeout(LinkIndex{2}, std::chrono::seconds(1));
     mManager.HandleHeartbeatTimeout(2, {});
     EXPECT_EQ(mManager.GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
     const auto lines = mLog.Lines();

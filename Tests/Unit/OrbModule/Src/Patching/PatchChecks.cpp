@@ -85,7 +85,7 @@ bool PatchWorld::IsOfThisStep(const HidPort& source) const
 bool PatchWorld::HasEnd(const HidPort& port, UINT8GIGEPORT link)
 {
     if (link == Routing::ORB_PORT) return GetRackId(port.hid) == GetRackId(Own);
-    return mDevices->IsDeviceOnline(port.hid, link);
+    return mDevices->IsDeviceOnline(port.hid, ToPortsEnum(link));
 }
 
 /// A slot in use has a source and destinations that are there, and carries for each what the store and the surroundings
@@ -166,7 +166,7 @@ std::string PatchWorld::CheckStates()
     for (const Wish& wish : mWishes) {
         const OrbPatchInfo* const patch = mController->GetPatchStore().Find(wish.dest);
         if (!patch) continue;
-        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
             const std::string name = Text(wish.dest) + " on " + PortText(port);
             const Korvo::PatchState state = patch->GetState(port);
             if (state == Korvo::PatchAwaitingReply || state == Korvo::PatchRetrySent) return name + " awaits a reply";

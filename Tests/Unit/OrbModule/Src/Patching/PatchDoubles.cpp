@@ -91,13 +91,13 @@ std::string TextOf(const Routing::GigeAndSlots& link)
     return text + ']';
 }
 
-DevicePorts FakeDevices::GetDevicePorts(Hid hid, UINT8GIGEPORT port) const
+DevicePorts FakeDevices::GetDevicePorts(Hid hid, Routing::PortsEnum port) const
 {
     const auto device = devices.find(hid);
     if (device == devices.end()) return {};
     if (IsOwnDevice(hid)) return {Routing::ORB_PORT, 0};
     // The real directory knows but two links.
-    const UINT8GIGEPORT link = IsPrimaryPort(port) ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT;
+    const Routing::PortsEnum link = IsPrimaryPort(port) ? Routing::PRIMARY_PORT : Routing::SECONDARY_PORT;
     if (device->second.remote[link] == UNKNOWN_GIGE_PORT) return {};
     return {link, device->second.remote[link]};
 }

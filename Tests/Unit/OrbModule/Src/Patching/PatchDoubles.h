@@ -45,7 +45,7 @@ public:
     /// By the HID under which the directory keeps them: nodes by their link form.
     std::map<Hid, Device> devices;
 
-    bool IsDeviceOnline(Hid hid, UINT8GIGEPORT port) const override { return GetDevicePorts(hid, port).IsValid(); }
+    bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const override { return GetDevicePorts(hid, port).IsValid(); }
     bool IsLocalIo(Hid hid) const override { return hid == Box; }
     bool IsOwnDevice(Hid hid) const override { return GetRackId(hid) == GetRackId(Unit); }
     std::vector<std::uint32_t> GetInputLinkSlot(Hid, AudioPortNumber port) const override
@@ -58,9 +58,9 @@ public:
         auto known = devices;
         return known[Box].outputs[port];
     }
-    DevicePorts GetDevicePorts(Hid hid, UINT8GIGEPORT port) const override;
+    DevicePorts GetDevicePorts(Hid hid, Routing::PortsEnum port) const override;
     /// As if every remote device were its own router; nobody has reported the local box.
-    std::uint32_t GetSlaveAddress(Hid hid, UINT8GIGEPORT port) const override
+    std::uint32_t GetSlaveAddress(Hid hid, Routing::PortsEnum port) const override
     {
         return hid != Box && devices.count(hid) ? ::GetPortAddress(hid, port) : 0;
     }

@@ -205,7 +205,7 @@ void PatchWorld::PlugCable(UINT8GIGEPORT port)
                                        : mNeighbour == Neighbour::Hub ? K2Heartbeat::K2_HUB_TYPE
                                                                       : K2Heartbeat::K2_ROUTER_TYPE;
     mCables[port] = true;
-    mDevices->OnDeviceChanged(ToLinkIndex(port), 0x0A000001u + port, static_cast<UINT8GIGEPORT>(port + 4),
+    mDevices->OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0x0A000001u + port, static_cast<UINT8GIGEPORT>(port + 4),
                               0x0A0000F0u + port, hid, type);
     if (mNeighbour == Neighbour::Hub) {
         Settle();
@@ -230,7 +230,8 @@ void PatchWorld::PullCable(UINT8GIGEPORT port)
     mWithheld.erase(std::remove_if(mWithheld.begin(), mWithheld.end(),
                                    [port](const Withheld& entry) { return entry.port == port; }),
                     mWithheld.end());
-    mDevices->OnDeviceChanged(ToLinkIndex(port), 0, UNKNOWN_GIGE_PORT, 0, INVALID_HID, K2Heartbeat::K2_NO_TYPE);
+    mDevices->OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, UNKNOWN_GIGE_PORT, 0, INVALID_HID,
+                              K2Heartbeat::K2_NO_TYPE);
 }
 
 void PatchWorld::ChangeNeighbour()

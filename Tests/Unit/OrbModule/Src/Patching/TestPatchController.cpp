@@ -148,7 +148,7 @@ private:
         const OrbPatchInfo* const patch = mController.GetPatchStore().Find(dest);
         if (!patch) return mDeeds.push_back("unknown");
         std::string text;
-        for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
+        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT})
             text += states.at(patch->GetState(port)) + TextOf(patch->GetLink(port)) + " | ";
         mDeeds.push_back(text + TextOf(patch->GetSwapTarget()));
     }

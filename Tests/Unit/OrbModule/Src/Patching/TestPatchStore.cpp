@@ -12,6 +12,7 @@ namespace {
 
 constexpr Hid BoxA = 0xC0010001;
 constexpr Hid BoxB = 0xC0020001;
+constexpr Routing::PortsEnum Pri = Routing::PRIMARY_PORT;
 
 IoPort In(Hid hid, std::uint32_t index)
 {
@@ -34,11 +35,15 @@ TEST_F(PatchStoreTest, OnlyWhatStandsOnALinkSurvivesRemoveUnsent)
 {
     const struct
     {
-        UINT8GIGEPORT port;
+        Routing::PortsEnum port;
         Korvo::PatchState state;
         bool stays;
-    } cases[] = {{1, Korvo::PatchSuccess, true},  {2, Korvo::PatchReserved, true}, {1, Korvo::PatchSent, true},
-                 {0, Korvo::PatchSuccess, false}, {3, Korvo::PatchSuccess, false}, {1, Korvo::PatchNotSent, false}};
+    } cases[] = {{Pri, Korvo::PatchSuccess, true},
+                 {Routing::SECONDARY_PORT, Korvo::PatchReserved, true},
+                 {Pri, Korvo::PatchSent, true},
+                 {Routing::ORB_PORT, Korvo::PatchSuccess, false},
+                 {ToPortsEnum(3), Korvo::PatchSuccess, false},
+                 {Pri, Korvo::PatchNotSent, false}};
     std::uint32_t index = 0;
     for (const auto& c : cases) {
         mStore.StorePatch(In(BoxA, index), Out(BoxB, index));
@@ -47,7 +52,7 @@ TEST_F(PatchStoreTest, OnlyWhatStandsOnALinkSurvivesRemoveUnsent)
     mStore.RemoveUnsent();
     index = 0;
     for (const auto& c : cases) {
-        EXPECT_EQ(mStore.GetPatchState(Out(BoxB, index), 1).has_value(), c.stays) << index;
+        EXPECT_EQ(mStore.GetPatchState(Out(BoxB, index), Pri).has_value(), c.stays) << index;
         ++index;
     }
 }
@@ -55,7 +60,7 @@ TEST_F(PatchStoreTest, OnlyWhatStandsOnALinkSurvivesRemoveUnsent)
 TEST_F(PatchStoreTest, PrintsAPatchAsTheShellShowsIt)
 {
     OrbPatchInfo patch(In(BoxA, 1), Out(BoxB, 2));
-    patch.UpdatePatch(1, Korvo::PatchSuccess, {1, {3}});
+    patch.UpdatePatch(Pri, Korvo::PatchSuccess, {1, {3}});
     patch.SetSwapTarget({0, {9, 10}});
     std::ostringstream out;
     out << patch;
@@ -82,15 +87,15 @@ TEST_F(PatchStoreTest, WhatPeersCanMakeItHoldHasALimit)
 
     const GigeAndSlots link{1, std::vector<std::uint32_t>(512, 7)};
     for (std::size_t i = 10; i < 10 + PatchStore::MaxSlots / 512; ++i) {
-        mStore.UpdatePatch(dest(i), 1, Korvo::PatchSuccess, link);
+        mStore.UpdatePatch(dest(i), Pri, Korvo::PatchSuccess, link);
     }
-    mStore.UpdatePatch(Out(BoxB, 1), 1, Korvo::PatchSuccess, link);
-    EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), 1), GigeAndSlots{});
-    EXPECT_EQ(mStore.GetPatchState(Out(BoxB, 1), 1), Korvo::PatchSuccess);
+    mStore.UpdatePatch(Out(BoxB, 1), Pri, Korvo::PatchSuccess, link);
+    EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), Pri), GigeAndSlots{});
+    EXPECT_EQ(mStore.GetPatchState(Out(BoxB, 1), Pri), Korvo::PatchSuccess);
     mStore.RemovePatch(dest(10));
-    mStore.UpdatePatch(Out(BoxB, 1), 1, Korvo::PatchSuccess, link);
-    EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), 1), link);
-    mStore.UpdatePatch(BoxA, 1, Korvo::PatchNotSent);
+    mStore.UpdatePatch(Out(BoxB, 1), Pri, Korvo::PatchSuccess, link);
+    EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), Pri), link);
+    mStore.UpdatePatch(BoxA, Pri, Korvo::PatchNotSent);
     mStore.RemoveUnsent();
     EXPECT_EQ(mStore.Find(dest(11)), nullptr);
     EXPECT_EQ(mStore.Find(Out(BoxB, 1)), nullptr);
