@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds LookAgain{10};
 
 /// What could not be killed in time and has not been reaped yet.
-class LeftBehind
+class Unreaped
 {
 public:
     void Add(pid_t child)
@@ -40,7 +40,7 @@ public:
 private:
     std::mutex mMutex;
     std::vector<pid_t> mChildren;
-} sLeftBehind;
+} sUnreaped;
 
 /// In a process group of its own, so that what the shell has started can be ended with it, and with no descriptor but
 /// the standard ones: a tool that is left behind must not hold a socket, the log or the FPGA. -1 if it does not start.
@@ -101,7 +101,7 @@ private:
 
 int RunShell(const std::string& line, const std::function<void()>& tell, const ShellPatience& patience)
 {
-    sLeftBehind.Reap();
+    sUnreaped.Reap();
     const pid_t id = Start(line);
     if (id == -1) return -1;
     const auto start = Clock::now();
@@ -118,6 +118,6 @@ int RunShell(const std::string& line, const std::function<void()>& tell, const S
         if (const auto status = child.WaitUntil(start + std::min(step.after, patience.leave))) return *status;
         if (step.after < patience.leave) step.act();
     }
-    sLeftBehind.Add(id);
+    sUnreaped.Add(id);
     return SIGKILL;
 }

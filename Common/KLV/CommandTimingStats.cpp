@@ -14,7 +14,7 @@ constexpr std::uint32_t ReportMs = 900000;
 constexpr unsigned LogStallMs = 100;
 constexpr auto Feature = static_cast<std::uint32_t>(DebugFeature::TimingStatsDebug);
 
-unsigned long Printed(std::uint32_t value)
+unsigned long ForPrintf(std::uint32_t value)
 {
     return value;
 }
@@ -80,22 +80,22 @@ void CommandTimingStats::Report(bool force)
     if (force) audit->SetEnabled(Feature, 1);
     if (audit->IsEnabled(Feature)) {
         for (const auto& [key, time] : mCommandTimes) {
-            AUDIT_LOG(TimingStatsDebug, "%s, max time %lu mS\n", SubjectText(key).c_str(), Printed(time));
+            AUDIT_LOG(TimingStatsDebug, "%s, max time %lu mS\n", SubjectText(key).c_str(), ForPrintf(time));
         }
         AUDIT_LOG(TimingStatsDebug,
                   "MaxCommandTime %4lu mS  [ Executing M received commands on a KLV Stream - CommsMgr.DoSelect() ]\n",
-                  Printed(mMaxCommandTime));
+                  ForPrintf(mMaxCommandTime));
         AUDIT_LOG(TimingStatsDebug,
                   "MaxEventTime   %4lu mS  [ Processing N elapsed timers - EventTimerMgr.Service() ]\n",
-                  Printed(mMaxEventTime));
+                  ForPrintf(mMaxEventTime));
         AUDIT_LOG(TimingStatsDebug, "MaxLogTime     %4lu mS  [ Writing to log - RemoteCapableAudit::Output() ]\n",
-                  Printed(mMaxLogTime));
+                  ForPrintf(mMaxLogTime));
         AUDIT_LOG(TimingStatsDebug, "MaxActioned    %4lu     [ Max value for M commands in one pass ]\n",
-                  Printed(mMaxActioned));
+                  ForPrintf(mMaxActioned));
         AUDIT_LOG(TimingStatsDebug, "MaxEvents      %4lu     [ Max value for N events in one pass ]\n",
-                  Printed(mMaxEvents));
+                  ForPrintf(mMaxEvents));
         AUDIT_LOG(TimingStatsDebug, "Log Stalls     %4lu     [ Number of times writing to log has exceeded %umS ]\n",
-                  Printed(mLogStalls), LogStallMs);
+                  ForPrintf(mLogStalls), LogStallMs);
     }
     if (force) audit->SetEnabled(Feature, wasOn ? 1 : 0);
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-unsigned long Printed(const void* address)
+unsigned long ForPrintf(const void* address)
 {
     return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(address));
 }
@@ -79,14 +79,14 @@ std::uint32_t ItemFramer::TakeOfHeader(std::uint32_t size)
 
 bool ItemFramer::Read(void* dest, std::uint32_t size)
 {
-    AUDIT_LOG(CommsVerboseDebug, "ReadData( 0x%-8.8lx, %zu )\n", Printed(dest), static_cast<std::size_t>(size));
+    AUDIT_LOG(CommsVerboseDebug, "ReadData( 0x%-8.8lx, %zu )\n", ForPrintf(dest), static_cast<std::size_t>(size));
     auto* out = static_cast<std::uint8_t*>(dest);
     if (mReadPhase == ReadPhase::Header) {
         const std::uint8_t* const header = mKeyLenPtr;
         const std::uint32_t piece = TakeOfHeader(size);
         std::memcpy(out, header, piece);
         AUDIT_LOG(CommsVerboseDebug, " copy %zu from KeyLenPtr into 0x%-8.8lx\n", static_cast<std::size_t>(piece),
-                  Printed(out));
+                  ForPrintf(out));
         out += piece;
         size -= piece;
         if (size == 0) return true;
@@ -97,7 +97,7 @@ bool ItemFramer::Read(void* dest, std::uint32_t size)
     }
     const bool success = mOverflowActive ? mOverflow.ReadData(out, size) : mRing.Read(out, size);
     AUDIT_LOG(CommsVerboseDebug, " read %d from %s into 0x%-8.8lx. Success=%d\n", static_cast<int>(size),
-              mOverflowActive ? "overflow stream" : "ibuf", Printed(out), success ? 1 : 0);
+              mOverflowActive ? "overflow stream" : "ibuf", ForPrintf(out), success ? 1 : 0);
     return success || mOverflowActive;
 }
 

@@ -68,7 +68,7 @@ const std::string& Line::Word(std::size_t index) const
     return mWords[index];
 }
 
-Line Line::Behind(std::size_t index) const
+Line Line::After(std::size_t index) const
 {
     Line rest = *this;
     rest.mVerb = Word(index);

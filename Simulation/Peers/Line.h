@@ -40,7 +40,7 @@ public:
     }
     bool Flag(std::size_t index) const;
     /// The line that begins at a word: its verb is that word, and the named words stay.
-    Line Behind(std::size_t index) const;
+    Line After(std::size_t index) const;
     bool Has(const std::string& key) const { return mNamed.count(key) != 0; }
     std::string Named(const std::string& key, const std::string& otherwise) const;
     std::uint32_t Named(const std::string& key, std::uint32_t otherwise) const;

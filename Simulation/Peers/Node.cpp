@@ -182,11 +182,11 @@ Stream& Node::Need(const std::string& name)
     return *stream;
 }
 
-Command Node::Spoil(Command command, Manner manner)
+Command Node::Alter(Command command, AnswerMode mode)
 {
-    if (manner == Manner::Short) command.value.resize(command.value.size() / 2);
+    if (mode == AnswerMode::Short) command.value.resize(command.value.size() / 2);
     // Every answer but the one of the update service begins with an identity, and that one with an address.
-    if (manner == Manner::Wrong) {
+    if (mode == AnswerMode::Wrong) {
         const std::size_t place = command.id == DEVICE_CHECK_RESULTS ? 4 : 3;
         if (place < command.value.size()) command.value[place] ^= 1;
     }
@@ -196,14 +196,14 @@ Command Node::Spoil(Command command, Manner manner)
 void Node::Answer(Stream& stream, std::uint32_t requestId, const std::vector<Command>& commands)
 {
     const Order order = mOrders.count(requestId) != 0 ? mOrders[requestId] : Order();
-    if (order.manner == Manner::Never) return;
+    if (order.mode == AnswerMode::Never) return;
     Bytes bytes;
     for (const Command& command : commands) {
-        const Bytes item = ToItem(Spoil(command, order.manner));
+        const Bytes item = ToItem(Alter(command, order.mode));
         bytes.insert(bytes.end(), item.begin(), item.end());
     }
-    if (order.manner == Manner::Garbage) bytes.assign(64, 0xFF);
-    if (order.manner != Manner::Late) return stream.SendBytes(std::move(bytes));
+    if (order.mode == AnswerMode::Garbage) bytes.assign(64, 0xFF);
+    if (order.mode != AnswerMode::Late) return stream.SendBytes(std::move(bytes));
     const auto timer = std::make_shared<boost::asio::steady_timer>(mService, order.delay);
     timer->async_wait([timer, bytes, weak = stream.weak_from_this()](const error_code&) {
         if (const auto alive = weak.lock()) alive->SendBytes(bytes);

@@ -82,10 +82,10 @@ protected:
     Place mPlace;
 
 private:
-    enum class Manner { Normal, Late, Never, Wrong, Short, Garbage };
+    enum class AnswerMode { Normal, Late, Never, Wrong, Short, Garbage };
     struct Order
     {
-        Manner manner = Manner::Normal;
+        AnswerMode mode = AnswerMode::Normal;
         std::chrono::milliseconds delay{0};
     };
     struct Entry
@@ -114,7 +114,7 @@ private:
     void Open(Kept& kept);
     std::string NameOf(std::uint16_t port) const;
     void Received(Stream& stream, const Command& command);
-    static Command Spoil(Command command, Manner manner);
+    static Command Alter(Command command, AnswerMode mode);
 
     bool HandleCommon(const Line& line, std::string& answer);
     void HandleWait(const Line& line, const Reply& reply);

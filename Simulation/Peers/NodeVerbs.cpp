@@ -169,14 +169,14 @@ void Node::HandleWait(const Line& line, const Reply& reply)
 
 void Node::HandleAnswer(const Line& line)
 {
-    static const std::map<std::string, Manner> Manners{{"normal", Manner::Normal}, {"late", Manner::Late},
-                                                       {"never", Manner::Never},   {"wrong", Manner::Wrong},
-                                                       {"short", Manner::Short},   {"garbage", Manner::Garbage}};
-    const auto manner = Manners.find(line.Word(1));
-    if (manner == Manners.end()) throw LineError("'" + line.Word(1) + "' is no way to answer");
+    static const std::map<std::string, AnswerMode> Modes{
+        {"normal", AnswerMode::Normal}, {"late", AnswerMode::Late},   {"never", AnswerMode::Never},
+        {"wrong", AnswerMode::Wrong},   {"short", AnswerMode::Short}, {"garbage", AnswerMode::Garbage}};
+    const auto mode = Modes.find(line.Word(1));
+    if (mode == Modes.end()) throw LineError("'" + line.Word(1) + "' is no way to answer");
     Order order;
-    order.manner = manner->second;
-    if (order.manner == Manner::Late) order.delay = std::chrono::milliseconds(line.Number(2));
+    order.mode = mode->second;
+    if (order.mode == AnswerMode::Late) order.delay = std::chrono::milliseconds(line.Number(2));
     mOrders[line.Number(0)] = order;
 }
 

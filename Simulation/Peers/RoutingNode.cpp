@@ -108,7 +108,7 @@ bool RoutingNode::OnVerb(const Line& line, std::string& answer)
         // "of HID card 0 QV1410": the rest of the line is about that device.
         const auto device = mDevices.find(line.Number(0));
         if (device == mDevices.end()) throw LineError("there is no device " + line.Word(0));
-        if (!device->second.description.Set(line.Behind(1))) throw LineError("'" + line.Word(1) + "' is unknown");
+        if (!device->second.description.Set(line.After(1))) throw LineError("'" + line.Word(1) + "' is unknown");
     } else if (verb == "own-io") {
         mOwnIo = line.Number(0);
     } else if (verb == "router") {

@@ -257,11 +257,11 @@ void Mischief::AddPeers()
 void Mischief::AddLies()
 {
     Add("a neighbour answers wrongly", 6000, [this] {
-        static constexpr const char* Manners[] = {"never", "wrong", "short", "garbage", "late 800"};
+        static constexpr const char* Modes[] = {"never", "wrong", "short", "garbage", "late 800"};
         static constexpr const char* Requests[] = {"800", "814", "829"};
         const unsigned int link = RandomLink();
         const std::string request = Requests[Random(0, 2)];
-        TellPeer(link, "answer " + request + " " + Manners[Random(0, 4)]);
+        TellPeer(link, "answer " + request + " " + Modes[Random(0, 4)]);
         TellPeer(link, "reboot 100");
         return [this, link, request] { TellPeer(link, "answer " + request + " normal"); };
     });
@@ -349,15 +349,15 @@ void Mischief::AddSurroundings()
             : tool[0] == 'r' ? "route fails"
                              : "gzip fails",
             4000, [this, tool] {
-                SpoilTool(tool, "fail");
-                return [this, tool] { SpoilTool(tool, {}); };
+                BreakTool(tool, "fail");
+                return [this, tool] { BreakTool(tool, {}); };
             });
         Add(tool[0] == 'i'   ? "ifconfig hangs"
             : tool[0] == 'r' ? "route hangs"
                              : "gzip hangs",
             11000, [this, tool] {
-                SpoilTool(tool, "hang");
-                return [this, tool] { SpoilTool(tool, {}); };
+                BreakTool(tool, "hang");
+                return [this, tool] { BreakTool(tool, {}); };
             });
     }
     Add("the disk of the log is full", 5000, [this] {
@@ -373,7 +373,7 @@ void Mischief::AddSurroundings()
     for (int i = 0; i < 3; ++i) {
         Add(Names[i], 6000, [this, i] {
             mWatch.Disturb(Wires[i]);
-            mSurroundings.SpoilWire(Interfaces[i]);
+            mSurroundings.DisturbWire(Interfaces[i]);
             return [this, i] {
                 mSurroundings.MendWire(Interfaces[i]);
                 // What was delayed has arrived by then.
@@ -384,12 +384,12 @@ void Mischief::AddSurroundings()
     }
 }
 
-void Mischief::SpoilTool(const std::string& tool, const std::string& manner)
+void Mischief::BreakTool(const std::string& tool, const std::string& fault)
 {
-    mSurroundings.SpoilTool(tool, manner);
-    mSpoiledTools.erase(tool);
-    if (!manner.empty()) mSpoiledTools.insert(tool);
-    mUnit.SetToolsSpoiled(mSpoiledTools.count("ifconfig") + mSpoiledTools.count("route") != 0);
+    mSurroundings.BreakTool(tool, fault);
+    mBrokenTools.erase(tool);
+    if (!fault.empty()) mBrokenTools.insert(tool);
+    mUnit.SetToolsBroken(mBrokenTools.count("ifconfig") + mBrokenTools.count("route") != 0);
 }
 
 void Mischief::AddLoad()

@@ -54,7 +54,7 @@ private:
     void AddSurroundings();
     void AddLoad();
     void Add(const char* name, int longest, std::function<End()> begin);
-    void SpoilTool(const std::string& tool, const std::string& manner);
+    void BreakTool(const std::string& tool, const std::string& fault);
     /// Tells a neighbour, if there is one.
     bool TellPeer(unsigned int link, const std::string& line);
     std::string RandomPatch();
@@ -68,7 +68,7 @@ private:
     std::mt19937 mRandom;
     std::vector<Trouble> mTroubles;
     std::list<Running> mRunning;
-    std::set<std::string> mSpoiledTools;
+    std::set<std::string> mBrokenTools;
 };
 
 } // namespace soak

@@ -74,10 +74,10 @@ std::map<std::string, std::string> Surroundings::GetEnvironment() const
             {"PATH", std::string(Tools) + ":" + (path ? path : "/usr/sbin:/usr/bin:/sbin:/bin")}};
 }
 
-void Surroundings::SpoilTool(const std::string& tool, const std::string& manner)
+void Surroundings::BreakTool(const std::string& tool, const std::string& fault)
 {
     const std::string path = std::string(Tools) + "/" + tool + ".manner";
-    std::ofstream(path) << manner << std::flush;
+    std::ofstream(path) << fault << std::flush;
 }
 
 void Surroundings::FillDisk()
@@ -94,7 +94,7 @@ void Surroundings::FreeDisk()
     ::unlink(Filling);
 }
 
-void Surroundings::SpoilWire(const std::string& interface)
+void Surroundings::DisturbWire(const std::string& interface)
 {
     const std::string dev = " dev " + interface + " ";
     if (mHasNetem) {

@@ -7,7 +7,7 @@
 
 namespace soak {
 
-/// What a unit stands on: tools, the disk of the log, the wires. Each can be spoiled and mended.
+/// What a unit stands on: tools, the disk of the log, the wires. Each can be disturbed and repaired.
 class Surroundings
 {
 public:
@@ -17,14 +17,14 @@ public:
 
     std::map<std::string, std::string> GetEnvironment() const;
 
-    /// @param tool ifconfig, route or gzip; @param manner "fail", "hang" (up to 10 s, less if it is mended before), or
+    /// @param tool ifconfig, route or gzip; @param fault "fail", "hang" (up to 10 s, less if it is mended before), or
     /// empty.
-    void SpoilTool(const std::string& tool, const std::string& manner);
+    void BreakTool(const std::string& tool, const std::string& fault);
     /// Until nothing more can be written.
     void FillDisk();
     void FreeDisk();
     /// Loses, delays and reorders what the module sends and receives on that interface.
-    void SpoilWire(const std::string& interface);
+    void DisturbWire(const std::string& interface);
     void MendWire(const std::string& interface);
 
 private:

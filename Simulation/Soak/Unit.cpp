@@ -124,9 +124,9 @@ void Unit::Upset(unsigned int link)
     mWatch.Disturb(static_cast<HeartbeatWatch::Wire>(link));
 }
 
-void Unit::SetToolsSpoiled(bool spoiled)
+void Unit::SetToolsBroken(bool broken)
 {
-    mToolsSpoiled = spoiled;
+    mToolsBroken = broken;
     mLastUpset = std::chrono::steady_clock::now();
     mIsProbing = false;
 }
@@ -134,7 +134,7 @@ void Unit::SetToolsSpoiled(bool spoiled)
 void Unit::CalmLinks()
 {
     constexpr std::chrono::milliseconds Moment(1000);
-    if (mToolsSpoiled || std::none_of(mUpset.begin(), mUpset.end(), [](bool upset) { return upset; })) return;
+    if (mToolsBroken || std::none_of(mUpset.begin(), mUpset.end(), [](bool upset) { return upset; })) return;
     if (std::chrono::steady_clock::now() - mLastUpset < Moment) return;
     char answer[4096];
     const ssize_t size = ::recv(mProbe.Stream().Descriptor(), answer, sizeof answer, MSG_DONTWAIT);

@@ -55,7 +55,7 @@ public:
     /// The module sets its links up anew, or may do so: nothing is due on them until it has surely done with that.
     void UpsetLinks();
     /// While tools fail or hang a link that is set up may take any time.
-    void SetToolsSpoiled(bool spoiled);
+    void SetToolsBroken(bool broken);
     /// Whoever was there at the start is there again, all patches are broken and a few are made; each thing that then
     /// is not as it must be is a violation. Everything that was spoiled is mended already.
     void Settle();
@@ -90,7 +90,7 @@ private:
     std::array<bool, LinkCount> mCable{};
     /// Links on which beats are due again as soon as the module has done all that was asked of it.
     std::array<bool, LinkCount> mUpset{};
-    bool mToolsSpoiled = false;
+    bool mToolsBroken = false;
     std::chrono::steady_clock::time_point mLastUpset;
     /// Asks the main thread for a sign without waiting for it.
     stage::ShellClient mProbe;

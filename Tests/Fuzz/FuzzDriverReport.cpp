@@ -16,9 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     K2LinkDriver::ReadReport(bytes, size, status);
     std::free(bytes);
 
-    const LinkRules::LinkEndpoints link = LinkRules::WorkOutEndpoints(0x23, status);
+    const LinkRules::LinkEndpoints link = LinkRules::ComputeEndpoints(0x23, status);
     const boost::asio::ip::udp::endpoint none;
     if ((link.local == none) != (link.remote == none)) std::abort();
-    if (LinkRules::WorkOutLinkChange(link.local, link.local) != LinkRules::LinkChange::None) std::abort();
+    if (LinkRules::DecideLinkChange(link.local, link.local) != LinkRules::LinkChange::None) std::abort();
     return 0;
 }

@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const K2Heartbeat::LinkState packet(data + OwnSize);
     if ((data[2] & 4) != 0) own.lastVariant = (data[2] & 8) != 0 ? packet.GetVariant() : data[4] * 0x01010101u;
 
-    const HeartbeatDecision decision = LinkRules::WorkOutHeartbeat(own, packet);
+    const HeartbeatDecision decision = LinkRules::DecideHeartbeat(own, packet);
     const bool isRouter = LinkRules::IsRouter(packet.GetType());
     Require(isRouter || (!decision.baseRateConflict && !decision.followRouter && !decision.notification));
     Require(!decision.followRouter || (own.routersAllowed && !decision.baseRateConflict));

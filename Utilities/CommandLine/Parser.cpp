@@ -61,9 +61,11 @@ bool AllDigits(std::string_view text)
 }
 
 template <class T>
-bool ParseDecimal(std::string_view text, T& value)
+std::optional<T> ParseDecimal(std::string_view text)
 {
-    return std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc{};
+    T value{};
+    if (std::from_chars(text.data(), text.data() + text.size(), value).ec != std::errc{}) return std::nullopt;
+    return value;
 }
 
 } // namespace
@@ -92,30 +94,34 @@ std::vector<std::string> Tokenise(const std::string& arguments)
     return tokens;
 }
 
-bool Parse(const std::string& token, std::int32_t& value)
+template <>
+std::optional<std::int32_t> Parse(const std::string& token)
 {
     std::string_view number = token;
     if (!number.empty() && (number.front() == '+' || number.front() == '-')) number.remove_prefix(1);
-    if (!AllDigits(number)) return false;
+    if (!AllDigits(number)) return std::nullopt;
     // The plus sign is the shell's own; the minus sign belongs to the number.
-    return ParseDecimal(token.front() == '-' ? std::string_view(token) : number, value);
+    return ParseDecimal<std::int32_t>(token.front() == '-' ? std::string_view(token) : number);
 }
 
-bool Parse(const std::string& token, std::uint32_t& value)
+template <>
+std::optional<std::uint32_t> Parse(const std::string& token)
 {
-    return AllDigits(token) && ParseDecimal(token, value);
+    return AllDigits(token) ? ParseDecimal<std::uint32_t>(token) : std::nullopt;
 }
 
-bool Parse(const std::string& token, bool& value)
+template <>
+std::optional<bool> Parse(const std::string& token)
 {
-    value = token == "true" || token == "1";
-    return value || token == "false" || token == "0";
+    if (token == "true" || token == "1") return true;
+    if (token == "false" || token == "0") return false;
+    return std::nullopt;
 }
 
-bool Parse(const std::string& token, std::string& value)
+template <>
+std::optional<std::string> Parse(const std::string& token)
 {
-    value = token;
-    return true;
+    return token;
 }
 
 } // namespace cmd::parser

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -27,12 +28,18 @@ std::string TypeName(const std::type_info& type);
 /// the quotes themselves go, and so do empty tokens.
 std::vector<std::string> Tokenise(const std::string& arguments);
 
-/// Each answers whether the token is such a value. Numbers are decimal and limited to 32 bits, as `long` is on the
-/// target.
-bool Parse(const std::string& token, std::int32_t& value);
-bool Parse(const std::string& token, std::uint32_t& value);
-bool Parse(const std::string& token, bool& value);
-bool Parse(const std::string& token, std::string& value);
+/// The value that the token is; nothing if it is none of that type. Numbers are decimal and limited to 32 bits, as
+/// `long` is on the target.
+template <class T>
+std::optional<T> Parse(const std::string& token);
+template <>
+std::optional<std::int32_t> Parse(const std::string& token);
+template <>
+std::optional<std::uint32_t> Parse(const std::string& token);
+template <>
+std::optional<bool> Parse(const std::string& token);
+template <>
+std::optional<std::string> Parse(const std::string& token);
 
 /// The type that a token is read as before it is stored, perhaps narrowed, in an argument of type T.
 template <class T>
@@ -44,9 +51,9 @@ template <class T>
 T Convert(std::size_t number, const std::string& token)
 {
     static_assert(std::is_integral_v<T> || std::is_same_v<T, std::string>, "the shell reads no such type");
-    ParsedAs<T> value{};
-    if (!Parse(token, value)) throw BadCommandArg(number, token, TypeName(typeid(T)));
-    return static_cast<T>(value);
+    const auto value = Parse<ParsedAs<T>>(token);
+    if (!value) throw BadCommandArg(number, token, TypeName(typeid(T)));
+    return static_cast<T>(*value);
 }
 
 } // namespace cmd::parser

@@ -7,11 +7,11 @@
 /// One report of the link driver on one of its ports.
 struct K2LinkStatus
 {
-    static constexpr std::uint32_t NO_REMOTE = 0xFFFFFFFF;
+    static constexpr std::uint32_t NoRemote = 0xFFFFFFFF;
 
     /// Link index, in the low 8 bits.
     std::uint32_t Port = 0xFFFFFFFF;
-    /// Driver id of the neighbour, twice its rack id; NO_REMOTE if there is none.
+    /// Driver id of the neighbour, twice its rack id; NoRemote if there is none.
     std::uint32_t RemoteId = 0;
     /// The neighbour's port number, in the low 8 bits.
     std::uint32_t RemotePort = 0;

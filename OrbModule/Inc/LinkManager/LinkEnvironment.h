@@ -16,5 +16,5 @@ struct LinkEnvironment
     std::string interfaceDirectory = "/sys/class/net/";
     std::chrono::milliseconds externalPortsDelay{2000};
     std::chrono::milliseconds reportWait{1000};
-    std::chrono::milliseconds heartbeatPeriod = LinkRules::HEARTBEAT_PERIOD;
+    std::chrono::milliseconds heartbeatPeriod = LinkRules::HeartbeatPeriod;
 };

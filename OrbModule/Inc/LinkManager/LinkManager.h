@@ -118,13 +118,8 @@ private:
     {
         return mRouters.Follow(link, packet, lastVariant);
     }
-    /// The stream to the neighbour of a link; closing says that this side is about to close it.
-    struct StreamState
-    {
-        bool exists = false;
-        bool closing = false;
-    };
-    StreamState GetStreamState(LinkIndex link);
+    /// Of the stream to the neighbour of a link.
+    StreamState GetStreamState(LinkIndex link) const;
     template <class Action>
     void Post(Action action)
     {

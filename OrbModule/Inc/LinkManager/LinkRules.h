@@ -13,9 +13,9 @@
 /// a neighbour's heartbeat asks for. Without state and without sockets; LinkManager and its links act on the outcome.
 namespace LinkRules {
 
-constexpr std::chrono::milliseconds HEARTBEAT_PERIOD{300};
+constexpr std::chrono::milliseconds HeartbeatPeriod{300};
 /// A send later than the period by more than this, and a receive later than the last one by more, are logged.
-constexpr std::chrono::milliseconds LATE_LIMIT{500};
+constexpr std::chrono::milliseconds LateLimit{500};
 
 /// The two ends of a link. A default-constructed endpoint is no link.
 struct LinkEndpoints
@@ -24,12 +24,11 @@ struct LinkEndpoints
     boost::asio::ip::udp::endpoint remote;
 };
 /// Addresses and UDP ports that follow from a report on link index 0 or 1.
-LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& status);
+LinkEndpoints ComputeEndpoints(std::uint32_t localRack, const K2LinkStatus& status);
 
 enum class LinkChange { None, Close, Open, Replace };
 /// What a new local endpoint means for a port.
-LinkChange WorkOutLinkChange(const boost::asio::ip::udp::endpoint& current,
-                             const boost::asio::ip::udp::endpoint& local);
+LinkChange DecideLinkChange(const boost::asio::ip::udp::endpoint& current, const boost::asio::ip::udp::endpoint& local);
 
 /// By how much a send is late, if that is worth a line. @param elapsed since the last send.
 std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds elapsed);
@@ -43,11 +42,11 @@ struct Lateness
     bool ignoreHeartbeat = false;
 };
 /// @param elapsed since the time-out was last started; @param timeout 0 if none is in force.
-Lateness WorkOutLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
-                         bool streamClosing);
+Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
+                        bool streamClosing);
 
 /// How long routers are waited for, in milliseconds. @param allowance what the Orb router asks for.
-std::uint32_t WorkOutRouterAllowance(std::uint32_t allowance);
+std::uint32_t ComputeRouterAllowance(std::uint32_t allowance);
 
 /// What the module is and knows when a heartbeat arrives.
 struct OwnState
@@ -79,7 +78,7 @@ struct HeartbeatDecision
     bool internalsChanged = false;
     K2Heartbeat::LinkVariant variantToKeep = K2Heartbeat::START_VARIANT;
 };
-HeartbeatDecision WorkOutHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet);
+HeartbeatDecision DecideHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet);
 
 /// Only a master router counts; hubs and Orbs are routing devices, but not this.
 constexpr bool IsRouter(K2Heartbeat::LinkType type)

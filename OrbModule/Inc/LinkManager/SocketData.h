@@ -46,7 +46,7 @@ private:
     bool TakeHeartbeat(const K2Heartbeat::LinkState& packet);
     /// @return whether the heartbeat is to be ignored: its stream is about to close, or this has just made the
     /// neighbour a lost one.
-    bool IsFromClosingStream(const K2Heartbeat::LinkState& packet);
+    bool CheckLateness(const K2Heartbeat::LinkState& packet);
     template <class Action>
     void Post(Action action);
     void PostNewDevice(const K2Heartbeat::LinkState& packet);

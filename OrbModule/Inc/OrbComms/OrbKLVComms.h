@@ -16,6 +16,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -77,7 +78,8 @@ public:
     const Ports& GetPorts() const { return mPorts; }
 
 private:
-    bool Listen(std::uint16_t& port, const char* name);
+    /// @return the port that it listens on, nothing if that one is taken.
+    std::optional<std::uint16_t> Listen(std::uint16_t port, const char* name);
     void Run();
     void Open(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort, bool isReported);
     bool MakeRoom(UINT8GIGEPORT port, bool isReported);

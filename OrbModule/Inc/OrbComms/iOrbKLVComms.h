@@ -57,7 +57,8 @@ public:
     // The forms that callers use, each with the parts of the name in an order of its own.
 
     void Disconnect(std::uint32_t address, StreamType type) { Disconnect(StreamName::At(type, address)); }
-    /// @param exists whether there is such a stream. @return true while this side is shutting it down.
+    /// GetState in the form of older callers, of which the module has none left. @param exists whether there is such a
+    /// stream. @return true while this side is shutting it down.
     bool DisconnectPending(UINT8GIGEPORT port, StreamType type, bool& exists)
     {
         const StreamState state = GetState(StreamName::OnPort(type, port));

@@ -16,12 +16,13 @@ public:
     /// The offset that the log's clock needs to show the network's time; nothing if it is near enough as it is.
     /// @param system seconds of the system clock; @param offset the log's present offset; @param network the
     /// network's time. All in seconds, compared as unsigned 32-bit words.
-    static std::optional<std::int32_t> WorkOutOffset(std::uint32_t system, std::int32_t offset, std::uint32_t network);
+    static std::optional<std::int32_t> ComputeOffset(std::uint32_t system, std::int32_t offset, std::uint32_t network);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    bool MayLog(Clock::time_point now);
+    /// @return whether the change is to be logged.
+    bool CountChange(Clock::time_point now);
 
     Clock::time_point mSecondStart;
     std::uint32_t mChangesInSecond = 0;

@@ -140,7 +140,7 @@ void LinkManager::ReceivedRouterTimeAllowanceCmd(const std::shared_ptr<const Rou
 {
     const std::uint32_t allowance = command->GetMilliseconds();
     AUDIT_STREAM(Information, "ReceivedRouterTimeAllowanceCmd ms" << allowance << "\r\n");
-    mRouterTimeAllowance = LinkRules::WorkOutRouterAllowance(allowance);
+    mRouterTimeAllowance = LinkRules::ComputeRouterAllowance(allowance);
     if (mExternalGigEsUp && mRouters.Snapshot().routersAllowed) StartRouterIgnoreTimer();
 }
 
@@ -314,11 +314,9 @@ void LinkManager::DestroyConnection(LinkIndex link)
     if (wasRouter) RouterLost(ToNumber(link));
 }
 
-LinkManager::StreamState LinkManager::GetStreamState(LinkIndex link)
+StreamState LinkManager::GetStreamState(LinkIndex link) const
 {
-    StreamState state;
-    state.closing = mComms->DisconnectPending(ToPort(link), StreamType::LOCAL_LINK, state.exists);
-    return state;
+    return mComms->GetState(StreamName::OnPort(StreamType::LOCAL_LINK, ToPort(link)));
 }
 
 std::uint32_t LinkManager::GetLinkInForce(LinkIndex link)

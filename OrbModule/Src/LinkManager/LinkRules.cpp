@@ -13,9 +13,9 @@ using boost::asio::ip::udp;
 
 } // namespace
 
-LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& status)
+LinkEndpoints ComputeEndpoints(std::uint32_t localRack, const K2LinkStatus& status)
 {
-    if (status.RemoteId == K2LinkStatus::NO_REMOTE) return {};
+    if (status.RemoteId == K2LinkStatus::NoRemote) return {};
     const UINT8GIGEPORT port = ToNumber(status.GetLink());
     const auto remotePort = static_cast<std::uint8_t>(status.RemotePort);
     const bool primary = port == 0;
@@ -26,7 +26,7 @@ LinkEndpoints WorkOutEndpoints(std::uint32_t localRack, const K2LinkStatus& stat
              owner ? NetworkPorts::LINK_GUEST : NetworkPorts::LINK_OWNER}};
 }
 
-LinkChange WorkOutLinkChange(const udp::endpoint& current, const udp::endpoint& local)
+LinkChange DecideLinkChange(const udp::endpoint& current, const udp::endpoint& local)
 {
     const udp::endpoint none;
     if (local == current) return LinkChange::None;
@@ -36,28 +36,28 @@ LinkChange WorkOutLinkChange(const udp::endpoint& current, const udp::endpoint& 
 
 std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds elapsed)
 {
-    const std::chrono::milliseconds delay = elapsed - HEARTBEAT_PERIOD;
-    if (delay > LATE_LIMIT) return delay;
+    const std::chrono::milliseconds delay = elapsed - HeartbeatPeriod;
+    if (delay > LateLimit) return delay;
     return std::nullopt;
 }
 
-Lateness WorkOutLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
-                         bool streamClosing)
+Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
+                        bool streamClosing)
 {
     Lateness result;
-    result.report = elapsed > LATE_LIMIT && timeout.count() != 0;
+    result.report = elapsed > LateLimit && timeout.count() != 0;
     result.forceTimeout = result.report && elapsed >= timeout && streamExists && !streamClosing;
     result.ignoreHeartbeat = streamClosing || result.forceTimeout;
     return result;
 }
 
-std::uint32_t WorkOutRouterAllowance(std::uint32_t allowance)
+std::uint32_t ComputeRouterAllowance(std::uint32_t allowance)
 {
     constexpr std::uint32_t Margin = 5000;
     return std::min(allowance, 0xFFFFFFFF - Margin) + Margin;
 }
 
-HeartbeatDecision WorkOutHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet)
+HeartbeatDecision DecideHeartbeat(const OwnState& own, const K2Heartbeat::LinkState& packet)
 {
     using Neighbour = HeartbeatDecision::Neighbour;
     const K2Heartbeat::LinkVariant variant = packet.GetVariant();

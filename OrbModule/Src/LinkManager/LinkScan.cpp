@@ -63,11 +63,11 @@ void LinkManager::LinkScan::OnReport(const K2LinkStatus& status)
                                       << std::hex << status.LinkState << "\n");
     if (!mManager.mHidKnown || number >= mCurrent.size()) return;
 
-    const LinkRules::LinkEndpoints ends = LinkRules::WorkOutEndpoints(localRack, status);
+    const LinkRules::LinkEndpoints ends = LinkRules::ComputeEndpoints(localRack, status);
     AUDIT_STREAM(RouterConnectionDebug, "Local IP: " << EndpointAddressText(ends.local)
                                                      << "Remote IP: " << EndpointAddressText(ends.remote) << "\n");
     Endpoint& current = mCurrent[number];
-    const LinkRules::LinkChange change = LinkRules::WorkOutLinkChange(current, ends.local);
+    const LinkRules::LinkChange change = LinkRules::DecideLinkChange(current, ends.local);
     if (change == LinkRules::LinkChange::None) return;
     AUDIT_STREAM(Information, "IP Difference Local IP: " << EndpointAddressText(ends.local)
                                                          << "Current IP: " << EndpointAddressText(current) << "\n");

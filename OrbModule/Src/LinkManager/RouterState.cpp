@@ -68,7 +68,7 @@ LinkRules::HeartbeatDecision RouterState::Follow(LinkIndex link, const K2Heartbe
     const Lock lock(mMutex);
     LinkRules::OwnState own = GetState();
     own.lastVariant = lastVariant;
-    const LinkRules::HeartbeatDecision decision = LinkRules::WorkOutHeartbeat(own, packet);
+    const LinkRules::HeartbeatDecision decision = LinkRules::DecideHeartbeat(own, packet);
     if (!lastVariant && LinkRules::IsRouter(packet.GetType())) {
         mRouterPorts = static_cast<std::uint8_t>(mRouterPorts | 1u << ToNumber(link));
     }

@@ -111,7 +111,7 @@ void LinkManager::SocketData::OnHeartbeat(const LinkState& packet)
                  "Received HB on " << LinkPortText(mGigePort) << " from " << mSender << "\n");
     mLinkType = packet.GetType();
 
-    if (IsFromClosingStream(packet)) {
+    if (CheckLateness(packet)) {
         AUDIT_STREAM(Fault, "* Received a heartbeat on "
                                 << LinkPortText(mGigePort)
                                 << "but the connected stream is about to be closed: ignore.\n");
@@ -122,12 +122,13 @@ void LinkManager::SocketData::OnHeartbeat(const LinkState& packet)
     if (mTimeout.count() != 0) StartTimeoutTimer();
 }
 
-bool LinkManager::SocketData::IsFromClosingStream(const LinkState& packet)
+bool LinkManager::SocketData::CheckLateness(const LinkState& packet)
 {
-    StreamState stream;
+    StreamState stream = StreamState::None;
     if (K2Heartbeat::IsIoDevice(packet.GetType())) stream = mManager.GetStreamState(mGigePort);
     const auto elapsed = duration_cast<milliseconds>(Clock::now() - mLastTimerStart);
-    const LinkRules::Lateness late = LinkRules::WorkOutLateness(elapsed, mTimeout, stream.exists, stream.closing);
+    const LinkRules::Lateness late =
+        LinkRules::DecideLateness(elapsed, mTimeout, stream != StreamState::None, stream == StreamState::Closing);
     if (late.report) {
         AUDIT_STREAM(Fault, "A heartbeat receive delay of " << elapsed.count() << "/" << mTimeout.count()
                                                             << " ms has occurred on " << LinkPortText(mGigePort)

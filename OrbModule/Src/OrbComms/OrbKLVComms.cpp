@@ -43,7 +43,10 @@ OrbKLVComms::OrbKLVComms(boost::asio::io_service& service, OrbCommandProcessor& 
 {
     AUDIT_LOG(Information, "Starting OrbRouterKLVComms\n");
     mHandler.RegStdLog(&mLog);
-    if (Listen(mPorts.adjacentRouter, "ADJACENT_ROUTER_KLV")) Listen(mPorts.masterRouter, "MASTER_ROUTER_KLV");
+    if (const auto adjacent = Listen(mPorts.adjacentRouter, "ADJACENT_ROUTER_KLV")) {
+        mPorts.adjacentRouter = *adjacent;
+        mPorts.masterRouter = Listen(mPorts.masterRouter, "MASTER_ROUTER_KLV").value_or(mPorts.masterRouter);
+    }
     processor.GetPostedWork().SetDrained([this] { mHandler.Wake(); });
     mThread = std::thread([this] { Run(); });
 }
@@ -59,16 +62,16 @@ OrbKLVComms::~OrbKLVComms()
     mHandler.CloseAll();
 }
 
-bool OrbKLVComms::Listen(std::uint16_t& port, const char* name)
+std::optional<std::uint16_t> OrbKLVComms::Listen(std::uint16_t port, const char* name)
 {
     auto listener = std::make_unique<ListenSocket<OrbKLVStream>>(mHandler);
     if (listener->Bind(port, Backlog) != 0) {
         AUDIT_LOG(Fault, "OrbRouterKLVComms FAILED to bind %s listener\r\n", name);
-        return false;
+        return std::nullopt;
     }
-    port = listener->GetPort();
+    const std::uint16_t bound = listener->GetPort();
     mHandler.Add(mHandler.Own(std::move(listener)));
-    return true;
+    return bound;
 }
 
 void OrbKLVComms::Run()

@@ -28,7 +28,7 @@ std::string TimeText(std::time_t time)
 
 } // namespace
 
-std::optional<std::int32_t> HardwareManager::WorkOutOffset(std::uint32_t system, std::int32_t offset,
+std::optional<std::int32_t> HardwareManager::ComputeOffset(std::uint32_t system, std::int32_t offset,
                                                            std::uint32_t network)
 {
     const std::uint32_t now = system + static_cast<std::uint32_t>(offset);
@@ -41,7 +41,7 @@ std::optional<std::int32_t> HardwareManager::WorkOutOffset(std::uint32_t system,
 }
 
 /// Of further changes in the same second there is only their number, with the first change after it.
-bool HardwareManager::MayLog(Clock::time_point now)
+bool HardwareManager::CountChange(Clock::time_point now)
 {
     if (now - mSecondStart >= std::chrono::seconds(1)) {
         if (mChangesInSecond > LoggedChangesInSecond) {
@@ -61,9 +61,9 @@ void HardwareManager::OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMess
     Audit* const audit = Audit::Instance();
     const std::int32_t oldOffset = audit->GetTimeOffset();
     const std::uint32_t network = message->GetTime();
-    const auto offset = WorkOutOffset(static_cast<std::uint32_t>(system.tv_sec), oldOffset, network);
+    const auto offset = ComputeOffset(static_cast<std::uint32_t>(system.tv_sec), oldOffset, network);
     if (!offset) return;
-    if (!MayLog(Clock::now())) {
+    if (!CountChange(Clock::now())) {
         audit->SetTimeOffset(*offset);
         return;
     }

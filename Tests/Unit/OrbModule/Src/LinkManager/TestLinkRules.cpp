@@ -95,7 +95,7 @@ TEST(LinkRulesTest, Heartbeats)
         own.routersAllowed = test.allowed;
         own.routerPorts = test.routerPorts;
         own.lastVariant = test.last;
-        const HeartbeatDecision decision = WorkOutHeartbeat(own, Packet(test.type, test.variant));
+        const HeartbeatDecision decision = DecideHeartbeat(own, Packet(test.type, test.variant));
         EXPECT_EQ(decision.neighbour, test.neighbour);
         EXPECT_EQ(decision.baseRateConflict, test.conflict);
         EXPECT_EQ(decision.notification, test.notification);
@@ -108,9 +108,9 @@ TEST(LinkRulesTest, TheVariantToKeepTakesNumberAndRackFromTheRouterAndTheRateFro
 {
     OwnState own;
     own.rate = SampleRates::RATE_44K1;
-    EXPECT_EQ(WorkOutHeartbeat(own, Packet(1, 0x0102FFEA)).variantToKeep, 0x0102002Au);
+    EXPECT_EQ(DecideHeartbeat(own, Packet(1, 0x0102FFEA)).variantToKeep, 0x0102002Au);
     own.rate = SampleRates::RATE_48K;
-    EXPECT_EQ(WorkOutHeartbeat(own, Packet(1, 0x0102FFEA)).variantToKeep, 0x0102000Au);
+    EXPECT_EQ(DecideHeartbeat(own, Packet(1, 0x0102FFEA)).variantToKeep, 0x0102000Au);
 }
 
 TEST(LinkRulesTest, ASendIsLateBeyondHalfASecondPastThePeriod)
@@ -136,7 +136,7 @@ TEST(LinkRulesTest, LateHeartbeats)
     for (const Case& test : cases) {
         SCOPED_TRACE(std::to_string(test.elapsed) + " of " + std::to_string(test.timeout));
         const Lateness late =
-            WorkOutLateness(milliseconds(test.elapsed), milliseconds(test.timeout), test.exists, test.closing);
+            DecideLateness(milliseconds(test.elapsed), milliseconds(test.timeout), test.exists, test.closing);
         EXPECT_EQ(late.report, test.report);
         EXPECT_EQ(late.forceTimeout, test.force);
         EXPECT_EQ(late.ignoreHeartbeat, test.ignore);
@@ -151,7 +151,7 @@ TEST(LinkRulesTest, EndpointsOfALink)
         status.Port = port;
         status.RemoteId = remoteId;
         status.RemotePort = remotePort;
-        const LinkEndpoints link = WorkOutEndpoints(0x12, status);
+        const LinkEndpoints link = ComputeEndpoints(0x12, status);
         return std::make_pair(link.local, link.remote);
     };
     const auto remoteOwns = std::make_pair(Endpoint("0.10.0.1", 60002), Endpoint("0.10.0.254", 60001));
@@ -163,7 +163,7 @@ TEST(LinkRulesTest, EndpointsOfALink)
 
 TEST(LinkRulesTest, RoutersAreWaitedForFiveSecondsLongerThanTheyMayTake)
 {
-    EXPECT_EQ(WorkOutRouterAllowance(0), 5000u);
-    EXPECT_EQ(WorkOutRouterAllowance(10000), 15000u);
-    EXPECT_EQ(WorkOutRouterAllowance(0xFFFFFFFF), 0xFFFFFFFFu);
+    EXPECT_EQ(ComputeRouterAllowance(0), 5000u);
+    EXPECT_EQ(ComputeRouterAllowance(10000), 15000u);
+    EXPECT_EQ(ComputeRouterAllowance(0xFFFFFFFF), 0xFFFFFFFFu);
 }

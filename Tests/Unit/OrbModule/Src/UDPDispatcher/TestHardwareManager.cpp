@@ -18,7 +18,7 @@ TEST(HardwareManagerTest, OffsetFollowsTheNetworkOnlyWhenItIsFarOff)
         {4294967295, 0, 0, -2147483647 - 1},
     };
     for (const auto& [system, offset, network, expected] : cases)
-        EXPECT_EQ(HardwareManager::WorkOutOffset(system, offset, network), expected)
+        EXPECT_EQ(HardwareManager::ComputeOffset(system, offset, network), expected)
             << system << " + " << offset << " against " << network;
 }
 
