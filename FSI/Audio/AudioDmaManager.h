@@ -36,7 +36,8 @@ public:
     struct MappingPolicy
     {
         enum class Mode {
-            /// Source sample n goes to sample n of the stretch.
+            /// Source sample n goes to sample n of the stretch. Kept beside the usual mode; nothing in this module uses
+            /// it.
             BySample = 0,
             /// Element n of the list goes to sample n of the stretch.
             Positional = 1

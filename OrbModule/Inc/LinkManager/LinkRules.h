@@ -3,6 +3,7 @@
 #include "Common/KLV/Commands/NotificationCommands.h"
 #include "K2Common/K2Heartbeat.h"
 #include "OrbModule/Inc/LinkManager/K2LinkStatus.h"
+#include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
 #include <boost/asio/ip/udp.hpp>
 #include <chrono>
@@ -41,9 +42,9 @@ struct Lateness
     /// The stream of this neighbour is on its way out, or will be by the forced time-out.
     bool ignoreHeartbeat = false;
 };
-/// @param elapsed since the time-out was last started; @param timeout 0 if none is in force.
-Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
-                        bool streamClosing);
+/// @param elapsed since the time-out was last started; @param timeout 0 if none is in force; @param stream to the
+/// neighbour.
+Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, StreamState stream);
 
 /// How long routers are waited for, in milliseconds. @param allowance what the Orb router asks for.
 std::uint32_t ComputeRouterAllowance(std::uint32_t allowance);

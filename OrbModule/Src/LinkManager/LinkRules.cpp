@@ -41,13 +41,12 @@ std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds 
     return std::nullopt;
 }
 
-Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, bool streamExists,
-                        bool streamClosing)
+Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, StreamState stream)
 {
     Lateness result;
     result.report = elapsed > LateLimit && timeout.count() != 0;
-    result.forceTimeout = result.report && elapsed >= timeout && streamExists && !streamClosing;
-    result.ignoreHeartbeat = streamClosing || result.forceTimeout;
+    result.forceTimeout = result.report && elapsed >= timeout && stream == StreamState::Open;
+    result.ignoreHeartbeat = stream == StreamState::Closing || result.forceTimeout;
     return result;
 }
 

@@ -127,8 +127,7 @@ bool LinkManager::SocketData::CheckLateness(const LinkState& packet)
     StreamState stream = StreamState::None;
     if (K2Heartbeat::IsIoDevice(packet.GetType())) stream = mManager.GetStreamState(mGigePort);
     const auto elapsed = duration_cast<milliseconds>(Clock::now() - mLastTimerStart);
-    const LinkRules::Lateness late =
-        LinkRules::DecideLateness(elapsed, mTimeout, stream != StreamState::None, stream == StreamState::Closing);
+    const LinkRules::Lateness late = LinkRules::DecideLateness(elapsed, mTimeout, stream);
     if (late.report) {
         AUDIT_STREAM(Fault, "A heartbeat receive delay of " << elapsed.count() << "/" << mTimeout.count()
                                                             << " ms has occurred on " << LinkPortText(mGigePort)

@@ -124,19 +124,19 @@ TEST(LinkRulesTest, LateHeartbeats)
     struct Case
     {
         int elapsed, timeout;
-        bool exists, closing, report, force, ignore;
+        StreamState stream;
+        bool report, force, ignore;
     };
     const Case cases[] = {
-        {500, 1000, true, false, false, false, false},  {501, 1000, true, false, true, false, false},
-        {999, 1000, true, false, true, false, false},   {1000, 1000, true, false, true, true, true},
-        {1000, 1000, false, false, true, false, false}, {5000, 1000, true, true, true, false, true},
-        {5000, 0, true, false, false, false, false},    {100, 0, true, true, false, false, true},
-        {450, 400, true, false, false, false, false},
+        {500, 1000, StreamState::Open, false, false, false}, {501, 1000, StreamState::Open, true, false, false},
+        {999, 1000, StreamState::Open, true, false, false},  {1000, 1000, StreamState::Open, true, true, true},
+        {1000, 1000, StreamState::None, true, false, false}, {5000, 1000, StreamState::Closing, true, false, true},
+        {5000, 0, StreamState::Open, false, false, false},   {100, 0, StreamState::Closing, false, false, true},
+        {450, 400, StreamState::Open, false, false, false},
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(std::to_string(test.elapsed) + " of " + std::to_string(test.timeout));
-        const Lateness late =
-            DecideLateness(milliseconds(test.elapsed), milliseconds(test.timeout), test.exists, test.closing);
+        const Lateness late = DecideLateness(milliseconds(test.elapsed), milliseconds(test.timeout), test.stream);
         EXPECT_EQ(late.report, test.report);
         EXPECT_EQ(late.forceTimeout, test.force);
         EXPECT_EQ(late.ignoreHeartbeat, test.ignore);
