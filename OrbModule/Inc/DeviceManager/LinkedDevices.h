@@ -52,7 +52,7 @@ private:
     bool IsLocalInUse() const;
     NeighbourRules::Local GetLocal() const { return {mLocal.Hid, mLocal.Type, mLocal.Pri.IsOnline()}; }
     bool IsUsed(Side side) const { return mLocalStreams[ToPort(side)] == LocalStream::Used; }
-    bool HasLiveStream(Routing::PortsEnum port);
+    bool HasLiveStream(Routing::PortsEnum port) const;
     void OnLocalLinkUp(Routing::PortsEnum port);
     void OnLocalLinkGone(Routing::PortsEnum port, StreamType type);
     void LocalRouterGone(Routing::PortsEnum port, StreamType type);

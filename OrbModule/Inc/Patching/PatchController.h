@@ -63,7 +63,7 @@ private:
     bool StandsByForOtherLink(const IoPort& dest, Routing::PortsEnum port, const Routing::GigeAndSlots& slots) const;
     Allocation AssignSlots(const RouterPatchAudio& command, const Routing::GigeAndSlots& sourceLink,
                            Routing::PortsEnum port);
-    Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, Routing::PortsEnum port);
+    Routing::GigeAndSlots GetSourceLink(const RouterPatchAudio& command, Routing::PortsEnum port) const;
 
     void ReportPatchFailed(const RouterPatchAudio& command, Routing::PortsEnum port);
     void ReportPatchSuccessful(const IoPort& dest, Routing::PortsEnum port);

@@ -36,7 +36,7 @@ public:
     void RemovePatch(const IoPort& dest);
     /// Every patch with this HID at either end and this state on that port. The pointers are good until a patch is
     /// removed.
-    std::vector<OrbPatchInfo*> GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state);
+    std::vector<const OrbPatchInfo*> GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state) const;
     /// An update of an unknown destination changes nothing and leaves a line in the log.
     void UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state);
     void UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state, Routing::GigeAndSlots link);

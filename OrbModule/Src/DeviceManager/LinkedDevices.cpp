@@ -156,7 +156,7 @@ void LinkedDevices::OnLocalLinkChanged(Routing::PortsEnum port, StreamType type,
     if (wasUsed) OnLocalLinkGone(port, type);
 }
 
-bool LinkedDevices::HasLiveStream(Routing::PortsEnum port)
+bool LinkedDevices::HasLiveStream(Routing::PortsEnum port) const
 {
     return mComms.GetState(StreamName::OnPort(StreamType::LOCAL_LINK, port)) == StreamState::Open;
 }

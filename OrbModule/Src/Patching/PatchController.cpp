@@ -302,7 +302,7 @@ Allocation PatchController::AssignSlots(const RouterPatchAudio& command, const G
 }
 
 /// The slots at which the source arrives on a link port: those of the local box, else those of the command.
-GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, Routing::PortsEnum port)
+GigeAndSlots PatchController::GetSourceLink(const RouterPatchAudio& command, Routing::PortsEnum port) const
 {
     const IoPort& source = command.GetSource().GetPort();
     if (!mDevices->IsLocalIo(source.GetHid())) return {port, command.GetSource().GetSlots()};
@@ -405,10 +405,10 @@ void PatchController::DeviceLeft(Hid hid, Routing::PortsEnum port)
 void PatchController::SwingOver(Hid hid, Routing::PortsEnum port, const std::vector<LinkPatch>& unpatches)
 {
     const Routing::PortsEnum other = OtherLinkPort(port);
-    const std::vector<OrbPatchInfo*> prepared = mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess);
+    const std::vector<const OrbPatchInfo*> prepared = mPatchStore.GetPatches(hid, port, Korvo::PatchSuccess);
     // Destinations of one source share its slots, whichever link feeds them. So a patch that is made on the other link
     // may have had its audio from the one that has gone.
-    const std::vector<OrbPatchInfo*> shared = mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess);
+    const std::vector<const OrbPatchInfo*> shared = mPatchStore.GetPatches(hid, other, Korvo::PatchSuccess);
     for (const OrbPatchInfo* const patch : prepared) {
         if (patch->GetState(other) != Korvo::PatchReserved) continue;
         if (!mDevices->IsOwnDevice(patch->GetDest().GetHid())) continue;

@@ -30,9 +30,9 @@ void PatchStore::RemovePatch(const IoPort& dest)
     Erase(entry);
 }
 
-std::vector<OrbPatchInfo*> PatchStore::GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state)
+std::vector<const OrbPatchInfo*> PatchStore::GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state) const
 {
-    std::vector<OrbPatchInfo*> patches;
+    std::vector<const OrbPatchInfo*> patches;
     for (const auto& entry : PatchesOf(hid)) {
         if (entry.second->GetState(port) == state) patches.push_back(entry.second);
     }
