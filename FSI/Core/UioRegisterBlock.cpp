@@ -65,18 +65,15 @@ std::vector<fs::path> FindDevices(const std::string& name, const fs::path& class
 
 } // namespace
 
-UioRegisterBlock::Descriptor::~Descriptor()
+UioRegisterBlock::~UioRegisterBlock()
 {
-    if (value != -1) ::close(value);
-}
-
-UioRegisterBlock::Mapping::~Mapping()
-{
-    if (address) ::munmap(address, length);
+    if (mMapping) ::munmap(mMapping, mSize);
+    if (mFd != -1) ::close(mFd);
 }
 
 UioRegisterBlock::UioRegisterBlock(const std::string& name, int instance, const std::string& classRoot,
                                    const std::string& deviceRoot)
+    : UioRegisterBlock()
 {
     std::string device;
     const std::vector<fs::path> found = FindDevices(name, classRoot);
@@ -88,19 +85,18 @@ UioRegisterBlock::UioRegisterBlock(const std::string& name, int instance, const 
     }
     if (!mBase) {
         std::ostringstream text;
-        text << "FSI '" << name << "' (device '" << device << "', fd " << mFd.value << ", size " << mSize << ")";
+        text << "FSI '" << name << "' (device '" << device << "', fd " << mFd << ", size " << mSize << ")";
         throw std::system_error(std::make_error_code(std::errc::no_such_device), text.str());
     }
 }
 
 void UioRegisterBlock::Map(const std::string& device, std::uint32_t offset)
 {
-    mFd.value = ::open(device.c_str(), O_RDWR | O_SYNC | O_CLOEXEC);
-    if (mFd.value == -1) return;
-    void* const address = ::mmap(nullptr, mSize, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_SHARED, mFd.value, 0);
+    mFd = ::open(device.c_str(), O_RDWR | O_SYNC | O_CLOEXEC);
+    if (mFd == -1) return;
+    void* const address = ::mmap(nullptr, mSize, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_SHARED, mFd, 0);
     if (address == MAP_FAILED) return;
-    mMapping.address = address;
-    mMapping.length = mSize;
+    mMapping = address;
 
     // The kernel maps whole pages, and the block may begin anywhere in them.
     const std::uint64_t page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));

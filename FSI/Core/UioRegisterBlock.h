@@ -22,41 +22,28 @@ public:
     /// a register block; the text names block, device, descriptor and size
     UioRegisterBlock(const std::string& name, int instance, const std::string& classRoot = "/sys/class/uio",
                      const std::string& deviceRoot = "/dev");
+    ~UioRegisterBlock() override;
+    UioRegisterBlock(const UioRegisterBlock&) = delete;
+    UioRegisterBlock& operator=(const UioRegisterBlock&) = delete;
 
     std::uint8_t Read8(std::uint32_t offset) const override;
     std::uint32_t Read32(std::uint32_t offset) const override;
     void Write32(std::uint32_t offset, std::uint32_t value) override;
     void WriteBurst(std::uint32_t offset, const std::uint32_t* words, std::size_t count) override;
 
-    int GetFileDescriptor() const override { return mFd.value; }
+    int GetFileDescriptor() const override { return mFd; }
     const volatile void* GetMappedAddress() const override { return mBase; }
     std::uint32_t GetSize() const override { return mSize; }
 
 private:
-    struct Descriptor
-    {
-        int value = -1;
-        Descriptor() = default;
-        ~Descriptor();
-        Descriptor(const Descriptor&) = delete;
-        Descriptor& operator=(const Descriptor&) = delete;
-    };
-    struct Mapping
-    {
-        void* address = nullptr;
-        std::size_t length = 0;
-        Mapping() = default;
-        ~Mapping();
-        Mapping(const Mapping&) = delete;
-        Mapping& operator=(const Mapping&) = delete;
-    };
-
+    /// For the constructor that can fail: what it has opened by then is closed by the destructor.
+    UioRegisterBlock() = default;
     void Map(const std::string& device, std::uint32_t offset);
     volatile std::uint32_t* Register(std::uint32_t offset) const;
 
     std::uint32_t mSize = 0;
-    Descriptor mFd;
-    Mapping mMapping;
+    int mFd = -1;
+    void* mMapping = nullptr;
     volatile std::uint8_t* mBase = nullptr;
 };
 

@@ -110,14 +110,8 @@ private:
     Hid GetRackHid() const { return mRouters.Snapshot().localRack << 16; }
     void SetMasterHid(Hid hid);
 
-    // All that a link asks of its manager, besides GetSampleRate, SendNotification and RestartMcsLink. On its thread.
+    // All that a link asks of its manager, besides mRouters, SendNotification and RestartMcsLink. On its thread.
     bool RoutersDisallowed(std::optional<std::uint32_t> followed = std::nullopt);
-    K2Heartbeat::LinkState MakeHeartbeat(LinkIndex link) const { return mRouters.MakeHeartbeat(link); }
-    LinkRules::HeartbeatDecision FollowHeartbeat(LinkIndex link, const K2Heartbeat::LinkState& packet,
-                                                 std::optional<K2Heartbeat::LinkVariant> lastVariant)
-    {
-        return mRouters.Follow(link, packet, lastVariant);
-    }
     /// Of the stream to the neighbour of a link.
     StreamState GetStreamState(LinkIndex link) const;
     template <class Action>

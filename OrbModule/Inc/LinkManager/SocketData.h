@@ -50,7 +50,6 @@ private:
     template <class Action>
     void Post(Action action);
     void PostNewDevice(const K2Heartbeat::LinkState& packet);
-    void PostInternals(Hid hid, K2Heartbeat::LinkVariant variant);
 
     void StartTimeoutTimer();
     void CancelTimeoutTimer();

@@ -145,7 +145,7 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
 {
     using Neighbour = LinkRules::HeartbeatDecision::Neighbour;
     const K2Heartbeat::LinkVariant variant = packet.GetVariant();
-    const LinkRules::HeartbeatDecision decision = mManager.FollowHeartbeat(mGigePort, packet, mLastVariant);
+    const LinkRules::HeartbeatDecision decision = mManager.mRouters.Follow(mGigePort, packet, mLastVariant);
 
     if (decision.baseRateConflict) {
         AUDIT_STREAM(Information, "Network at incompatible base rate... Our Rate "
@@ -165,7 +165,9 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
         mSendTimer.Cancel();
         return false;
     case Neighbour::Known:
-        if (decision.internalsChanged) PostInternals(packet.GetHid(), variant);
+        if (decision.internalsChanged) {
+            Post([hid = packet.GetHid(), variant](LinkManager& manager) { manager.IoInternalsChanged(hid, variant); });
+        }
         break;
     case Neighbour::New:
         if (decision.followRouter) {
@@ -200,11 +202,6 @@ void LinkManager::SocketData::PostNewDevice(const LinkState& packet)
         manager.DeviceChanged(port, localIp, remotePort, remoteIp, packet.GetHid(), packet.GetType());
         manager.IoInternalsChanged(packet.GetHid(), packet.GetVariant());
     });
-}
-
-void LinkManager::SocketData::PostInternals(Hid hid, K2Heartbeat::LinkVariant variant)
-{
-    Post([hid, variant](LinkManager& manager) { manager.IoInternalsChanged(hid, variant); });
 }
 
 // Time-out
@@ -267,7 +264,7 @@ void LinkManager::SocketData::OnSendTimer(const boost::system::error_code& error
 
 void LinkManager::SocketData::Send()
 {
-    const LinkState packet = mManager.MakeHeartbeat(mGigePort);
+    const LinkState packet = mManager.mRouters.MakeHeartbeat(mGigePort);
     const std::size_t sent = mSocket.send_to(boost::asio::buffer(packet.GetBytes()), mRemoteEndpoint);
     if (sent != LinkState::SIZE) {
         AUDIT_STREAM(Fault, "Failed to send HB correctly (sent " << sent << " bytes instead of 12)\n");
