@@ -94,8 +94,7 @@ std::vector<std::string> Tokenise(const std::string& arguments)
     return tokens;
 }
 
-template <>
-std::optional<std::int32_t> Parse(const std::string& token)
+std::optional<std::int32_t> ParseSigned(const std::string& token)
 {
     std::string_view number = token;
     if (!number.empty() && (number.front() == '+' || number.front() == '-')) number.remove_prefix(1);
@@ -104,24 +103,16 @@ std::optional<std::int32_t> Parse(const std::string& token)
     return ParseDecimal<std::int32_t>(token.front() == '-' ? std::string_view(token) : number);
 }
 
-template <>
-std::optional<std::uint32_t> Parse(const std::string& token)
+std::optional<std::uint32_t> ParseUnsigned(const std::string& token)
 {
     return AllDigits(token) ? ParseDecimal<std::uint32_t>(token) : std::nullopt;
 }
 
-template <>
-std::optional<bool> Parse(const std::string& token)
+std::optional<bool> ParseBool(const std::string& token)
 {
     if (token == "true" || token == "1") return true;
     if (token == "false" || token == "0") return false;
     return std::nullopt;
-}
-
-template <>
-std::optional<std::string> Parse(const std::string& token)
-{
-    return token;
 }
 
 } // namespace cmd::parser

@@ -28,32 +28,30 @@ std::string TypeName(const std::type_info& type);
 /// the quotes themselves go, and so do empty tokens.
 std::vector<std::string> Tokenise(const std::string& arguments);
 
-/// The value that the token is; nothing if it is none of that type. Numbers are decimal and limited to 32 bits, as
-/// `long` is on the target.
-template <class T>
-std::optional<T> Parse(const std::string& token);
-template <>
-std::optional<std::int32_t> Parse(const std::string& token);
-template <>
-std::optional<std::uint32_t> Parse(const std::string& token);
-template <>
-std::optional<bool> Parse(const std::string& token);
-template <>
-std::optional<std::string> Parse(const std::string& token);
+// The value that the token is; nothing if it is none. Numbers are decimal and limited to 32 bits, as `long` is on the
+// target.
+std::optional<std::int32_t> ParseSigned(const std::string& token);
+std::optional<std::uint32_t> ParseUnsigned(const std::string& token);
+std::optional<bool> ParseBool(const std::string& token);
 
-/// The type that a token is read as before it is stored, perhaps narrowed, in an argument of type T.
-template <class T>
-using ParsedAs = std::conditional_t<std::is_same_v<T, std::string> || std::is_same_v<T, bool>, T,
-                                    std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>>;
-
-/// Throws BadCommandArg.
+/// The token as an argument of type T, perhaps narrowed. Throws BadCommandArg.
 template <class T>
 T Convert(std::size_t number, const std::string& token)
 {
+    [[maybe_unused]] const auto checked = [&](const auto& value) {
+        if (!value) throw BadCommandArg(number, token, TypeName(typeid(T)));
+        return static_cast<T>(*value);
+    };
     static_assert(std::is_integral_v<T> || std::is_same_v<T, std::string>, "the shell reads no such type");
-    const auto value = Parse<ParsedAs<T>>(token);
-    if (!value) throw BadCommandArg(number, token, TypeName(typeid(T)));
-    return static_cast<T>(*value);
+    if constexpr (std::is_same_v<T, std::string>) {
+        return token;
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return checked(ParseBool(token));
+    } else if constexpr (std::is_signed_v<T>) {
+        return checked(ParseSigned(token));
+    } else {
+        return checked(ParseUnsigned(token));
+    }
 }
 
 } // namespace cmd::parser
