@@ -58,7 +58,7 @@ public:
     virtual void WriteTagged(std::uint32_t tag, const char* format, MessageArgs args);
     virtual void WriteStamped(std::uint32_t flags, const char* format, MessageArgs args);
     virtual void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
-    /// Reaches the file and the tailing clients, but not the console.
+    /// Reaches the file and the tailing clients only. Kept, with WriteTagged and WriteConsole, for a full choice.
     virtual void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
     /// Reaches the console only.
     virtual void WriteConsole(const char* format, MessageArgs args);
@@ -72,8 +72,8 @@ public:
         __attribute__((format(printf, 4, 5)));
     void WriteConsole(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    /// The same with the format in a string, which no compiler can check against its arguments: never a text from
-    /// outside.
+    /// The same for callers that have the format in a string; none does now. No compiler can check it against its
+    /// arguments, so it is never a text from outside.
     template <class String, IfString<String> = 0, class... Args>
     void Write(const String& format, Args... args)
     {

@@ -73,7 +73,6 @@ public:
     const SocketAddress* GetClientRemoteAddress() const { return mClientRemoteAddress.get(); }
     void SetClientRemoteAddress(const SocketAddress& address) { mClientRemoteAddress = address.Clone(); }
     void SetRemoteAddress(const SocketAddress& address) { mRemoteAddress = address.Clone(); }
-    const SocketAddress* GetRemoteAddress() const { return mRemoteAddress.get(); }
 
     /// Not 0 starts a time-out, 0 ends it.
     void SetTimeout(std::time_t seconds);
@@ -113,6 +112,7 @@ private:
     bool mErasedByHandler = false;
     std::time_t mCloseTime = 0;
     std::unique_ptr<SocketAddress> mClientRemoteAddress;
+    /// The peer that was accepted; for a debugger too.
     std::unique_ptr<SocketAddress> mRemoteAddress;
     std::time_t mTimeoutStart = 0;
     std::time_t mTimeoutLimit = 0;

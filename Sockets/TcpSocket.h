@@ -22,6 +22,7 @@ public:
 
     /// Starts to connect. @param host a dotted quad. False, with the mark for closing, if that cannot be.
     bool Open(const std::string& host, std::uint16_t port);
+    /// @param bindAddress kept for a host with several networks; the streams leave it to the routes.
     bool Open(const SocketAddress& address, const SocketAddress* bindAddress = nullptr);
     int Close() override;
 
