@@ -11,7 +11,7 @@
 /// effect.
 struct Options
 {
-    /// argv[0] behind its last '/'.
+    /// argv[0] after its last '/'.
     std::string programName;
     std::string logPath;
     boost::asio::ip::tcp::endpoint shellEndpoint{boost::asio::ip::tcp::v4(), NetworkPorts::SHELL};

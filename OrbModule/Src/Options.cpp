@@ -15,7 +15,7 @@ namespace po = boost::program_options;
 
 namespace boost::asio::ip {
 
-/// "[ip][:port]" of the telnet option. Found by argument-dependent look-up, so it must stand in this namespace.
+/// "[ip][:port]" of the telnet option. Found by argument-dependent look-up, so it must be in this namespace.
 void validate(boost::any& value, const std::vector<std::string>& texts, tcp::endpoint*, int)
 {
     po::validators::check_first_occurrence(value);

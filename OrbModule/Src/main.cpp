@@ -90,7 +90,7 @@ void SetClockRate(boost::asio::io_service& service, audio::ExternalReferenceFsi&
     clocks.SetRateToCheck(is44k1 ? 0 : 1);
 }
 
-/// The local box beats at its own pace: once it is online its link gets its time-out.
+/// The local box sends heartbeats at its own rate, so its link gets that box's time-out once it is online.
 void SetHeartbeatTimeout(boost::asio::io_service& service, DeviceManager& devices, LinkManager& links, Hid hid,
                          UINT8GIGEPORT port, bool online)
 {
@@ -102,7 +102,7 @@ void SetHeartbeatTimeout(boost::asio::io_service& service, DeviceManager& device
     }
 }
 
-/// A handler that throws loses its own work, and the service goes on.
+/// An exception aborts only the handler that threw it; the service continues.
 void RunUntilStopped(boost::asio::io_service& service, cmd::CommandLine& shell)
 {
     do {
@@ -228,7 +228,7 @@ void RunModule(boost::asio::io_service& service, cmd::CommandLine& shell, const 
     RunUntilStopped(service, shell);
 }
 
-/// The frame: main service, signals, shell and log, which outlive everything else.
+/// Builds what outlives everything else: main service, signals, shell and log.
 int RunFrame(const Options& options)
 {
     boost::asio::io_service service;
@@ -261,10 +261,10 @@ int RunFrame(const Options& options)
 
 int main(int argc, char** argv)
 {
-    // A console or a peer that goes away is no reason to die.
+    // A lost console or peer must not end the process.
     std::signal(SIGPIPE, SIG_IGN);
     try {
-        // Help and version need no right to the directory of the dumps.
+        // Help and version must work without access to the dump directory.
         Options options;
         if (const auto exitCode = ParseOptions(argc, argv, options)) return *exitCode;
         const CrashDumpHandler crashDumps(CrashDumpDirectory, argc > 0 ? argv[0] : "OrbModule");

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
-/// What a card of an I/O box brings: how many audio ports, and how far apart the slots of the box stand in the
-/// hardware's port numbers.
+/// Properties of a card of an I/O box: the number of audio ports, and the distance of the box's slots in the hardware's
+/// port numbers.
 struct CardModel
 {
     std::uint16_t inputs;
@@ -13,5 +13,5 @@ struct CardModel
     std::uint16_t outputStride;
 };
 
-/// Looks a card up by its six-character model code. A code that is not known brings no ports.
+/// Looks up a card by its six-character model code. An unknown code gives no ports.
 CardModel GetCardModel(std::string_view code, bool doubleRate);

@@ -29,7 +29,7 @@ public:
     std::array<SoftwareCheck, 2> Checks{};
     /// The two links see different devices.
     bool MixedHid = false;
-    /// Never emptied: the description of a new box writes over what is there.
+    /// Never emptied: the description of a new box overwrites the old one.
     PortMap Inputs;
     PortMap Outputs;
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-/// The kernel's routes to devices on the links. They are not tracked: adding one that exists fails, which the log
-/// tells and nothing depends on. The routes of the unit's internal network and of the module's own rack are left
-/// alone: without them the module would lose its unit. Main thread.
+/// The kernel's routes to devices on the links. They are not tracked: adding an existing one fails, which is logged and
+/// harmless. The routes of the unit's internal network and of the module's own rack are left alone, since without them
+/// the module would lose its unit. Main thread.
 class OsRoutes
 {
 public:

@@ -12,7 +12,7 @@
 class RemoteDevices
 {
 public:
-    /// A peer that reports devices without end meets this.
+    /// Against peers that report devices without end.
     static constexpr std::size_t MaxRecords = 65536;
 
     /// @param limit the most records that the table holds.

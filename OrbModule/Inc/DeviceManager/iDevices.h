@@ -20,7 +20,7 @@ class iDevices
 public:
     virtual ~iDevices() = default;
 
-    /// Whether the device is known and online on the link that this port stands for.
+    /// Whether the device is known and online on the link of this port.
     virtual bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const = 0;
     /// Whether this is the I/O box that is plugged straight into a link.
     virtual bool IsLocalIo(Hid hid) const = 0;

@@ -11,9 +11,9 @@
 #include <memory>
 #include <thread>
 
-/// The module heartbeat: once a second, 5 bytes to the master control, which say that the module lives and which
-/// master router it follows. It has a thread and a service of its own, since it must leave on time while the main
-/// thread is busy. A failed send ends it.
+/// The module heartbeat: once a second, 5 bytes to the master control, which say that the module lives and which master
+/// router it follows. It has its own thread and service, since it must leave on time while the main thread is busy. A
+/// failed send ends it.
 class Heartbeat
 {
 public:

@@ -39,12 +39,12 @@ public:
     /// Waits for a report, at most for the environment's time. Fields that the report does not carry keep their value.
     /// @return true when a report arrived, even one that carried nothing.
     bool WaitForStatus(K2LinkStatus& status);
-    /// False once this socket can no longer be trusted to bring every report: the family was absent when it was
-    /// made, it has failed, or the driver has meanwhile been registered anew. A new instance is then needed.
-    /// Asks the driver, so not for every turn of a loop. A driver that is away for the moment changes nothing.
+    /// False once this socket can no longer be trusted to bring every report: the family was absent when it was made,
+    /// it has failed, or the driver has meanwhile been registered again. A new instance is then needed. Asks the
+    /// driver, so not for every turn of a loop. A driver that is away for the moment changes nothing.
     bool IsCurrent() const;
 
-    /// Ids under which the driver's family and its group stand in the kernel; not positive if they do not.
+    /// Kernel's ids of the driver's family and group; not positive if there are none.
     struct Registration
     {
         int family = 0;
@@ -59,7 +59,7 @@ public:
     /// What this instance found when it was made.
     const Registration& GetRegistration() const { return mRegistration; }
 
-    /// Takes one datagram of the driver apart. If it holds several messages, the later values stand on top.
+    /// Decodes one datagram of the driver. If it has several messages, later values replace earlier ones.
     static void ReadReport(const std::uint8_t* bytes, std::size_t size, K2LinkStatus& status);
 
 private:

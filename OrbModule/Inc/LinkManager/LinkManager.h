@@ -49,7 +49,7 @@ public:
     LinkManager& operator=(const LinkManager&) = delete;
 
     /// A new neighbour: the number of its link, its addresses in host order. A lost one: local IP 0, remote port 0xFF,
-    /// remote IP 0, and type 0 if it was the driver that told so.
+    /// remote IP 0, and type 0 if the driver reported it.
     boost::signals2::signal<void(UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remotePort,
                                  std::uint32_t remoteIp, Hid hid, LinkType type)>
         DeviceChanged;

@@ -39,7 +39,7 @@ struct Lateness
 {
     bool report = false;
     bool forceTimeout = false;
-    /// The stream of this neighbour is on its way out, or will be by the forced time-out.
+    /// The stream of this neighbour is closing, or will be after the forced time-out.
     bool ignoreHeartbeat = false;
 };
 /// @param elapsed since the time-out was last started; @param timeout 0 if none is in force; @param stream to the

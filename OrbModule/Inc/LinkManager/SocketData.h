@@ -7,15 +7,15 @@
 #include <boost/asio.hpp>
 #include <optional>
 
-/// One live link: sends this module's heartbeats to the neighbour, receives the neighbour's, and tells LinkManager
-/// what they mean. Built and destroyed on the main thread; its handlers run on a thread of its own, so that heartbeats
-/// leave on time while the main thread is busy, and nothing there ever waits for the main thread.
+/// One live link: sends this module's heartbeats to the neighbour, receives the neighbour's, and reports to LinkManager
+/// what they mean. Built and destroyed on the main thread; its handlers run on their own thread, which never waits for
+/// the main thread, so that heartbeats leave on time.
 class LinkManager::SocketData
 {
 public:
     /// Opens and binds the socket; nothing runs before Start.
-    /// @param number tells this link from all others of the manager; @param remoteId the driver's id of the neighbour,
-    /// which stands for its HID until the first heartbeat.
+    /// @param number distinguishes this link from all others of the manager; @param remoteId the driver's id of the
+    /// neighbour, used as its HID until the first heartbeat.
     /// @throws boost::system::system_error if the local endpoint cannot be bound.
     SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, LinkIndex link,
                std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort);

@@ -20,10 +20,10 @@
 #include <unordered_map>
 
 /// Turns a KLV item into a typed call on the main service: it decodes the command on the socket thread and posts the
-/// finished, immutable object to the slots of its class. A command class brings its id, its decoding and its signal.
+/// finished, immutable object to the slots of its class. A command class defines its id, its decoding and its signal.
 ///
-/// mLock guards the registry. It is held through the decoding of a command and through Connect, and is taken behind
-/// the mutex of the comms; slots never run under it.
+/// mLock guards the registry. It is held while a command is decoded and during Connect, and is taken after the mutex of
+/// the comms; slots never run under it.
 class OrbCommandProcessor
 {
 public:

@@ -25,8 +25,8 @@
 /// Owns all KLV streams of the module: listens on the two router ports, opens streams on request, keeps a directory of
 /// those that are connected, and sends commands on them. One socket thread runs all of it.
 ///
-/// mMutex guards the handler, its sockets and the directory. The socket thread holds it through a pass, but not while
-/// it waits; every operation that others call takes it. It is taken behind LinkManager::mMutex and before
+/// mMutex guards the handler, its sockets and the directory. The socket thread holds it during a pass, but not while it
+/// waits; every operation that others call takes it. It is taken after LinkManager::mMutex and before
 /// OrbCommandProcessor::mLock. What reaches the main service from the socket thread is posted, never called.
 class OrbKLVComms : public iOrbKLVComms, public iStreamRegistry
 {
@@ -69,7 +69,7 @@ public:
     /// The kernel's address of a port's interface, host order; 0 if it has none.
     std::uint32_t GetPortAddress(UINT8GIGEPORT port) const;
 
-    /// A stream has come (valid) or gone; the end of one can be told twice. Fires on the main service.
+    /// A stream is up (valid) or has ended; the end can be reported twice. Fires on the main service.
     boost::signals2::connection ConnectKLVStreamChanged(const StreamSignal::slot_type& slot)
     {
         return KLVStreamChanged->connect(slot);

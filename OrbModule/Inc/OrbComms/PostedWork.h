@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <functional>
 
-/// What the socket thread has posted to the main service and what has not run there yet. While that is too much, the
-/// streams are not read, so that TCP slows the peers down and nothing is lost; the main thread tells when it is done
-/// with most of it.
+/// Work that the socket thread has posted to the main service and that has not run yet. Above a limit the streams are
+/// not read, so that TCP slows the peers down and nothing is lost; the main thread wakes the socket thread once most of
+/// it is done.
 ///
-/// The socket thread adds and asks, the main thread takes off. No lock, and nobody waits.
+/// The socket thread adds and asks, the main thread takes off. Lock-free; neither thread waits.
 class PostedWork
 {
 public:
@@ -26,7 +26,7 @@ public:
     bool IsFull()
     {
         if (!mFull && mSize > HighMark) mFull = true;
-        // Behind the flag: either this sees that all is done, or the main thread sees that it has to tell.
+        // After the flag is set: either this sees that most is done, or the main thread sees that it has to wake.
         if (mFull && mSize <= LowMark) mFull = false;
         return mFull;
     }

@@ -12,7 +12,7 @@
 
 /// What came of taking slots or giving them back.
 enum AllocationResult : std::uint32_t {
-    /// New slots were taken; or, of Free, the slots of the box were given back.
+    /// New slots were taken; for Free: the slots of the box were returned.
     AllocatedNew = 0,
     /// The audio flows on: a destination joined the source's slots, or left them to others.
     AlreadyCarrying = 1,
@@ -32,12 +32,12 @@ struct Allocation
     bool ChangesRoutes() const { return result == AllocatedNew || result == FreedLast; }
 };
 
-/// The table of TDM slots of all ports: which source occupies a slot, who listens to it. One source occupies one set
-/// of slots on a port, however many destinations hear it. Bookkeeping only: it touches no hardware, sends nothing and
-/// keeps nothing over a restart. Ports are Routing::PortsEnum. Main thread only.
+/// The table of TDM slots of all ports: which source occupies a slot, who listens to it. One source occupies one set of
+/// slots on a port, however many destinations listen to it. Bookkeeping only: it touches no hardware, sends nothing and
+/// forgets all at a restart. Ports are Routing::PortsEnum. Main thread only.
 ///
-/// The remote forms choose slots on a port for a destination further away; the local forms are told the slots,
-/// since those belong to the box that is plugged in.
+/// The remote forms choose slots on a port for a destination further away; the local forms get the slots, since those
+/// belong to the box that is plugged in.
 class LinkAllocation
 {
 public:
@@ -51,7 +51,7 @@ public:
     /// Takes the lowest free slots of the port, or joins the slots that carry this source there already. When the port
     /// runs out, the slots taken so far stay with the destination, and the result is AllocationFailed.
     Allocation Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, UINT8GIGEPORT port, HidPort dest);
-    /// Books the slots of destLink, whoever holds them.
+    /// Books the slots of destLink, whichever source holds them.
     /// @param destLink slots below 512
     Allocation Allocate(HidPort source, const Routing::GigeAndSlots& sourceLink, HidPort dest,
                         const Routing::GigeAndSlots& destLink);

@@ -26,7 +26,7 @@ public:
     Korvo::PatchState GetState(Routing::PortsEnum port) const;
     /// Where the source is to be found on that port; the empty link for a port above 2.
     const Routing::GigeAndSlots& GetLink(Routing::PortsEnum port) const;
-    /// Where the audio is to go when this patch swings over to the other link.
+    /// Where the audio goes when this patch fails over to the other link.
     const Routing::GigeAndSlots& GetSwapTarget() const { return mSwapTarget; }
 
     /// Kept for whoever has a patch without the index of the store.

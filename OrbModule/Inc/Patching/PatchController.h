@@ -18,10 +18,10 @@ class OstrelPingCmd;
 class PatchSucessfulCmd;
 class RouterPatchAudio;
 
-/// Turns patch commands into slots and routes, and keeps them right while devices come and go. What a patch takes
-/// depends on where its two ends are; the same destination may be heard on both links, and then one link has the
-/// working route and the other a prepared one. With a real router on a link that router drives the patches; without one
-/// the Orb router of the unit does. Main thread only.
+/// Turns patch commands into slots and routes, and keeps them right while devices come and go. The work for a patch
+/// depends on where its two ends are. If the same destination is heard on both links, one link has the working route
+/// and the other a reserved one. With a real router on a link that router drives the patches; without one the Orb
+/// router of the unit does. Main thread only.
 class PatchController
 {
 public:
@@ -33,7 +33,7 @@ public:
     PatchController& operator=(const PatchController&) = delete;
 
     void OnLocalHidChanged(Hid hid);
-    /// @param connected whether a real router stands at a link.
+    /// @param connected whether a real router is on a link.
     void OnNetworkConnectionChanged(bool connected);
     void OnDeviceChange(Hid hid, UINT8GIGEPORT number, bool online, StreamType type);
 

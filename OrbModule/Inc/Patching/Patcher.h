@@ -27,8 +27,8 @@ public:
     /// Registers bulk audio and both links as endpoints, which sends the first, silent table.
     /// @param service the main service, which nothing here needs; @param endpointId gives the ADMA address of link 0
     /// or 1. It is asked twice a link and may block.
-    /// @throws std::system_error if the bulk block is missing; std::runtime_error, with a text that says what to do,
-    /// if an address is not 1 to 7 or stands for two endpoints.
+    /// @throws std::system_error if the bulk block is missing; std::runtime_error, with the remedy in its text, if an
+    /// address is not 1 to 7 or belongs to two endpoints.
     Patcher(boost::asio::io_service& service, fsi::DeviceRegistry* registry,
             std::shared_ptr<audio::AudioDmaManager> manager,
             const std::function<std::uint8_t(std::uint32_t)>& endpointId);

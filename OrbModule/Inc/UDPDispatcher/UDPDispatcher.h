@@ -57,7 +57,7 @@ public:
     /// The port that the socket is bound to.
     std::uint16_t GetPort() const { return mSocket.local_endpoint().port(); }
 
-    /// Takes one datagram apart: an unknown number is dropped, and so is what is shorter than its message.
+    /// Decodes one datagram: drops unknown numbers and messages that are too short.
     void Dispatch(const char* bytes, std::size_t size) const;
 
 private:

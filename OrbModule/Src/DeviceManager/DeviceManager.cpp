@@ -71,7 +71,7 @@ void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT number, StreamType type, st
     switch (type) {
     case StreamType::LOCAL_LINK:
         if (port == Routing::ORB_PORT) {
-            // Its end says nothing of the links: nobody is there to be told, and the devices are still in use.
+            // Its end does not affect the links: the devices are still in use, and there is no Orb router to report to.
             if (valid) mReports.SendToOrb(RouterInfoReq());
         } else if (IsLinkPort(port)) {
             mLinkedDevices.OnLocalLinkChanged(port, type, valid);

@@ -40,7 +40,7 @@ void RemoteDiscovery::OnSlaveLinkChanged(Routing::PortsEnum port, std::uint32_t 
     AUDIT_STREAM(RouterAudioRoute, "OnSlaveLinkChanged" << PortText(port) << " Address " << AddressText(address)
                                                         << FlagText(valid) << "\n");
     if (!valid) return;
-    // Whoever is at the far end of a data link has internal I/O of its own.
+    // The peer at the far end of a data link has its own internal I/O.
     mComms.SendSlave(IoInfoReq(), address);
     if (!mDevices.mRouterConnected) RequestPendingDescriptions(port, address);
 }
@@ -123,7 +123,7 @@ void RemoteDiscovery::RemoteIoAlive(const RemoteIoUpdate& command, Routing::Port
         mRoutes.AddIoRoute(command.GetAddress(), port);
     }
     if (!mDevices.mRouterConnected) {
-        // The description comes back over the data link, and the Orb router is told then.
+        // The description comes over the data link; the Orb router gets its report then.
         if (!fromOrb) mComms.SendSlave(IoInfoDevReq(hid), GetPortAddress(command.GetOwner(), port));
         return;
     }

@@ -112,7 +112,7 @@ void SoftwareChecks::OnDeviceCheckResults(const DeviceCheckResultsCmd& command)
     const std::string primary = AddressText(local.Pri.RemoteIp);
     AUDIT_STREAM(IODiscovery, "Local Device " << primary << ":" << address << "\n");
     const Side side = address == primary ? Side::Primary : Side::Secondary;
-    // The result of a device that is refused there, or was replaced, lets nobody else in.
+    // The result of a device that is refused there, or was replaced, admits no other device.
     if (mDevices.IsOtherOn(side)) return;
     local.Check(side) = SoftwareCheck::Passed;
     if (local.IsRoutingDevice()) {

@@ -124,7 +124,7 @@ void LinkManager::BringUpExternalGigEs()
 void LinkManager::StartRouterIgnoreTimer()
 {
     AUDIT_LOG(Information, "Start Router Ignore Timer\r\n");
-    // Void if a new router is followed meanwhile.
+    // Void if the module follows a new router by now.
     const auto onExpiry = [this, followed = mRouters.CountFollowed()](const boost::system::error_code& error) {
         if (error) {
             AUDIT_STREAM(Fault, "RoutersDisallowed timer error: " << error.message() << "\n");
@@ -168,7 +168,7 @@ void LinkManager::SetMasterHid(Hid hid)
 {
     if (!mRouters.SetMaster(GetRackId(hid))) return;
     MasterHidChanged(hid);
-    // A link may have disallowed them meanwhile, and its signal may have come before this one.
+    // A link may have disallowed them since, and its signal may have come before this one.
     if (!mRouters.Snapshot().routersAllowed) MasterHidChanged(GetRackHid());
 }
 
@@ -265,8 +265,8 @@ void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeigh
                                       << LinkPortText(GigePort) << "\n");
         if (LinkRules::IsRouter(lost.type)) RouterLost(GigePort);
     }
-    // Now, not by another post: the neighbour may have returned meanwhile, and its news is queued already. But not
-    // under the lock, which a slot may take.
+    // Now, not by another post: the neighbour may have returned, and that report is queued already. But not under the
+    // lock, which a slot may take.
     DeviceChanged(GigePort, 0, UNKNOWN_GIGE_PORT, 0, lost.hid, lost.type);
 }
 
@@ -284,7 +284,7 @@ void LinkManager::CreateConnection(LinkIndex link, const Endpoint& local, std::u
     // Before the first heartbeat, which leaves at once.
     K2LinkDriver::SetSocketTos(link, connection->GetSocket());
     connection->Start();
-    // A link that is not taken in dies outside the lock: its thread may wait for it.
+    // A link that is not inserted is destroyed outside the lock, since its thread may wait for the lock.
     const std::lock_guard<std::mutex> lock(mMutex);
     mConnections.emplace(link, connection);
 }

@@ -10,7 +10,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-/// How much of what a link has posted may wait for the main thread. An honest neighbour gives it a few things a second.
+/// The most posted events of a link that may wait for the main thread. An honest neighbour causes a few a second.
 constexpr std::uint32_t MostPosted = 1000;
 
 } // namespace
@@ -61,7 +61,7 @@ void LinkManager::SocketData::SetTimeout(milliseconds timeout)
     });
 }
 
-/// To the main thread. What is posted holds the manager and values: it can still be queued when this link dies.
+/// To the main thread. The posted closure holds only the manager and values, since it can outlive this link.
 template <class Action>
 void LinkManager::SocketData::Post(Action action)
 {

@@ -20,7 +20,7 @@ namespace {
 
 constexpr int Backlog = 20;
 constexpr int RetryForEver = -1;
-/// A router may report others without end, and each is tried for ever.
+/// A router may report others without end, and each is retried for ever.
 constexpr std::size_t MostReported = 256;
 /// On one port. A link has one neighbour; the others are those that were there before and never answered.
 constexpr std::size_t MostOfNeighbours = 16;
@@ -99,7 +99,7 @@ void OrbKLVComms::Open(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t 
                one.stream->IsAimedAt(address, tcpPort);
     });
     if (underWay != mConnecting.end()) {
-        // Whoever asks again has reason to think that the peer is there now.
+        // A caller that asks again has reason to expect the peer now.
         underWay->stream->SetRetryClientConnect();
         return;
     }
@@ -251,7 +251,7 @@ void OrbKLVComms::PostStreamChanged(const OrbKLVStream& stream, bool valid)
 {
     PostedWork& posted = mHandler.GetProcessor().GetPostedWork();
     posted.Add(PostedWork::HandlerSize);
-    // What is told by streams that end with the comms finds no signal any more.
+    // Streams that end with the comms find no signal any more.
     mService.post([&posted, weakSignal = std::weak_ptr<StreamSignal>(KLVStreamChanged), port = stream.GetPort(),
                    type = stream.GetStreamType(), address = stream.GetRemoteIp(), valid] {
         posted.TakeOff(PostedWork::HandlerSize);

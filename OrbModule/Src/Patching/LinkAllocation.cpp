@@ -239,7 +239,7 @@ void LinkAllocation::RemoveFromLut(HidPort source, UINT8GIGEPORT port)
     mLuts[port].erase(source);
 }
 
-/// Drops the entry of a source that lost a slot to somebody else, once none of its slots is its own.
+/// Drops the entry of a source that lost a slot to another one, once it has no slot left.
 void LinkAllocation::RemoveFromLutIfGone(HidPort source, UINT8GIGEPORT port)
 {
     const auto entry = mLuts[port].find(source);

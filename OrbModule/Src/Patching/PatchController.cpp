@@ -259,7 +259,7 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
 }
 
 /// Whether the source reaches this destination through the other link already. The swap target is what the Orb router
-/// was last told for this destination: unless these are the slots, it has to be told, whatever the other state says.
+/// last got for this destination: if these are other slots, it must be told, whatever the other state says.
 bool PatchController::StandsByForOtherLink(const IoPort& dest, Routing::PortsEnum port, const GigeAndSlots& slots) const
 {
     const OrbPatchInfo* const patch = mPatchStore.Find(dest);
@@ -287,7 +287,7 @@ void PatchController::RemoteDestinationPatch(const RouterPatchAudio& command, co
     mComms->SendLocal(onward, ports.local);
 }
 
-/// Takes or gives back the slots in which a port carries the source to the destination, as the command says.
+/// Takes or returns the slots in which a port carries the source to the destination, as the command says.
 Allocation PatchController::AssignSlots(const RouterPatchAudio& command, const GigeAndSlots& sourceLink,
                                         Routing::PortsEnum port)
 {

@@ -70,7 +70,7 @@ void PatchStore::UpdatePatch(Hid hid, Routing::PortsEnum port, Korvo::PatchState
     for (const auto& entry : PatchesOf(hid)) {
         OrbPatchInfo& patch = *entry.second;
         SetLink(patch, port, state, {});
-        // A destination that leaves the port on which its swap target lies gives up those slots.
+        // A destination that leaves the port of its swap target gives up those slots.
         if (patch.GetDest().GetHid() == hid && patch.GetSwapTarget().port == port) SetSwapTarget(patch, {});
     }
 }

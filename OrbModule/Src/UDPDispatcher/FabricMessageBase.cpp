@@ -5,7 +5,7 @@
 
 namespace {
 
-/// What a message without bytes of its own takes up.
+/// Size of a message without a body.
 constexpr std::size_t DefaultSize = 64;
 
 } // namespace

@@ -14,10 +14,10 @@ constexpr std::uint32_t AllowedDifference = 5;
 /// Anybody can send times that change without end. Each change that is logged takes three lines.
 constexpr std::uint32_t LoggedChangesInSecond = 3;
 
-// Network times run to 2106. On the 32-bit target the C library holds them only if it is told to.
+// Network times run to 2106. On the 32-bit target the C library supports them only on request.
 static_assert(sizeof(std::time_t) == 8, "build with _TIME_BITS=64");
 
-/// With a line feed behind it.
+/// With a line feed at the end.
 std::string TimeText(std::time_t time)
 {
     std::tm local{};
@@ -34,7 +34,7 @@ std::optional<std::int32_t> HardwareManager::ComputeOffset(std::uint32_t system,
     const std::uint32_t now = system + static_cast<std::uint32_t>(offset);
     const std::uint32_t difference = now > network ? now - network : network - now;
     if (difference <= AllowedDifference) return std::nullopt;
-    // The two words lie up to 136 years apart, an offset holds 68.
+    // The two words differ by up to 136 years, an offset holds 68.
     const double seconds = std::difftime(network, system);
     return static_cast<std::int32_t>(std::clamp<double>(seconds, std::numeric_limits<std::int32_t>::min(),
                                                         std::numeric_limits<std::int32_t>::max()));
