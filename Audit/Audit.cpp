@@ -11,7 +11,7 @@ namespace {
 std::atomic<Audit*> sInstance{nullptr};
 std::mutex sInstanceLock;
 
-/// Frees the last object in force at the end of the process.
+/// Frees the current object at the end of the process.
 struct InstanceOwner
 {
     ~InstanceOwner() { delete sInstance.exchange(nullptr); }

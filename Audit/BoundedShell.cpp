@@ -42,8 +42,8 @@ private:
     std::vector<pid_t> mChildren;
 } sUnreaped;
 
-/// In a process group of its own, so that what the shell has started can be ended with it, and with no descriptor but
-/// the standard ones: a tool that is left behind must not hold a socket, the log or the FPGA. -1 if it does not start.
+/// In its own process group, so that it can be killed with its children, and with only the standard descriptors: a tool
+/// that was given up must not hold a socket, the log or the FPGA. -1 if it does not start.
 pid_t Start(const std::string& line)
 {
     posix_spawnattr_t attributes;

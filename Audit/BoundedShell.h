@@ -14,10 +14,10 @@ struct ShellPatience
     std::chrono::milliseconds leave{12000};
 };
 
-/// Runs a command line in the shell and waits for its end as system(3) does, but never for ever: one that hangs is
-/// ended together with all that it has started, and one that cannot even be killed is left behind. No
-/// descriptor of this process but the standard ones reaches it. Any thread; the log is not used, since it uses this.
-/// @param tell called once, on the caller's thread, while the command goes on for longer than it should.
-/// @return the status as system(3) gives it; that of SIGKILL for a command that is left behind; -1 if none could be
+/// Runs a command line in the shell and waits for its end as system(3) does, but for a limited time: a command that
+/// hangs is killed with all its children, and given up if even that fails. It inherits only the standard descriptors.
+/// Any thread; does not log, since the log uses this.
+/// @param tell called once, on the caller's thread, when the command takes longer than it should.
+/// @return the status as system(3) gives it; that of SIGKILL for a command that was given up; -1 if none could be
 /// started.
 int RunShell(const std::string& line, const std::function<void()>& tell, const ShellPatience& patience = {});

@@ -28,7 +28,7 @@ std::string Generation(const std::string& path, int number)
     return path + "." + std::to_string(number) + ".gz";
 }
 
-/// A device or a pipe must not be renamed, and a link would leave its file behind.
+/// A device or a pipe must not be renamed, and renaming a link would not move its file.
 bool CanRotate(const std::string& path)
 {
     boost::system::error_code error;
@@ -36,7 +36,7 @@ bool CanRotate(const std::string& path)
     return type == fs::regular_file || type == fs::file_not_found;
 }
 
-/// As one word of the shell.
+/// Quoted as one word for the shell.
 std::string Quoted(const std::string& path)
 {
     std::string word = "'";

@@ -44,7 +44,7 @@ public:
     virtual void OnLogLine(const std::string& line);
 
 protected:
-    /// Waits for the end of a rotation. For the destructor of whoever overrides OnLogLine.
+    /// Waits for the end of a rotation. For the destructor of classes that override OnLogLine.
     void FinishRotation();
 
 private:
