@@ -19,7 +19,7 @@ unsigned long ForPrintf(std::uint32_t value)
     return value;
 }
 
-/// What a key names, behind the text of the key itself.
+/// What a key names, after the text of the key itself.
 std::string SubjectText(std::uint32_t key)
 {
     const std::uint32_t id = key & 0x3FFFFF;

@@ -6,8 +6,8 @@
 #include <map>
 
 /// High-water marks of the process's main loops, reported to the log under TimingStatsDebug: 30 s after the first use
-/// and then every 15 minutes. The figures stand until the process ends. Only the number of timers in one pass is
-/// measured; the other lines of the report say 0 until somebody measures them too.
+/// and then every 15 minutes. The figures are kept until the process ends. Only the number of timers in one pass is
+/// measured; the other lines of the report are 0.
 ///
 /// Lives on the socket thread: the streams feed it there, and the timers are serviced there.
 class CommandTimingStats : public IEventTimerHandler, public IEventStatistics

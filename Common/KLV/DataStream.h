@@ -20,7 +20,7 @@ public:
     virtual bool WriteData(const void* src, std::uint32_t size) = 0;
     virtual void IgnoreData(std::uint32_t size) = 0;
     virtual void Commit() {}
-    /// Between these two stand the bytes of one item: a stream may gather them and send them together.
+    /// These two enclose the bytes of one item, which a stream may gather and send together.
     virtual void BeginItem() {}
     virtual void EndItem() {}
     /// The most bytes that can still be read, for streams that know; a reader allocates nothing beyond.

@@ -11,8 +11,8 @@
 #include <type_traits>
 #include <vector>
 
-// How each type of field stands on the wire: GetFieldLength, WriteField, ReadField. A command's own record types add
-// theirs by having a VisitFields of their own.
+// Wire format of each type of field: GetFieldLength, WriteField, ReadField. A command's own record types define a
+// VisitFields.
 
 namespace Klv {
 
@@ -29,7 +29,7 @@ private:
     Enumeration mValue{};
 };
 
-/// An IPv4 address that is held in network order: its bytes stand on the wire as they stand in memory.
+/// An IPv4 address in network order: its bytes are the same on the wire and in memory.
 class NetworkAddress
 {
 public:

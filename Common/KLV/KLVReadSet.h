@@ -9,9 +9,9 @@
 
 /// Reads the value of one item, field by field, and never past its end.
 ///
-/// A field that does not fit what is left of the item reads nothing, leaves its target as it was, and marks the item
-/// as bad; so do all fields behind it, since nobody knows where they begin. The framing of a stream that brings such an
-/// item can no longer be trusted.
+/// A field that does not fit what is left of the item reads nothing, leaves its target as it was, and marks the item as
+/// bad; so do all later fields, since their start is unknown. The framing of a stream with such an item can no longer
+/// be trusted.
 class KLVReadSet : public KLVSet
 {
 public:

@@ -61,7 +61,7 @@ private:
     std::uint32_t mItemIndex = 0;
 };
 
-/// One command on its way out.
+/// One command to send.
 class KLVCommandWriteSet : public KLVWriteSet
 {
 public:
@@ -70,7 +70,7 @@ public:
     ~KLVCommandWriteSet() override;
 };
 
-/// One panel event on its way out. Kept for the panels' own commands; this module sends none.
+/// One panel event to send. Kept for the panels' own commands; this module sends none.
 class KLVPanelEventWriteSet : public KLVWriteSet
 {
 public:

@@ -17,7 +17,7 @@ enum class KeyLayout : std::uint8_t {
     Message
 };
 
-/// A family of items. The second tag stands in front of the id.
+/// A family of items. The second tag precedes the id.
 struct KeyKind
 {
     const char* tag;

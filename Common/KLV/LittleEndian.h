@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <type_traits>
 
-// Numbers as they stand on the wire, least significant byte first, whatever the processor.
+// Numbers in wire format, least significant byte first, whatever the processor.
 
 template <class Number>
 void StoreLittleEndian(Number value, std::uint8_t* bytes)

@@ -3,7 +3,7 @@
 #include "Common/KLV/FieldCodec.h"
 #include "MiscSource/GlobalConstants.h"
 
-// How the enumerations of the shared model stand on the wire: a device type in one byte, a sample rate in a word.
+// Wire formats of the enumerations of the shared model: a device type is one byte, a sample rate a word.
 
 namespace Klv {
 

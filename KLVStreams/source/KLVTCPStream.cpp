@@ -89,7 +89,7 @@ bool KLVTCPStream::WriteData(const void* src, std::uint32_t size)
     return true;
 }
 
-// How a stream comes up, who its peer is, and how it ends
+// Start, peer and end of a stream
 
 void KLVTCPStream::OnAccept()
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Commands of discovery: who asks for a description, what it says, and which devices are there.
+// Discovery: requests for descriptions, the descriptions, and reports of devices.
 
 #include "Common/KLV/Command.h"
 #include "Common/KLV/ModelFields.h"
@@ -99,7 +99,7 @@ std::ostream& operator<<(std::ostream& out, const RemoteIoUpdate& update);
 
 namespace IoUpdate {
 
-/// Whether a RemoteIoUpdate may tell of this type.
+/// Whether a RemoteIoUpdate may report this type.
 constexpr bool IsIoType(RemoteDeviceType type)
 {
     return type == RemoteDeviceType::Modular || type == RemoteDeviceType::FixedFormat ||

@@ -30,7 +30,7 @@ class IoGPIUpdate : public Command<IoGPIUpdate, 805>
     KLV_COMMAND_FIELDS(IoGPIUpdate, (Hid, Hid), (std::int16_t, Param1), (std::int16_t, Param2), (bool, Param3))
 };
 
-/// A box tells which link its audio follows.
+/// A box reports which link its audio follows.
 class IoActiveAudio : public Command<IoActiveAudio, 807>
 {
     KLV_COMMAND_FIELDS(IoActiveAudio, (Hid, Hid), (std::int16_t, Param1))

@@ -17,7 +17,7 @@ struct PortBitmapEntry
     /// 0 for the primary link, 1 for the secondary.
     std::uint8_t secondary = 0;
 
-    /// The entry as it stands on the wire, the port in front.
+    /// The entry in wire order, the port first.
     template <class Port, class Self, class Visitor>
     static void VisitFields(Port& port, Self& self, Visitor&& visitor)
     {
@@ -105,8 +105,8 @@ class PatchSucessfulCmd : public Command<PatchSucessfulCmd, 841>
     KLV_COMMAND_FIELDS(PatchSucessfulCmd, (IoPort, Dest))
 };
 
-/// Where the audio of a patch stands: the port of the device or node, the link (a Routing::PortsEnum, 0 for either
-/// link, 255 unknown) and the slots there, empty when the receiver must find them.
+/// Where the audio of a patch is: the port of the device or node, the link (a Routing::PortsEnum, 0 for either link,
+/// 255 unknown) and the slots there, empty when the receiver must find them.
 class PatchSource
 {
 public:
