@@ -14,7 +14,7 @@
 
 namespace audio {
 
-/// Driver of the audio DMA block and its transaction table: word i of the table tells which source sample feeds
+/// Driver of the audio DMA block and its transaction table: word i of the table is the source sample that feeds
 /// destination i.
 ///
 /// The main thread writes the table and ends a sync; the ADMA sync thread starts one. The two tables that mirror the
@@ -49,12 +49,12 @@ public:
         WritePendingTable(sources.size());
     }
 
-    /// Asks the FPGA to make the table active that was written last. The "end of sync" interrupt tells when it has.
+    /// Asks the FPGA to activate the table written last. The "end of sync" interrupt confirms it.
     void StartSync();
     /// Takes the request back; the FPGA takes up the next one only after that.
     void EndSync();
     bool IsSyncing() const;
-    /// What the FPGA was last told to make active.
+    /// The table that the FPGA was last asked to activate.
     std::vector<std::uint32_t> GetSynchronisedTable() const;
 
     void SetMute(bool mute);

@@ -10,7 +10,7 @@ namespace audio {
 
 namespace {
 
-/// The scaler and rate under which the routes of an endpoint stand until something else is set up.
+/// Scaler and rate of an endpoint's routes until others are set up.
 constexpr FrequencyScaler DefaultScaler = 1;
 constexpr SampleRates::SystemSampleRate DefaultRate = SampleRates::RATE_48K;
 

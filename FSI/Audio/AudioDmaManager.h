@@ -22,10 +22,10 @@ namespace audio {
 /// The software model of the ADMA table: which endpoints there are and which source sample feeds which sink sample.
 ///
 /// The route setters change the model only; Synchronise writes the whole table and has the sync thread, which this
-/// class owns, ask the FPGA to make it active. One sync is in flight at a time, requests that come meanwhile fold into
-/// one. All operations run on the main thread. mMutex guards mRunning, mSyncRequested and mSyncComplete; it may be
-/// held while the mutex of the FSI is taken, never the other way round. The sync thread does not log. Held by shared
-/// pointer, and in its destructor it uses nothing but its own FSI.
+/// class owns, ask the FPGA to activate it. One sync is in flight at a time, later requests fold into one. All
+/// operations run on the main thread. mMutex guards mRunning, mSyncRequested and mSyncComplete; it may be held while
+/// the mutex of the FSI is taken, never the other way round. The sync thread does not log. Held by shared pointer, and
+/// in its destructor it uses nothing but its own FSI.
 ///
 /// As a view it holds the endpoints of the registry, from RegisterEndpoints on.
 class AudioDmaManager : public std::enable_shared_from_this<AudioDmaManager>,

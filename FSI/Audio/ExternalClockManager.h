@@ -15,12 +15,12 @@
 
 namespace audio {
 
-/// Decides which reference the audio clock follows: keeps the last measurement of every source, judges whether it
-/// lies in the range of the sample rate family, takes the enabled stable source of the best priority, and watches the
-/// servo loop lock on to it. Source 0, the internal clock, is the answer whenever no external one qualifies.
+/// Decides which reference the audio clock follows: keeps the last measurement of every source, checks it against the
+/// range of the sample rate family, takes the enabled stable source of the best priority, and watches the servo loop
+/// lock on to it. Falls back to source 0, the internal clock, when no external one qualifies.
 ///
-/// Everything happens on the main thread. What changes the choice of sources posts its work there, in the order of
-/// the calls; work that is still queued when the manager dies does nothing. Held by shared pointer, and in its
+/// Everything happens on the main thread. What changes the choice of sources posts its work there, in the order of the
+/// calls; work that is still queued when the manager is destroyed does nothing. Held by shared pointer, and in its
 /// destructor it uses nothing but its own connections.
 class ExternalClockManager : public std::enable_shared_from_this<ExternalClockManager>
 {
@@ -36,7 +36,7 @@ public:
         /// Lower is better.
         std::int32_t mPriority = 0x7FFFFFFF;
         std::uint32_t mMeasure = 0;
-        /// 1 if the measurement lies in the range.
+        /// 1 if the measurement is in the range.
         std::uint32_t mStable = 0;
         LockState mLockState = LockState::None;
         /// The source may be selected.

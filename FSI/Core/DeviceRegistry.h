@@ -10,7 +10,7 @@
 
 namespace fsi {
 
-/// The named devices of the process, held jointly with whoever took one. Nothing is ever removed. Main thread only.
+/// The named devices of the process, shared with their users. Nothing is ever removed. Main thread only.
 class DeviceRegistry
 {
 public:

@@ -8,8 +8,7 @@
 
 namespace fsi {
 
-/// The devices of a registry that are of type T, as they stood when the view was built, in alias order.
-/// Main thread only.
+/// The devices of type T in a registry at the time the view was built, in alias order. Main thread only.
 template <typename T>
 class DeviceRegistryView
 {

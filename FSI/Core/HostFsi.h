@@ -22,7 +22,7 @@ public:
     /// Finds and maps the instance-th block (0 the first) of that UIO name.
     /// @throws std::system_error, see OpenRegisterBlock
     HostFsi(const std::string& name, int instance);
-    /// Takes a block that is open already. The name is what GetName tells.
+    /// Takes a block that is open already. GetName returns the name.
     HostFsi(const std::string& name, std::unique_ptr<RegisterBlock> block);
     ~HostFsi() override;
     HostFsi(const HostFsi&) = delete;

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-/// Bytes from the base that the registers of every block take up.
+/// Bytes that the registers of every block occupy from the base.
 constexpr std::uint32_t RegistersLength = 0x40;
 
 /// A file of the kernel here is at most one page long.

@@ -17,7 +17,7 @@ public:
     /// Of the devices whose name is `name` (case does not matter), in the order of their paths, takes the
     /// instance-th, 0 the first.
     /// @param classRoot where the kernel lists its UIO devices
-    /// @param deviceRoot where their device files lie
+    /// @param deviceRoot directory of their device files
     /// @throws std::system_error if there is none, or it cannot be opened or mapped, or its mapping is too short for
     /// a register block; the text names block, device, descriptor and size
     UioRegisterBlock(const std::string& name, int instance, const std::string& classRoot = "/sys/class/uio",

@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-/// The shell node "clock": shows and overrides the choice of the audio clock. Names of clocks are their aliases in
-/// the registry, as it stands when the node is built. Lives on the main thread, as the shell does; what changes the
-/// choice takes effect after the command's result has gone out.
+/// The shell node "clock": shows and overrides the choice of the audio clock. Names of clocks are their aliases in the
+/// registry at the time the node is built. Main thread, as the shell; changes of the choice take effect after the
+/// command's result was sent.
 class ExtRefNode : public cmd::Node
 {
 public:

@@ -22,7 +22,7 @@ bool IsAbove(const Digits& a, const Digits& b)
     return a.size() != b.size() ? a.size() > b.size() : a > b;
 }
 
-/// Its value; one that is out of range for all endpoints stands for all that are.
+/// Its value, capped at one that is out of range for every endpoint.
 std::size_t ValueOf(const Digits& digits)
 {
     constexpr std::size_t mostDigits = 4;
