@@ -25,7 +25,7 @@ constexpr std::uint32_t GetVariantNumber(LinkVariant variant)
 {
     return variant & VARIANT_NUMBER_MASK;
 }
-/// The two bits as they stand; 1 and 3 are no base rates, but can arrive.
+/// The two bits as received; 1 and 3 are no base rates, but can arrive.
 constexpr SampleRates::SystemSampleRate GetVariantRate(LinkVariant variant)
 {
     return static_cast<SampleRates::SystemSampleRate>((variant & VARIANT_RATE_MASK) >> VARIANT_RATE_SHIFT);

@@ -146,7 +146,7 @@ enum class RemoteDeviceType : std::uint8_t {
 };
 K2Heartbeat::LinkType ToLinkType(RemoteDeviceType type);
 RemoteDeviceType ToRemoteDeviceType(K2Heartbeat::LinkType type);
-/// True for the types that RemoteRouterUpdate tells of: router, hub, Orb.
+/// True for the types that RemoteRouterUpdate reports: router, hub, Orb.
 constexpr bool IsRoutingRemoteType(RemoteDeviceType type)
 {
     return type == RemoteDeviceType::Router || type == RemoteDeviceType::Hub || type == RemoteDeviceType::Orb;

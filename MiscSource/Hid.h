@@ -24,7 +24,7 @@ constexpr Hid LOCAL_DSP_HID{0u};
 
 constexpr std::uint32_t LOCAL_RACK_ID = 0;
 constexpr std::uint32_t INVALID_RACK_ID = 0xFFFF;
-/// The id of a system that nobody has given one; with it, routers are disallowed from the start.
+/// The default id of a system; with it, routers are disallowed from the start.
 constexpr std::uint32_t DEFAULT_RACK_ID = 0xC001;
 
 /// Master control and update service of the unit's internal rack, 1.63.1.0.
@@ -32,7 +32,7 @@ constexpr Hid UNIT_MASTER_CONTROL{0x013F0100u};
 /// This module on the unit's internal network, 1.63.5.0.
 constexpr Hid UNIT_MODULE{0x013F0500u};
 
-/// "192.2:8000 ", "0x5(5) ", "INVALID_HID " or "LOCAL_DSP_HID ", always with the blank behind.
+/// "192.2:8000 ", "0x5(5) ", "INVALID_HID " or "LOCAL_DSP_HID ", always with the blank at the end.
 std::ostream& operator<<(std::ostream& out, const Hid& hid);
 
 constexpr std::uint32_t GetRackId(Hid hid)

@@ -30,7 +30,7 @@ public:
     constexpr Hid GetHid() const { return mHid; }
     constexpr std::uint32_t GetStyle() const { return (mStyleAndIndex >> 12) & 0xF; }
     constexpr std::uint16_t GetIndex() const { return static_cast<std::uint16_t>(mStyleAndIndex & 0xFFF); }
-    /// The second word as it stands on the wire, unused bits included.
+    /// The second word in wire format, unused bits included.
     constexpr std::uint32_t GetStyleAndIndex() const { return mStyleAndIndex; }
 
     friend constexpr bool operator==(const IoPort& a, const IoPort& b)

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// More than a log line holds; what a tool leaves in its error file has no limit of its own.
+/// More than a log line holds; a tool's error file has no limit.
 constexpr std::size_t MostOfErrorFile = 64 * 1024;
 
 std::string ReadErrorFile(const std::string& path)

@@ -5,9 +5,9 @@
 
 #include <chrono>
 
-/// Tells systemd how the process fares: ready when it is built, stopping when it dies, and in between, if the unit asks
-/// for a watchdog, a sign of life twice per watchdog time. The signs come from a timer of the main service, so that a
-/// main thread that is stuck gives none and systemd starts the module anew.
+/// Reports to systemd: ready when it is built, stopping when it is destroyed, and in between, if the unit has a
+/// watchdog, a keep-alive twice per watchdog time. A timer of the main service sends it, so that systemd restarts a
+/// module whose main thread is stuck.
 ///
 /// Without systemd, or with a unit that does not listen, it does nothing. Lives on the main thread.
 class SystemdNotifier

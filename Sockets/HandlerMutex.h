@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <mutex>
 
-/// The mutex between the thread that runs a socket handler's passes and all others. The passes come one behind the
-/// other, and a plain mutex could go to their thread again and again; this one goes to whoever asked first.
+/// The mutex between the thread that runs a socket handler's passes and all others. One pass follows another, and a
+/// plain mutex could always go to their thread; this one goes to the thread that asked first.
 class HandlerMutex
 {
 public:

@@ -12,7 +12,7 @@ class InputRing
 public:
     explicit InputRing(std::size_t capacity) : mCapacity(capacity), mStorage(new char[capacity]) {}
 
-    /// False, with nothing written, if there is no room for all of it.
+    /// False, with nothing written, if not all of it fits.
     bool Write(const char* data, std::size_t size);
     /// False, with nothing read, if fewer bytes are held. A null destination drops them.
     bool Read(void* dest, std::size_t size);

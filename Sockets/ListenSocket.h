@@ -62,7 +62,7 @@ public:
     }
 
 private:
-    /// False if there is nobody to accept.
+    /// False if there is no connection to accept.
     bool AcceptOne()
     {
         sockaddr_in address{};

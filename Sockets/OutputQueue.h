@@ -4,7 +4,7 @@
 #include <list>
 #include <memory>
 
-/// Bytes on their way out, in blocks, so that a burst costs few allocations.
+/// Bytes to send, in blocks, so that a burst costs few allocations.
 class OutputQueue
 {
 public:

@@ -91,7 +91,7 @@ void SocketHandler::CloseAll()
             socket = sockets.begin()->second;
             sockets.erase(sockets.begin());
         }
-        // One socket can stand in both maps while it is on its way to a new descriptor.
+        // One socket can be in both maps while it changes to a new descriptor.
         for (auto* map : {&mAdd, &mSockets}) {
             for (auto entry = map->begin(); entry != map->end();) {
                 entry = entry->second == socket ? map->erase(entry) : std::next(entry);

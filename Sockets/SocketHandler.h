@@ -54,8 +54,8 @@ public:
 
 protected:
     void TakeOver(std::unique_ptr<Socket> socket) override;
-    /// Asked before each wait and before each OnRead, on the thread of the passes. While it says yes nothing is read
-    /// or accepted, and all else goes on; Wake when it no longer does.
+    /// Asked before each wait and before each OnRead, on the thread of the passes. While true, nothing is read or
+    /// accepted, and all else continues; call Wake when it no longer is.
     virtual bool IsReadingHeld() { return false; }
 
 private:

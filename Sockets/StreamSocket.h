@@ -2,7 +2,7 @@
 
 #include "Sockets/Socket.h"
 
-/// A socket that connects: with a time-out, and again until it succeeds if it is told so.
+/// A socket that connects: with a time-out, and, on request, with retries until it succeeds.
 class StreamSocket : public Socket
 {
 public:

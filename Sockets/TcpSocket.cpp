@@ -253,7 +253,7 @@ void TcpSocket::EndGather()
     if (mGathered.empty()) return;
     SendBuf(mGathered.data(), mGathered.size());
     mGathered.clear();
-    // The next command will hardly be as long as the longest.
+    // The next command is hardly as long as the longest.
     if (mGathered.capacity() > ReadSize) mGathered.shrink_to_fit();
 }
 

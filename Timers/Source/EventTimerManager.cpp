@@ -97,7 +97,7 @@ bool EventTimerManager::Stop(std::uint32_t id)
     const auto entry = Find(id);
     if (entry == mTimers.end()) return false;
     (*entry)->mImpl.mRunning = false;
-    // A timer stands in the list once: Start takes it out before it puts it in.
+    // A timer is in the list once: Start removes it before it inserts it.
     mTimers.erase(entry);
     return true;
 }

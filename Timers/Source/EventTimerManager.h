@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-/// What the manager tells of its passes; the statistics of the process implement it.
+/// What the manager reports about its passes; the statistics of the process implement it.
 class IEventStatistics
 {
 public:
@@ -21,8 +21,8 @@ public:
     virtual void RaiseMaxEvents(std::uint32_t count) = 0;
 };
 
-/// The process-wide list of polled timers. Nothing runs by itself: the owner of a loop calls Service. There is no lock
-/// of its own: whoever starts or stops a timer holds the mutex under which that loop runs.
+/// The process-wide list of polled timers. The owner of a loop calls Service. Not thread-safe: whoever starts or stops
+/// a timer holds the mutex under which that loop runs.
 class EventTimerManager
 {
 public:

@@ -23,8 +23,8 @@ struct MonotonicTime
     }
 };
 
-/// A timer as its client sees it. It stands in the manager's list while it runs, and its interval, repeat and user
-/// value can be set only while it does not.
+/// A timer as its client sees it. It is in the manager's list while it runs; its interval, repeat and user value can be
+/// set only while it does not run.
 class IEventTimer
 {
 public:
