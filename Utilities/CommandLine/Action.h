@@ -21,8 +21,8 @@ public:
     Action(const Action&) = delete;
     Action& operator=(const Action&) = delete;
 
-    /// Runs the command with what was typed behind its name. Nothing that is typed makes it throw: what goes wrong
-    /// is told in the result. A context of the wrong type gives an empty result and a line on standard error.
+    /// Runs the command with the text after its name. No input makes it throw: errors are reported in the result. A
+    /// context of the wrong type gives an empty result and a line on standard error.
     std::string Run(const std::string& arguments, const boost::any& context) const;
 
     const std::string& GetId() const { return mId; }

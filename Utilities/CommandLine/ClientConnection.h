@@ -13,10 +13,9 @@ namespace cmd {
 
 /// One client of the shell: lines in, text out. Lives on the main service, from its accept until a read fails.
 ///
-/// Output is queued and goes out in the order of the calls, what has gathered meanwhile in one write. Neither
-/// direction can make the process grow: a client that is sent something more while it has left
-/// more than MaxUnsent bytes unread, or that sends a line of more than MaxLine bytes, is closed with a line in the log.
-/// One reply may be longer than MaxUnsent.
+/// Output is queued and sent in the order of the calls, all that is queued in one write. Neither direction can make the
+/// process grow: a client that is sent something more while it has left more than MaxUnsent bytes unread, or that sends
+/// a line of more than MaxLine bytes, is closed with a line in the log. One reply may be longer than MaxUnsent.
 class ClientConnection : public std::enable_shared_from_this<ClientConnection>
 {
 public:

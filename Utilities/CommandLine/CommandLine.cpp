@@ -10,7 +10,7 @@ namespace {
 
 constexpr char HelpFlag[] = " --help";
 
-/// A line taken apart: the name of the command, what stands behind it, and whether it only asks for help.
+/// A parsed line: the name of the command, its arguments, and whether it only asks for help.
 struct Request
 {
     std::string name;

@@ -16,8 +16,8 @@
 
 namespace cmd {
 
-/// The shell for service engineers: a tree of typed commands behind a TCP port. Commands run on the main service, so
-/// they may touch whatever lives there without a lock, and one that blocks stops the whole process for that time.
+/// The shell for service engineers: a tree of typed commands on a TCP port. Commands run on the main service, so they
+/// may touch whatever lives there without a lock, and one that blocks stops the whole process for that time.
 class CommandLine
 {
 public:
@@ -48,7 +48,7 @@ public:
 
     /// Runs the service on this thread until it is stopped; does nothing if it runs already.
     void Run();
-    /// Does the same on a thread of its own, for a process whose main thread has other work.
+    /// Does the same on its own thread, for a process whose main thread has other work.
     void Start();
     /// Stops the service, and joins the thread if there is one. Any thread.
     void Stop();

@@ -14,7 +14,7 @@ namespace cmd {
 /// actions, and hands itself to CommandLine::AddNode. The tree is built at start and does not change after that; all
 /// of it lives on the main service.
 ///
-/// A fault of whoever declares commands (a name twice, an empty name) is a fatal assertion.
+/// A wrong declaration of commands (a name twice, an empty name) is a fatal assertion.
 class Node
 {
 public:

@@ -29,7 +29,7 @@ public:
         : mService(service), mMaxBacklog(maxBacklog)
     {}
 
-    /// Any thread, also with a lock of the log held. Costs one load while nobody tails.
+    /// Any thread, even with a lock of the log held. Costs one load while no client tails.
     void OnLogLine(const std::string& line);
 
     // Main service only. What was logged before the call reaches the clients that tailed then. True if it changed

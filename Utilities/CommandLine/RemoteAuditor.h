@@ -15,7 +15,7 @@ class LogTail;
 /// The log of the module: the log file, and a copy of each line to the shell clients that tail it. Adds the command
 /// "tail" to the shell.
 ///
-/// Made and destroyed on the main thread, and it may die before the shell does: its command then answers false.
+/// Made and destroyed on the main thread, possibly before the shell is destroyed: its command then answers false.
 class RemoteAuditor : public KorvoAudit
 {
 public:

@@ -13,8 +13,8 @@
 
 namespace cmd {
 
-/// Accepts the clients of the shell and tells of their lines. All of it lives on the main service, and the signals
-/// fire there, each from a handler of its own (ConnectionOpened from the accept).
+/// Accepts the clients of the shell and reports their lines. Runs on the main service; the signals fire there, each
+/// from its own handler (ConnectionOpened from the accept).
 class RemoteCommandServer
 {
 public:
@@ -38,7 +38,7 @@ public:
 private:
     void OnAccept(const boost::system::error_code& error);
     void OnFailedAccept(const boost::system::error_code& error);
-    /// What each connection calls; safe after the server has gone.
+    /// What each connection calls; safe after the server is destroyed.
     ClientConnection::Receiver MakeReceiver();
 
     boost::asio::ip::tcp::acceptor mAcceptor;

@@ -1,4 +1,4 @@
-// Makes the dissector for Wireshark: its fixed text, and in it the tables of the module as they stand in this build.
+// Generates the dissector for Wireshark: its fixed text with the tables of the module of this build.
 
 #include "Utilities/Dissector/CommandTables.h"
 #include "Utilities/Dissector/ModelTables.h"

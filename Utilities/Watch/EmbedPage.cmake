@@ -1,4 +1,4 @@
-# Writes the files of the page as C++, so that the program brings them along.
+# Writes the files of the page as C++, so that they are part of the program.
 #
 # cmake -DDIRECTORY=directory -DOUTPUT=file -P EmbedPage.cmake
 cmake_minimum_required(VERSION 3.25)

@@ -9,8 +9,8 @@
 namespace watch {
 
 /// Whether a request may be for this program: its Host names the address at which it came in, the machine itself when
-/// it came from there, or a name that the program was told. A page of a stranger whose name has been made to lead here
-/// carries that name, and gets nothing.
+/// it came from there, or a name from the command line. A foreign page whose name resolves to this machine carries that
+/// name and gets nothing.
 bool IsKnownHost(std::string_view host, const boost::asio::ip::address& local, const std::vector<std::string>& names);
 
 /// The path of a request's target, without a query; empty if the target is not a path.

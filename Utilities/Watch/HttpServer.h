@@ -18,8 +18,8 @@ namespace watch {
 
 class EventStream;
 
-/// Accepts browsers and scrapers, and tells the open event streams when the picture has changed. It reads the picture
-/// and says to the poller that somebody looks; nothing that a request holds goes any further.
+/// Accepts browsers and scrapers, and notifies the open event streams when the picture has changed. It reads the
+/// picture and reports viewers to the poller; no content of a request goes any further.
 class HttpServer
 {
 public:

@@ -157,7 +157,7 @@ bool LinkTracker::OnCheck()
     return true;
 }
 
-/// "0.48.5.0 k2link0, err_file:...": the first thing that follows the description of a routing device.
+/// "0.48.5.0 k2link0, err_file:...": the first line after the description of a routing device.
 bool LinkTracker::OnRoute(std::string_view rest)
 {
     Scanner scanner(rest);

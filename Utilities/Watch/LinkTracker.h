@@ -9,8 +9,8 @@
 
 namespace watch {
 
-/// What is known of one thing about a link. The listings of the shell do not show most of them, so they come from the
-/// log; what happened before the log was first read is unknown.
+/// State of one aspect of a link. Most do not appear in the shell's listings, so they come from the log; what happened
+/// before the log was first read is unknown.
 enum class Fact { Unknown, No, Underway, Yes, NotNeeded };
 std::string_view FactName(Fact fact);
 
@@ -21,7 +21,7 @@ struct LinkFacts
     Fact stream = Fact::Unknown;
     Fact check = Fact::Unknown;
     Fact described = Fact::Unknown;
-    /// Empty if nobody is there.
+    /// Empty if there is no neighbour.
     std::string neighbour{};
     std::string type{};
     std::string localAddress{};

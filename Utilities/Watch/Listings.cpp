@@ -69,7 +69,7 @@ std::optional<AudioPort> TakeAudioPort(Scanner& scanner)
     if (!scanner.Skip("HID:")) return std::nullopt;
     const auto number = scanner.Number();
     if (!number || !scanner.Skip("(")) return std::nullopt;
-    // The short form of an identity has brackets of its own.
+    // The short form of an identity has its own brackets.
     const auto hid = scanner.Until("), Style:");
     if (!hid || !scanner.Number() || !scanner.Skip("(")) return std::nullopt;
     const auto style = scanner.Until("), Idx:");

@@ -11,7 +11,7 @@
 /// have understood: a text that is cut or not a listing gives less, never an error.
 namespace watch {
 
-/// Side of the module on which something is heard or leaves.
+/// Side of the module from which something comes or to which it goes.
 enum class Port { Orb, Primary, Secondary, Unknown };
 constexpr std::size_t PortCount = 3;
 

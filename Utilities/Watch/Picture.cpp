@@ -10,7 +10,7 @@ namespace watch {
 
 namespace {
 
-/// A local record that is only a memory: its device has gone.
+/// A local record whose device has gone.
 bool IsGone(const Device& device)
 {
     return device.local && !device.primary.online && !device.secondary.online && device.type == "Unknown(0)";

@@ -17,7 +17,7 @@ namespace watch {
 enum class Contact { Away, Connecting, Silent, Live };
 std::string_view ContactName(Contact contact);
 
-/// The parts of the picture that change by themselves, each with a version of its own.
+/// The parts of the picture that change independently, each with its own version.
 enum class Section { Watch, Module, Links, Devices, Patches, Slots, Routes, Clocks, Faults };
 constexpr std::size_t SectionCount = 9;
 constexpr std::array<std::string_view, SectionCount> SectionNames = {"watch", "module", "links",  "devices", "patches",
@@ -46,7 +46,7 @@ public:
     // What the sections are made of.
     Contact GetContact() const { return mContact; }
     Milliseconds ContactSince() const { return mContactSince; }
-    /// The first contact. Another one means another OrbWatch, which counts the lines of the log anew.
+    /// The first contact. Another one means another OrbWatch, which counts the lines of the log from 1.
     Milliseconds Started() const { return mStarted; }
     /// 0 if none was taken.
     Milliseconds Taken() const { return mTaken; }
@@ -71,7 +71,7 @@ public:
 
     /// The section as JSON, made when it is asked for.
     const std::string& Json(Section section) const { return Current(section).json; }
-    /// Grows with each change of the section; what was only read anew is no change.
+    /// Grows with each change of the section, not when the same is read again.
     std::uint64_t Version(Section section) const { return Current(section).version; }
     /// Sum of all versions.
     std::uint64_t StateVersion() const;

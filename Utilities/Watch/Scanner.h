@@ -29,7 +29,7 @@ public:
             mRest.remove_prefix(1);
     }
 
-    /// What stands before the literal; the literal is passed.
+    /// The text before the literal; skips the literal.
     std::optional<std::string_view> Until(std::string_view literal)
     {
         const std::size_t position = mRest.find(literal);

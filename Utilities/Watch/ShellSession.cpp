@@ -162,7 +162,7 @@ bool ShellSession::TakeMessage()
     return true;
 }
 
-/// The reply to "tail false": a line of its own that is not part of a result in the log.
+/// The reply to "tail false": a separate line that is not part of a result in the log.
 bool ShellSession::TakeTailOff()
 {
     if (StartsWith(WithoutStamp(mBuffer), Sent)) return false;

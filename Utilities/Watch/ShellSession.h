@@ -33,7 +33,7 @@ struct Reply
     std::size_t loggedBytes = 0;
 };
 
-/// One conversation with the shell, as bytes in and bytes out; no socket, no clock, no thread of its own.
+/// One session with the shell, as bytes in and bytes out, without socket, clock or thread.
 ///
 /// The connection tails the log, so that every line of it arrives here. Replies are read from the log as well. The log
 /// cuts a message at 4 KiB, so a longer result is asked for again with the tail off for the length of that one command;
@@ -65,7 +65,7 @@ public:
     /// One command at a time.
     bool IsBusy() const { return mPending.has_value(); }
     void Ask(ShellCommand command);
-    /// With the tail off meanwhile. Not for commands that write to the log.
+    /// With the tail off during the command. Not for commands that write to the log.
     void AskWhole(ShellCommand command);
 
     bool IsReady() const { return mReady; }
@@ -89,7 +89,7 @@ private:
     Events mEvents;
     Mode mMode = Mode::Greeting;
     std::string mBuffer;
-    /// Where the search for the next stamp goes on.
+    /// Where the search for the next stamp continues.
     std::size_t mSearched = 0;
     std::string mVersion;
     bool mReady = false;
