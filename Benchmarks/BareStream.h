@@ -98,7 +98,7 @@ inline double BareTransfer(const Bytes& bytes)
     return end - start;
 }
 
-/// Microseconds from the first byte at a sender, past a reader and a worker, to a third thread: the road of a patch
+/// Microseconds from the first byte at a sender, past a reader and a worker, to a third thread: the path of a patch
 /// through the module's threads with nothing done on it.
 inline Samples BareHandOvers(const Bytes& bytes, unsigned int count)
 {

@@ -267,8 +267,8 @@ std::size_t ResidentBytes()
     return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-/// Each stream has brought one command and got one, and then lies idle. The baseline is one page, the least that
-/// anything of its own can cost.
+/// Each stream has received and sent one command, and is then idle. The baseline is one page, the least that anything
+/// of its own can cost.
 void IdleStream(benchmark::State& state)
 {
     constexpr std::size_t Streams = 300;

@@ -99,7 +99,7 @@ void LoadUnit::Stop()
 
 void LoadUnit::AwaitDevice(std::uint32_t hid)
 {
-    // Behind the 8 bytes of the header stand the type, the HID and then the address, which is 0 for what has gone.
+    // After the 8 bytes of the header come the type, the HID and the address, which is 0 for a device that has gone.
     constexpr std::size_t HidPlace = 9 * 3;
     constexpr std::size_t WordLength = 4 * 3 - 1;
     constexpr std::size_t AddressPlace = HidPlace + WordLength + 1;

@@ -49,7 +49,7 @@ public:
 
 private:
     void TellDriver(const std::string& line) { mDriver.Ask(line); }
-    /// Waits until the Orb router is told of a device, which is the end of its discovery.
+    /// Waits until a device is reported to the Orb router, which is the end of its discovery.
     void AwaitDevice(std::uint32_t hid);
     /// Waits until what the module has posted to itself so far is done.
     void AwaitMainThread();

@@ -269,7 +269,7 @@ void Measure(const Sizes& sizes)
 
 // ---- OrbWatch
 
-/// The module at rest, alone and then beside OrbWatch with a page open, and OrbWatch itself.
+/// The idle module, alone and then with OrbWatch and an open page, and OrbWatch itself.
 void MeasureWatch(unsigned int seconds)
 {
     const Report report;

@@ -80,7 +80,7 @@ void CopyOfTheTable(benchmark::State& state)
 BENCHMARK(CopyOfTheTable);
 
 /// A command makes a patch and a command breaks it, each up to Synchronise on the simulated board. Arguments: slots of
-/// the patch, patches that stand already.
+/// the patch, patches that exist already.
 void MakeAndBreak(benchmark::State& state)
 {
     boost::asio::io_service service;

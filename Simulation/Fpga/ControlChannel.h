@@ -24,7 +24,7 @@ class ControlChannel
 {
 public:
     /// @param board outlives the channel
-    /// @param path of the socket, which takes the place of one that was left behind
+    /// @param path of the socket; replaces one left from an earlier run
     /// @throws std::system_error if the socket cannot be made
     ControlChannel(SimulatedFpga& board, const std::string& path);
     /// Joins the thread and removes the socket.

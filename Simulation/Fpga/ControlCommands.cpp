@@ -145,7 +145,7 @@ ControlAnswer Range(SimulatedFpga& board, const Words&)
     return Text(std::to_string(low) + " " + std::to_string(high));
 }
 
-/// Bytes that the program has allocated, wherever they lie and whatever lies free between them.
+/// Bytes that the program has allocated, without free space between them.
 ControlAnswer Heap(SimulatedFpga&, const Words&)
 {
     const struct mallinfo2 heap = ::mallinfo2();

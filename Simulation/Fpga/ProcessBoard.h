@@ -4,8 +4,8 @@
 
 namespace simulation {
 
-/// The one board of this process, made at the first call. If the environment variable ORB_SIM_CONTROL is set, a
-/// control channel at that path stands beside it for as long as it lives, which is until the end of the process.
+/// The one board of this process, made at the first call. If the environment variable ORB_SIM_CONTROL is set, a control
+/// channel at that path exists as long as the board, which is until the end of the process.
 /// @throws std::system_error if the control channel cannot be made
 SimulatedFpga& GetProcessBoard();
 

@@ -108,8 +108,8 @@ void SimulatedBlock::Raise(int event)
 void SimulatedBlock::Interrupt()
 {
     ++mInterruptCount;
-    // As on the real line, interrupts that nobody has taken yet become one. Whoever takes it reads the pending bits
-    // after that, and so sees this event too.
+    // As on the real line, interrupts that were not taken yet become one. The reader reads the pending bits after that,
+    // and so sees this event too.
     int unread = 0;
     if (mWriteEnd == -1 || ::ioctl(mReadEnd, FIONREAD, &unread) != 0 || unread > 0) return;
     [[maybe_unused]] const ssize_t written = ::write(mWriteEnd, &mInterruptCount, sizeof mInterruptCount);

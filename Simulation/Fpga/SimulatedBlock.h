@@ -8,9 +8,9 @@
 
 namespace simulation {
 
-/// The part of a simulated register block that all blocks share: what was written to its registers, the indirect
-/// ports, and the interrupt line. What lies behind the indirect ports and the control bits is the board's.
-/// Not locked; the board's lock guards it.
+/// The part of a simulated register block that all blocks share: what was written to its registers, the indirect ports,
+/// and the interrupt line. The board implements the indirect ports and the control bits. Not locked; the board's lock
+/// guards it.
 class SimulatedBlock
 {
 public:

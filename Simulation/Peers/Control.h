@@ -9,7 +9,7 @@
 namespace peers {
 
 /// The answer to one line of the control channel. May be called later, and once; the lines of the text are sent
-/// with a line "." behind them.
+/// followed by a line ".".
 using Reply = std::function<void(const std::string& text)>;
 using OnLine = std::function<void(const std::string& line, Reply reply)>;
 

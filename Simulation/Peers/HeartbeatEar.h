@@ -19,7 +19,7 @@ public:
     explicit HeartbeatEar(boost::asio::io_service& service) : mSocket(service) {}
 
     /// Counts from nothing again.
-    /// @param onHeard called behind each heartbeat.
+    /// @param onHeard called after each heartbeat.
     void Open(const boost::asio::ip::udp::endpoint& local, std::function<void()> onHeard);
     void Close();
     bool IsOpen() const { return mSocket.is_open(); }

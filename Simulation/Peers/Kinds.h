@@ -42,7 +42,7 @@ protected:
     std::string GetHelp() const override;
     /// Whether the module can ask for what is reported.
     virtual bool CanBeAsked() { return true; }
-    /// Tells of everything behind it, on the local stream, if there is one.
+    /// Reports all its devices on the local stream, if there is one.
     void Report();
 
 private:
@@ -144,7 +144,7 @@ protected:
     std::string GetHelp() const override;
 
 private:
-    /// Nothing stands for a check that is never answered.
+    /// Empty for a check that is never answered.
     using Result = std::optional<std::uint32_t>;
     Result mResult = 0;
     std::map<std::string, Result> mResults;

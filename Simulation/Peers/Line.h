@@ -31,7 +31,7 @@ public:
 
     const std::string& GetVerb() const { return mVerb; }
     std::size_t Count() const { return mWords.size(); }
-    /// The word at a place behind the verb; throws LineError if there is none.
+    /// The word at a position after the verb; throws LineError if there is none.
     const std::string& Word(std::size_t index) const;
     std::uint32_t Number(std::size_t index) const { return ToNumber(Word(index)); }
     std::uint32_t NumberOr(std::size_t index, std::uint32_t otherwise) const

@@ -12,7 +12,7 @@
 
 namespace peers {
 
-/// The cable between a peer and the module: who stands at its ends.
+/// The cable between a peer and the module: the nodes at its ends.
 struct Cable
 {
     std::uint32_t moduleRack = 0;
@@ -40,7 +40,7 @@ public:
 
 protected:
     void OnAppear() override;
-    /// Once the addresses stand and before anything is sent.
+    /// Once the addresses are set and before anything is sent.
     virtual void ListenForStreams() {}
     void OnVanish() override;
     bool OnVerb(const Line& line, std::string& answer) override;
@@ -48,7 +48,7 @@ protected:
 
     /// Addresses beside the one of the link, to be set before the peer appears.
     virtual std::vector<std::uint32_t> GetFurtherAddresses() const { return {}; }
-    /// The word behind the type in the heartbeat: an I/O device's internals, a router's master.
+    /// The word after the type in the heartbeat: an I/O device's internals, a router's master.
     void SetWord(std::uint32_t word) { mWord = word; }
     std::uint32_t GetHid() const { return mHid; }
     K2Heartbeat::LinkType GetType() const { return mType; }

@@ -65,7 +65,7 @@ protected:
 
     /// Takes connections until the peer vanishes. @param address host order.
     void Listen(std::uint32_t address, std::uint16_t port);
-    /// Opens a stream, again and again until it stands, and again when it ends, until the peer vanishes.
+    /// Opens a stream, retries until it is up, and reopens it when it ends, until the peer vanishes.
     void Keep(std::uint32_t address, std::uint16_t port);
     /// Sends what answers a request, in the way that the control channel has ordered for its id.
     void Answer(Stream& stream, std::uint32_t requestId, const std::vector<Command>& commands);

@@ -5,7 +5,7 @@
 // A table has one row a line.
 // clang-format off
 
-/// The virtual peers: programs that speak the network's real protocols over real sockets, and do as they are told.
+/// The virtual peers: programs that speak the network's real protocols over real sockets, and take commands.
 ///
 /// One program, `Peer KIND --control PATH [option...]`, one process a peer, run in the namespace of the rig where the
 /// peer stands: `orb` and `update` in `unit`; `fixed`, `modular`, `aoip`, `module`, `hub` and `router` in `pri` or

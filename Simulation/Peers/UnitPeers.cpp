@@ -43,7 +43,7 @@ void OrbRouter::OnCommand(Stream& stream, const Command& command)
         Answer(stream, command.id, {messages::RouterInfo(mHid, messages::Orb, 512, 512), GetIoReport(mPlace.own)});
     } else if (command.id == IO_INFO_REQ) {
         std::vector<Command> answer = mDescription.ToCommands(mIoHid);
-        // The rates of the internal I/O are told by its report; this command is for a box on a link.
+        // The rates of the internal I/O are in its report; this command is for a box on a link.
         answer.erase(std::remove_if(answer.begin(), answer.end(),
                                     [](const Command& part) { return part.id == IO_SAMPLE_CAPABILITIES; }),
                      answer.end());

@@ -9,7 +9,7 @@ namespace peers {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// One command as it stands on the wire: an item of key type 5.
+/// One command in wire format: an item of key type 5.
 struct Command
 {
     std::uint32_t id = 0;

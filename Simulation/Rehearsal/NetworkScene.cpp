@@ -100,7 +100,7 @@ std::string NetworkScene::LearnIdentity()
     mOrb->Tell("io-report", mPatience);
     mOrb->WaitFor(peers::IO_INFO_REQ, 1, mPatience);
     mLog.WaitForLine("LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", mPatience);
-    // The aliases are given in the event behind it.
+    // The next event sets the aliases.
     mLog.WaitForLine("LinkManager::OnDeviceChange Device Online", mPatience);
     ExpectAddress("0.18.5.0");
     ExpectAddress("0.18.6.0");

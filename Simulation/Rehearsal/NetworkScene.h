@@ -26,14 +26,14 @@ public:
     std::vector<Step> Steps();
 
     stage::Peer& GetOrb() { return *mOrb; }
-    /// Plugs a box into a link and waits until it is told to the Orb router.
+    /// Plugs a box into a link and waits until it is reported to the Orb router.
     /// @param link 0 or 1; @return how long that took, in words.
     std::string PlugBox(unsigned int link);
     /// Takes the neighbour of a link away: its cable first, then the program.
     void Unplug(unsigned int link);
     stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours[link]; }
     void PlugHub();
-    /// Waits until the Orb router has been told of the box behind the hub.
+    /// Waits until the box behind the hub is reported to the Orb router.
     void AwaitHubBox();
     void PlugRouter();
     void TellDriver(const std::string& line);

@@ -12,7 +12,7 @@ namespace rehearsal {
 
 namespace {
 
-/// A device behind the master router.
+/// A device beyond the master router.
 constexpr char FarBox[] = "0x00400001";
 
 /// The microphone at input 3 of the box, and the slot on the Orb side at which it ends.

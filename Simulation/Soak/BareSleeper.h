@@ -10,7 +10,7 @@
 namespace soak {
 
 /// A thread that sleeps by the clock and does nothing else, at the module's priority: when it is late, the machine has
-/// no processor to give, and whoever else is late then is not to be blamed.
+/// no processor to give, so that others may be late as well.
 class BareSleeper
 {
 public:

@@ -14,7 +14,7 @@ public:
     void Tell(const std::string& text) { Print("      ", text); }
     /// Something that must never happen has happened.
     void Violation(const std::string& text);
-    /// What is seen once is told once.
+    /// Each finding is reported once.
     void ViolationOnce(const std::string& text);
     unsigned int GetViolations() const;
     double GetSeconds() const;

@@ -38,8 +38,7 @@ std::string PingItem(std::size_t textSize)
            std::string(8, '\0');
 }
 
-/// From the module's own namespace. A module that is behind with its work lets nobody in for a while, and the soak must
-/// not wait for it: whoever waits goes on to others.
+/// From the module's own namespace. A busy module accepts nobody for a while, and the soak must not wait for it.
 ByteStream Connect(std::uint16_t port)
 {
     constexpr int PatienceMs = 1000;
@@ -179,7 +178,7 @@ void Mischief::AddPeers()
         const unsigned int link = RandomLink();
         mUnit.Unplug(link);
         return [this, link] {
-            // Only the same one can stand at both links at a time.
+            // Only the same box can be on both links.
             const unsigned int other = 1 - link;
             const int last = static_cast<int>(Unit::Neighbours.size()) - 1;
             const bool same = Random(0, 3) != 0 && mUnit.IsPlugged(other);
@@ -231,7 +230,7 @@ void Mischief::AddPeers()
     Add("the update service goes", 4000, [this] {
         mUnit.GetUpdate().Tell("vanish");
         return [this] {
-            // The module then connects to the Orb router anew.
+            // The module then reconnects to the Orb router.
             mUnit.UpsetLinks();
             mUnit.GetUpdate().Tell("appear");
             mUnit.GetUpdate().Tell("connect 55000 source=49190");
@@ -241,7 +240,7 @@ void Mischief::AddPeers()
     Add("the Orb router goes", 4000, [this] {
         mUnit.GetOrb().Tell("vanish");
         return [this] {
-            // The module learns its name anew, and takes its links down and up for that.
+            // The module gets its identity again, and takes its links down and up for that.
             mUnit.UpsetLinks();
             mUnit.GetOrb().Tell("appear");
             mUnit.GetOrb().Tell("connect 55000");

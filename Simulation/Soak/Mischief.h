@@ -20,13 +20,13 @@ class Mischief
 public:
     Mischief(Findings& findings, Surroundings& surroundings, HeartbeatWatch& watch, Unit& unit, unsigned int seed);
 
-    /// Each trouble once, in random order.
+    /// Each fault once, in random order.
     void PlayAll();
     void PlayFor(std::chrono::seconds time);
 
 private:
     using Clock = std::chrono::steady_clock;
-    /// Undoes a trouble.
+    /// Undoes a fault.
     using End = std::function<void()>;
     struct Trouble
     {

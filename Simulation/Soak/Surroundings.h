@@ -11,8 +11,8 @@ namespace soak {
 class Surroundings
 {
 public:
-    /// Puts wrappers of the tools, which obey this object, into a directory that is to stand first on the module's
-    /// PATH, and the log on a small disk of its own.
+    /// Puts wrappers of the tools, which obey this object, into a directory that must be first on the module's PATH,
+    /// and the log on a small disk of its own.
     explicit Surroundings(Findings& findings);
 
     std::map<std::string, std::string> GetEnvironment() const;
@@ -32,7 +32,7 @@ private:
     bool mHasNetem = false;
 };
 
-/// Runs a line in the shell; what it says is told if it fails. @return whether it succeeded.
+/// Runs a line in the shell; reports its output if it fails. @return whether it succeeded.
 bool RunLine(Findings& findings, const std::string& line);
 
 } // namespace soak

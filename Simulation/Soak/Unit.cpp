@@ -18,7 +18,7 @@ namespace {
 
 constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
 
-/// A tool may hang for 10 s, and a few may do so one behind the other.
+/// A tool may hang for 10 s, and a few may do so one after the other.
 constexpr Milliseconds SettlePatience{90000};
 
 /// Words of a table by their index, without those that are 0.
@@ -192,7 +192,7 @@ void Unit::CheckDumps()
 
 void Unit::Settle()
 {
-    // Which streams stand depends on what the module heard of last, so it hears of everybody anew.
+    // Which streams are up depends on the last reports, so all peers report again.
     for (unsigned int link = 0; link < LinkCount; ++link)
         Unplug(link);
     AwaitMainThread();
@@ -258,7 +258,7 @@ void Unit::ExpectStream(Peer& peer, const std::string& name, const std::string& 
     throw NotSeen("the " + name + " has no stream " + stream);
 }
 
-/// Until the Orb router has been told of it.
+/// Until it is reported to the Orb router.
 void Unit::ExpectDevice(const char* hid)
 {
     try {

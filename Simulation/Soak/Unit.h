@@ -34,7 +34,7 @@ public:
     /// @param logPath where all that the module prints is kept; empty to keep nothing.
     Unit(Findings& findings, Surroundings& surroundings, HeartbeatWatch& watch, const std::string& logPath);
 
-    /// In the place of whoever stands there.
+    /// Replaces the neighbour there.
     void Plug(unsigned int link, const Neighbour& neighbour);
     void Unplug(unsigned int link);
     /// The driver's report alone.
@@ -52,7 +52,7 @@ public:
 
     /// Reads what the module has printed, and looks whether it still runs. False if it does not.
     bool Look();
-    /// The module sets its links up anew, or may do so: nothing is due on them until it has surely done with that.
+    /// The module sets up its links again, or may do so: nothing is due on them until that is surely done.
     void UpsetLinks();
     /// While tools fail or hang a link that is set up may take any time.
     void SetToolsBroken(bool broken);

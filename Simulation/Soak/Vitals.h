@@ -12,7 +12,7 @@ namespace soak {
 /// What a process holds.
 struct Vitals
 {
-    /// What it may have in memory once the troubles are over, program text included.
+    /// Its most resident memory once the faults are over, program text included.
     static constexpr std::size_t ResidentLimitKiB = 16 * 1024;
 
     /// What it has allocated and not freed. This tells a leak; the resident size also grows by pages of buffers that

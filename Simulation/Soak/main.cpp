@@ -53,7 +53,7 @@ int Soak(double minutes, unsigned int seed, const std::string& logPath)
         Mischief mischief(findings, surroundings, watch, unit, seed);
         bool runs = Settle(findings, unit);
         Vitals line;
-        // Each trouble has come twice before anything is measured by.
+        // Each fault has come twice before the reference is taken.
         for (int round = 0; runs && round < WarmUpRounds; ++round) {
             mischief.PlayAll();
             runs = Settle(findings, unit);

@@ -35,8 +35,8 @@ struct Ending
     std::string Text() const;
 };
 
-/// A program that runs beside this one, in a process group of its own. Its output is collected by a thread as it
-/// comes, so that it never waits for its reader. What still runs when the object dies is killed.
+/// A program that runs beside this one, in a process group of its own. Its output is collected by a thread as it comes,
+/// so that it never waits for its reader. A process that still runs when the object is destroyed is killed.
 class ChildProcess
 {
 public:
@@ -63,8 +63,7 @@ public:
     std::string Errors() const;
     /// Standard output since the last call, which is then forgotten: for a program that runs for hours.
     std::string TakeOutput();
-    /// Waits until the text stands in standard output at or behind the given position, and gives the position
-    /// behind it.
+    /// Waits until the text appears in standard output at or after the given position, and gives the position after it.
     std::size_t WaitForOutput(const std::string& text, std::size_t from = 0, Milliseconds patience = Patience);
 
 private:

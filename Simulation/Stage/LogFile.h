@@ -17,9 +17,9 @@ public:
 
     /// The whole file as it is now, empty if there is none.
     std::string Text() const;
-    /// Waits until a line that has this text in it stands complete in the file, and gives the line without its end.
+    /// Waits until the file has a complete line with this text, and gives the line without its end.
     std::string WaitForLine(const std::string& text, Milliseconds patience = Patience);
-    /// Waits until a file of this name stands in the same directory.
+    /// Waits until a file of this name exists in the same directory.
     void WaitForFile(const std::string& name, Milliseconds patience = Patience);
 
 private:

@@ -24,7 +24,7 @@ NamespaceScope::NamespaceScope(const std::string& name)
 NamespaceScope::~NamespaceScope()
 {
     if (mHome.IsOpen() && setns(mHome.Get(), CLONE_NEWNET) != 0) {
-        // A scene that goes on in the wrong world would report what is not so.
+        // A scene that continues in the wrong namespace would report falsehoods.
         std::perror("return to the own network namespace");
         std::abort();
     }

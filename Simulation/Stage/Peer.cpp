@@ -27,7 +27,7 @@ Command MakeCommand(const std::string& kind, const std::string& path, const std:
     return command;
 }
 
-/// What stands behind the first three words of a line of "received".
+/// The rest of a line of "received" after its first three words.
 std::string BytesOf(const std::string& line)
 {
     std::size_t position = 0;
@@ -36,7 +36,7 @@ std::string BytesOf(const std::string& line)
     return line.substr(position);
 }
 
-/// A word as it stands on the wire, in the form of a received command.
+/// A word in wire format, in the form of a received command.
 std::string WireWord(const std::string& hex)
 {
     const unsigned long value = std::stoul(hex, nullptr, 16);
@@ -93,7 +93,7 @@ void Peer::WaitForOneLike(unsigned int id, const std::function<bool(const std::s
 
 void Peer::WaitForUpdate(unsigned int id, const std::string& hid, bool present, Milliseconds patience)
 {
-    // Behind the 8 bytes of the header stand the type, the HID and then the address, which is 0 for what has gone.
+    // After the 8 bytes of the header come the type, the HID and the address, which is 0 for a device that has gone.
     constexpr std::size_t HidPlace = 9 * 3;
     constexpr std::size_t AddressPlace = 13 * 3;
     constexpr std::size_t WordLength = 4 * 3 - 1;

@@ -32,7 +32,7 @@ public:
     /// Waits until a command of an id has come since then whose bytes are accepted.
     void WaitForOneLike(unsigned int id, const std::function<bool(const std::string& bytes)>& accept,
                         Milliseconds patience = Patience);
-    /// Waits until this peer has been told that a device is there, or has gone.
+    /// Waits until this peer got the report that a device is there, or has gone.
     /// @param id RemoteIoUpdate or RemoteRouterUpdate; @param hid in hex with or without "0x".
     void WaitForUpdate(unsigned int id, const std::string& hid, bool present = true, Milliseconds patience = Patience);
 
