@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -20,15 +21,16 @@ inline sockaddr_in LoopbackAddress(const std::string& host, std::uint16_t port)
     return address;
 }
 
-/// The far end of a connection under test: a plain blocking socket whose waits have a deadline.
+/// The far end of a connection under test: a plain blocking socket whose waits end after 10 s.
 class LoopbackPeer
 {
 public:
     explicit LoopbackPeer(int fd) : mFd(fd) {}
-    LoopbackPeer(LoopbackPeer&& other) noexcept : mFd(other.mFd) { other.mFd = -1; }
+    LoopbackPeer(LoopbackPeer&& other) noexcept : mFd(std::exchange(other.mFd, -1)) {}
     LoopbackPeer& operator=(LoopbackPeer&& other) noexcept
     {
         std::swap(mFd, other.mFd);
+        std::swap(mReceived, other.mReceived);
         return *this;
     }
     ~LoopbackPeer() { Close(); }
@@ -36,13 +38,18 @@ public:
     static LoopbackPeer ConnectTo(std::uint16_t port, const std::string& host = "127.0.0.1",
                                   const std::string& source = "127.0.0.1", std::uint16_t sourcePort = 0)
     {
+        LoopbackPeer peer = Bound(source, sourcePort);
+        const sockaddr_in to = LoopbackAddress(host, port);
+        EXPECT_EQ(::connect(peer.mFd, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+        return peer;
+    }
+    static LoopbackPeer Bound(const std::string& host, std::uint16_t port)
+    {
         LoopbackPeer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const int on = 1;
         setsockopt(peer.mFd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        const sockaddr_in from = LoopbackAddress(source, sourcePort);
-        EXPECT_EQ(::bind(peer.mFd, reinterpret_cast<const sockaddr*>(&from), sizeof from), 0);
-        const sockaddr_in to = LoopbackAddress(host, port);
-        EXPECT_EQ(::connect(peer.mFd, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+        const sockaddr_in address = LoopbackAddress(host, port);
+        EXPECT_EQ(::bind(peer.mFd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         return peer;
     }
 
@@ -64,31 +71,31 @@ public:
         }
         return true;
     }
-    /// That many bytes; fewer if the connection ends before, or nothing comes for 10 s.
+    /// That many bytes; fewer if the connection ends before, or nothing comes any more.
     std::string Receive(std::size_t size) const
     {
-        std::string bytes;
-        while (bytes.size() < size && IsReadable()) {
-            char buffer[65536];
-            const ssize_t piece = ::recv(mFd, buffer, std::min(sizeof buffer, size - bytes.size()), 0);
-            if (piece <= 0) break;
-            bytes.append(buffer, static_cast<std::size_t>(piece));
+        while (mReceived.size() < size && ReceiveSome() > 0) {
         }
-        return bytes;
+        return Take(size);
     }
+    /// What comes up to and including this text, or up to the end.
+    std::string ReceiveThrough(const std::string& text) const
+    {
+        std::size_t found = mReceived.find(text);
+        while (found == std::string::npos && ReceiveSome() > 0)
+            found = mReceived.find(text);
+        return Take(found == std::string::npos ? found : found + text.size());
+    }
+    std::string ReceiveToEnd() const { return Receive(std::string::npos); }
     /// Waits for the end of the connection; what comes before it is dropped. False if there is none.
     bool WaitForEnd() const
     {
-        char buffer[65536];
-        ssize_t size = 1;
-        while (size > 0 && IsReadable())
-            size = ::recv(mFd, buffer, sizeof buffer, 0);
-        return size <= 0;
+        for (;; mReceived.clear())
+            if (const int result = ReceiveSome(); result <= 0) return result == 0;
     }
     void Close()
     {
-        if (mFd != -1) ::close(mFd);
-        mFd = -1;
+        if (mFd != -1) ::close(std::exchange(mFd, -1));
     }
     /// Closes with a reset.
     void Reset()
@@ -97,8 +104,6 @@ public:
         setsockopt(mFd, SOL_SOCKET, SO_LINGER, &value, sizeof value);
         Close();
     }
-
-protected:
     bool IsReadable() const
     {
         pollfd entry{mFd, POLLIN, 0};
@@ -106,7 +111,24 @@ protected:
     }
 
 private:
+    /// 1 if bytes have come, 0 at the end, -1 if nothing comes.
+    int ReceiveSome() const
+    {
+        char buffer[65536];
+        if (!IsReadable()) return -1;
+        const ssize_t size = ::recv(mFd, buffer, sizeof buffer, MSG_DONTWAIT);
+        if (size > 0) mReceived.append(buffer, static_cast<std::size_t>(size));
+        return size > 0 ? 1 : 0;
+    }
+    std::string Take(std::size_t size) const
+    {
+        std::string taken = mReceived.substr(0, size);
+        mReceived.erase(0, taken.size());
+        return taken;
+    }
+
     int mFd;
+    mutable std::string mReceived;
 };
 
 /// A listening socket on loopback.
@@ -114,20 +136,14 @@ class LoopbackListener
 {
 public:
     explicit LoopbackListener(std::uint16_t port = 0, const std::string& host = "127.0.0.1")
-        : mSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+        : mSocket(LoopbackPeer::Bound(host, port))
     {
-        const int on = 1;
-        setsockopt(mSocket.GetFd(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-        const sockaddr_in address = LoopbackAddress(host, port);
-        EXPECT_EQ(::bind(mSocket.GetFd(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(::listen(mSocket.GetFd(), 20), 0);
     }
     std::uint16_t GetPort() const { return mSocket.GetPort(); }
     LoopbackPeer Accept() const
     {
-        pollfd entry{mSocket.GetFd(), POLLIN, 0};
-        if (::poll(&entry, 1, 10000) != 1) return LoopbackPeer(-1);
-        return LoopbackPeer(::accept4(mSocket.GetFd(), nullptr, nullptr, SOCK_CLOEXEC));
+        return LoopbackPeer(mSocket.IsReadable() ? ::accept4(mSocket.GetFd(), nullptr, nullptr, SOCK_CLOEXEC) : -1);
     }
 
 private:

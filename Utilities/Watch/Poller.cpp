@@ -14,8 +14,6 @@ constexpr milliseconds Spacing{1000};
 constexpr milliseconds HintDelays[] = {milliseconds(0), milliseconds(1000), milliseconds(3000)};
 /// How long after the last line of the log an answer that is due is waited for.
 constexpr milliseconds PendingPatience{60000};
-constexpr milliseconds ReplyPatience{2000};
-constexpr milliseconds SilencePatience{5000};
 constexpr milliseconds GiveUp{30000};
 constexpr milliseconds FreshPatience{900};
 /// Without Information no line says when something changes.
@@ -214,7 +212,7 @@ void Poller::AskNext()
     } else {
         mLink.Session().Ask(command);
     }
-    AwaitReply(ReplyPatience);
+    AwaitReply(mSettings.replyPatience);
 }
 
 void Poller::AwaitReply(milliseconds patience)
@@ -267,7 +265,7 @@ void Poller::OnNoReply()
     if (!wasDirect) {
         mProbing = true;
         mLink.Session().AskWhole(ShellCommand::ActiveClock);
-        AwaitReply(SilencePatience);
+        AwaitReply(mSettings.silencePatience);
         return;
     }
     if (mPicture.GetContact() == Contact::Silent) {

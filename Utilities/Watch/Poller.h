@@ -37,6 +37,9 @@ public:
         /// Bytes that listings may add to the module's log at once, and each second.
         double logBurst = 512 * 1024;
         double logRate = 2048;
+        /// How long a listing may take, and then an answer of any kind.
+        std::chrono::milliseconds replyPatience{2000};
+        std::chrono::milliseconds silencePatience{5000};
     };
 
     Poller(boost::asio::io_context& context, boost::asio::ip::tcp::endpoint shell, Picture& picture, Settings settings);

@@ -1,19 +1,15 @@
 // The program but for its options, against a shell that this test plays.
 
+#include "Tests/Support/Await.h"
+#include "Tests/Support/LoopbackPeer.h"
 #include "Utilities/Watch/HttpServer.h"
 #include "Utilities/Watch/Poller.h"
-
-#include <boost/asio/read.hpp>
-#include <boost/asio/read_until.hpp>
-#include <boost/asio/streambuf.hpp>
-#include <boost/asio/write.hpp>
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <istream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,17 +33,21 @@ const std::string Stamp = "[25/11/26 09:43:38] ";
 class PlayedShell
 {
 public:
-    PlayedShell() : mThread([this] { Run(); }) {}
+    PlayedShell()
+        : mThread([this] {
+              while (!mEnd)
+                  Serve(mListener.Accept());
+          })
+    {}
     ~PlayedShell()
     {
         mEnd = true;
         Close();
-        boost::system::error_code ignored;
-        tcp::socket(mContext).connect(Endpoint(), ignored);
+        LoopbackPeer::ConnectTo(mListener.GetPort());
         mThread.join();
     }
 
-    tcp::endpoint Endpoint() const { return mAcceptor.local_endpoint(); }
+    tcp::endpoint Endpoint() const { return {boost::asio::ip::address_v4::loopback(), mListener.GetPort()}; }
     std::vector<std::string> Lines()
     {
         const Guard lock(mLock);
@@ -61,41 +61,21 @@ public:
     void Log(const std::string& text) { Write(Stamp + text + "\r\n"); }
     void SetMute(bool mute) { mMute = mute; }
     void LockClock() { mLocked = true; }
-    void Close()
-    {
-        const Guard lock(mLock);
-        boost::system::error_code ignored;
-        mSocket.shutdown(tcp::socket::shutdown_both, ignored);
-    }
+    void Close() { ::shutdown(mFd, SHUT_RDWR); }
 
 private:
     void Write(const std::string& text)
     {
         const Guard lock(mLock);
-        boost::system::error_code ignored;
-        boost::asio::write(mSocket, boost::asio::buffer(text), ignored);
+        ::send(mFd, text.data(), text.size(), MSG_NOSIGNAL);
     }
-    void Run()
+    void Serve(const LoopbackPeer& peer)
     {
-        while (!mEnd) {
-            tcp::socket socket = mAcceptor.accept();
-            {
-                const Guard lock(mLock);
-                mSocket = std::move(socket);
-            }
-            if (!mEnd) Serve();
-        }
-    }
-    void Serve()
-    {
+        mFd = peer.GetFd();
         Write("\nOstrel command shell: OrbModule now\nType 'help' to see available commands.\n"
               "Type 'cmd --help' to find out more about 'cmd'.\n");
-        boost::asio::streambuf input;
-        boost::system::error_code error;
-        while (boost::asio::read_until(mSocket, input, '\n', error), !error) {
-            std::string line;
-            std::istream stream(&input);
-            std::getline(stream, line);
+        for (std::string line; !(line = peer.ReceiveThrough("\n")).empty();) {
+            line.pop_back();
             {
                 const Guard lock(mLock);
                 mLines.push_back(line);
@@ -114,15 +94,13 @@ private:
             Write(result);
             return;
         }
-        const std::string name = line.substr(0, line.find(' '));
         if (mTail) Write(Stamp + "CommandLine: Received " + line + "\r\n");
         mTail = true;
-        Write(Stamp + "CommandLine: Sent " + name + " Result\r\n" + result + "\r\n");
+        Write(Stamp + "CommandLine: Sent " + line.substr(0, line.find(' ')) + " Result\r\n" + result + "\r\n");
     }
 
-    boost::asio::io_context mContext;
-    tcp::acceptor mAcceptor{mContext, {boost::asio::ip::address_v4::loopback(), 0}};
-    tcp::socket mSocket{mContext};
+    const LoopbackListener mListener;
+    std::atomic<int> mFd{-1};
     bool mTail = true;
     std::mutex mLock;
     std::vector<std::string> mLines;
@@ -132,49 +110,13 @@ private:
     std::thread mThread;
 };
 
-/// A browser's side of a connection.
-class Client
-{
-public:
-    explicit Client(const tcp::endpoint& server) { mSocket.connect(server); }
-    void Send(const std::string& bytes)
-    {
-        boost::system::error_code ignored;
-        boost::asio::write(mSocket, boost::asio::buffer(bytes), ignored);
-    }
-    void Get(const std::string& target, const std::string& host = "localhost")
-    {
-        Send("GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n\r\n");
-    }
-    /// All up to the end of the connection.
-    std::string ReadAll()
-    {
-        boost::system::error_code end;
-        boost::asio::read(mSocket, boost::asio::dynamic_buffer(mText), end);
-        return mText;
-    }
-    std::string ReadThrough(const std::string& mark)
-    {
-        boost::system::error_code error;
-        const std::size_t size = boost::asio::read_until(mSocket, boost::asio::dynamic_buffer(mText), mark, error);
-        std::string text = mText.substr(0, error ? mText.size() : size);
-        mText.erase(0, text.size());
-        return text;
-    }
-
-private:
-    boost::asio::io_context mContext;
-    tcp::socket mSocket{mContext};
-    std::string mText;
-};
-
 class Server : public testing::Test
 {
 protected:
     explicit Server(double logBurst = 512 * 1024)
         : mPoller(mContext, mShell.Endpoint(), mPicture, Settings(logBurst)),
           mAcceptor(mContext, {boost::asio::ip::address_v4::loopback(), 0}),
-          mEndpoint(mAcceptor.local_endpoint()),
+          mPort(mAcceptor.local_endpoint().port()),
           mServer(mContext, std::move(mAcceptor), mPicture, mPoller, {})
     {
         mPoller.SetChanged([this] { mServer.OnChange(); });
@@ -193,20 +135,28 @@ protected:
         Poller::Settings settings;
         settings.logBurst = logBurst;
         settings.clocks = std::chrono::seconds(1);
+        settings.replyPatience = settings.silencePatience = std::chrono::milliseconds(200);
         return settings;
     }
-    std::string Ask(const std::string& target, const std::string& host = "localhost")
+    /// A browser that has sent this.
+    LoopbackPeer Sent(const std::string& bytes) const
     {
-        Client client(mEndpoint);
-        client.Get(target, host);
-        return client.ReadAll();
+        LoopbackPeer browser = LoopbackPeer::ConnectTo(mPort);
+        browser.Send(bytes);
+        return browser;
+    }
+    LoopbackPeer Get(const std::string& target, const std::string& host = "localhost") const
+    {
+        return Sent("GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n\r\n");
+    }
+    std::string Ask(const std::string& target, const std::string& host = "localhost") const
+    {
+        return Get(target, host).ReceiveToEnd();
     }
     template <class Condition>
     static void WaitFor(Condition condition)
     {
-        for (int i = 0; i < 1000 && !condition(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_TRUE(condition());
+        EXPECT_TRUE(Await(condition, [] { std::this_thread::sleep_for(std::chrono::milliseconds(10)); }));
     }
 
     PlayedShell mShell;
@@ -214,7 +164,7 @@ protected:
     Picture mPicture{"the shell"};
     Poller mPoller;
     tcp::acceptor mAcceptor;
-    tcp::endpoint mEndpoint;
+    const std::uint16_t mPort;
     HttpServer mServer;
     std::thread mThread;
 };
@@ -227,18 +177,14 @@ TEST_F(Server, NoRequestBringsForthAnotherCommand)
           "/adma/clear_all", "quit", "*", "http://localhost/api/state", "/app.js?\"quit\"", "/patch%200%205%201%207"})
         Ask(target);
     for (const char* method : {"POST", "PUT", "DELETE", "PATCH", "OPTIONS", "CONNECT", "quit"}) {
-        Client client(mEndpoint);
-        client.Send(std::string(method) + " /api/state HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\nquit\n");
-        EXPECT_THAT(client.ReadThrough("\r\n"), Not(HasSubstr(" 200 "))) << method;
+        const auto post =
+            Sent(std::string(method) + " /api/state HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\nquit\n");
+        EXPECT_THAT(post.ReceiveThrough("\r\n"), Not(HasSubstr(" 200 "))) << method;
     }
-    Client garbage(mEndpoint);
-    garbage.Send("quit\r\n\nquit\n\r\n\r\n");
-    garbage.ReadAll();
-    Client events(mEndpoint);
-    events.Send("GET /events HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 1\nquit\n\r\n\r\nquit\nquit\n");
-    Client follower(mEndpoint);
-    follower.Get("/events");
-    EXPECT_THAT(follower.ReadThrough("\"clocks\":"), HasSubstr("event: state"));
+    Sent("quit\r\n\nquit\n\r\n\r\n").ReceiveToEnd();
+    const LoopbackPeer events =
+        Sent("GET /events HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 1\nquit\n\r\n\r\nquit\nquit\n");
+    EXPECT_THAT(Get("/events").ReceiveThrough("\"clocks\":"), HasSubstr("event: state"));
     WaitFor([this] { return mShell.Rounds() > 0; });
     EXPECT_THAT(mShell.Lines(), Each(AnyOfArray(ShellCommandTexts)));
     EXPECT_THAT(mShell.Lines(), Contains("clock/active"));
@@ -253,9 +199,8 @@ TEST_F(Server, AnswersItsOwnHostsAlone)
     for (const char* path : {"/", "/api/state", "/events", "/metrics", "/healthz"})
         EXPECT_THAT(Ask(path, "evil.example"), StartsWith("HTTP/1.1 421 ")) << path;
     EXPECT_THAT(Ask("/nothing"), StartsWith("HTTP/1.1 404 "));
-    Client big(mEndpoint);
-    big.Send("GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(10000, 'x') + "\r\n\r\n");
-    EXPECT_THAT(big.ReadThrough("\r\n"), StartsWith("HTTP/1.1 431 "));
+    const auto big = Sent("GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(10000, 'x') + "\r\n\r\n");
+    EXPECT_THAT(big.ReceiveThrough("\r\n"), StartsWith("HTTP/1.1 431 "));
 }
 
 /// What a listing costs the module is paid only while somebody looks, and once a second at most.
@@ -284,57 +229,50 @@ TEST_F(Server, AsksOnlyWhenSomebodyLooksAndWhenTheLogMoves)
 /// Clocks change without a line in the log.
 TEST_F(Server, ReadsTheClocksWhileAPageIsOpen)
 {
-    Client page(mEndpoint);
-    page.Get("/events");
-    page.ReadThrough("\"active\":\"Internal\"");
+    const LoopbackPeer page = Get("/events");
+    page.ReceiveThrough("\"active\":\"Internal\"");
     const long rounds = mShell.Rounds();
     mShell.LockClock();
-    EXPECT_THAT(page.ReadThrough("\"active\":\"Wordclock\""), HasSubstr("Wordclock"));
+    EXPECT_THAT(page.ReceiveThrough("\"active\":\"Wordclock\""), HasSubstr("Wordclock"));
     EXPECT_EQ(mShell.Rounds(), rounds);
 }
 
 /// A browser that takes nothing holds up neither the module nor another browser.
 TEST_F(Server, ABrowserThatDoesNotReadIsNotWaitedFor)
 {
-    Client stuck(mEndpoint);
-    stuck.Get("/events");
-    Client other(mEndpoint);
-    other.Get("/events");
-    other.ReadThrough("event: state");
+    const LoopbackPeer stuck = Get("/events");
+    const LoopbackPeer other = Get("/events");
+    other.ReceiveThrough("event: state");
     for (int i = 0; i < 3000; ++i)
         mShell.Log("line " + std::to_string(i) + std::string(2000, 'x'));
     mShell.Log("the last line");
-    EXPECT_THAT(other.ReadThrough("the last line"), HasSubstr("the last line"));
+    EXPECT_THAT(other.ReceiveThrough("the last line"), HasSubstr("the last line"));
 }
 
 TEST_F(Server, SaysWhenTheModuleIsSilentAwayAndBack)
 {
-    Client page(mEndpoint);
-    page.Get("/events");
-    page.ReadThrough("\"contact\":\"live\"");
+    const LoopbackPeer page = Get("/events");
+    page.ReceiveThrough("\"contact\":\"live\"");
     mShell.Close();
-    EXPECT_THAT(page.ReadThrough("\"contact\":\"away\""), HasSubstr("\"contact\":\"away\""));
+    EXPECT_THAT(page.ReceiveThrough("\"contact\":\"away\""), HasSubstr("\"contact\":\"away\""));
     EXPECT_THAT(Ask("/healthz"), HasSubstr("503 "));
-    EXPECT_THAT(page.ReadThrough("\"restarts\":1"), HasSubstr("\"contact\":\"live\""));
+    EXPECT_THAT(page.ReceiveThrough("\"restarts\":1"), HasSubstr("\"contact\":\"live\""));
     mShell.SetMute(true);
     mShell.Log("look again");
-    EXPECT_THAT(page.ReadThrough("\"contact\":\"silent\""), HasSubstr("\"contact\":\"silent\""));
+    EXPECT_THAT(page.ReceiveThrough("\"contact\":\"silent\""), HasSubstr("\"contact\":\"silent\""));
     const auto lines = mShell.Lines().size();
     Ask("/api/state");
     EXPECT_EQ(mShell.Lines().size(), lines);
 }
 
-class SparingServer : public Server
+struct SparingServer : Server
 {
-protected:
     SparingServer() : Server(100) {}
 };
 
 TEST_F(SparingServer, ListingsDoNotFillTheLog)
 {
-    Client page(mEndpoint);
-    page.Get("/events");
-    EXPECT_THAT(page.ReadThrough("\"sparing\":true"), HasSubstr("\"sparing\":true"));
+    EXPECT_THAT(Get("/events").ReceiveThrough("\"sparing\":true"), HasSubstr("\"sparing\":true"));
 }
 
 } // namespace
