@@ -3,16 +3,18 @@
 #include "Sockets/ListenSocket.h"
 #include "Sockets/SocketHandler.h"
 #include "Sockets/TcpSocket.h"
+#include "Tests/Support/Await.h"
 #include "Tests/Support/LoopbackPeer.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+using Lines = std::vector<std::string>;
 
 /// Keeps the error lines of a handler as "call: number text".
 class ErrorLines : public StdLog
@@ -24,26 +26,21 @@ public:
     }
     std::size_t Count(const std::string& start) const
     {
-        std::size_t count = 0;
-        for (const std::string& line : mLines)
-            count += line.compare(0, start.size(), start) == 0 ? 1 : 0;
-        return count;
+        const auto begins = [&](const std::string& line) { return line.rfind(start, 0) == 0; };
+        return static_cast<std::size_t>(std::count_if(mLines.begin(), mLines.end(), begins));
     }
-    std::vector<std::string> mLines;
+    Lines mLines;
 };
 
-/// What happened to the probes of a test, by name: a probe can be gone when its end is looked at.
-using Events = std::vector<std::string>;
-
-/// A TCP socket that notes what is called on it.
+/// A TCP socket that notes what is called on it, in a list of the test: it can be gone when its end is looked at.
 class Probe : public TcpSocket
 {
 public:
-    Probe(ISocketHandler& handler, Events& events, std::size_t inputSize = 0x40000)
-        : TcpSocket(handler, inputSize), mEvents(&events)
-    {}
-    /// For the listener, which knows nothing of events.
-    explicit Probe(ISocketHandler& handler) : Probe(handler, *sEvents) { sAccepted = this; }
+    /// For the listener, which knows nothing of the list.
+    explicit Probe(ISocketHandler& handler, std::size_t inputSize = 0x40000) : TcpSocket(handler, inputSize)
+    {
+        sLast = this;
+    }
     ~Probe() override { mEvents->push_back("gone"); }
 
     void OnConnect() override { mEvents->push_back("connect"); }
@@ -62,69 +59,89 @@ public:
         TcpSocket::OnRead();
     }
     std::size_t GetHeld() const { return ibuf.GetLength(); }
+    void CloseAtOnce()
+    {
+        SetFlushBeforeClose(false);
+        SetCloseAndDelete();
+    }
 
     std::function<void(Probe&)> mOnDisconnect;
     std::function<void(Probe&)> mOnRead;
-    static inline Events* sEvents = nullptr;
-    static inline Probe* sAccepted = nullptr;
+    static inline Lines* sEvents = nullptr;
+    /// The one that was made last.
+    static inline Probe* sLast = nullptr;
 
 private:
-    Events* const mEvents;
+    Lines* const mEvents = sEvents;
 };
 
-class SmallHandler : public SocketHandler
-{
-public:
-    using SocketHandler::SocketHandler;
-    std::size_t GetLimit() const override { return mLimit != 0 ? mLimit : SocketHandler::GetLimit(); }
-
-    std::size_t mLimit = 0;
-};
-
+/// A handler whose passes the test makes, and the far ends on loopback.
 class SocketTest : public testing::Test
 {
 protected:
+    struct SmallHandler : SocketHandler
+    {
+        using SocketHandler::SocketHandler;
+        std::size_t GetLimit() const override { return mLimit != 0 ? mLimit : SocketHandler::GetLimit(); }
+        std::size_t mLimit = 0;
+    };
+
     SocketTest() { Probe::sEvents = &mEvents; }
 
-    /// Runs passes until it is so; false if that takes 10 s.
     bool PassUntil(const std::function<bool()>& done)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            mHandler.Select(0, 2000);
-        }
-        return true;
+        return Await(done, [this] { mHandler.Select(0, 2000); });
     }
     bool PassUntil(const std::string& event)
     {
         return PassUntil([&] { return std::count(mEvents.begin(), mEvents.end(), event) != 0; });
     }
-    void Pass() { mHandler.Select(0, 0); }
+    bool PassUntilErrors(const std::string& start, std::size_t count = 1)
+    {
+        return PassUntil([&] { return mErrors.Count(start) == count; });
+    }
+    void Pass(std::time_t seconds = 0)
+    {
+        mNow += seconds;
+        mHandler.Select(0, 0);
+    }
+    Lines TakeEvents() { return std::exchange(mEvents, {}); }
+    Lines TakeErrors() { return std::exchange(mErrors.mLines, {}); }
+    /// A listener under the handler; its port.
+    template <class Accepted = Probe>
     std::uint16_t Listen()
     {
-        auto* const listener = mHandler.Own(std::make_unique<ListenSocket<Probe>>(mHandler));
+        auto* const listener = mHandler.Own(std::make_unique<ListenSocket<Accepted>>(mHandler));
         EXPECT_EQ(listener->Bind(0, 20), 0);
         mHandler.Add(listener);
         return listener->GetPort();
     }
-    /// A connected pair: ours under the handler, and the peer.
-    Probe& Accept(LoopbackPeer& peer)
+    /// A connection from mPeer, under the handler.
+    Probe& Accept()
     {
-        peer = LoopbackPeer::ConnectTo(Listen());
+        mPeer = LoopbackPeer::ConnectTo(Listen());
         EXPECT_TRUE(PassUntil("accept"));
         Pass();
         mEvents.clear();
-        return *Probe::sAccepted;
+        return *Probe::sLast;
     }
-    Probe& Connect(const std::string& host, std::uint16_t port, bool reconnect = false, int retries = -1)
+    /// One to mPeer, which has been accepted; made by this side.
+    Probe& Connected(bool reconnect = false)
     {
-        return Connect(mHandler, host, port, reconnect, retries);
+        Probe& probe = Connect(mServer.GetPort(), reconnect);
+        mPeer = mServer.Accept();
+        EXPECT_TRUE(PassUntil("connect"));
+        mEvents.clear();
+        return probe;
     }
-    Probe& Connect(SocketHandler& handler, const std::string& host, std::uint16_t port, bool reconnect,
-                   int retries = -1)
+    Probe& Connect(std::uint16_t port, bool reconnect = false, const std::string& host = "127.0.0.1")
     {
-        auto* const probe = handler.Own(std::make_unique<Probe>(handler, mEvents));
+        return Connect(mHandler, port, reconnect, host);
+    }
+    static Probe& Connect(SocketHandler& handler, std::uint16_t port, bool reconnect = false,
+                          const std::string& host = "127.0.0.1", int retries = -1)
+    {
+        auto* const probe = handler.Own(std::make_unique<Probe>(handler));
         probe->SetConnectionRetry(retries);
         probe->SetReconnect(reconnect);
         probe->Open(host, port);
@@ -134,6 +151,8 @@ protected:
 
     std::time_t mNow = 1000;
     ErrorLines mErrors;
-    Events mEvents;
+    Lines mEvents;
+    const LoopbackListener mServer;
+    LoopbackPeer mPeer{-1};
     SmallHandler mHandler{&mErrors, [this] { return mNow; }};
 };

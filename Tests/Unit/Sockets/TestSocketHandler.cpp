@@ -24,14 +24,14 @@ TEST_F(SocketHandlerTest, ARepeatedSelectErrorIsReportedTwiceAndThenEvery10000th
 
 TEST_F(SocketHandlerTest, ASocketThatIsAddedTwiceStaysOnce)
 {
-    LoopbackPeer peer(-1);
-    Probe& probe = Accept(peer);
+    Probe& probe = Accept();
     const std::size_t count = mHandler.GetCount();
+    const std::string error = "Add: " + std::to_string(probe.GetSocket());
     mHandler.Add(&probe);
     mHandler.Add(&probe);
-    EXPECT_EQ(mErrors.Count("Add: " + std::to_string(probe.GetSocket())), 1u);
+    EXPECT_EQ(mErrors.Count(error), 1u);
     Pass();
-    EXPECT_EQ(mErrors.Count("Add: " + std::to_string(probe.GetSocket())), 2u);
+    EXPECT_EQ(mErrors.Count(error), 2u);
     EXPECT_TRUE(mHandler.Valid(&probe));
     EXPECT_EQ(mHandler.GetCount(), count);
 }
@@ -39,11 +39,9 @@ TEST_F(SocketHandlerTest, ASocketThatIsAddedTwiceStaysOnce)
 TEST_F(SocketHandlerTest, TheLimitHoldsSocketsBackUntilAPlaceIsFree)
 {
     const std::uint16_t port = Listen();
-    LoopbackListener server;
-    Probe& first = Connect("127.0.0.1", server.GetPort());
-    ASSERT_TRUE(PassUntil("connect"));
+    Probe& first = Connected();
     mHandler.mLimit = 2;
-    auto* const second = mHandler.Own(std::make_unique<Probe>(mHandler, mEvents));
+    auto* const second = mHandler.Own(std::make_unique<Probe>(mHandler));
     second->Attach(::socket(AF_INET, SOCK_DGRAM, 0));
     mHandler.Add(second);
     Pass();
@@ -51,14 +49,12 @@ TEST_F(SocketHandlerTest, TheLimitHoldsSocketsBackUntilAPlaceIsFree)
     EXPECT_FALSE(mHandler.Valid(second));
 
     const LoopbackPeer refused = LoopbackPeer::ConnectTo(port);
-    ASSERT_TRUE(PassUntil([&] { return mErrors.Count("accept: 3 ISocketHandler fd_set limit reached") == 1; }));
+    ASSERT_TRUE(PassUntilErrors("accept: 3 ISocketHandler fd_set limit reached"));
     EXPECT_TRUE(refused.WaitForEnd());
-    Probe& third = Connect("127.0.0.1", server.GetPort());
+    EXPECT_TRUE(Connect(mServer.GetPort()).CloseAndDelete());
     EXPECT_EQ(mErrors.Count("Open: 0 no space left in fd_set"), 1u);
-    EXPECT_TRUE(third.CloseAndDelete());
 
-    first.SetFlushBeforeClose(false);
-    first.SetCloseAndDelete();
+    first.CloseAtOnce();
     EXPECT_TRUE(PassUntil([&] { return mHandler.Valid(second); }));
 }
 
@@ -69,45 +65,32 @@ TEST_F(SocketHandlerTest, ADescriptorBeyondTheSetsIsClosedAndNeverEntersThem)
     if (limit.rlim_max < 2 * FD_SETSIZE) GTEST_SKIP() << "no descriptor of that number is allowed here";
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
-    const int low = ::socket(AF_INET, SOCK_STREAM, 0);
-    const int high = fcntl(low, F_DUPFD, FD_SETSIZE);
-    ::close(low);
+    auto* const probe = mHandler.Own(std::make_unique<Probe>(mHandler));
+    const int high = fcntl(0, F_DUPFD, FD_SETSIZE);
     ASSERT_GE(high, FD_SETSIZE);
-    auto* const probe = mHandler.Own(std::make_unique<Probe>(mHandler, mEvents));
     probe->Attach(high);
     mHandler.Add(probe);
     Pass();
     EXPECT_EQ(mErrors.Count("Select: " + std::to_string(high) + " FD_SETSIZE reached"), 1u);
-    EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
+    EXPECT_EQ(TakeEvents(), (Lines{"delete", "gone"}));
     EXPECT_EQ(fcntl(high, F_GETFD), -1);
 }
 
 TEST_F(SocketHandlerTest, ASocketThatMarksOrClosesItselfInOnReadGoesInTheSamePass)
 {
-    const std::function<void(Probe&)> ways[] = {
-        [](Probe& probe) {
-            probe.SetFlushBeforeClose(false);
-            probe.SetCloseAndDelete();
-        },
-        // The mark falls on no descriptor, so no work list can take it.
-        [](Probe& probe) {
-            probe.Close();
-            probe.SetFlushBeforeClose(false);
-            probe.SetCloseAndDelete();
-        },
-    };
-    for (const auto& way : ways) {
-        LoopbackPeer peer(-1);
-        Probe& probe = Accept(peer);
+    for (const bool closes : {false, true}) {
+        Probe& probe = Accept();
         bool wasRead = false;
         probe.mOnRead = [&](Probe& self) {
             wasRead = true;
-            way(self);
+            // Then the mark falls on no descriptor, so no work list can take it.
+            if (closes) self.Close();
+            self.CloseAtOnce();
         };
-        peer.Send("x");
+        mPeer.Send("x");
         ASSERT_TRUE(PassUntil([&] { return wasRead; }));
-        EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
-        EXPECT_TRUE(peer.WaitForEnd());
+        EXPECT_EQ(TakeEvents(), (Lines{"delete", "gone"}));
+        EXPECT_TRUE(mPeer.WaitForEnd());
     }
     EXPECT_EQ(mHandler.GetCount(), 2u) << "the listeners";
 }
@@ -123,38 +106,30 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
             handler.Select(3600, 0);
         }
     });
-    LoopbackListener server;
     Probe* probe = nullptr;
-    {
+    const auto locked = [&](const auto& action) {
         const HandlerMutex::Guard guard(mutex);
-        probe = &Connect(handler, "127.0.0.1", server.GetPort(), false);
-    }
-    const LoopbackPeer peer = server.Accept();
-    std::string expected;
-    for (int i = 0; i < 100; ++i) {
-        const std::string piece(20000, static_cast<char>('a' + i % 26));
-        const HandlerMutex::Guard guard(mutex);
-        probe->SendBuf(piece.data(), piece.size());
-        expected += piece;
-    }
-    EXPECT_TRUE(peer.Receive(expected.size()) == expected);
-    {
-        const HandlerMutex::Guard guard(mutex);
-        probe->SetFlushBeforeClose(false);
-        probe->SetCloseAndDelete();
-    }
-    EXPECT_TRUE(peer.WaitForEnd());
+        action();
+    };
+    locked([&] { probe = &Connect(handler, mServer.GetPort()); });
+    mPeer = mServer.Accept();
+    const std::string piece(20000, 'x');
+    for (int i = 0; i < 100; ++i)
+        locked([&] { probe->SendBuf(piece.data(), piece.size()); });
+    EXPECT_EQ(mPeer.Receive(100 * piece.size()).size(), 100 * piece.size());
+    locked([&] { probe->CloseAtOnce(); });
+    EXPECT_TRUE(mPeer.WaitForEnd());
     running = false;
     handler.Wake();
     passes.join();
-    EXPECT_EQ(mEvents, (Events{"connect", "delete", "gone"}));
+    EXPECT_EQ(TakeEvents(), (Lines{"connect", "delete", "gone"}));
 }
 
 TEST_F(SocketHandlerTest, TheMutexGoesToWhoeverAskedFirst)
 {
     HandlerMutex mutex;
     std::atomic<bool> running{true};
-    // Passes that come one behind the other, as under a flood.
+    // Passes that come one after the other, as under a flood.
     std::thread passes([&] {
         while (running)
             const HandlerMutex::Guard guard(mutex);
@@ -168,44 +143,35 @@ TEST_F(SocketHandlerTest, TheMutexGoesToWhoeverAskedFirst)
     passes.join();
 }
 
-TEST_F(SocketHandlerTest, WhatItHoldsGoesWithItAtEveryStage)
+TEST_F(SocketHandlerTest, WhatItHoldsGoesWithItInEveryState)
 {
-    LoopbackListener server;
-    LoopbackPeer peer(-1);
-    std::size_t made = 0;
     {
         SocketHandler handler(&mErrors);
-        const auto open = [&](bool reconnect, const std::string& host, std::uint16_t port) -> Probe& {
-            ++made;
-            return Connect(handler, host, port, reconnect);
-        };
-        Probe& connected = open(true, "127.0.0.1", server.GetPort());
-        peer = server.Accept();
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!connected.IsConnected() && std::chrono::steady_clock::now() < deadline)
-            handler.Select(0, 2000);
-        open(true, "224.0.0.1", 9);                // failed at once
-        open(true, "127.0.0.1", 1);                // refused
-        open(true, "127.0.0.1", server.GetPort()); // connecting
+        Probe& connected = Connect(handler, mServer.GetPort(), true);
+        mPeer = mServer.Accept();
+        ASSERT_TRUE(Await([&] { return connected.IsConnected(); }, [&] { handler.Select(0, 2000); }));
+        Connect(handler, 9, true, "224.0.0.1");    // failed at once
+        Connect(handler, 1, true);                 // refused
+        Connect(handler, mServer.GetPort(), true); // connecting
         handler.Select(0, 0);
-        open(false, "no address", 1);              // refused by the handler
-        open(true, "127.0.0.1", server.GetPort()); // not taken in yet
+        Connect(handler, 1, false, "no address");  // refused by the handler
+        Connect(handler, mServer.GetPort(), true); // not taken in yet
         connected.SetCloseAndDelete();
         const std::string unsent(8 << 20, 'x');
         connected.SendBuf(unsent.data(), unsent.size());
     }
-    EXPECT_EQ(std::count(mEvents.begin(), mEvents.end(), "gone"), static_cast<std::ptrdiff_t>(made));
+    EXPECT_EQ(std::count(mEvents.begin(), mEvents.end(), "gone"), 6);
     EXPECT_EQ(mErrors.Count("Remove"), 0u);
 }
 
 TEST_F(SocketHandlerTest, ASocketThatDiesUnderControlIsTakenOut)
 {
-    auto probe = std::make_unique<Probe>(mHandler, mEvents);
+    auto probe = std::make_unique<Probe>(mHandler);
     probe->Attach(::socket(AF_INET, SOCK_DGRAM, 0));
     mHandler.Add(probe.get());
     Pass();
     probe.reset();
-    EXPECT_EQ(mErrors.Count("Remove: -1 Socket destructor called while still in use"), 1u);
+    EXPECT_EQ(TakeErrors(), Lines{"Remove: -1 Socket destructor called while still in use"});
     EXPECT_EQ(mHandler.GetCount(), 0u);
     Pass();
     EXPECT_EQ(mErrors.Count("select"), 0u) << "its descriptor is in no set";

@@ -10,61 +10,55 @@ using TcpSocketTest = SocketTest;
 
 TEST_F(TcpSocketTest, ARefusedConnectIsTriedAgainOnTheSameDescriptorNumberUntilThePeerIsThere)
 {
+    const std::string timeout = "connect: -1 connect timeout";
     const std::uint16_t port = LoopbackListener().GetPort();
-    Probe& probe = Connect("127.0.0.1", port);
-    ASSERT_TRUE(PassUntil([&] { return mErrors.Count("tcp: connect failed") == 1; }));
+    Probe& probe = Connect(port);
+    ASSERT_TRUE(PassUntilErrors("tcp: connect failed"));
     const int fd = probe.GetSocket();
-    for (int i = 0; i < 3; ++i) {
-        mNow += 5;
-        Pass();
-        EXPECT_EQ(mErrors.Count("connect: -1 connect timeout"), static_cast<std::size_t>(i));
-        mNow += 1;
-        Pass();
-        EXPECT_EQ(mErrors.Count("connect: -1 connect timeout"), static_cast<std::size_t>(i) + 1);
-        ASSERT_TRUE(PassUntil([&] { return mErrors.Count("tcp: connect failed") == static_cast<std::size_t>(i) + 2; }));
+    for (std::size_t tries = 1; tries <= 3; ++tries) {
+        Pass(5);
+        EXPECT_EQ(mErrors.Count(timeout), tries - 1);
+        Pass(1);
+        EXPECT_EQ(mErrors.Count(timeout), tries);
+        ASSERT_TRUE(PassUntilErrors("tcp: connect failed", tries + 1));
         EXPECT_EQ(probe.GetSocket(), fd) << "the case in which the old entry and the new socket share a number";
         EXPECT_EQ(mHandler.GetCount(), 1u);
     }
     const LoopbackListener server(port);
-    mNow += 6;
-    Pass();
-    const LoopbackPeer peer = server.Accept();
+    Pass(6);
+    mPeer = server.Accept();
     ASSERT_TRUE(PassUntil("connect"));
-    peer.Send("hello");
+    mPeer.Send("hello");
     EXPECT_TRUE(PassUntil([&] { return probe.GetHeld() == 5; }));
-    mNow += 60;
-    Pass();
-    EXPECT_EQ(mErrors.Count("connect: -1 connect timeout"), 4u) << "the last before the connect, which ended them";
+    Pass(60);
+    EXPECT_EQ(mErrors.Count(timeout), 4u) << "the last before the connect, which ended them";
 }
 
 // On such a socket no error is pending, and select calls it writable.
 TEST_F(TcpSocketTest, AConnectThatFailsAtOnceIsNotTakenForAConnection)
 {
-    Probe& waiting = Connect("224.0.0.1", 9, true);
-    EXPECT_TRUE(waiting.IsConnecting());
+    EXPECT_TRUE(Connect(9, true, "224.0.0.1").IsConnecting());
     EXPECT_EQ(mErrors.Count("connect: failed, reconnect pending: " + std::to_string(ENETUNREACH)), 1u);
-    ASSERT_TRUE(PassUntil([&] { return mErrors.Count("tcp: connect failed") == 1; }));
-    EXPECT_EQ(mEvents, Events());
-    mNow += 6;
-    Pass();
+    ASSERT_TRUE(PassUntilErrors("tcp: connect failed"));
+    Pass(6);
     EXPECT_EQ(mErrors.Count("connect: failed, reconnect pending"), 2u);
+    EXPECT_EQ(TakeEvents(), Lines());
 
-    Connect("224.0.0.1", 9, false);
+    Connect(9, false, "224.0.0.1");
     EXPECT_EQ(mErrors.Count("connect: failed: " + std::to_string(ENETUNREACH)), 1u);
     Pass();
-    EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
+    EXPECT_EQ(TakeEvents(), (Lines{"delete", "gone"}));
 }
 
 TEST_F(TcpSocketTest, ARetryThatIsAskedForTooLateLeavesTheConnectionAlone)
 {
-    const LoopbackListener server;
-    Probe& probe = Connect("127.0.0.1", server.GetPort(), true);
-    const LoopbackPeer peer = server.Accept();
+    Probe& probe = Connect(mServer.GetPort(), true);
+    mPeer = mServer.Accept();
     probe.SetRetryClientConnect();
     ASSERT_TRUE(PassUntil("connect"));
     Pass();
     probe.SendBuf("here", 4);
-    EXPECT_EQ(peer.Receive(4), "here");
+    EXPECT_EQ(mPeer.Receive(4), "here");
     int alive = 0;
     socklen_t size = sizeof alive;
     EXPECT_EQ(getsockopt(probe.GetSocket(), SOL_SOCKET, SO_KEEPALIVE, &alive, &size), 0);
@@ -73,104 +67,81 @@ TEST_F(TcpSocketTest, ARetryThatIsAskedForTooLateLeavesTheConnectionAlone)
 
 TEST_F(TcpSocketTest, WithoutRetriesLeftAFailedConnectEndsTheSocket)
 {
-    const std::uint16_t port = LoopbackListener().GetPort();
     for (const int retries : {0, 1}) {
-        mEvents.clear();
-        mErrors.mLines.clear();
-        Connect("127.0.0.1", port, false, retries);
-        ASSERT_TRUE(PassUntil([&] { return mErrors.Count("tcp: connect failed") == 1; }));
+        Connect(mHandler, LoopbackListener().GetPort(), false, "127.0.0.1", retries);
+        ASSERT_TRUE(PassUntilErrors("tcp: connect failed"));
         mNow += 6;
         ASSERT_TRUE(PassUntil("gone"));
         EXPECT_EQ(mErrors.Count("tcp: connect failed"), static_cast<std::size_t>(retries) + 1);
-        EXPECT_EQ(mEvents, (Events{"failed", "delete", "gone"}));
+        TakeErrors();
+        EXPECT_EQ(TakeEvents(), (Lines{"failed", "delete", "gone"}));
     }
 }
 
 TEST_F(TcpSocketTest, EveryWayAPeerEndsTheConnection)
 {
-    const struct
-    {
-        void (*end)(LoopbackPeer&);
-        Events events;
-        std::string error;
-    } cases[] = {
-        {[](LoopbackPeer& peer) { peer.Close(); }, {"disconnect", "delete", "gone"}, ""},
-        {[](LoopbackPeer& peer) { peer.Reset(); }, {"delete", "gone"}, "read: " + std::to_string(ECONNRESET)},
-        {[](LoopbackPeer& peer) { ::send(peer.GetFd(), "!", 1, MSG_OOB); },
-         {"delete", "gone"},
-         "exception on select: 0"},
+    const std::tuple<std::function<void()>, Lines, std::string> cases[] = {
+        {[this] { mPeer.Close(); }, {"disconnect", "delete", "gone"}, ""},
+        {[this] { mPeer.Reset(); }, {"delete", "gone"}, "read: " + std::to_string(ECONNRESET)},
+        {[this] { ::send(mPeer.GetFd(), "!", 1, MSG_OOB); }, {"delete", "gone"}, "exception on select: 0"},
     };
-    for (const auto& one : cases) {
-        mErrors.mLines.clear();
-        LoopbackPeer peer(-1);
-        Accept(peer);
-        one.end(peer);
-        ASSERT_TRUE(PassUntil("gone")) << one.error;
-        EXPECT_EQ(mEvents, one.events) << one.error;
-        if (!one.error.empty()) {
-            EXPECT_EQ(mErrors.Count(one.error), 1u) << one.error;
-        }
+    for (const auto& [end, events, error] : cases) {
+        Accept();
+        end();
+        ASSERT_TRUE(PassUntil("gone")) << error;
+        EXPECT_EQ(TakeEvents(), events) << error;
+        EXPECT_EQ(mErrors.Count(error), error.empty() ? 0u : 1u) << error;
+        TakeErrors();
     }
 }
 
 TEST_F(TcpSocketTest, AReconnectFollowsAnOrderedCloseUnlessOnDisconnectCancelsIt)
 {
-    const LoopbackListener server;
-    Probe& probe = Connect("127.0.0.1", server.GetPort(), true);
-    const LoopbackPeer first = server.Accept();
-    ASSERT_TRUE(PassUntil("connect"));
-    probe.SetFlushBeforeClose(false);
-    probe.SetCloseAndDelete();
+    Probe& probe = Connected(true);
+    probe.CloseAtOnce();
     EXPECT_TRUE(PassUntil("reconnect"));
-    EXPECT_TRUE(first.WaitForEnd());
-    const LoopbackPeer second = server.Accept();
-    second.Send("again");
+    EXPECT_TRUE(mPeer.WaitForEnd());
+    mPeer = mServer.Accept();
+    mPeer.Send("again");
     EXPECT_TRUE(PassUntil([&] { return probe.GetHeld() == 5; }));
-    EXPECT_EQ(mEvents, (Events{"connect", "disconnect", "reconnect"}));
+    EXPECT_EQ(TakeEvents(), (Lines{"disconnect", "reconnect"}));
 
-    mEvents.clear();
     probe.mOnDisconnect = [](Probe& self) {
         self.SetReconnect(false);
         self.SetCloseAndDelete();
     };
-    probe.SetFlushBeforeClose(false);
-    probe.SetCloseAndDelete();
+    probe.CloseAtOnce();
     EXPECT_TRUE(PassUntil("gone"));
-    EXPECT_TRUE(second.WaitForEnd());
-    EXPECT_EQ(mEvents, (Events{"disconnect", "delete", "gone"}));
+    EXPECT_TRUE(mPeer.WaitForEnd());
+    EXPECT_EQ(TakeEvents(), (Lines{"disconnect", "delete", "gone"}));
 }
 
-TEST_F(TcpSocketTest, HalfSentOutputIsFinishedInOrder)
+TEST_F(TcpSocketTest, HalfSentOutputIsFinishedInOrderAndAPeerThatNeverReadsIsGivenUpAt64MiB)
 {
-    LoopbackPeer peer(-1);
-    Probe& probe = Accept(peer);
+    LogRecorder log;
+    Probe& probe = Accept();
     std::string expected;
-    for (int i = 0; i < 12; ++i) {
-        const std::string piece(1 << 20, static_cast<char>('a' + i));
+    const auto send = [&] {
+        const std::string piece(1 << 20, static_cast<char>('a' + expected.size() / (1 << 20) % 26));
         probe.SendBuf(piece.data(), piece.size());
         expected += piece;
-    }
+    };
+    for (int i = 0; i < 12; ++i)
+        send();
     ASSERT_GT(probe.GetOutputLength(), 0u) << "more than the kernel takes";
     std::string received;
     ASSERT_TRUE(PassUntil([&] {
         char buffer[65536];
-        const ssize_t size = ::recv(peer.GetFd(), buffer, sizeof buffer, MSG_DONTWAIT);
+        const ssize_t size = ::recv(mPeer.GetFd(), buffer, sizeof buffer, MSG_DONTWAIT);
         if (size > 0) received.append(buffer, static_cast<std::size_t>(size));
         return received.size() == expected.size();
     }));
     EXPECT_TRUE(received == expected);
-}
 
-TEST_F(TcpSocketTest, APeerThatNeverReadsIsGivenUpAt64MiB)
-{
-    LogRecorder log;
-    LoopbackPeer peer(-1);
-    Probe& probe = Accept(peer);
-    const std::string piece(1 << 20, 'x');
-    std::size_t sent = 0;
-    for (; sent < 200 && !probe.CloseAndDelete(); ++sent)
-        probe.SendBuf(piece.data(), piece.size());
-    EXPECT_GE(sent, 64u);
+    expected.clear();
+    while (expected.size() < 200u << 20 && !probe.CloseAndDelete())
+        send();
+    EXPECT_GE(expected.size(), 64u << 20);
     EXPECT_LE(probe.GetOutputLength(), 64u << 20);
     EXPECT_TRUE(log.HasStart("TcpSocket fd "));
     ASSERT_TRUE(PassUntil("gone"));
@@ -179,13 +150,12 @@ TEST_F(TcpSocketTest, APeerThatNeverReadsIsGivenUpAt64MiB)
 
 TEST_F(TcpSocketTest, AGatheredCommandLeavesInOneSegment)
 {
-    LoopbackPeer peer(-1);
-    Probe& probe = Accept(peer);
+    Probe& probe = Accept();
     probe.BeginGather();
     for (const char* part : {"key", "length", "field"})
         probe.SendBuf(part, std::strlen(part));
     probe.EndGather();
-    EXPECT_EQ(peer.Receive(14), "keylengthfield");
+    EXPECT_EQ(mPeer.Receive(14), "keylengthfield");
     tcp_info info{};
     socklen_t size = sizeof info;
     ASSERT_EQ(getsockopt(probe.GetSocket(), IPPROTO_TCP, TCP_INFO, &info, &size), 0);
@@ -194,64 +164,49 @@ TEST_F(TcpSocketTest, AGatheredCommandLeavesInOneSegment)
 
 TEST_F(TcpSocketTest, WhatCannotBeSentIsReportedOrQueued)
 {
-    LoopbackListener server;
-    Probe& probe = Connect("127.0.0.1", server.GetPort());
+    Probe& probe = Connect(mServer.GetPort());
     probe.SendBuf("early", 5);
-    EXPECT_EQ(mErrors.mLines,
-              (Events{"SendBuf: -1 Attempt to write to a non-connected socket, will be sent on connect"}));
+    EXPECT_EQ(TakeErrors(), Lines{"SendBuf: -1 Attempt to write to a non-connected socket, will be sent on connect"});
     ASSERT_TRUE(PassUntil("connect"));
-    const LoopbackPeer peer = server.Accept();
-    EXPECT_EQ(peer.Receive(5), "early");
-
-    mErrors.mLines.clear();
+    EXPECT_EQ(mServer.Accept().Receive(5), "early");
     probe.SetCloseAndDelete();
     probe.SendBuf("late", 4);
-    EXPECT_EQ(mErrors.mLines,
-              (Events{"SendBuf: -1 Attempt to write to a non-ready socket", "SendBuf: 0  * CloseAndDelete()"}));
+    EXPECT_EQ(TakeErrors(),
+              (Lines{"SendBuf: -1 Attempt to write to a non-ready socket", "SendBuf: 0  * CloseAndDelete()"}));
 }
 
-TEST_F(TcpSocketTest, AFlushingCloseWaitsForAStuckPeerButNotForEver)
+TEST_F(TcpSocketTest, AFlushingCloseSendsEverythingButWaitsForAStuckPeerOnly5Seconds)
 {
-    LoopbackPeer peer(-1);
-    Probe& probe = Accept(peer);
+    Accept().SendBuf("last words", 10);
+    Probe::sLast->SetCloseAndDelete();
+    Pass();
+    EXPECT_EQ(mPeer.Receive(100), "last words") << "the end follows the data";
+    EXPECT_EQ(TakeEvents(), Lines()) << "it waits for the peer's end";
+    mPeer.Close();
+    EXPECT_TRUE(PassUntil("gone"));
+
+    Probe& probe = Accept();
     const std::string unsent(16 << 20, 'x');
     probe.SendBuf(unsent.data(), unsent.size());
     probe.SetCloseAndDelete();
-    mNow += 4;
-    Pass();
+    Pass(4);
     EXPECT_EQ(mErrors.Count("Closing: " + std::to_string(probe.GetOutputLength()) + " Sending all data before closing"),
               1u);
-    EXPECT_EQ(mEvents, Events());
-    mNow += 1;
-    Pass();
+    EXPECT_EQ(TakeEvents(), Lines());
+    Pass(1);
     EXPECT_EQ(mErrors.Count("Closing: 0 Closing socket while data still left to send"), 1u);
-    EXPECT_EQ(mEvents, (Events{"delete", "gone"}));
-}
-
-TEST_F(TcpSocketTest, AFlushingCloseSendsEverythingAndThenShutsDown)
-{
-    LoopbackPeer peer(-1);
-    Probe& probe = Accept(peer);
-    probe.SendBuf("last words", 10);
-    probe.SetCloseAndDelete();
-    Pass();
-    EXPECT_EQ(peer.Receive(100), "last words") << "the end follows the data";
-    EXPECT_EQ(mEvents, Events()) << "it waits for the peer's end";
-    peer.Close();
-    EXPECT_TRUE(PassUntil("gone"));
+    EXPECT_EQ(TakeEvents(), (Lines{"delete", "gone"}));
 }
 
 TEST_F(TcpSocketTest, BytesThatTheRingCannotHoldAreLostWithALine)
 {
-    LoopbackListener server;
-    auto* const probe = mHandler.Own(std::make_unique<Probe>(mHandler, mEvents, 1000));
-    probe->Open("127.0.0.1", server.GetPort());
+    auto* const probe = mHandler.Own(std::make_unique<Probe>(mHandler, 1000));
+    probe->Open("127.0.0.1", mServer.GetPort());
     mHandler.Add(probe);
-    ASSERT_TRUE(PassUntil("connect"));
-    const LoopbackPeer peer = server.Accept();
-    peer.Send(std::string(900, 'a'));
+    mPeer = mServer.Accept();
+    mPeer.Send(std::string(900, 'a'));
     ASSERT_TRUE(PassUntil([&] { return probe->GetHeld() == 900; }));
-    peer.Send(std::string(101, 'b'));
-    ASSERT_TRUE(PassUntil([&] { return mErrors.Count("OnRead: 0 ibuf overflow") == 1; }));
+    mPeer.Send(std::string(101, 'b'));
+    ASSERT_TRUE(PassUntilErrors("OnRead: 0 ibuf overflow"));
     EXPECT_EQ(probe->GetHeld(), 900u);
 }
