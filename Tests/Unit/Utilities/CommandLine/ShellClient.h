@@ -6,66 +6,43 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <utility>
 
+constexpr std::chrono::seconds Deadline{20};
+
+/// A port of loopback that nobody has.
 inline boost::asio::ip::tcp::endpoint AnyLoopbackPort()
 {
     return {boost::asio::ip::address_v4::loopback(), 0};
 }
 
-constexpr std::chrono::seconds Deadline{20};
-
-/// Runs the service on this thread until the shell has taken up its next client.
-inline void WaitForConnection(boost::asio::io_service& service, cmd::CommandLine& shell)
+/// A shell on loopback, run by the test until it is started.
+class ShellTest : public testing::Test
 {
-    bool opened = false;
-    const boost::signals2::scoped_connection connection =
-        shell.GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
-    while (!opened)
-        ASSERT_NE(service.run_one_for(Deadline), 0u);
-}
+protected:
+    ~ShellTest() override { mShell.Stop(); }
 
-/// A telnet client.
-class ShellClient : public LoopbackPeer
-{
-public:
-    explicit ShellClient(const boost::asio::ip::tcp::endpoint& endpoint) : LoopbackPeer(ConnectTo(endpoint.port())) {}
-
-    void ShutdownOutput() { ::shutdown(GetFd(), SHUT_WR); }
-    /// What comes up to and including this text. If the far end closes or falls silent before, the test fails and this
-    /// is what has come.
-    std::string ReadUntil(const std::string& text)
+    static LoopbackPeer Connect(cmd::CommandLine& shell)
     {
-        for (;;) {
-            const std::size_t found = mReceived.find(text);
-            if (found != std::string::npos) {
-                std::string result = mReceived.substr(0, found + text.size());
-                mReceived.erase(0, result.size());
-                return result;
-            }
-            if (ReceiveSome()) continue;
-            ADD_FAILURE() << "no '" << text << "' came";
-            return std::exchange(mReceived, std::string());
-        }
+        return LoopbackPeer::ConnectTo(shell.GetServer().GetEndpoint().port());
     }
-    /// What comes until the far end closes.
-    std::string ReadToEnd()
+    LoopbackPeer Connect() { return Connect(mShell); }
+    /// Runs the service on this thread until the shell has taken up its next client.
+    void WaitForConnection(cmd::CommandLine& shell)
     {
-        while (ReceiveSome()) {
-        }
-        return std::exchange(mReceived, std::string());
+        bool opened = false;
+        const boost::signals2::scoped_connection connection =
+            shell.GetServer().ConnectionOpened.connect([&](const auto&) { opened = true; });
+        while (!opened)
+            ASSERT_NE(mService.run_one_for(Deadline), 0u);
     }
-    void SkipGreeting() { ReadUntil("more about 'cmd'.\n"); }
-
-private:
-    bool ReceiveSome()
+    static void SkipGreeting(const LoopbackPeer& client) { client.ReceiveThrough("more about 'cmd'.\n"); }
+    /// The answer of one line to a command.
+    static std::string Ask(const LoopbackPeer& client, const std::string& command)
     {
-        EXPECT_TRUE(IsReadable()) << "nothing came before the deadline";
-        char block[65536];
-        const ssize_t length = ::recv(GetFd(), block, sizeof block, MSG_DONTWAIT);
-        if (length > 0) mReceived.append(block, static_cast<std::size_t>(length));
-        return length > 0;
+        client.Send(command + "\n");
+        return client.ReceiveThrough("\n");
     }
 
-    std::string mReceived;
+    boost::asio::io_service mService;
+    cmd::CommandLine mShell{mService, AnyLoopbackPort(), "OrbModule"};
 };

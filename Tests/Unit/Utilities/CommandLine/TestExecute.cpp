@@ -4,7 +4,7 @@ namespace {
 
 using cmd::action::MakeAction;
 
-class ExecuteTest : public testing::Test
+class ExecuteTest : public ShellTest
 {
 protected:
     ExecuteTest()
@@ -34,8 +34,6 @@ protected:
         mShell.AddNode(node);
     }
 
-    boost::asio::io_service mService;
-    cmd::CommandLine mShell{mService, AnyLoopbackPort(), "Test"};
     int mCalls = 0;
 };
 

@@ -12,7 +12,7 @@ namespace {
 using testing::EndsWith;
 using testing::HasSubstr;
 
-class RemoteAuditorTest : public testing::Test
+class RemoteAuditorTest : public ShellTest
 {
 protected:
     RemoteAuditorTest()
@@ -22,8 +22,9 @@ protected:
         boost::filesystem::create_directories(mDirectory);
         mShell.AddAction(
             "version", [] { return "1.0"; }, "");
-        mAuditor = new cmd::RemoteAuditor(mShell, (mDirectory / "K2.log").string());
-        Audit::SetInstance(mAuditor);
+        auto* const auditor = new cmd::RemoteAuditor(mShell, (mDirectory / "K2.log").string());
+        auditor->SetTailByDefault(true);
+        Audit::SetInstance(auditor);
     }
     ~RemoteAuditorTest() override
     {
@@ -32,56 +33,46 @@ protected:
         boost::filesystem::remove_all(mDirectory);
         testing::internal::GetCapturedStdout();
     }
-    /// A client of a shell that shows everybody the log.
-    ShellClient Tail()
+    /// A client that is shown the log.
+    LoopbackPeer Tail()
     {
-        mAuditor->SetTailByDefault(true);
         if (!std::exchange(mStarted, true)) mShell.Start();
-        ShellClient client(Endpoint());
-        client.SkipGreeting();
+        LoopbackPeer client = Connect();
+        SkipGreeting(client);
         return client;
     }
     static void Log(const std::string& text) { Audit::Instance()->Write("%s\r\n", text.c_str()); }
-    boost::asio::ip::tcp::endpoint Endpoint() { return mShell.GetServer().GetEndpoint(); }
-
-    boost::asio::io_service mService;
-    cmd::CommandLine mShell{mService, AnyLoopbackPort(), ""};
-    cmd::RemoteAuditor* mAuditor = nullptr;
-    bool mStarted = false;
 
 private:
+    bool mStarted = false;
     const boost::filesystem::path mDirectory =
         boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("orb-tail-%%%%-%%%%-%%%%");
 };
 
 TEST_F(RemoteAuditorTest, ManyThreadsLogWhileClientsComeAndGo)
 {
-    ShellClient steady = Tail();
-    std::atomic<bool> stop{false};
-    constexpr int Threads = 3;
-    std::vector<std::thread> threads;
-    threads.reserve(Threads);
-    for (int thread = 0; thread < Threads; ++thread) {
-        threads.emplace_back([thread, &stop] {
-            for (int i = 0; i < 2000 && !stop; ++i)
-                Log("thread " + std::to_string(thread) + " line");
+    const LoopbackPeer steady = Tail();
+    std::vector<std::thread> threads(3);
+    for (std::thread& thread : threads)
+        thread = std::thread([] {
+            for (int i = 0; i < 2000; ++i)
+                Log("a line of a thread");
         });
-    }
     for (int i = 0; i < 20; ++i) {
-        ShellClient passing = Tail();
+        const LoopbackPeer passing = Tail();
         if (i % 2 != 0) continue;
         passing.Send("tail false\nversion\n");
-        passing.ReadUntil("true\n1.0\n");
+        EXPECT_THAT(passing.ReceiveThrough("true\n1.0\n"), EndsWith("true\n1.0\n"));
     }
-    stop = true;
     for (std::thread& thread : threads)
         thread.join();
     Log("end");
-    std::string text = steady.ReadUntil("end\r\n");
+    const std::string text = steady.ReceiveThrough("end\r\n");
+    EXPECT_THAT(text, EndsWith("end\r\n"));
     // Only whole lines, whichever threads they came from.
     for (std::size_t begin = 0, end = 0; (end = text.find("\r\n", begin)) != std::string::npos; begin = end + 2) {
         const std::string line = text.substr(begin, end - begin);
-        EXPECT_TRUE(line.find("thread ") == std::string::npos || line.size() == 13) << line;
+        EXPECT_TRUE(line.find("thread") == std::string::npos || line == "a line of a thread") << line;
     }
 }
 
@@ -90,41 +81,40 @@ TEST_F(RemoteAuditorTest, WhileTheServiceIsStuckTheBacklogIsBounded)
     constexpr std::size_t MaxBacklog = 1024 * 1024;
     const auto tail = std::make_shared<cmd::LogTail>(mService, MaxBacklog);
     mShell.GetServer().ConnectionOpened.connect([&](const auto& connection) { tail->Add(connection); });
-    ShellClient client(Endpoint());
-    WaitForConnection(mService, mShell);
+    const LoopbackPeer client = Connect();
+    WaitForConnection(mShell);
     const std::string line = std::string(4095, 'x') + "\n";
     for (std::size_t i = 0; i < MaxBacklog / line.size() + 6; ++i)
         tail->OnLogLine(line);
     mShell.Start();
-    client.SkipGreeting();
-    const std::string text = client.ReadUntil("log lines were not shown ***\r\n");
+    SkipGreeting(client);
+    const std::string text = client.ReceiveThrough("log lines were not shown ***\r\n");
     EXPECT_THAT(text, EndsWith("x\n*** 6 log lines were not shown ***\r\n"));
     EXPECT_EQ(text.find('*'), MaxBacklog);
     tail->OnLogLine("after\r\n");
-    EXPECT_EQ(client.ReadUntil("\r\n"), "after\r\n");
+    EXPECT_EQ(client.ReceiveThrough("\r\n"), "after\r\n");
 }
 
 TEST_F(RemoteAuditorTest, AListingLongerThanAnyBufferReachesItsClientsWhole)
 {
-    constexpr std::size_t Lines = 6000;
     const std::string line(1022, 'x');
     mShell.AddAction(
         "list",
         [&line] {
-            for (std::size_t i = 0; i < Lines; ++i)
+            for (int i = 0; i < 6000; ++i)
                 Log(line);
         },
         "");
-    ShellClient client = Tail();
+    const LoopbackPeer client = Tail();
     client.Send("list\nversion\n");
-    for (std::size_t i = 0; i < Lines && !HasFailure(); ++i)
-        ASSERT_EQ(client.ReadUntil("\n").size(), line.size() + 2);
+    for (int i = 0; i < 6000; ++i)
+        ASSERT_EQ(client.ReceiveThrough("\n"), line + "\r\n") << i;
 }
 
 TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreTold)
 {
-    const ShellClient stalled = Tail();
-    ShellClient reading = Tail();
+    const LoopbackPeer stalled = Tail();
+    const LoopbackPeer reading = Tail();
     // Far more than the kernel keeps for a client, in portions that the other one has read before the next comes.
     const std::string line(4000, 'x');
     std::string text;
@@ -132,26 +122,23 @@ TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreTold)
         for (int i = 0; i < 16; ++i)
             Log(line);
         Log("end of portion");
-        text = reading.ReadUntil("end of portion\r\n");
+        text = reading.ReceiveThrough("end of portion\r\n");
     }
     EXPECT_THAT(text, HasSubstr("CommandLine: client 127.0.0.1:"));
 }
 
 TEST_F(RemoteAuditorTest, TheShellOutlivesItsAuditor)
 {
-    mAuditor->SetTailByDefault(true);
-    ShellClient client(Endpoint());
-    WaitForConnection(mService, mShell);
+    LoopbackPeer client = Connect();
+    WaitForConnection(mShell);
     Log("never delivered");
     Audit::SetInstance(nullptr);
-    ShellClient late(Endpoint());
+    const LoopbackPeer late = Connect();
     mShell.Start();
-    late.SkipGreeting();
-    late.Send("tail true\n");
-    EXPECT_EQ(late.ReadUntil("\n"), "false\n");
+    SkipGreeting(late);
+    EXPECT_EQ(Ask(late, "tail true"), "false\n");
     client.Close();
-    late.Send("version\n");
-    EXPECT_EQ(late.ReadUntil("\n"), "1.0\n");
+    EXPECT_EQ(Ask(late, "version"), "1.0\n");
 }
 
 } // namespace

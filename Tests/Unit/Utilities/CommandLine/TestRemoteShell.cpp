@@ -1,3 +1,4 @@
+#include "Tests/Support/Await.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Unit/Utilities/CommandLine/ShellClient.h"
 
@@ -10,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::StartsWith;
 
-class RemoteShellTest : public testing::Test
+class RemoteShellTest : public ShellTest
 {
 protected:
     RemoteShellTest()
@@ -20,55 +21,44 @@ protected:
         mShell.AddAction(
             "big", [](unsigned size, const std::string& text) { return std::string(size, text.front()); }, "");
     }
-    /// A client gets its answer.
-    void ExpectAlive(ShellClient& client)
+    static void ExpectAlive(const LoopbackPeer& client)
     {
-        client.SkipGreeting();
-        client.Send("echo alive\n");
-        EXPECT_EQ(client.ReadUntil("\n"), "alive\n");
+        SkipGreeting(client);
+        EXPECT_EQ(Ask(client, "echo alive"), "alive\n");
     }
-    ~RemoteShellTest() override { mShell.Stop(); }
-    boost::asio::ip::tcp::endpoint Endpoint() { return mShell.GetServer().GetEndpoint(); }
 
     LogRecorder mLog;
-    boost::asio::io_service mService;
-    cmd::CommandLine mShell{mService, AnyLoopbackPort(), "OrbModule"};
 };
 
-TEST_F(RemoteShellTest, AnswersNeverInterleave)
+TEST_F(RemoteShellTest, AnswersNeverInterleaveAndAClientThatHasSaidAllStillGetsThem)
 {
     mShell.Start();
-    ShellClient client(Endpoint());
-    client.SkipGreeting();
-    std::string commands;
+    const LoopbackPeer client = Connect();
+    SkipGreeting(client);
     std::string expected;
     for (std::size_t i = 0; i < 40; ++i) {
         const std::size_t size = i % 2 == 0 ? 90000 : 3;
         const char letter = static_cast<char>('a' + i % 26);
-        commands += "big " + std::to_string(size) + ' ' + letter + '\n';
+        client.Send("big " + std::to_string(size) + ' ' + letter + '\n');
         expected += std::string(size, letter) + '\n';
     }
-    client.Send(commands + "echo end\n");
-    EXPECT_TRUE(client.ReadUntil("end\n") == expected + "end\n");
-    // A client that has said all still gets its answers.
     client.Send("echo last\nnever finished");
-    client.ShutdownOutput();
-    EXPECT_EQ(client.ReadToEnd(), "last\n");
+    ::shutdown(client.GetFd(), SHUT_WR);
+    EXPECT_TRUE(client.ReceiveToEnd() == expected + "last\n");
 }
 
 TEST_F(RemoteShellTest, ALineOfMoreThan64KiBEndsItsClient)
 {
     mShell.Start();
-    ShellClient client(Endpoint());
-    client.SkipGreeting();
+    const LoopbackPeer client = Connect();
+    SkipGreeting(client);
     const std::string longest(64 * 1024 - 5, 'x');
-    client.Send("echo " + longest + "\n");
-    EXPECT_TRUE(client.ReadUntil("\n") == longest + "\n");
+    EXPECT_TRUE(Ask(client, "echo " + longest) == longest + "\n");
 
-    ShellClient other(Endpoint());
+    const LoopbackPeer other = Connect();
     client.Send(std::string(64 * 1024 + 1, 'x'));
-    client.ReadToEnd();
-    EXPECT_TRUE(mLog.WaitForPart("dropped, a line of more than 65536 bytes came\r\n"));
+    EXPECT_TRUE(client.WaitForEnd());
+    EXPECT_TRUE(mLog.WaitFor("dropped, a line of more than 65536 bytes came\r\n"));
     ExpectAlive(other);
 }
 
@@ -77,13 +67,13 @@ TEST_F(RemoteShellTest, AClientThatDoesNotReadIsDropped)
     mShell.GetServer().ConnectionClosed.connect(
         [](const auto&, const auto&) { Audit::Instance()->WriteStamped(1, "a client has gone\n"); });
     mShell.Start();
-    ShellClient stalled(Endpoint());
-    ShellClient other(Endpoint());
-    stalled.SkipGreeting();
+    const LoopbackPeer stalled = Connect();
+    const LoopbackPeer other = Connect();
+    SkipGreeting(stalled);
     // 64 MiB are more than the kernel keeps for it.
     for (int i = 0; i < 64 && stalled.Send("big 1048576 x\n"); ++i) {
     }
-    EXPECT_TRUE(mLog.WaitForPart("dropped, more than 4194304 bytes were not read\r\n"));
+    EXPECT_TRUE(mLog.WaitFor("dropped, more than 4194304 bytes were not read\r\n"));
     EXPECT_TRUE(mLog.WaitFor("a client has gone\n"));
     ExpectAlive(other);
 }
@@ -94,21 +84,20 @@ TEST_F(RemoteShellTest, AClientThatGoesWrongDoesNotKeepTheNextOut)
     mShell.GetServer().ConnectionOpened.connect([&](const auto&) {
         if (std::exchange(goesWrong, false)) throw std::runtime_error("no memory");
     });
-    ShellClient first(Endpoint());
-    ShellClient second(Endpoint());
+    const LoopbackPeer first = Connect();
+    const LoopbackPeer second = Connect();
     EXPECT_THROW(mService.run_for(Deadline), std::runtime_error);
     mService.restart();
     mShell.Start();
-    second.SkipGreeting();
+    ExpectAlive(second);
 }
 
 TEST_F(RemoteShellTest, WithoutADescriptorLeftItWaitsAndTriesAgain)
 {
-    ShellClient client(Endpoint());
+    const LoopbackPeer client = Connect();
     // A checked build looks at an object's type through a pipe when it first meets it: let it meet the log now.
     AUDIT_LOG(Fault, "ready\n");
     const int next = ::fcntl(0, F_DUPFD, 0);
-    ASSERT_GE(next, 0);
     ::close(next);
     rlimit before{};
     ::getrlimit(RLIMIT_NOFILE, &before);
@@ -122,23 +111,22 @@ TEST_F(RemoteShellTest, WithoutADescriptorLeftItWaitsAndTriesAgain)
     EXPECT_THAT(mLog.Lines(), ElementsAre("ready\n", StartsWith("CommandLine: accept failed, ")));
     mService.restart();
     mShell.Start();
-    client.SkipGreeting();
+    ExpectAlive(client);
 }
 
 TEST_F(RemoteShellTest, ConnectionsOutliveTheirServer)
 {
-    boost::asio::io_service service;
-    auto shell = std::make_unique<cmd::CommandLine>(service, AnyLoopbackPort(), "");
-    ShellClient client(shell->GetServer().GetEndpoint());
-    WaitForConnection(service, *shell);
+    auto shell = std::make_unique<cmd::CommandLine>(mService, AnyLoopbackPort(), "");
+    const LoopbackPeer client = Connect(*shell);
+    WaitForConnection(*shell);
     client.Send("help\n");
-    client.SkipGreeting();
-    client.ShutdownOutput();
+    SkipGreeting(client);
+    ::shutdown(client.GetFd(), SHUT_WR);
     shell.reset();
     // The connection sees the line and then the end, and nobody is there to be told.
-    while (service.run_one_for(Deadline) != 0) {
-    }
-    EXPECT_EQ(client.ReadToEnd(), "");
+    char byte = 0;
+    EXPECT_TRUE(Await([&] { return ::recv(client.GetFd(), &byte, 1, MSG_DONTWAIT) == 0; },
+                      [&] { mService.run_one_for(std::chrono::milliseconds(1)); }));
 }
 
 } // namespace
