@@ -2,23 +2,21 @@
 
 #include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
+#include "Tests/Fuzz/Require.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    // A block of its own, at an address as the socket's buffers have it and with nothing behind it.
-    std::uint8_t* const bytes = static_cast<std::uint8_t*>(std::malloc(size != 0 ? size : 1));
-    if (size != 0) std::memcpy(bytes, data, size);
+    // A block of its own, at an address as the socket's buffers have it and with nothing after it.
+    const std::unique_ptr<std::uint8_t[]> bytes(new std::uint8_t[size]);
+    if (size != 0) std::memcpy(bytes.get(), data, size);
     K2LinkStatus status;
-    K2LinkDriver::ReadReport(bytes, size, status);
-    std::free(bytes);
-
+    K2LinkDriver::ReadReport(bytes.get(), size, status);
     const LinkRules::LinkEndpoints link = LinkRules::ComputeEndpoints(0x23, status);
     const boost::asio::ip::udp::endpoint none;
-    if ((link.local == none) != (link.remote == none)) std::abort();
-    if (LinkRules::DecideLinkChange(link.local, link.local) != LinkRules::LinkChange::None) std::abort();
+    Require((link.local == none) == (link.remote == none));
+    Require(LinkRules::DecideLinkChange(link.local, link.local) == LinkRules::LinkChange::None);
     return 0;
 }

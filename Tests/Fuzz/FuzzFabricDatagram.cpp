@@ -2,8 +2,8 @@
 
 #include "OrbModule/Inc/UDPDispatcher/HardwareManager.h"
 #include "OrbModule/Inc/UDPDispatcher/UDPDispatcher.h"
+#include "Tests/Fuzz/Require.h"
 
-#include <cstdlib>
 #include <vector>
 
 namespace {
@@ -36,6 +36,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::vector<char> exact(data, data + size);
     receiver.dispatcher.Dispatch(exact.data(), exact.size());
     const bool isTime = size >= NetworkTimeMessage::SIZE && data[0] == 20;
-    if (receiver.messages != before + (isTime ? 1 : 0)) std::abort();
+    Require(receiver.messages == before + (isTime ? 1 : 0));
     return 0;
 }

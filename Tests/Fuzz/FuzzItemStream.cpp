@@ -6,10 +6,10 @@
 #include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
 #include "Sockets/HandlerMutex.h"
+#include "Tests/Fuzz/Require.h"
 #include "Tests/Support/QuietLog.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <set>
 
 #include <sys/socket.h>
@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         receiver.received = 0;
         for (std::size_t sent = 0; sent < size && !isGivenUp;) {
             const ssize_t piece = ::send(pair[1], data + sent, std::min(pieceSize, size - sent), MSG_NOSIGNAL);
-            if (piece <= 0) std::abort();
+            Require(piece > 0);
             sent += static_cast<std::size_t>(piece);
             stream.OnRead();
             isGivenUp = stream.CloseAndDelete();
@@ -92,6 +92,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     receiver.service.restart();
     receiver.service.poll();
     const std::size_t whole = receiver.CountCommands(data, size);
-    if (isGivenUp ? receiver.received > whole : receiver.received != whole) std::abort();
+    Require(isGivenUp ? receiver.received <= whole : receiver.received == whole);
     return 0;
 }

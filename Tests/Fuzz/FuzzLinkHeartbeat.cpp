@@ -1,18 +1,9 @@
 // A neighbour's heartbeat in any state of this module: 8 bytes of own state, then the packet.
 
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
+#include "Tests/Fuzz/Require.h"
 
-#include <cstdlib>
 #include <sstream>
-
-namespace {
-
-void Require(bool condition)
-{
-    if (!condition) std::abort();
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

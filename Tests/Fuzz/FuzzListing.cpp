@@ -1,10 +1,10 @@
 // What a shell may send to OrbWatch: a conversation, and each listing by itself.
 
+#include "Tests/Fuzz/Require.h"
 #include "Utilities/Watch/Metrics.h"
 #include "Utilities/Watch/Picture.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 using namespace watch;
@@ -36,6 +36,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         picture.OnReply(reply);
     }
     picture.OnMessage({"", text}, 1);
-    if (picture.Json(1).empty() || MetricsText(picture, {}, 1).empty()) std::abort();
+    Require(!picture.Json(1).empty() && !MetricsText(picture, {}, 1).empty());
     return 0;
 }

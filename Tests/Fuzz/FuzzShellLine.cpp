@@ -1,64 +1,47 @@
 // Lines as a shell client may send them, against commands of every kind of argument.
 
+#include "Tests/Fuzz/Require.h"
 #include "Utilities/CommandLine/CommandLine.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
 namespace {
 
-class Shell
+struct Shell
 {
-public:
     Shell()
     {
-        AddNumber<int>("int");
-        AddNumber<long>("long");
-        AddNumber<short>("short");
-        AddNumber<signed char>("schar");
-        AddNumber<unsigned>("unsigned");
-        AddNumber<unsigned long>("ulong");
-        AddNumber<unsigned short>("ushort");
-        AddNumber<unsigned char>("uchar");
-        mShell.AddAction(
-            "bool", [](bool value) { return value; }, "A flag.");
-        mShell.AddAction(
+        const auto add = [this](const char* name, auto action, const char* help = "A number") {
+            shell.AddAction(name, action, help);
+        };
+        add("int", [](int value) { return value; });
+        add("long", [](long value) { return value; });
+        add("short", [](short value) { return value; });
+        add("schar", [](signed char value) { return value; });
+        add("unsigned", [](unsigned value) { return value; });
+        add("ulong", [](unsigned long value) { return value; });
+        add("ushort", [](unsigned short value) { return value; });
+        add("uchar", [](unsigned char value) { return value; });
+        add("bool", [](bool value) { return value; });
+        add(
             "text", [](const std::string& text) { return text; }, "A text\nas it came");
-        mShell.AddAction(
+        add(
             "none", [] {}, "");
-        mShell.AddAction(
-            "mixed",
-            [](unsigned long hid, unsigned short index, int flag, const std::string& text, bool last) {
-                return std::to_string(hid) + std::to_string(index) + std::to_string(flag) + text + (last ? "+" : "-");
-            },
-            "All of them");
+        add("mixed", [](unsigned long hid, unsigned short index, int flag, const std::string& text, bool last) {
+            return std::to_string(hid) + std::to_string(index) + std::to_string(flag) + text + (last ? "+" : "-");
+        });
         const auto node = std::make_shared<cmd::Node>();
         node->Add("adma", {cmd::action::MakeAction(
                               "patch", [](int a, int b) { return a == b; }, "Patch. More.")});
         node->Add("adma/deep", {cmd::action::MakeAction(
                                    "status", [] { return "routes"; }, "Status")});
-        mShell.AddNode(node);
+        shell.AddNode(node);
     }
 
-    void Execute(const std::string& line)
-    {
-        const std::string result = mShell.Execute(line);
-        // A result is a text with a line end, or nothing.
-        if (!result.empty() && result.back() != '\n') std::abort();
-    }
-
-private:
-    template <class T>
-    void AddNumber(const std::string& name)
-    {
-        mShell.AddAction(
-            name, [](T value) { return value; }, "A number");
-    }
-
-    boost::asio::io_service mService;
-    cmd::CommandLine mShell{mService, {boost::asio::ip::address_v4::loopback(), 0}, ""};
+    boost::asio::io_service service;
+    cmd::CommandLine shell{service, {boost::asio::ip::address_v4::loopback(), 0}, ""};
 };
 
 } // namespace
@@ -66,6 +49,8 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static Shell shell;
-    shell.Execute(std::string(reinterpret_cast<const char*>(data), size));
+    // A result is a text with a line end, or nothing.
+    const std::string result = shell.shell.Execute(std::string(reinterpret_cast<const char*>(data), size));
+    Require(result.empty() || result.back() == '\n');
     return 0;
 }

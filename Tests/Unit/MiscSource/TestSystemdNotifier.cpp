@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int WatchdogMs = 200;
+constexpr int WatchdogMs = 100;
 
 class SystemdNotifierTest : public testing::Test
 {
@@ -28,7 +28,7 @@ protected:
 TEST_F(SystemdNotifierTest, ReportsTheStartTheEndAndSignsOfLifeThatAStuckMainServiceDoesNotGive)
 {
     Supervisor supervisor;
-    supervisor.AskForWatchdog(getpid(), WatchdogMs);
+    supervisor.AskForWatchdog(WatchdogMs, getpid());
     auto notifier = std::make_unique<SystemdNotifier>(mService);
     std::thread main([this] { mService.run(); });
     EXPECT_EQ(supervisor.Receive(), "READY=1");
@@ -62,7 +62,7 @@ TEST_F(SystemdNotifierTest, NobodyIsFedWhoDidNotAskForIt)
 {
     Supervisor supervisor;
     for (const bool isForAnother : {false, true}) {
-        if (isForAnother) supervisor.AskForWatchdog(getppid(), WatchdogMs);
+        if (isForAnother) supervisor.AskForWatchdog(WatchdogMs, getppid());
         {
             const SystemdNotifier notifier(mService);
             EXPECT_EQ(supervisor.Receive(), "READY=1");
@@ -75,10 +75,7 @@ TEST_F(SystemdNotifierTest, NobodyIsFedWhoDidNotAskForIt)
 TEST_F(SystemdNotifierTest, WithoutSystemdNothingHappensAndOneThatDoesNotListenIsALineInTheLog)
 {
     unsetenv("NOTIFY_SOCKET");
-    {
-        SystemdNotifier notifier(mService);
-        EXPECT_EQ(mService.poll(), 0u);
-    }
+    EXPECT_EQ((SystemdNotifier(mService), mService.poll()), 0u);
     EXPECT_TRUE(mLog.Lines().empty());
     Supervisor supervisor;
     setenv("NOTIFY_SOCKET", "/nonexistent/notify", 1);

@@ -3,7 +3,6 @@
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/MemoryStream.h"
 
-#include <algorithm>
 #include <gmock/gmock.h>
 #include <memory>
 #include <set>
@@ -86,31 +85,6 @@ TEST(CommandsOnTheWire, AnyByteOfABoolIsTrueAndAChainOf255HopsWraps)
     const ChainLengthCmd chain(set);
     EXPECT_EQ(chain.GetHops(), 0);
     EXPECT_EQ(chain.GetLength(), 9u);
-}
-
-/// Counts that no item could hold neither allocate nor loop.
-TEST(CommandsOnTheWire, CountsAreHeldAgainstWhatIsLeft)
-{
-    const std::pair<CommandID, const char*> cases[] = {
-        {AoIPAddressesCmd::ID, "77030028 08000000 0201AB00 FFFFFFFF"},
-        {AoIPAddressesCmd::ID, "77030028 0C000000 0201AB00 02000000 01000000"},
-        {DevicesToCheckAndUpdateCmd::ID, "70174028 08000000 00000000 FFFFFF7F"},
-        {PortBitmapCmd::ID, "2F030028 14000000 0201AB00 00000000 0000 00000000 0000 FFFFFFFF"},
-        {RenamePortCmd::ID, "68030028 0C000000 0201AB00 05100000 FFFF0300"},
-        {ForwardToActiveCmd::ID, "70030028 0A000000 FFFF 7F000001 FFFFFFFF"},
-    };
-    const auto all = AllCommands();
-    for (const auto& [id, hex] : cases) {
-        SCOPED_TRACE(hex);
-        LogRecorder log;
-        const auto golden =
-            std::find_if(all.begin(), all.end(), [id = id](const Golden& other) { return other.id == id; });
-        MemoryStream stream(HexBytes(hex));
-        bool isBad = false;
-        const auto command = ReadBack(*golden, stream, isBad);
-        EXPECT_TRUE(isBad);
-        EXPECT_LT(Written(*command).size(), 64u);
-    }
 }
 
 } // namespace

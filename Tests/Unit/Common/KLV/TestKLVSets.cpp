@@ -10,33 +10,13 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A read set over an item with these bytes as its value.
-struct Item
-{
-    explicit Item(const std::string& value, const std::string& header = {}) : stream(HexBytes(header))
-    {
-        const auto bytes = HexBytes(value);
-        if (header.empty()) {
-            stream.bytes = HexBytes("20030028 000000 00");
-            stream.bytes[4] = static_cast<std::uint8_t>(bytes.size());
-        }
-        stream.bytes.insert(stream.bytes.end(), bytes.begin(), bytes.end());
-    }
-
-    MemoryStream stream;
-};
-
 /// The fields themselves are told by the bytes of all commands.
 TEST(KLVSets, VersionAndIdAreCutToTheirBitsAndPartAgain)
 {
     LogRecorder log({DebugFeature::KLVCommandReadSetDebug});
     MemoryStream stream;
-    {
-        const KLVCommandWriteSet command(stream, 33, 0x400320, 0);
-    }
-    {
-        const KLVPanelEventWriteSet event(stream, 0xFFC00007, 0);
-    }
+    static_cast<void>(KLVCommandWriteSet(stream, 33, 0x400320, 0));
+    static_cast<void>(KLVPanelEventWriteSet(stream, 0xFFC00007, 0));
     EXPECT_EQ(stream.bytes, HexBytes("20034028 00000000 07000008 00000000"));
     EXPECT_EQ(stream.events, "<><>");
     EXPECT_EQ(KLVCommandReadSet(stream).GetKey(), 0x28400320u);
@@ -87,20 +67,17 @@ TEST(KLVWriteSet, AStreamThatTakesNothing)
 
 TEST(KLVReadSet, WhatIsLeftUnreadIsSkippedWithALine)
 {
-    const std::pair<const char*, const char*> cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"20030028",
          "Error reading data key = 0x28000320 - Data length read 13 is inconsistent with KLV header 10\r\n"},
         {"00000000", "Data key not recognised = 0x00000000 - Data length read 13 is inconsistent with KLV header 10\n"},
     };
     for (const auto& [key, line] : cases) {
         LogRecorder log;
-        Item item("0102030405", std::string(key) + "05000000");
-        {
-            KLVCommandReadSet set(item.stream);
-            std::uint16_t number = 0;
-            set.ReadNative(number);
-        }
-        EXPECT_EQ(item.stream.position, 13u);
+        MemoryStream stream(HexBytes(key + "05000000 0102030405"));
+        std::uint16_t number = 0;
+        KLVCommandReadSet(stream).ReadNative(number);
+        EXPECT_EQ(stream.position, 13u);
         EXPECT_THAT(log.Lines(), testing::UnorderedElementsAre(line, "Skipping 3 bytes of data\n"));
     }
 }
@@ -108,8 +85,8 @@ TEST(KLVReadSet, WhatIsLeftUnreadIsSkippedWithALine)
 TEST(KLVReadSet, AHeaderThatLiesOrEndsEarly)
 {
     for (const char* header : {"20030028 F8FFFFFF", "20030028 FFFFFFFF", "200300"}) {
-        Item item("", header);
-        KLVCommandReadSet set(item.stream);
+        MemoryStream stream(HexBytes(header));
+        KLVCommandReadSet set(stream);
         EXPECT_TRUE(set.IsBad());
         EXPECT_EQ(set.GetBytesLeft(), 0u);
     }
