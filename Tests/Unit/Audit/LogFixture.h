@@ -7,8 +7,8 @@
 
 #include <boost/filesystem.hpp>
 
-#include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -47,6 +47,10 @@ protected:
     LogTest() { boost::filesystem::create_directories(mDirectory); }
     ~LogTest() override { boost::filesystem::remove_all(mDirectory); }
 
+    static void Log(KorvoAudit& audit, const std::string& text)
+    {
+        Console([&] { audit.Write("%s", text.c_str()); });
+    }
     std::string Path(const std::string& name = "K2.log") const { return (mDirectory / name).string(); }
     static std::string Read(const std::string& path)
     {
@@ -62,14 +66,8 @@ protected:
     {
         const std::string path = Path() + "." + std::to_string(number) + ".gz";
         if (!boost::filesystem::exists(path)) return "none";
-        std::FILE* const pipe = ::popen(("gzip -dc " + path).c_str(), "r");
-        std::string content;
-        std::array<char, 4096> block;
-        while (const std::size_t length = std::fread(block.data(), 1, block.size(), pipe)) {
-            content.append(block.data(), length);
-        }
-        ::pclose(pipe);
-        return content;
+        EXPECT_EQ(std::system(("gzip -dc " + path + " > " + Path("unpacked")).c_str()), 0);
+        return Read(Path("unpacked"));
     }
     /// What the action prints on standard output.
     static std::string Console(const std::function<void()>& action)

@@ -47,22 +47,18 @@ TEST(BoundedShell, TheEndIsWaitedForAndNotLookedFor)
 
 TEST(BoundedShell, OneThatHangsIsReportedOnceAndEndsWithAllThatItStarted)
 {
-    const struct
-    {
-        const char* line;
-        int status;
-    } cases[] = {{"sleep 1000 | sleep 1000", SIGTERM}, {"trap '' TERM; sleep 1000; sleep 1000", SIGKILL}};
-    for (const auto& c : cases) {
+    for (const auto& [command, status] :
+         {std::pair("sleep 1000 | sleep 1000", SIGTERM), {"trap '' TERM; sleep 1000; sleep 1000", SIGKILL}}) {
         const std::string path = testing::TempDir() + "/BoundedShell." + std::to_string(getpid());
         // Whoever still runs keeps the lock of the file.
-        const std::string line = "exec 9>" + path + "; flock -s 9; " + c.line;
-        int told = 0;
-        EXPECT_EQ(RunShell(line, [&] { ++told; },
+        const std::string line = "exec 9>" + path + "; flock -s 9; " + command;
+        int reports = 0;
+        EXPECT_EQ(RunShell(line, [&] { ++reports; },
                            {milliseconds(20), milliseconds(200), milliseconds(400), milliseconds(20000)}),
-                  c.status)
-            << c.line;
-        EXPECT_EQ(told, 1);
-        EXPECT_EQ(RunShell("flock -w 10 " + path + " true", [] {}), 0) << c.line << ": something of it still runs";
+                  status)
+            << command;
+        EXPECT_EQ(reports, 1);
+        EXPECT_EQ(RunShell("flock -w 10 " + path + " true", [] {}), 0) << command << ": something of it still runs";
         std::remove(path.c_str());
     }
 }

@@ -49,6 +49,13 @@ protected:
         mManager->Synchronise();
         return Settle(syncs + 1);
     }
+    /// Asks for a sync that does not end until Complete; n counts the requests.
+    void SynchroniseAndHold(std::uint64_t n)
+    {
+        mBoard.SetHold(true);
+        mManager->Synchronise();
+        ASSERT_TRUE(mBoard.WaitForSyncRequests(n, Patience));
+    }
     /// "3:5", or "-" for silence.
     std::string Probe(std::uint32_t endpoint, std::uint32_t sample) const
     {

@@ -34,22 +34,18 @@ TEST_F(AdmaManager, TheTableGoesOutInOneRunBehindOneAddress)
     ASSERT_TRUE(Synchronise());
     const auto record = mBoard.GetRecord();
     ASSERT_GE(record.size(), 2050u);
-    EXPECT_EQ(record[0].offset, 0x24u);
-    EXPECT_EQ(record[0].value, 0xC0000u);
+    EXPECT_TRUE(record[0].offset == 0x24 && record[0].value == 0xC0000);
     for (std::size_t i = 1; i <= 2048; ++i)
         ASSERT_EQ(record[i].offset, 0x20u) << i;
-    EXPECT_EQ(record[2049].offset, 0x38u);
-    EXPECT_EQ(record[2049].value, 0x20u);
+    EXPECT_TRUE(record[2049].offset == 0x38 && record[2049].value == 0x20);
     EXPECT_EQ(record.back().value, 0u) << "the request is taken back at the end of the sync";
 }
 
 TEST_F(AdmaManager, RequestsDuringASyncFoldIntoOneWithTheLatestTable)
 {
     Start();
-    mBoard.SetHold(true);
     Route(3, 1, 1, 0);
-    mManager->Synchronise();
-    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
+    SynchroniseAndHold(2);
     EXPECT_TRUE(mManager->IsSyncing());
     Route(3, 2, 1, 0);
     mManager->Synchronise();
@@ -98,30 +94,14 @@ TEST_F(AdmaManager, ASyncThatAnEarlierRunBeganIsWaitedFor)
     EXPECT_EQ(mBoard.GetActiveTable()[0], 0x600u);
 }
 
-TEST_F(AdmaManager, TheManagerMayDieInTheMiddleOfASync)
-{
-    Start();
-    mBoard.SetHold(true);
-    mManager->Synchronise();
-    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
-    mManager.reset();
-    ASSERT_TRUE(mBoard.Complete());
-    mFsi->DispatchInterrupts();
-    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x20u);
-}
-
 TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
 {
     using Direction = AudioDmaEndpoint::Direction;
     const auto small = std::make_shared<AudioDmaEndpoint>(std::uint16_t{4}, 4u, Direction::SinkOnly);
     const auto mono = std::make_shared<AudioDmaEndpoint>(std::uint16_t{5}, 2u, Direction::SourceOnly);
     mManager->RegisterEndpoints({mK0, small, mono});
-    const struct
-    {
-        Policy::Mode mode;
-        std::size_t sinkOffset, sourceOffset;
-        std::vector<AudioDmaTransaction> sources, expected;
-    } cases[] = {
+    using Transactions = std::vector<AudioDmaTransaction>;
+    const std::tuple<Policy::Mode, std::size_t, std::size_t, Transactions, Transactions> cases[] = {
         {Policy::Mode::Positional, 0, 0, {0x201, 0x205}, {0x201, 0x205, 0, 0}},
         {Policy::Mode::Positional, 1, 0, {0x201, 0x202, 0x203, 0x204}, {0, 0x201, 0x202, 0x203}},
         {Policy::Mode::Positional, 0, 1, {0x201, 0x202}, {0x202, 0, 0, 0}},
@@ -130,13 +110,13 @@ TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
         {Policy::Mode::BySample, 0, 0, {0x203, 0x201, 0x204}, {0, 0x201, 0, 0x203}},
         {Policy::Mode::BySample, 2, 0, {0x200, 0x201, 0x202}, {0, 0, 0x200, 0x201}},
     };
-    for (const auto& row : cases) {
+    for (const auto& [mode, sinkOffset, sourceOffset, sources, expected] : cases) {
         mManager->ClearAllRoutes();
-        Policy policy(row.sinkOffset);
-        policy.mode = row.mode;
-        policy.sourceOffset = row.sourceOffset;
-        mManager->SetAudioRoutes(row.sources, small, policy);
-        EXPECT_EQ(Sources(512, 4), row.expected);
+        Policy policy(sinkOffset);
+        policy.mode = mode;
+        policy.sourceOffset = sourceOffset;
+        mManager->SetAudioRoutes(sources, small, policy);
+        EXPECT_EQ(Sources(512, 4), expected);
     }
     mManager->SetAudioRoutes(mK0, small, Policy(1));
     EXPECT_THAT(Sources(512, 4), ElementsAre(0, 0x200, 0x201, 0x202)) << "sample n feeds the n-th of the stretch";
@@ -144,19 +124,21 @@ TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
     EXPECT_THAT(Sources(512, 4), ElementsAre(0xA00, 0xA01, 0, 0)) << "padded with silence";
 }
 
-TEST_F(AdmaManager, MuteBitsAndSyncRequestDoNotDisturbEachOther)
+TEST_F(AdmaManager, MuteBitsAndSyncRequestDoNotDisturbEachOtherAndTheManagerMayDieInTheMiddle)
 {
     Start();
     mFsi->SetMute(true);
     mFsi->SetMuteOnPllLoss(false);
-    mBoard.SetHold(true);
-    mManager->Synchronise();
-    ASSERT_TRUE(mBoard.WaitForSyncRequests(2, Patience));
+    SynchroniseAndHold(2);
     EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x38u);
     mFsi->SetMute(false);
     mFsi->SetMuteOnPllLoss(true);
     EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x20u);
     EXPECT_EQ(mBoard.GetSyncRequests(), 2u) << "a change of another bit is no new request";
+    mManager.reset();
+    ASSERT_TRUE(mBoard.Complete());
+    mFsi->DispatchInterrupts();
+    EXPECT_EQ(mBoard.GetRegister("0003", 0x38), 0x20u);
 }
 
 TEST_F(AdmaManager, TheMainThreadMayWriteTablesWhileTheSyncThreadTakesThemUp)
@@ -184,35 +166,27 @@ TEST_F(AdmaManagerDeathTest, FaultsOfTheCodeAreFatal)
     const std::vector<AudioDmaTransaction> one{0x200};
     const std::vector<AudioDmaTransaction> falling{0x201, 0x200};
     const std::vector<AudioDmaTransaction> two{0x200, 0x201};
-    const std::tuple<bool, std::function<void()>, const char*> cases[] = {
-        {false, [&] { mManager->Synchronise(); }, "Sync thread must be started before requests can be made\\."},
-        {false,
-         [&] {
-             mManager->RegisterEndpoints({mK0, stranger});
-         },
-         "given address already registered\\."},
-        {true, [&] { mManager->RegisterEndpoints({}); }, "Endpoint registration can only be performed once\\."},
-        {true, [&] { mManager->Start(); }, "Sync thread must only be started once\\."},
-        {true, [&] { mManager->SetAudioRoute(0, 0x800); }, "SetAudioPath: Unknown sink specified\\."},
-        {true, [&] { mManager->SetAudioRoutes(stranger, mK0, Policy(0)); }, "Unregistered source endpoint specified"},
-        {true, [&] { mManager->SetAudioRoutes(one, stranger, Policy(0)); }, "Unregistered sink endpoint specified\\."},
-        {true, [&] { mManager->SetAudioRoutes(one, mK0, Policy(512)); }, "Invalid first sink sample\\."},
-        {true, [&] { mManager->SetAudioRoutes(one, two); }, "Bulk set sources and sinks must be the same size\\."},
-        {true, [&] { mManager->SetAudioRoutes(falling, two); }, "requires sorted source and sink transactions\\."},
-        {true, [&] { mManager->SetAudioRoutes(two, falling); }, "requires sorted source and sink transactions\\."},
-        {true, [&] { mFsi->SetTransactions(one, two); }, "same number of source and destination transactions"},
-        {true, [] { audio::K2FsiLink(1, 0, 512); }, "External reference 0 is reserved\\."},
-        {true, [] { audio::K2FsiLink(8, 1, 512); }, "Invalid ADMA transaction endpoint\\."},
-        {true, [] { audio::MakeTransaction(1, 512); }, "Invalid ADMA transaction sample\\."},
-        {true, [] { audio::MakeTransactions(1, 2, 1); }, "Invalid sample range for MakeTransactions\\."},
+    EXPECT_DEATH(mManager->Synchronise(), "Sync thread must be started before requests can be made\\.");
+    EXPECT_DEATH(mManager->RegisterEndpoints({mK0, stranger}), "given address already registered\\.");
+    mManager->RegisterEndpoints({mBulk, mK0, mK1});
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {[&] { mManager->RegisterEndpoints({}); }, "Endpoint registration can only be performed once\\."},
+        {[&] { mManager->Start(); }, "Sync thread must only be started once\\."},
+        {[&] { mManager->SetAudioRoute(0, 0x800); }, "SetAudioPath: Unknown sink specified\\."},
+        {[&] { mManager->SetAudioRoutes(stranger, mK0, Policy(0)); }, "Unregistered source endpoint specified"},
+        {[&] { mManager->SetAudioRoutes(one, stranger, Policy(0)); }, "Unregistered sink endpoint specified\\."},
+        {[&] { mManager->SetAudioRoutes(one, mK0, Policy(512)); }, "Invalid first sink sample\\."},
+        {[&] { mManager->SetAudioRoutes(one, two); }, "Bulk set sources and sinks must be the same size\\."},
+        {[&] { mManager->SetAudioRoutes(falling, two); }, "requires sorted source and sink transactions\\."},
+        {[&] { mManager->SetAudioRoutes(two, falling); }, "requires sorted source and sink transactions\\."},
+        {[&] { mFsi->SetTransactions(one, two); }, "same number of source and destination transactions"},
+        {[] { audio::K2FsiLink(1, 0, 512); }, "External reference 0 is reserved\\."},
+        {[] { audio::K2FsiLink(8, 1, 512); }, "Invalid ADMA transaction endpoint\\."},
+        {[] { audio::MakeTransaction(1, 512); }, "Invalid ADMA transaction sample\\."},
+        {[] { audio::MakeTransactions(1, 2, 1); }, "Invalid sample range for MakeTransactions\\."},
     };
-    for (const auto& [isRegistered, fault, text] : cases)
-        EXPECT_DEATH(
-            {
-                if (isRegistered) mManager->RegisterEndpoints({mBulk, mK0, mK1});
-                fault();
-            },
-            text);
+    for (const auto& [fault, text] : cases)
+        EXPECT_DEATH(fault(), text);
 }
 
 TEST(AudioDmaEndpoint, SourceTransactionsStandUnderSinkScalerAndRate)

@@ -67,9 +67,9 @@ protected:
         mBoard.Measure(id, value);
         mFsi->DispatchInterrupts();
     }
-    void Event(int event)
+    void Event(std::uint32_t event)
     {
-        mBoard.RaiseEvent("0004", event);
+        mBoard.RaiseEvent("0004", static_cast<int>(event));
         mFsi->DispatchInterrupts();
     }
     void RunPosted()
@@ -96,7 +96,8 @@ TEST_F(ClockManager, MeasurementsAreJudgedByTheRangeOfTheRateFamily)
         EXPECT_EQ(mManager->GetSelected(), 0u);
         Measure(3, value);
         EXPECT_EQ(mManager->GetSelected(), isStable ? 3u : 0u) << value;
-        Event(0);
+        Event(value % 10 == 0 ? 0 : 1);
+        EXPECT_EQ(mManager->GetSelected(), 0u) << "either event of a loss";
     }
     Measure(9, Good);
     EXPECT_EQ(mManager->GetSelected(), 0u) << "an id that cannot be";

@@ -2,6 +2,7 @@
 #include "FSI/Core/Interruptable.h"
 #include "FSI/Core/UioInterruptController.h"
 #include "Simulation/Fpga/SimulatedFpga.h"
+#include "Tests/Support/Await.h"
 #include "Tests/Support/LogRecorder.h"
 
 #include <chrono>
@@ -16,11 +17,9 @@
 namespace {
 
 using testing::ElementsAre;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t Pending = 0x18;
 constexpr std::uint32_t Enables = 0x30;
-constexpr std::chrono::seconds Patience(20);
 
 class Device : public fsi::HostFsi, public fsi::Interruptable
 {
@@ -34,26 +33,24 @@ public:
 TEST(Interruptable, PendingEventsAreDispatchedInTheOrderOfTheListAndAcknowledgedFirst)
 {
     simulation::SimulatedFpga board;
-    auto owner = std::make_unique<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{3, 1, 0});
-    Device& device = *owner;
+    auto device = std::make_unique<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{3, 1, 0});
     EXPECT_EQ(board.GetRegister("0004", Enables), 0xBu);
-    constexpr std::uint32_t acknowledge = 0x34;
     std::vector<int> fired;
     std::vector<std::uint32_t> pendingThen;
     for (const int event : {0, 1, 3})
-        device.ConnectSlot(event, [&, event] {
+        device->ConnectSlot(event, [&, event] {
             fired.push_back(event);
             pendingThen.push_back(board.GetRegister("0004", Pending));
         });
     for (const int event : {1, 2, 3})
         board.RaiseEvent("0004", event);
-    device.DispatchInterrupts();
+    device->DispatchInterrupts();
     EXPECT_THAT(fired, ElementsAre(3, 1));
     EXPECT_THAT(pendingThen, ElementsAre(0x6, 0x4)) << "event 2, which nobody declared, stays pending";
-    device.DispatchInterrupts();
+    device->DispatchInterrupts();
     EXPECT_EQ(fired.size(), 2u);
-    EXPECT_EQ(board.GetRegister("0004", acknowledge), 0xAu) << "what was acknowledged before is written again";
-    owner.reset();
+    EXPECT_EQ(board.GetRegister("0004", 0x34), 0xAu) << "what was acknowledged before is written again";
+    device.reset();
     EXPECT_EQ(board.GetRegister("0004", Enables), 0u);
 }
 
@@ -82,26 +79,21 @@ TEST(UioInterruptController, SlotsRunOnTheThreadOfTheService)
     const auto dma = std::make_shared<Device>(board, "0003", std::vector<fsi::Interruptable::Interrupt>{0});
     const auto reference = std::make_shared<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{2});
     std::vector<std::string> fired;
-    const std::thread::id here = std::this_thread::get_id();
-    const auto note = [&](const char* name) {
-        fired.push_back(name);
-        EXPECT_EQ(std::this_thread::get_id(), here);
+    const auto note = [&fired, here = std::this_thread::get_id()](const char* name) {
+        fired.push_back(std::this_thread::get_id() == here ? name : "another thread");
     };
     dma->ConnectSlot(0, [&] { note("dma"); });
     reference->ConnectSlot(2, [&] { note("reference"); });
 
     LogRecorder log;
     const fsi::UioInterruptController controller(service, {dma, reference});
-    const auto runUntil = [&](std::size_t count) {
-        const Clock::time_point deadline = Clock::now() + Patience;
-        while (fired.size() < count && Clock::now() < deadline)
-            service.run_one_until(deadline);
-        return fired.size() >= count;
+    const auto raise = [&](const char* block, int event, std::size_t count) {
+        board.RaiseEvent(block, event);
+        return Await([&] { return fired.size() >= count; },
+                     [&] { service.run_one_for(std::chrono::milliseconds(100)); });
     };
-    board.RaiseEvent("0004", 2);
-    ASSERT_TRUE(runUntil(1));
-    board.RaiseEvent("0003", 0);
-    ASSERT_TRUE(runUntil(2));
+    ASSERT_TRUE(raise("0004", 2, 1));
+    ASSERT_TRUE(raise("0003", 0, 2));
     EXPECT_THAT(fired, ElementsAre("reference", "dma"));
 
     // A sanitizer opens a pipe to look at an object of a type that it has not met; the log is met here.
@@ -112,16 +104,14 @@ TEST(UioInterruptController, SlotsRunOnTheThreadOfTheService)
     const rlimit none{1, before.rlim_max};
     ::setrlimit(RLIMIT_NOFILE, &none);
     board.RaiseEvent("0004", 2);
-    EXPECT_TRUE(log.WaitForPart("UioInterruptController poll failed: "));
+    EXPECT_TRUE(log.WaitFor("UioInterruptController poll failed: "));
     ::setrlimit(RLIMIT_NOFILE, &before);
-    board.RaiseEvent("0003", 0);
-    ASSERT_TRUE(runUntil(4));
+    ASSERT_TRUE(raise("0003", 0, 4));
 
     // A descriptor that fails is left out, and the other device is served on.
     board.BreakInterruptLine("0003");
     EXPECT_TRUE(log.WaitFor("UioInterruptController lost the interrupts of block '0003'\n"));
-    board.RaiseEvent("0004", 2);
-    ASSERT_TRUE(runUntil(5));
+    ASSERT_TRUE(raise("0004", 2, 5));
     EXPECT_EQ(log.Count("UioInterruptController lost the interrupts of block '0003'\n"), 1u);
 }
 
@@ -135,9 +125,7 @@ TEST(UioInterruptController, WhatWasPostedForADeviceThatIsGoneDoesNothing)
         const fsi::UioInterruptController controller(service, {device});
         board.RaiseEvent("0003", 0);
         pollfd line{device->GetFileDescriptor(), POLLIN, 0};
-        const Clock::time_point deadline = Clock::now() + Patience;
-        while (::poll(&line, 1, 0) == 1 && Clock::now() < deadline)
-            std::this_thread::yield();
+        EXPECT_TRUE(Await([&] { return ::poll(&line, 1, 0) != 1; }, std::this_thread::yield));
     }
     device.reset();
     EXPECT_EQ(service.poll(), 1u);

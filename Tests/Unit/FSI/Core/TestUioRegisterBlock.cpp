@@ -23,7 +23,6 @@ protected:
         char name[] = "uioXXXXXX";
         mRoot = fs::absolute(::mkdtemp(name));
         fs::create_directories(Class());
-        fs::create_directories(Dev());
     }
     ~UioTree() override { fs::remove_all(mRoot); }
 
@@ -39,16 +38,12 @@ protected:
     }
     void AddFile(const std::string& uio, const std::string& bytes, std::size_t at)
     {
-        std::string content(8192, '\0');
-        content.replace(at, bytes.size(), bytes);
-        Write(Dev() / uio, content);
+        Write(Dev() / uio, std::string(at, '\0') + bytes + std::string(8192 - at - bytes.size(), '\0'));
     }
     std::string Read(const std::string& uio, std::size_t at, std::size_t length) const
     {
         std::ifstream file((Dev() / uio).string(), std::ios::binary);
-        std::string bytes(length, '\0');
-        file.seekg(static_cast<std::streamoff>(at)).read(&bytes[0], static_cast<std::streamsize>(length));
-        return bytes;
+        return std::string(std::istreambuf_iterator<char>(file), {}).substr(at, length);
     }
     fsi::UioRegisterBlock Open(const std::string& name, int instance = 0) const
     {

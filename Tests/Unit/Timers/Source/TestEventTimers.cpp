@@ -1,8 +1,10 @@
 #include "Tests/Support/LogRecorder.h"
 #include "Timers/Source/EventTimerManager.h"
 
+#include <cstdlib>
 #include <functional>
 #include <gmock/gmock.h>
+#include <sstream>
 #include <vector>
 
 namespace {
@@ -40,16 +42,31 @@ protected:
         now.seconds += (now.microseconds / 1000 + ms) / 1000;
         now.microseconds = (now.microseconds / 1000 + ms) % 1000 * 1000;
     }
-    /// The ids of the timers that run in a pass.
-    std::vector<std::uint32_t> Pass()
+    /// Plays a script and gives what was seen. "t5" starts a new timer of 5 ms, "r5" a repeating one, "s1" the first
+    /// timer again; "+5" moves the clock on; "p" is a pass, seen as the ids of the timers that it runs, with an r for
+    /// one that still runs; "n" is the time to the next timer.
+    std::string Play(const std::string& script)
     {
-        ran.clear();
-        timers.Service();
-        return ran;
+        std::istringstream words(script);
+        for (std::string word; words >> word;) {
+            const auto number = static_cast<std::uint32_t>(std::atoi(word.c_str() + 1));
+            if (word[0] == 't' || word[0] == 'r') held.push_back(Started(number, word[0] == 'r'));
+            EXPECT_TRUE(word[0] != 's' || timers.Start(held[number - 1]));
+            if (word[0] == '+') Advance(static_cast<std::int32_t>(number));
+            if (word[0] == 'n') seen << timers.GetTimeToNext().first << "." << timers.GetTimeToNext().second << " ";
+            if (word[0] != 'p') continue;
+            seen << "( ";
+            timers.Service();
+            seen << ") ";
+        }
+        std::string text = seen.str();
+        seen.str("");
+        return text;
     }
     void OnTimer(boost::shared_ptr<IEventTimer> timer) override
     {
-        ran.push_back(timer->GetId());
+        EXPECT_EQ(timer->IsRunning(), timers.IsRunning(timer->GetId()));
+        seen << timer->GetId() << (timer->IsRunning() ? "r " : " ");
         if (onTimer) onTimer(*timer);
     }
     void SetEventCount(std::uint32_t count) override { counted = count; }
@@ -59,7 +76,8 @@ protected:
     bool clockFails = false;
     EventTimerManager timers;
     std::function<void(IEventTimer&)> onTimer;
-    std::vector<std::uint32_t> ran;
+    std::vector<Timer> held;
+    std::ostringstream seen;
     std::uint32_t counted = 99;
     std::vector<std::uint32_t> passes;
 };
@@ -88,90 +106,45 @@ TEST_F(EventTimers, IntervalsInTheirUnits)
     }
 }
 
-TEST_F(EventTimers, AOneShotRunsOnceWhenItIsDue)
+TEST_F(EventTimers, RunWhenTheyAreDue)
 {
-    bool wasRunning = true;
-    onTimer = [&](IEventTimer& timer) { wasRunning = timer.IsRunning() || timers.IsRunning(timer.GetId()); };
-    const Timer timer = Started(100);
-    Advance(99);
-    EXPECT_THAT(Pass(), IsEmpty());
-    Advance(1); // due exactly now, and a second has been carried
-    EXPECT_THAT(Pass(), ElementsAre(1));
-    EXPECT_FALSE(wasRunning);
-    Advance(1000);
-    EXPECT_THAT(Pass(), IsEmpty());
-}
-
-TEST_F(EventTimers, ARepeatingTimerCountsFromThePassThatRanIt)
-{
-    bool wasRunning = false;
-    onTimer = [&](IEventTimer& timer) { wasRunning = timer.IsRunning() && timers.IsRunning(timer.GetId()); };
-    const Timer timer = Started(100, 1);
-    Advance(250);
-    EXPECT_THAT(Pass(), ElementsAre(1)) << "lateness is not made up";
-    EXPECT_TRUE(wasRunning);
-    EXPECT_EQ(timer->GetElapsed(), 150);
-    EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(0, 100000));
-    EXPECT_THAT(passes, ElementsAre(1));
-}
-
-TEST_F(EventTimers, EqualTimesRunTheLatestArmedFirst)
-{
-    Started(20);
-    Started(10);
-    Started(10);
-    Started(5);
-    Advance(20);
-    EXPECT_THAT(Pass(), ElementsAre(4, 3, 2, 1));
+    EXPECT_EQ(Play("n t100 +99 p +1 p +1000 p"), "1.0 ( ) ( 1 ) ( ) ") << "due exactly then, and a second is carried";
+    EXPECT_EQ(Play("r100 +250 p n"), "( 2r ) 0.100000 ") << "lateness is not made up";
+    EXPECT_EQ(held.back()->GetElapsed(), 150);
+    EXPECT_THAT(passes, ElementsAre(0, 1, 1)) << "none of an empty list";
+    timers.Stop(2);
+    EXPECT_EQ(Play("t20 t10 t10 t5 +20 p"), "( 6 5 4 3 ) ") << "of equal times the latest armed first";
     EXPECT_EQ(counted, 4u);
-    // 920 ms and 80 are a second, no more and no less.
-    Started(80);
-    timers.Start({101, 0}, Create(0));
-    Advance(80);
-    EXPECT_THAT(Pass(), ElementsAre(6, 5));
     // A handler stops another one of the pass.
-    Started(20);
-    Started(10);
     onTimer = [&](IEventTimer&) { timers.Stop(7); };
-    Advance(50);
-    EXPECT_THAT(Pass(), ElementsAre(8));
-}
-
-TEST_F(EventTimers, StartMovesARunningTimer)
-{
-    EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(1, 0)) << "no timer";
-    const Timer timer = Started(10);
-    Advance(5);
-    EXPECT_TRUE(timers.Start(timer));
-    Advance(9);
-    EXPECT_THAT(Pass(), IsEmpty());
-    Advance(1);
-    EXPECT_THAT(Pass(), ElementsAre(1));
-    EXPECT_FALSE(timers.Stop(1)) << "one entry, not two";
-    timers.Start({200, 0}, timer);
-    EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(99, 95000));
-    Advance(99195);
-    EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(-1, 900000)) << "a tenth of a second late";
+    EXPECT_EQ(Play("t20 t10 +50 p"), "( 8 ) ");
+    EXPECT_EQ(Play("t10 +5 s9 +9 p +1 p"), "( ) ( 9 ) ") << "a start moves a timer";
+    EXPECT_FALSE(timers.Stop(9)) << "one entry, not two";
+    timers.Start({200, 0}, held[8]);
+    now = {100, 915000};
+    EXPECT_EQ(Play("n +99195 n"), "99.95000 -1.900000 ") << "a tenth of a second late";
+    // 920 ms and 80 are a second, no more and no less.
+    now = {300, 920000};
+    Play("p t80 t0");
+    timers.Start({301, 0}, held.back());
+    EXPECT_EQ(Play("+80 p"), "( 11 10 ) ");
 }
 
 TEST_F(EventTimers, WithoutAnIntervalOnceAPass)
 {
-    Started(0, 1);
-    const Timer again = Started(0);
     onTimer = [&](IEventTimer& timer) {
-        if (timer.GetId() == 2) timers.Start(again);
+        if (timer.GetId() == 2) timers.Start(held[1]);
     };
-    EXPECT_THAT(Pass(), ElementsAre(2, 1));
-    EXPECT_THAT(Pass(), ElementsAre(1, 2)) << "the clock has not moved";
+    EXPECT_EQ(Play("r0 t0 p p"), "( 2 1r ) ( 1r 2 ) ") << "the clock has not moved";
     EXPECT_THAT(passes, ElementsAre(2, 2));
 }
 
 TEST_F(EventTimers, NoClock)
 {
     LogRecorder log;
-    Started(1);
+    Play("t1");
     clockFails = true;
-    EXPECT_THAT(Pass(), IsEmpty());
+    EXPECT_EQ(Play("p"), "( ) ");
     EXPECT_THAT(log.Lines(), IsEmpty());
     EXPECT_EQ(timers.GetTimeToNext(), std::make_pair(100, 901000)) << "counts as time 0";
     EXPECT_FALSE(timers.Start(nullptr));
@@ -182,30 +155,28 @@ TEST_F(EventTimers, NoClock)
         time = {5000, 0};
         return true;
     });
-    EXPECT_THAT(Pass(), ElementsAre(1));
+    EXPECT_EQ(Play("p"), "( 1 ) ");
     EXPECT_FALSE(log.HasStart("ProcessTimerEvent")) << "nobody knows when the handler began";
 }
 
 TEST_F(EventTimers, SlowHandlersAndBusyPassesAreTold)
 {
     LogRecorder log({DebugFeature::TimingStatsDebug});
-    const auto lines = [&](std::int32_t ms, std::uint32_t count) {
+    const auto pass = [&](std::int32_t ms, std::uint32_t count) {
         onTimer = [this, ms](IEventTimer&) { Advance(ms); };
-        std::vector<Timer> held;
-        for (std::uint32_t i = 0; i < count; ++i)
-            held.push_back(Started(0));
-        const std::size_t before = log.Lines().size();
-        Pass();
-        const auto all = log.Lines();
-        return std::vector<std::string>(all.begin() + static_cast<long>(before), all.end());
+        while (count-- > 0)
+            Play("t0");
+        const auto before = static_cast<std::ptrdiff_t>(log.Lines().size());
+        Play("p");
+        const auto lines = log.Lines();
+        return std::vector<std::string>(lines.begin() + before, lines.end());
     };
-    EXPECT_THAT(lines(2000, 1), IsEmpty());
-    const auto slow = lines(2001, 1);
-    ASSERT_EQ(slow.size(), 2u);
-    EXPECT_THAT(slow[0], testing::MatchesRegex("ProcessTimerEvent Object .*EventTimers.* Ms in service call 2001\r\n"));
-    EXPECT_EQ(slow[1], "Timer manager Ms in service loop 2001\r\n");
-    EXPECT_THAT(lines(0, 5), IsEmpty());
-    EXPECT_THAT(lines(0, 6), ElementsAre("NumEvents = 6\n"));
+    EXPECT_THAT(pass(0, 5), IsEmpty());
+    EXPECT_THAT(pass(2000, 1), IsEmpty());
+    EXPECT_THAT(pass(0, 6), ElementsAre("NumEvents = 6\n"));
+    EXPECT_THAT(pass(2001, 1), ElementsAre(testing::MatchesRegex(
+                                               "ProcessTimerEvent Object .*EventTimers.* Ms in service call 2001\r\n"),
+                                           "Timer manager Ms in service loop 2001\r\n"));
 }
 
 } // namespace

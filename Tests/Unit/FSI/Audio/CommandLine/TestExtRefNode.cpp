@@ -33,8 +33,19 @@ TEST(ClockCommands, NamesAreThoseOfTheRegistryAndWithoutItThereAreNone)
     EXPECT_EQ(named.Find("clock/active")->Run("", nullptr), "Unknown");
     measure(1);
     EXPECT_EQ(named.Find("clock/active")->Run("", nullptr), "k0");
-    EXPECT_THAT(named.Find("clock/status")->Run("", nullptr),
-                testing::StartsWith("Clock Ids: bulk (4) k0 (1) Internal (0)\n\n Id Enabled Measure    State\n"));
+    const auto expectStatus = [&](const std::string& ofK0) {
+        EXPECT_THAT(named.Find("clock/status")->Run("", nullptr),
+                    testing::MatchesRegex("Clock Ids: bulk \\(4\\) k0 \\(1\\) Internal \\(0\\)\n\n"
+                                          " Id Enabled Measure    State\n(.*\n)*  1    true +" +
+                                          ofK0 + "\n(.*\n)*"));
+    };
+    expectStatus("1150000 +stable locking \\[selected\\]");
+    board.SetServoLock(true);
+    measure(1);
+    expectStatus("1150000 +stable locked \\[selected\\]");
+    board.RaiseEvent("0004", 0);
+    fsi->DispatchInterrupts();
+    expectStatus("0 unstable");
     EXPECT_EQ(nameless.Find("clock/sources")->Run("", nullptr), "");
     for (const char* const command : {"clock/enable", "clock/disable", "clock/set_pll_source"}) {
         EXPECT_EQ(named.Find(command)->Run("extref", nullptr), "Error: Unknown clock 'extref'") << command;
