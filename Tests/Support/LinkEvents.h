@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
+#include "Tests/Support/Await.h"
 
 #include <algorithm>
 #include <boost/asio/io_service.hpp>
@@ -9,6 +10,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// The signals of a LinkManager as lines of text, in order, and the running of the main service while a test waits.
@@ -19,34 +21,22 @@ public:
     {
         manager.DeviceChanged.connect([this](UINT8GIGEPORT port, std::uint32_t localIp, UINT8GIGEPORT remotePort,
                                              std::uint32_t remoteIp, Hid hid, LinkManager::LinkType type) {
-            std::ostringstream line;
-            line << "device " << LinkPortText(port) << AddressText(localIp) << " " << LinkPortText(remotePort)
-                 << AddressText(remoteIp) << " " << hid << type;
-            Add(line.str());
+            Add("device ", LinkPortText(port), AddressText(localIp), " ", LinkPortText(remotePort),
+                AddressText(remoteIp), " ", hid, type);
         });
-        manager.IoInternalsChanged.connect([this](Hid hid, std::uint32_t variant) {
-            std::ostringstream line;
-            line << "internals " << hid << std::hex << variant;
-            Add(line.str());
-        });
+        manager.IoInternalsChanged.connect(
+            [this](Hid hid, std::uint32_t variant) { Add("internals ", hid, std::hex, variant); });
         manager.HeartbeatReceived.connect([this](UINT8GIGEPORT) { ++mHeartbeats; });
-        manager.MasterHidChanged.connect([this](Hid hid) {
-            std::ostringstream line;
-            line << "master " << hid;
-            Add(line.str());
-        });
+        manager.MasterHidChanged.connect([this](Hid hid) { Add("master ", hid); });
     }
 
-    /// Runs the main service until the condition holds; false if it does not within the time.
-    bool RunUntil(const std::function<bool()>& condition, std::chrono::seconds patience = std::chrono::seconds(10))
+    /// Runs the main service until the condition holds; false if it does not.
+    bool RunUntil(const std::function<bool()>& condition)
     {
-        const auto end = std::chrono::steady_clock::now() + patience;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > end) return false;
+        return Await(condition, [this] {
             mService.restart();
             mService.run_one_for(std::chrono::milliseconds(10));
-        }
-        return true;
+        });
     }
     bool RunUntilLine(const std::string& line)
     {
@@ -58,18 +48,19 @@ public:
     /// All lines so far, and a new start.
     std::vector<std::string> Take()
     {
-        std::vector<std::string> lines;
         const std::lock_guard<std::mutex> lock(mMutex);
-        lines.swap(mLines);
-        return lines;
+        return std::exchange(mLines, {});
     }
     int Heartbeats() const { return mHeartbeats; }
 
 private:
-    void Add(const std::string& line)
+    template <class... Parts>
+    void Add(const Parts&... parts)
     {
+        std::ostringstream line;
+        ((line << parts), ...);
         const std::lock_guard<std::mutex> lock(mMutex);
-        mLines.push_back(line);
+        mLines.push_back(line.str());
     }
 
     boost::asio::io_service& mService;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Tests/Support/Await.h"
+
 #include <algorithm>
 #include <boost/asio.hpp>
 #include <cstdint>
@@ -42,12 +44,10 @@ public:
     /// Until the module has told this variant word.
     bool WaitForVariant(std::vector<std::uint8_t> variant)
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < end) {
-            const auto packet = Receive();
-            if (packet.size() == 12 && std::equal(variant.begin(), variant.end(), packet.begin() + 8)) return true;
-        }
-        return false;
+        std::vector<std::uint8_t> packet;
+        return Await(
+            [&] { return packet.size() == 12 && std::equal(variant.begin(), variant.end(), packet.begin() + 8); },
+            [&] { packet = Receive(); });
     }
     /// To where the module's last heartbeat came from.
     void Send(const std::vector<std::uint8_t>& bytes) { mSocket.send_to(boost::asio::buffer(bytes), mModule); }

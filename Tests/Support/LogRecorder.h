@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -34,25 +35,24 @@ public:
     std::size_t Count(const std::string& line) const
     {
         const std::lock_guard<std::mutex> lock(mMutex);
-        return CountHeld(line);
+        return CountIf([&](const std::string& each) { return each == line; });
     }
     bool Has(const std::string& line) const { return Count(line) != 0; }
     /// True if a line begins like this.
     bool HasStart(const std::string& start) const
     {
         const std::lock_guard<std::mutex> lock(mMutex);
-        return std::any_of(mLines.begin(), mLines.end(),
-                           [&](const std::string& line) { return line.compare(0, start.size(), start) == 0; });
+        return CountIf([&](const std::string& line) { return line.rfind(start, 0) == 0; }) != 0;
     }
-    /// Waits until a line that contains this has come; false if none does.
-    bool WaitForPart(const std::string& part) const
+    /// Waits until a line that contains this has come that many times; false if it does not.
+    bool WaitFor(const std::string& part, std::size_t times = 1) const
     {
         std::unique_lock<std::mutex> lock(mMutex);
         return mCame.wait_for(lock, std::chrono::seconds(10), [&] {
-            return std::any_of(mLines.begin(), mLines.end(),
-                               [&](const std::string& line) { return line.find(part) != std::string::npos; });
+            return CountIf([&](const std::string& line) { return line.find(part) != std::string::npos; }) >= times;
         });
     }
+    bool WaitForPart(const std::string& part) const { return WaitFor(part); }
     /// From now on a thread that logs this line stands still until Release.
     void Hold(const std::string& line)
     {
@@ -63,12 +63,6 @@ public:
     {
         Hold({});
         mCame.notify_all();
-    }
-    /// Waits until the line has come that many times; false if it does not.
-    bool WaitFor(const std::string& line, std::size_t times = 1) const
-    {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mCame.wait_for(lock, std::chrono::seconds(10), [&] { return CountHeld(line) >= times; });
     }
 
 private:
@@ -87,14 +81,10 @@ private:
     private:
         void Keep(const char* format, MessageArgs args)
         {
-            std::va_list again;
-            va_copy(again, args.list);
-            const int size = std::vsnprintf(nullptr, 0, format, again);
-            va_end(again);
-            std::string text(static_cast<std::size_t>(size) + 1, '\0');
-            std::vsnprintf(&text[0], text.size(), format, args.list);
-            text.pop_back();
+            char* text = nullptr;
+            if (::vasprintf(&text, format, args.list) < 0) return;
             mRecorder.Keep(text);
+            std::free(text);
         }
 
         LogRecorder& mRecorder;
@@ -107,9 +97,10 @@ private:
         mCame.notify_all();
         mCame.wait(lock, [&] { return mHeld.empty() || mHeld != line; });
     }
-    std::size_t CountHeld(const std::string& line) const
+    template <class Accepts>
+    std::size_t CountIf(Accepts accepts) const
     {
-        return static_cast<std::size_t>(std::count(mLines.begin(), mLines.end(), line));
+        return static_cast<std::size_t>(std::count_if(mLines.begin(), mLines.end(), accepts));
     }
 
     mutable std::mutex mMutex;

@@ -33,15 +33,11 @@ public:
     Supervisor(const Supervisor&) = delete;
     Supervisor& operator=(const Supervisor&) = delete;
 
-    /// From whichever process has the environment.
-    void AskForAnyWatchdog(int milliseconds)
+    /// From this process, or from whichever has the environment.
+    void AskForWatchdog(int milliseconds, pid_t process = 0)
     {
         setenv("WATCHDOG_USEC", std::to_string(milliseconds * 1000).c_str(), 1);
-    }
-    void AskForWatchdog(pid_t process, int milliseconds)
-    {
-        AskForAnyWatchdog(milliseconds);
-        setenv("WATCHDOG_PID", std::to_string(process).c_str(), 1);
+        if (process != 0) setenv("WATCHDOG_PID", std::to_string(process).c_str(), 1);
     }
     /// The next message, or nothing if none comes in that time.
     std::string Receive(int patienceMs = 10000)

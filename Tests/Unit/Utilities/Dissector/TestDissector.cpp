@@ -47,69 +47,36 @@ Bytes Joined(Bytes first, const Bytes& second)
     return first;
 }
 
-// ---- Values written out by hand
-
 TEST_F(Dissector, TextsOfValuesStandInTheTree)
 {
     mCapture.AddSegment(55000,
-                        HexBytes("3A030028 1D000000 07 0201AB00 0100000A FFFFFFFF 01000000 02000000 02000000"
-                                 "09000000"
-                                 "71170028 09000000 04000000 312E322E 02"
-                                 "6D1B0028 01000000 05"
+                        HexBytes("3A030028 1D000000 07 0201AB00 0100000A FFFFFFFF 01000000 02000000 02000000 09000000"
+                                 "71170028 09000000 04000000 312E322E 02 6D1B0028 01000000 05"
                                  "22030028 13000000 00000000 0403 FEFFFFFF 01 00 FEFF 0200 0380 FF"
                                  "70174028 19000000 00000000 01000000 01000000 61 00000000 00 01 0B 02 FE0F0000"
-                                 "6B030028 09000000 01 FF0F0000 30750000"
-                                 "49030028 08000000 0102DEC0 07200000"
+                                 "6B030028 09000000 01 FF0F0000 30750000 49030028 08000000 0102DEC0 07200000"
                                  "70030028 16000000 FFFF 7F000001 0C000000 3F030028 04000000 00013F01"
-                                 "76030028 27000000 0180AB00 14000000 02 02000000 14000000 FF010000"
-                                 "0102DEC0 07200000 01 0201AB00 05100000 00"
+                                 "76030028 27000000 0180AB00 14000000 02 02000000 14000000 FF010000 0102DEC0"
+                                 "07200000 01 0201AB00 05100000 00"
                                  "2F030028 1B000000 0201AB00 00000000 0000 00000000 0000 01000000 0302 44332211 02"
-                                 "21030028 1C000000 0201AB00 07 03000000 413142 00000000 00000000 00000000"
-                                 "00000000"
+                                 "21030028 1C000000 0201AB00 07 03000000 413142 00000000 00000000 00000000 00000000"
                                  "2B030028 1D000000 0201AB00 03 04000000 43617264 02000000 1000 FFFF 00000000"
                                  "01020304"));
     const std::string tree = Tree();
-    for (const char* line : {"OrbModule KLV, REMOTE_IO_UPDATE\n",
-                             "192.222:201, Output, index 7",
-                             "= Style: Output (2)\n",
-                             "0000 0000 0111 = Index: 7\n",
-                             "mTargetHid: 65535\n",
-                             "mTargetAddress: 127.0.0.1\n",
-                             "mCommand bytes: 12\n",
-                             "mAddress: 1.63.1.0\n",
-                             "mSource: 0.171:8001, Invalid, index 20\n",
-                             "mSourceSlots count: 2\n",
-                             "mSourceSlots: 511\n",
-                             "port: 515\n",
-                             "word: 287454020\n",
-                             "secondary: 2\n",
-                             "mSlots: A1B\n",
-                             "mInputs count: 2\n",
-                             "mInputs: -1\n",
-                             "Key: 0x2800033a (CMD:V0:I826)\n",
-                             "Command: REMOTE_IO_UPDATE (826)\n",
-                             "mType: AoIP (7)\n",
-                             "mHid: 0x00ab0102 (0.171:102)\n",
-                             "mAddress: 10.0.0.1\n",
-                             "mOwner: 0xffffffff (INVALID_HID)\n",
-                             "mSampleRate: 96kHz (1)\n",
-                             "mSampleRates: 44.1kHz (2)\n",
-                             "mSampleRates: Unknown (9)\n",
-                             "mResult: REQUIRESREBOOT (2)\n",
-                             "mActive: True\n",
-                             "mHid: 0x00000000 (LOCAL_DSP_HID)\n",
-                             "mParam1: -2\n",
-                             "mParam6: -32765\n",
-                             "mParam7: 255\n",
-                             "Key: 0x28401770 (CMD:V1:I6000)\n",
-                             "mId: 4094\n",
-                             "mHid: 0x00000fff (0.0:fff)\n",
-                             "mSampleRate: 96kHz (1)\n"})
-        EXPECT_THAT(tree, HasSubstr(line));
+    for (const std::string& text :
+         Split("OrbModule KLV, REMOTE_IO_UPDATE|Key: 0x2800033a (CMD:V0:I826)|Command: REMOTE_IO_UPDATE (826)|"
+               "mType: AoIP (7)|mHid: 0x00ab0102 (0.171:102)|mAddress: 10.0.0.1|mOwner: 0xffffffff (INVALID_HID)|"
+               "mSampleRate: 96kHz (1)|mSampleRates: 44.1kHz (2)|mSampleRates: Unknown (9)|mAddress: 1.63.1.0|"
+               "mResult: REQUIRESREBOOT (2)|mActive: True|mHid: 0x00000000 (LOCAL_DSP_HID)|mParam1: -2|mParam6: -32765|"
+               "mParam7: 255|Key: 0x28401770 (CMD:V1:I6000)|mId: 4094|mHid: 0x00000fff (0.0:fff)|= Style: Output (2)|"
+               "0000 0000 0111 = Index: 7|mTargetHid: 65535|mTargetAddress: 127.0.0.1|mCommand bytes: 12|"
+               "mSource: 0.171:8001, Invalid, index 20|mSourceSlots count: 2|mSourceSlots: 511|port: 515|"
+               "word: 287454020|secondary: 2|mSlots: A1B|mInputs count: 2|mInputs: -1",
+               '|'))
+        EXPECT_THAT(tree, HasSubstr(text + "\n"));
+    EXPECT_THAT(tree, HasSubstr("192.222:201, Output, index 7"));
     EXPECT_THAT(tree, Not(HasSubstr("Expert Info")));
 }
-
-// ---- The stream
 
 TEST_F(Dissector, ItemsNeedNoSegmentsOfTheirOwn)
 {
@@ -124,13 +91,8 @@ TEST_F(Dissector, ItemsNeedNoSegmentsOfTheirOwn)
 
 TEST_F(Dissector, UnknownItemsAreShownByNumber)
 {
-    mCapture.AddSegment(55000, HexBytes("00000048 03000000 010203"
-                                        "05004008 00000000"
-                                        "03100400 00000000"
-                                        "E8030038 00000000"
-                                        "FEFF3F28 01000000 AA"
-                                        "5A020028 01000000 BB"
-                                        "20030028 00000000"));
+    mCapture.AddSegment(55000, HexBytes("00000048 03000000 010203 05004008 00000000 03100400 00000000 E8030038 00000000"
+                                        "FEFF3F28 01000000 AA 5A020028 01000000 BB 20030028 00000000"));
     EXPECT_THAT(
         Fields({"_ws.col.Info", "orbklv.type", "orbklv.command", "orbklv.id", "orbklv.number", "orbklv.value",
                 "orbklv.class"}),
@@ -194,10 +156,10 @@ TEST_F(Dissector, NothingRaisesALuaError)
         for (int changes = 0; changes < 3; ++changes)
             item[random() % item.size()] = static_cast<std::uint8_t>(random());
         // Each on a connection of its own, so that none is lost in what another has promised.
-        mCapture.AddSegment(49190, item, 0, static_cast<std::uint16_t>(61000 + i));
+        mCapture.AddSegment(49190, item, 0, static_cast<std::uint32_t>(61000 + i));
         item.resize(random() % 16);
-        for (const int port : {60001, 60002, 49156, 49157})
-            mCapture.AddDatagram(static_cast<std::uint16_t>(port), item);
+        for (const std::uint32_t port : {60001, 60002, 49156, 49157})
+            mCapture.AddDatagram(port, item);
     }
     // As one stream, and each segment for itself, which is how an item comes whose end is not in the capture.
     for (const char* whole : {"TRUE", "FALSE"}) {
@@ -208,8 +170,6 @@ TEST_F(Dissector, NothingRaisesALuaError)
             EXPECT_THAT(tree.find(complaint), std::string::npos) << tree.substr(tree.find(complaint) - 2000, 2500);
     }
 }
-
-// ---- Datagrams
 
 TEST_F(Dissector, LinkHeartbeats)
 {
@@ -242,8 +202,6 @@ TEST_F(Dissector, ModuleHeartbeatAndFabricMessages)
                             ElementsAre("OrbFabric", "", "21", "", "Fabric message 21", ""),
                             ElementsAre("OrbFabric", "", "", "", "3 bytes", "3 bytes and not 5")));
 }
-
-// ---- Every command
 
 TEST_F(Dissector, EveryCommandHasItsNameAndIsTakenApartToItsLastField)
 {
