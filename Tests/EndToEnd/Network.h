@@ -41,6 +41,14 @@ public:
     void StartModule() { mModule.emplace(); }
     stage::Module& GetModule() { return *mModule; }
     stage::LogFile& GetLog() { return mLog; }
+    std::size_t CountInLog(const std::string& part) const
+    {
+        const std::string log = mLog.Text();
+        std::size_t count = 0;
+        for (std::size_t at = log.find(part); at != std::string::npos; at = log.find(part, at + part.size()))
+            ++count;
+        return count;
+    }
     stage::Peer& GetUpdate() { return *mUpdate; }
     stage::Peer& GetOrb() { return *mOrb; }
     stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours[link]; }

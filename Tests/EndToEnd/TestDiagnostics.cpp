@@ -1,6 +1,5 @@
-// The debug file and the crash dumps, on their real paths.
+// The crash dumps, on their real path.
 
-#include "Simulation/Stage/LogFile.h"
 #include "Simulation/Stage/Module.h"
 
 #include <boost/filesystem.hpp>
@@ -22,22 +21,6 @@ using testing::Not;
 namespace {
 
 constexpr char DumpDirectory[] = "/var/lib/ostrel/crashdumps";
-
-TEST(DebugFile, SetsFeaturesAtTheStart)
-{
-    const fs::path file = "/home/root/OrbModule/debug.conf";
-    fs::create_directories(file.parent_path());
-    std::ofstream(file.string()) << "on CommsDebug 122\n";
-    {
-        Module module;
-        const LogFile log;
-        // The module's first connection is logged under the feature.
-        for (const std::string line : {"DebugConfig : Reading File '/home/root/OrbModule/debug.conf' ...",
-                                       "Debug Feature CommsDebug (60) is On", "Connecting to 1.63.1.0 Port 49190"})
-            EXPECT_THAT(log.Text(), HasSubstr(line));
-    }
-    fs::remove(file);
-}
 
 /// Ends a running module by a real crash of one of its threads, and gives what a stack walker reads from the dump.
 std::string WalkCrash(bool inMainThread)

@@ -11,42 +11,31 @@ using namespace stage;
 
 namespace {
 
-constexpr char Directory[] = "/tmp/hung-tools";
-
 /// Tools that hang as long as there is a file.
 class HungTools : public testing::Test
 {
 protected:
     HungTools()
     {
-        mkdir(Directory, 0755);
+        std::filesystem::create_directory(mDirectory);
         for (const std::string tool : {"ifconfig", "route"}) {
-            const std::string path = std::string(Directory) + "/" + tool;
-            std::ofstream(path) << "#!/bin/sh\nwhile [ -e " << Directory << "/hang ]; do sleep 0.05; done\n"
-                                << "PATH=${PATH#*:}\nexec " << tool << " \"$@\"\n";
-            chmod(path.c_str(), 0755);
+            std::ofstream(mDirectory + tool)
+                << "#!/bin/sh\nwhile [ -e " << mDirectory << "hang ]; do sleep 0.05; done\n"
+                << "PATH=${PATH#*:}\nexec " << tool << " \"$@\"\n";
+            chmod((mDirectory + tool).c_str(), 0755);
         }
-        setenv("PATH", (std::string(Directory) + ":" + mPath).c_str(), 1);
+        setenv("PATH", (mDirectory + ":" + mPath).c_str(), 1);
         mNetwork.Start();
     }
     ~HungTools() override
     {
-        Hang(false);
         setenv("PATH", mPath.c_str(), 1);
-    }
-
-    static void Hang(bool hang)
-    {
-        const std::string path = std::string(Directory) + "/hang";
-        if (hang) {
-            std::ofstream file(path);
-        } else {
-            unlink(path.c_str());
-        }
+        std::filesystem::remove_all(mDirectory);
     }
     /// How many heartbeats of the module the neighbour on the primary link has heard.
     unsigned long Heard() { return std::stoul(mNetwork.GetNeighbour(0).Tell("module-heartbeat").front()); }
 
+    const std::string mDirectory = "/tmp/hung-tools/";
     const std::string mPath = std::getenv("PATH");
     Network mNetwork;
 };
@@ -56,7 +45,7 @@ TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
     mNetwork.Plug(0, HubWithBox);
     mNetwork.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
     // The main thread hangs in route as the hub tells of one more device, the scan in ifconfig.
-    Hang(true);
+    std::ofstream(mDirectory + "hang").close();
     const unsigned long before = Heard();
     mNetwork.GetNeighbour(0).Tell("device 0x00300003 fixed 0.48.10.1");
     mNetwork.TellDriver("plug 1 66 0");
@@ -64,7 +53,7 @@ TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
     mNetwork.GetLog().WaitForLine("SystemWithStderr: ifconfig k2link1 0.8.96.2 netmask 255.255.255.0 is still running");
     // It is told after 2 s, in which six beats are due.
     EXPECT_GE(Heard() - before, 5u);
-    Hang(false);
+    std::filesystem::remove(mDirectory + "hang");
     mNetwork.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, "0x00300003");
     EXPECT_THAT(mNetwork.GetLog().Text(), testing::Not(testing::HasSubstr("A heartbeat send delay")));
 }

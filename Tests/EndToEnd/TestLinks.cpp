@@ -9,10 +9,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <sstream>
 #include <thread>
-
-#include <arpa/inet.h>
-#include <ifaddrs.h>
 
 using namespace stage;
 using testing::HasSubstr;
@@ -23,15 +21,12 @@ namespace {
 /// The IPv4 address of an interface, empty if it has none.
 std::string AddressOf(const std::string& interface)
 {
-    std::string text;
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0) return "getifaddrs failed";
-    for (const ifaddrs* i = list; i; i = i->ifa_next) {
-        if (interface != i->ifa_name || !i->ifa_addr || i->ifa_addr->sa_family != AF_INET) continue;
-        text = inet_ntoa(reinterpret_cast<const sockaddr_in*>(i->ifa_addr)->sin_addr);
-    }
-    freeifaddrs(list);
-    return text;
+    ChildProcess process({{"ip", "-4", "-brief", "address", "show", "dev", interface}});
+    process.Wait();
+    std::istringstream words(process.Output());
+    std::string address;
+    words >> address >> address >> address;
+    return address.substr(0, address.find('/'));
 }
 
 void ExpectAddress(const std::string& interface, const std::string& address)
@@ -89,8 +84,6 @@ TEST(Links, AnUnpluggedPortAndTheEndTakeTheAddressAwayAndAnExchangedNeighbourGet
     network.WaitForCable(BoxOnWire, "00 01");
     network.Unplug(0);
     ExpectAddress("k2link0", "");
-    EXPECT_EQ(AddressOf("k2link1"), "0.8.32.2");
-    network.WaitForCable(BoxOnWire, "01 00");
     network.TellDriver(PlugLine(1, OtherBox.rack));
     ExpectAddress("k2link1", "0.8.96.2");
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid, false);
@@ -109,9 +102,7 @@ TEST(Links, AFailedBindLeavesThePortAloneUntilItsAddressChanges)
     }
     network.TellDriver(PlugLine(0, Box.rack));
     RunThroughReports(network);
-    const std::string log = network.GetLog().Text();
-    const std::string command = "SystemWithStderr: command:ifconfig k2link0 0.8.0.1 netmask 255.255.255.0, ";
-    EXPECT_EQ(log.find(command), log.rfind(command)) << "asked for once";
+    EXPECT_EQ(network.CountInLog("SystemWithStderr: command:ifconfig k2link0 0.8.0.1 netmask 255.255.255.0, "), 1u);
     EXPECT_EQ(AddressOf("k2link2"), "") << "a third port is logged and no more";
     network.Plug(0, OtherBox);
     network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, OtherBox.hid);

@@ -24,16 +24,9 @@ void Meet(Network& network, unsigned int link, const Neighbour& router, const st
 {
     network.Plug(link, router);
     const stage::Deadline deadline(stage::Patience);
-    const auto count = [&] {
-        const std::string log = network.GetLog().Text();
-        std::size_t found = 0;
-        for (std::size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1))
-            ++found;
-        return found;
-    };
-    while (count() < lines && !deadline.HasPassed())
+    while (network.CountInLog(line) < lines && !deadline.HasPassed())
         network.GetNeighbour(link).Tell("module-heartbeat");
-    ASSERT_GE(count(), lines) << line;
+    ASSERT_GE(network.CountInLog(line), lines) << line;
 }
 
 /// Until master control sees this in the module's heartbeat.
@@ -41,9 +34,8 @@ void WaitForModuleHeartbeat(Network& network, const std::string& bytes)
 {
     const stage::Deadline deadline(stage::Patience);
     std::string heard;
-    do {
+    while (heard.substr(heard.find(' ') + 1) != bytes && !deadline.HasPassed())
         heard = network.GetOrb().Tell("module-heartbeat").front();
-    } while (heard.substr(heard.find(' ') + 1) != bytes && !deadline.HasPassed());
     EXPECT_EQ(heard.substr(heard.find(' ') + 1), bytes);
 }
 

@@ -16,14 +16,6 @@ using testing::StartsWith;
 
 namespace {
 
-std::size_t CountIn(const std::string& text, const std::string& part)
-{
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
-        ++count;
-    return count;
-}
-
 /// States of a cable as the Orb router hears of them: primary or not, online or not.
 constexpr char PrimaryUp[] = "01 01";
 constexpr char SecondaryUp[] = "00 01";
@@ -44,7 +36,7 @@ TEST(UpdateService, IsAbsentAtFirstThenRefusesAndThenAllows)
     network.GetUpdate().Tell("tell 1.63.5.0 0");
     network.GetOrb().WaitFor(peers::ROUTER_INFO_REQ);
     network.GetOrb().WaitFor(peers::IO_INFO_REQ);
-    EXPECT_EQ(CountIn(network.GetLog().Text(), "Connect to the ORB Router"), 1u);
+    EXPECT_EQ(network.CountInLog("Connect to the ORB Router"), 1u);
     EXPECT_EQ(network.GetOrb().GetReceived(peers::ROUTER_INFO_REQ).size(), 1u);
 }
 
@@ -158,15 +150,15 @@ struct OrbRestart
 void Vanish(Network& network)
 {
     const std::string end = "OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false";
-    const std::size_t before = CountIn(network.GetLog().Text(), end);
+    const std::size_t before = network.CountInLog(end);
     network.GetOrb().Tell("vanish");
     const stage::Deadline deadline(stage::Patience);
     ShellClient shell = network.GetModule().OpenShell();
     shell.StopTailing();
-    while (CountIn(network.GetLog().Text(), end) == before && !deadline.HasPassed())
+    while (network.CountInLog(end) == before && !deadline.HasPassed())
         shell.Ask("version");
     shell.Ask("version");
-    EXPECT_GT(CountIn(network.GetLog().Text(), end), before);
+    EXPECT_GT(network.CountInLog(end), before);
 }
 
 TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesToTheirDevicesAndIsToldOfThemAgain)
@@ -193,7 +185,7 @@ TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesToTheirDevicesAndIsToldOfThe
         orb.Tell("appear");
         orb.Tell("connect 55000");
         orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, scene.device);
-        EXPECT_EQ(CountIn(network.GetLog().Text(), "OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
+        EXPECT_EQ(network.CountInLog("OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
         orb.Tell(scene.patch);
         control.WaitForRoute(scene.sink, scene.source);
         // What leaves while the Orb router is away leaves no route.

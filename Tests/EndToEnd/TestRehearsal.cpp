@@ -25,17 +25,7 @@ namespace {
 constexpr Milliseconds LongPatience = std::chrono::minutes(2);
 
 /// A step, and what is taken away right before it. The words are those of TakeAway.
-struct Case
-{
-    std::string step;
-    std::string what;
-};
-
-void PrintTo(const Case& value, std::ostream* out)
-{
-    *out << value.step;
-}
-
+using Case = std::pair<std::string, std::string>;
 const std::vector<Case> Cases{{"the module starts", "no program"},
                               {"its heartbeat reaches master control", "cable unit"},
                               {"an engineer opens the shell", "stop"},
@@ -78,10 +68,8 @@ void TakeAway(const std::string& what, const ChildProcess& rehearsal)
     } else if (who == "identity") {
         std::ofstream("/sys/class/net/k2link1/k2hid") << "0\n";
     } else if (who != "no") {
-        const std::string path = who == "fpga"     ? Module::ControlPath()
-                                 : who == "driver" ? LinkDriverPath
-                                                   : "/tmp/Peer-" + who + ".control";
-        ControlChannel(path).Ask(rest);
+        const std::string peer = "/tmp/Peer-" + who + ".control";
+        ControlChannel(who == "fpga" ? Module::ControlPath() : who == "driver" ? LinkDriverPath : peer).Ask(rest);
     }
 }
 
@@ -106,7 +94,7 @@ TEST(Rehearsal, SeesEveryStep)
     std::size_t position = 0;
     for (const Case& each : Cases) {
         const std::string title =
-            std::to_string(++number) + "/" + std::to_string(Cases.size()) + " " + each.step + "\n    ";
+            std::to_string(++number) + "/" + std::to_string(Cases.size()) + " " + each.first + "\n    ";
         position = rehearsal.Output().find(title, position);
         ASSERT_NE(position, std::string::npos) << title << rehearsal.Output();
     }
@@ -129,19 +117,19 @@ protected:
 
 TEST_P(Withheld, EndsTheRunAtTheStepThatNeedsIt)
 {
-    const Case& each = GetParam();
-    const std::string program = each.what == "no program" ? "/bin/false" : ProgramPath("OrbModuleSim");
+    const auto& [step, what] = GetParam();
+    const std::string program = what == "no program" ? "/bin/false" : ProgramPath("OrbModuleSim");
     ChildProcess rehearsal({{ProgramPath("Rehearsal"), "--step", "--patience", "6", "--module", program}});
-    PlayUpTo(each.step, rehearsal);
-    TakeAway(each.what, rehearsal);
+    PlayUpTo(step, rehearsal);
+    TakeAway(what, rehearsal);
     rehearsal.Send("\n");
     EXPECT_EQ(rehearsal.Wait(LongPatience).Text(), "exit code 1");
-    EXPECT_THAT(rehearsal.Errors(), HasSubstr("step '" + each.step + "' was not seen: "));
+    EXPECT_THAT(rehearsal.Errors(), HasSubstr("step '" + step + "' was not seen: "));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rehearsal, Withheld, testing::ValuesIn(Cases), [](const auto& each) {
     const std::string number = std::to_string(each.index + 1);
-    std::string name = each.param.step;
+    std::string name = each.param.first;
     std::replace(name.begin(), name.end(), ' ', '_');
     return (number.size() < 2 ? "Step0" : "Step") + number + "_" + name;
 });
