@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Tests/Support/Await.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -81,9 +83,10 @@ public:
     /// What comes up to and including this text, or up to the end.
     std::string ReceiveThrough(const std::string& text) const
     {
-        std::size_t found = mReceived.find(text);
-        while (found == std::string::npos && ReceiveSome() > 0)
-            found = mReceived.find(text);
+        std::size_t found = std::string::npos;
+        bool isOpen = true;
+        Await([&] { return (found = mReceived.find(text)) != std::string::npos || !isOpen; },
+              [&] { isOpen = ReceiveSome() > 0; });
         return Take(found == std::string::npos ? found : found + text.size());
     }
     std::string ReceiveToEnd() const { return Receive(std::string::npos); }

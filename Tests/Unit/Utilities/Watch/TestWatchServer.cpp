@@ -82,6 +82,8 @@ private:
             }
             if (!mMute) Answer(line);
         }
+        const Guard lock(mLock);
+        mFd = -1;
     }
     void Answer(const std::string& line)
     {
@@ -113,8 +115,8 @@ private:
 class Server : public testing::Test
 {
 protected:
-    explicit Server(double logBurst = 512 * 1024)
-        : mPoller(mContext, mShell.Endpoint(), mPicture, Settings(logBurst)),
+    explicit Server(Poller::Settings settings = {})
+        : mPoller(mContext, mShell.Endpoint(), mPicture, WithFrequentClocks(settings)),
           mAcceptor(mContext, {boost::asio::ip::address_v4::loopback(), 0}),
           mPort(mAcceptor.local_endpoint().port()),
           mServer(mContext, std::move(mAcceptor), mPicture, mPoller, {})
@@ -130,12 +132,9 @@ protected:
         mContext.stop();
         mThread.join();
     }
-    static Poller::Settings Settings(double logBurst)
+    static Poller::Settings WithFrequentClocks(Poller::Settings settings)
     {
-        Poller::Settings settings;
-        settings.logBurst = logBurst;
         settings.clocks = std::chrono::seconds(1);
-        settings.replyPatience = settings.silencePatience = std::chrono::milliseconds(200);
         return settings;
     }
     /// A browser that has sent this.
@@ -249,7 +248,18 @@ TEST_F(Server, ABrowserThatDoesNotReadIsNotWaitedFor)
     EXPECT_THAT(other.ReceiveThrough("the last line"), HasSubstr("the last line"));
 }
 
-TEST_F(Server, SaysWhenTheModuleIsSilentAwayAndBack)
+Poller::Settings Impatient()
+{
+    Poller::Settings settings;
+    settings.replyPatience = settings.silencePatience = std::chrono::milliseconds(200);
+    return settings;
+}
+struct ImpatientServer : Server
+{
+    ImpatientServer() : Server(Impatient()) {}
+};
+
+TEST_F(ImpatientServer, SaysWhenTheModuleIsSilentAwayAndBack)
 {
     const LoopbackPeer page = Get("/events");
     page.ReceiveThrough("\"contact\":\"live\"");
@@ -265,9 +275,15 @@ TEST_F(Server, SaysWhenTheModuleIsSilentAwayAndBack)
     EXPECT_EQ(mShell.Lines().size(), lines);
 }
 
+Poller::Settings Sparing()
+{
+    Poller::Settings settings;
+    settings.logBurst = 100;
+    return settings;
+}
 struct SparingServer : Server
 {
-    SparingServer() : Server(100) {}
+    SparingServer() : Server(Sparing()) {}
 };
 
 TEST_F(SparingServer, ListingsDoNotFillTheLog)
