@@ -51,9 +51,9 @@ PatchBoard::Feeds PatchBoard::GetFeeds() const
     return feeds;
 }
 
-bool PatchBoard::WaitUntil(const std::function<bool()>& condition)
+bool PatchBoard::WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds patience)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     while (std::chrono::steady_clock::now() < deadline) {
         ServeInterrupts();
         if (condition()) return true;

@@ -37,8 +37,9 @@ public:
     using Feeds = std::array<std::array<Feed, Routing::SLOTS_PER_PORT>, Routing::PORT_COUNT>;
     /// What feeds each slot of each port, of one and the same table.
     Feeds GetFeeds() const;
-    /// Serves interrupts until the condition holds; false if it does not within five seconds.
-    bool WaitUntil(const std::function<bool()>& condition);
+    /// Serves interrupts until the condition holds; false if it does not within the time.
+    bool WaitUntil(const std::function<bool()>& condition,
+                   std::chrono::milliseconds patience = std::chrono::seconds(5));
     void ServeInterrupts() { mFsi->DispatchInterrupts(); }
 
     static std::uint8_t LinkAddress(std::uint32_t link) { return static_cast<std::uint8_t>(link + 1); }

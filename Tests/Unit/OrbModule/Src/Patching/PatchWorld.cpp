@@ -1,21 +1,14 @@
 #include "Tests/Unit/OrbModule/Src/Patching/PatchWorld.h"
 
-#include "Audit/Audit.h"
-#include "Common/KLV/Commands/DiscoveryCommands.h"
-#include "Common/KLV/Commands/PatchCommands.h"
-#include "Common/KLV/Commands/UpdateCommands.h"
-
-#include <algorithm>
-#include <sstream>
-
 namespace {
 
 constexpr Hid Desk = 0xC0010005;
 constexpr Hid Boxes[] = {0xC0020001, 0xC0060001};
 constexpr Hid HubNode = 0xC0058000;
 constexpr Hid FarNode = 0xC0038000;
-constexpr Hid FarBoxes[] = {0xC0030001, 0xC0030002, 0xC0030003};
-constexpr std::uint32_t UnsabotagedBreaks = 40;
+/// Three boxes, and two nodes: one of them in a rack without a number.
+constexpr Hid FarSources[] = {0xC0030001, 0xC0030002, 0xC0030003, MakeNodeHid(FarNode), LOCAL_DSP_HID};
+constexpr std::uint32_t FarBoxes = 3;
 
 template <class Type>
 std::shared_ptr<const Type> Share(const Type& command)
@@ -25,70 +18,46 @@ std::shared_ptr<const Type> Share(const Type& command)
 
 } // namespace
 
-HidPort PatchWorld::ToHidPort(const IoPort& port)
-{
-    const bool isNode = !IsIoHid(port.GetHid());
-    return {isNode ? MakeLinkHid(port.GetHid()) : port.GetHid(), port.GetIndex()};
-}
-
-bool PatchWorld::IsOwn(const IoPort& port)
-{
-    return GetRackId(port.GetHid()) == GetRackId(Own);
-}
-
 bool PatchWorld::IsBox(const IoPort& port)
 {
     return std::count(std::begin(Boxes), std::end(Boxes), port.GetHid()) != 0;
 }
 
-std::string PatchWorld::Text(const IoPort& port)
+std::string PatchWorld::Text(const Wish& wish)
 {
     std::ostringstream out;
-    out << port.GetHid() << '/' << port.GetIndex();
+    out << wish.source.GetHid() << '/' << wish.source.GetIndex() << " to " << wish.dest.GetHid() << '/'
+        << wish.dest.GetIndex();
     return out.str();
 }
 
-/// Passes on to the real patcher, but loses what ends a route from some point on.
-class PatchWorld::Saboteur : public iPatcher
+/// What carries a slot now.
+PatchWorld::Snapshot PatchWorld::TakeSnapshot() const
 {
-public:
-    Saboteur(iPatcher& patcher, bool active) : mPatcher(patcher), mActive(active) {}
-
-    void ProcessPatchUnpatch(const LinkPatch& patch, bool make) override
-    {
-        if (mActive && !make && ++mUnpatches >= UnsabotagedBreaks) return;
-        mPatcher.ProcessPatchUnpatch(patch, make);
+    Snapshot snapshot;
+    for (UINT8GIGEPORT port = 0; port < Routing::PORT_COUNT; ++port) {
+        for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
+            const LinkSlot& slot = mController->GetLinkAllocation().GetSlot(port, number);
+            if (!slot.IsInUse()) continue;
+            snapshot[{port, number}] = {slot.mSource, slot.GetSourceLink().port, slot.GetSourceSlot()};
+        }
     }
-    void ProcessUnpatches(const std::vector<LinkPatch>& patches) override { mPatcher.ProcessUnpatches(patches); }
-    void RemoveAllPatches() override { mPatcher.RemoveAllPatches(); }
+    return snapshot;
+}
 
-private:
-    iPatcher& mPatcher;
-    bool mActive;
-    std::uint32_t mUnpatches = 0;
-};
-
-PatchWorld::PatchWorld(std::uint32_t seed, Sabotage sabotage)
-    : mRandom(seed),
-      mSaboteur(std::make_unique<Saboteur>(mBoard.GetPatcher(), sabotage == Sabotage::StaleRoute)),
-      mSabotage(sabotage),
-      mBox{Boxes[0], Boxes[0], Boxes[0]}
+PatchWorld::PatchWorld(std::uint32_t seed)
+    : RecordingComms([](const std::string&) {}, DeviceNames()), mRandom(seed), mBox{Boxes[0], Boxes[0], Boxes[0]}
 {
     const DeviceManager::Delays atOnce{std::chrono::milliseconds{0}, std::chrono::milliseconds{0}};
     mDevices = std::make_unique<DeviceManager>(
         mService, *this, [](const std::string&, const std::string&) { return 0; }, atOnce, DeviceManager::Limits());
-    mController = std::make_unique<PatchController>(*mDevices, *this, *mSaboteur);
+    mController = std::make_unique<PatchController>(*mDevices, *this, mBoard.GetPatcher());
     mDevices->LocalHidChanged.connect([this](Hid hid) { mController->OnLocalHidChanged(hid); });
     mDevices->NetworkConnectionChanged.connect([this](bool on) { mController->OnNetworkConnectionChanged(on); });
     mDevices->DeviceChange.connect([this](Hid hid, UINT8GIGEPORT port, bool online, StreamType type) {
         mController->OnDeviceChange(hid, port, online, type);
     });
     Settle();
-}
-
-PatchWorld::~PatchWorld()
-{
-    Recover();
 }
 
 void PatchWorld::Settle()
@@ -98,21 +67,6 @@ void PatchWorld::Settle()
         mService.restart();
         idle = mService.poll() == 0 ? idle + 1 : 0;
     }
-}
-
-void PatchWorld::Note(const std::string& event)
-{
-    AUDIT_STREAM(RouterAudioRoute, "---- " << event << '\n');
-    mTrail.push_back(event);
-    if (mTrail.size() > 25) mTrail.pop_front();
-}
-
-std::string PatchWorld::GetTrail() const
-{
-    std::string text;
-    for (const std::string& event : mTrail)
-        text += "\n  " + event;
-    return text;
 }
 
 // Events
@@ -211,7 +165,7 @@ void PatchWorld::PlugCable(UINT8GIGEPORT port)
         Settle();
         // The Orb router asks a node again itself: for the module a node in this form has no owner.
         for (const Wish& wish : mWishes) {
-            if (!IsIoHid(wish.source.GetHid())) OrderFromOrb(wish, true, 0);
+            if (IsNode(wish.source)) OrderFromOrb(wish, true, 0);
         }
     }
     if (mNeighbour != Neighbour::Router) return;
@@ -227,9 +181,12 @@ void PatchWorld::PullCable(UINT8GIGEPORT port)
     Note("pull " + PortText(port));
     mCables[port] = false;
     // What the neighbour had not said yet stays unsaid.
-    mWithheld.erase(std::remove_if(mWithheld.begin(), mWithheld.end(),
-                                   [port](const Withheld& entry) { return entry.port == port; }),
-                    mWithheld.end());
+    mWithheld.erase(
+        std::remove_if(mWithheld.begin(), mWithheld.end(), [port](const auto& entry) { return entry.first == port; }),
+        mWithheld.end());
+    for (const Wish& wish : mWishes) {
+        if (IsNameless(wish) && IsHeard(wish, port)) mStranded.insert(wish.dest);
+    }
     mDevices->OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, UNKNOWN_GIGE_PORT, 0, INVALID_HID,
                               K2Heartbeat::K2_NO_TYPE);
 }
@@ -247,6 +204,8 @@ void PatchWorld::ChangeNeighbour()
     const auto next = static_cast<Neighbour>(Dice(4));
     if (next == Neighbour::Router || mNeighbour == Neighbour::Router) {
         // What one of them wanted is nothing to the other.
+        for (const Wish& wish : std::exchange(mUntold, {}))
+            OrderFromOrb(wish, false, 0);
         for (const Wish& wish : mWishes)
             OrderFromOrb(wish, false, 0);
         mWishes.clear();
@@ -273,15 +232,14 @@ IoPort PatchWorld::RandomSource(bool own)
 {
     if (own) return IoPort(Desk, 1, Dice(8));
     if (mNeighbour == Neighbour::Box) return IoPort(mBox[1 + Dice(2)], 1, Dice(16));
-    const Hid sources[] = {FarBoxes[0], FarBoxes[1], FarBoxes[2], MakeNodeHid(FarNode)};
-    return IoPort(sources[Dice(4)], 1, Dice(4));
+    return IoPort(FarSources[Dice(5)], 1, Dice(4));
 }
 
 IoPort PatchWorld::RandomDest(bool own)
 {
     if (own) return IoPort(Desk, 2, Dice(24));
     if (mNeighbour == Neighbour::Box) return IoPort(mBox[1 + Dice(2)], 2, Dice(16));
-    return IoPort(FarBoxes[Dice(3)], 2, Dice(12));
+    return IoPort(FarSources[Dice(FarBoxes)], 2, Dice(12));
 }
 
 void PatchWorld::MakePatch()
@@ -373,8 +331,8 @@ void PatchWorld::Recover()
         mBoard.GetFpga().RaiseEvent("0003", 0);
     }
     mWithhold = false;
-    for (Withheld& entry : std::exchange(mWithheld, {}))
-        mService.post(std::move(entry.answer));
+    for (auto& [port, answer] : std::exchange(mWithheld, {}))
+        mService.post(std::move(answer));
 }
 
 // What the surroundings say
@@ -382,14 +340,15 @@ void PatchWorld::Recover()
 PatchWorld::Slots PatchWorld::SlotsOf(const IoPort& source, UINT8GIGEPORT port) const
 {
     if (IsBox(source)) return {source.GetIndex()};
-    std::uint32_t first = 100 + 2 * source.GetIndex();
-    if (!IsOwn(source)) first = 200 + 100u * port + 8 * (source.GetHid() & 0xF) + 2 * source.GetIndex();
+    const auto far = std::find(std::begin(FarSources), std::end(FarSources), source.GetHid()) - std::begin(FarSources);
+    const auto block = IsOwn(source) ? 100u : 200u + 100u * port + 8u * static_cast<std::uint32_t>(far);
+    const std::uint32_t first = block + 2 * source.GetIndex();
     return source.GetIndex() % 2 == 0 ? Slots{first} : Slots{first, first + 1};
 }
 
 void PatchWorld::Order(const Wish& wish, bool make)
 {
-    Note(std::string(make ? "make " : "break ") + Text(wish.source) + " to " + Text(wish.dest));
+    Note((make ? "make " : "break ") + Text(wish));
     if (!make) mTold.erase(wish.dest);
     if (mConcern.kind == Concern::Patches) mConcern.sources.push_back(ToHidPort(wish.source));
     if (mNeighbour != Neighbour::Router) {
@@ -399,28 +358,42 @@ void PatchWorld::Order(const Wish& wish, bool make)
     for (const UINT8GIGEPORT port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
         if (mCables[port]) OrderFromRouter(wish, make, port);
     }
+    if (!make && !mCables[1] && !mCables[2] && IsNameless(wish)) mUntold.push_back(wish);
 }
 
 void PatchWorld::OrderFromOrb(const Wish& wish, bool make, UINT8GIGEPORT link)
 {
     if (!mDeskThere) return;
-    IoPort orig = wish.source;
-    if (!make && mSabotage == Sabotage::SlotLeak && ++mBreaks >= UnsabotagedBreaks) orig = IoPort(Boxes[0], 1, 4000);
+    mStranded.erase(wish.dest);
     const Slots slots = IsOwn(wish.source) ? SlotsOf(wish.source, 0) : Slots{};
-    Deliver(RouterPatchAudio(PatchSource(wish.source, link, slots), wish.dest, orig, make, false), 0);
+    Deliver(RouterPatchAudio(PatchSource(wish.source, link, slots), wish.dest, wish.source, make, false), 0);
 }
 
 void PatchWorld::OrderFromRouter(const Wish& wish, bool make, UINT8GIGEPORT port)
 {
     if (!mDeskThere) return;
+    for (const Wish& ended : std::exchange(mUntold, {}))
+        OrderFromRouter(ended, false, port);
+    mStranded.erase(wish.dest);
     const Slots slots = IsOwn(wish.source) ? Slots{} : SlotsOf(wish.source, port);
     Deliver(RouterPatchAudio(PatchSource(wish.source, 0, slots), wish.dest, wish.source, make, false), port);
 }
 
-bool PatchWorld::IsWanted(const IoPort& source, const IoPort& dest) const
+bool PatchWorld::IsHeard(const Wish& wish, UINT8GIGEPORT port) const
+{
+    const Snapshot slots = TakeSnapshot();
+    return std::any_of(slots.begin(), slots.end(), [&](const auto& slot) {
+        const auto& [place, carried] = slot;
+        const LinkSlot& taken = mController->GetLinkAllocation().GetSlot(place.first, place.second);
+        return place.first == Routing::ORB_PORT && carried.source == ToHidPort(wish.source) && carried.port == port &&
+               taken.mDests.count(ToHidPort(wish.dest)) != 0;
+    });
+}
+
+bool PatchWorld::IsWanted(const Wish& wish) const
 {
     return std::any_of(mWishes.begin(), mWishes.end(),
-                       [&](const Wish& wish) { return wish.source == source && wish.dest == dest; });
+                       [&](const Wish& w) { return w.source == wish.source && w.dest == wish.dest; });
 }
 
 void PatchWorld::Deliver(const RouterPatchAudio& command, UINT8GIGEPORT port)
@@ -433,7 +406,7 @@ void PatchWorld::Deliver(const RouterPatchAudio& command, UINT8GIGEPORT port)
 void PatchWorld::Answer(UINT8GIGEPORT port, std::function<void()> answer)
 {
     if (mWithhold) {
-        mWithheld.push_back({port, std::move(answer)});
+        mWithheld.emplace_back(port, std::move(answer));
     } else {
         mService.post(std::move(answer));
     }
@@ -505,9 +478,9 @@ void PatchWorld::OnOrbReceivesPatch(const RouterPatchAudio& command)
         }
         return;
     }
-    if (!IsOwn(command.GetSource().GetPort())) return;
-    if (command.GetMake() != IsWanted(command.GetSource().GetPort(), command.GetDest())) return;
-    OrderFromOrb({command.GetSource().GetPort(), command.GetDest()}, command.GetMake(), command.GetSource().GetLink());
+    const Wish wish{command.GetSource().GetPort(), command.GetDest()};
+    if (!IsOwn(wish.source) || command.GetMake() != IsWanted(wish)) return;
+    OrderFromOrb(wish, command.GetMake(), command.GetSource().GetLink());
 }
 
 void PatchWorld::OnNeighbourReceives(UINT8GIGEPORT port, const DeskCommand& command)
@@ -535,11 +508,14 @@ void PatchWorld::OnNeighbourReceives(UINT8GIGEPORT port, const DeskCommand& comm
 void PatchWorld::DescribeFarDevices(UINT8GIGEPORT port)
 {
     const auto type = StreamType::LOCAL_LINK;
-    mDevices->OnRemoteRouterUpdate(Share(RemoteRouterUpdate(RemoteDeviceType::Orb, FarNode, 0x0B000001, HubNode)), port,
-                                   type);
-    for (const Hid hid : FarBoxes) {
-        mDevices->OnRemoteIoUpdate(Share(RemoteIoUpdate(RemoteDeviceType::FixedFormat, hid, 0x0B000002, FarNode)), port,
-                                   type);
+    for (const Hid hid : FarSources) {
+        if (IsNode(IoPort(hid, 1, 0))) {
+            mDevices->OnRemoteRouterUpdate(
+                Share(RemoteRouterUpdate(RemoteDeviceType::Orb, MakeLinkHid(hid), 0x0B000001, HubNode)), port, type);
+        } else {
+            mDevices->OnRemoteIoUpdate(Share(RemoteIoUpdate(RemoteDeviceType::FixedFormat, hid, 0x0B000002, FarNode)),
+                                       port, type);
+        }
     }
     if (mNeighbour != Neighbour::Router) return;
     mService.post([=] {
@@ -557,11 +533,10 @@ void PatchWorld::OnNodeReceives(UINT8GIGEPORT port, const DeskCommand& command)
             mDevices->ProcessIOCmd(Share(IoInfo(hid, 1, {"QV1320", "", "", "", ""})), port, StreamType::SLAVE_LINK);
         });
     } else if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
-        const IoPort source = patch->GetSource().GetPort();
-        Answer(port, [=, dest = patch->GetDest(), make = patch->GetMake()] {
+        const Wish wish{patch->GetSource().GetPort(), patch->GetDest()};
+        Answer(port, [=, make = patch->GetMake()] {
             // A node that is late has heard by then what became of the patch.
-            if (!mDeskThere || make != IsWanted(source, dest)) return;
-            Deliver(RouterPatchAudio(PatchSource(source, 0, SlotsOf(source, port)), dest, source, make, false), port);
+            if (make == IsWanted(wish)) OrderFromRouter(wish, make, port);
         });
     }
 }

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using Lines = std::vector<std::string>;
+
+/// Plays a script: each line is an event and, after an arrow, all that is done on it. A line that is indented continues
+/// the one before. What an event without an arrow does is not looked at.
+///
+///     box leaves 1 -> drop 1[50]; slave 0.0.0.0 bitmap box
+///     box comes 77 ->
+inline void ExpectTranscript(const std::string& script, const std::function<Lines(const std::string& event)>& play)
+{
+    std::istringstream lines(std::regex_replace(script, std::regex("\n +"), " "));
+    std::string expected;
+    std::string seen;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty()) continue;
+        const std::string event = line.substr(0, line.find(" ->"));
+        const Lines done = play(event);
+        if (event == line) continue;
+        expected += line + '\n';
+        seen += event + " ->";
+        for (std::size_t i = 0; i < done.size(); ++i)
+            seen += (i == 0 ? " " : "; ") + done[i];
+        seen += '\n';
+    }
+    EXPECT_EQ(seen, expected);
+}
+
+/// A test that is a transcript and no more.
+struct Scene
+{
+    const char* name;
+    const char* script;
+};
+
+inline std::string NameOfScene(const testing::TestParamInfo<Scene>& info)
+{
+    return info.param.name;
+}
