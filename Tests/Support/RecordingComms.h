@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Common/KLV/CommandContainer.h"
 #include "Common/KLV/Commands/Commands.h"
 #include "MiscSource/LinkPatch.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
@@ -66,6 +67,7 @@ public:
             Put<RemoteRouterUpdate>(text, command, "router") || Put<RestartMCSLinkCmd>(text, command, "restart") ||
             Put<RouterInfo>(text, command, "info") || Put<RouterPatchAudio>(text, command, "") ||
             Put<SornMasterRouterNotification::Command>(text, command, "notification");
+        if (dynamic_cast<const ForwardToActiveCmd*>(&command)) return "forward" + BytesOf(command);
         return isListed ? text : CommandIdToText(command.GetCommandId());
     }
 
@@ -76,6 +78,19 @@ private:
         const auto* known = dynamic_cast<const Command*>(&command);
         if (known) text = name + TextOf(*known);
         return known != nullptr;
+    }
+
+    /// The whole item as it would go out.
+    static std::string BytesOf(const DeskCommand& command)
+    {
+        CommandContainer item;
+        command.WriteTo(item);
+        std::vector<std::uint8_t> bytes(item.GetLength() - 4);
+        item.ReadData(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+        std::ostringstream text;
+        for (const std::uint8_t byte : bytes)
+            text << ' ' << std::hex << int{byte};
+        return text.str();
     }
 
     std::string TextOf(Hid hid) const { return ' ' + mNames.NameOf(hid); }

@@ -10,11 +10,11 @@
 
 using Lines = std::vector<std::string>;
 
-/// Plays a script: each line is an event and, after an arrow, all that is done on it. A line that is indented continues
-/// the one before. What an event without an arrow does is not looked at.
+/// Plays a script: each line has events and, after an arrow, all that is done on them. A line that is indented
+/// continues the one before. What events without an arrow do is not looked at.
 ///
 ///     box leaves 1 -> drop 1[50]; slave 0.0.0.0 bitmap box
-///     box comes 77 ->
+///     box comes 77; box leaves 1 ->
 inline void ExpectTranscript(const std::string& script, const std::function<Lines(const std::string& event)>& play)
 {
     std::istringstream lines(std::regex_replace(script, std::regex("\n +"), " "));
@@ -22,11 +22,16 @@ inline void ExpectTranscript(const std::string& script, const std::function<Line
     std::string seen;
     for (std::string line; std::getline(lines, line);) {
         if (line.empty()) continue;
-        const std::string event = line.substr(0, line.find(" ->"));
-        const Lines done = play(event);
-        if (event == line) continue;
+        const std::string events = line.substr(0, line.find(" ->"));
+        Lines done;
+        for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 2) {
+            end = events.find("; ", start);
+            const Lines next = play(events.substr(start, end - start));
+            done.insert(done.end(), next.begin(), next.end());
+        }
+        if (events == line) continue;
         expected += line + '\n';
-        seen += event + " ->";
+        seen += events + " ->";
         for (std::size_t i = 0; i < done.size(); ++i)
             seen += (i == 0 ? " " : "; ") + done[i];
         seen += '\n';

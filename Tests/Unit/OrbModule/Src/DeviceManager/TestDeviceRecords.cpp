@@ -1,8 +1,9 @@
-#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 #include <cstdio>
+
+using namespace K2Heartbeat;
 
 namespace {
 
@@ -22,27 +23,23 @@ private:
     Lines& mLines;
 };
 
-class RecordTest : public DirectoryTest
+constexpr std::uint32_t Far = 0x00300005;
+
+std::shared_ptr<const IoInfo> Box(std::uint32_t hid, std::size_t nameLength = 0)
 {
-protected:
-    static std::shared_ptr<const IoInfo> Box(std::uint32_t hid, std::size_t nameLength = 0)
-    {
-        IoInfo::SlotNames names;
-        names[0] = std::string(nameLength, 'x');
-        return std::make_shared<const IoInfo>(hid, std::uint8_t{0}, names);
-    }
-};
+    return std::make_shared<const IoInfo>(hid, std::uint8_t{0}, IoInfo::SlotNames{std::string(nameLength, 'x')});
+}
 
 } // namespace
 
-TEST_F(RecordTest, ListingsShowTheDevicesOfTheirKind)
+TEST(RecordTest, ListingsShowTheDevicesOfTheirKind)
 {
-    KnowSelf();
-    PlugRouter(1, K2_HUB_TYPE);
-    Report(1, Behind, BehindIp);
-    const auto list = [this](bool io) {
+    Directory directory;
+    for (const char* event : {"self", "hub 1", "io 1 far 10.20.30.40"})
+        directory.Play(event);
+    const auto list = [&](bool io) {
         const LogRecorder log;
-        mDevices.ShowDevices(io);
+        directory->ShowDevices(io);
         return log.Lines();
     };
     EXPECT_EQ(list(true),
@@ -63,43 +60,33 @@ TEST_F(RecordTest, ListingsShowTheDevicesOfTheirKind)
                      "\tOwning ROuter 0.18:8000  SR 48kHz:\n"}));
 }
 
-TEST_F(RecordTest, ThePortMapOfABoxIsListed)
+TEST(RecordTest, ThePortMapOfABoxIsListed)
 {
-    PlugBox(1);
-    mDevices.ProcessIOCmd(std::make_shared<IoInfo>(BoxHid, 1, IoInfo::SlotNames{"QV1180"}), 1, Local);
+    Directory directory;
+    directory.Play("plug 1");
+    directory.Play("box 1 box QV1180");
     Lines lines;
     Audit::SetInstance(new PlainLog(lines));
-    mDevices.ShowPortMap(BoxHid);
+    directory->ShowPortMap(Directory::Names().HidOf("box"));
     Audit::SetInstance(nullptr);
     ASSERT_EQ(lines.size(), 16u);
     EXPECT_EQ(lines[11] + lines[12], "A11  -> 11\nA0  -> 0\n");
 }
 
-TEST_F(RecordTest, RatesWithoutEndAreCutBeforeTheyAreLogged)
-{
-    const LogRecorder log;
-    const RateList endless(1000, SampleRates::RATE_96K);
-    mDevices.OnRemoteIoUpdate(std::make_shared<RemoteIoUpdate>(RemoteDeviceType::Hub, Behind, BehindIp, RouterHid,
-                                                               SampleRates::RATE_48K, endless),
-                              1, Local);
-    EXPECT_TRUE(log.WaitForPart("RemoteIoUpdate type is wrong"));
-    EXPECT_LT(log.Lines().back().size(), 1000u);
-}
-
-TEST_F(RecordTest, DescriptionsAreGivenByTheirClassAndOnlyWhenComplete)
+TEST(RecordTest, DescriptionsAreGivenByTheirClassAndOnlyWhenComplete)
 {
     DeviceInfoStorage storage;
-    EXPECT_EQ(storage.GetIoInfo(Behind), nullptr);
-    storage.Emplace(Behind, K2_MODULAR_TYPE, Box(Behind), 7);
-    EXPECT_EQ(storage.GetRouterInfo(Behind), nullptr) << "of another class";
-    EXPECT_FALSE(storage.GetIoInfoCard(Behind));
-    storage.Emplace(Behind, K2_FIXED_FORMAT_TYPE, Box(Behind), 0);
-    EXPECT_NE(storage.GetIoInfo(Behind), nullptr);
-    storage.Emplace(Behind, K2_MODULAR_TYPE, Box(Behind), 0xFF);
-    EXPECT_EQ(storage.GetIoInfoCard(Behind)->size(), 3u);
+    EXPECT_EQ(storage.GetIoInfo(Far), nullptr);
+    storage.Emplace(Far, K2_MODULAR_TYPE, Box(Far), 7);
+    EXPECT_EQ(storage.GetRouterInfo(Far), nullptr) << "of another class";
+    EXPECT_FALSE(storage.GetIoInfoCard(Far));
+    storage.Emplace(Far, K2_FIXED_FORMAT_TYPE, Box(Far), 0);
+    EXPECT_NE(storage.GetIoInfo(Far), nullptr);
+    storage.Emplace(Far, K2_MODULAR_TYPE, Box(Far), 0xFF);
+    EXPECT_EQ(storage.GetIoInfoCard(Far)->size(), 3u);
 }
 
-TEST_F(RecordTest, DescriptionsMeetALimitOfDevicesAndOneOfBytes)
+TEST(RecordTest, DescriptionsMeetALimitOfDevicesAndOneOfBytes)
 {
     const LogRecorder log;
     DeviceInfoStorage storage({2, 2 * DeviceInfoStorage::CommandOverhead + 200});

@@ -1,0 +1,333 @@
+#include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
+
+namespace {
+
+const Scene Scenes[] = {
+    {"ABoxOnTheSecondaryThatIsStillCheckedGivesWayToThePrimary", R"(
+self; link 2 box2 fixed; stream 2
+link 1 box fixed -> connect 0.32.0.254 1 55000; box2 2 off
+checked 0.32.32.254; has box2; gone 2 ->
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 1 2 box
+stream 2 ->
+checked 0.32.0.254 -> P1 IO_INFO_REQ
+has box -> local; known; pri
+)"},
+    {"TheCheckOfADeviceNamesItsKind", R"(
+stream 0 update -> update check '' '1.63.5.0' '' 1 1 10 3 nobody
+link 1 box fixed
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 1 2 box
+unplug 1; link 1 box aoip
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 11 2 box
+unplug 1; link 1 box modular
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 0 2 box
+unplug 1; link 1 00200201 fixed
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 1 2 00200201
+unplug 1; link 1 00200201 modular
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 8 2 00200201
+)"},
+    {"OfTwoLinksTheFirstStreamAsksForTheCheckAndBothForTheDescription", R"(
+link 1 box modular; link 2 box modular
+stream 2 -> update check '1.63.5.0' '0.32.32.254' '' 0 1 0 2 box
+stream 1; checked 0.32.32.254 1 ->
+checked 0.32.32.254 -> P1 IO_INFO_REQ; P2 IO_INFO_REQ
+stream 1 -> P1 IO_INFO_REQ
+)"},
+    {"BoxesOfTheOtherClassesAreAskedByTheExtendedRequest", R"(
+link 1 00200101 fixed; stream 1
+checked 0.32.0.254 -> P1 IO_INFO_REQ_EX; P2 IO_INFO_REQ_EX
+unplug 1; link 1 00200201 fixed; stream 1
+checked 0.32.0.254 -> P1 IO_INFO_REQ_EX; P2 IO_INFO_REQ_EX
+)"},
+    {"OnlyALostLinkForgetsTheCheck", R"(
+plug 1; gone 1; link 1 box fixed
+stream 1 -> P1 IO_INFO_REQ
+unlink 1 box fixed; link 1 box fixed
+stream 1 -> P1 IO_INFO_REQ
+unlink 1 -> disconnect 1
+link 1 box fixed -> connect 0.32.0.254 1 55000
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 1 2 box
+unplug 1; plug 2; gone 2; link 2 box fixed
+stream 2 -> P2 IO_INFO_REQ
+unlink 2 box fixed; link 2 box fixed
+stream 2 -> P2 IO_INFO_REQ
+unlink 2 -> disconnect 2
+link 2 box fixed -> connect 0.32.32.254 2 55000
+stream 2 -> update check '1.63.5.0' '0.32.32.254' '' 0 1 1 2 box
+)"},
+    {"AHubIsCheckedOnEachLinkAndARouterOnNone", R"(
+link 2 hub hub
+stream 2 -> update check '1.63.5.0' '0.32.32.254' '' 1 1 7 1 48
+stream 2 -> P2 ROUTER_INFO_REQ
+checked 9.9.9.9 -> P2 ROUTER_INFO_REQ
+link 1 hub orb
+stream 1 -> P1 ROUTER_INFO_REQ
+)"},
+    {"AStreamWithoutADeviceIsNotUsedAndLeavesNoTrace", R"(
+stream 1; gone 1; stream 255; stream 2 master; stream 2 unknown ->
+stream 2 slave 1.2.6.0 -> slave 1.2.6.0 IO_INFO_REQ
+)"},
+    {"ABoxIsReportedGoneWithItsLastLinkOnly", R"(
+self; plug 1; plug 2
+gone 1 -> P0 cable box pri off; box 1 off
+gone 2 -> P0 io 1 box 0.0.0.0 self 0; P0 cable box sec off; P0 cable box pri off; box 2 off
+has box -> local; known
+)"},
+    {"TheEndOfTheOrbRoutersStreamTouchesNoDevice", R"(
+self; stream 0; hub 2; io 2 far 10.20.30.40
+gone 0 ->
+gone 2 -> disconnect slave 0.18.6.0; disconnect slave 0.18.6.0; disconnect slave 0.48.6.0; P0 cable far sec off;
+    P0 cable far pri off; P0 io 1 far 0.0.0.0 self 0; P0 router 5 hub 0.0.0.0 00000000; P0 cable hub sec off;
+    P0 cable hub pri off; far 2 off; no network; hub-node 2 off
+)"},
+    {"ABoxThatAnotherReplacesIsGoneAtOnceAndMayComeBack", R"(
+self; plug 1; plug 2; box 2 box QV1320; unplug 1
+link 1 box2 fixed -> disconnect 2; P0 io 1 box 0.0.0.0 self 0; P0 cable box sec off; P0 cable box pri off;
+    connect 0.32.0.254 1 55000; box 2 off
+gone 2; has box ->
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 1 2 box2
+unplug 1
+link 1 box fixed -> connect 0.32.0.254 1 55000; connect 0.32.32.254 2 55000
+link 1 hub hub -> connect 0.32.0.254 1 55000
+)"},
+    {"ADescriptionFromBeforeABoxIsLocalIsForgotten", R"(
+link 1 box2 fixed; box 2 box QV1320; plug 1; box 1 box QV1320
+in 3 -> 3
+)"},
+    {"AHubThatABoxReplacesTakesItsDevicesWithIt", R"(
+self; hub 1; hub 2; io 1 far 10.20.30.40; io 2 far 10.20.30.40; unplug 1
+link 1 box fixed -> disconnect 2; disconnect slave 0.48.6.0; disconnect slave 0.18.6.0; disconnect slave 0.18.6.0;
+    disconnect slave 0.48.6.0; P0 cable far sec off; P0 cable far pri off; P0 io 1 far 0.0.0.0 self 0;
+    P0 router 5 hub 0.0.0.0 00000000; P0 cable hub sec off; P0 cable hub pri off; connect 0.32.0.254 1 55000;
+    far 2 off; no network; hub-node 2 off
+has far ->
+)"},
+    {"ABoxThatWasRefusedIsWelcomeOnBothLinksOnceItHasThePrimary", R"(
+plug 1
+link 2 box2 fixed -> P0 SORN_MIXED_HID_ERROR
+unplug 1
+link 1 box2 fixed -> connect 0.32.0.254 1 55000; P0 SORN_MIXED_HID_ERROR; connect 0.32.32.254 2 55000
+)"},
+    {"AStreamThatComesBackAloneIsUsedAsBefore", R"(
+self; router 1; gone 1
+stream 1 -> P1 ROUTER_INFO_REQ; network
+router 2; gone 1; stream 1
+info 1 router -> P0 router 3 hub 0.48.5.0 self; P1 info self 5 512 512 0; P1 io 0 desk 0.32.0.1 self 2 2;
+    route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err; P0 cable hub pri on; hub-node 1 on
+ports 1 hub -> 1 to 3
+)"},
+    {"AStreamThatComesBeforeItsHeartbeatIsUsedWithIt", R"(
+stream 1 ->
+link 1 hub router -> P1 ROUTER_INFO_REQ; network
+)"},
+    {"ABoxWhoseSecondStreamCameAndWentFirstIsStillUsed", R"(
+link 1 box modular; link 2 box modular; stream 2; gone 2; stream 1
+checked 0.32.32.254 -> P1 IO_INFO_REQ; P2 IO_INFO_REQ
+)"},
+    {"ARepeatedEndOfAStreamChangesNothing", R"(
+plug 1
+gone 1 -> P0 io 1 box 0.0.0.0 nobody 0; P0 cable box pri off; P0 cable box sec off; box 1 off
+gone 1 ->
+plug 1; exists
+gone 1 ->
+has box -> local; known; pri
+closing
+gone 1 -> P0 io 1 box 0.0.0.0 nobody 0; P0 cable box pri off; P0 cable box sec off; box 1 off
+)"},
+    {"TheEndOfAHubTakesItsDevicesAndLeavesOurOwn", R"(
+self; hub 1; io 1 far 10.20.30.40; node 1 hub2 0.64.5.0
+gone 1 -> disconnect slave 0.18.5.0; disconnect slave 0.18.5.0; disconnect slave 0.48.5.0; P0 cable far pri off;
+    P0 cable far sec off; P0 io 1 far 0.0.0.0 self 0; disconnect slave 0.64.5.0; P0 cable hub2 pri off;
+    P0 cable hub2 sec off; P0 router 5 hub2 0.0.0.0 00000000; P0 router 5 hub 0.0.0.0 00000000; P0 cable hub pri off;
+    P0 cable hub sec off; far 1 off; hub2-node 1 off; no network; hub-node 1 off
+has desk -> known; pri; sec
+has far; has hub ->
+)"},
+    {"ARouterOnItsOtherLinkKeepsItsDevices", R"(
+router 1; router 2; io 1 far 10.20.30.40; io 2 far 10.20.30.40
+gone 1 -> P0 cable far pri off; P0 cable hub pri off; far 1 off; hub-node 1 off
+has far -> known; sec
+unlink 1 hub -> disconnect 1
+)"},
+    {"ARouterThatOnlyBeatDoesNotStandBetweenTheModuleAndAHub", R"(
+link 1 00088000 router; unlink 1 00088000; link 1 hub hub; stream 1
+info 1 hub -> P0 router 5 hub 0.48.5.0 nobody; P1 info nobody 5 512 512 0;
+    route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err; connect 0.48.5.0 1 55100; P0 cable hub pri on; hub-node 1 on
+)"},
+    {"InternalsOfBoxesAreToldToTheOrbRouter", R"(
+internals box -> P0 internals 171 box '2097153'
+internals hub ->
+)"},
+    {"CardsOfAFixedBoxAreNumberedWithoutAGap", R"(
+plug 1
+timeout -> 1000
+box 1 box QV1410 - XX0000 QV1180 QV1660 -> P0 io 1 box 0.32.0.254 nobody 0; P0 cable box pri on; P1 IO_ACTIVE_ROUTER;
+    box 1 on
+timeout -> 2000
+in 7 -> 7
+in 8 -> 384
+in 20 ->
+out 8 -> 96
+out 12 -> 256
+box 1 box QV1790 -> P0 io 7 box 0.32.0.254 nobody 0; P0 cable box pri on; P1 IO_ACTIVE_ROUTER; box 1 on
+in 8 -> 384
+plug 2
+box 2 box -> P0 io 7 box 0.32.0.254 nobody 0; P0 cable box sec on; box 2 on
+)"},
+    {"AtADoubleRateAPortTakesTwoSlots", R"(
+plug 1; rate 1
+box 1 box QV1660 QV1320 -> P0 io 1 box 0.32.0.254 nobody 1 1; P0 cable box pri on; P1 IO_ACTIVE_ROUTER; box 1 on
+in 32 -> 128; 144
+out 32 -> 32; 48
+)"},
+    {"AtADoubleRateThePortsOfAModuleDoToo", R"(
+plug 1 box module; rate 1; module 1 box 64 64
+in 32 -> 64; 65
+)"},
+    {"AModularBoxIsKnownWithItsLastCard", R"(
+plug 1 box modular
+card 1 0 box 3 9; card 1 2 box 5 -1 600 / 11; card 1 0 box 4 8; in 0 ->
+card 1 255 box -> P0 io 0 box 0.32.0.254 nobody 0; P1 IO_ACTIVE_ROUTER; P0 cable box pri on; box 1 on
+in 0 -> 4
+in 128 -> 5
+in 129; in 130 ->
+out 128 -> 11
+card 1 255 box -> P0 cable box pri on; P1 IO_ACTIVE_ROUTER; box 1 on
+)"},
+    {"AnOddListAtADoubleRateGivesItsLastPortOneSlot", R"(
+plug 1 box modular; rate 3; card 1 1 box 10 11 12; card 1 255 box
+in 64 -> 10; 11
+in 65 -> 12
+)"},
+    {"AModuleHasItsPortsInARow", R"(
+plug 2 box module
+module 2 box 600 4294967295 -> P0 io 4 box 0.32.32.254 nobody 0; P0 cable box sec on; box 2 on
+in 511 -> 511
+in 512 ->
+out 511 -> 511
+)"},
+    {"ARoutingDeviceIsToldWhatStandsHere", R"(
+self; link 2 hub hub; stream 2
+info 2 hub -> P0 router 5 hub 0.48.6.0 self; P2 info self 5 512 512 0; P2 io 0 desk 0.32.32.1 self 2 2;
+    route add -host 0.48.6.0 k2link1 2>/tmp/addroute.err; connect 0.48.6.0 2 55100; P0 cable hub sec on; hub-node 2 on
+info 2 hub ->
+)"},
+    {"ARouterNeedsNoDataLinkAndAnUnknownOwnIoIsNotOffered", R"(
+link 1 hub router; stream 1
+info 1 router -> P0 router 3 hub 0.48.5.0 nobody; P1 info nobody 5 512 512 0;
+    route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err; P0 cable hub pri on; hub-node 1 on
+)"},
+    {"RequestsAreAnsweredFromWhatWasStored", R"(
+ask 2 ->
+self
+ask 2 -> master2 IO_INFO_CARD; P0 IO_REQUEST_GPI_STATES
+ask 1 desk -> P1 IO_INFO_CARD; P0 IO_REQUEST_GPI_STATES
+plug 2; box 2 box
+ask 0 box -> P0 IO_INFO; P2 IO_REQUEST_GPI_STATES
+ask 0 far ->
+)"},
+    {"AChainGetsItsRoute", R"(
+chain 2 10.20.30.40 -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2>/tmp/addioroute.err;
+    P0 CHAIN_LENGTH_CMD
+chain 255 10.20.30.40 -> P0 CHAIN_LENGTH_CMD
+)"},
+    {"BehindAHubADeviceIsToldOnceItIsDescribed", R"(
+self; hub 2
+io 2 far 10.20.30.40 -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2>/tmp/addioroute.err;
+    slave 0.48.6.0 describe far
+ports 2 far -> 2 to 3
+ports 1 far ->
+slave 1 far -> 0.48.5.0
+far-box 2 far -> P0 io 1 far 10.20.30.40 self 2 2; P0 cable far sec on; far 2 on by another stream
+)"},
+    {"WhatAHubReportsBeforeItsDataLinkIsAskedForWithThat", R"(
+self; hub 1; io 1 far 10.20.30.40; hub 2; io 2 far 10.20.30.40; far-box 1 far
+stream 2 slave 0.48.6.0 -> slave 0.48.6.0 IO_INFO_REQ; slave 0.48.6.0 describe far
+stream 1 slave 0.48.5.0 -> slave 0.48.5.0 IO_INFO_REQ
+stream 2 slave 0.64.6.0 -> slave 0.64.6.0 IO_INFO_REQ
+)"},
+    {"BehindARouterADeviceIsToldAtOnce", R"(
+self; router 1
+io 1 far 10.20.30.40 hub aoip -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link0 2>/tmp/addioroute.err;
+    P0 cable far pri on; P0 io 7 far 10.20.30.40 self 2 2; far 1 on
+)"},
+    {"ADeviceIsGoneWithItsLastLink", R"(
+self; hub 1; hub 2; io 1 far 10.20.30.40; io 2 far 10.20.30.40
+io 1 far 0.0.0.0 -> P0 cable far pri off; far 1 off
+io 2 far 0.0.0.0 -> P0 cable far sec off; P0 cable far pri off; P0 io 1 far 0.0.0.0 self 2 2; far 2 off
+has far ->
+io 2 far 0.0.0.0 -> P0 io 1 far 0.0.0.0 self 2 2
+)"},
+    {"TheOrbRoutersReportsGoToTheRoutingDeviceOnBothLinks", R"(
+self
+io 0 desk 1.63.1.0 self ->
+router 1; router 2
+io 0 desk 1.63.1.0 00990000 modular -> P1 io 0 desk 1.63.1.0 self 2 2; P2 io 0 desk 1.63.1.0 self 2 2
+io 0 desk 0.0.0.0 self -> P0 cable desk sec off; P1 io 1 desk 0.0.0.0 self 2 2; P2 io 1 desk 0.0.0.0 self 2 2;
+    desk 0 off
+has desk ->
+)"},
+    {"ARemoteRouterIsToldOncePerLink", R"(
+self; hub 1
+node 1 hub2 0.64.5.0 -> route add -host 0.64.5.0 k2link0 2>/tmp/addroute.err; connect 0.64.5.0 1 55100;
+    P0 router 5 hub2 0.64.5.0 hub; P0 cable hub2 pri on; hub2-node 1 on
+node 1 hub2 0.64.5.0 ->
+node 2 hub2 0.64.6.0 -> route add -host 0.64.6.0 k2link1 2>/tmp/addroute.err; connect 0.64.6.0 2 55100;
+    P0 router 5 hub2 0.64.6.0 hub; P0 cable hub2 sec on; hub2-node 2 on
+ports 1 hub2 -> 1 to 3
+)"},
+    {"ARemoteRouterTakesItsDevicesWithIt", R"(
+self; router 1; node 1 hub2 0.64.5.0; io 1 00400001 10.20.30.40 hub2; io 1 far 10.20.30.40
+node 1 hub2 0.0.0.0 -> P0 cable 00400001 pri off; P0 cable 00400001 sec off; P0 io 1 00400001 0.0.0.0 self 0;
+    P0 cable hub2 pri off; P0 cable hub2 sec off; route del -net 0.64.0.0 netmask 255.255.0.0 2>/tmp/delroute.err;
+    P0 router 5 hub2 0.0.0.0 hub; 00400001 1 off; hub2-node 1 off
+has far -> known; pri
+has hub2 ->
+)"},
+    {"WithoutARouterTheDataLinkOfAGoneOneIsClosed", R"(
+self; hub 1
+node 1 hub2 0.0.0.0 -> disconnect slave 0.64.5.0; P0 cable hub2 pri off; P0 cable hub2 sec off; hub2-node 1 off
+)"},
+    {"ToTheLocalBoxOnThePrimaryFirst", R"(
+self; plug 2
+send 0 box -> P2 IO_OUTPUTS_OFFSET
+plug 1
+send 0 box -> P1 IO_OUTPUTS_OFFSET
+gone 1; gone 2
+send 0 box ->
+)"},
+    {"ToABoxBehindAHubOnTheSideThatHasBoth", R"(
+self; hub 1; hub 2; io 2 far 10.20.30.40
+send 0 far -> slave 0.48.6.0 IO_OUTPUTS_OFFSET
+io 1 far 10.20.30.40
+send 0 far -> slave 0.48.5.0 IO_OUTPUTS_OFFSET
+send 0 00300099 ->
+gone 1; gone 2
+send 0 far ->
+)"},
+    {"WithARouterTheOrbRouterReachesOnlyWhatIsPluggedIn", R"(
+self; router 1; io 1 far 10.20.30.40
+send 0 far ->
+)"},
+    {"TheMasterControlIsNamedOnTheMasterStream", R"(
+self
+master 2 -> master2 forward 70 3 0 28 16 0 0 0 ff ff 1 3f 5 0 c 0 0 0 3f 3 0 28 4 0 0 0 0 1 12 0
+)"},
+    {"HubsArePingedOnEveryLinkUnlessARouterIsThere", R"(
+self; hub 1; node 1 hub2 0.64.5.0; node 2 hub2 0.64.6.0; node 1 00508000 0.80.5.0 router
+ping -> slave 0.48.5.0 ping 'ORBMODULE' 0 0; slave 0.64.5.0 ping 'ORBMODULE' 0 0; slave 0.64.6.0 ping 'ORBMODULE' 0 0
+router 1
+ping; pong ->
+)"},
+};
+
+class DirectoryTest : public testing::TestWithParam<Scene>
+{};
+
+} // namespace
+
+TEST_P(DirectoryTest, DoesAsWritten)
+{
+    Directory directory;
+    ExpectTranscript(GetParam().script, [&](const std::string& event) { return directory.Play(event); });
+}
+INSTANTIATE_TEST_SUITE_P(, DirectoryTest, testing::ValuesIn(Scenes), NameOfScene);
