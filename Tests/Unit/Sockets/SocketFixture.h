@@ -83,7 +83,9 @@ protected:
     {
         using SocketHandler::SocketHandler;
         std::size_t GetLimit() const override { return mLimit != 0 ? mLimit : SocketHandler::GetLimit(); }
+        bool IsReadingHeld() override { return mHeld; }
         std::size_t mLimit = 0;
+        bool mHeld = false;
     };
 
     SocketTest() { Probe::sEvents = &mEvents; }

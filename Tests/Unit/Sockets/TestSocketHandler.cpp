@@ -164,6 +164,42 @@ TEST_F(SocketHandlerTest, WhatItHoldsGoesWithItInEveryState)
     EXPECT_EQ(mErrors.Count("Remove"), 0u);
 }
 
+TEST_F(SocketHandlerTest, WhileReadingIsHeldWhatHasComeEndsNoWait)
+{
+    Probe& probe = Accept();
+    mHandler.mHeld = true;
+    mPeer.Send("here");
+    const auto start = std::chrono::steady_clock::now();
+    mHandler.Select(0, 20000);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(19));
+    mHandler.mHeld = false;
+    EXPECT_TRUE(PassUntil([&] { return probe.GetHeld() == 4; }));
+    mPeer.Send("more");
+    pollfd more{probe.GetSocket(), POLLIN, 0};
+    ASSERT_EQ(::poll(&more, 1, 10000), 1);
+    probe.Close();
+    EXPECT_EQ(mErrors.Count("read() after shutdown: 4 bytes read"), 1u);
+}
+
+TEST_F(SocketHandlerTest, ErrorsAreLinesThatSayWhenWhereAndHowBad)
+{
+    Probe probe(mHandler);
+    const std::time_t now = std::time(nullptr);
+    char time[20];
+    std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:", std::localtime(&now));
+    for (const auto& [level, word] : {std::pair(LogLevel::Warning, "(Warning)\n"),
+                                      {LogLevel::Error, "(Error)\n"},
+                                      {LogLevel::Fatal, "(Fatal)\n"},
+                                      {LogLevel::Info, "(Info)\n"}})
+        for (Socket* const socket : {static_cast<Socket*>(&probe), static_cast<Socket*>(nullptr)}) {
+            testing::internal::CaptureStdout();
+            StdoutLog().error(&mHandler, socket, "call", 7, "text", level);
+            const std::string line = testing::internal::GetCapturedStdout();
+            EXPECT_EQ(line.substr(0, 17), time);
+            EXPECT_EQ(line.substr(19), std::string(socket ? " :: fd -1" : "") + " :: call: 7 text " + word);
+        }
+}
+
 TEST_F(SocketHandlerTest, ASocketThatDiesUnderControlIsTakenOut)
 {
     auto probe = std::make_unique<Probe>(mHandler);

@@ -21,6 +21,15 @@ TEST(CommandTexts, OfIdsAndKeys)
               "PAN:F1:D2:I3|DSP_MESSAGE:M9|UNKNOWN 9|UNKNOWN 31|");
 }
 
+TEST(CommandTexts, OfLocations)
+{
+    std::string texts;
+    for (const std::uint32_t kind : {0u, 7u, 8u, 15u, 16u, 17u, 24u, 25u, 65535u})
+        texts += LocationToText({kind, 3}) + ' ';
+    EXPECT_EQ(texts, "MCS.3 DESK_PC.3 MASTER ROUTER PATCH LINK3 MCS_AWACS_LINK3 <MISSING STRING>.3 "
+                     "REMOTE_MASTER_ROUTER3 OSTREL_TENDER3 <MISSING STRING>.3 UNKNOWN.3 ");
+}
+
 TEST(CommandTexts, OfCommands)
 {
     EXPECT_EQ(Joined(RemoteIoUpdate(RemoteDeviceType::AoIP, 0xC0020001, 0x0A000001, 0x00AB8001, SampleRates::RATE_96K,

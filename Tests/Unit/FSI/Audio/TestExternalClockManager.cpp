@@ -150,6 +150,19 @@ TEST_F(ClockManager, TheSettleEventIsHeardOnceForEachSelection)
     EXPECT_EQ(mBoard.GetRegister("0004", 0x30), 0x1Fu);
 }
 
+TEST_F(ClockManager, ALostClockHasNoMeasurementAndOneThatIsNotEnabledIsNotUsed)
+{
+    Measure(1, Good);
+    Event(0);
+    std::ostringstream listing;
+    listing << *mManager;
+    EXPECT_THAT(listing.str(), testing::HasSubstr("  1    true       0 unstable\n"));
+    mManager->PrioritiseClockSource(audio::ExternalClockSource(1), 3, false);
+    RunPosted();
+    Measure(1, Good);
+    EXPECT_EQ(mManager->GetSelected(), 0u);
+}
+
 TEST_F(ClockManager, WorkThatOutlivesTheManagerDoesNothing)
 {
     Measure(4, Good);

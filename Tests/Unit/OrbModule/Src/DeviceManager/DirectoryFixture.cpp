@@ -254,6 +254,11 @@ bool Directory::PlayRequest(const std::string& verb, Words& words)
         mDevices.SendPing();
     } else if (verb == "pong") {
         mDevices.ReceivedPingCmd(std::make_shared<OstrelPingCmd>("1.2.5.0", 3u, 4u), 1, StreamType::LOCAL_LINK);
+    } else if (verb == "set-rate") {
+        Deliver(SetRouterSampleRateCmd(SampleRates::RATE_96K, 0u), words.Port());
+    } else if (verb == "card-failure") {
+        const UINT8GIGEPORT port = words.Port();
+        Deliver(ModIOCardFailure(words.Device(), 1u), port);
     } else if (verb == "send") {
         const UINT8GIGEPORT port = words.Port();
         const auto command = std::make_shared<const IoOutputsOffsetCmd>(words.Device(), std::uint16_t{1});

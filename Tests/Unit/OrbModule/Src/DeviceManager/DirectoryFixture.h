@@ -63,7 +63,7 @@ public:
     ///     box PORT DEVICE [CARD...], far-box ..., card PORT SLOT [INPUT...] / [OUTPUT...], module PORT DEVICE INPUTS
     ///     OUTPUTS, rate RATE              descriptions, of the box if no device is named
     ///     ask PORT [DEVICE], chain PORT ADDRESS, internals DEVICE, master PORT, ping, pong      requests
-    ///     send PORT DEVICE                a command for a device is to be forwarded
+    ///     send PORT DEVICE, card-failure PORT DEVICE, set-rate PORT      a command is to be forwarded
     ///     in AUDIOPORT, out AUDIOPORT, timeout, ports PORT DEVICE, has DEVICE      what it says of the box or a device
     Lines Play(const std::string& event);
     /// Runs the timers too, until as many lines stand there. A timer acts nowhere else.

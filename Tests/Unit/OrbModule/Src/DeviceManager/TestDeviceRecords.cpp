@@ -1,7 +1,10 @@
+#include "OrbModule/Inc/DeviceManager/CardModels.h"
+#include "OrbModule/Inc/DeviceManager/OsRoutes.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
 #include <cstdio>
+#include <sstream>
 
 using namespace K2Heartbeat;
 
@@ -71,6 +74,47 @@ TEST(RecordTest, ThePortMapOfABoxIsListed)
     Audit::SetInstance(nullptr);
     ASSERT_EQ(lines.size(), 16u);
     EXPECT_EQ(lines[11] + lines[12], "A11  -> 11\nA0  -> 0\n");
+}
+
+TEST(CardModels, PortsAndStrides)
+{
+    std::ostringstream rows;
+    for (const char* code : {"QV1180", "QV1240", "QV1320", "QV1410", "QV1530", "QV1660", "QV1790", "XX0000"}) {
+        const CardModel card = GetCardModel(code, false);
+        rows << card.inputs << ' ' << card.outputs << ' ' << card.inputStride << ' ' << card.outputStride << ", ";
+    }
+    EXPECT_EQ(rows.str(), "12 4 128 32, 12 4 128 32, 16 16 128 32, 8 8 128 32, 8 8 128 32, 64 64 128 64, "
+                          "256 256 256 256, 0 0 128 32, ");
+}
+
+TEST(RecordTest, RoutesAreLoggedWithTheirCommands)
+{
+    const LogRecorder log{DebugFeature::RouterAudioRoute};
+    const Hid self = Directory::Names().HidOf("self");
+    OsRoutes routes([](const std::string&, const std::string&) { return 0; }, self);
+    routes.AddSlaveLinkDataRoute(Hid(0x00308000), Side::Primary);
+    routes.AddIoRoute(0x0A141E28, Routing::PRIMARY_PORT);
+    routes.DeleteSlaveRoute(Hid(0x00308000));
+    EXPECT_EQ(log.Lines(), (Lines{"AddSlaveLinkDataRoute route add -host 0.48.5.0 k2link0\n",
+                                  "OS ROUTE ADD route add -net 10.20.30.0 netmask 255.255.255.0 k2link0\n",
+                                  "OS ROUTE DEL CMD route del -net 0.48.0.0 netmask 255.255.0.0\n"}));
+}
+
+TEST(RecordTest, WhyACommandWasNotForwardedIsLogged)
+{
+    const LogRecorder log;
+    Directory directory;
+    const auto lineAfter = [&](const char* events) {
+        std::istringstream list(events);
+        for (std::string event; std::getline(list, event, ';');)
+            directory.Play(event.substr(event.find_first_not_of(' ')));
+        return log.Lines().back();
+    };
+    EXPECT_EQ(lineAfter("self; plug 1; gone 1; send 0 box"), "ForwardCmd No link to local device\r\n");
+    EXPECT_EQ(lineAfter("hub 1; send 0 00300099"), "ForwardCmd No link to device INVALID_HID \n");
+    EXPECT_EQ(lineAfter("ping"), "Send Ping To 0.48.5.0\n");
+    EXPECT_EQ(lineAfter("gone 1; router 1; io 1 far 10.20.30.40; send 0 far"),
+              "ForwardCmd When Connected to a network.....\r\n");
 }
 
 TEST(RecordTest, DescriptionsAreGivenByTheirClassAndOnlyWhenComplete)

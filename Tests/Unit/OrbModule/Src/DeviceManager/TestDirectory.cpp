@@ -62,6 +62,10 @@ checked 9.9.9.9 -> P2 ROUTER_INFO_REQ
 link 1 hub orb
 stream 1 -> P1 ROUTER_INFO_REQ
 )"},
+    {"TheCheckOfAHubLetsNoBoxIn", R"(
+hub 1; checked 0.32.0.254; gone 1; link 1 box fixed
+stream 1 -> update check '1.63.5.0' '0.32.0.254' '' 0 1 1 2 box
+)"},
     {"AStreamWithoutADeviceIsNotUsedAndLeavesNoTrace", R"(
 stream 1; gone 1; stream 255; stream 2 master; stream 2 unknown ->
 stream 2 slave 1.2.6.0 -> slave 1.2.6.0 IO_INFO_REQ
@@ -290,6 +294,8 @@ node 1 hub2 0.0.0.0 -> disconnect slave 0.64.5.0; P0 cable hub2 pri off; P0 cabl
     {"ToTheLocalBoxOnThePrimaryFirst", R"(
 self; plug 2
 send 0 box -> P2 IO_OUTPUTS_OFFSET
+set-rate 0 -> P2 SET_ROUTER_SAMPLE_RATE
+card-failure 0 box; card-failure 2 box -> P0 MODIO_CARD_FAILURE
 plug 1
 send 0 box -> P1 IO_OUTPUTS_OFFSET
 gone 1; gone 2

@@ -81,6 +81,17 @@ TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange
     EXPECT_TRUE(mLog.Has("Scan: Connection lost on H1  Was Router ? 0\n"));
 }
 
+TEST_F(LinkManagerTest, TheFirstBeatLeavesAtOnceAndOneThatCannotLeaveIsTheLast)
+{
+    LinkEnvironment slow = mEnvironment;
+    slow.heartbeatPeriod = std::chrono::hours(1);
+    LinkManager manager(mService, 2, mComms, slow);
+    manager.CreateConnection(LinkIndex{0}, {Loopback, 0}, 7, mNeighbours[0].GetEndpoint(), 0x204);
+    EXPECT_EQ(mNeighbours[0].Receive().size(), 12u);
+    manager.CreateConnection(LinkIndex{1}, {Loopback, 0}, 7, {boost::asio::ip::address_v4::broadcast(), 9}, 0x204);
+    EXPECT_TRUE(mLog.WaitFor("Failed to send HB: Permission denied\n"));
+}
+
 TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
 {
     SetRack();
@@ -196,6 +207,9 @@ TEST_F(LinkManagerTest, WithTheDefaultIdRoutersAreDisallowedFromTheStart)
     EXPECT_TRUE(mNeighbours[0].WaitForVariant({0x00, 0x00, 0x01, 0xC0}));
     mNeighbours[0].Send(Router);
     ASSERT_TRUE(RunUntilSent("notification 1 to ORB PORT LOCAL_LINK "));
+    Plug(1);
+    mNeighbours[1].Send(HeartbeatPacket(0x0102, 0x8000, 6, {0, 0, 0, 0}));
+    EXPECT_TRUE(mLog.WaitFor("ORB detected on downstream ports IGNORING\r\n"));
     EXPECT_TRUE(mEvents.Take().empty());
 }
 
@@ -253,6 +267,8 @@ TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                             [](const std::string& line) { return line.compare(0, 13, "Assert failed") == 0; }),
               3);
+    mManager.SetUdpTimeout(LinkIndex{0}, std::chrono::seconds(1));
+    EXPECT_TRUE(mLog.Has("No heartbeat timer running on Gige port H0 , ignoring timeout settings\n"));
     mManager.HandleHeartbeatTimeout(0, {});
     EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
 }

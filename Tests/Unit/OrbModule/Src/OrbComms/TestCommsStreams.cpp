@@ -2,6 +2,9 @@
 
 #include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
+#include "Timers/Source/EventTimerManager.h"
+
+#include <future>
 
 #include <sys/resource.h>
 
@@ -48,6 +51,21 @@ TEST_F(CommsStreams, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
         EXPECT_TRUE(peer.WaitForEnd());
         mComms.reset();
     }
+    EXPECT_TRUE(mLog.Has("AddKLVStream Finding Port Sec Korvo  Sock Address 127.0.0.1 Port Address 127.0.0.1\r\n"));
+    EXPECT_TRUE(mLog.Has("Found Sec Korvo \r\n"));
+}
+
+TEST_F(CommsStreams, TheirThreadRunsTheTimers)
+{
+    struct : IEventTimerHandler
+    {
+        void OnTimer(boost::shared_ptr<IEventTimer>) override { ran.set_value(); }
+        std::promise<void> ran;
+    } handler;
+    EventTimerManager& timers = EventTimerManager::Instance();
+    timers.Start(timers.CreateTimer("test", &handler, 1, 0, 0, TimerUnits::Milliseconds));
+    Start();
+    EXPECT_EQ(handler.ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
@@ -73,6 +91,7 @@ TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
     EXPECT_FALSE(mComms->DisconnectPending(1, StreamType::LOCAL_LINK, exists));
     EXPECT_FALSE(exists);
     EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 1));
+    EXPECT_TRUE(mLog.Has("Stream LOCAL_LINK  Port Pri Korvo  Not Found\r\n"));
 }
 
 // No pass of the comms closes this one, so that it stays for as long as it is looked at.
@@ -88,6 +107,7 @@ TEST_F(CommsStreams, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTake
     EXPECT_FALSE(mComms->DisconnectPending(2, StreamType::LOCAL_LINK, exists));
     EXPECT_TRUE(exists);
     EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 2));
+    EXPECT_TRUE(mLog.Has("Attempt to write to unconnected stream 1 Port Sec Korvo \r\n"));
     mComms->Disconnect(0, StreamType::LOCAL_LINK);
     EXPECT_TRUE(mComms->DisconnectPending(2, StreamType::LOCAL_LINK, exists));
     EXPECT_TRUE(exists);

@@ -11,6 +11,12 @@ using testing::ElementsAre;
 
 namespace {
 
+struct Other
+{
+    static constexpr std::size_t SIZE = 1;
+    explicit Other(const char*) {}
+};
+
 class UDPDispatcherTest : public testing::Test
 {
 protected:
@@ -95,6 +101,8 @@ TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndRec
             seen.push_back(message->GetTime());
             if (message->GetTime() == 1) throw std::runtime_error("a slot");
         });
+    mDispatcher.Register<SwitchFabric::NetworkTimeMessage, Other>([](const auto&) { FAIL(); });
+    EXPECT_TRUE(mLog.WaitForPart("Failed to get signal of type "));
     Send(std::string("\x14\x01\x00\x00\x00", 5));
     Send(std::string("\x14\x02\x00\x00\x00", 5));
     RunUntilTimes(2);
