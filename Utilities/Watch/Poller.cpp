@@ -66,6 +66,7 @@ std::shared_ptr<void> Poller::Watch()
         token = std::make_shared<char>();
         mWatchers = token;
     }
+    mOpened = Clock::now();
     Schedule();
     return token;
 }
@@ -159,7 +160,7 @@ std::optional<Poller::Clock::time_point> Poller::NextPicture() const
 std::optional<Poller::Clock::time_point> Poller::NextClocks() const
 {
     if (mWatchers.expired() || !mLastRound) return std::nullopt;
-    return *mLastRound + mSettings.clocks;
+    return *mLastRound + (Clock::now() - mOpened < mSettings.attention ? Spacing : mSettings.clocks);
 }
 
 void Poller::Schedule()

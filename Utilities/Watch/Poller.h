@@ -30,8 +30,10 @@ public:
     struct Settings
     {
         std::chrono::milliseconds refresh{60000};
-        /// Between two readings of the clocks while a page is open.
+        /// Between two readings of the clocks while a page is open, once it has been open for longer than `attention`;
+        /// before that they are read each second.
         std::chrono::milliseconds clocks{5000};
+        std::chrono::milliseconds attention{600000};
         /// How long a look counts: longer than the usual pause between two scrapes.
         std::chrono::milliseconds interest{90000};
         /// Bytes that listings may add to the module's log at once, and each second.
@@ -100,6 +102,7 @@ private:
     std::optional<Clock::time_point> mLastRound;
     Clock::time_point mLastHint{};
     Clock::time_point mLookedUntil{};
+    Clock::time_point mOpened{};
     std::weak_ptr<void> mWatchers;
     std::set<ShellCommand> mLong;
     double mBudget;

@@ -116,7 +116,7 @@ class Server : public testing::Test
 {
 protected:
     explicit Server(Poller::Settings settings = {})
-        : mPoller(mContext, mShell.Endpoint(), mPicture, WithFrequentClocks(settings)),
+        : mPoller(mContext, mShell.Endpoint(), mPicture, settings),
           mAcceptor(mContext, {boost::asio::ip::address_v4::loopback(), 0}),
           mPort(mAcceptor.local_endpoint().port()),
           mServer(mContext, std::move(mAcceptor), mPicture, mPoller, {})
@@ -131,11 +131,6 @@ protected:
     {
         mContext.stop();
         mThread.join();
-    }
-    static Poller::Settings WithFrequentClocks(Poller::Settings settings)
-    {
-        settings.clocks = std::chrono::seconds(1);
-        return settings;
     }
     /// A browser that has sent this.
     LoopbackPeer Sent(const std::string& bytes) const
