@@ -22,9 +22,9 @@ inline const Neighbour Box{"fixed", "0x00200001", 0x20, {"card 0 QV1410"}};
 inline const Neighbour OtherBox{"fixed", "0x00210001", 0x21, {"card 0 QV1410"}};
 inline const Neighbour HubWithBox{
     "hub", "0x00308000", 0x30, {"device 0x00300002 fixed 0.48.9.1", "of 0x00300002 card 0 QV1410"}};
-/// The box behind the hub.
+/// The box of the hub.
 constexpr char HubBoxHid[] = "0x00300002";
-/// The box as it stands on the wire.
+/// The box as sent.
 constexpr char BoxOnWire[] = "01 00 20 00";
 
 /// The module in its unit, with an empty log and some features of it switched on, and whoever is in its network.
@@ -93,7 +93,7 @@ public:
     {
         peer.WaitForOneLike(id, [&](const std::string& bytes) { return accept(ValueOf(bytes)); });
     }
-    /// Waits until the Orb router has been told this of a device's cable: primary or not, online or not.
+    /// Waits until the Orb router has got this state of a device's cable: primary or not, online or not.
     void WaitForCable(const std::string& device, const std::string& state)
     {
         WaitForValue(*mOrb, peers::REMOTE_CABLE_STATE,

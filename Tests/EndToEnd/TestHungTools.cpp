@@ -51,7 +51,7 @@ TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
     mNetwork.TellDriver("plug 1 66 0");
     mNetwork.GetLog().WaitForLine("SystemWithStderr: route add -net 0.48.10.0 netmask 255.255.255.0 k2link0 is still");
     mNetwork.GetLog().WaitForLine("SystemWithStderr: ifconfig k2link1 0.8.96.2 netmask 255.255.255.0 is still running");
-    // It is told after 2 s, in which six beats are due.
+    // It is reported after 2 s, in which six beats are due.
     EXPECT_GE(Heard() - before, 5u);
     std::filesystem::remove(mDirectory + "hang");
     mNetwork.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, "0x00300003");

@@ -129,7 +129,7 @@ TEST(Links, ReportsThatAreLostAreAskedForAgainAndBadOnesDoNoHarm)
     network.GetLog().WaitForLine("Error receiving reply to netlink message: ");
 }
 
-TEST(Links, ADriverThatDiesAndReturnsIsFoundAgain)
+TEST(Links, ADriverThatIsRestartedIsFoundAgain)
 {
     constexpr char idFile[] = "/sys/class/net/k2link1/k2hid";
     Network network;

@@ -57,7 +57,7 @@ TEST(MasterRouters, AreFollowedWhereverTheyNameTheMasterUntilBothAreGone)
     EXPECT_TRUE(network.GetOrb().GetReceived(peers::RESTART_MCS_LINK).empty());
 }
 
-TEST(MasterRouters, ThatComeTooLateAreToldOnceAndIgnored)
+TEST(MasterRouters, ThatComeTooLateAreReportedOnceAndIgnored)
 {
     Network network;
     network.Start(0);

@@ -94,7 +94,7 @@ TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
     network.WaitForCable(BoxOnWire, SecondaryUp);
 }
 
-TEST(Network, CommandsGoBothWaysToABoxBehindAHubAndTheHubGoesWithItsBox)
+TEST(Network, CommandsPassBothWaysToABoxOfAHubAndTheHubLeavesWithItsBox)
 {
     Network network;
     network.Start();
@@ -161,7 +161,7 @@ void Vanish(Network& network)
     EXPECT_GT(network.CountInLog(end), before);
 }
 
-TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesToTheirDevicesAndIsToldOfThemAgain)
+TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesAndIsInformedAgain)
 {
     const char* const fromBox = "patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5";
     const char* const toHub = "patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1";

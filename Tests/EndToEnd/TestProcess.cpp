@@ -64,7 +64,7 @@ TEST(Options, ChooseTheShellEndpointAndTheLog)
         "Ostrel Orb Module OrbModuleSim(v.1.0.2452, Firmware build v.42) starting... Hid 0xc002\n");
 }
 
-TEST(StartupFailure, IsOneLineThatNamesTheThingAndSystemdIsNotToldOfAStart)
+TEST(StartupFailure, IsOneLineWithTheCauseAndNoReadinessForSystemd)
 {
     Supervisor supervisor;
     const auto expectFailure = [&](const std::string& name) {
@@ -85,7 +85,7 @@ TEST(StartupFailure, IsOneLineThatNamesTheThingAndSystemdIsNotToldOfAStart)
     expectFailure("49156");
 }
 
-TEST(Systemd, IsToldOfTheRunOfLifeAndOfTheEnd)
+TEST(Systemd, LearnsOfReadinessLifeAndStop)
 {
     Supervisor supervisor;
     supervisor.AskForWatchdog(200);

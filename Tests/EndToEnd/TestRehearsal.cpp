@@ -54,7 +54,7 @@ const std::vector<Case> Cases{{"the module starts", "no program"},
                               {"the module stops", "kill"}};
 
 /// @param what "stop" or "kill" the module, a "cable" by its network namespace, what the "fpga", the "driver" or a
-///             peer is told, a peer by its kind and number in the order in which the rehearsal starts them.
+///             peer gets, a peer by its kind and number in the order in which the rehearsal starts them.
 void TakeAway(const std::string& what, const ChildProcess& rehearsal)
 {
     const std::string who = what.substr(0, what.find(' '));

@@ -59,7 +59,7 @@ void Flood(Network& network)
     network.GetNeighbour(0).WaitFor(peers::IO_INFO_DEV_REQ, 10);
 }
 
-/// The source is lost, the new table stands in the FPGA, and its activation does not come.
+/// The source is lost, the new table is written, and its activation does not come.
 void SwingOver(Network& network)
 {
     network.Start();
@@ -86,7 +86,7 @@ TEST(Ending, IsOrderlyWhateverTheModuleIsDoing)
     }
 }
 
-/// The lines of several slots of one signal stand in this order, from the first line on.
+/// The lines of several slots of one signal are in this order, from the first line on.
 void ExpectInOrder(Network& network, const std::vector<std::string>& lines)
 {
     for (const std::string& line : lines)

@@ -11,7 +11,7 @@
 
 namespace golden {
 
-/// One command with known values, and its whole item as it stands on the wire: key, length, value.
+/// One command with known values, and its whole item as sent: key, length, value.
 struct Golden
 {
     std::string name;

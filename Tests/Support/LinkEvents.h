@@ -64,7 +64,7 @@ private:
     }
 
     boost::asio::io_service& mService;
-    /// A new master can be told on a link's thread.
+    /// A new master can be reported on a link's thread.
     std::mutex mMutex;
     std::vector<std::string> mLines;
     int mHeartbeats = 0;

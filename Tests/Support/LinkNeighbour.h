@@ -41,7 +41,7 @@ public:
         mModule.resize(size);
         return {bytes, bytes + length};
     }
-    /// Until the module has told this variant word.
+    /// Until the module has sent this variant word.
     bool WaitForVariant(std::vector<std::uint8_t> variant)
     {
         std::vector<std::uint8_t> packet;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// A KLV stream over bytes in memory: what is written stands in `bytes`, and reading takes from their front.
+/// A KLV stream over bytes in memory: writing appends to `bytes`, reading takes from their front.
 class MemoryStream : public DataStream
 {
 public:

@@ -63,7 +63,7 @@ TEST(BoundedShell, OneThatHangsIsReportedOnceAndEndsWithAllThatItStarted)
     }
 }
 
-TEST(BoundedShell, OneThatCannotBeKilledIsLeftBehindAndReapedLater)
+TEST(BoundedShell, OneThatCannotBeKilledIsReapedLater)
 {
     // It is not killed before it is left.
     const std::string pidFile = testing::TempDir() + "/BoundedShell.pid." + std::to_string(getpid());

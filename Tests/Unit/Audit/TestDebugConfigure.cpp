@@ -9,13 +9,13 @@ protected:
     DebugFileTest()
     {
         Audit::SetInstance(nullptr);
-        // What the file does is told whatever features are on.
+        // What the file does is logged whatever features are on.
         for (std::uint32_t id = 0; id < MaxDebugLevels; ++id)
             Audit::Instance()->SetEnabled(id, 0);
     }
     ~DebugFileTest() override { Audit::SetInstance(nullptr); }
 
-    /// What reading a file of this content prints, behind the line that names the file.
+    /// What reading a file of this content prints, after the line that names the file.
     std::string ReadContent(const std::string& content)
     {
         Fill(Path("debug.conf"), content);

@@ -200,7 +200,7 @@ TEST_F(SocketHandlerTest, ErrorsAreLinesThatSayWhenWhereAndHowBad)
         }
 }
 
-TEST_F(SocketHandlerTest, ASocketThatDiesUnderControlIsTakenOut)
+TEST_F(SocketHandlerTest, ASocketThatIsDestroyedWhileHandledIsRemoved)
 {
     auto probe = std::make_unique<Probe>(mHandler);
     probe->Attach(::socket(AF_INET, SOCK_DGRAM, 0));

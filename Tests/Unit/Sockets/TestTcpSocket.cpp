@@ -8,7 +8,7 @@
 
 using TcpSocketTest = SocketTest;
 
-TEST_F(TcpSocketTest, ARefusedConnectIsTriedAgainOnTheSameDescriptorNumberUntilThePeerIsThere)
+TEST_F(TcpSocketTest, ARefusedConnectIsRetriedOnTheSameDescriptorUntilThePeerListens)
 {
     const std::string timeout = "connect: -1 connect timeout";
     const std::uint16_t port = LoopbackListener().GetPort();

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// The nested form of what a container holds, behind the header of an item that declares no length.
+/// The nested form of what a container holds, after the header of an item that declares no length.
 std::vector<std::uint8_t> Nested(const CommandContainer& container)
 {
     MemoryStream stream;

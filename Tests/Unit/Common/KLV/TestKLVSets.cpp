@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// The fields themselves are told by the bytes of all commands.
+/// The bytes of all commands test the fields themselves.
 TEST(KLVSets, VersionAndIdAreCutToTheirBitsAndPartAgain)
 {
     LogRecorder log({DebugFeature::KLVCommandReadSetDebug});

@@ -27,7 +27,7 @@ protected:
     }
 };
 
-TEST_F(AdmaManager, TheTableGoesOutInOneRunBehindOneAddress)
+TEST_F(AdmaManager, TheTableIsWrittenInOneRunAfterOneAddress)
 {
     Start();
     mBoard.StartRecord();
@@ -189,7 +189,7 @@ TEST_F(AdmaManagerDeathTest, FaultsOfTheCodeAreFatal)
         EXPECT_DEATH(fault(), text);
 }
 
-TEST(AudioDmaEndpoint, SourceTransactionsStandUnderSinkScalerAndRate)
+TEST(AudioDmaEndpoint, SourceTransactionsFollowSinkScalerAndRate)
 {
     using Direction = AudioDmaEndpoint::Direction;
     AudioDmaEndpoint source(1, 8, Direction::SourceOnly);

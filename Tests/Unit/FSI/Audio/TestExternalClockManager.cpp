@@ -32,7 +32,7 @@ TEST(ClockChoice, OrderIsByPriorityThenInternalLastThenId)
 
 TEST(ClockChoice, TheFirstThatIsEnabledAndStableWins)
 {
-    // A digit is the id of the next clock in order; 'e' behind it is enabled, 's' stable.
+    // A digit is the id of the next clock in order; 'e' after it is enabled, 's' stable.
     const std::pair<const char*, std::uint32_t> cases[] = {{"", 0},           {"4es1es", 4}, {"4e1es", 1},
                                                            {"4s1es", 1},      {"4e1s0e", 0}, {"0es4es", 0},
                                                            {"1e2s3es4es", 3}, {"7es", 7}};

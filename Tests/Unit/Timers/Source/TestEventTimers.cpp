@@ -159,7 +159,7 @@ TEST_F(EventTimers, NoClock)
     EXPECT_FALSE(log.HasStart("ProcessTimerEvent")) << "nobody knows when the handler began";
 }
 
-TEST_F(EventTimers, SlowHandlersAndBusyPassesAreTold)
+TEST_F(EventTimers, SlowHandlersAndBusyPassesAreReported)
 {
     LogRecorder log({DebugFeature::TimingStatsDebug});
     const auto pass = [&](std::int32_t ms, std::uint32_t count) {

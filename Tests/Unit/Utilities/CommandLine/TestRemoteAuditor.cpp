@@ -111,7 +111,7 @@ TEST_F(RemoteAuditorTest, AListingLongerThanAnyBufferReachesItsClientsWhole)
         ASSERT_EQ(client.ReceiveThrough("\n"), line + "\r\n") << i;
 }
 
-TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreTold)
+TEST_F(RemoteAuditorTest, AStalledTailIsDroppedAndTheOthersAreInformed)
 {
     const LoopbackPeer stalled = Tail();
     const LoopbackPeer reading = Tail();

@@ -123,7 +123,7 @@ TEST_F(RemoteShellTest, ConnectionsOutliveTheirServer)
     SkipGreeting(client);
     ::shutdown(client.GetFd(), SHUT_WR);
     shell.reset();
-    // The connection sees the line and then the end, and nobody is there to be told.
+    // The connection sees the line and then the end, and no handler is called.
     char byte = 0;
     EXPECT_TRUE(Await([&] { return ::recv(client.GetFd(), &byte, 1, MSG_DONTWAIT) == 0; },
                       [&] { mService.run_one_for(std::chrono::milliseconds(1)); }));

@@ -47,7 +47,7 @@ Bytes Joined(Bytes first, const Bytes& second)
     return first;
 }
 
-TEST_F(Dissector, TextsOfValuesStandInTheTree)
+TEST_F(Dissector, TheTreeShowsTextsOfValues)
 {
     mCapture.AddSegment(55000,
                         HexBytes("3A030028 1D000000 07 0201AB00 0100000A FFFFFFFF 01000000 02000000 02000000 09000000"

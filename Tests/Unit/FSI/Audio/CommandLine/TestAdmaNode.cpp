@@ -60,7 +60,7 @@ TEST_F(AdmaCommands, RoutesCanBeSetShownAndCleared)
     EXPECT_EQ(Probe(2, 5), "-");
 }
 
-TEST_F(AdmaCommands, WhatIsWrongIsToldAndChangesNothing)
+TEST_F(AdmaCommands, WrongInputIsReportedAndChangesNothing)
 {
     Change("patch2", "bulk 1 k0 1");
     const std::tuple<const char*, const char*, const char*> cases[] = {

@@ -66,7 +66,7 @@ public:
     ///     send PORT DEVICE, card-failure PORT DEVICE, set-rate PORT      a command is to be forwarded
     ///     in AUDIOPORT, out AUDIOPORT, timeout, ports PORT DEVICE, has DEVICE      what it says of the box or a device
     Lines Play(const std::string& event);
-    /// Runs the timers too, until as many lines stand there. A timer acts nowhere else.
+    /// Runs the timers too, until there are as many lines. No other call runs them.
     Lines TakeAfterTimers(std::size_t count);
     /// How many commands were connected.
     std::size_t CountCommands() const { return mProcessor.Count(); }

@@ -105,7 +105,7 @@ link 1 box fixed -> disconnect 2; disconnect slave 0.48.6.0; disconnect slave 0.
     far 2 off; no network; hub-node 2 off
 has far ->
 )"},
-    {"ABoxThatWasRefusedIsWelcomeOnBothLinksOnceItHasThePrimary", R"(
+    {"ARefusedBoxIsUsedOnBothLinksOnceItHasThePrimary", R"(
 plug 1
 link 2 box2 fixed -> P0 SORN_MIXED_HID_ERROR
 unplug 1
@@ -152,12 +152,12 @@ gone 1 -> P0 cable far pri off; P0 cable hub pri off; far 1 off; hub-node 1 off
 has far -> known; sec
 unlink 1 hub -> disconnect 1
 )"},
-    {"ARouterThatOnlyBeatDoesNotStandBetweenTheModuleAndAHub", R"(
+    {"ARouterThatOnlySentHeartbeatsDoesNotBlockAHub", R"(
 link 1 00088000 router; unlink 1 00088000; link 1 hub hub; stream 1
 info 1 hub -> P0 router 5 hub 0.48.5.0 nobody; P1 info nobody 5 512 512 0;
     route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err; connect 0.48.5.0 1 55100; P0 cable hub pri on; hub-node 1 on
 )"},
-    {"InternalsOfBoxesAreToldToTheOrbRouter", R"(
+    {"InternalsOfBoxesAreReportedToTheOrbRouter", R"(
 internals box -> P0 internals 171 box '2097153'
 internals hub ->
 )"},
@@ -209,7 +209,7 @@ in 511 -> 511
 in 512 ->
 out 511 -> 511
 )"},
-    {"ARoutingDeviceIsToldWhatStandsHere", R"(
+    {"ARoutingDeviceGetsTheUnitsDescription", R"(
 self; link 2 hub hub; stream 2
 info 2 hub -> P0 router 5 hub 0.48.6.0 self; P2 info self 5 512 512 0; P2 io 0 desk 0.32.32.1 self 2 2;
     route add -host 0.48.6.0 k2link1 2>/tmp/addroute.err; connect 0.48.6.0 2 55100; P0 cable hub sec on; hub-node 2 on
@@ -234,7 +234,7 @@ chain 2 10.20.30.40 -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2
     P0 CHAIN_LENGTH_CMD
 chain 255 10.20.30.40 -> P0 CHAIN_LENGTH_CMD
 )"},
-    {"BehindAHubADeviceIsToldOnceItIsDescribed", R"(
+    {"ADeviceOfAHubIsReportedOnceDescribed", R"(
 self; hub 2
 io 2 far 10.20.30.40 -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2>/tmp/addioroute.err;
     slave 0.48.6.0 describe far
@@ -249,7 +249,7 @@ stream 2 slave 0.48.6.0 -> slave 0.48.6.0 IO_INFO_REQ; slave 0.48.6.0 describe f
 stream 1 slave 0.48.5.0 -> slave 0.48.5.0 IO_INFO_REQ
 stream 2 slave 0.64.6.0 -> slave 0.64.6.0 IO_INFO_REQ
 )"},
-    {"BehindARouterADeviceIsToldAtOnce", R"(
+    {"ADeviceOfARouterIsReportedAtOnce", R"(
 self; router 1
 io 1 far 10.20.30.40 hub aoip -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link0 2>/tmp/addioroute.err;
     P0 cable far pri on; P0 io 7 far 10.20.30.40 self 2 2; far 1 on
@@ -270,7 +270,7 @@ io 0 desk 0.0.0.0 self -> P0 cable desk sec off; P1 io 1 desk 0.0.0.0 self 2 2; 
     desk 0 off
 has desk ->
 )"},
-    {"ARemoteRouterIsToldOncePerLink", R"(
+    {"ARemoteRouterIsReportedOncePerLink", R"(
 self; hub 1
 node 1 hub2 0.64.5.0 -> route add -host 0.64.5.0 k2link0 2>/tmp/addroute.err; connect 0.64.5.0 1 55100;
     P0 router 5 hub2 0.64.5.0 hub; P0 cable hub2 pri on; hub2-node 1 on
@@ -291,7 +291,7 @@ has hub2 ->
 self; hub 1
 node 1 hub2 0.0.0.0 -> disconnect slave 0.64.5.0; P0 cable hub2 pri off; P0 cable hub2 sec off; hub2-node 1 off
 )"},
-    {"ToTheLocalBoxOnThePrimaryFirst", R"(
+    {"CommandsForTheLocalBoxTakeThePrimaryFirst", R"(
 self; plug 2
 send 0 box -> P2 IO_OUTPUTS_OFFSET
 set-rate 0 -> P2 SET_ROUTER_SAMPLE_RATE
@@ -301,7 +301,7 @@ send 0 box -> P1 IO_OUTPUTS_OFFSET
 gone 1; gone 2
 send 0 box ->
 )"},
-    {"ToABoxBehindAHubOnTheSideThatHasBoth", R"(
+    {"CommandsForABoxOfAHubTakeTheSideThatReachesBoth", R"(
 self; hub 1; hub 2; io 2 far 10.20.30.40
 send 0 far -> slave 0.48.6.0 IO_OUTPUTS_OFFSET
 io 1 far 10.20.30.40

@@ -46,7 +46,7 @@ TEST(LinkReportTest, EveryAttributeReachesItsField)
     EXPECT_EQ(status.AdmaEndpoint, 2u);
 }
 
-TEST(LinkReportTest, AbsentAttributesKeepTheirStartAndLaterMessagesStandOnTop)
+TEST(LinkReportTest, AbsentAttributesKeepTheirDefaultsAndLaterMessagesOverride)
 {
     EXPECT_EQ(Read(OnlyRemotePort).Port, 0xFFFFFFFFu);
     const K2LinkStatus both = Read(Join({Whole, OnlyRemotePort}));
@@ -73,7 +73,7 @@ TEST(LinkReportTest, ADatagramThatIsCutGivesNothing)
     EXPECT_EQ(Read(noLength).Port, 0xFFFFFFFFu);
 }
 
-TEST(K2LinkDriverTest, WithoutTheDriverThereIsNoFailureAndNoReportButAWait)
+TEST(K2LinkDriverTest, WithoutTheDriverAScanWaitsAndReportsNothing)
 {
     LogRecorder log;
     LinkEnvironment environment;

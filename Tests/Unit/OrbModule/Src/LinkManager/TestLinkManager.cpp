@@ -66,7 +66,7 @@ protected:
 
 } // namespace
 
-TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreToldWhenTheyChange)
+TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreReportedWhenTheyChange)
 {
     SetRack();
     Plug(1);
@@ -103,7 +103,7 @@ TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
     EXPECT_THAT(mEvents.Take(), ElementsAre("device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 1.2:1 Unknown(0)"));
 }
 
-TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotPileUpBehindABusyMainThread)
+TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotQueueUpForABusyMainThread)
 {
     SetRack();
     Plug(0);
@@ -145,7 +145,7 @@ TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
     EXPECT_TRUE(mEvents.RunUntilLine("master INVALID_HID ")) << "when both stay silent";
 }
 
-TEST_F(LinkManagerTest, AfterAStallANeighbourWhoseStreamIsStillThereIsLostAndThenNew)
+TEST_F(LinkManagerTest, AfterAStallANeighbourWithALiveStreamIsLostAndThenNew)
 {
     SetRack();
     Plug(0);

@@ -68,7 +68,7 @@ TEST_F(CommsLoad, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
         sender.join();
 }
 
-TEST_F(CommsLoad, MoreConnectionsThanASetHoldsHurtNobodyWhoWasThereBefore)
+TEST_F(CommsLoad, MoreConnectionsThanASetHoldsHarmNoEarlierOne)
 {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -176,7 +176,7 @@ TEST_F(CommsLoad, AFloodThatTheMainThreadDoesNotFollowWaitsAtItsSenderAndLosesNo
     EXPECT_TRUE(inOrder);
 }
 
-TEST_F(CommsLoad, TheCommsCanEndAtEveryStage)
+TEST_F(CommsLoad, TheCommsCanEndAtAnyMoment)
 {
     for (std::size_t round = 0; round < 8; ++round) {
         mPorts.adjacentRouter = mPorts.masterRouter = 0;

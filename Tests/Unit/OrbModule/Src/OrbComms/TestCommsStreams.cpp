@@ -134,7 +134,7 @@ TEST_F(CommsStreams, AFailedListenerDoesNoHarmAndTheFirstTakesTheSecondWithIt)
     EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind ADJACENT_ROUTER_KLV listener\r\n"), 1u);
 }
 
-TEST_F(CommsStreams, APeersCloseIsToldTwiceAndAReadErrorOnce)
+TEST_F(CommsStreams, APeersCloseIsReportedTwiceAndAReadErrorOnce)
 {
     Start();
     std::vector<LoopbackPeer> later;
@@ -148,7 +148,7 @@ TEST_F(CommsStreams, APeersCloseIsToldTwiceAndAReadErrorOnce)
             peer.Close();
         }
         ASSERT_TRUE(WaitForChanges(changes));
-        // The next stream is told behind everything that the last one told.
+        // The next stream is reported after everything that the last one reported.
         later.push_back(ConnectAdjacent("127.0.0.2"));
         ASSERT_TRUE(WaitForChanges(changes + 1));
         EXPECT_EQ(std::count(mChanges.begin(), mChanges.end(), "255 LOCAL_LINK 127.0.0.1 false"),
@@ -172,7 +172,7 @@ TEST_F(CommsStreams, ALaterStreamWithTheSameKeyReplacesTheEarlierOneAndOutlivesI
     EXPECT_EQ(second.Receive(8), IoInfoReqBytes);
 }
 
-TEST_F(CommsStreams, AnotherConnectToAPeerThatWasNotThereTriesAgainAtOnceOnOneStream)
+TEST_F(CommsStreams, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
 {
     std::uint16_t port = 0;
     {

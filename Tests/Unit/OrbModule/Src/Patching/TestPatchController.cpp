@@ -8,10 +8,10 @@ namespace {
 const DeviceNames Names({{"unit", 0xC0018000},      // the unit itself, as the network names it
                          {"desk", 0xC0010005},      // I/O of the own Orb router
                          {"box", 0xC0020001},       // the I/O box that is plugged in
-                         {"far", 0xC0030001},       // I/O boxes behind a hub or router
+                         {"far", 0xC0030001},       // I/O boxes of a hub or router
                          {"far2", 0xC0030002},      //
                          {"far3", 0xC0030003},      //
-                         {"node", 0xC0034000},      // a DSP behind it
+                         {"node", 0xC0034000},      // a DSP of it
                          {"node-link", 0xC0038000}, //
                          {"zero", 0},               // a DSP in a rack without a number
                          {"zero-node", 0x4000},     //
@@ -84,7 +84,7 @@ private:
 ///     [PORT] make|break SOURCE [at LINK[SLOTS]] to DEST [orig SOURCE]   a command, from port 0 if none is named
 ///     [PORT] success DEST, retry DEVICE, ping, null                     other commands, and each without content
 ///     router comes, router goes
-///     DEVICE comes PORT, DEVICE leaves PORT    in the directory, and as the controller is told
+///     DEVICE comes PORT, DEVICE leaves PORT    in the directory, and as reported to the controller
 ///     DEVICE silent                            in the directory alone
 ///     turn DEST pri|sec                        from the shell
 ///     show DEST                                its states on both links and its swap target
@@ -213,7 +213,7 @@ make far/1 at 0[11] to box/6 -> route 2[11] to 2[56]; P2 bitmap box 6sec
 make far/1 at 2[12] to box/6 -> route 2[12] to 2[56]
 counts -> 2 slots, 2 destinations
 )"},
-    {"FromTheLocalBoxOneLinkWorksAndTheOtherStandsBy", R"(
+    {"FromTheLocalBoxOneLinkWorksAndTheOtherIsStandby", R"(
 make box/1 to desk/2 -> P0 make unit/0 at 0[0] to desk/2 orig box/1 use-me; route 1[40] to 0[0]
 show desk/2 -> Patch Success 1[40] | Patch Reserved 2[40] | 0[0]
 make box/1 to desk/3 -> P0 make unit/0 at 0[0] to desk/3 orig box/1 use-me
@@ -327,7 +327,7 @@ show desk/7 -> Patch Success 1[70] | Patch Reserved 2[71] | 0[1]
 far leaves 1 -> drop 0[0]; slave 192.1.6.0 bitmap desk 0sec
 1 break far2/1 at 0[70] to desk/7 -> P0 break unit/1 at 0[1] to desk/7 orig far2/1 use-me
 )"},
-    {"EachDestinationOfALateSourceIsToldItsSlots", R"(
+    {"EachDestinationOfALateSourceGetsItsSlots", R"(
 box silent ->
 make box/1 to desk/2 ->
 make box/1 to desk/3 ->
@@ -356,7 +356,7 @@ make box/1 at 1[] to desk/4 -> P0 make unit/0 at 0[0] to desk/4 orig box/1 use-m
 far comes 1 -> slave 192.3.5.0 make far/1 at 255[] to desk/2; slave 192.3.5.0 make far/1 at 255[] to desk/3
 2 make far/1 at 0[30] to desk/2 -> P0 make unit/1 at 0[1] to desk/2 orig far/1 use-me
 )"},
-    {"AMakeThatFindsNoRoomKeepsNothing", R"(
+    {"AMakeWithoutFreeSlotsKeepsNothing", R"(
 1 make far/9 at 0[7x511] to desk/9
 make box/5 to desk/2 ->
 show desk/2 -> Patch Not Sent 255[] | Patch Not Sent 255[] | 255[]

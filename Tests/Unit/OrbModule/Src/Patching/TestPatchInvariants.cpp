@@ -155,7 +155,7 @@ private:
         return {};
     }
 
-    /// To the desk over one link at least, in the slots that the Orb router was told; to a link over that link.
+    /// To the desk over one link at least, in the slots that the Orb router was sent; to a link over that link.
     bool IsCarried(const Wish& wish) const
     {
         bool reachable = false;

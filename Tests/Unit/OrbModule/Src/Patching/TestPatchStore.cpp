@@ -31,7 +31,7 @@ protected:
 
 } // namespace
 
-TEST_F(PatchStoreTest, OnlyWhatStandsOnALinkSurvivesRemoveUnsent)
+TEST_F(PatchStoreTest, OnlyWhatWasSentOnALinkSurvivesRemoveUnsent)
 {
     const struct
     {
