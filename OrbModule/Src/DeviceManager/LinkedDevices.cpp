@@ -37,6 +37,8 @@ void LinkedDevices::LinkUp(Routing::PortsEnum port)
         break;
     default:
         UseLink(port);
+        // It was refused on the secondary link while another device had the primary one.
+        if (mLocal.MixedHid) UseOtherLink(port);
         break;
     }
 }

@@ -110,6 +110,10 @@ plug 1
 link 2 box2 fixed -> P0 SORN_MIXED_HID_ERROR
 unplug 1
 link 1 box2 fixed -> connect 0.32.0.254 1 55000; P0 SORN_MIXED_HID_ERROR; connect 0.32.32.254 2 55000
+unplug 1; unplug 2; hub 1
+link 2 box2 fixed -> P0 SORN_MIXED_HID_ERROR
+unplug 1
+link 1 box2 fixed -> connect 0.32.0.254 1 55000; P0 SORN_MIXED_HID_ERROR; connect 0.32.32.254 2 55000
 )"},
     {"AStreamThatComesBackAloneIsUsedAsBefore", R"(
 self; router 1; gone 1
