@@ -109,6 +109,7 @@ protected:
     void Recover();
     void Deliver(const RouterPatchAudio& command, UINT8GIGEPORT port);
 
+    boost::asio::io_service mService;
     PatchBoard mBoard;
     std::unique_ptr<DeviceManager> mDevices;
     std::unique_ptr<PatchController> mController;
@@ -149,7 +150,6 @@ private:
     static void Note(const std::string& event) { AUDIT_STREAM(RouterAudioRoute, "---- " << event << '\n'); }
 
     std::mt19937 mRandom;
-    boost::asio::io_service mService;
     Neighbour mNeighbour = Neighbour::None;
     std::array<bool, 3> mCables{};
     /// The box at each cable, plugged in or not.
