@@ -51,11 +51,10 @@ public:
     void Write32(std::uint32_t offset, std::uint32_t value) override { WriteBurst(offset, &value, 1); }
     void WriteBurst(std::uint32_t offset, const std::uint32_t* words, std::size_t count) override
     {
+        const Lock lock(mBoard.mMutex);
+        // Of a run of data words only the last one stays in the register.
+        const bool isRun = offset == SimulatedBlock::IndirectData && !mBoard.mRecording;
         for (std::size_t i = 0; i < count; ++i) {
-            // For each word, as on the bus: it is the module's part to keep a run together.
-            const Lock lock(mBoard.mMutex);
-            // Of a run of data words only the last one stays in the register.
-            const bool isRun = offset == SimulatedBlock::IndirectData && !mBoard.mRecording;
             if (isRun && i + 1 < count) {
                 mBoard.WriteIndirect(mBlock, mBlock.TakeIndirectAddress(), words[i]);
             } else {
