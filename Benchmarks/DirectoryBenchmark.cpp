@@ -2,6 +2,7 @@
 #include "Common/KLV/CommandContainer.h"
 #include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
+#include "Tests/Support/SendOnlyComms.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/asio/io_service.hpp>
@@ -26,13 +27,9 @@ constexpr std::uint32_t Self = 0x00128000;
 constexpr std::uint32_t RouterHid = 0x00308000;
 constexpr std::uint32_t DevicesPerRouter = 8;
 
-class NullComms : public iOrbKLVComms
+class NullComms : public SendOnlyComms
 {
 public:
-    void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
-    void Disconnect(UINT8GIGEPORT) override {}
-    void Disconnect(const StreamName&) override {}
-    StreamState GetState(const StreamName&) override { return StreamState::None; }
     bool Send(const StreamName&, const DeskCommand&) override
     {
         ++mSent;

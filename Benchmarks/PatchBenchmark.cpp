@@ -7,6 +7,7 @@
 #include "FSI/Core/DeviceRegistry.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
 #include "OrbModule/Inc/Patching/Patcher.h"
+#include "Tests/Support/SendOnlyComms.h"
 
 #include <benchmark/benchmark.h>
 
@@ -38,13 +39,9 @@ public:
     std::uint32_t GetSlaveAddress(Hid, Routing::PortsEnum) const override { return 0; }
 };
 
-class NoComms : public iOrbKLVComms
+class NoComms : public SendOnlyComms
 {
 public:
-    void Connect(std::uint32_t, UINT8GIGEPORT, std::uint16_t) override {}
-    void Disconnect(UINT8GIGEPORT) override {}
-    void Disconnect(const StreamName&) override {}
-    StreamState GetState(const StreamName&) override { return StreamState::None; }
     bool Send(const StreamName&, const DeskCommand& command) override
     {
         benchmark::DoNotOptimize(&command);

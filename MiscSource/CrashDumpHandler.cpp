@@ -26,10 +26,11 @@ bool OnDump(const google_breakpad::MinidumpDescriptor& descriptor, void*, bool s
 struct CrashDumpHandler::Client
 {
     explicit Client(const std::string& path)
-        : handler(google_breakpad::MinidumpDescriptor(path), nullptr, OnDump, nullptr, true, -1)
+        : mDescriptor(path), mHandler(mDescriptor, nullptr, OnDump, nullptr, true, -1)
     {}
 
-    google_breakpad::ExceptionHandler handler;
+    google_breakpad::MinidumpDescriptor mDescriptor;
+    google_breakpad::ExceptionHandler mHandler;
 };
 
 CrashDumpHandler::CrashDumpHandler(const std::string& directory, const std::string& programPath)
