@@ -49,7 +49,11 @@ public:
         return wrong.empty() && !mNow.empty() ? "slots were not given back" : wrong;
     }
 
-    void PlantARoute() { mBoard.GetPatcher().ProcessPatchUnpatch({{0, {1}}, {1, {509}}}, true); }
+    void PlantARoute()
+    {
+        mBoard.GetPatcher().ProcessPatchUnpatch({{0, {1}}, {1, {509}}}, true);
+        EXPECT_TRUE(mBoard.WaitUntil([this] { return mBoard.GetFeed(1, 509).has_value(); }));
+    }
     void ForgetTheWishes()
     {
         do {
