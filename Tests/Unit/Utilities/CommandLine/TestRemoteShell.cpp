@@ -21,6 +21,9 @@ protected:
         mShell.AddAction(
             "big", [](unsigned size, const std::string& text) { return std::string(size, text.front()); }, "");
     }
+    // The shell's thread may log until it has ended.
+    ~RemoteShellTest() override { mShell.Stop(); }
+
     static void ExpectAlive(const LoopbackPeer& client)
     {
         SkipGreeting(client);
