@@ -27,18 +27,3 @@ void EventTimerImpl::SetInterval(std::uint32_t value, TimerUnits units)
 {
     if (!mRunning) mInterval = ToMicroseconds(value, units);
 }
-
-void EventTimerImpl::SetRepeat(std::uint32_t value)
-{
-    if (!mRunning) mRepeat = value;
-}
-
-void EventTimerImpl::SetUserValue(std::uint32_t value)
-{
-    if (!mRunning) mUserValue = value;
-}
-
-void EventTimerImpl::MarkElapsed(const MonotonicTime& now)
-{
-    mElapsed = static_cast<std::int32_t>(MillisecondsBetween(now, mDue));
-}

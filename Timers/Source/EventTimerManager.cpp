@@ -16,15 +16,6 @@ constexpr std::int64_t SlowMs = 2000;
 constexpr std::uint32_t ManyEvents = 5;
 constexpr std::int32_t MicrosecondsPerSecond = 1000000;
 
-bool ReadMonotonicClock(MonotonicTime& time)
-{
-    timespec now{};
-    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
-    time.seconds = static_cast<std::int32_t>(now.tv_sec);
-    time.microseconds = static_cast<std::int32_t>(now.tv_nsec / 1000);
-    return true;
-}
-
 MonotonicTime DueTime(const MonotonicTime& now, std::uint32_t interval)
 {
     MonotonicTime due = now;
@@ -39,11 +30,18 @@ MonotonicTime DueTime(const MonotonicTime& now, std::uint32_t interval)
 
 } // namespace
 
-EventTimerManager::EventTimerManager(std::uint32_t lastId) : mClock(ReadMonotonicClock), mLastId(lastId) {}
-
-EventTimerManager& EventTimerManager::Instance()
+bool EventTimerManager::ReadClock(MonotonicTime& time)
 {
-    static EventTimerManager& sManager = *std::make_unique<EventTimerManager>().release();
+    timespec now{};
+    if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
+    time.seconds = static_cast<std::int32_t>(now.tv_sec);
+    time.microseconds = static_cast<std::int32_t>(now.tv_nsec / 1000);
+    return true;
+}
+
+EventTimerManager& EventTimerManager::Instance(bool (*clock)(MonotonicTime&))
+{
+    static EventTimerManager& sManager = *std::make_unique<EventTimerManager>(0, clock).release();
     return sManager;
 }
 
@@ -66,11 +64,6 @@ MonotonicTime EventTimerManager::Now() const
     return now;
 }
 
-bool EventTimerManager::Start(const Timer& timer)
-{
-    return Start(Now(), timer);
-}
-
 bool EventTimerManager::Start(const MonotonicTime& now, const Timer& timer)
 {
     if (!timer) {
@@ -78,11 +71,11 @@ bool EventTimerManager::Start(const MonotonicTime& now, const Timer& timer)
         return false;
     }
     Stop(timer->GetId());
-    EventTimerImpl& impl = timer->mImpl;
+    EventTimerImpl& impl = *timer;
     impl.mDue = DueTime(now, impl.mInterval);
     impl.mRunning = true;
     const auto place = std::find_if(mTimers.begin(), mTimers.end(),
-                                    [&impl](const Timer& other) { return !(other->mImpl.mDue < impl.mDue); });
+                                    [&impl](const Timer& other) { return !(other->mDue < impl.mDue); });
     mTimers.insert(place, timer);
     return true;
 }
@@ -96,7 +89,7 @@ bool EventTimerManager::Stop(std::uint32_t id)
 {
     const auto entry = Find(id);
     if (entry == mTimers.end()) return false;
-    (*entry)->mImpl.mRunning = false;
+    (*entry)->mRunning = false;
     // A timer is in the list once: Start removes it before it inserts it.
     mTimers.erase(entry);
     return true;
@@ -112,7 +105,7 @@ std::pair<std::int32_t, std::int32_t> EventTimerManager::GetTimeToNext() const
 {
     if (mTimers.empty()) return {1, 0};
     const MonotonicTime now = Now();
-    const MonotonicTime& due = mTimers.front()->mImpl.mDue;
+    const MonotonicTime& due = mTimers.front()->mDue;
     std::int32_t seconds = due.seconds - now.seconds;
     std::int32_t microseconds = due.microseconds - now.microseconds;
     if (microseconds < 0) {
@@ -143,8 +136,8 @@ EventTimerManager::Timer EventTimerManager::TakeDue(const MonotonicTime& now)
 {
     // The list is looked at afresh for each timer, since handlers change it. A timer runs once a pass: one that is due
     // again at once would keep the pass going for ever.
-    for (auto entry = mTimers.begin(); entry != mTimers.end() && !(now < (*entry)->mImpl.mDue); ++entry) {
-        if ((*entry)->mImpl.mLastPass == mPass) continue;
+    for (auto entry = mTimers.begin(); entry != mTimers.end() && !(now < (*entry)->mDue); ++entry) {
+        if ((*entry)->mLastPass == mPass) continue;
         Timer timer = *entry;
         mTimers.erase(entry);
         return timer;
@@ -154,7 +147,7 @@ EventTimerManager::Timer EventTimerManager::TakeDue(const MonotonicTime& now)
 
 void EventTimerManager::Run(const MonotonicTime& now, const Timer& timer)
 {
-    EventTimerImpl& impl = timer->mImpl;
+    EventTimerImpl& impl = *timer;
     impl.mLastPass = mPass;
     const MonotonicTime due = impl.mDue;
     if (impl.mRepeat != 0) {

@@ -30,19 +30,23 @@ public:
     /// Reads the monotonic clock; false if that failed.
     using Clock = std::function<bool(MonotonicTime&)>;
 
+    /// The clock of the system.
+    static bool ReadClock(MonotonicTime& time);
     /// @param lastId the id that the first timer counts on from.
-    explicit EventTimerManager(std::uint32_t lastId = 0);
+    explicit EventTimerManager(std::uint32_t lastId = 0, const Clock& clock = ReadClock)
+        : mClock(clock), mLastId(lastId)
+    {}
     EventTimerManager(const EventTimerManager&) = delete;
     EventTimerManager& operator=(const EventTimerManager&) = delete;
 
-    /// Made on first use and never destroyed.
-    static EventTimerManager& Instance();
+    /// Made on first use, which decides its clock, and never destroyed.
+    static EventTimerManager& Instance(bool (*clock)(MonotonicTime&) = ReadClock);
 
     /// A timer that does not run yet. The name is for the log alone.
     Timer CreateTimer(const std::string& name, IEventTimerHandler* handler, std::uint32_t interval,
                       std::uint32_t repeat, std::uint32_t userValue, TimerUnits units);
     /// Arms the timer; one that runs is moved. False for a null pointer.
-    bool Start(const Timer& timer);
+    bool Start(const Timer& timer) { return Start(Now(), timer); }
     bool Start(const MonotonicTime& now, const Timer& timer);
     /// False if no timer of that id runs.
     bool Stop(std::uint32_t id);
@@ -53,7 +57,6 @@ public:
     /// Runs the timers that are due. A repeating timer of interval 0 runs once a pass.
     void Service();
 
-    void SetClock(const Clock& clock) { mClock = clock; }
     /// Null for nobody.
     void SetStatistics(IEventStatistics* statistics) { mStatistics = statistics; }
 
@@ -66,7 +69,7 @@ private:
     void EndPass(std::uint32_t events, const MonotonicTime& start);
 
     std::list<Timer> mTimers;
-    Clock mClock;
+    const Clock mClock;
     IEventStatistics* mStatistics = nullptr;
     std::uint32_t mPass = 0;
     std::uint32_t mLastId;

@@ -7,8 +7,7 @@
 TEST(CommandTimingStats, ReportsOnItsTimer)
 {
     static MonotonicTime now{1000, 0};
-    EventTimerManager& timers = EventTimerManager::Instance();
-    timers.SetClock([](MonotonicTime& time) {
+    EventTimerManager& timers = EventTimerManager::Instance([](MonotonicTime& time) {
         time = now;
         return true;
     });

@@ -5,6 +5,18 @@
 
 using KLVTCPStreamTest = StreamTest;
 
+namespace {
+
+MonotonicTime sNow{100, 0};
+
+/// Of the whole process, so made before any stream asks for them.
+EventTimerManager& sTimers = EventTimerManager::Instance([](MonotonicTime& time) {
+    time = sNow;
+    return true;
+});
+
+} // namespace
+
 TEST_F(KLVTCPStreamTest, HundredsOfItemsInOneSegmentAreDeliveredInOneRead)
 {
     KeepingStream& stream = AcceptStream();
@@ -93,12 +105,6 @@ TEST_F(KLVTCPStreamTest, TheLocalAddressTellsNodeAndRoleOfThePeer)
 
 TEST_F(KLVTCPStreamTest, GathersUntilTheBufferIsFullUntilCommitOrUntilSilence)
 {
-    static MonotonicTime now{100, 0};
-    EventTimerManager& timers = EventTimerManager::Instance();
-    timers.SetClock([](MonotonicTime& time) {
-        time = now;
-        return true;
-    });
     KeepingStream& stream = AcceptStream();
     const auto expectLine = [&](const std::string& text) {
         std::ostringstream line;
@@ -118,14 +124,14 @@ TEST_F(KLVTCPStreamTest, GathersUntilTheBufferIsFullUntilCommitOrUntilSilence)
     expectLine("2 bytes sent on Commit (0");
 
     stream.WriteData("wx", 2);
-    now = {100, 19999};
-    timers.Service();
+    sNow = {100, 19999};
+    sTimers.Service();
     stream.WriteData("yz", 2);
-    now = {100, 39998};
-    timers.Service();
+    sNow = {100, 39998};
+    sTimers.Service();
     EXPECT_EQ(stream.GetBytesSent(), 22u) << "the time runs from the last write";
-    now = {100, 39999};
-    timers.Service();
+    sNow = {100, 39999};
+    sTimers.Service();
     expectLine("4 bytes sent on timer (2");
     EXPECT_EQ(mPeer.Receive(26), "abcdefghijklmnopqrstuvwxyz");
 
@@ -133,11 +139,11 @@ TEST_F(KLVTCPStreamTest, GathersUntilTheBufferIsFullUntilCommitOrUntilSilence)
     stream.OnConnect();
     EXPECT_TRUE(mLog.Has("Mtu=65535, Mss=65495\r\n")) << "those of loopback";
     EXPECT_TRUE(mLog.Has("Stream coalesce: 20 ms, BufferSize=65495, State:Fixed\r\n"));
-    const auto others = timers.GetTimeToNext();
+    const auto others = sTimers.GetTimeToNext();
     stream.WriteData("last", 4);
-    EXPECT_EQ(timers.GetTimeToNext(), (std::pair<std::int32_t, std::int32_t>(0, 20000)));
+    EXPECT_EQ(sTimers.GetTimeToNext(), (std::pair<std::int32_t, std::int32_t>(0, 20000)));
     stream.SetFlushBeforeClose(false);
     stream.ShutdownStreamViaHandler();
     ASSERT_TRUE(PassUntilGone());
-    EXPECT_EQ(timers.GetTimeToNext(), others) << "no timer is left of a stream that is gone";
+    EXPECT_EQ(sTimers.GetTimeToNext(), others) << "no timer is left of a stream that is gone";
 }

@@ -17,15 +17,7 @@ using Timer = EventTimerManager::Timer;
 class EventTimers : public testing::Test, public IEventTimerHandler, public IEventStatistics
 {
 protected:
-    EventTimers()
-    {
-        timers.SetClock([this](MonotonicTime& time) {
-            if (clockFails) return false;
-            time = now;
-            return true;
-        });
-        timers.SetStatistics(this);
-    }
+    EventTimers() { timers.SetStatistics(this); }
 
     Timer Create(std::uint32_t ms, std::uint32_t repeat = 0)
     {
@@ -74,7 +66,11 @@ protected:
 
     MonotonicTime now{100, 900000};
     bool clockFails = false;
-    EventTimerManager timers;
+    EventTimerManager::Clock clock = [this](MonotonicTime& time) {
+        time = now;
+        return !clockFails;
+    };
+    EventTimerManager timers{0, [this](MonotonicTime& time) { return clock(time); }};
     std::function<void(IEventTimer&)> onTimer;
     std::vector<Timer> held;
     std::ostringstream seen;
@@ -150,11 +146,10 @@ TEST_F(EventTimers, NoClock)
     EXPECT_FALSE(timers.Start(nullptr));
     EXPECT_TRUE(log.HasStart("Assert failed in file "));
 
-    timers.SetClock([reads = 0](MonotonicTime& time) mutable {
-        if (++reads == 3) return false;
+    clock = [reads = 0](MonotonicTime& time) mutable {
         time = {5000, 0};
-        return true;
-    });
+        return ++reads != 3;
+    };
     EXPECT_EQ(Play("p"), "( 1 ) ");
     EXPECT_FALSE(log.HasStart("ProcessTimerEvent")) << "nobody knows when the handler began";
 }
