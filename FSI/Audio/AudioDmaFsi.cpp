@@ -53,18 +53,12 @@ std::vector<std::uint32_t> AudioDmaFsi::GetSynchronisedTable() const
 
 void AudioDmaFsi::SetMute(bool mute)
 {
-    if (mute)
-        SetControlBit(MuteBit);
-    else
-        ClearControlBit(MuteBit);
+    SetControlBit(MuteBit, mute);
 }
 
 void AudioDmaFsi::SetMuteOnPllLoss(bool mute)
 {
-    if (mute)
-        ClearControlBit(IgnorePllLossBit);
-    else
-        SetControlBit(IgnorePllLossBit);
+    SetControlBit(IgnorePllLossBit, !mute);
 }
 
 } // namespace audio

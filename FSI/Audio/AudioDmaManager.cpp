@@ -112,11 +112,6 @@ void AudioDmaManager::IndexSinks()
         mSinkIndex[mSinks[i]] = i;
 }
 
-std::optional<std::size_t> AudioDmaManager::FindSink(std::uint32_t transaction) const
-{
-    return transaction < mSinkIndex.size() ? mSinkIndex[transaction] : std::nullopt;
-}
-
 void AudioDmaManager::SetAudioRoute(const AudioDmaTransaction& source, const AudioDmaTransaction& sink)
 {
     AUDIT_STREAM(RouterAudioRoute, "SetAudioRoute Src " << std::hex << source << " Dst " << sink << "\n");
@@ -185,11 +180,6 @@ void AudioDmaManager::ClearRoutesFrom(const std::shared_ptr<AudioDmaEndpoint>& s
 {
     for (AudioDmaTransaction& entry : mSources)
         if (GetEndpoint(entry) == source->GetAddress()) entry = 0;
-}
-
-void AudioDmaManager::ClearAllRoutes()
-{
-    std::fill(mSources.begin(), mSources.end(), AudioDmaTransaction{0});
 }
 
 std::pair<std::size_t, std::size_t>

@@ -64,8 +64,6 @@ public:
     /// @param registry where the view finds the endpoints; may be null, and must outlive RegisterEndpoints
     AudioDmaManager(std::shared_ptr<AudioDmaFsi> fsi, const fsi::DeviceRegistry* registry);
     ~AudioDmaManager();
-    AudioDmaManager(const AudioDmaManager&) = delete;
-    AudioDmaManager& operator=(const AudioDmaManager&) = delete;
 
     /// Once only: takes in the endpoints, starts the sync thread, and sends the first table, which is silence.
     void RegisterEndpoints(const std::vector<std::shared_ptr<AudioDmaEndpoint>>& endpoints);
@@ -83,7 +81,7 @@ public:
 
     void ClearRoutesTo(const std::shared_ptr<AudioDmaEndpoint>& sink);
     void ClearRoutesFrom(const std::shared_ptr<AudioDmaEndpoint>& source);
-    void ClearAllRoutes();
+    void ClearAllRoutes() { mSources.assign(mSources.size(), 0); }
 
     /// First and last table index of that sink.
     std::pair<std::size_t, std::size_t>
@@ -105,7 +103,10 @@ private:
     void RegisterSink(const std::shared_ptr<AudioDmaEndpoint>& endpoint, std::size_t& nextIndex);
     void StoreDefaultSources(AudioDmaEndpoint& source, const std::shared_ptr<AudioDmaEndpoint>& sink) const;
     void IndexSinks();
-    std::optional<std::size_t> FindSink(std::uint32_t transaction) const;
+    std::optional<std::size_t> FindSink(std::uint32_t transaction) const
+    {
+        return transaction < mSinkIndex.size() ? mSinkIndex[transaction] : std::nullopt;
+    }
     bool IsRunning() const;
     void RunSync();
     void OnEndOfSync();

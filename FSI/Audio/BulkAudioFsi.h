@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 namespace OrbModule {
 
@@ -19,8 +20,11 @@ public:
 
     /// @param clockId above 0
     /// @throws std::system_error, see fsi::OpenRegisterBlock
-    explicit BulkAudioFsi(int clockId,
-                          std::unique_ptr<fsi::RegisterBlock> block = fsi::OpenRegisterBlock(BlockName, 0));
+    explicit BulkAudioFsi(int clockId, std::unique_ptr<fsi::RegisterBlock> block = fsi::OpenRegisterBlock(BlockName, 0))
+        : HostFsi(BlockName, std::move(block)),
+          AudioDmaEndpoint(GetBlockId(), SampleSpace, Direction::SourceAndSink),
+          ExternalClockSource(static_cast<Id>(clockId))
+    {}
 };
 
 } // namespace OrbModule

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <iomanip>
 #include <ostream>
-#include <string>
 #include <tuple>
 #include <utility>
 
@@ -64,24 +63,21 @@ void ExternalClockManager::PrioritiseClockSource(const ExternalClockSource& sour
 
 void ExternalClockManager::EnableClockSource(const ExternalClockSource& source)
 {
-    Post([id = source.GetId()](ExternalClockManager& self) {
-        FATAL_ASSERT(id < self.mClocks.size(), "Enable: Id greater than maximum supported value.");
-        self.SetEnabled(id, true);
-    });
+    SetEnabled(source.GetId(), true, "Enable: Id greater than maximum supported value.");
 }
 
 void ExternalClockManager::DisableClockSource(const ExternalClockSource& source)
 {
-    Post([id = source.GetId()](ExternalClockManager& self) {
-        FATAL_ASSERT(id < self.mClocks.size(), "Disable: Id greater than maximum supported value.");
-        self.SetEnabled(id, false);
-    });
+    SetEnabled(source.GetId(), false, "Disable: Id greater than maximum supported value.");
 }
 
-void ExternalClockManager::SetEnabled(std::uint32_t id, bool enabled)
+void ExternalClockManager::SetEnabled(std::uint32_t id, bool enabled, const char* noSuchClock)
 {
-    mClocks[id]->mEnabled = enabled;
-    SelectClock();
+    Post([id, enabled, noSuchClock](ExternalClockManager& self) {
+        FATAL_ASSERT(id < self.mClocks.size(), noSuchClock);
+        self.mClocks[id]->mEnabled = enabled;
+        self.SelectClock();
+    });
 }
 
 void ExternalClockManager::UseInternalClock()

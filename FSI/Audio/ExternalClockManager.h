@@ -7,7 +7,6 @@
 #include <boost/asio/io_service.hpp>
 #include <boost/signals2/connection.hpp>
 #include <boost/signals2/signal.hpp>
-#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
@@ -93,7 +92,7 @@ private:
 
     template <typename Work>
     void Post(Work work);
-    void SetEnabled(std::uint32_t id, bool enabled);
+    void SetEnabled(std::uint32_t id, bool enabled, const char* noSuchClock);
     void SelectClock();
     void OnMeasurement();
     void OnMeasurementOfSelected(Clock& clock);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "MiscSource/FatalAssert.h"
+
 #include <cstdint>
 
 namespace audio {
@@ -11,7 +13,7 @@ public:
     using Id = std::uint32_t;
 
     /// @param id above 0; 0 is the internal clock
-    explicit ExternalClockSource(Id id);
+    explicit ExternalClockSource(Id id) : mId(id) { FATAL_ASSERT(id > 0, "External reference 0 is reserved."); }
     virtual ~ExternalClockSource() = default;
 
     Id GetId() const { return mId; }

@@ -21,18 +21,12 @@ ExternalReferenceFsi::ExternalReferenceFsi(std::unique_ptr<fsi::RegisterBlock> b
 
 void ExternalReferenceFsi::SetFrequencyFamily44k1(bool family44k1)
 {
-    if (family44k1)
-        SetControlBit(Family44k1Bit);
-    else
-        ClearControlBit(Family44k1Bit);
+    SetControlBit(Family44k1Bit, family44k1);
 }
 
 void ExternalReferenceFsi::SetPhaseFreeze(bool freeze)
 {
-    if (freeze)
-        SetControlBit(PhaseFreezeBit);
-    else
-        ClearControlBit(PhaseFreezeBit);
+    SetControlBit(PhaseFreezeBit, freeze);
 }
 
 bool ExternalReferenceFsi::IsServoLocked() const

@@ -14,7 +14,10 @@ public:
     /// @param address ADMA address, 1 to 7
     /// @param clockId above 0
     /// @param samples 1 to 512
-    K2FsiLink(int address, int clockId, int samples);
+    K2FsiLink(int address, int clockId, int samples)
+        : AudioDmaEndpoint(static_cast<Address>(address), static_cast<std::size_t>(samples), Direction::SourceAndSink),
+          ExternalClockSource(static_cast<Id>(clockId))
+    {}
 };
 
 } // namespace audio

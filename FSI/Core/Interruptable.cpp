@@ -33,11 +33,6 @@ Interruptable::Interruptable(HostFsi& fsi, const std::vector<Interrupt>& interru
     WriteMask();
 }
 
-Interruptable::~Interruptable()
-{
-    mFsi.SetInterruptEnables(0);
-}
-
 void Interruptable::EnableInterrupt(const Interrupt& interrupt)
 {
     mMask.set(Bit(interrupt));
@@ -66,11 +61,6 @@ Interruptable::Signal& Interruptable::GetSignal(const Interrupt& interrupt)
                                     [&](const Entry& candidate) { return candidate.interrupt == interrupt; });
     FATAL_ASSERT(entry != mEntries.end(), "Attempt to connect to unknown interrupt.");
     return *entry->signal;
-}
-
-void Interruptable::WriteMask()
-{
-    mFsi.SetInterruptEnables(static_cast<std::uint32_t>(mMask.to_ulong()));
 }
 
 } // namespace fsi

@@ -34,7 +34,7 @@ public:
 
     /// @param interrupts the events of the device, at least one, in the order of their dispatch
     Interruptable(HostFsi& fsi, const std::vector<Interrupt>& interrupts);
-    virtual ~Interruptable();
+    virtual ~Interruptable() { mFsi.SetInterruptEnables(0); }
     Interruptable(const Interruptable&) = delete;
     Interruptable& operator=(const Interruptable&) = delete;
 
@@ -65,7 +65,7 @@ private:
     };
 
     Signal& GetSignal(const Interrupt& interrupt);
-    void WriteMask();
+    void WriteMask() { mFsi.SetInterruptEnables(static_cast<std::uint32_t>(mMask.to_ulong())); }
 
     HostFsi& mFsi;
     std::vector<Entry> mEntries;

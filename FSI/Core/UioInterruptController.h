@@ -22,8 +22,6 @@ public:
                            const std::vector<std::shared_ptr<Interruptable>>& devices);
     /// Wakes and joins the thread. What was posted and has not run yet does nothing once its device is gone.
     ~UioInterruptController();
-    UioInterruptController(const UioInterruptController&) = delete;
-    UioInterruptController& operator=(const UioInterruptController&) = delete;
 
 private:
     void Run();

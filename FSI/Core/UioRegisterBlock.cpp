@@ -105,26 +105,6 @@ void UioRegisterBlock::Map(const std::string& device, std::uint32_t offset)
     mBase = static_cast<volatile std::uint8_t*>(address) + offset;
 }
 
-volatile std::uint32_t* UioRegisterBlock::Register(std::uint32_t offset) const
-{
-    return reinterpret_cast<volatile std::uint32_t*>(mBase + offset);
-}
-
-std::uint8_t UioRegisterBlock::Read8(std::uint32_t offset) const
-{
-    return mBase[offset];
-}
-
-std::uint32_t UioRegisterBlock::Read32(std::uint32_t offset) const
-{
-    return *Register(offset);
-}
-
-void UioRegisterBlock::Write32(std::uint32_t offset, std::uint32_t value)
-{
-    *Register(offset) = value;
-}
-
 void UioRegisterBlock::WriteBurst(std::uint32_t offset, const std::uint32_t* words, std::size_t count)
 {
     volatile std::uint32_t* const port = Register(offset);

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace fsi {
@@ -26,9 +25,9 @@ public:
     UioRegisterBlock(const UioRegisterBlock&) = delete;
     UioRegisterBlock& operator=(const UioRegisterBlock&) = delete;
 
-    std::uint8_t Read8(std::uint32_t offset) const override;
-    std::uint32_t Read32(std::uint32_t offset) const override;
-    void Write32(std::uint32_t offset, std::uint32_t value) override;
+    std::uint8_t Read8(std::uint32_t offset) const override { return mBase[offset]; }
+    std::uint32_t Read32(std::uint32_t offset) const override { return *Register(offset); }
+    void Write32(std::uint32_t offset, std::uint32_t value) override { *Register(offset) = value; }
     void WriteBurst(std::uint32_t offset, const std::uint32_t* words, std::size_t count) override;
 
     int GetFileDescriptor() const override { return mFd; }
@@ -39,7 +38,10 @@ private:
     /// For the constructor that can fail: what it has opened by then is closed by the destructor.
     UioRegisterBlock() = default;
     void Map(const std::string& device, std::uint32_t offset);
-    volatile std::uint32_t* Register(std::uint32_t offset) const;
+    volatile std::uint32_t* Register(std::uint32_t offset) const
+    {
+        return reinterpret_cast<volatile std::uint32_t*>(mBase + offset);
+    }
 
     std::uint32_t mSize = 0;
     int mFd = -1;

@@ -147,16 +147,16 @@ std::shared_ptr<Action> MakeAction(const std::string& id, Callable&& callable, c
 }
 
 /// The same for a member function of an object that lives as long as the command.
-template <class Object, class Result, class... Args>
-std::shared_ptr<Action> MakeAction(const std::string& id, Object* object, Result (Object::*function)(Args...),
+template <class Object, class Class, class Result, class... Args>
+std::shared_ptr<Action> MakeAction(const std::string& id, Object* object, Result (Class::*function)(Args...),
                                    const std::string& help)
 {
     return MakeAction(
         id, [object, function](Args... arguments) { return (object->*function)(arguments...); }, help);
 }
-template <class Object, class Result, class... Args>
+template <class Object, class Class, class Result, class... Args>
 std::shared_ptr<Action> MakeAction(const std::string& id, const Object* object,
-                                   Result (Object::*function)(Args...) const, const std::string& help)
+                                   Result (Class::*function)(Args...) const, const std::string& help)
 {
     return MakeAction(
         id, [object, function](Args... arguments) { return (object->*function)(arguments...); }, help);

@@ -111,6 +111,9 @@ std::string RangeError(const std::string& range, const std::string& endpoint)
 AdmaNode::AdmaNode(const std::shared_ptr<audio::AudioDmaManager>& manager) : mCtx(manager)
 {
     FATAL_ASSERT(mCtx, "The ADMA command line node requires a valid context");
+    using Manager = audio::AudioDmaManager;
+    using Fsi = audio::AudioDmaFsi;
+    Fsi* const fsi = mCtx->GetFsi().get();
     Add("adma",
         {MakeAction("status", this, &AdmaNode::Status, StatusHelp),
          MakeAction("transactions", this, &AdmaNode::Transactions, TransactionsHelp),
@@ -120,11 +123,11 @@ AdmaNode::AdmaNode(const std::shared_ptr<audio::AudioDmaManager>& manager) : mCt
          MakeAction("clear_to", this, &AdmaNode::ClearTo, ClearToHelp),
          MakeAction("clear_all", this, &AdmaNode::ClearAll, ClearAllHelp),
          MakeAction("reset_fsi", this, &AdmaNode::ResetFsi, ResetFsiHelp),
-         MakeAction("sync", this, &AdmaNode::Sync, SyncHelp),
-         MakeAction("sync_ack", this, &AdmaNode::AcknowledgeSync, SyncAckHelp),
-         MakeAction("syncing", this, &AdmaNode::IsSyncing, SyncingHelp),
-         MakeAction("mute", this, &AdmaNode::Mute, MuteHelp),
-         MakeAction("mute_on_pll_loss", this, &AdmaNode::MuteOnPllLoss, MuteOnPllLossHelp)});
+         MakeAction("sync", mCtx.get(), &Manager::Synchronise, SyncHelp),
+         MakeAction("sync_ack", fsi, &Fsi::EndSync, SyncAckHelp),
+         MakeAction("syncing", mCtx.get(), &Manager::IsSyncing, SyncingHelp),
+         MakeAction("mute", fsi, &Fsi::SetMute, MuteHelp),
+         MakeAction("mute_on_pll_loss", fsi, &Fsi::SetMuteOnPllLoss, MuteOnPllLossHelp)});
 }
 
 std::string AdmaNode::Status() const
@@ -248,31 +251,6 @@ void AdmaNode::ResetFsi()
     fsi->SetTransactions(zeros, zeros);
     fsi->StartSync();
     mCtx->ClearAllRoutes();
-}
-
-void AdmaNode::Sync()
-{
-    mCtx->Synchronise();
-}
-
-void AdmaNode::AcknowledgeSync()
-{
-    mCtx->GetFsi()->EndSync();
-}
-
-bool AdmaNode::IsSyncing() const
-{
-    return mCtx->IsSyncing();
-}
-
-void AdmaNode::Mute(bool mute)
-{
-    mCtx->GetFsi()->SetMute(mute);
-}
-
-void AdmaNode::MuteOnPllLoss(bool mute)
-{
-    mCtx->GetFsi()->SetMuteOnPllLoss(mute);
 }
 
 std::string AdmaNode::WithEnds(const std::string& source, const std::string& sink,

@@ -29,11 +29,6 @@ private:
     std::string ClearTo(const std::string& sink);
     void ClearAll();
     void ResetFsi();
-    void Sync();
-    void AcknowledgeSync();
-    bool IsSyncing() const;
-    void Mute(bool mute);
-    void MuteOnPllLoss(bool mute);
 
     /// Does something with two endpoints of these names. The error text if there is no such source or sink.
     std::string WithEnds(const std::string& source, const std::string& sink,

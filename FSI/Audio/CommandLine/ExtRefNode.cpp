@@ -33,21 +33,19 @@ ExtRefNode::ExtRefNode(const std::shared_ptr<audio::ExternalClockManager>& manag
     FATAL_ASSERT(mCtx, "The ExtRef command line node requires a valid context");
     for (const auto& entry : mView)
         mSources += entry.first + " ";
-    Add("clock", {MakeAction("sources", this, &ExtRefNode::Sources, SourcesHelp),
-                  MakeAction("active", this, &ExtRefNode::Active, ActiveHelp),
-                  MakeAction("enable", this, &ExtRefNode::Enable, EnableHelp),
-                  MakeAction("disable", this, &ExtRefNode::Disable, DisableHelp),
-                  MakeAction("use_internal", this, &ExtRefNode::UseInternal, UseInternalHelp),
-                  MakeAction("enable_phase_freeze", this, &ExtRefNode::EnablePhaseFreeze, PhaseFreezeHelp),
-                  MakeAction("set_pll_source", this, &ExtRefNode::SetPllSource, SetPllSourceHelp),
-                  MakeAction("auto_pll_select", this, &ExtRefNode::AutoPllSelect, AutoPllSelectHelp),
-                  MakeAction("set_measurement_range", this, &ExtRefNode::SetMeasurementRange, MeasurementRangeHelp),
-                  MakeAction("status", this, &ExtRefNode::Status, StatusHelp)});
-}
-
-std::string ExtRefNode::Sources() const
-{
-    return mSources;
+    using Fsi = audio::ExternalReferenceFsi;
+    Fsi* const fsi = mCtx->GetFsi().get();
+    Add("clock",
+        {MakeAction("sources", this, &ExtRefNode::Sources, SourcesHelp),
+         MakeAction("active", this, &ExtRefNode::Active, ActiveHelp),
+         MakeAction("enable", this, &ExtRefNode::Enable, EnableHelp),
+         MakeAction("disable", this, &ExtRefNode::Disable, DisableHelp),
+         MakeAction("use_internal", this, &ExtRefNode::UseInternal, UseInternalHelp),
+         MakeAction("enable_phase_freeze", fsi, &Fsi::SetPhaseFreeze, PhaseFreezeHelp),
+         MakeAction("set_pll_source", this, &ExtRefNode::SetPllSource, SetPllSourceHelp),
+         MakeAction("auto_pll_select", mCtx.get(), &audio::ExternalClockManager::EnableAutoSelect, AutoPllSelectHelp),
+         MakeAction("set_measurement_range", fsi, &Fsi::SetMeasurementRange, MeasurementRangeHelp),
+         MakeAction("status", this, &ExtRefNode::Status, StatusHelp)});
 }
 
 std::string ExtRefNode::Enable(const std::string& name)
@@ -65,27 +63,12 @@ void ExtRefNode::UseInternal(bool internal)
     if (internal)
         mCtx->UseInternalClock();
     else
-        AutoPllSelect();
-}
-
-void ExtRefNode::EnablePhaseFreeze(bool freeze)
-{
-    mCtx->GetFsi()->SetPhaseFreeze(freeze);
+        mCtx->EnableAutoSelect();
 }
 
 std::string ExtRefNode::SetPllSource(const std::string& name)
 {
     return WithSource(name, [this](const Source& source) { mCtx->ForcePllSource(source); });
-}
-
-void ExtRefNode::AutoPllSelect()
-{
-    mCtx->EnableAutoSelect();
-}
-
-void ExtRefNode::SetMeasurementRange(unsigned low, unsigned high)
-{
-    mCtx->GetFsi()->SetMeasurementRange(low, high);
 }
 
 std::string ExtRefNode::Active() const

@@ -22,15 +22,12 @@ private:
     using Source = audio::ExternalClockSource;
 
     // The commands. Those that name a source answer with an error text, or with nothing.
-    std::string Sources() const;
+    std::string Sources() const { return mSources; }
     std::string Active() const;
     std::string Enable(const std::string& name);
     std::string Disable(const std::string& name);
     void UseInternal(bool internal);
-    void EnablePhaseFreeze(bool freeze);
     std::string SetPllSource(const std::string& name);
-    void AutoPllSelect();
-    void SetMeasurementRange(unsigned low, unsigned high);
     std::string Status() const;
 
     /// Does something with the source of that name. The error text if there is none.
