@@ -36,8 +36,6 @@ public:
 
     Audit();
     virtual ~Audit() = default;
-    Audit(const Audit&) = delete;
-    Audit& operator=(const Audit&) = delete;
 
     /// The object in force; a plain Audit is made on first use. Never null.
     static Audit* Instance();

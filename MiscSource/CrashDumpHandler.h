@@ -14,8 +14,6 @@ public:
     ~CrashDumpHandler();
     /// Whether this program was built with the dump client; without it a crash leaves nothing.
     static bool WritesDumps();
-    CrashDumpHandler(const CrashDumpHandler&) = delete;
-    CrashDumpHandler& operator=(const CrashDumpHandler&) = delete;
 
 private:
     struct Client;

@@ -15,8 +15,6 @@ class SystemdNotifier
 public:
     explicit SystemdNotifier(boost::asio::io_service& mainService);
     ~SystemdNotifier();
-    SystemdNotifier(const SystemdNotifier&) = delete;
-    SystemdNotifier& operator=(const SystemdNotifier&) = delete;
 
 private:
     void StartTimer();

@@ -4,7 +4,6 @@
 #include "Sockets/SocketAddress.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -16,8 +15,6 @@ class Socket
 public:
     explicit Socket(ISocketHandler& handler) : mHandler(handler), mCreateTime(handler.Now()) {}
     virtual ~Socket();
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
 
     virtual void Init() {}
     /// Closes the descriptor and takes it out of all lists.

@@ -9,7 +9,6 @@
 #include <boost/preprocessor/variadic/to_seq.hpp>
 
 #include <cstdint>
-#include <type_traits>
 
 /// What all command classes have: reading and writing follow from the class's one list of fields.
 template <class Base, class Derived, CommandID Id, std::uint32_t Version>

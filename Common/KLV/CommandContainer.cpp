@@ -3,7 +3,6 @@
 #include "Audit/Audit.h"
 #include "Common/KLV/DeskCommand.h"
 
-#include <algorithm>
 #include <cstring>
 
 void CommandContainer::Store(const ForwardableDeskCommand& command)

@@ -1,7 +1,5 @@
 #include "Common/KLV/KeyText.h"
 
-#include <array>
-
 namespace {
 
 std::string Number(std::uint32_t value)

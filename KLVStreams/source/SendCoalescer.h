@@ -17,8 +17,6 @@ public:
     /// @param owner the stream, for the log alone.
     SendCoalescer(const void* owner, const Sender& sender) : mOwner(owner), mSender(sender) {}
     ~SendCoalescer() override;
-    SendCoalescer(const SendCoalescer&) = delete;
-    SendCoalescer& operator=(const SendCoalescer&) = delete;
 
     /// @param size of the buffer in bytes; 0 to have it follow from the path's MTU once the stream is connected.
     void Configure(std::uint32_t interval, TimerUnits units, std::uint32_t size);

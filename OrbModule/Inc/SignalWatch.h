@@ -12,8 +12,6 @@ class SignalWatch
 public:
     explicit SignalWatch(boost::asio::io_service& mainService);
     ~SignalWatch();
-    SignalWatch(const SignalWatch&) = delete;
-    SignalWatch& operator=(const SignalWatch&) = delete;
 
 private:
     boost::asio::io_service mService;

@@ -27,8 +27,6 @@ public:
                                         const boost::system::error_code& error, const std::string& line)>;
 
     ClientConnection(boost::asio::ip::tcp::socket socket, char delimiter, const Receiver& receiver);
-    ClientConnection(const ClientConnection&) = delete;
-    ClientConnection& operator=(const ClientConnection&) = delete;
 
     /// Writes the greeting and starts reading.
     /// @param name of the program, shown in the greeting if it is not empty.

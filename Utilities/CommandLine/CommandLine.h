@@ -29,8 +29,6 @@ public:
     CommandLine(boost::asio::io_service& service, const boost::asio::ip::tcp::endpoint& endpoint,
                 const std::string& name);
     ~CommandLine();
-    CommandLine(const CommandLine&) = delete;
-    CommandLine& operator=(const CommandLine&) = delete;
 
     /// Adds a command at the top; see action::MakeAction for what the function may be.
     template <class Callable>

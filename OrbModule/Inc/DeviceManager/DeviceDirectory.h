@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cstddef>
-#include <optional>
 #include <vector>
 
 /// What is known of the audio network, and the questions that it answers. The parts of DeviceManager share one.

@@ -28,8 +28,6 @@ public:
                        const Endpoint& destination = UnitEndpoint(UNIT_MASTER_CONTROL),
                        std::chrono::milliseconds period = std::chrono::seconds(1));
     ~Heartbeat();
-    Heartbeat(const Heartbeat&) = delete;
-    Heartbeat& operator=(const Heartbeat&) = delete;
 
     /// The next heartbeat carries this. Any thread.
     void SetMasterHid(Hid hid) { mMasterHid.store(hid); }

@@ -18,7 +18,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <thread>
 
 class RouterDetectTimeAllowanceCmd;
@@ -45,8 +44,6 @@ public:
     LinkManager(boost::asio::io_service& service, std::uint32_t portCount, iOrbKLVComms& comms,
                 LinkEnvironment environment = {});
     ~LinkManager();
-    LinkManager(const LinkManager&) = delete;
-    LinkManager& operator=(const LinkManager&) = delete;
 
     /// A new neighbour: the number of its link, its addresses in host order. A lost one: local IP 0, remote port 0xFF,
     /// remote IP 0, and type 0 if the driver reported it.

@@ -21,8 +21,6 @@ public:
                std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort);
     /// Stops.
     ~SocketData();
-    SocketData(const SocketData&) = delete;
-    SocketData& operator=(const SocketData&) = delete;
 
     /// For options of the socket, before Start.
     boost::asio::ip::udp::socket& GetSocket() { return mSocket; }

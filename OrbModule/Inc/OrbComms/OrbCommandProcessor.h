@@ -48,8 +48,6 @@ public:
     };
 
     explicit OrbCommandProcessor(boost::asio::io_service& service) : mService(service) {}
-    OrbCommandProcessor(const OrbCommandProcessor&) = delete;
-    OrbCommandProcessor& operator=(const OrbCommandProcessor&) = delete;
 
     /// Connects a slot to command class X; slots of one id run in the order of connection. Main thread.
     /// @return an empty connection, with assertion lines, if the id belongs to another class.

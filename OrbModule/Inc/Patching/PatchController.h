@@ -29,8 +29,6 @@ public:
     static constexpr std::size_t MaxPendingRetries = 65536;
 
     PatchController(iDevices& devices, iOrbKLVComms& comms, iPatcher& patcher);
-    PatchController(const PatchController&) = delete;
-    PatchController& operator=(const PatchController&) = delete;
 
     void OnLocalHidChanged(Hid hid);
     /// @param connected whether a real router is on a link.

@@ -7,7 +7,6 @@
 #include "MiscSource/SystemUtilities.h"
 
 #include <string>
-#include <utility>
 
 namespace {
 

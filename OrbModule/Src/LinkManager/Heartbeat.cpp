@@ -4,7 +4,6 @@
 #include "MiscSource/NetworkPorts.h"
 
 #include <array>
-#include <chrono>
 #include <sstream>
 #include <stdexcept>
 

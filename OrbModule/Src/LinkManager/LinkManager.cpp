@@ -3,7 +3,6 @@
 #include "Audit/Audit.h"
 #include "Common/KLV/Commands/NotificationCommands.h"
 #include "Common/KLV/Commands/RouterCommands.h"
-#include "OrbModule/Inc/LinkManager/K2LinkDriver.h"
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
 #include "OrbModule/Inc/LinkManager/LinkScan.h"
 #include "OrbModule/Inc/LinkManager/SocketData.h"

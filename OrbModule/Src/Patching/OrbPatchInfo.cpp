@@ -3,7 +3,6 @@
 #include "Audit/Audit.h"
 
 #include <ostream>
-#include <utility>
 
 void OrbPatchInfo::UpdatePatch(Routing::PortsEnum port, Korvo::PatchState state)
 {
