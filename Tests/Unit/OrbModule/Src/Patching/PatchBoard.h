@@ -7,45 +7,71 @@
 
 #include <boost/asio/io_service.hpp>
 
-#include <array>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
-#include <optional>
 #include <utility>
 
-/// The real way of a route, from the Patcher to the table that is active in the simulated FPGA. The thread of the
-/// test is the main thread: it serves the interrupts while it waits.
+/// From the Patcher to the table that is active in the simulated FPGA, all of it real. The thread of the test is the
+/// main thread: it serves the interrupts while it waits.
 class PatchBoard
 {
 public:
-    using EndpointId = std::function<std::uint8_t(std::uint32_t)>;
-    /// Port and slot that feed a slot; none is silence.
-    using Feed = std::optional<std::pair<UINT8GIGEPORT, std::uint32_t>>;
+    /// A port and a slot of it.
+    using Place = std::pair<unsigned, std::uint32_t>;
+    /// What feeds each slot that is not silent.
+    using Feeds = std::map<Place, Place>;
 
-    static constexpr std::uint8_t BulkAddress = 3;
-
-    explicit PatchBoard(std::uint8_t bulkAddress = BulkAddress, const EndpointId& endpointId = LinkAddress);
-    ~PatchBoard();
+    explicit PatchBoard(std::uint8_t bulk = 3, std::uint8_t link0 = 1, std::uint8_t link1 = 2)
+        : mPorts{{bulk, 0}, {link0, 1}, {link1, 2}}
+    {
+        mFpga.SetBulkAddress(bulk);
+        mFpga.SetHold(false);
+        mFpga.SetSyncTime(std::chrono::microseconds{0});
+        mFsi = mRegistry.Register<audio::AudioDmaFsi>("adma");
+        mPatcher =
+            std::make_unique<Patcher>(mService, &mRegistry, std::make_shared<audio::AudioDmaManager>(mFsi, &mRegistry),
+                                      [=](std::uint32_t link) { return link == 0 ? link0 : link1; });
+    }
+    ~PatchBoard()
+    {
+        mFpga.SetHold(false);
+        WaitUntil([this] { return !mFsi->IsSyncing(); });
+    }
     PatchBoard(const PatchBoard&) = delete;
     PatchBoard& operator=(const PatchBoard&) = delete;
 
     simulation::SimulatedFpga& GetFpga() { return mFpga; }
     Patcher& GetPatcher() { return *mPatcher; }
-    /// What feeds a slot in the active table.
-    Feed GetFeed(UINT8GIGEPORT port, std::uint32_t slot) const;
-    using Feeds = std::array<std::array<Feed, Routing::SLOTS_PER_PORT>, Routing::PORT_COUNT>;
-    /// What feeds each slot of each port, of one and the same table.
-    Feeds GetFeeds() const;
+    /// In the table that is active now.
+    Feeds GetFeeds() const
+    {
+        Feeds feeds;
+        for (const std::uint32_t word : mFpga.GetActiveTable()) {
+            if (word >> 12 != 0) feeds[ToPlace(word & 0xFFF)] = ToPlace(word >> 12);
+        }
+        return feeds;
+    }
     /// Serves interrupts until the condition holds; false if it does not within the time.
-    bool WaitUntil(const std::function<bool()>& condition,
-                   std::chrono::milliseconds patience = std::chrono::seconds(5));
+    bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds patience = std::chrono::seconds(5))
+    {
+        const auto deadline = std::chrono::steady_clock::now() + patience;
+        while (std::chrono::steady_clock::now() < deadline) {
+            ServeInterrupts();
+            if (condition()) return true;
+            mFpga.WaitForSyncs(mFpga.GetSyncs() + 1, std::chrono::milliseconds(10));
+        }
+        return false;
+    }
     void ServeInterrupts() { mFsi->DispatchInterrupts(); }
 
-    static std::uint8_t LinkAddress(std::uint32_t link) { return static_cast<std::uint8_t>(link + 1); }
-
 private:
+    Place ToPlace(std::uint32_t transaction) const { return {mPorts.at(transaction >> 9), transaction & 0x1FF}; }
+
     simulation::SimulatedFpga& mFpga = simulation::GetProcessBoard();
+    /// By their ADMA address.
+    const std::map<std::uint32_t, unsigned> mPorts;
     boost::asio::io_service mService;
     fsi::DeviceRegistry mRegistry;
     std::shared_ptr<audio::AudioDmaFsi> mFsi;

@@ -3,7 +3,11 @@
 #include "Tests/Support/RecordingComms.h"
 #include "Tests/Support/Transcript.h"
 
+#include <iterator>
+
 namespace {
+
+using Slots = std::vector<std::uint32_t>;
 
 const DeviceNames Names({{"unit", 0xC0018000},      // the unit itself, as the network names it
                          {"desk", 0xC0010005},      // I/O of the own Orb router
@@ -18,27 +22,125 @@ const DeviceNames Names({{"unit", 0xC0018000},      // the unit itself, as the n
                          {"zero-link", 0x8000},     //
                          {"nobody", 0xC0090001}});
 
-/// A directory of devices that answers as the real one does, also for the devices of the own unit.
-class FakeDevices : public iDevices
+/// Plays what happens to the controller. The directory answers as the real one does, also for the own unit's devices.
+///
+///     [PORT] make|break SOURCE [at LINK[SLOTS]] to DEST    a command, from port 0 if none is named
+///     [PORT] success DEST, retry DEVICE, ping, null        other commands, and each without content
+///     router comes, router goes
+///     DEVICE comes PORT, DEVICE leaves PORT    in the directory, and as reported to the controller
+///     DEVICE silent                            in the directory alone
+///     turn DEST pri|sec                        from the shell
+///     crowd                                    as many destinations as there may be
+///     show DEST                                its states on both links and its swap target
+///     counts                                   slots in use and destinations
+class PatchControllerTest : public testing::TestWithParam<Scene>, iDevices, iPatcher
 {
-public:
-    /// Gigabit port at the remote end by port, 0xFF if not heard there; nodes by their link form.
-    std::map<std::string, std::array<UINT8GIGEPORT, 3>> mRemotePorts{
-        {"unit", {0, 0, 0}},   {"desk", {0, 0, 0}},   {"box", {255, 3, 4}},       {"far", {255, 7, 8}},
-        {"far2", {255, 7, 8}}, {"far3", {255, 7, 8}}, {"node-link", {255, 7, 8}}, {"zero-link", {255, 5, 6}}};
+protected:
+    PatchControllerTest() { mController.OnLocalHidChanged(Names.HidOf("unit")); }
+
+    Lines Play(const std::string& event)
+    {
+        static const std::regex patch(R"((make|break) (\S+)(?: at (\d+)\[([\dx ]*)\])? to (\S+))");
+        mDeeds.clear();
+        const bool hasPort = std::isdigit(event.front()) != 0;
+        const auto port = static_cast<UINT8GIGEPORT>(hasPort ? event.front() - '0' : 0);
+        const std::string command = hasPort ? event.substr(2) : event;
+        std::istringstream words(command);
+        std::string first, second, third;
+        words >> first >> second >> third;
+        std::smatch part;
+        if (std::regex_match(command, part, patch)) {
+            const IoPort source = ToPort(part[2], 1);
+            const PatchSource from(source, static_cast<std::uint8_t>(std::stoul("0" + part.str(3))), ToSlots(part[4]));
+            mController.ReceivedRouterPatchAudioCmd(
+                Share(RouterPatchAudio(from, ToPort(part[5], 2), source, first == "make", false)), port, Local);
+        } else if (first == "success") {
+            mController.ReceivedPatchSucessfulCmd(Share(PatchSucessfulCmd(ToPort(second, 2))), port, Local);
+        } else if (first == "retry") {
+            mController.ReceivedAudioPatchRetryForHid(Share(AudioPatchRetryForHidCmd(Names.HidOf(second))), port,
+                                                      Local);
+        } else if (first == "ping") {
+            mController.ReceivedPingCmd(Share(OstrelPingCmd("ORBMODULE", 0, 0)), port, Local);
+        } else if (first == "null") {
+            mController.ReceivedRouterPatchAudioCmd(nullptr, port, Local);
+            mController.ReceivedPatchSucessfulCmd(nullptr, port, Local);
+            mController.ReceivedAudioPatchRetryForHid(nullptr, port, Local);
+            mController.ReceivedPingCmd(nullptr, port, Local);
+        } else if (first == "router") {
+            mController.OnNetworkConnectionChanged(second == "comes");
+        } else if (first == "turn") {
+            const IoPort dest = ToPort(second, 2);
+            mController.SendPortBitmap(dest.GetHid(), dest.GetIndex(), third == "sec");
+        } else if (first == "crowd") {
+            for (std::size_t i = 0; i < LinkAllocation::MaxDestinations / 1024; ++i)
+                Play("make desk/1 at 0[7x512] to far/" + std::to_string(i));
+        } else if (first == "show") {
+            Show(ToPort(second, 2));
+        } else if (first == "counts") {
+            const LinkAllocation::Counts counts = mController.GetLinkAllocation().GetCounts();
+            mDeeds.push_back(std::to_string(counts.slotsInUse) + " slots, " + std::to_string(counts.destinations) +
+                             " destinations");
+        } else if (second == "silent") {
+            mRemotePorts[first] = {255, 255, 255};
+        } else {
+            ChangeDevice(Names.HidOf(first), second == "comes", static_cast<UINT8GIGEPORT>(std::stoul(third)));
+        }
+        return mDeeds;
+    }
+
+private:
+    static constexpr StreamType Local = StreamType::LOCAL_LINK;
+
+    template <class Command>
+    static std::shared_ptr<const Command> Share(const Command& command)
+    {
+        return std::make_shared<const Command>(command);
+    }
+    static IoPort ToPort(const std::string& text, std::uint32_t style)
+    {
+        const auto slash = text.find('/');
+        return {Names.HidOf(text.substr(0, slash)), style,
+                static_cast<std::uint32_t>(std::stoul(text.substr(slash + 1)))};
+    }
+    /// "4 5", or "7x513" for many of one
+    static Slots ToSlots(const std::string& text)
+    {
+        const auto times = text.find('x');
+        if (times != std::string::npos) return Slots(std::stoul(text.substr(times + 1)), text.front() - '0');
+        std::istringstream words(text);
+        return {std::istream_iterator<std::uint32_t>(words), {}};
+    }
+
+    void ChangeDevice(Hid hid, bool online, UINT8GIGEPORT port)
+    {
+        const std::string kept = Names.NameOf(IsIoHid(hid) ? hid : MakeLinkHid(hid));
+        if (port == Routing::ORB_PORT && !online) {
+            mRemotePorts.erase(kept);
+        } else if (port < 3) {
+            mRemotePorts[kept][port] = online ? UINT8GIGEPORT{9} : UNKNOWN_GIGE_PORT;
+        }
+        mController.OnDeviceChange(hid, port, online, Local);
+    }
+    void Show(const IoPort& dest)
+    {
+        const OrbPatchInfo* const patch = mController.GetPatchStore().Find(dest);
+        std::ostringstream text;
+        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
+            if (patch) text << patch->GetState(port) << LinkText(patch->GetLink(port)) << " | ";
+        }
+        mDeeds.push_back(patch ? text.str() + LinkText(patch->GetSwapTarget()) : "unknown");
+    }
 
     bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const override { return GetDevicePorts(hid, port).IsValid(); }
     bool IsLocalIo(Hid hid) const override { return Names.NameOf(hid) == "box"; }
     bool IsOwnDevice(Hid hid) const override { return GetRackId(hid) == GetRackId(Names.HidOf("unit")); }
-    std::vector<std::uint32_t> GetInputLinkSlot(Hid, AudioPortNumber port) const override
+    Slots GetInputLinkSlot(Hid, AudioPortNumber port) const override
     {
-        std::map<AudioPortNumber, std::vector<std::uint32_t>> slots{{1, {40}}, {5, {45, 46}}, {7, {70000}}};
-        return slots[port];
+        return std::map<AudioPortNumber, Slots>{{1, {40}}, {5, {45, 46}}, {7, {70000}}}[port];
     }
-    std::vector<std::uint32_t> GetOutputLinkSlot(Hid, AudioPortNumber port) const override
+    Slots GetOutputLinkSlot(Hid, AudioPortNumber port) const override
     {
-        std::map<AudioPortNumber, std::vector<std::uint32_t>> slots{{2, {50}}, {6, {56, 57}}, {8, {512}}};
-        return slots[port];
+        return std::map<AudioPortNumber, Slots>{{2, {50}}, {6, {56, 57}}, {8, {512}}}[port];
     }
     DevicePorts GetDevicePorts(Hid hid, Routing::PortsEnum port) const override
     {
@@ -55,13 +157,6 @@ public:
     {
         return !IsLocalIo(hid) && mRemotePorts.count(Names.NameOf(hid)) ? ::GetPortAddress(hid, port) : 0;
     }
-};
-
-class FakePatcher : public iPatcher
-{
-public:
-    explicit FakePatcher(Lines& deeds) : mDeeds(deeds) {}
-
     void ProcessPatchUnpatch(const LinkPatch& patch, bool make) override
     {
         mDeeds.push_back((make ? "route " + LinkText(patch.source) + " to " : std::string("silence ")) +
@@ -75,131 +170,13 @@ public:
     }
     void RemoveAllPatches() override { mDeeds.push_back("remove all"); }
 
-private:
-    Lines& mDeeds;
-};
-
-/// Plays what happens to the controller.
-///
-///     [PORT] make|break SOURCE [at LINK[SLOTS]] to DEST [orig SOURCE]   a command, from port 0 if none is named
-///     [PORT] success DEST, retry DEVICE, ping, null                     other commands, and each without content
-///     router comes, router goes
-///     DEVICE comes PORT, DEVICE leaves PORT    in the directory, and as reported to the controller
-///     DEVICE silent                            in the directory alone
-///     turn DEST pri|sec                        from the shell
-///     show DEST                                its states on both links and its swap target
-///     counts                                   slots in use and destinations
-class PatchControllerTest : public testing::TestWithParam<Scene>
-{
-protected:
-    PatchControllerTest() { mController.OnLocalHidChanged(Names.HidOf("unit")); }
-
-    Lines Play(const std::string& event)
-    {
-        static const std::regex patch(R"((make|break) (\S+)(?: at (\d+)\[([\dx ]*)\])? to (\S+)(?: orig (\S+))?)");
-        mDeeds.clear();
-        const bool hasPort = std::isdigit(event.front()) != 0;
-        const auto port = static_cast<UINT8GIGEPORT>(hasPort ? event.front() - '0' : 0);
-        const std::string command = hasPort ? event.substr(2) : event;
-        std::smatch part;
-        if (std::regex_match(command, part, patch)) {
-            const IoPort source = ToPort(part[2], 1);
-            const PatchSource from(source, static_cast<std::uint8_t>(std::stoul("0" + part.str(3))), ToSlots(part[4]));
-            const RouterPatchAudio audio(from, ToPort(part[5], 2), part[6].matched ? ToPort(part[6], 1) : source,
-                                         part[1] == "make", false);
-            mController.ReceivedRouterPatchAudioCmd(std::make_shared<const RouterPatchAudio>(audio), port, Local);
-        } else {
-            std::istringstream words(command);
-            std::string first, second, third;
-            words >> first >> second >> third;
-            PlayWords(first, second, third, port);
-        }
-        return mDeeds;
-    }
-
-private:
-    static constexpr StreamType Local = StreamType::LOCAL_LINK;
-
-    static IoPort ToPort(const std::string& text, std::uint32_t style)
-    {
-        const auto slash = text.find('/');
-        return {Names.HidOf(text.substr(0, slash)), style,
-                static_cast<std::uint32_t>(std::stoul(text.substr(slash + 1)))};
-    }
-    /// "4 5", "7x513" for many of one
-    static std::vector<std::uint32_t> ToSlots(const std::string& text)
-    {
-        std::vector<std::uint32_t> slots;
-        std::istringstream words(text);
-        for (std::string word; words >> word;) {
-            const auto times = word.find('x');
-            slots.resize(slots.size() + (times == std::string::npos ? 1 : std::stoul(word.substr(times + 1))),
-                         static_cast<std::uint32_t>(std::stoul(word)));
-        }
-        return slots;
-    }
-
-    void PlayWords(const std::string& first, const std::string& second, const std::string& third, UINT8GIGEPORT port)
-    {
-        if (first == "success") {
-            const PatchSucessfulCmd command(ToPort(second, 2));
-            mController.ReceivedPatchSucessfulCmd(std::make_shared<const PatchSucessfulCmd>(command), port, Local);
-        } else if (first == "retry") {
-            const AudioPatchRetryForHidCmd command(Names.HidOf(second));
-            mController.ReceivedAudioPatchRetryForHid(std::make_shared<const AudioPatchRetryForHidCmd>(command), port,
-                                                      Local);
-        } else if (first == "ping") {
-            mController.ReceivedPingCmd(std::make_shared<const OstrelPingCmd>("ORBMODULE", 0, 0), port, Local);
-        } else if (first == "null") {
-            mController.ReceivedRouterPatchAudioCmd(nullptr, port, Local);
-            mController.ReceivedPatchSucessfulCmd(nullptr, port, Local);
-            mController.ReceivedAudioPatchRetryForHid(nullptr, port, Local);
-            mController.ReceivedPingCmd(nullptr, port, Local);
-        } else if (first == "router") {
-            mController.OnNetworkConnectionChanged(second == "comes");
-        } else if (first == "turn") {
-            const IoPort dest = ToPort(second, 2);
-            mController.SendPortBitmap(dest.GetHid(), dest.GetIndex(), third == "sec");
-        } else if (first == "show") {
-            Show(ToPort(second, 2));
-        } else if (first == "counts") {
-            const LinkAllocation::Counts counts = mController.GetLinkAllocation().GetCounts();
-            mDeeds.push_back(std::to_string(counts.slotsInUse) + " slots, " + std::to_string(counts.destinations) +
-                             " destinations");
-        } else if (second == "silent") {
-            mDevices.mRemotePorts[first] = {255, 255, 255};
-        } else {
-            ChangeDevice(first, second == "comes", static_cast<UINT8GIGEPORT>(std::stoul(third)));
-        }
-    }
-
-    void ChangeDevice(const std::string& name, bool online, UINT8GIGEPORT port)
-    {
-        const Hid hid = Names.HidOf(name);
-        const std::string kept = Names.NameOf(IsIoHid(hid) ? hid : MakeLinkHid(hid));
-        if (port == Routing::ORB_PORT && !online) {
-            mDevices.mRemotePorts.erase(kept);
-        } else if (port < 3) {
-            mDevices.mRemotePorts[kept][port] = online ? UINT8GIGEPORT{9} : UNKNOWN_GIGE_PORT;
-        }
-        mController.OnDeviceChange(hid, port, online, Local);
-    }
-
-    void Show(const IoPort& dest)
-    {
-        const OrbPatchInfo* const patch = mController.GetPatchStore().Find(dest);
-        std::ostringstream text;
-        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-            if (patch) text << patch->GetState(port) << LinkText(patch->GetLink(port)) << " | ";
-        }
-        mDeeds.push_back(patch ? text.str() + LinkText(patch->GetSwapTarget()) : "unknown");
-    }
-
     Lines mDeeds;
-    FakeDevices mDevices;
+    /// Gigabit port at the remote end by port, 0xFF if not heard there; nodes by their link form.
+    std::map<std::string, std::array<UINT8GIGEPORT, 3>> mRemotePorts{
+        {"unit", {0, 0, 0}},   {"desk", {0, 0, 0}},   {"box", {255, 3, 4}},       {"far", {255, 7, 8}},
+        {"far2", {255, 7, 8}}, {"far3", {255, 7, 8}}, {"node-link", {255, 7, 8}}, {"zero-link", {255, 5, 6}}};
     RecordingComms mComms{[this](const std::string& deed) { mDeeds.push_back(deed); }, Names};
-    FakePatcher mPatcher{mDeeds};
-    PatchController mController{mDevices, mComms, mPatcher};
+    PatchController mController{*this, mComms, *this};
 };
 
 const Scene Scenes[] = {
@@ -362,6 +339,11 @@ make box/5 to desk/2 ->
 show desk/2 -> Patch Not Sent 255[] | Patch Not Sent 255[] | 255[]
 make box/1 to desk/3 -> P0 make unit/511 at 0[511] to desk/3 orig box/1 use-me; route 1[40] to 0[511]
 counts -> 512 slots, 512 destinations
+)"},
+    {"WithoutPlaceForADestinationNothingIsSaidOfARoute", R"(
+crowd
+counts -> 1024 slots, 262144 destinations
+make box/5 to box/6; counts -> 1024 slots, 262144 destinations
 )"},
     {"ADeviceThatComesBackGetsItsPatchesAgain", R"(
 box silent ->

@@ -12,54 +12,35 @@ namespace {
 
 constexpr Hid BoxA = 0xC0010001;
 constexpr Hid BoxB = 0xC0020001;
+constexpr IoPort In(BoxA, 1, 1);
 constexpr Routing::PortsEnum Pri = Routing::PRIMARY_PORT;
 
-IoPort In(Hid hid, std::uint32_t index)
+IoPort Out(std::size_t number)
 {
-    return IoPort(hid, 1, index);
+    return IoPort(Hid(static_cast<std::uint32_t>(BoxB + (number >> 12))), 2, static_cast<std::uint32_t>(number));
 }
-IoPort Out(Hid hid, std::uint32_t index)
-{
-    return IoPort(hid, 2, index);
-}
-
-class PatchStoreTest : public testing::Test
-{
-protected:
-    PatchStore mStore;
-};
 
 } // namespace
 
-TEST_F(PatchStoreTest, OnlyWhatWasSentOnALinkSurvivesRemoveUnsent)
+TEST(PatchStore, OnlyWhatWasSentOnALinkSurvivesRemoveUnsent)
 {
-    const struct
-    {
-        Routing::PortsEnum port;
-        Korvo::PatchState state;
-        bool stays;
-    } cases[] = {{Pri, Korvo::PatchSuccess, true},
-                 {Routing::SECONDARY_PORT, Korvo::PatchReserved, true},
-                 {Pri, Korvo::PatchSent, true},
-                 {Routing::ORB_PORT, Korvo::PatchSuccess, false},
-                 {ToPortsEnum(3), Korvo::PatchSuccess, false},
-                 {Pri, Korvo::PatchNotSent, false}};
-    std::uint32_t index = 0;
-    for (const auto& c : cases) {
-        mStore.StorePatch(In(BoxA, index), Out(BoxB, index));
-        mStore.UpdatePatch(Out(BoxB, index++), c.port, c.state);
+    PatchStore store;
+    const std::tuple<UINT8GIGEPORT, Korvo::PatchState, bool> cases[] = {
+        {1, Korvo::PatchSuccess, true},  {2, Korvo::PatchReserved, true}, {1, Korvo::PatchSent, true},
+        {0, Korvo::PatchSuccess, false}, {3, Korvo::PatchSuccess, false}, {1, Korvo::PatchNotSent, false}};
+    std::size_t number = 0;
+    for (const auto& [port, state, stays] : cases) {
+        store.StorePatch(In, Out(number));
+        store.UpdatePatch(Out(number++), ToPortsEnum(port), state);
     }
-    mStore.RemoveUnsent();
-    index = 0;
-    for (const auto& c : cases) {
-        EXPECT_EQ(mStore.GetPatchState(Out(BoxB, index), Pri).has_value(), c.stays) << index;
-        ++index;
-    }
+    store.RemoveUnsent();
+    while (number-- > 0)
+        EXPECT_EQ(store.GetPatchState(Out(number), Pri).has_value(), std::get<bool>(cases[number])) << number;
 }
 
-TEST_F(PatchStoreTest, PrintsAPatchAsTheShellShowsIt)
+TEST(PatchStore, PrintsAPatchAsTheShellShowsItAndDropsASwapTargetThatNoLinkNeeds)
 {
-    OrbPatchInfo patch(In(BoxA, 1), Out(BoxB, 2));
+    OrbPatchInfo patch(In, Out(2));
     patch.UpdatePatch(Pri, Korvo::PatchSuccess, {1, {3}});
     patch.SetSwapTarget({0, {9, 10}});
     std::ostringstream out;
@@ -69,35 +50,35 @@ TEST_F(PatchStoreTest, PrintsAPatchAsTheShellShowsIt)
                          "\n\t\t\tPri Patch Success \n\t\t\tSec Patch Not Sent "
                          "\n\t\t\tPri  GigE:TDM Pri Korvo 3 \n\t\t\tSec  GigE:TDM UNKNOWN 255 "
                          "\n\t\t\tSwap GigE:TDM ORB PORT 9 10 ");
+    EXPECT_EQ(patch.GetLink(ToPortsEnum(3)), GigeAndSlots{});
+    patch.UpdatePatch(Pri, Korvo::PatchSent);
+    EXPECT_EQ(patch.GetSwapTarget(), GigeAndSlots{});
 }
 
-TEST_F(PatchStoreTest, WhatPeersCanMakeItHoldHasALimit)
+TEST(PatchStore, WhatPeersCanMakeItHoldHasALimit)
 {
     Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::Information), 0);
-    const auto dest = [](std::size_t number) {
-        return Out(Hid(static_cast<std::uint32_t>(number >> 12)), static_cast<std::uint32_t>(number & 0xFFF));
-    };
+    PatchStore store;
+    const IoPort last = Out(PatchStore::MaxPatches);
     for (std::size_t i = 0; i < PatchStore::MaxPatches; ++i)
-        ASSERT_TRUE(mStore.StorePatch(In(BoxA, 1), dest(i)));
-    EXPECT_FALSE(mStore.StorePatch(In(BoxA, 1), Out(BoxB, 1)));
-    EXPECT_TRUE(mStore.StorePatch(In(BoxB, 1), dest(5))) << "it is stored already";
-    EXPECT_EQ(mStore.Find(dest(5))->GetSource(), In(BoxA, 1)) << "and keeps its first source";
-    mStore.RemovePatch(dest(5));
-    EXPECT_TRUE(mStore.StorePatch(In(BoxA, 1), Out(BoxB, 1)));
+        ASSERT_TRUE(store.StorePatch(In, Out(i)));
+    EXPECT_FALSE(store.StorePatch(In, last));
+    EXPECT_TRUE(store.StorePatch(last, Out(5))) << "it is stored already";
+    EXPECT_EQ(store.Find(Out(5))->GetSource(), In) << "and keeps its first source";
+    store.RemovePatch(Out(5));
+    EXPECT_TRUE(store.StorePatch(In, last));
 
     const GigeAndSlots link{1, std::vector<std::uint32_t>(512, 7)};
-    for (std::size_t i = 10; i < 10 + PatchStore::MaxSlots / 512; ++i) {
-        mStore.UpdatePatch(dest(i), Pri, Korvo::PatchSuccess, link);
-    }
-    mStore.UpdatePatch(Out(BoxB, 1), Pri, Korvo::PatchSuccess, link);
-    EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), Pri), GigeAndSlots{});
-    EXPECT_EQ(mStore.GetPatchState(Out(BoxB, 1), Pri), Korvo::PatchSuccess);
-    mStore.RemovePatch(dest(10));
-    mStore.UpdatePatch(Out(BoxB, 1), Pri, Korvo::PatchSuccess, link);
-    EXPECT_EQ(mStore.GetPatchLink(Out(BoxB, 1), Pri), link);
-    mStore.UpdatePatch(BoxA, Pri, Korvo::PatchNotSent);
-    mStore.RemoveUnsent();
-    EXPECT_EQ(mStore.Find(dest(11)), nullptr);
-    EXPECT_EQ(mStore.Find(Out(BoxB, 1)), nullptr);
-    Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::Information), 1);
+    for (std::size_t i = 10; i < 10 + PatchStore::MaxSlots / 512; ++i)
+        store.UpdatePatch(Out(i), Pri, Korvo::PatchSuccess, link);
+    store.UpdatePatch(last, Pri, Korvo::PatchSuccess, link);
+    EXPECT_EQ(store.GetPatchLink(last, Pri), GigeAndSlots{});
+    EXPECT_EQ(store.GetPatchState(last, Pri), Korvo::PatchSuccess);
+    store.RemovePatch(Out(10));
+    store.UpdatePatch(last, Pri, Korvo::PatchSuccess, link);
+    EXPECT_EQ(store.GetPatchLink(last, Pri), link);
+    store.UpdatePatch(BoxA, Pri, Korvo::PatchNotSent);
+    store.RemoveUnsent();
+    EXPECT_EQ(store.Find(Out(11)), nullptr);
+    EXPECT_EQ(store.Find(last), nullptr);
 }
