@@ -100,49 +100,19 @@ std::ostream& K2Heartbeat::operator<<(std::ostream& out, LinkType type)
 
 K2Heartbeat::LinkType ToLinkType(RemoteDeviceType type)
 {
-    switch (type) {
-    case RemoteDeviceType::Modular:
-        return K2Heartbeat::K2_MODULAR_TYPE;
-    case RemoteDeviceType::FixedFormat:
-        return K2Heartbeat::K2_FIXED_FORMAT_TYPE;
-    case RemoteDeviceType::Router:
-        return K2Heartbeat::K2_ROUTER_TYPE;
-    case RemoteDeviceType::Module:
-        return K2Heartbeat::K2_MODULE_TYPE;
-    case RemoteDeviceType::Hub:
-        return K2Heartbeat::K2_HUB_TYPE;
-    case RemoteDeviceType::Orb:
-        return K2Heartbeat::K2_ORB_TYPE;
-    case RemoteDeviceType::AoIP:
-        return K2Heartbeat::K2_AOIP_TYPE;
-    case RemoteDeviceType::None:
-    case RemoteDeviceType::Unknown:
-        break;
-    }
-    return K2Heartbeat::K2_NO_TYPE;
+    using namespace K2Heartbeat;
+    constexpr std::array<LinkType, 8> Types = {K2_MODULAR_TYPE, K2_FIXED_FORMAT_TYPE, K2_NO_TYPE,  K2_ROUTER_TYPE,
+                                               K2_MODULE_TYPE,  K2_HUB_TYPE,          K2_ORB_TYPE, K2_AOIP_TYPE};
+    const auto number = static_cast<std::size_t>(type);
+    return number < Types.size() ? Types[number] : K2_NO_TYPE;
 }
 
 RemoteDeviceType ToRemoteDeviceType(K2Heartbeat::LinkType type)
 {
-    switch (type) {
-    case K2Heartbeat::K2_ROUTER_TYPE:
-        return RemoteDeviceType::Router;
-    case K2Heartbeat::K2_FIXED_FORMAT_TYPE:
-        return RemoteDeviceType::FixedFormat;
-    case K2Heartbeat::K2_MODULAR_TYPE:
-        return RemoteDeviceType::Modular;
-    case K2Heartbeat::K2_MODULE_TYPE:
-        return RemoteDeviceType::Module;
-    case K2Heartbeat::K2_HUB_TYPE:
-        return RemoteDeviceType::Hub;
-    case K2Heartbeat::K2_ORB_TYPE:
-        return RemoteDeviceType::Orb;
-    case K2Heartbeat::K2_AOIP_TYPE:
-        return RemoteDeviceType::AoIP;
-    case K2Heartbeat::K2_NO_TYPE:
-        break;
-    }
-    return RemoteDeviceType::Unknown;
+    using Remote = RemoteDeviceType;
+    constexpr std::array<Remote, 8> Types = {Remote::Unknown, Remote::Router, Remote::FixedFormat, Remote::Modular,
+                                             Remote::Module,  Remote::Hub,    Remote::Orb,         Remote::AoIP};
+    return type < Types.size() ? Types[type] : Remote::Unknown;
 }
 
 std::ostream& SampleRates::operator<<(std::ostream& out, SystemSampleRate rate)

@@ -23,6 +23,7 @@ class ByteField
 public:
     constexpr ByteField() = default;
     constexpr ByteField(Enumeration value) : mValue(value) {}
+    explicit constexpr ByteField(std::uint8_t number) : mValue(static_cast<Enumeration>(number)) {}
     constexpr operator Enumeration() const { return mValue; }
 
 private:
@@ -41,7 +42,7 @@ private:
     std::uint32_t mValue = 0;
 };
 
-template <class Type>
+template <class Type, class = void>
 struct FieldCodec;
 
 template <class Type>
@@ -61,7 +62,7 @@ void ReadField(KLVReadSet& set, Type& value)
 }
 
 // A record: the fields of VisitFields in a row.
-template <class Type>
+template <class Type, class>
 struct FieldCodec
 {
     static std::uint32_t GetLength(const Type& record)
@@ -93,51 +94,23 @@ struct NumberCodec
     }
 };
 
-template <>
-struct FieldCodec<bool> : NumberCodec<bool, bool>
+template <class Type>
+struct FieldCodec<Type, std::enable_if_t<IsNative<Type>>> : NumberCodec<Type, Type>
 {};
-template <>
-struct FieldCodec<std::int8_t> : NumberCodec<std::int8_t, std::int8_t>
+
+/// With the width of its underlying type.
+template <class Enumeration>
+struct FieldCodec<Enumeration, std::enable_if_t<std::is_enum_v<Enumeration>>>
+    : NumberCodec<Enumeration, std::underlying_type_t<Enumeration>>
 {};
-template <>
-struct FieldCodec<std::uint8_t> : NumberCodec<std::uint8_t, std::uint8_t>
-{};
-template <>
-struct FieldCodec<std::int16_t> : NumberCodec<std::int16_t, std::int16_t>
-{};
-template <>
-struct FieldCodec<std::uint16_t> : NumberCodec<std::uint16_t, std::uint16_t>
-{};
-template <>
-struct FieldCodec<std::int32_t> : NumberCodec<std::int32_t, std::int32_t>
-{};
-template <>
-struct FieldCodec<std::uint32_t> : NumberCodec<std::uint32_t, std::uint32_t>
-{};
+
 template <>
 struct FieldCodec<Hid> : NumberCodec<Hid, std::uint32_t>
 {};
 
-/// An enumeration with the width of its underlying type.
 template <class Enumeration>
-struct EnumCodec : NumberCodec<Enumeration, std::underlying_type_t<Enumeration>>
+struct FieldCodec<ByteField<Enumeration>> : NumberCodec<ByteField<Enumeration>, std::uint8_t>
 {};
-
-template <class Enumeration>
-struct FieldCodec<ByteField<Enumeration>>
-{
-    using Field = ByteField<Enumeration>;
-    static std::uint32_t GetLength(const Field&) { return 1; }
-    static void Write(KLVWriteSet& set, const Field& value)
-    {
-        set.WriteNative(static_cast<std::uint8_t>(static_cast<Enumeration>(value)));
-    }
-    static void Read(KLVReadSet& set, Field& value)
-    {
-        std::uint8_t number = 0;
-        if (set.ReadNative(number)) value = static_cast<Enumeration>(number);
-    }
-};
 
 template <>
 struct FieldCodec<NetworkAddress>

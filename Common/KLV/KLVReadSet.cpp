@@ -73,13 +73,6 @@ bool KLVReadSet::ReadString(std::string& text)
     return true;
 }
 
-void KLVReadSet::Skip()
-{
-    mStream.Skip(GetBytesLeft(), false);
-}
-
-KLVCommandReadSet::KLVCommandReadSet(DataStream& stream) : KLVReadSet(stream) {}
-
 KLVCommandReadSet::~KLVCommandReadSet()
 {
     AUDIT_LOG(KLVCommandReadSetDebug, "KLVCommandReadSet: %p (%u):%s\r\n", static_cast<const void*>(&mStream),

@@ -49,7 +49,7 @@ public:
     }
 
     /// Moves the stream to the end of the item, without a word.
-    void Skip();
+    void Skip() { mStream.Skip(GetBytesLeft(), false); }
     /// Bytes of the value that have not been read.
     std::uint32_t GetBytesLeft() const;
     std::uint32_t GetCommandId() const { return mKey & Klv::ID_MASK; }
@@ -69,6 +69,6 @@ private:
 class KLVCommandReadSet : public KLVReadSet
 {
 public:
-    explicit KLVCommandReadSet(DataStream& stream);
+    explicit KLVCommandReadSet(DataStream& stream) : KLVReadSet(stream) {}
     ~KLVCommandReadSet() override;
 };

@@ -20,21 +20,11 @@ KLVWriteSet::KLVWriteSet(DataStream& stream, std::uint32_t key, std::uint32_t le
     mStream.BeginKey(key, mItemIndex, mValueMark, static_cast<std::int32_t>(length));
 }
 
-KLVWriteSet::~KLVWriteSet()
-{
-    mStream.EndKey(mItemIndex, mValueMark, mKey);
-}
-
 void KLVWriteSet::WriteNumber(const std::uint8_t* bytes, std::uint32_t size)
 {
     if (mStream.Write(bytes, size)) return;
     AUDIT_LOG(Fault, "ERROR in KLVWriteSet::WriteNative - some data was not written for data key 0x%-8.8lx \n",
               static_cast<unsigned long>(mKey));
-}
-
-bool KLVWriteSet::WriteRaw(const void* src, std::uint32_t size)
-{
-    return mStream.Write(src, size);
 }
 
 void KLVWriteSet::WriteString(const std::string& text)

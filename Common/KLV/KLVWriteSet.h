@@ -22,7 +22,7 @@ constexpr bool IsNative =
 class KLVWriteSet : public KLVSet
 {
 public:
-    ~KLVWriteSet() override;
+    ~KLVWriteSet() override { mStream.EndKey(mItemIndex, mValueMark, mKey); }
 
     /// Kept for a stream that coalesces; a command needs none, since its bytes leave when its set closes.
     virtual void Commit() { mStream.Commit(); }
@@ -39,7 +39,7 @@ public:
         }
         WriteNumber(bytes, sizeof bytes);
     }
-    bool WriteRaw(const void* src, std::uint32_t size);
+    bool WriteRaw(const void* src, std::uint32_t size) { return mStream.Write(src, size); }
     /// A byte count and the bytes. A string of more than 1024 bytes is reported, and written all the same.
     void WriteString(const std::string& text);
     /// Kept for values of numbers alone; commands write their lists field by field.

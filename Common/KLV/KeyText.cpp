@@ -1,28 +1,20 @@
 #include "Common/KLV/KeyText.h"
 
-namespace {
-
-std::string Number(std::uint32_t value)
-{
-    return std::to_string(value);
-}
-
-} // namespace
-
 std::string KeyToText(std::uint32_t key)
 {
     const std::uint32_t type = key >> 27;
-    if (type >= Klv::KEY_KINDS.size()) return "UNKNOWN " + Number(type);
+    if (type >= Klv::KEY_KINDS.size()) return "UNKNOWN " + std::to_string(type);
     const auto& [tag, layout, idTag] = Klv::KEY_KINDS[type];
     switch (layout) {
     case Klv::KeyLayout::Numbers:
-        return tag + Number((key >> 18) & 0x1FF) + ":D" + Number((key >> 11) & 0x7F) + idTag + Number(key & 0x7FF);
+        return tag + std::to_string((key >> 18) & 0x1FF) + ":D" + std::to_string((key >> 11) & 0x7F) + idTag +
+               std::to_string(key & 0x7FF);
     case Klv::KeyLayout::VersionAndId:
-        return tag + Number((key >> 22) & 31) + idTag + Number(key & 0x3FFFFF);
+        return tag + std::to_string((key >> 22) & 31) + idTag + std::to_string(key & 0x3FFFFF);
     case Klv::KeyLayout::Message:
         break;
     }
-    return tag + Number(key & 0xFFFF);
+    return tag + std::to_string(key & 0xFFFF);
 }
 
 std::string LocationToText(const DeskLocation& location)
@@ -54,5 +46,5 @@ std::string LocationToText(const DeskLocation& location)
                                                    "OSTREL_TENDER"};
     const char* text = location.first < Texts.size() ? Texts[location.first] : nullptr;
     if (location.first == 65535) text = "UNKNOWN.";
-    return (text ? text : "<MISSING STRING>.") + Number(location.second);
+    return (text ? text : "<MISSING STRING>.") + std::to_string(location.second);
 }

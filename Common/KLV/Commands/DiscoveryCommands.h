@@ -3,7 +3,7 @@
 // Discovery: requests for descriptions, the descriptions, and reports of devices.
 
 #include "Common/KLV/Command.h"
-#include "Common/KLV/ModelFields.h"
+#include "MiscSource/GlobalConstants.h"
 
 #include <array>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // Commands of I/O control, which the module passes on between the Orb router and the devices.
 
 #include "Common/KLV/Command.h"
-#include "Common/KLV/ModelFields.h"
+#include "MiscSource/GlobalConstants.h"
 
 #include <cstdint>
 #include <string>

@@ -4,7 +4,7 @@
 
 #include "Common/KLV/Command.h"
 #include "Common/KLV/CommandContainer.h"
-#include "Common/KLV/ModelFields.h"
+#include "MiscSource/GlobalConstants.h"
 
 #include <cstdint>
 #include <memory>
