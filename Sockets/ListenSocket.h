@@ -4,18 +4,18 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 /// Accepts connections, each of which becomes an X on the same handler, owned by it.
-template <class X>
+/// @tparam HandlerOfX what an X takes for its handler.
+template <class X, class HandlerOfX = ISocketHandler>
 class ListenSocket : public Socket
 {
 public:
-    explicit ListenSocket(ISocketHandler& handler) : Socket(handler), mSpare(OpenSpare()) {}
+    explicit ListenSocket(HandlerOfX& handler) : Socket(handler), mOwner(handler), mSpare(OpenSpare()) {}
     ~ListenSocket() override
     {
         if (mSpare != -1) ::close(mSpare);
@@ -27,13 +27,9 @@ public:
         const int fd = CreateSocket(SOCK_STREAM, "tcp");
         if (fd == -1) return -1;
         const Ipv4Address address(port);
-        if (::bind(fd, address.GetSockaddr(), address.GetLength()) == -1) {
-            LogError("bind", errno, LogLevel::Fatal);
-            ::close(fd);
-            return -1;
-        }
-        if (::listen(fd, depth) == -1) {
-            LogError("listen", errno, LogLevel::Fatal);
+        const bool isBound = ::bind(fd, address.GetSockaddr(), address.GetLength()) == 0;
+        if (!isBound || ::listen(fd, depth) == -1) {
+            LogError(isBound ? "listen" : "bind", errno, LogLevel::Fatal);
             ::close(fd);
             return -1;
         }
@@ -84,7 +80,7 @@ private:
             ::close(fd);
             return true;
         }
-        X* const socket = Handler().Own(std::make_unique<X>(Handler()));
+        X* const socket = mOwner.Own(std::make_unique<X>(mOwner));
         socket->SetParent(this);
         socket->Attach(fd);
         socket->SetNonblocking(fd);
@@ -110,6 +106,7 @@ private:
         mSpare = OpenSpare();
     }
 
+    HandlerOfX& mOwner;
     int mDepth = 0;
     int mSpare;
 };

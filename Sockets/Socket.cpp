@@ -71,11 +71,6 @@ void Socket::LogError(const std::string& call, int error, LogLevel level)
     LogError(call, error, std::strerror(error), level);
 }
 
-void Socket::LogError(const std::string& call, int error, const std::string& text, LogLevel level)
-{
-    mHandler.LogError(this, call, error, text, level);
-}
-
 bool Socket::SetNonblocking(int fd)
 {
     if (fcntl(fd, F_SETFL, O_NONBLOCK) != -1) return true;

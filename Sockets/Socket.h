@@ -92,7 +92,10 @@ protected:
     /// none.
     int CreateSocket(int type, const char* protocol);
     void LogError(const std::string& call, int error, LogLevel level);
-    void LogError(const std::string& call, int error, const std::string& text, LogLevel level);
+    void LogError(const std::string& call, int error, const std::string& text, LogLevel level)
+    {
+        mHandler.LogError(this, call, error, text, level);
+    }
 
 private:
     bool SetOption(int fd, int option, const void* value, socklen_t size, const char* name);

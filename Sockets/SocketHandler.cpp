@@ -197,11 +197,6 @@ bool SocketHandler::Valid(const Socket* socket) const
                        [socket](const auto& entry) { return entry.second == socket; });
 }
 
-std::size_t SocketHandler::GetCount() const
-{
-    return mSockets.size() + mAdd.size() + mDelete.size();
-}
-
 void SocketHandler::AddList(int fd, WorkList list, bool add)
 {
     if (fd == -1) {

@@ -40,7 +40,7 @@ public:
     int Select() override;
     int Select(timeval* timeout) override;
     bool Valid(const Socket* socket) const override;
-    std::size_t GetCount() const override;
+    std::size_t GetCount() const override { return mSockets.size() + mAdd.size() + mDelete.size(); }
     bool OkToAccept() const override { return true; }
     void AddList(int fd, WorkList list, bool add) override;
     std::time_t Now() const override { return mClock(); }

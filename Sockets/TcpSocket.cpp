@@ -149,12 +149,10 @@ void TcpSocket::OnRead()
         // Nothing there after all: no reason to give the connection up.
         if (errno == EAGAIN || errno == EINTR) return;
         LogError("read", errno, LogLevel::Fatal);
-        SetCloseAndDelete();
-        SetFlushBeforeClose(false);
+        CloseAtOnce();
     } else if (size == 0) {
         OnDisconnect();
-        SetCloseAndDelete();
-        SetFlushBeforeClose(false);
+        CloseAtOnce();
         SetShutdown(ShutByPeer);
     } else if (size > 0) {
         mBytesReceived += static_cast<std::uint64_t>(size);

@@ -97,16 +97,6 @@ void KLVTCPStream::OnAccept()
     StreamUp("OnAccept");
 }
 
-void KLVTCPStream::OnConnect()
-{
-    StreamUp("OnConnect");
-}
-
-void KLVTCPStream::OnReconnect()
-{
-    StreamUp("OnReconnect");
-}
-
 void KLVTCPStream::StreamUp(const char* event)
 {
     mStreamConnected = true;

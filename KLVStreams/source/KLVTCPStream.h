@@ -24,8 +24,8 @@ public:
     virtual void TcpConnect(ISocketHandler& handler, const std::string& host, std::uint16_t port);
     void OnRead() override;
     void OnAccept() override;
-    void OnConnect() override;
-    void OnReconnect() override;
+    void OnConnect() override { StreamUp("OnConnect"); }
+    void OnReconnect() override { StreamUp("OnReconnect"); }
     void OnDisconnect() override;
     /// Kept for a socket layer that gives the cause of an end.
     /// @param info bit 0: a write, else a read; bit 1: a normal end, else an error.
@@ -65,12 +65,13 @@ public:
     std::uint32_t GetRemoteIp() const { return mRemoteAddress; }
 
 protected:
+    /// The stream has connected. @param event the operation that says so, for the log.
+    virtual void StreamUp(const char* event);
     /// Ends a stream whose framing can no longer be trusted, with a line in the log.
     void CloseBroken(const std::string& reason);
 
 private:
     void HandleItem();
-    void StreamUp(const char* event);
     void IdentifyPeer();
     void IdentifyRole(std::uint8_t lastLocalOctet);
     void FixSegmentSize();

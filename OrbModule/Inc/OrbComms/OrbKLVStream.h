@@ -10,14 +10,10 @@ class OrbKLVSocketHandler;
 class OrbKLVStream : public KLVTCPStream
 {
 public:
-    /// The handler is an OrbKLVSocketHandler; with any other the stream reports nowhere.
-    explicit OrbKLVStream(ISocketHandler& handler);
+    explicit OrbKLVStream(OrbKLVSocketHandler& handler);
 
     /// A stream that this side opened resets its connection when it closes, so that nothing lingers.
     void OnOptions(int fd) override;
-    void OnAccept() override;
-    void OnConnect() override;
-    void OnReconnect() override;
     using KLVTCPStream::OnDisconnect;
     void OnDisconnect() override;
     void OnDelete() override;
@@ -47,10 +43,11 @@ public:
         return mPort == other.mPort && IsAimedAt(other.mTargetAddress, other.mTargetPort);
     }
 
-private:
-    void LogEvent(const char* event) const;
+protected:
+    void StreamUp(const char* event) override;
 
-    OrbKLVSocketHandler* const mHandler;
+private:
+    OrbKLVSocketHandler& mHandler;
     UINT8GIGEPORT mPort = UNKNOWN_GIGE_PORT;
     StreamType mStreamType = StreamType::UNKNOWN_STREAM;
     std::uint32_t mTargetAddress = 0;

@@ -77,6 +77,7 @@ public:
     {
         return Send(StreamName::OnPort(LOCAL_LINK, port), command);
     }
+    bool SendToOrb(const DeskCommand& command) { return SendLocal(command, Routing::ORB_PORT); }
     bool SendUpdate(const DeskCommand& command)
     {
         return Send(StreamName::OnPort(UPDATE_LINK, Routing::ORB_PORT), command);

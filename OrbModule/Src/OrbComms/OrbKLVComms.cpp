@@ -64,7 +64,7 @@ OrbKLVComms::~OrbKLVComms()
 
 std::optional<std::uint16_t> OrbKLVComms::Listen(std::uint16_t port, const char* name)
 {
-    auto listener = std::make_unique<ListenSocket<OrbKLVStream>>(mHandler);
+    auto listener = std::make_unique<ListenSocket<OrbKLVStream, OrbKLVSocketHandler>>(mHandler);
     if (listener->Bind(port, Backlog) != 0) {
         AUDIT_LOG(Fault, "OrbRouterKLVComms FAILED to bind %s listener\r\n", name);
         return std::nullopt;

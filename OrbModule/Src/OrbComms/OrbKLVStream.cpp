@@ -5,14 +5,7 @@
 #include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
 
-OrbKLVStream::OrbKLVStream(ISocketHandler& handler)
-    : KLVTCPStream(handler), mHandler(dynamic_cast<OrbKLVSocketHandler*>(&handler))
-{}
-
-void OrbKLVStream::LogEvent(const char* event) const
-{
-    AUDIT_STREAM(RouterConnectionDebug, "OrbKLVStream::" << event << ": " << AddressText(GetRemoteIp()) << "\n");
-}
+OrbKLVStream::OrbKLVStream(OrbKLVSocketHandler& handler) : KLVTCPStream(handler), mHandler(handler) {}
 
 void OrbKLVStream::OnOptions(int fd)
 {
@@ -20,25 +13,11 @@ void OrbKLVStream::OnOptions(int fd)
     if (mTargetPort != 0) SetSoLinger(fd, true, 0);
 }
 
-void OrbKLVStream::OnAccept()
+void OrbKLVStream::StreamUp(const char* event)
 {
-    LogEvent("OnAccept");
-    KLVTCPStream::OnAccept();
-    if (mHandler) mHandler->GetComms().AddKLVStream(*this);
-}
-
-void OrbKLVStream::OnConnect()
-{
-    LogEvent("OnConnect");
-    KLVTCPStream::OnConnect();
-    if (mHandler) mHandler->GetComms().AddKLVStream(*this);
-}
-
-void OrbKLVStream::OnReconnect()
-{
-    LogEvent("OnReconnect");
-    KLVTCPStream::OnReconnect();
-    if (mHandler) mHandler->GetComms().AddKLVStream(*this);
+    AUDIT_STREAM(RouterConnectionDebug, "OrbKLVStream::" << event << ": " << AddressText(GetRemoteIp()) << "\n");
+    KLVTCPStream::StreamUp(event);
+    mHandler.GetComms().AddKLVStream(*this);
 }
 
 void OrbKLVStream::OnDisconnect()
@@ -47,7 +26,7 @@ void OrbKLVStream::OnDisconnect()
                                                                        << " Shutdownlocally "
                                                                        << FlagText(WasShutdownLocally()) << "\n");
     KLVTCPStream::OnDisconnect();
-    if (mHandler) mHandler->GetComms().RemoveKLVStream(*this);
+    mHandler.GetComms().RemoveKLVStream(*this);
     if (WasShutdownLocally()) return;
     SetFlushBeforeClose(false);
     ShutdownStreamViaHandler();
@@ -57,7 +36,7 @@ void OrbKLVStream::OnDelete()
 {
     AUDIT_STREAM(RouterConnectionDebug, "OrbKLVStream::OnDelete: " << AddressText(GetRemoteIp()) << "\n");
     KLVTCPStream::OnDelete();
-    if (mHandler) mHandler->GetComms().RemoveKLVStream(*this);
+    mHandler.GetComms().RemoveKLVStream(*this);
 }
 
 bool OrbKLVStream::HandleKey(std::uint32_t keyType, DataStream* stream)
@@ -67,11 +46,10 @@ bool OrbKLVStream::HandleKey(std::uint32_t keyType, DataStream* stream)
                           "Unknown KLV Keytype received: " + std::to_string(keyType) + "\n");
         return false;
     }
-    if (!mHandler) return true;
     bool bad = false;
     {
         KLVCommandReadSet set(stream ? *stream : *this);
-        mHandler->GetProcessor().Dispatch(set, mPort, mStreamType);
+        mHandler.GetProcessor().Dispatch(set, mPort, mStreamType);
         bad = set.IsBad();
     }
     if (bad) CloseBroken("a command does not fit its item");

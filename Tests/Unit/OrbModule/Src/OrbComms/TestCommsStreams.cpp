@@ -98,7 +98,8 @@ TEST_F(CommsStreams, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
 TEST_F(CommsStreams, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTakesNothing)
 {
     Start();
-    SocketHandler elsewhere;
+    HandlerMutex mutex;
+    OrbKLVSocketHandler elsewhere(mutex, *mComms, mProcessor);
     OrbKLVStream stream(elsewhere);
     stream.SetPort(2);
     stream.SetStreamType(StreamType::LOCAL_LINK);
