@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <thread>
 
 /// The module heartbeat: once a second, 5 bytes to the master control, which say that the module lives and which master
@@ -41,7 +40,7 @@ private:
     bool Send();
 
     boost::asio::io_service mService;
-    std::unique_ptr<boost::asio::io_service::work> mWork;
+    boost::asio::io_service::work mWork{mService};
     boost::asio::ip::udp::socket mSocket;
     boost::asio::steady_timer mTimer;
     const Endpoint mDestination;

@@ -7,6 +7,7 @@
 #include <boost/asio/ip/udp.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <poll.h>
 #include <string>
 
@@ -23,9 +24,6 @@ public:
     explicit K2LinkDriver(const LinkManager& manager);
     /// @param environment outlives this object.
     K2LinkDriver(std::uint32_t portCount, const LinkEnvironment& environment);
-    ~K2LinkDriver();
-    K2LinkDriver(const K2LinkDriver&) = delete;
-    K2LinkDriver& operator=(const K2LinkDriver&) = delete;
 
     static std::string GetInterfaceName(LinkIndex link);
     // Each gives the status of the shell command, 0 for success.
@@ -63,11 +61,13 @@ public:
     static void ReadReport(const std::uint8_t* bytes, std::size_t size, K2LinkStatus& status);
 
 private:
+    using SocketOwner = std::unique_ptr<nl_sock, void (*)(nl_sock*)>;
+
     bool ReceiveReport(K2LinkStatus& status);
     void RequestStatus(std::uint32_t port);
 
     const LinkEnvironment& mEnvironment;
-    nl_sock* mSocket;
+    const SocketOwner mSocket;
     Registration mRegistration;
     struct pollfd mPollFd;
     bool mFailed = false;

@@ -119,7 +119,6 @@ private:
     // And in what it posts.
     /// Number of the connection that a link has, 0 if it has none. What a link posted before it went is void.
     std::uint32_t GetLinkInForce(LinkIndex link);
-    void SetMasterOfVariant(K2Heartbeat::LinkVariant variant);
 
     /// ADMA endpoint id of each link as the driver first gave it, 0 if unknown.
     std::array<std::atomic<std::uint32_t>, Routing::MAX_ORB_K2_PORTS> mFsiInfo{};

@@ -41,16 +41,11 @@ public:
     Loss Leave(LinkIndex link);
 
 private:
-    LinkRules::OwnState GetState() const;
     bool HasMasterNow() const;
 
     const std::uint32_t mPortCount;
     mutable std::mutex mMutex;
-    std::uint32_t mLocalRack = 0xFFFFFFFF;
-    std::uint32_t mMasterRack = INVALID_RACK_ID;
-    SampleRates::SystemSampleRate mSampleRate = SampleRates::RATE_48K;
-    bool mRoutersAllowed = true;
-    std::uint8_t mRouterPorts = 0;
+    LinkRules::OwnState mState;
     /// By Routing::PortsEnum.
     std::array<K2Heartbeat::LinkVariant, Routing::PORT_COUNT> mVariants;
     std::uint32_t mFollowed = 0;

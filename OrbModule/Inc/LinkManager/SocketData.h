@@ -20,7 +20,7 @@ public:
     SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, LinkIndex link,
                std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort);
     /// Stops.
-    ~SocketData();
+    ~SocketData() { Stop(); }
 
     /// For options of the socket, before Start.
     boost::asio::ip::udp::socket& GetSocket() { return mSocket; }
@@ -51,7 +51,6 @@ private:
 
     void StartTimeoutTimer();
     void CancelTimeoutTimer();
-    void OnTimeoutTimer(const boost::system::error_code& error);
     void HandleHeartbeatTimeout();
 
     void StartSendTimer(std::chrono::milliseconds wait);
@@ -59,7 +58,7 @@ private:
     void Send();
 
     boost::asio::io_service mService;
-    std::unique_ptr<boost::asio::io_service::work> mWork;
+    boost::asio::io_service::work mWork{mService};
     boost::asio::ip::udp::socket mSocket;
     const Endpoint mLocalEndpoint;
     const LinkIndex mGigePort;

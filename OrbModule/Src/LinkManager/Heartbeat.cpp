@@ -33,11 +33,7 @@ Heartbeat::Endpoint Heartbeat::UnitEndpoint(Hid node)
 }
 
 Heartbeat::Heartbeat(const Endpoint& local, const Endpoint& destination, std::chrono::milliseconds period)
-    : mWork(std::make_unique<boost::asio::io_service::work>(mService)),
-      mSocket(BindSocket(mService, local)),
-      mTimer(mService),
-      mDestination(destination),
-      mPeriod(period)
+    : mSocket(BindSocket(mService, local)), mTimer(mService), mDestination(destination), mPeriod(period)
 {
     StartTimer();
     mThread = std::thread([this] { mService.run(); });
@@ -47,8 +43,6 @@ Heartbeat::~Heartbeat()
 {
     mService.stop();
     mThread.join();
-    mTimer.cancel();
-    mWork.reset();
 }
 
 void Heartbeat::StartTimer()

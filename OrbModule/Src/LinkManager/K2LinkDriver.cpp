@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <netinet/in.h>
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
@@ -36,20 +35,6 @@ constexpr std::uint32_t K2LinkStatus::*StatusFields[HighestAttribute + 1] = {nul
                                                                              &K2LinkStatus::LinkState,
                                                                              &K2LinkStatus::FsiEndpoint,
                                                                              &K2LinkStatus::AdmaEndpoint};
-
-struct MessageFree
-{
-    void operator()(nl_msg* message) const { nlmsg_free(message); }
-};
-struct SocketFree
-{
-    void operator()(nl_sock* socket) const { nl_socket_free(socket); }
-};
-using SocketOwner = std::unique_ptr<nl_sock, SocketFree>;
-struct BufferFree
-{
-    void operator()(unsigned char* buffer) const { std::free(buffer); }
-};
 
 bool Connect(nl_sock* socket)
 {
@@ -97,33 +82,29 @@ K2LinkDriver::K2LinkDriver(const LinkManager& manager) : K2LinkDriver(manager.Ge
 {}
 
 K2LinkDriver::K2LinkDriver(std::uint32_t portCount, const LinkEnvironment& environment)
-    : mEnvironment(environment), mSocket(nl_socket_alloc()), mPollFd{-1, POLLIN, 0}
+    : mEnvironment(environment), mSocket(nl_socket_alloc(), nl_socket_free), mPollFd{-1, POLLIN, 0}
 {
-    if (!Connect(mSocket)) return;
-    mRegistration.family = genl_ctrl_resolve(mSocket, FamilyName);
+    if (!Connect(mSocket.get())) return;
+    mRegistration.family = genl_ctrl_resolve(mSocket.get(), FamilyName);
     if (mRegistration.IsKnown()) {
-        mRegistration.group = genl_ctrl_resolve_grp(mSocket, FamilyName, GroupName);
-        if (mRegistration.group <= 0 || nl_socket_add_memberships(mSocket, mRegistration.group, 0) < 0) mFailed = true;
+        mRegistration.group = genl_ctrl_resolve_grp(mSocket.get(), FamilyName, GroupName);
+        if (mRegistration.group <= 0 || nl_socket_add_memberships(mSocket.get(), mRegistration.group, 0) < 0)
+            mFailed = true;
         for (std::uint32_t port = 0; port < portCount; ++port)
             RequestStatus(port);
     }
-    mPollFd.fd = nl_socket_get_fd(mSocket);
-}
-
-K2LinkDriver::~K2LinkDriver()
-{
-    nl_socket_free(mSocket);
+    mPollFd.fd = nl_socket_get_fd(mSocket.get());
 }
 
 void K2LinkDriver::RequestStatus(std::uint32_t port)
 {
-    const std::unique_ptr<nl_msg, MessageFree> message(nlmsg_alloc());
+    const std::unique_ptr<nl_msg, void (*)(nl_msg*)> message(nlmsg_alloc(), nlmsg_free);
     if (!message || !genlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, mRegistration.family, 0, RequestFlags,
                                  StatusRequest, FamilyVersion)) {
         return;
     }
     if (nla_put_u32(message.get(), PortAttribute, port) < 0) return;
-    nl_send_auto_complete(mSocket, message.get());
+    nl_send_auto_complete(mSocket.get(), message.get());
 }
 
 std::string K2LinkDriver::GetInterfaceName(LinkIndex link)
@@ -178,8 +159,8 @@ bool K2LinkDriver::ReceiveReport(K2LinkStatus& status)
 {
     sockaddr_nl sender{};
     unsigned char* received = nullptr;
-    const int size = nl_recv(mSocket, &sender, &received, nullptr);
-    const std::unique_ptr<unsigned char, BufferFree> buffer(received);
+    const int size = nl_recv(mSocket.get(), &sender, &received, nullptr);
+    const std::unique_ptr<unsigned char, void (*)(void*)> buffer(received, std::free);
     if (size < 0) {
         AUDIT_LOG(Fault, "Error receiving reply to netlink message: %s\n", nl_geterror(size));
         return false;
@@ -204,7 +185,7 @@ void K2LinkDriver::ReadReport(const std::uint8_t* bytes, std::size_t size, K2Lin
 bool K2LinkDriver::IsCurrent() const
 {
     if (mFailed) return false;
-    const SocketOwner probe(nl_socket_alloc());
+    const SocketOwner probe(nl_socket_alloc(), nl_socket_free);
     if (!Connect(probe.get())) return true;
     const int family = genl_ctrl_resolve(probe.get(), FamilyName);
     // The driver is away for the moment, so a new instance would not find it either.

@@ -171,12 +171,6 @@ void LinkManager::SetMasterHid(Hid hid)
     if (!mRouters.Snapshot().routersAllowed) MasterHidChanged(GetRackHid());
 }
 
-/// Main thread.
-void LinkManager::SetMasterOfVariant(K2Heartbeat::LinkVariant variant)
-{
-    SetMasterHid(MakeLinkHid(K2Heartbeat::GetVariantRack(variant) << 16));
-}
-
 void LinkManager::RouterLost(UINT8GIGEPORT port)
 {
     if (port >= Routing::MAX_ORB_K2_PORTS) return;
@@ -197,13 +191,13 @@ void LinkManager::RouterLost(UINT8GIGEPORT port)
 
 void LinkManager::SendNotification(unsigned char number)
 {
-    mComms->SendLocal(SornMasterRouterNotification::Command(number), Routing::ORB_PORT);
+    mComms->SendToOrb(SornMasterRouterNotification::Command(number));
 }
 
 void LinkManager::RestartMcsLink()
 {
     const std::lock_guard<std::mutex> lock(mMutex);
-    mComms->SendLocal(RestartMCSLinkCmd(GetMasterControlAddress(mRouters.Snapshot().localRack)), Routing::ORB_PORT);
+    mComms->SendToOrb(RestartMCSLinkCmd(GetMasterControlAddress(mRouters.Snapshot().localRack)));
 }
 
 // Links

@@ -7,27 +7,16 @@ RouterState::RouterState(std::uint32_t portCount) : mPortCount(portCount)
     mVariants.fill(K2Heartbeat::START_VARIANT);
 }
 
-LinkRules::OwnState RouterState::GetState() const
-{
-    LinkRules::OwnState state;
-    state.localRack = mLocalRack;
-    state.masterRack = mMasterRack;
-    state.rate = mSampleRate;
-    state.routersAllowed = mRoutersAllowed;
-    state.routerPorts = mRouterPorts;
-    return state;
-}
-
 LinkRules::OwnState RouterState::Snapshot() const
 {
     const Lock lock(mMutex);
-    return GetState();
+    return mState;
 }
 
 K2Heartbeat::LinkState RouterState::MakeHeartbeat(LinkIndex link) const
 {
     const Lock lock(mMutex);
-    return {MakeLinkHid(mLocalRack << 16), K2Heartbeat::K2_ORB_TYPE, mVariants[ToPort(link)]};
+    return {MakeLinkHid(mState.localRack << 16), K2Heartbeat::K2_ORB_TYPE, mVariants[ToPort(link)]};
 }
 
 bool RouterState::HasMaster() const
@@ -51,13 +40,13 @@ std::uint32_t RouterState::CountFollowed() const
 void RouterState::SetLocalRack(std::uint32_t rack)
 {
     const Lock lock(mMutex);
-    mLocalRack = rack;
+    mState.localRack = rack;
 }
 
 void RouterState::SetSampleRate(SampleRates::SystemSampleRate rate)
 {
     const Lock lock(mMutex);
-    mSampleRate = rate;
+    mState.rate = rate;
     for (auto& variant : mVariants)
         variant = K2Heartbeat::WithVariantRate(variant, rate);
 }
@@ -66,11 +55,11 @@ LinkRules::HeartbeatDecision RouterState::Follow(LinkIndex link, const K2Heartbe
                                                  std::optional<K2Heartbeat::LinkVariant> lastVariant)
 {
     const Lock lock(mMutex);
-    LinkRules::OwnState own = GetState();
+    LinkRules::OwnState own = mState;
     own.lastVariant = lastVariant;
     const LinkRules::HeartbeatDecision decision = LinkRules::DecideHeartbeat(own, packet);
     if (!lastVariant && LinkRules::IsRouter(packet.GetType())) {
-        mRouterPorts = static_cast<std::uint8_t>(mRouterPorts | 1u << ToNumber(link));
+        mState.routerPorts = static_cast<std::uint8_t>(mState.routerPorts | 1u << ToNumber(link));
     }
     if (decision.followRouter) {
         mVariants[ToPort(link)] = decision.variantToKeep;
@@ -82,26 +71,26 @@ LinkRules::HeartbeatDecision RouterState::Follow(LinkIndex link, const K2Heartbe
 bool RouterState::SetMaster(std::uint32_t rack)
 {
     const Lock lock(mMutex);
-    if (mRoutersAllowed) mMasterRack = rack;
-    return mRoutersAllowed;
+    if (mState.routersAllowed) mState.masterRack = rack;
+    return mState.routersAllowed;
 }
 
 bool RouterState::Disallow(std::optional<std::uint32_t> followed)
 {
     const Lock lock(mMutex);
     if (followed && *followed != mFollowed) return false;
-    mRoutersAllowed = false;
-    mMasterRack = mLocalRack;
+    mState.routersAllowed = false;
+    mState.masterRack = mState.localRack;
     for (const LinkIndex link : FirstLinks(mPortCount))
-        mVariants[ToPort(link)] = K2Heartbeat::MakeVariant(0, mSampleRate, mLocalRack);
+        mVariants[ToPort(link)] = K2Heartbeat::MakeVariant(0, mState.rate, mState.localRack);
     return true;
 }
 
 RouterState::Loss RouterState::Leave(LinkIndex link)
 {
     const Lock lock(mMutex);
-    mRouterPorts = static_cast<std::uint8_t>(mRouterPorts & ~(1u << ToNumber(link)));
-    if (!mRoutersAllowed) return mRouterPorts == 0 ? Loss::LastIgnoredRouter : Loss::Nothing;
+    mState.routerPorts = static_cast<std::uint8_t>(mState.routerPorts & ~(1u << ToNumber(link)));
+    if (!mState.routersAllowed) return mState.routerPorts == 0 ? Loss::LastIgnoredRouter : Loss::Nothing;
     auto& variant = mVariants[ToPort(link)];
     variant = K2Heartbeat::WithVariantRack(variant, INVALID_RACK_ID);
     return HasMasterNow() ? Loss::Nothing : Loss::Master;

@@ -17,8 +17,7 @@ constexpr std::uint32_t MostPosted = 1000;
 
 LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, const Endpoint& local, LinkIndex link,
                                     std::uint32_t remoteId, const Endpoint& remote, std::uint8_t remotePort)
-    : mWork(std::make_unique<boost::asio::io_service::work>(mService)),
-      mSocket(mService, local.protocol()),
+    : mSocket(mService, local.protocol()),
       mLocalEndpoint(local),
       mGigePort(link),
       mRemoteHid(remoteId),
@@ -30,11 +29,6 @@ LinkManager::SocketData::SocketData(LinkManager& manager, std::uint32_t number, 
       mSendTimer(mService)
 {
     mSocket.bind(local);
-}
-
-LinkManager::SocketData::~SocketData()
-{
-    Stop();
 }
 
 void LinkManager::SocketData::Start()
@@ -181,7 +175,9 @@ bool LinkManager::SocketData::TakeHeartbeat(const LinkState& packet)
         break;
     }
     if (decision.followRouter) {
-        Post([variant](LinkManager& manager) { manager.SetMasterOfVariant(variant); });
+        Post([variant](LinkManager& manager) {
+            manager.SetMasterHid(MakeLinkHid(K2Heartbeat::GetVariantRack(variant) << 16));
+        });
     }
     if (decision.neighbour == Neighbour::New) PostNewDevice(packet);
 
@@ -210,7 +206,13 @@ void LinkManager::SocketData::StartTimeoutTimer()
 {
     if (mTimeout.count() == 0) return;
     mLastTimerStart = Clock::now();
-    mTimeoutTimer.Start(mTimeout, [this](const boost::system::error_code& error) { OnTimeoutTimer(error); });
+    mTimeoutTimer.Start(mTimeout, [this](const boost::system::error_code& error) {
+        if (error) {
+            AUDIT_STREAM(Fault, "HB timeout timer error: " << error.message() << "\n");
+        } else {
+            HandleHeartbeatTimeout();
+        }
+    });
 }
 
 void LinkManager::SocketData::CancelTimeoutTimer()
@@ -218,15 +220,6 @@ void LinkManager::SocketData::CancelTimeoutTimer()
     if (mTimeoutTimer.Cancel()) {
         AUDIT_STREAM(Fault, "Failed to cancel receive HB timer on port " << LinkPortText(mGigePort) << "\n");
     }
-}
-
-void LinkManager::SocketData::OnTimeoutTimer(const boost::system::error_code& error)
-{
-    if (error) {
-        AUDIT_STREAM(Fault, "HB timeout timer error: " << error.message() << "\n");
-        return;
-    }
-    HandleHeartbeatTimeout();
 }
 
 void LinkManager::SocketData::HandleHeartbeatTimeout()
