@@ -59,12 +59,12 @@ constexpr LinkIndex ToLinkIndex(UINT8GIGEPORT port)
 /// The links 0 to count - 1.
 std::vector<LinkIndex> FirstLinks(std::uint32_t count);
 /// True for the primary link, of a port (not of a link index).
-constexpr bool IsPrimaryPort(UINT8GIGEPORT port)
+constexpr bool IsPrimaryPort(Routing::PortsEnum port)
 {
     return port == Routing::PRIMARY_PORT;
 }
 /// The other link of a link port: 2 for 1, else 1.
-constexpr Routing::PortsEnum OtherLinkPort(UINT8GIGEPORT port)
+constexpr Routing::PortsEnum OtherLinkPort(Routing::PortsEnum port)
 {
     return port == Routing::PRIMARY_PORT ? Routing::SECONDARY_PORT : Routing::PRIMARY_PORT;
 }
@@ -207,7 +207,7 @@ const char* IoCardTypeText(std::uint32_t type);
 
 /// Address of a port side of a rack: the rack's 5.0 for the primary port, its 6.0 for any other; 0 for
 /// INVALID_HID.
-constexpr std::uint32_t GetPortAddress(Hid hid, UINT8GIGEPORT port)
+constexpr std::uint32_t GetPortAddress(Hid hid, Routing::PortsEnum port)
 {
     return hid == INVALID_HID ? 0 : (hid & 0xFFFF0000) + (IsPrimaryPort(port) ? 0x500u : 0x600u);
 }

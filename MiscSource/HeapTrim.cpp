@@ -4,11 +4,6 @@
 
 #include <malloc.h>
 
-HeapTrim::HeapTrim(boost::asio::io_service& service) : mTimer(service)
-{
-    Start();
-}
-
 void HeapTrim::Start()
 {
     constexpr std::chrono::seconds Period(10);

@@ -9,7 +9,7 @@
 class HeapTrim
 {
 public:
-    explicit HeapTrim(boost::asio::io_service& service);
+    explicit HeapTrim(boost::asio::io_service& service) : mTimer(service) { Start(); }
 
 private:
     void Start();

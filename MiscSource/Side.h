@@ -9,7 +9,7 @@ enum class Side : std::uint8_t { Primary, Secondary };
 constexpr std::array<Side, 2> BothSides{Side::Primary, Side::Secondary};
 
 /// The side of a port; the internal port 0 counts as secondary.
-constexpr Side ToSide(UINT8GIGEPORT port)
+constexpr Side ToSide(Routing::PortsEnum port)
 {
     return IsPrimaryPort(port) ? Side::Primary : Side::Secondary;
 }

@@ -26,14 +26,10 @@ void SystemdNotifier::StartTimer()
 {
     mTimer.expires_after(mPeriod);
     mTimer.async_wait([this](const boost::system::error_code& error) {
-        if (!error) OnTimer();
+        if (error) return;
+        Tell("WATCHDOG=1");
+        StartTimer();
     });
-}
-
-void SystemdNotifier::OnTimer()
-{
-    Tell("WATCHDOG=1");
-    StartTimer();
 }
 
 void SystemdNotifier::Tell(const char* state)

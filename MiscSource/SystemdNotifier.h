@@ -18,7 +18,6 @@ public:
 
 private:
     void StartTimer();
-    void OnTimer();
     static void Tell(const char* state);
 
     boost::asio::steady_timer mTimer;

@@ -169,7 +169,7 @@ std::string Hub::GetHelp() const
 
 std::vector<std::uint32_t> Hub::GetFurtherAddresses() const
 {
-    return {GetPortAddress(Hid(GetHid()), GetPort())};
+    return {GetPortAddress(Hid(GetHid()), ToPortsEnum(GetPort()))};
 }
 
 void Hub::ListenForStreams()

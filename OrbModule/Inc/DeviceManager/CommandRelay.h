@@ -23,7 +23,6 @@ public:
     void ReceivedMcsRequestCmd(Routing::PortsEnum port);
 
 private:
-    void SendToOrb(const DeskCommand& command);
     /// On the primary link first. False if the local device is online on none.
     bool SendToLocal(const DeskCommand& command);
     void PingHub(const DeviceRecord& hub);

@@ -20,15 +20,18 @@ public:
     {}
 
     bool IsDeviceOnline(Hid hid, Routing::PortsEnum port) const override;
-    bool IsLocalIo(Hid hid) const override;
-    bool IsOwnDevice(Hid hid) const override;
+    bool IsLocalIo(Hid hid) const override { return hid == mLocal.Hid && IsIoHid(hid); }
+    bool IsOwnDevice(Hid hid) const override { return hid == mOrbIoHid || GetRackId(hid) == GetRackId(mHid); }
     std::vector<std::uint32_t> GetInputLinkSlot(Hid hid, AudioPortNumber port) const override;
     std::vector<std::uint32_t> GetOutputLinkSlot(Hid hid, AudioPortNumber port) const override;
     DevicePorts GetDevicePorts(Hid hid, Routing::PortsEnum port) const override;
-    std::uint32_t GetSlaveAddress(Hid hid, Routing::PortsEnum port) const override;
+    std::uint32_t GetSlaveAddress(Hid hid, Routing::PortsEnum port) const override
+    {
+        return GetPortAddress(GetOwner(hid), port);
+    }
 
-    DeviceRecord* GetDeviceRecord(Hid hid);
-    const DeviceRecord* GetDeviceRecord(Hid hid) const;
+    DeviceRecord* GetDeviceRecord(Hid hid) { return hid == mLocal.Hid ? &mLocal : mRemote.Find(hid); }
+    const DeviceRecord* GetDeviceRecord(Hid hid) const { return hid == mLocal.Hid ? &mLocal : mRemote.Find(hid); }
     bool LinkOnline(Hid hid, Side side) const;
     /// The router that reported a remote device; INVALID_HID if it is unknown or local.
     Hid GetOwner(Hid hid) const;

@@ -25,14 +25,7 @@
 #include <vector>
 
 class ChainLengthCmd;
-class DeviceCheckResultsCmd;
-class IoInfoCard;
-class IoInfoDevReq;
 class IoInfoReq;
-class IoSampleRateCapabilities;
-class OstrelPingCmd;
-class RemoteIoUpdate;
-class RemoteRouterUpdate;
 class RequestActiveMcsCmd;
 class RouterInfoReq;
 
@@ -172,6 +165,7 @@ public:
 
 private:
     std::atomic<std::uint32_t> mMasterHid{MakeLinkHid(INVALID_HID)};
+    iOrbKLVComms& mComms;
     DeviceDirectory mDevices;
     CableChecks mCableChecks;
     OrbReports mReports;

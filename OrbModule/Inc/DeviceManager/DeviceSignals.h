@@ -16,9 +16,19 @@ public:
     boost::signals2::signal<void(Hid hid)> LocalHidChanged;
     boost::signals2::signal<void(bool connected)> NetworkConnectionChanged;
 
-    void PostDeviceChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type);
-    void PostLocalHid(Hid hid);
-    void PostNetworkConnection(bool connected);
+    void PostDeviceChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type)
+    {
+        const Hid reported = IsIoHid(hid) ? hid : MakeNodeHid(hid);
+        mIoService.post([this, reported, port, online, type] { DeviceChange(reported, port, online, type); });
+    }
+    void PostLocalHid(Hid hid)
+    {
+        mIoService.post([this, hid] { LocalHidChanged(hid); });
+    }
+    void PostNetworkConnection(bool connected)
+    {
+        mIoService.post([this, connected] { NetworkConnectionChanged(connected); });
+    }
 
 private:
     boost::asio::io_service& mIoService;

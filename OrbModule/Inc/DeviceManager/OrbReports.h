@@ -3,7 +3,6 @@
 #include "MiscSource/GlobalConstants.h"
 
 class CableChecks;
-class DeskCommand;
 class DeviceDirectory;
 class DeviceSignals;
 class iOrbKLVComms;
@@ -16,7 +15,6 @@ public:
         : mDevices(devices), mComms(comms), mSignals(signals), mCableChecks(cableChecks)
     {}
 
-    void SendToOrb(const DeskCommand& command);
     /// A device has come up or gone on a port: records it, and reports it to the Orb router and to the subscribers.
     void DeviceStateChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type);
     void ReportRemoteGone(K2Heartbeat::LinkType type, Hid hid);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 /// The records of all remote devices, found by identity and by the router that reported them, so that no event
@@ -19,7 +20,7 @@ public:
     explicit RemoteDevices(std::size_t limit = MaxRecords) : mLimit(limit) {}
 
     /// The record, or null. Its Hid and Owner stay as they are. Valid until the record is erased.
-    DeviceRecord* Find(Hid hid);
+    DeviceRecord* Find(Hid hid) { return const_cast<DeviceRecord*>(std::as_const(*this).Find(hid)); }
     const DeviceRecord* Find(Hid hid) const;
     struct Inserted
     {

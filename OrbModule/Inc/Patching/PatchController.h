@@ -65,7 +65,6 @@ private:
 
     void ReportPatchFailed(const RouterPatchAudio& command, Routing::PortsEnum port);
     void ReportPatchSuccessful(const IoPort& dest, Routing::PortsEnum port);
-    void SendToOrb(const RouterPatchAudio& command);
     void SendToSourceNode(const RouterPatchAudio& command, Hid source, Routing::PortsEnum port);
 
     void DeviceLeft(Hid hid, Routing::PortsEnum port);

@@ -25,6 +25,6 @@ void CableChecks::DelayedCableCheck(const boost::system::error_code& error, Pend
     AUDIT_STREAM(IODiscovery, "DelayedCableCheck: for Hid: " << check->hid << ", port: "
                                                              << (IsPrimary(check->other) ? "Pri" : "Sec") << "\n");
     if (!mDevices.LinkOnline(check->hid, check->other))
-        mComms.SendLocal(RemoteCableStateCmd(check->hid, IsPrimary(check->other), false), Routing::ORB_PORT);
+        mComms.SendToOrb(RemoteCableStateCmd(check->hid, IsPrimary(check->other), false));
     mCableChecks.erase(check);
 }

@@ -8,11 +8,6 @@
 
 #include <arpa/inet.h>
 
-void CommandRelay::SendToOrb(const DeskCommand& command)
-{
-    mComms.SendLocal(command, Routing::ORB_PORT);
-}
-
 bool CommandRelay::SendToLocal(const DeskCommand& command)
 {
     for (const Side side : BothSides) {
@@ -28,7 +23,7 @@ void CommandRelay::ForwardCmd(const DeskCommand& command, Routing::PortsEnum por
     AUDIT_STREAM(CmdDebug, "ForwardCmd ID " << command.GetCommandId() << " To Hid " << hid << "From Port "
                                             << PortText(port) << "\n");
     if (port != Routing::ORB_PORT) {
-        SendToOrb(command);
+        mComms.SendToOrb(command);
         return;
     }
     if (mDevices.IsLocalIo(hid)) {
@@ -53,7 +48,7 @@ void CommandRelay::ForwardToLocal(const DeskCommand& command, Routing::PortsEnum
     AUDIT_STREAM(CmdDebug, "Forwarding " << CommandIdToText(command.GetCommandId()) << " to ORB from device on "
                                          << PortText(port) << "\n");
     if (port != Routing::ORB_PORT) {
-        SendToOrb(command);
+        mComms.SendToOrb(command);
     } else {
         SendToLocal(command);
     }
@@ -63,7 +58,7 @@ void CommandRelay::ForwardUp(const DeskCommand& command, Routing::PortsEnum port
 {
     AUDIT_STREAM(CmdDebug, "Forwarding Forwardable Cmd " << CommandIdToText(command.GetCommandId())
                                                          << " to ORB from device on " << PortText(port) << "\n");
-    if (port != Routing::ORB_PORT) SendToOrb(command);
+    if (port != Routing::ORB_PORT) mComms.SendToOrb(command);
 }
 
 void CommandRelay::PingHub(const DeviceRecord& hub)

@@ -32,16 +32,6 @@ bool DeviceDirectory::IsDeviceOnline(Hid hid, Routing::PortsEnum port) const
     return record != nullptr && record->IsOnline(ToSide(port));
 }
 
-bool DeviceDirectory::IsLocalIo(Hid hid) const
-{
-    return hid == mLocal.Hid && IsIoHid(hid);
-}
-
-bool DeviceDirectory::IsOwnDevice(Hid hid) const
-{
-    return hid == mOrbIoHid || GetRackId(hid) == GetRackId(mHid);
-}
-
 std::vector<std::uint32_t> DeviceDirectory::GetInputLinkSlot(Hid hid, AudioPortNumber port) const
 {
     return GetLinkSlot(mLocal.Inputs, "GetInputLinkSlot", hid, port);
@@ -63,21 +53,6 @@ DevicePorts DeviceDirectory::GetDevicePorts(Hid hid, Routing::PortsEnum port) co
     const LinkInfo& link = record->Link(ToSide(port));
     if (!link.IsOnline()) return {};
     return {link.Port, link.RemoteGigE};
-}
-
-std::uint32_t DeviceDirectory::GetSlaveAddress(Hid hid, Routing::PortsEnum port) const
-{
-    return GetPortAddress(GetOwner(hid), port);
-}
-
-DeviceRecord* DeviceDirectory::GetDeviceRecord(Hid hid)
-{
-    return hid == mLocal.Hid ? &mLocal : mRemote.Find(hid);
-}
-
-const DeviceRecord* DeviceDirectory::GetDeviceRecord(Hid hid) const
-{
-    return hid == mLocal.Hid ? &mLocal : mRemote.Find(hid);
 }
 
 bool DeviceDirectory::LinkOnline(Hid hid, Side side) const

@@ -27,6 +27,7 @@ DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& com
 DeviceManager::DeviceManager(boost::asio::io_service& service, iOrbKLVComms& comms, RunCommand run, Delays delays,
                              Limits limits)
     : DeviceSignals(service),
+      mComms(comms),
       mDevices(limits.remoteDevices, limits.descriptions),
       mCableChecks(service, mDevices, comms, delays.cableCheck, limits.cableChecks),
       mReports(mDevices, comms, *this, mCableChecks),
@@ -71,7 +72,7 @@ void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT number, StreamType type, st
     case StreamType::LOCAL_LINK:
         if (port == Routing::ORB_PORT) {
             // Its end does not affect the links: the devices are still in use, and there is no Orb router to report to.
-            if (valid) mReports.SendToOrb(RouterInfoReq());
+            if (valid) mComms.SendToOrb(RouterInfoReq());
         } else if (IsLinkPort(port)) {
             mLinkedDevices.OnLocalLinkChanged(port, type, valid);
         }
@@ -93,7 +94,7 @@ void DeviceManager::OnKLVStreamChanged(UINT8GIGEPORT number, StreamType type, st
 void DeviceManager::OnIoInternalsChanged(Hid hid, std::uint32_t bitmap)
 {
     AUDIT_STREAM(HardwareDebug, "OnIoInternalsChanged " << hid << " BM " << std::hex << bitmap << "\n");
-    if (IsIoHid(hid)) mReports.SendToOrb(IoBoxInternalsCmd(bitmap, hid, std::to_string(hid)));
+    if (IsIoHid(hid)) mComms.SendToOrb(IoBoxInternalsCmd(bitmap, hid, std::to_string(hid)));
 }
 
 void DeviceManager::OnMasterHidChanged(Hid hid)
@@ -122,5 +123,5 @@ void DeviceManager::OnRemoteRouterUpdate(std::shared_ptr<const RemoteRouterUpdat
 void DeviceManager::OnChainLength(std::shared_ptr<const ChainLengthCmd> command, UINT8GIGEPORT port, StreamType)
 {
     if (IsLinkPort(ToPortsEnum(port))) mRoutes.AddIoRoute(command->GetAddress(), ToPortsEnum(port));
-    mReports.SendToOrb(*command);
+    mComms.SendToOrb(*command);
 }

@@ -28,7 +28,7 @@ void LinkedDevices::LinkUp(Routing::PortsEnum port)
         AUDIT_STREAM(Fault, "Secondary port HID " << mDevices.mLinks[port].hid << "does not match primary port HID "
                                                   << mLocal.Hid << "\n");
         mLocal.MixedHid = true;
-        mReports.SendToOrb(SornMixedHIDError(true));
+        mComms.SendToOrb(SornMixedHIDError(true));
         break;
     case Neighbour::Next:
         ReplaceLocal();
@@ -86,7 +86,7 @@ void LinkedDevices::EndMixedHid()
 {
     if (!mLocal.MixedHid) return;
     mLocal.MixedHid = false;
-    mReports.SendToOrb(SornMixedHIDError(false));
+    mComms.SendToOrb(SornMixedHIDError(false));
 }
 
 void LinkedDevices::ReplaceLocal()
@@ -225,7 +225,7 @@ void LinkedDevices::LocalRouterGone(Routing::PortsEnum port, StreamType type)
     const Hid hid = mLocal.Hid;
     mLocal.Hid = INVALID_HID;
     AUDIT_LOG(RouterConnectionDebug, "LOCAL ROUTER OFFLINE UPDATE ORB\r\n");
-    mReports.SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(mLocal.Type), hid, 0, 0));
+    mComms.SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(mLocal.Type), hid, 0, 0));
     mSignals.PostNetworkConnection(false);
     mDevices.mRouterConnected = false;
 }
@@ -233,8 +233,8 @@ void LinkedDevices::LocalRouterGone(Routing::PortsEnum port, StreamType type)
 void LinkedDevices::LocalIoGone()
 {
     AUDIT_LOG(IODebug, "LOCAL IO OFFLINE UPDATE ORB\r\n");
-    mReports.SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(mLocal.Type), mLocal.Hid, 0, mDevices.mHid, mLocal.SampleRate,
-                                      mLocal.SampleRates));
+    mComms.SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(mLocal.Type), mLocal.Hid, 0, mDevices.mHid, mLocal.SampleRate,
+                                    mLocal.SampleRates));
     mDevices.mDeviceInfo.EraseDeviceInfo(mLocal.Hid);
     mLocal.Type = K2Heartbeat::K2_NO_TYPE;
 }

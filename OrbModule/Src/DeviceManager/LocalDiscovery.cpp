@@ -93,7 +93,7 @@ void LocalDiscovery::OrbRouterInfo(const RouterInfo& command)
     const Hid hid = command.GetHid();
     mDevices.mHid = hid;
     mSignals.PostLocalHid(hid);
-    mReports.SendToOrb(IoInfoReq());
+    mComms.SendToOrb(IoInfoReq());
     EmplaceOrbRouter(command);
 }
 
@@ -107,7 +107,7 @@ void LocalDiscovery::LocalRouterInfo(const RouterInfo& command, Routing::PortsEn
     }
     AUDIT_STREAM(RouterDiscovery, "New Routing device " << hid << "\n");
     const std::uint32_t address = GetPortAddress(hid, port);
-    mReports.SendToOrb(RemoteRouterUpdate(command.GetType(), hid, address, mDevices.mHid));
+    mComms.SendToOrb(RemoteRouterUpdate(command.GetType(), hid, address, mDevices.mHid));
     SendSelfInfo(port);
     mRoutes.AddSlaveLinkDataRoute(hid, side);
     if (!mDevices.mRouterConnected) mComms.Connect(address, port, NetworkPorts::ROUTER_STREAM);
@@ -192,7 +192,7 @@ void LocalDiscovery::SendRemoteIoUpdate(RemoteDeviceType type, Hid hid)
     const std::uint32_t address = record->ActiveRemoteIp();
     AUDIT_STREAM(RouterDiscovery, "SendRemoteIoUpdate Hid " << hid << "Type " << ToLinkType(type) << " Address "
                                                             << AddressText(address) << "\n");
-    mReports.SendToOrb(RemoteIoUpdate(type, hid, address, mDevices.mHid, record->SampleRate, record->SampleRates));
+    mComms.SendToOrb(RemoteIoUpdate(type, hid, address, mDevices.mHid, record->SampleRate, record->SampleRates));
 }
 
 void LocalDiscovery::RequestGPIState(Hid hid)
@@ -206,7 +206,7 @@ void LocalDiscovery::RequestGPIState(Hid hid)
         }
     } else if (hid == mDevices.mOrbIoHid) {
         AUDIT_STREAM(GPIODebug, "RequestGPIState For Orb IO " << hid << "\n");
-        mReports.SendToOrb(GpiInfoRequest());
+        mComms.SendToOrb(GpiInfoRequest());
     } else {
         AUDIT_STREAM(Fault, "RequestGPIState UNKNOWN DEVICE " << hid << "\n");
     }

@@ -8,23 +8,18 @@
 #include "OrbModule/Inc/DeviceManager/DeviceSignals.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
 
-void OrbReports::SendToOrb(const DeskCommand& command)
-{
-    mComms.SendLocal(command, Routing::ORB_PORT);
-}
-
 void OrbReports::DeviceStateChange(Hid hid, Routing::PortsEnum port, bool online, StreamType type)
 {
     const Side side = ToSide(port);
     AUDIT_STREAM(IODiscovery, "DeviceStateChange " << hid << " GigE " << PortText(port)
                                                    << (online ? " Online\r\n" : " Offline\r\n"));
     mSignals.PostDeviceChange(hid, port, online, type);
-    SendToOrb(RemoteCableStateCmd(hid, IsPrimary(side), online));
+    mComms.SendToOrb(RemoteCableStateCmd(hid, IsPrimary(side), online));
     if (!mDevices.LinkOnline(hid, OtherSide(side))) {
         if (online) {
             mCableChecks.Start(hid, OtherSide(side));
         } else {
-            SendToOrb(RemoteCableStateCmd(hid, !IsPrimary(side), false));
+            mComms.SendToOrb(RemoteCableStateCmd(hid, !IsPrimary(side), false));
         }
     }
     if (DeviceRecord* record = mDevices.GetDeviceRecord(hid)) {
@@ -36,8 +31,8 @@ void OrbReports::DeviceStateChange(Hid hid, Routing::PortsEnum port, bool online
 void OrbReports::ReportRemoteGone(K2Heartbeat::LinkType type, Hid hid)
 {
     if (K2Heartbeat::IsRoutingDevice(type)) {
-        SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(type), hid, 0, 0));
+        mComms.SendToOrb(RemoteRouterUpdate(ToRemoteDeviceType(type), hid, 0, 0));
     } else if (K2Heartbeat::IsIoDevice(type)) {
-        SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(type), hid, 0, mDevices.mHid));
+        mComms.SendToOrb(RemoteIoUpdate(ToRemoteDeviceType(type), hid, 0, mDevices.mHid));
     }
 }

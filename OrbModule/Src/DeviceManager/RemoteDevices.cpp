@@ -3,13 +3,6 @@
 #include "Audit/Audit.h"
 
 #include <algorithm>
-#include <utility>
-
-DeviceRecord* RemoteDevices::Find(Hid hid)
-{
-    const auto found = mRecords.find(hid);
-    return found == mRecords.end() ? nullptr : &found->second;
-}
 
 const DeviceRecord* RemoteDevices::Find(Hid hid) const
 {

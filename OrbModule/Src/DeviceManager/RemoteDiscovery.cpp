@@ -97,7 +97,7 @@ void RemoteDiscovery::RemoteIoGone(const RemoteIoUpdate& command, Routing::Ports
         AUDIT_STREAM(Fault, "RemoteIoUpdate Can't find remote device to remove" << command.GetOwner());
     }
     const RemoteIoUpdate removal = WithOwner(command, 0, mDevices.mHid);
-    if (tellOrb) mReports.SendToOrb(removal);
+    if (tellOrb) mComms.SendToOrb(removal);
     if (fromOrb) SendToConnectedRoutingDevice(removal);
 }
 
@@ -132,7 +132,7 @@ void RemoteDiscovery::RemoteIoAlive(const RemoteIoUpdate& command, Routing::Port
         SendToConnectedRoutingDevice(update);
     } else {
         mReports.DeviceStateChange(hid, port, true, type);
-        mReports.SendToOrb(update);
+        mComms.SendToOrb(update);
     }
 }
 
@@ -187,7 +187,7 @@ void RemoteDiscovery::RemoteRouterGone(const RemoteRouterUpdate& command, Routin
     if (!record->IsOffline()) return;
     mDevices.mRemote.Erase(hid);
     mRoutes.DeleteSlaveRoute(hid);
-    mReports.SendToOrb(command);
+    mComms.SendToOrb(command);
 }
 
 void RemoteDiscovery::RemoteRouterAlive(const RemoteRouterUpdate& command, Routing::PortsEnum port, StreamType type)
@@ -213,7 +213,7 @@ void RemoteDiscovery::RemoteRouterAlive(const RemoteRouterUpdate& command, Routi
     link.Port = port;
     link.RemoteGigE = remoteGigE;
     link.SetOnline(true);
-    mReports.SendToOrb(command);
+    mComms.SendToOrb(command);
     mReports.DeviceStateChange(hid, port, true, type);
 }
 

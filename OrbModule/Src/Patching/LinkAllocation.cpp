@@ -7,9 +7,12 @@
 
 namespace {
 
-constexpr bool IsPort(UINT8GIGEPORT port)
+/// False, with a line in the log, for a port that is none.
+bool IsPort(UINT8GIGEPORT port, const char* fault)
 {
-    return port < Routing::PORT_COUNT;
+    if (port < Routing::PORT_COUNT) return true;
+    AUDIT_STREAM(Fault, fault << unsigned{port} << '\n');
+    return false;
 }
 
 } // namespace
@@ -20,10 +23,7 @@ Allocation LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots&
     AUDIT_STREAM(RouterAudioRoute, "Remote Dest Allocate Src " << source << sourceLink << " Dest Gige Port "
                                                                << Routing::SlotPortText(port) << " Dest " << dest
                                                                << '\n');
-    if (!IsPort(port)) {
-        AUDIT_STREAM(Fault, "Remote Allocate Gige out of range " << unsigned{port} << '\n');
-        return {};
-    }
+    if (!IsPort(port, "Remote Allocate Gige out of range ")) return {};
     const auto known = mLuts[port].find(source);
     if (known != mLuts[port].end() && !known->second.empty()) {
         AUDIT_LOG(RouterAudioRoute, "Link alrady carrying source\r\n");
@@ -64,10 +64,7 @@ Allocation LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots&
                                                                          << " Local Dest " << dest << " Link Dest "
                                                                          << destLink << '\n');
     const UINT8GIGEPORT port = destLink.port;
-    if (!IsPort(port)) {
-        AUDIT_STREAM(Fault, "Local Allocate Gige out of range " << unsigned{port} << '\n');
-        return {};
-    }
+    if (!IsPort(port, "Local Allocate Gige out of range ")) return {};
     if (!HasRoomFor(destLink.slots.size())) return {};
 
     std::vector<HidPort> displaced;
@@ -91,10 +88,7 @@ Allocation LinkAllocation::Allocate(HidPort source, const Routing::GigeAndSlots&
 
 Allocation LinkAllocation::Free(HidPort source, UINT8GIGEPORT port, HidPort dest)
 {
-    if (!IsPort(port)) {
-        AUDIT_STREAM(Fault, "LinkAllocation Free Gige out of range " << unsigned{port} << '\n');
-        return {};
-    }
+    if (!IsPort(port, "LinkAllocation Free Gige out of range ")) return {};
     const auto known = mLuts[port].find(source);
     if (known == mLuts[port].end() || known->second.empty()) return {};
 
@@ -134,10 +128,7 @@ Allocation LinkAllocation::Free(HidPort source, const Routing::GigeAndSlots& sou
 {
     AUDIT_STREAM(RouterAudioRoute, "Free Link Src " << sourceLink << " Link Dst " << destLink << '\n');
     const UINT8GIGEPORT port = destLink.port;
-    if (!IsPort(port)) {
-        AUDIT_STREAM(Fault, "Local Free Gige out of range " << unsigned{port} << '\n');
-        return {};
-    }
+    if (!IsPort(port, "Local Free Gige out of range ")) return {};
     for (const std::uint32_t number : destLink.slots) {
         LinkSlot& slot = mSlots[port][number];
         const HidPort holder = slot.mSource;
@@ -163,7 +154,7 @@ std::vector<LinkPatch> LinkAllocation::GetUnpatchesByHidAndPort(Hid hid, UINT8GI
 LinkAllocation::Slots LinkAllocation::LeavePort(Hid hid, UINT8GIGEPORT leftPort, UINT8GIGEPORT port)
 {
     Slots freed;
-    if (!IsPort(port)) return freed;
+    if (port >= Routing::PORT_COUNT) return freed;
     for (std::uint32_t number = 0; number < Routing::SLOTS_PER_PORT; ++number) {
         LinkSlot& slot = mSlots[port][number];
         if (!slot.IsInUse()) continue;
@@ -222,7 +213,7 @@ void LinkAllocation::Print(std::ostream& out) const
 
 void LinkAllocation::AddToLut(UINT8GIGEPORT port, HidPort source, const Slots& slots)
 {
-    if (!IsPort(port)) {
+    if (port >= Routing::PORT_COUNT) {
         AUDIT_STREAM(Fault, "AddToLut Out of Range " << Routing::SlotPortText(port) << '\n');
         return;
     }
@@ -232,7 +223,7 @@ void LinkAllocation::AddToLut(UINT8GIGEPORT port, HidPort source, const Slots& s
 
 void LinkAllocation::RemoveFromLut(HidPort source, UINT8GIGEPORT port)
 {
-    if (!IsPort(port)) {
+    if (port >= Routing::PORT_COUNT) {
         AUDIT_STREAM(Fault, "RemoveFromLut Out of Range " << Routing::SlotPortText(port) << '\n');
         return;
     }

@@ -148,14 +148,14 @@ void PatchController::HandleRouterGeneratedPatch(const RouterPatchAudio& command
     const bool isSourceOwn = mDevices->IsOwnDevice(source);
     const bool isDestOwn = mDevices->IsOwnDevice(dest);
     if (isSourceOwn && isDestOwn) {
-        SendToOrb(command);
+        mComms->SendToOrb(command);
         ReportPatchSuccessful(command.GetDest(), port);
     } else if (isDestOwn) {
         LocalOrbPatch(command, mDevices->GetDevicePorts(source, port));
     } else if (isSourceOwn && mDevices->IsDeviceOnline(dest, port)) {
         RouterPatchAudio copy = command;
         copy.SetSourceLink(port);
-        SendToOrb(copy);
+        mComms->SendToOrb(copy);
     } else if (isSourceOwn) {
         ReportPatchFailed(command, port);
     }
@@ -252,8 +252,8 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
     }
 
     mPatchStore.UpdatePatch(dest, ports.local, Korvo::PatchSuccess, std::move(sourceLink), target);
-    SendToOrb(RouterPatchAudio(PatchSource(MakeLinkHid(mHid), Routing::ORB_PORT, target.slots), dest, command.GetOrig(),
-                               command.GetMake(), true));
+    mComms->SendToOrb(RouterPatchAudio(PatchSource(MakeLinkHid(mHid), Routing::ORB_PORT, target.slots), dest,
+                                       command.GetOrig(), command.GetMake(), true));
     if (slots.ChangesRoutes()) mPatcher->ProcessPatchUnpatch(slots.patch, command.GetMake());
 }
 
@@ -323,11 +323,6 @@ void PatchController::ReportPatchSuccessful(const IoPort& dest, Routing::PortsEn
     mComms->SendMaster(port, PatchSucessfulCmd(dest));
 }
 
-void PatchController::SendToOrb(const RouterPatchAudio& command)
-{
-    mComms->SendLocal(command, Routing::ORB_PORT);
-}
-
 void PatchController::SendToSourceNode(const RouterPatchAudio& command, Hid source, Routing::PortsEnum port)
 {
     mComms->SendSlave(command, mDevices->GetSlaveAddress(source, port));
@@ -357,7 +352,7 @@ void PatchController::ReceivedPingCmd(const std::shared_ptr<const OstrelPingCmd>
                                       StreamType)
 {
     if (!command || !mRouterConnected) return;
-    const std::string address = AddressText((mHid & 0xFFFF0000) + (IsPrimaryPort(port) ? 0x500 : 0x600));
+    const std::string address = AddressText((mHid & 0xFFFF0000) + (port == Routing::PRIMARY_PORT ? 0x500 : 0x600));
     const LinkAllocation::Counts counts = mLinkAllocation.GetCounts();
     AUDIT_STREAM(RouterAudioRoute, "Hid " << mHid << " ReceivedPingCmd From " << command->GetName()
                                           << " Replaying with Address " << address << " Patch Count "
@@ -479,7 +474,7 @@ void PatchController::RemakePatch(const OrbPatchInfo& patch, Routing::PortsEnum 
     } else if (mDevices->IsOwnDevice(source)) {
         const RouterPatchAudio command = MakeAgain(patch, port);
         AUDIT_STREAM(RouterAudioRoute, "Remake " << command << '\n');
-        SendToOrb(command);
+        mComms->SendToOrb(command);
     } else {
         SendToSourceNode(MakeAgain(patch, UNKNOWN_GIGE_PORT), source, port);
         mPatchStore.UpdatePatch(patch.GetDest(), port, Korvo::PatchSent, {});

@@ -97,9 +97,9 @@ TEST(Model, SampleRates)
 
 TEST(Addresses, OfAPortSide)
 {
-    EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, 1)), "171.205.5.0");
-    EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, 2)), "171.205.6.0");
-    EXPECT_EQ(GetPortAddress(INVALID_HID, 1), 0u);
+    EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, Routing::PRIMARY_PORT)), "171.205.5.0");
+    EXPECT_EQ(AddressText(GetPortAddress(0xABCD8000, Routing::SECONDARY_PORT)), "171.205.6.0");
+    EXPECT_EQ(GetPortAddress(INVALID_HID, Routing::PRIMARY_PORT), 0u);
     EXPECT_EQ(ToPort(LinkIndex{1}), 2);
     EXPECT_EQ(ToLinkIndex(1), LinkIndex{0});
     EXPECT_EQ(ToLinkIndex(0), LinkIndex{0xFF});

@@ -332,7 +332,7 @@ private:
         // A box brings its primary cable first.
         if (port == Routing::SECONDARY_PORT) mBox[2] = mBox[1];
         const bool isBox = mNeighbour == Box;
-        if (isBox && mCables[OtherLinkPort(port)] && mBox[1] != mBox[2]) AllowAnything();
+        if (isBox && mCables[OtherLinkPort(ToPortsEnum(port))] && mBox[1] != mBox[2]) AllowAnything();
         mCables[port] = true;
         constexpr K2Heartbeat::LinkType Types[] = {K2Heartbeat::K2_NO_TYPE, K2Heartbeat::K2_FIXED_FORMAT_TYPE,
                                                    K2Heartbeat::K2_HUB_TYPE, K2Heartbeat::K2_ROUTER_TYPE};
