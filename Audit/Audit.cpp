@@ -1,6 +1,5 @@
 #include "Audit/Audit.h"
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <mutex>
@@ -68,16 +67,6 @@ std::string Audit::TimeStamp() const
     return text;
 }
 
-void Audit::Write(const char* format, MessageArgs args)
-{
-    std::vprintf(format, args.list);
-}
-
-void Audit::WriteTagged(std::uint32_t, const char* format, MessageArgs args)
-{
-    std::vprintf(format, args.list);
-}
-
 void Audit::WriteStamped(std::uint32_t flags, const char* format, MessageArgs args)
 {
     if (flags & Stamp) std::fputs(TimeStamp().c_str(), stdout);
@@ -92,11 +81,6 @@ void Audit::WriteStampedTagged(std::uint32_t flags, std::uint32_t, const char* f
 void Audit::WriteFileOnly(std::uint32_t flags, std::uint32_t, const char* format, MessageArgs args)
 {
     Audit::WriteStamped(flags, format, args);
-}
-
-void Audit::WriteConsole(const char* format, MessageArgs args)
-{
-    std::vprintf(format, args.list);
 }
 
 void Audit::Write(const char* format, ...)

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -52,14 +53,17 @@ public:
     virtual bool IsEnabled(std::uint32_t feature) const;
     virtual void SetEnabled(std::uint32_t feature, std::uint8_t value);
 
-    virtual void Write(const char* format, MessageArgs args);
-    virtual void WriteTagged(std::uint32_t tag, const char* format, MessageArgs args);
+    virtual void Write(const char* format, MessageArgs args) { std::vprintf(format, args.list); }
+    virtual void WriteTagged(std::uint32_t /*tag*/, const char* format, MessageArgs args)
+    {
+        Audit::Write(format, args);
+    }
     virtual void WriteStamped(std::uint32_t flags, const char* format, MessageArgs args);
     virtual void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
     /// Reaches the file and the tailing clients only. Kept, with WriteTagged and WriteConsole, for a full choice.
     virtual void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
     /// Reaches the console only.
-    virtual void WriteConsole(const char* format, MessageArgs args);
+    virtual void WriteConsole(const char* format, MessageArgs args) { std::vprintf(format, args.list); }
 
     void Write(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void WriteTagged(std::uint32_t tag, const char* format, ...) __attribute__((format(printf, 3, 4)));

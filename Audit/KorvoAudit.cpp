@@ -64,19 +64,9 @@ KorvoAudit::KorvoAudit(const std::string& path)
     }
 }
 
-KorvoAudit::~KorvoAudit()
-{
-    FinishRotation();
-}
-
 void KorvoAudit::FinishRotation()
 {
     if (mRotation.joinable()) mRotation.join();
-}
-
-void KorvoAudit::Write(const char* format, MessageArgs args)
-{
-    Log({false, nullptr, true}, format, args);
 }
 
 void KorvoAudit::WriteTagged(std::uint32_t tag, const char* format, MessageArgs args)
@@ -98,8 +88,6 @@ void KorvoAudit::WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const cha
 {
     Log({(flags & Stamp) != 0, &tag, false}, format, args);
 }
-
-void KorvoAudit::OnLogLine(const std::string&) {}
 
 void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
 {

@@ -25,7 +25,7 @@ class KorvoAudit : public Audit
 public:
     /// An empty path means "/var/log/K2.log".
     explicit KorvoAudit(const std::string& path);
-    ~KorvoAudit() override;
+    ~KorvoAudit() override { FinishRotation(); }
 
     using Audit::Write;
     using Audit::WriteFileOnly;
@@ -33,7 +33,7 @@ public:
     using Audit::WriteStampedTagged;
     using Audit::WriteTagged;
 
-    void Write(const char* format, MessageArgs args) override;
+    void Write(const char* format, MessageArgs args) override { Log({false, nullptr, true}, format, args); }
     void WriteTagged(std::uint32_t tag, const char* format, MessageArgs args) override;
     void WriteStamped(std::uint32_t flags, const char* format, MessageArgs args) override;
     void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args) override;
@@ -41,7 +41,7 @@ public:
 
     /// Called with each line, never on two threads at once. An override must not log: a log lock is held, or a rotation
     /// waits.
-    virtual void OnLogLine(const std::string& line);
+    virtual void OnLogLine(const std::string& /*line*/) {}
 
 protected:
     /// Waits for the end of a rotation. For the destructor of classes that override OnLogLine.

@@ -64,11 +64,6 @@ CommandLine::~CommandLine()
     if (mThread.joinable()) Stop();
 }
 
-void CommandLine::AddNode(const std::shared_ptr<Node>& node)
-{
-    mNodes->GetRoot().AddNode(node);
-}
-
 std::string CommandLine::Execute(const std::string& line, const boost::any& context)
 {
     const std::string trimmed = boost::trim_copy(line);

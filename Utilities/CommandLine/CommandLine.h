@@ -37,7 +37,7 @@ public:
         Node::ValidateActionName(id);
         mNodes->GetRoot().AddAction(action::MakeAction(id, std::forward<Callable>(function), help));
     }
-    void AddNode(const std::shared_ptr<Node>& node);
+    void AddNode(const std::shared_ptr<Node>& node) { mNodes->GetRoot().AddNode(node); }
 
     /// Runs one line as it came from a client and gives what to answer, empty for nothing. Nothing that is typed makes
     /// it throw.

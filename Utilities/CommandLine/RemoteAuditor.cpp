@@ -25,11 +25,6 @@ RemoteAuditor::RemoteAuditor(CommandLine& commandLine, const std::string& logPat
         });
 }
 
-RemoteAuditor::~RemoteAuditor()
-{
-    FinishRotation();
-}
-
 void RemoteAuditor::OnLogLine(const std::string& line)
 {
     mTail->OnLogLine(line);

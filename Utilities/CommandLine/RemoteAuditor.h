@@ -21,7 +21,7 @@ class RemoteAuditor : public KorvoAudit
 public:
     /// An empty log path means the default of KorvoAudit.
     RemoteAuditor(CommandLine& commandLine, const std::string& logPath);
-    ~RemoteAuditor() override;
+    ~RemoteAuditor() override { FinishRotation(); }
 
     /// Whether a new client tails the log from the start; false at first. Main service only.
     void SetTailByDefault(bool tail) { mTailByDefault = tail; }
