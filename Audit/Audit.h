@@ -12,7 +12,7 @@
 #include <string>
 #include <type_traits>
 
-/// The argument list of one message on its way through the virtual operations.
+/// The argument list of a message, as the virtual operations take it.
 struct MessageArgs
 {
     std::va_list& list;
@@ -21,8 +21,8 @@ struct MessageArgs
 /// The one log of the process. This class prints on standard output only; KorvoAudit adds the file, and
 /// the shell's auditor the tailing clients.
 ///
-/// Any thread may log at any time. Messages are printf formats. Callers do not test and write by hand:
-/// AUDIT_LOG, AUDIT_STREAM and AUDIT_ASSERT below give a log call its shape.
+/// Any thread may log at any time. Messages are printf formats. Callers use AUDIT_LOG, AUDIT_STREAM and
+/// AUDIT_ASSERT below.
 class Audit
 {
 public:
@@ -31,7 +31,7 @@ public:
     static constexpr std::uint32_t AssertTag = 0x40000002;
     static constexpr std::uint32_t KlvDataTag = 0x10000000;
 
-    /// Keeps the operations that take a std::string from competing for a literal.
+    /// Keeps the overloads for std::string from being chosen for a literal.
     template <class String>
     using IfString = std::enable_if_t<std::is_same_v<String, std::string>, int>;
 
@@ -40,8 +40,8 @@ public:
 
     /// The object in force; a plain Audit is made on first use. Never null.
     static Audit* Instance();
-    /// Destroys the object in force and installs this one, which the log owns from here on; null installs a
-    /// new plain Audit. The caller sees to it that no other thread logs meanwhile.
+    /// Destroys the object in force and installs this one, which the log then owns; null installs a new plain
+    /// Audit. The caller ensures that no other thread logs at the same time.
     static void SetInstance(Audit* audit);
     /// The test that every log call makes: one relaxed load of a byte, from any thread.
     static bool IsOn(DebugFeature feature)
@@ -60,7 +60,7 @@ public:
     }
     virtual void WriteStamped(std::uint32_t flags, const char* format, MessageArgs args);
     virtual void WriteStampedTagged(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
-    /// Reaches the file and the tailing clients only. Kept, with WriteTagged and WriteConsole, for a full choice.
+    /// Reaches the file and the tailing clients only. Unused now, like WriteTagged and WriteConsole.
     virtual void WriteFileOnly(std::uint32_t flags, std::uint32_t tag, const char* format, MessageArgs args);
     /// Reaches the console only.
     virtual void WriteConsole(const char* format, MessageArgs args) { std::vprintf(format, args.list); }
@@ -114,7 +114,7 @@ public:
     void SetTimeOffset(std::int32_t seconds) { mTimeOffset.store(seconds, std::memory_order_relaxed); }
 
 protected:
-    /// "[dd/mm/yy hh:mm:ss]", without a blank behind it.
+    /// "[dd/mm/yy hh:mm:ss]", without a blank after it.
     std::string TimeStamp() const;
 
 private:
@@ -124,8 +124,8 @@ private:
     std::array<std::atomic<std::uint8_t>, MaxDebugLevels> mFeatures{};
 };
 
-/// Puts a plain Audit in force when it dies, so that what logs after the log's own surroundings have gone
-/// still has a log. Lives right behind the auditor that it guards.
+/// Installs a plain Audit when it is destroyed, so that objects destroyed after the auditor can still log. Declared
+/// right after the auditor.
 class AuditGuard
 {
 public:
@@ -135,8 +135,8 @@ public:
     AuditGuard& operator=(const AuditGuard&) = delete;
 };
 
-/// Writes "Assert failed in file ..." and, if the feature Assert is on, the message behind it. The work goes on:
-/// the caller has its own guard for the case.
+/// Writes "Assert failed in file ..." and, if the feature Assert is on, the message after it, and returns:
+/// the caller has a guard for that case.
 void AuditAssertFailed(const char* file, int line, const char* condition, const std::string& message = {});
 
 /// AUDIT_LOG(Information, "Starting %s\n", name): a stamped line under a feature.
@@ -155,7 +155,7 @@ void AuditAssertFailed(const char* file, int line, const char* condition, const 
         }                                                                                                              \
     } while (false)
 
-/// An assertion that logs and goes on. Gives the value of the condition, so that the caller's guard can be
+/// An assertion that logs and returns. Its value is that of the condition, so that the caller's guard can be
 /// `if (!AUDIT_ASSERT(port < 3)) return;`.
 #define AUDIT_ASSERT(condition)                                                                                        \
     (static_cast<bool>(condition) || (::AuditAssertFailed(__FILE__, __LINE__, #condition), false))

@@ -207,8 +207,8 @@ void KorvoAudit::ReportSlowGzip()
     }
 }
 
-/// What came meanwhile comes first. The bulk is written while others can still add to the list; what they have added
-/// then goes under the lock, so that no line overtakes another.
+/// The lines held back are written first. The bulk is written while others can still add to the list; what they have
+/// added then goes under the lock, so that no line overtakes another.
 void KorvoAudit::FlushPending()
 {
     std::list<std::string> bulk;

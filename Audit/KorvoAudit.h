@@ -14,8 +14,8 @@
 /// The log with its file: rotation by size and at every start into five gzipped generations, and a hook for
 /// each line that was written. What is no regular file, such as /dev/null, is only written to.
 ///
-/// A rotation runs on a thread of its own, and nobody waits for gzip: the thread whose line sets it off gives it a
-/// moment, since it is over by then as a rule, and holds its line back if it is not, as all others do.
+/// A rotation runs on its own thread, and no thread waits for gzip: the thread whose line starts the rotation waits a
+/// moment, which is usually enough, and then holds its line back like all others.
 ///
 /// Two locks guard it. The file lock, one for the process, is held while a line is formatted and written; while
 /// mRotating is set the file belongs to the rotation instead. mPendingLock is held while a line is formatted into the

@@ -23,8 +23,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-// What a KLV stream costs from the kernel's socket to the slot of a command, each figure beside what bare sockets cost
-// for the same bytes in the same run.
+// What a KLV stream costs from the kernel's socket to the slot of a command, against bare sockets with the
+// same bytes in the same run.
 
 namespace {
 

@@ -39,7 +39,7 @@ public:
     std::uint64_t mSent = 0;
 };
 
-/// A directory behind a router on both links, with devices spread over remote routers.
+/// A directory with a router on both links, with devices spread over remote routers.
 class Directory
 {
 public:
@@ -112,7 +112,7 @@ double BaselineNanoseconds()
     return (Now() - start) / Rounds;
 }
 
-/// Runs one event after the other over all devices, and gives its cost beside the baseline.
+/// Runs one event after the other over all devices, and gives its cost and the baseline.
 template <class Event>
 void Measure(benchmark::State& state, Event event)
 {

@@ -46,7 +46,7 @@ struct Target
     bool isMet;
 };
 
-/// A table of figures, each beside its baseline from the same run. A row is printed as soon as it is there.
+/// A table of figures, each with its baseline from the same run. A row is printed as soon as it is known.
 class Report
 {
 public:

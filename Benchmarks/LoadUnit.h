@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-/// The module in the rig with the neighbours that a load needs: an Orb router behind a tap, and on both links the
-/// same hub with a device behind it, or the same box.
+/// The module in the rig with the neighbours that a load needs: an Orb router whose stream has a tap, and on both
+/// links the same hub with a device, or the same box.
 class LoadUnit
 {
 public:
@@ -24,8 +24,8 @@ public:
     /// Starts the module and waits until it serves its rack.
     LoadUnit();
 
-    /// Patches between the Orb side and the device behind a hub.
-    /// @param link 0 or 1; @param index tells patches of one device apart; @param slots on the Orb side.
+    /// Patches between the Orb side and the device at a hub.
+    /// @param link 0 or 1; @param index distinguishes patches of one device; @param slots on the Orb side.
     static peers::Bytes HubPatch(unsigned int link, std::uint32_t source, std::uint32_t index,
                                  const std::vector<std::uint32_t>& slots, bool make);
 
@@ -33,7 +33,7 @@ public:
     /// The cable first, then the program.
     void Unplug(unsigned int link);
     void PlugBox(unsigned int link);
-    /// Takes the cable of a box away and leaves the program, which keeps silent until it is plugged again.
+    /// Takes the cable of a box away and leaves the program, which sends nothing until it is plugged again.
     void PullCable(unsigned int link);
     void PlugAgain(unsigned int link);
     /// Waits until the one patch of the store is reserved on a link. The news of the box is no proof of it: sometimes

@@ -1,5 +1,5 @@
-// A load on the real program in the rig, seen from its neighbours and from its hardware. Each figure stands beside a
-// baseline of the same run: what the kernel alone takes for the same bytes.
+// A load on the real program in the rig, seen from its neighbours and from its hardware. Each figure has a
+// baseline from the same run: what the kernel alone takes for the same bytes.
 
 #include "Benchmarks/BareStream.h"
 #include "Benchmarks/LoadReport.h"
@@ -41,7 +41,7 @@ struct Sizes
     unsigned int rest;
 };
 
-// ---- what the hardware tells
+// ---- the hardware's figures
 
 struct SyncTimes
 {

@@ -1,5 +1,5 @@
 // What a patch costs: the slots, and the whole way from a command to the request that makes the table active. The
-// log lines that stand in the way of every patch are switched off here, since they are measured with the log.
+// log lines of each patch are switched off here, since they are measured with the log.
 
 #include "Audit/Audit.h"
 #include "Common/KLV/Commands/PatchCommands.h"
@@ -26,7 +26,7 @@ std::vector<std::uint32_t> CountUp(std::uint32_t count)
     return slots;
 }
 
-/// The desk behind port 0 and one box on the primary link.
+/// The desk on port 0 and one box on the primary link.
 class TwoDevices : public iDevices
 {
 public:

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Runs in the crashed process: nothing but plain writes.
+/// Runs in the crashed process: only plain writes are safe.
 bool OnDump(const google_breakpad::MinidumpDescriptor& descriptor, void*, bool succeeded)
 {
     const char* const parts[] = {"MINIDUMP=", descriptor.path(), "\n"};

@@ -69,7 +69,7 @@ constexpr Routing::PortsEnum OtherLinkPort(Routing::PortsEnum port)
     return port == Routing::PRIMARY_PORT ? Routing::SECONDARY_PORT : Routing::PRIMARY_PORT;
 }
 
-/// "Pri Korvo " and its like, for a Routing::PortsEnum; what is none gives "UNKNOWN ".
+/// "Pri Korvo " and its like, for a Routing::PortsEnum; any other value gives "UNKNOWN ".
 std::string PortText(UINT8GIGEPORT port);
 /// "H0 " and its like, for a link or for a port at the far end of one; 0xFF gives "UNKNOWN_PORT ".
 std::string LinkPortText(UINT8GIGEPORT number);
@@ -188,7 +188,7 @@ std::ostream& operator<<(std::ostream& out, PatchState state);
 
 } // namespace Korvo
 
-/// Kept for whoever shows the state of a device or port as the audio network sees it; this module does not.
+/// For programs that show the state of a device or port as the audio network sees it; unused in this module.
 enum class IOKorvoStatus : std::uint8_t {
     Offline = 0,
     Online = 1,

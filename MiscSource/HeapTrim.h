@@ -4,7 +4,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 /// Gives the system back, every ten seconds, what a burst has left free in the heap. The allocator itself would
-/// keep for good all memory below a block that is still in use. Lives on the main service, which must not run any more
+/// keep all memory below a block that is still in use. Lives on the main service, which must not run any more
 /// when it dies.
 class HeapTrim
 {

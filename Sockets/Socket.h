@@ -21,14 +21,14 @@ public:
     virtual int Close();
     virtual bool Ready() const { return mSocket != -1 && !mCloseAndDelete; }
     virtual bool IsConnecting() const { return false; }
-    /// A connection that was there before is being made again.
+    /// True from the first reconnect on.
     virtual bool IsReconnect() const { return false; }
     /// Bytes that wait to be sent.
     virtual std::size_t GetOutputLength() const { return 0; }
-    /// Opens once more to where Open was aimed. False if it never was.
+    /// Connects again to the address of the last Open. False if there was none.
     virtual bool Reopen() { return false; }
     enum class Ending { Lingers, Reopened, Leaves };
-    /// The handler's close pass has come to this socket.
+    /// Called by the handler's close pass.
     virtual Ending EndConnection() { return Ending::Leaves; }
 
     virtual void OnRead() {}
@@ -50,7 +50,7 @@ public:
     ISocketHandler& Handler() const { return mHandler; }
     int GetSocket() const { return mSocket; }
     void Attach(int fd) { mSocket = fd; }
-    /// For the handler, of a socket that it owns.
+    /// Set by the handler on a socket that it owns.
     void SetDeleteByHandler() { mDeleteByHandler = true; }
     bool DeleteByHandler() const { return mDeleteByHandler; }
     /// Marks the socket for the close pass. It notes the time of the mark.
@@ -63,26 +63,26 @@ public:
     bool IsDisableRead() const { return mDisableRead; }
     void SetConnected(bool value = true) { mConnected = value; }
     bool IsConnected() const { return mConnected; }
-    /// For the handler, which looks for all others when they are deleted.
+    /// Set by the handler, which searches its lists for any other socket that is deleted.
     void SetErasedByHandler() { mErasedByHandler = true; }
     bool ErasedByHandler() const { return mErasedByHandler; }
-    /// Where Open was aimed; null before.
+    /// The address of the last Open; null before.
     const SocketAddress* GetClientRemoteAddress() const { return mClientRemoteAddress.get(); }
     void SetClientRemoteAddress(const SocketAddress& address) { mClientRemoteAddress = address.Clone(); }
     void SetRemoteAddress(const SocketAddress& address) { mRemoteAddress = address.Clone(); }
 
-    /// Not 0 starts a time-out, 0 ends it.
+    /// Starts a time-out; 0 ends it.
     void SetTimeout(std::time_t seconds);
     /// Strictly more seconds than the limit have passed.
     bool HasTimedOut(std::time_t now) const { return now - mTimeoutStart > mTimeoutLimit; }
 
     bool SetNonblocking(int fd);
     bool SetSoLinger(int fd, bool on, int seconds);
-    /// Kept for a socket that has its descriptor; the streams set theirs before.
+    /// For a socket that has its descriptor. Unused: streams set the option earlier.
     bool SetSoLinger(bool on, int seconds) { return SetSoLinger(mSocket, on, seconds); }
     bool SetSoReuseaddr(int fd, bool on);
     bool SetSoKeepalive(int fd, bool on);
-    /// Kept, and only reports that the option is not used.
+    /// Only reports that the option is not used.
     bool SetTcpNodelay(bool on);
     /// The pending error of the descriptor.
     int SoError() const;
@@ -104,7 +104,7 @@ private:
     int mSocket = -1;
     bool mDeleteByHandler = false;
     bool mCloseAndDelete = false;
-    /// These two no code reads: in a debugger they tell how old a socket is and which listener accepted it.
+    /// For the debugger only: the age of a socket and the listener that accepted it.
     const std::time_t mCreateTime;
     Socket* mParent = nullptr;
     bool mDisableRead = false;
@@ -112,7 +112,7 @@ private:
     bool mErasedByHandler = false;
     std::time_t mCloseTime = 0;
     std::unique_ptr<SocketAddress> mClientRemoteAddress;
-    /// The peer that was accepted; for a debugger too.
+    /// The peer that was accepted; for the debugger only.
     std::unique_ptr<SocketAddress> mRemoteAddress;
     std::time_t mTimeoutStart = 0;
     std::time_t mTimeoutLimit = 0;

@@ -107,7 +107,7 @@ bool TcpSocket::Reconnect()
     SetConnected(false);
     Close();
     OnDisconnect();
-    // The stream may have had enough. Its mark for closing then fell on a descriptor that is no more.
+    // OnDisconnect may have cancelled the reconnect; its mark for closing was for a descriptor that no longer exists.
     if (!mReconnect) return false;
     if (!Reopen()) LogError("Reconnect", 0, "no address", LogLevel::Error);
     ResetConnectionRetries();

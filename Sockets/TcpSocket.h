@@ -14,15 +14,15 @@ class TcpSocket : public StreamSocket
 public:
     static constexpr int ShutWrite = 1;
     static constexpr int ShutByPeer = 2;
-    /// A peer that does not read must not eat the memory.
+    /// A peer that does not read must not exhaust the memory.
     static constexpr std::size_t MaxUnsent = 64u << 20;
 
     /// @param inputSize capacity of the input ring in bytes.
     TcpSocket(ISocketHandler& handler, std::size_t inputSize) : StreamSocket(handler), ibuf(inputSize) {}
 
-    /// Starts to connect. @param host a dotted quad. False, with the mark for closing, if that cannot be.
+    /// Starts to connect. @param host a dotted quad. Returns false and marks itself for closing if it cannot.
     bool Open(const std::string& host, std::uint16_t port);
-    /// @param bindAddress kept for a host with several networks; the streams leave it to the routes.
+    /// @param bindAddress for a host with several networks; streams pass none.
     bool Open(const SocketAddress& address, const SocketAddress* bindAddress = nullptr);
     int Close() override;
 
@@ -32,7 +32,7 @@ public:
     void BeginGather() { mGathering = true; }
     void EndGather();
 
-    // Over the life of the connection. Kept for diagnosis.
+    // Since the connection began; for diagnosis.
     std::uint64_t GetBytesSent() const { return mBytesSent; }
     std::uint64_t GetBytesReceived() const { return mBytesReceived; }
     std::size_t GetOutputLength() const override { return mOutput.GetLength(); }
@@ -53,9 +53,9 @@ protected:
 private:
     static constexpr std::size_t ReadSize = 16400;
 
-    /// Like recv: what the kernel has, at most what the ring has room for.
+    /// Like recv, with the free space of the ring as the buffer.
     std::ptrdiff_t ReceiveIntoRing();
-    /// The pending error of a connect; one that failed at once leaves none behind.
+    /// The pending error of a connect; there is none if it failed at once.
     int ConnectError() const;
     void OnConnectWritable();
     void Enqueue(const char* data, std::size_t size);

@@ -9,7 +9,7 @@ KLVReadSet::KLVReadSet(DataStream& stream) : KLVSet(stream)
 {
     mStream.ResetReadCount();
     if (!mStream.ReadHeader(mKey, mValueMark)) mBad = true;
-    // A length that runs over the counter, or over all that the stream has, cannot be that of an item.
+    // A length that overflows the counter or exceeds the stream cannot be that of an item.
     const std::uint32_t read = mStream.GetReadCount();
     if (mValueMark < read || mValueMark - read > mStream.GetAvailable()) {
         mValueMark = read;

@@ -26,7 +26,7 @@ public:
 
     Address GetAddress() const { return mId; }
     std::size_t GetSampleSpace() const { return mSampleSpace; }
-    /// Kept for whoever tells the three kinds apart; this module asks IsSource and IsSink.
+    /// Unused: this module asks IsSource and IsSink.
     Direction GetDirection() const { return mDirection; }
     bool IsSource() const { return mDirection != Direction::SinkOnly; }
     bool IsSink() const { return mDirection != Direction::SourceOnly; }

@@ -25,7 +25,7 @@ namespace audio {
 /// class owns, ask the FPGA to activate it. One sync is in flight at a time, later requests fold into one. All
 /// operations run on the main thread. mMutex guards mRunning, mSyncRequested and mSyncComplete; it may be held while
 /// the mutex of the FSI is taken, never the other way round. The sync thread does not log. Held by shared pointer, and
-/// in its destructor it uses nothing but its own FSI.
+/// its destructor uses only its own FSI.
 ///
 /// As a view it holds the endpoints of the registry, from RegisterEndpoints on.
 class AudioDmaManager : public std::enable_shared_from_this<AudioDmaManager>,

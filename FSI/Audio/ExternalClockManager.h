@@ -20,7 +20,7 @@ namespace audio {
 ///
 /// Everything happens on the main thread. What changes the choice of sources posts its work there, in the order of the
 /// calls; work that is still queued when the manager is destroyed does nothing. Held by shared pointer, and in its
-/// destructor it uses nothing but its own connections.
+/// destructor it uses only its own connections.
 class ExternalClockManager : public std::enable_shared_from_this<ExternalClockManager>
 {
 public:

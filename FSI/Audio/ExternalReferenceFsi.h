@@ -20,7 +20,7 @@ public:
     static constexpr int SecondLossEvent = 1;
     static constexpr int MeasurementEvent = 2;
     static constexpr int SettleEvent = 3;
-    /// Declared, so that it is acknowledged; nobody listens to it.
+    /// Declared so that it is acknowledged; it has no handler.
     static constexpr int UnusedEvent = 4;
 
     /// @throws std::system_error, see fsi::OpenRegisterBlock

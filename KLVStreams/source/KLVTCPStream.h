@@ -76,7 +76,7 @@ private:
     void IdentifyRole(std::uint8_t lastLocalOctet);
     void FixSegmentSize();
 
-    // How the connection began and ended. Nothing reads these but whoever looks at a stream in a crash dump.
+    // How the connection began and ended; only for the reader of a crash dump.
     bool mOpenResult = true;
     bool mConnectFailed = false;
     bool mDeleted = false;

@@ -5,7 +5,7 @@
 
 #include <thread>
 
-/// Stops the main service on SIGINT or SIGTERM. It waits on its own thread, so that whatever is queued on the main
+/// Stops the main service on SIGINT or SIGTERM. It waits on its own thread, so that a full queue of the main
 /// service, such as a flood of reports, does not delay the end.
 class SignalWatch
 {

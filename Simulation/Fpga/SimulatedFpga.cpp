@@ -52,7 +52,7 @@ public:
     void WriteBurst(std::uint32_t offset, const std::uint32_t* words, std::size_t count) override
     {
         const Lock lock(mBoard.mMutex);
-        // Of a run of data words only the last one stays in the register.
+        // After a run of data words the register holds only the last one.
         const bool isRun = offset == SimulatedBlock::IndirectData && !mBoard.mRecording;
         for (std::size_t i = 0; i < count; ++i) {
             if (isRun && i + 1 < count) {
@@ -136,7 +136,7 @@ std::optional<SimulatedFpga::SampleName> SimulatedFpga::Probe(std::uint32_t endp
     const Lock lock(mMutex);
     const std::uint32_t sink = endpoint << 9 | sample;
     std::uint32_t source = 0;
-    // The engine works through the table from its start: of two entries for one sample the later one stands.
+    // The engine reads the table from its start: of two entries for one sample the later one counts.
     for (const std::uint32_t word : mActive)
         if ((word & 0xFFF) == sink) source = word >> 12 & 0xFFF;
     if (source == 0) return std::nullopt;

@@ -23,7 +23,7 @@ namespace simulation {
 /// "0012", with the behaviour that the module sees through their registers.
 ///
 /// What it knows of routes came through the register ports and became active by a sync request. Any thread may use
-/// either side; mMutex guards everything. A thread of its own completes the syncs that take time. It outlives the
+/// either side; mMutex guards everything. Its thread completes the syncs that take time. It outlives the
 /// blocks opened from it.
 class SimulatedFpga
 {
@@ -86,7 +86,7 @@ public:
     // What happens to it.
 
     void SetSyncTime(std::chrono::microseconds time);
-    /// While on, a sync request is not completed by itself. Turned off, one that was held takes its course.
+    /// While on, sync requests wait for Complete; turned off, a held one proceeds.
     void SetHold(bool hold);
     /// Completes the sync in progress; false if there is none.
     bool Complete();
@@ -99,13 +99,13 @@ public:
     void SetFirmwareBuild(std::uint8_t build);
     /// Address of the bulk block on the ADMA engine.
     void SetBulkAddress(std::uint8_t address);
-    /// Called after each activation, on the thread that brought it about and with the lock held: it must not call
+    /// Called after each activation, on the thread that caused it and with the lock held: it must not call
     /// back.
     void SetActivationListener(std::function<void()> listener);
 
     // Faults.
 
-    /// The next syncs become active without telling.
+    /// The next syncs become active without an interrupt.
     void LoseEndOfSync(unsigned count);
     void BreakInterruptLine(const std::string& block);
 
@@ -136,7 +136,7 @@ private:
     SimulatedBlock mFirmware;
     SimulatedBlock mBulk;
 
-    /// What came through the data port, what the sync in progress took up, and what is active.
+    /// Written through the data port, taken by the sync in progress, and active.
     Table mWritten{};
     Table mTaken{};
     Table mActive{};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The register blocks of a unit's FPGA as UIO devices, with memory in their place. A thread looks at that memory and
+ * The register blocks of a unit's FPGA as UIO devices, with memory in their place. A thread polls that memory and
  * does what the FPGA does at once: it takes the sync request and raises the end of sync, honours enables and
  * acknowledges, and gives a measurement when told.
  *

@@ -3,7 +3,7 @@
  * The link driver of a unit, without the links: the generic netlink family "k2link", and the file k2hid of the
  * interfaces k2link0 to k2link2, which may be of any kind.
  *
- * A cable is one thing, what the driver sees over it another: a neighbour shows only while the interface is up.
+ * A plugged cable is not yet a neighbour: it shows only while the interface is up.
  *
  * Control file /dev/k2link:
  *   plug PORT REMOTEID REMOTEPORT   unplug PORT   endpoint PORT ADMA   report PORT

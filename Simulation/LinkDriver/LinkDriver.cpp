@@ -46,7 +46,7 @@ std::vector<std::uint8_t> ToBytes(const Message& message)
     return {begin, begin + header->nlmsg_len};
 }
 
-/// Each registration of a family gets an id of its own, as in the kernel, also that of a driver that has come back.
+/// Each registration of a family gets a new id, as in the kernel, also that of a driver that returns.
 std::uint16_t MakeFamilyId()
 {
     static std::atomic<unsigned> sRegistrations{0};

@@ -19,10 +19,10 @@ namespace sim {
 /// The link driver of a unit, in a process: answers on a userspace netlink port as the kernel's generic netlink does
 /// for the family "k2link", holds the state of three ports, and reports changes to the group "notify".
 ///
-/// A cable is one thing, what the driver sees over it another: where an interface k2linkN exists, its neighbour shows
-/// only while that interface is up. Where there is none, the port counts as up.
+/// A plugged cable is not yet a neighbour: where an interface k2linkN exists, its neighbour shows only while that
+/// interface is up. Where there is none, the port counts as up.
 ///
-/// A thread of its own serves requests and watches the interfaces; Execute may be called from any thread.
+/// Its thread serves requests and watches the interfaces; Execute may be called from any thread.
 class LinkDriver
 {
 public:

@@ -45,7 +45,7 @@ void NetlinkSocket::SendTo(const std::vector<std::uint8_t>& bytes, std::uint32_t
     address.nl_family = AF_NETLINK;
     address.nl_pid = port;
     address.nl_groups = groups;
-    // A send to a group answers ECONNREFUSED after it has been delivered, since nobody has port 0 of this protocol.
+    // A send to a group answers ECONNREFUSED after it has been delivered, since no socket has port 0 of this protocol.
     sendto(mFd, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 

@@ -28,7 +28,7 @@ private:
     Description mDescription;
 };
 
-/// What a hub and a master router have in common: devices behind them, of which they tell the module on the local
+/// What a hub and a master router have in common: connected devices, which they report to the module on the local
 /// stream, and descriptions that they give on the data link.
 class RoutingNode : public LinkNode
 {
@@ -91,7 +91,7 @@ private:
     bool mReportsAtOnce = false;
 };
 
-/// Opens its streams to the module by itself, a local one and a master one, and its beats name the master. It does not
+/// Opens its streams to the module, a local one and a master one, and its beats name the master. It does not
 /// wait for heartbeats, its own or the module's.
 class MasterRouter : public RoutingNode
 {

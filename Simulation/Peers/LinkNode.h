@@ -46,7 +46,7 @@ protected:
     bool OnVerb(const Line& line, std::string& answer) override;
     std::string GetHelp() const override;
 
-    /// Addresses beside the one of the link, to be set before the peer appears.
+    /// Addresses besides the one of the link, to be set before the peer appears.
     virtual std::vector<std::uint32_t> GetFurtherAddresses() const { return {}; }
     /// The word after the type in the heartbeat: an I/O device's internals, a router's master.
     void SetWord(std::uint32_t word) { mWord = word; }

@@ -58,7 +58,7 @@ protected:
     virtual bool OnVerb(const Line&, std::string& /*answer*/) { return false; }
     /// Asked before each attempt to open a stream that is kept open.
     virtual bool MayOpen() { return true; }
-    /// A stream has ended by itself or was reset.
+    /// A stream has ended or was reset.
     virtual void OnStreamEnded() {}
     /// Lines for the listing of verbs.
     virtual std::string GetHelp() const { return {}; }

@@ -8,8 +8,8 @@
 /// The virtual peers: programs that speak the network's real protocols over real sockets, and take commands.
 ///
 /// One program, `Peer KIND --control PATH [option...]`, one process a peer, run in the namespace of the rig where the
-/// peer stands: `orb` and `update` in `unit`; `fixed`, `modular`, `aoip`, `module`, `hub` and `router` in `pri` or
-/// `sec`. It prints "ready" when its control socket stands, and ends on `quit`, SIGTERM or SIGINT. `--do LINE` (any
+/// peer belongs: `orb` and `update` in `unit`; `fixed`, `modular`, `aoip`, `module`, `hub` and `router` in `pri` or
+/// `sec`. It prints "ready" when its control socket accepts, and ends on `quit`, SIGTERM or SIGINT. `--do LINE` (any
 /// number of times) plays lines of the control channel first, `--appear` appears at once, `Peer --help` lists the
 /// rest. For example, the two ends of a link between the module (rack 0x12) and a box (rack 0x20, port 0):
 ///
@@ -19,7 +19,7 @@
 ///
 /// and then, on the control socket of the box, `appear` once the link driver has reported the neighbour with the
 /// driver id 2 * 0x20 and the port 0 on link 0. A peer that appears on a link puts the addresses of the link, and for
-/// a hub that of its data link, on its interface by itself.
+/// a hub that of its data link, on its interface.
 ///
 /// The control channel is a Unix stream socket. One line, one answer; the answer's lines end with a line ".". An
 /// answer that begins with "error:" says what was wrong. Numbers are decimal or 0x; LIST is "0-15,32"; ID is the
@@ -51,7 +51,7 @@
 ///
 /// | Line | What it does |
 /// |---|---|
-/// | `internals WORD` | the word behind the type in the heartbeat |
+/// | `internals WORD` | the word after the type in the heartbeat |
 /// | `heartbeats on`, `heartbeats off` | stops and resumes the heartbeats alone |
 /// | `module-heartbeat` | count and bytes of the last heartbeat heard from the module |
 /// | `identity HID [TYPE]` | what the heartbeat says, also of a type that does not exist |
@@ -60,14 +60,14 @@
 /// | `address` | own address and the module's on this link |
 ///
 /// Boxes: `card SLOT MODEL` (fixed, aoip), `card SLOT NAME [in=LIST] [out=LIST]` (modular; hardware port numbers),
-/// `ports IN OUT` (module), `rate RATE [RATES]` (tells the rates before the description), `describe` (unasked).
+/// `ports IN OUT` (module), `rate RATE [RATES]` (reports the rates before the description), `describe` (unasked).
 ///
-/// Hub and master router: `device HID fixed|modular|aoip|module ADDRESS` (a device behind it appears), `of HID LINE`
-/// (a line of a box for that device), `device-gone HID`, `own-io HID` (the device that stands for its internal I/O),
-/// `router HID ADDRESS [type=5]`, `router-gone HID`, `report` (tells of everything again), `flood FIRST-HID COUNT`
+/// Hub and master router: `device HID fixed|modular|aoip|module ADDRESS` (a device at it appears), `of HID LINE`
+/// (a line of a box for that device), `device-gone HID`, `own-io HID` (the device that represents its internal I/O),
+/// `router HID ADDRESS [type=5]`, `router-gone HID`, `report` (reports everything again), `flood FIRST-HID COUNT`
 /// (reports that many devices). They answer pings. The hub listens for its data link; `at-once on` makes it report its
 /// devices as soon as it has a local stream and not again once the data link is up. The router opens a local and a master stream
-/// (named data) to the module by itself, and has `master RACK [NUMBER [RATE]]`, what its heartbeat says of the
+/// (named data) to the module, and has `master RACK [NUMBER [RATE]]`, what its heartbeat says of the
 /// master.
 ///
 /// Orb router: `card ...` and `rate ...` of its internal I/O, `identity HID [IO-HID]`, `name` (sends RouterInfo

@@ -33,7 +33,7 @@ public:
     void Unplug(unsigned int link);
     stage::Peer& GetNeighbour(unsigned int link) { return *mNeighbours[link]; }
     void PlugHub();
-    /// Waits until the box behind the hub is reported to the Orb router.
+    /// Waits until the box at the hub is reported to the Orb router.
     void AwaitHubBox();
     void PlugRouter();
     void TellDriver(const std::string& line);

@@ -15,7 +15,7 @@ struct Step
     std::function<std::string()> play;
 };
 
-/// Plays steps one after the other and tells of each as it happens.
+/// Plays steps one after the other and prints each as it happens.
 class Rehearsal
 {
 public:

@@ -33,7 +33,7 @@ std::string Hex(const std::string& bytes)
     return text.substr(0, text.size() - 1);
 }
 
-/// The lines that have text, each on a line of its own.
+/// The lines that have text, one per line.
 std::string Indented(const std::string& text)
 {
     std::istringstream lines(text);

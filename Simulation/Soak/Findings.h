@@ -7,7 +7,7 @@
 
 namespace soak {
 
-/// What a soak tells: each step and each violation, with the time since the start. Any thread.
+/// The output of a soak: each step and each violation, with the time since the start. Any thread.
 class Findings
 {
 public:

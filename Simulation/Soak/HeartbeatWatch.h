@@ -14,8 +14,8 @@
 
 namespace soak {
 
-/// Listens at the far ends of the module's wires for its heartbeats, on a thread of its own, and tells of each gap by
-/// the time stamps of the kernel. A wire that is disturbed is not judged, nor one on which nothing is due.
+/// Listens at the far ends of the module's wires for its heartbeats, on its own thread, and reports each gap by the
+/// time stamps of the kernel. A disturbed wire is not judged, nor one on which no heartbeat is due.
 class HeartbeatWatch
 {
 public:
@@ -30,8 +30,8 @@ public:
     void Disturb(Wire wire);
     /// The end of one; the next beat is the first of a new row. Calls nest.
     void Calm(Wire wire);
-    /// A heartbeat was late, as something tells that happened in the last so many seconds: a violation, unless the
-    /// whole machine was late then.
+    /// Reports a heartbeat that was late in the last so many seconds: a violation, unless the whole machine was late
+    /// then.
     void TellLate(const std::string& text, std::chrono::seconds within);
     /// How many intervals were judged, and the longest of them.
     std::string Summary() const;

@@ -38,7 +38,7 @@ std::string PingItem(std::size_t textSize)
            std::string(8, '\0');
 }
 
-/// From the module's own namespace. A busy module accepts nobody for a while, and the soak must not wait for it.
+/// From the module's own namespace. A busy module accepts no connection for a while, and the soak must not wait for it.
 ByteStream Connect(std::uint16_t port)
 {
     constexpr int PatienceMs = 1000;
@@ -267,7 +267,7 @@ void Mischief::AddLies()
     Add("a neighbour lies about itself", 5000, [this]() -> End {
         const unsigned int link = RandomLink();
         if (!mUnit.IsPlugged(link)) return End();
-        // The module may fall silent towards a router that it does not want.
+        // The module may stop sending to a router that it refuses.
         mWatch.Disturb(WireOf(link));
         TellPeer(link, "identity 0x00" + RandomHex(3) + " " + std::to_string(Random(0, 12)));
         return [this, link] {
@@ -298,7 +298,7 @@ void Mischief::AddLies()
             case 2: // one that never ends
                 bytes = std::string("\x47\x03\x00\x28\x00\x00\xF0\x00", 8) + std::string(200000, 'x');
                 break;
-            default: // a list whose count is a lie, in each command
+            default: // a list with a false count, in each command
                 for (unsigned int id = 640; id < 900; ++id) {
                     bytes += static_cast<char>(id & 0xFF);
                     bytes += static_cast<char>(id >> 8);
@@ -322,8 +322,7 @@ void Mischief::AddLies()
                 std::string bytes(static_cast<std::size_t>(i % 50 == 0 ? Random(0, 30) : 12), '\0');
                 for (char& byte : bytes)
                     byte = static_cast<char>(Random(0, 255));
-                // A box that is somebody else each time: towards a router that it does not want the module falls
-                // silent.
+                // A box with another identity each time: the module may stop sending to a router that it refuses.
                 if (bytes.size() == 12) bytes.replace(4, 4, std::string("\x03\0\0\0", 4));
                 socket.SendTo(module, static_cast<std::uint16_t>(60001 + i % 2), bytes);
             }

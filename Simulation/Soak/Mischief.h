@@ -13,8 +13,7 @@
 
 namespace soak {
 
-/// All that can happen to a unit, in a random order that follows from the seed: each trouble begins, lasts for a
-/// while beside others, and ends.
+/// Injects the faults in a random order that follows from the seed; each begins, overlaps with others, and ends.
 class Mischief
 {
 public:

@@ -33,8 +33,8 @@ PATH=${PATH#*:}
 exec "$tool" "$@"
 )";
 
-// A random number picks one packet in 20 to be lost on its way in, and one in 4 to take a slow way out, on which it is
-// overtaken by those behind it. In a filter's machine code: load the number, compare, give one of two results.
+// A random number picks one packet in 20 to be lost on its way in, and one in 4 to take a slow way out, on which later
+// ones overtake it. In a filter's machine code: load the number, compare, give one of two results.
 constexpr char LossFilter[] = "'4,32 0 0 4294963256,37 1 0 214748364,6 0 0 2,6 0 0 0'";
 constexpr char SlowWayFilter[] = "'4,32 0 0 4294963256,37 1 0 1073741824,6 0 0 65538,6 0 0 65537'";
 

@@ -7,7 +7,7 @@
 
 namespace soak {
 
-/// What a unit stands on: tools, the disk of the log, the wires. Each can be disturbed and repaired.
+/// What a unit depends on: tools, the disk of the log, the wires. Each can be disturbed and repaired.
 class Surroundings
 {
 public:
@@ -17,7 +17,7 @@ public:
 
     std::map<std::string, std::string> GetEnvironment() const;
 
-    /// @param tool ifconfig, route or gzip; @param fault "fail", "hang" (up to 10 s, less if it is mended before), or
+    /// @param tool ifconfig, route or gzip; @param fault "fail", "hang" (up to 10 s, less if it is repaired before), or
     /// empty.
     void BreakTool(const std::string& tool, const std::string& fault);
     /// Until nothing more can be written.

@@ -56,8 +56,8 @@ public:
     void UpsetLinks();
     /// While tools fail or hang a link that is set up may take any time.
     void SetToolsBroken(bool broken);
-    /// Whoever was there at the start is there again, all patches are broken and a few are made; each thing that then
-    /// is not as it must be is a violation. Everything that was spoiled is mended already.
+    /// Call it when all faults are cleared. All initial peers reconnect, all patches are broken and a few are made;
+    /// each deviation from the expected state is a violation.
     void Settle();
     Vitals GetVitals() { return Vitals::Of(mModule.Process().Id(), mControl); }
     /// As soon as the module holds no more than that, or after 20 s.

@@ -15,8 +15,8 @@ struct Vitals
     /// Its most resident memory once the faults are over, program text included.
     static constexpr std::size_t ResidentLimitKiB = 16 * 1024;
 
-    /// What it has allocated and not freed. This tells a leak; the resident size also grows by pages of buffers that
-    /// are used for the first time, and by pages that a few small pieces keep from being given back.
+    /// What it has allocated and not freed. This shows leaks; the resident size also grows by pages of buffers used
+    /// for the first time, and by pages that small blocks keep from being returned.
     std::size_t allocatedKiB = 0;
     std::size_t residentKiB = 0;
     std::size_t threads = 0;

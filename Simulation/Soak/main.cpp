@@ -1,5 +1,4 @@
-// The module under fire: for minutes on end everything around it goes wrong, and after each round everything must be
-// as if nothing had been.
+// Injects faults around the module for minutes; after each round everything must work as before.
 
 #include "Simulation/Soak/Mischief.h"
 #include "Simulation/Stage/RigProgram.h"

@@ -17,11 +17,11 @@ namespace stage {
 struct Command
 {
     std::vector<std::string> arguments;
-    /// Variables that are set beside those of this process; an empty value takes a variable away.
+    /// Variables in addition to those of this process; an empty value removes one.
     std::map<std::string, std::string> environment{};
     /// Empty for the module's own.
     std::string networkNamespace{};
-    /// Descriptors beside the standard ones that the program gets, under the same numbers.
+    /// Descriptors that the program inherits besides the standard ones, under the same numbers.
     std::vector<int> descriptors{};
 };
 
@@ -35,7 +35,7 @@ struct Ending
     std::string Text() const;
 };
 
-/// A program that runs beside this one, in a process group of its own. Its output is collected by a thread as it comes,
+/// A child process in its own process group. Its output is collected by a thread as it comes,
 /// so that it never waits for its reader. A process that still runs when the object is destroyed is killed.
 class ChildProcess
 {

@@ -36,7 +36,7 @@ public:
 
     /// @param block "0003" and the like; @param offset in bytes.
     std::uint32_t Register(const std::string& block, unsigned int offset);
-    /// Looks again and again until the bits of the mask have this value: the board tells of no change of a register.
+    /// Polls until the bits of the mask have this value: the board reports no change of a register.
     void WaitForRegister(const std::string& block, unsigned int offset, std::uint32_t mask, std::uint32_t value,
                          Milliseconds patience = Patience);
     /// What feeds a sink sample in the active table; nothing is silence.

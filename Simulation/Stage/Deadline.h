@@ -11,8 +11,7 @@ using Milliseconds = std::chrono::milliseconds;
 /// that succeeds never waits for it.
 constexpr Milliseconds Patience{10000};
 
-/// Thrown by everything on the stage when what a scene waits for does not come. The text says what was awaited and
-/// what came instead.
+/// Thrown when what a scene waits for does not come. The text says what was awaited and what came instead.
 class NotSeen : public std::runtime_error
 {
 public:

@@ -17,12 +17,12 @@ struct ModuleSetup
 {
     std::string program = ProgramPath("OrbModuleSim");
     std::vector<std::string> arguments{};
-    /// Variables of its own.
+    /// Additional environment variables.
     std::map<std::string, std::string> environment{};
 };
 
-/// The module on the stage: OrbModuleSim, and beside it the simulated link driver, which is there before it as a
-/// kernel driver is. Both are programs of their own, in the module's namespace of the rig.
+/// OrbModuleSim and the simulated link driver, which starts first, as a kernel driver does. Both are processes in the
+/// module's namespace of the rig.
 class Module
 {
 public:

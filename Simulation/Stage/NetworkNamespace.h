@@ -6,7 +6,7 @@
 
 namespace stage {
 
-/// The namespaces of the rig beside the module's own, which is the empty name.
+/// The namespaces of the rig besides the module's own, whose name is empty.
 constexpr char UnitNamespace[] = "unit";
 constexpr char PrimaryNamespace[] = "pri";
 constexpr char SecondaryNamespace[] = "sec";
@@ -15,8 +15,8 @@ constexpr char TertiaryNamespace[] = "ter";
 /// Opens the named network namespace of the rig.
 FileDescriptor OpenNamespace(const std::string& name);
 
-/// While it lives, the calling thread is in another network namespace. A socket that is made meanwhile belongs to
-/// that namespace for good, so a scene that runs on one thread can hold sockets of all of them.
+/// While it exists, the calling thread is in another network namespace. Sockets made then stay in that namespace, so a
+/// scene that runs on one thread can hold sockets of all of them.
 class NamespaceScope
 {
 public:

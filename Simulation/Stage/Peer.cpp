@@ -11,7 +11,7 @@ namespace stage {
 
 namespace {
 
-/// Every peer of this process has a socket of its own, in the rig's own /tmp.
+/// Every peer of this process has its own socket in the rig's /tmp.
 std::string NextControlPath(const std::string& kind)
 {
     static std::atomic<int> sNumber{0};

@@ -10,8 +10,8 @@
 
 namespace stage {
 
-/// A neighbour of the module on the stage: a virtual peer as a program of its own, in a namespace of the rig, that
-/// does what it is told and tells what it has received.
+/// A neighbour of the module: a virtual peer as a process in a namespace of the rig, which takes commands and reports
+/// what it has received.
 class Peer
 {
 public:

@@ -17,7 +17,7 @@ ShellClient::ShellClient(std::uint16_t port, const std::string& address, Millise
 void ShellClient::StopTailing(Milliseconds patience)
 {
     Type("tail false");
-    // The line of the log that tells of the command comes first, if it comes at all; the reply follows.
+    // The log line about the command comes first, if it comes at all; the reply follows.
     Type(EndMark);
     mStream.TakeThrough("true\nunrecognised command '" + std::string(EndMark) + "'\n", patience);
 }

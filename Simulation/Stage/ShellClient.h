@@ -21,7 +21,7 @@ public:
 
     /// Sends one line as a telnet client does, with "\r\n".
     void Type(const std::string& line) { mStream.Send(line + "\r\n"); }
-    /// "tail false", and waits until the log has fallen silent on this connection.
+    /// "tail false", and waits until no more log lines come on this connection.
     void StopTailing(Milliseconds patience = Patience);
     /// The whole direct reply to a line, empty if there is none. Only after StopTailing. The shell has no prompt:
     /// the end of the reply is where the reply to a second line begins, which no command answers to.

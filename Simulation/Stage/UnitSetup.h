@@ -27,7 +27,7 @@ struct Neighbour
 /// @param link 0 or 1.
 const char* LinkNamespace(unsigned int link);
 
-/// The line that tells the simulated driver of a neighbour. The module owns no network then.
+/// The command that reports a neighbour at the simulated driver. The module owns no network then.
 std::string PlugLine(unsigned int link, unsigned int rack);
 
 /// The Orb router of the unit with its inputs and outputs, where it appears at once.

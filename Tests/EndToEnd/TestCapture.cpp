@@ -25,7 +25,7 @@ constexpr char Capture[] = "/tmp/rehearsal.pcapng";
 /// Everything that passes the module's interfaces while a rehearsal plays.
 void CaptureRehearsal()
 {
-    // It tells on standard error that it has begun.
+    // It reports on standard error that it has begun.
     ChildProcess capture({{"sh", "-c", std::string("exec dumpcap -q -i any -w ") + Capture + " 2>&1"}});
     try {
         capture.WaitForOutput("File: ");

@@ -27,7 +27,7 @@ protected:
         mControl.Ask("measure " + id + " " + value);
         mControl.WaitForRegister(ReferenceBlock, pending, 1u << 2, 0);
     }
-    /// The register is written by the module in its own time, and the board does not tell of it.
+    /// The register is written by the module in its own time, and the board does not report it.
     void ExpectPll(const std::string& id)
     {
         const Deadline deadline(Patience);

@@ -44,7 +44,7 @@ TEST_F(HungTools, StopNoHeartbeatsAndAreReported)
 {
     mNetwork.Plug(0, HubWithBox);
     mNetwork.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
-    // The main thread hangs in route as the hub tells of one more device, the scan in ifconfig.
+    // The main thread hangs in route as the hub reports one more device, the scan in ifconfig.
     std::ofstream(mDirectory + "hang").close();
     const unsigned long before = Heard();
     mNetwork.GetNeighbour(0).Tell("device 0x00300003 fixed 0.48.10.1");

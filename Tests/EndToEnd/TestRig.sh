@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The rig itself: private, several at once, nothing left behind, and honest where it cannot be made.
+# The rig itself: private, several at once, nothing left behind, and an exit code that says when it cannot be made.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
@@ -17,7 +17,7 @@ code=0
 "$rig" -- bash -c 'exit 5' || code=$?
 ((code == 5)) || fail "the exit code is that of the command, not $code"
 
-# What a command writes to the unit's paths stays in its world; the checkout is seen.
+# What a command writes to the unit's paths stays in the rig; the checkout is visible.
 mark=rig-test-$$
 "$rig" -- bash -c "test -e '$root/scripts/rig' && touch /tmp/$mark /var/log/$mark /home/$mark /run/$mark" ||
     fail "the unit's paths cannot be used"
@@ -31,7 +31,7 @@ trap 'rm -rf "$kept"' EXIT
 "$rig" --keep "$kept" -- touch "$kept/seen"
 [[ -e $kept/seen ]] || fail "a kept directory is not the same inside"
 
-# The world of a unit: every cable carries datagrams to its far end.
+# The network of a unit: every cable carries datagrams to its far end.
 # shellcheck disable=SC2016 # expanded inside
 "$rig" -- bash -c '
     set -e
@@ -70,7 +70,7 @@ for signal in TERM KILL; do
     wait "$first" "$second" 2>/dev/null || true
 done
 
-# Root that may have no user namespace of its own does without.
+# Root that may not create a user namespace does without one.
 # shellcheck disable=SC2016 # expanded inside
 "$rig" -- bash -c 'echo 0 >/proc/sys/user/max_user_namespaces; "$0" -- test -d /sys/class/net/k2link0' "$rig" ||
     fail "root cannot have a rig without a user namespace"

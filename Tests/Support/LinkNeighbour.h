@@ -31,7 +31,7 @@ public:
         pollfd wait{mNative, POLLIN, 0};
         return poll(&wait, 1, 0) > 0;
     }
-    /// The module's next heartbeat, which also tells where it is to be answered.
+    /// The module's next heartbeat, which also shows the address to answer.
     std::vector<std::uint8_t> Receive()
     {
         std::uint8_t bytes[64];

@@ -53,7 +53,7 @@ public:
         });
     }
     bool WaitForPart(const std::string& part) const { return WaitFor(part); }
-    /// From now on a thread that logs this line stands still until Release.
+    /// From now on a thread that logs this line waits until Release.
     void Hold(const std::string& line)
     {
         const std::lock_guard<std::mutex> lock(mMutex);

@@ -159,7 +159,7 @@ private:
     DeviceNames mNames;
 };
 
-/// The comms for what stands above them. Gives what is asked of them as text to a function, on the caller's thread:
+/// A test double of the comms. Gives what is asked of them as text to a function, on the caller's thread:
 /// "P1 IO_INFO_REQ" for the local stream of port 1, "master1 ...", "slave 1.2.5.0 ...", "update ...",
 /// "connect 1.63.1.0 0 49190", "disconnect 1", "disconnect slave 1.2.5.0".
 class RecordingComms : public iOrbKLVComms

@@ -32,7 +32,7 @@ inline std::vector<std::string> Split(const std::string& text, char separator)
     return parts;
 }
 
-/// The values of fields, packet by packet; a field that stands several times in a packet gives its values parted by
+/// The values of fields, packet by packet; a field that occurs several times in a packet gives its values parted by
 /// commas.
 inline std::vector<std::vector<std::string>> TsharkFields(const std::string& capture,
                                                           const std::vector<std::string>& fields)

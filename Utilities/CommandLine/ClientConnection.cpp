@@ -43,7 +43,7 @@ ClientConnection::ClientConnection(boost::asio::ip::tcp::socket socket, char del
       mInput(MaxLine + 1),
       mPeer(PeerText(mSocket))
 {
-    // The queue already gathers small writes; what it hands over is sent at once.
+    // The queue already gathers small writes, so Nagle's algorithm is not needed.
     boost::system::error_code ignored;
     mSocket.set_option(boost::asio::ip::tcp::no_delay(true), ignored);
 }

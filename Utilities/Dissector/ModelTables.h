@@ -2,6 +2,6 @@
 
 #include <iosfwd>
 
-/// Writes what the dissector must know beside the fields of the commands: ports, limits, keys, texts, and how the short
-/// datagrams are laid out.
+/// Writes what the dissector must know besides the fields of the commands: ports, limits, keys, texts, and how the
+/// short datagrams are laid out.
 void WriteModelTables(std::ostream& out);

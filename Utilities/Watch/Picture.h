@@ -13,7 +13,7 @@
 
 namespace watch {
 
-/// Away: nobody listens at the shell's port. Silent: the shell is connected and does not answer.
+/// Away: no shell listens on the port. Silent: the shell is connected and does not answer.
 enum class Contact { Away, Connecting, Silent, Live };
 std::string_view ContactName(Contact contact);
 

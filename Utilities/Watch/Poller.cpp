@@ -12,13 +12,13 @@ using std::chrono::milliseconds;
 constexpr milliseconds Spacing{1000};
 /// After a line of the log: at once, and for what follows from it.
 constexpr milliseconds HintDelays[] = {milliseconds(0), milliseconds(1000), milliseconds(3000)};
-/// How long after the last line of the log an answer that is due is waited for.
+/// How long after the last line of the log a pending answer is awaited.
 constexpr milliseconds PendingPatience{60000};
 constexpr milliseconds GiveUp{30000};
 constexpr milliseconds FreshPatience{900};
-/// Without Information no line says when something changes.
+/// Without Information no log line announces a change.
 constexpr milliseconds BlindRefresh{2000};
-/// A result that is shorter comes whole by the log.
+/// A shorter result is complete in the log.
 constexpr std::size_t FitsMessage = 3900;
 constexpr std::size_t FirstOfClocks = 5;
 static_assert(PictureCommands[FirstOfClocks] == ShellCommand::Clocks);
@@ -113,7 +113,7 @@ void Poller::OnReady()
     mLastPicture.reset();
     mLastRound.reset();
     mChanged();
-    // The session is still at work on what it has read.
+    // The session is still processing its input.
     boost::asio::post(mContext, [this] { Schedule(); });
 }
 
@@ -144,7 +144,7 @@ void Poller::Refill()
     mBudget = std::min(mSettings.logBurst, mBudget + passed.count() * mSettings.logRate);
 }
 
-/// When the next picture is due; nothing while nobody looks.
+/// When the next picture is due; none without an open page or a recent scrape.
 std::optional<Poller::Clock::time_point> Poller::NextPicture() const
 {
     if (!IsLookedAt()) return std::nullopt;
@@ -156,7 +156,7 @@ std::optional<Poller::Clock::time_point> Poller::NextPicture() const
     return std::max(next, *mLastRound + Spacing);
 }
 
-/// When the clocks are due; nothing while no page is open.
+/// When the clocks are due; none while no page is open.
 std::optional<Poller::Clock::time_point> Poller::NextClocks() const
 {
     if (mWatchers.expired() || !mLastRound) return std::nullopt;
@@ -189,7 +189,7 @@ void Poller::Schedule()
 void Poller::StartRound(bool clocksOnly)
 {
     if (mRound || !mLink.IsReady()) return;
-    // The look may have ended meanwhile.
+    // The last page may have been closed by now.
     if (!IsLookedAt()) return;
     mRound = Round();
     mRound->clocksOnly = clocksOnly;
@@ -231,7 +231,7 @@ void Poller::OnReply(const Reply& reply)
     if (!mRound) return;
     mRound->loggedBytes += reply.loggedBytes;
     if (std::exchange(mProbing, false)) {
-        // It answers, only not through the log.
+        // It answers directly, but not through the log.
         mRound->directOnly = true;
         mPicture.OnInformation(false);
     } else if (!mRound->directOnly) {

@@ -14,14 +14,14 @@
 
 namespace watch {
 
-/// Says when the module is asked for its listings.
+/// Schedules the requests for the module's listings.
 ///
-/// The module writes each command and each listing into its log, so a picture taken every second would fill the log
-/// with itself. The log says when something changes, though: a line that is no listing brings a new picture at once,
-/// and two more within the next seconds for what follows from it; one a second while a patch awaits its answer or a
-/// clock its lock. Without such a line there is one every refresh period. The clocks change without a line: their two
-/// short listings are read more often while a page is open. In no case is there more than one round a second, nor any
-/// while nobody looks, and what the listings add to the log stays below a budget.
+/// The module logs each command and each listing, so reading every second would fill its log. A log line that is no
+/// listing causes a new picture at once and two more within the next seconds; while a patch awaits its answer or a
+/// clock its lock there is one a second. Otherwise there is one every refresh period. The clocks change without a log
+/// line: their two short listings are read more often while a page is open. There is never more than one round a
+/// second, none without an open page or a recent scrape, and the bytes that listings add to the log stay within a
+/// budget.
 class Poller
 {
 public:
@@ -34,7 +34,7 @@ public:
         /// before that they are read each second.
         std::chrono::milliseconds clocks{5000};
         std::chrono::milliseconds attention{600000};
-        /// How long a look counts: longer than the usual pause between two scrapes.
+        /// How long a request counts as interest: longer than the usual pause between two scrapes.
         std::chrono::milliseconds interest{90000};
         /// Bytes that listings may add to the module's log at once, and each second.
         double logBurst = 512 * 1024;
@@ -48,11 +48,11 @@ public:
 
     void Start() { mLink.Start(); }
 
-    /// Somebody looks, once.
+    /// A single request, such as a scrape.
     void OnLook();
-    /// Somebody goes on looking until the returned token dies.
+    /// An open page: counts until the returned token is destroyed.
     std::shared_ptr<void> Watch();
-    /// Calls back when the picture is as fresh as it is while somebody looks: at once, or after a short wait.
+    /// Calls back once the picture is up to date: at once, or after a short wait.
     void WhenFresh(std::function<void()> callback);
 
     /// Called after each change of the picture.
@@ -66,7 +66,7 @@ private:
         bool clocksOnly = false;
         std::size_t next = 0;
         std::size_t loggedBytes = 0;
-        /// Information is off: what comes by the log is left out.
+        /// Information is off: listings that come by the log are omitted.
         bool directOnly = false;
     };
 

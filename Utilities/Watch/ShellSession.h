@@ -59,7 +59,7 @@ public:
 
     /// @return false if the shell has sent what cannot be a conversation; the session is then of no more use.
     bool Feed(std::string_view bytes);
-    /// Nothing has come for a while: what is held back as a message that may go on is taken for whole.
+    /// No input for a while: a held-back message that might continue is taken as complete.
     void OnQuiet();
 
     /// One command at a time.

@@ -9,7 +9,7 @@ class OstrelPingCmd;
 class iOrbKLVComms;
 
 /// The relay between the Orb router and the boxes. A command is written on from the object that was decoded, and
-/// nothing but its target is read. Main thread.
+/// only its target is read. Main thread.
 class CommandRelay
 {
 public:

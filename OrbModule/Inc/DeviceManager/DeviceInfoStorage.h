@@ -23,7 +23,7 @@ public:
     using CommandMap = std::map<std::uint32_t, std::shared_ptr<const DeskCommand>>;
     /// Slot of the card command that ends the description of a modular box.
     static constexpr std::uint32_t LastSlot = 0xFF;
-    /// What a command takes in memory beside its value.
+    /// Memory of a command besides its value.
     static constexpr std::size_t CommandOverhead = 256;
     /// What devices may make this storage hold: devices, and bytes of commands.
     struct Limits

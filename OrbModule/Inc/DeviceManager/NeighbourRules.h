@@ -19,7 +19,7 @@ enum class Neighbour {
     Unknown, ///< nothing has been reported of the link
     Local,   ///< the local device, or the first one
     Next,    ///< takes the place of the local device
-    Refused  ///< a second device beside the local one
+    Refused  ///< a second device besides the local one
 };
 
 /// A link has come up. The primary link decides; the secondary does while no device is online on the primary.

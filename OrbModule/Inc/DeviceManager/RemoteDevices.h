@@ -9,7 +9,7 @@
 #include <vector>
 
 /// The records of all remote devices, found by identity and by the router that reported them, so that no event
-/// about one device or one router looks at all the others. Main thread.
+/// about one device or router examines all others. Main thread.
 class RemoteDevices
 {
 public:

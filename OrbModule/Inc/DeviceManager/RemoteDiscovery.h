@@ -10,7 +10,7 @@ class RemoteIoUpdate;
 class RemoteRouterUpdate;
 class iOrbKLVComms;
 
-/// What neighbours and the Orb router report of the devices behind them. Main thread.
+/// What neighbours and the Orb router report of remote devices. Main thread.
 class RemoteDiscovery
 {
 public:

@@ -28,7 +28,7 @@ class SetRouterSampleRateCmd;
 ///
 /// Operations run on the main thread unless they say otherwise, and so do the slots of all signals but
 /// MasterHidChanged. A link's thread reaches the rest of the system by posts that hold this object and values; so the
-/// main service must not run any more when this object dies.
+/// main service must not run any more when this object is destroyed.
 ///
 /// mMutex guards mConnections. It is held while the master control is asked for a restart, and over RouterLost and its
 /// notification when a neighbour's heartbeats stay away.

@@ -69,7 +69,7 @@ struct HeartbeatDecision
 
     Neighbour neighbour = Neighbour::Known;
     /// A router at another base rate while routers are allowed: the sample rate notification, no routers from now on,
-    /// a restart of the master control's link. All else is decided as if that had been done.
+    /// a restart of the master control's link. The rest is decided as if that had happened.
     bool baseRateConflict = false;
     /// To be given to a router that is ignored.
     std::optional<SornMasterRouterNotification::Number> notification;

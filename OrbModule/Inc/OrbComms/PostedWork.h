@@ -14,7 +14,7 @@ class PostedWork
 public:
     static constexpr std::size_t HighMark = 4u << 20;
     static constexpr std::size_t LowMark = 1u << 20;
-    /// What a handler costs beside the bytes of its command.
+    /// Memory of a queued handler besides the bytes of its command.
     static constexpr std::size_t HandlerSize = 256;
 
     void Add(std::size_t size) { mSize += size; }

@@ -54,7 +54,7 @@ public:
     /// exist.
     virtual bool Send(const StreamName& stream, const DeskCommand& command) = 0;
 
-    // The forms that callers use, each with the parts of the name in an order of its own.
+    // The forms that callers use; each names its parts in a different order.
 
     void Disconnect(std::uint32_t address, StreamType type) { Disconnect(StreamName::At(type, address)); }
     /// GetState in the form of older callers, of which the module has none left. @param exists whether there is such a

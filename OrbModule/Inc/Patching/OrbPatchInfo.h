@@ -29,7 +29,7 @@ public:
     /// Where the audio goes when this patch fails over to the other link.
     const Routing::GigeAndSlots& GetSwapTarget() const { return mSwapTarget; }
 
-    /// Kept for whoever has a patch without the index of the store.
+    /// For a caller that has a patch without the index of the store.
     bool Concerns(Hid hid) const { return mSource.GetHid() == hid || mDest.GetHid() == hid; }
     /// Whether the patch is PatchNotSent on both links; the internal port does not count.
     bool IsUnsent() const;

@@ -46,7 +46,7 @@ public:
     void UpdatePatch(Hid hid, Routing::PortsEnum port, Korvo::PatchState state);
     /// Nothing for an unknown destination.
     std::optional<Korvo::PatchState> GetPatchState(const IoPort& dest, Routing::PortsEnum port) const;
-    /// Kept beside GetPatchState for whoever asks where a patch is heard; this module does not.
+    /// Unused: this module asks GetPatchState.
     std::optional<Routing::GigeAndSlots> GetPatchLink(const IoPort& dest, Routing::PortsEnum port) const;
     /// The commands that make the destinations of this device's patches listen on a port where the patch is made.
     BitmapCommands GetBitmapCommands(Hid hid, Routing::PortsEnum port) const;

@@ -14,6 +14,6 @@ public:
     virtual void ProcessPatchUnpatch(const LinkPatch& patch, bool make) = 0;
     /// Silences the destination slots of all of them, in one table write.
     virtual void ProcessUnpatches(const std::vector<LinkPatch>& patches) = 0;
-    /// Silences everything. Kept for whoever needs a clean slate; nothing in this module does.
+    /// Silences everything. Unused in this module.
     virtual void RemoveAllPatches() = 0;
 };

@@ -13,7 +13,7 @@ public:
     static constexpr std::size_t TIME_OFFSET = 1;
 
     NetworkTimeMessage();
-    /// @param bytes SIZE bytes; the first is taken for 20 whatever it is.
+    /// @param bytes SIZE bytes; the first is not checked.
     explicit NetworkTimeMessage(const char* bytes);
 
     /// Seconds since 1970.

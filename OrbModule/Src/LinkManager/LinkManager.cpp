@@ -252,7 +252,7 @@ void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeigh
                                                     << LinkPortText(GigePort) << " to destroy\n");
             return;
         }
-        // The port has meanwhile got another link.
+        // The port has another link by now.
         if (lost.linkNumber != found->second->GetNumber()) return;
         AUDIT_STREAM(Information, "void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on "
                                       << LinkPortText(GigePort) << "\n");

@@ -10,7 +10,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-/// The most posted events of a link that may wait for the main thread. An honest neighbour causes a few a second.
+/// The most posted events of a link that may wait for the main thread. A normal neighbour causes a few a second.
 constexpr std::uint32_t MostPosted = 1000;
 
 } // namespace

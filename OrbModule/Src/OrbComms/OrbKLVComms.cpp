@@ -225,7 +225,7 @@ void OrbKLVComms::AddKLVStream(OrbKLVStream& stream)
 }
 
 /// A peer to which this side connects once more, as to the Orb router after each check, keeps one stream of ours: the
-/// others would stay for good, since nobody can find them any more.
+/// others would stay open, since nothing finds them any more.
 void OrbKLVComms::TakePlaceOfEarlier(OrbKLVStream& stream)
 {
     for (OrbKLVStream* const other : mOpened) {

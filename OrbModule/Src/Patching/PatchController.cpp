@@ -121,7 +121,7 @@ void PatchController::ReceivedRouterPatchAudioCmd(const std::shared_ptr<const Ro
     HandleRouterGeneratedPatch(*command, ToPortsEnum(port));
 }
 
-/// @return whether the store has room for the patch; without it no route is made either.
+/// @return false if the store is full; then no route is made either.
 bool PatchController::UpdatePatchStore(const RouterPatchAudio& command)
 {
     AUDIT_STREAM(RouterAudioRoute, "UpdatePatchStore Dst" << command.GetDest() << " Src " << command.GetOrig()
@@ -258,7 +258,7 @@ void PatchController::LocalOrbPatch(const RouterPatchAudio& command, const Devic
 }
 
 /// Whether the source reaches this destination through the other link already. The swap target is what the Orb router
-/// last got for this destination: if these are other slots, it must be told, whatever the other state says.
+/// last got for this destination: if the slots differ, it gets a report, whatever the other state is.
 bool PatchController::StandsByForOtherLink(const IoPort& dest, Routing::PortsEnum port, const GigeAndSlots& slots) const
 {
     const OrbPatchInfo* const patch = mPatchStore.Find(dest);

@@ -1,4 +1,4 @@
-// The log as it runs. It follows its end until somebody scrolls up.
+// The running log. It follows the end until the user scrolls up.
 
 import { byId, h } from './dom.js';
 

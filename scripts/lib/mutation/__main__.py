@@ -174,7 +174,7 @@ class Bench:
             sys.exit("mutate: no unit test links what is to be changed")
         if not self.ninja(["all"] if self.all_tests else ["OrbModule"] + targets, show=True):
             sys.exit(f"{self.output}\nmutate: the code does not build even without a fault")
-        # The runner tells the commands of what has been built.
+        # The runner prints the commands of the tests that have been built.
         listing = subprocess.check_output(["ctest", "--test-dir", self.copy.build, "--show-only=json-v1"])
         tests = [Test(entry, self.copy.build) for entry in json.loads(listing)["tests"] if "command" in entry]
         units = [test for test in tests if test.is_unit() and test.target in targets]

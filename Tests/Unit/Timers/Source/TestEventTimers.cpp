@@ -13,7 +13,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Timer = EventTimerManager::Timer;
 
-/// A manager on a clock that stands still until the test moves it, and a handler that writes down what runs.
+/// A manager on a clock that only the test moves, and a handler that writes down what runs.
 class EventTimers : public testing::Test, public IEventTimerHandler, public IEventStatistics
 {
 protected:

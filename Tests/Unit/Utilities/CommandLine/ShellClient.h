@@ -9,7 +9,7 @@
 
 constexpr std::chrono::seconds Deadline{20};
 
-/// A port of loopback that nobody has.
+/// A loopback port that is not in use.
 inline boost::asio::ip::tcp::endpoint AnyLoopbackPort()
 {
     return {boost::asio::ip::address_v4::loopback(), 0};

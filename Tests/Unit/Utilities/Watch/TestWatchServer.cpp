@@ -197,7 +197,7 @@ TEST_F(Server, AnswersItsOwnHostsAlone)
     EXPECT_THAT(big.ReceiveThrough("\r\n"), StartsWith("HTTP/1.1 431 "));
 }
 
-/// What a listing costs the module is paid only while somebody looks, and once a second at most.
+/// The module gets requests only while a page is open, and one round a second at most.
 TEST_F(Server, AsksOnlyWhenSomebodyLooksAndWhenTheLogMoves)
 {
     mShell.Log("nobody sees this");

@@ -37,7 +37,7 @@ class Directory
 {
 public:
     static const DeviceNames& Names();
-    /// The timers stand still unless a test gives them short times.
+    /// The timers do not expire unless a test gives them short times.
     explicit Directory(DeviceManager::Delays delays = {std::chrono::hours(1), std::chrono::hours(1)});
 
     DeviceManager* operator->() { return &mDevices; }

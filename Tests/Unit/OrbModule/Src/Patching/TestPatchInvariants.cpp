@@ -12,7 +12,7 @@ namespace {
 
 constexpr unsigned EventsPerSeed = 1500;
 
-/// Says after each event what is not as it must be; nothing if all is.
+/// Returns after each event what violates the rules; empty if nothing does.
 class CheckedPatches : public RandomPatches
 {
 public:

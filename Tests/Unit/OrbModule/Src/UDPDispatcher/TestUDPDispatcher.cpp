@@ -43,7 +43,7 @@ protected:
         }
         return -1;
     }
-    /// The datagrams arrive in order, so the time with this number stands for all that came before.
+    /// The datagrams arrive in order, so this one shows that all earlier ones have arrived.
     void RunUntilTimes(std::size_t count)
     {
         while (mTimes.size() < count && mService.run_one_for(std::chrono::seconds(10)) > 0) {
