@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How often a child is looked at where the kernel has no descriptor for it.
+/// How often a child is polled where the kernel has no descriptor for it.
 constexpr std::chrono::milliseconds LookAgain{10};
 
 /// What could not be killed in time and has not been reaped yet.

@@ -106,8 +106,8 @@ void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
 bool KorvoAudit::HoldBack(const Shape& shape, const char* format, MessageArgs args)
 {
     const std::lock_guard<std::mutex> lock(mPendingLock);
-    // The flush at the end of a rotation clears the flag under this lock: a line that comes too late for it
-    // goes the ordinary way.
+    // The flush at the end of a rotation clears the flag under this lock: a line that comes after it is
+    // written in the usual way.
     if (!mRotating) return false;
     if (Format(shape, mPendingLine, format, args) && mPending.size() < MaxPending) mPending.emplace_back(OverflowText);
     if (mPending.size() < MaxPending) {
@@ -208,7 +208,7 @@ void KorvoAudit::ReportSlowGzip()
 }
 
 /// The lines held back are written first. The bulk is written while others can still add to the list; what they have
-/// added then goes under the lock, so that no line overtakes another.
+/// added then is written under the lock, so that the order of lines is kept.
 void KorvoAudit::FlushPending()
 {
     std::list<std::string> bulk;

@@ -202,7 +202,7 @@ std::ostream& operator<<(std::ostream& out, IOKorvoStatus status);
 constexpr std::uint32_t IO_STYLE_COUNT = 8;
 /// Text of an I/O port style, "Input" and its like; from IO_STYLE_COUNT on "Invalid" and a log line.
 const char* IoStyleText(std::uint32_t style);
-/// Text of an I/O card type, "Mic" and its like; above 16 "InvalidType" and a log line. Kept for whoever shows cards.
+/// Text of an I/O card type, "Mic" and its like; above 16 "InvalidType" and a log line. Unused in this module.
 const char* IoCardTypeText(std::uint32_t type);
 
 /// Address of a port side of a rack: the rack's 5.0 for the primary port, its 6.0 for any other; 0 for

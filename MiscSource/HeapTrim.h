@@ -3,9 +3,8 @@
 #include <boost/asio/io_service.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-/// Gives the system back, every ten seconds, what a burst has left free in the heap. The allocator itself would
-/// keep all memory below a block that is still in use. Lives on the main service, which must not run any more
-/// when it dies.
+/// Returns free heap memory to the system every ten seconds. The allocator itself would keep all memory below a block
+/// that is still in use. Runs on the main service, which must have stopped when this object is destroyed.
 class HeapTrim
 {
 public:

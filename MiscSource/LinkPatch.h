@@ -34,7 +34,7 @@ struct std::hash<HidPort>
 
 namespace Routing {
 
-/// A port in the texts of the slot bookkeeping: one that is none shows its number.
+/// A port in the texts of the slot bookkeeping: any other value shows its number.
 std::string SlotPortText(UINT8GIGEPORT port);
 /// A slot in the texts: its number, or "INVALID_TDM_SLOT".
 std::string SlotText(std::uint32_t slot);

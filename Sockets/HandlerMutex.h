@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <mutex>
 
-/// The mutex between the thread that runs a socket handler's passes and all others. One pass follows another, and a
-/// plain mutex could always go to their thread; this one goes to the thread that asked first.
+/// The mutex between the thread that runs a socket handler's passes and all others. One pass follows another, and
+/// their thread could always get a plain mutex again; this one is given to the thread that asked first.
 class HandlerMutex
 {
 public:

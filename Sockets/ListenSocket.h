@@ -99,7 +99,8 @@ private:
         if (error == EAGAIN) return;
         LogError("accept", error, LogLevel::Error);
         if (error != EMFILE && error != ENFILE) return;
-        // The client would stay in the backlog and keep the passes busy: the spare descriptor takes it, and it goes.
+        // The client would stay in the backlog and keep the passes busy: take it with the spare descriptor and close
+        // it.
         if (mSpare != -1) ::close(mSpare);
         const int refused = ::accept4(GetSocket(), nullptr, nullptr, SOCK_CLOEXEC);
         if (refused != -1) ::close(refused);

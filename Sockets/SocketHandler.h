@@ -118,6 +118,6 @@ private:
     bool mInPass = false;
     /// A socket was marked for closing when it had no descriptor, so that no list has taken it.
     bool mUnlistedClose = false;
-    /// Something came up in a pass that the next one must not wait before.
+    /// The next pass must not wait: this one has left work for it.
     bool mPassAgain = false;
 };

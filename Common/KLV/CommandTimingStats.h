@@ -22,7 +22,7 @@ public:
         mInCommand = true;
         mCurrentKey = key;
     }
-    /// How long a command took: its line of the report shows the longest. Kept for whoever measures that.
+    /// How long a command took: its line of the report shows the longest. Unused in this module.
     void RaiseCommandTime(std::uint32_t key, std::uint32_t milliseconds);
     /// @param force also while TimingStatsDebug is off.
     void Report(bool force);

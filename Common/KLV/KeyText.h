@@ -42,5 +42,5 @@ std::string KeyToText(std::uint32_t key);
 
 /// Where a panel event comes from: a location and a number.
 using DeskLocation = std::pair<std::uint32_t, std::uint32_t>;
-/// "MCS.1" and its like. Kept for whoever shows panel events; this module gets none.
+/// "MCS.1" and its like. Unused: this module gets no panel events.
 std::string LocationToText(const DeskLocation& location);

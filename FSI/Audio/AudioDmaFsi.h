@@ -18,8 +18,8 @@ namespace audio {
 /// destination i.
 ///
 /// The main thread writes the table and ends a sync; the ADMA sync thread starts one. The two tables that mirror the
-/// hardware are under the mutex of HostFsi, which is held while a table goes out, so that a sync never takes up half
-/// of one. StartSync does not log.
+/// hardware are under the mutex of HostFsi, which is held while a table is written, so that a sync never activates
+/// half of one. StartSync does not log.
 class AudioDmaFsi : public fsi::HostFsi, public fsi::Interruptable
 {
 public:

@@ -36,17 +36,16 @@ public:
     struct MappingPolicy
     {
         enum class Mode {
-            /// Source sample n goes to sample n of the stretch. Kept beside the usual mode; nothing in this module uses
-            /// it.
+            /// Source sample n feeds sample n of the range. Unused in this module.
             BySample = 0,
-            /// Element n of the list goes to sample n of the stretch.
+            /// Element n of the list feeds sample n of the range.
             Positional = 1
         };
 
         explicit MappingPolicy(std::size_t firstSinkSample) : sinkOffset(firstSinkSample) {}
 
         Mode mode = Mode::Positional;
-        /// First sample of the stretch of the sink.
+        /// First sample of the range in the sink.
         std::size_t sinkOffset;
         /// First element of the list that is used.
         std::size_t sourceOffset = 0;
@@ -65,7 +64,7 @@ public:
     AudioDmaManager(std::shared_ptr<AudioDmaFsi> fsi, const fsi::DeviceRegistry* registry);
     ~AudioDmaManager();
 
-    /// Once only: takes in the endpoints, starts the sync thread, and sends the first table, which is silence.
+    /// Called once: stores the endpoints, starts the sync thread, and sends the first table, which is silence.
     void RegisterEndpoints(const std::vector<std::shared_ptr<AudioDmaEndpoint>>& endpoints);
     /// One route. The sink must be a sample of a registered endpoint.
     void SetAudioRoute(const AudioDmaTransaction& source, const AudioDmaTransaction& sink);

@@ -17,7 +17,7 @@
 namespace cmd {
 
 /// The shell for service engineers: a tree of typed commands on a TCP port. Commands run on the main service, so they
-/// may touch whatever lives there without a lock, and one that blocks stops the whole process for that time.
+/// may use its objects without a lock, and one that blocks stops the main service for that time.
 class CommandLine
 {
 public:
@@ -39,8 +39,7 @@ public:
     }
     void AddNode(const std::shared_ptr<Node>& node) { mNodes->GetRoot().AddNode(node); }
 
-    /// Runs one line as it came from a client and gives what to answer, empty for nothing. Nothing that is typed makes
-    /// it throw.
+    /// Runs one line as received from a client and returns the answer, which may be empty. No input makes it throw.
     /// @param context for commands that ask for it: the calling std::shared_ptr<ClientConnection>.
     std::string Execute(const std::string& line, const boost::any& context = nullptr);
 

@@ -65,7 +65,7 @@ void RemoteCommandServer::OnAccept(const boost::system::error_code& error)
     }
     mAcceptFailed = false;
     tcp::socket socket = std::move(mSocket);
-    // First, so that nothing that goes wrong with this client keeps the next one out.
+    // First, so that a fault with this client does not keep the next one out.
     StartAccept();
     const auto connection = std::make_shared<ClientConnection>(std::move(socket), mDelimiter, MakeReceiver());
     ConnectionOpened(connection);

@@ -37,8 +37,7 @@ std::string TextOf(const Value& value)
     return WithoutTrailingBlanks(out.str());
 }
 
-/// Texts of all bytes that have one of their own: neither that of the byte 255, which has none anywhere, nor the number
-/// itself.
+/// Texts of all bytes, except those that are the text of the byte 255, which no table has, or the number itself.
 void WriteTexts(std::ostream& out, const std::string& table, const std::function<std::string(std::uint8_t)>& textOf)
 {
     constexpr std::uint8_t NoValue = 255;

@@ -14,8 +14,8 @@ namespace watch {
 class HttpServer;
 
 /// One browser that follows the picture by server-sent events: "state" with the sections that have changed, "log" with
-/// new lines, "tick" every two seconds. Nothing is queued for it: what it is sent is made when it has taken the last,
-/// so a slow one gets fewer and later pictures, and one that takes nothing for a while is closed.
+/// new lines, "tick" every two seconds. Nothing is queued for it: a message is made when it has taken the last one,
+/// so a slow browser gets fewer pictures, and one that takes nothing for a while is disconnected.
 class EventStream : public std::enable_shared_from_this<EventStream>
 {
 public:

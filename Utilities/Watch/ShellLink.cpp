@@ -121,7 +121,7 @@ void ShellLink::Drop()
     boost::system::error_code ignored;
     mSocket.close(ignored);
     mQuietTimer.cancel();
-    // The session may be at work on what it has read, so it goes later.
+    // The session may still be processing its input, so it is destroyed later.
     mEvents.lost();
     Retry();
 }

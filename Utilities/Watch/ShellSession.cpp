@@ -224,7 +224,7 @@ void ShellSession::Emit(std::size_t length)
 
 void ShellSession::OnMessage(std::string stamp, std::string_view text, std::size_t length)
 {
-    // The mark of a message that was cut comes ahead of it, without a stamp and without a line end.
+    // The mark of a cut message precedes it, without a stamp and without a line end.
     if (const std::size_t mark = text.rfind(CutMark); mark != std::string_view::npos) text = text.substr(0, mark);
     if (OnShellLine(text, length)) return;
     text = TrimEnd(text);

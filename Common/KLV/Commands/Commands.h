@@ -16,7 +16,7 @@ namespace Klv {
 
 enum class Direction : std::uint8_t { Received = 1, Sent = 2, Both = 3 };
 
-/// One command: its class, the name of that, and which way it goes. Any received command can also leave again whole.
+/// One command: its class, the name of the class, and its direction. Any received command can also be forwarded.
 template <class Class, Direction Way>
 struct CommandRow
 {

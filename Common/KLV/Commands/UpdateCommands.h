@@ -60,7 +60,7 @@ class DeviceCheckResultsCmd : public Command<DeviceCheckResultsCmd, 6001>
 public:
     static constexpr std::uint8_t UP_TO_DATE = 0;
 
-    /// "UPTODATE" and its like, "Unknown" for a result that is none.
+    /// "UPTODATE" and its like, "Unknown" for any other value.
     const char* GetResultText() const;
 
     KLV_COMMAND_FIELDS(DeviceCheckResultsCmd, (std::string, Address), (std::uint8_t, Result))

@@ -7,7 +7,7 @@
 
 namespace audio {
 
-/// A stretch of sink samples that one endpoint feeds with consecutive samples, or that is silent.
+/// A range of sink samples that one endpoint feeds with consecutive samples, or that is silent.
 struct RouteRun
 {
     AudioDmaTransaction firstSource;

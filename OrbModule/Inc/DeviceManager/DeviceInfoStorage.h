@@ -53,8 +53,8 @@ public:
     }
     /// A copy of what is stored of a completely described device; nothing for any other.
     std::optional<Device> GetDevice(Hid hid) const;
-    /// The typed entries; null, with a log line, if there is none. Kept for whoever wants one entry; this module reads
-    /// the cards alone, and answers requests with all it has.
+    /// The typed entries; null, with a log line, if there is none. Unused: this module reads only the
+    /// cards, and answers requests with all entries.
     std::shared_ptr<const IoInfo> GetIoInfo(Hid hid) const;
     std::shared_ptr<const IoInfoK2Mod> GetIoInfoK2Mod(Hid hid) const;
     std::shared_ptr<const RouterInfo> GetRouterInfo(Hid hid) const;

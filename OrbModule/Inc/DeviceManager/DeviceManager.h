@@ -81,8 +81,8 @@ public:
         return mDevices.GetSlaveAddress(hid, port);
     }
 
-    /// The local device if it has this identity, else the remote one, else null. Kept for whoever wants all of a
-    /// record; the module asks for less.
+    /// The local device if it has this identity, else the remote one, else null. Unused in this
+    /// module.
     const DeviceRecord* GetDeviceRecord(Hid hid) const { return mDevices.GetDeviceRecord(hid); }
     /// Heartbeat time-out of a local device; nothing for any other.
     std::optional<std::chrono::milliseconds> GetIoTimeout(Hid hid) const;

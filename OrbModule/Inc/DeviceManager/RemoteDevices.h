@@ -27,13 +27,13 @@ public:
         DeviceRecord* record; ///< null if the table is full
         bool isNew;
     };
-    /// Takes the record in, or gives the one that already has this identity. A full table refuses, and says so
-    /// in the log the first time.
+    /// Stores the record, or returns the one that already has this identity. A full table refuses, and logs that the
+    /// first time.
     Inserted Insert(DeviceRecord record);
     void Erase(Hid hid);
 
-    /// Identities in ascending order: callers erase records while they go through them, and listings and the
-    /// order of what is sent do not depend on a hash.
+    /// Identities in ascending order: callers erase records while they go through them, and listings and
+    /// the order of commands do not depend on a hash.
     std::vector<Hid> GetHids() const;
     std::vector<Hid> GetOwnedBy(Hid owner) const;
 

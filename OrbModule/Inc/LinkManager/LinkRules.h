@@ -42,7 +42,7 @@ struct Lateness
     /// The stream of this neighbour is closing, or will be after the forced time-out.
     bool ignoreHeartbeat = false;
 };
-/// @param elapsed since the time-out was last started; @param timeout 0 if none is in force; @param stream to the
+/// @param elapsed since the time-out was last started; @param timeout 0 if there is none; @param stream to the
 /// neighbour.
 Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, StreamState stream);
 

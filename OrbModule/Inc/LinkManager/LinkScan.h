@@ -14,8 +14,8 @@ public:
 
     /// Waits for a report and acts on it. False if none came.
     bool TakeReport();
-    /// Follows a driver that went and came back: it is registered under other ids, and it and its interfaces know
-    /// nothing of the module any more. Their links end, and its reports, for which this asks, start them again.
+    /// Follows a driver that was restarted: it has other ids, and it and its interfaces have lost the module's
+    /// settings. Ends the links and asks for reports, which start them again.
     void FollowDriver();
 
 private:

@@ -34,7 +34,7 @@ public:
             const std::function<std::uint8_t(std::uint32_t)>& endpointId);
 
     /// Entry i of the source feeds entry i of the destination as far as both lists go. A pair with a slot above 511
-    /// is left out, and so is the whole patch if one of its ports is none; the table is written all the same.
+    /// is left out, and so is the whole patch if one of its ports does not exist; the table is written in any case.
     void ProcessPatchUnpatch(const LinkPatch& patch, bool make) override;
     void ProcessUnpatches(const std::vector<LinkPatch>& patches) override;
     void RemoveAllPatches() override;
@@ -49,7 +49,7 @@ private:
     void CheckAddress(std::uint32_t address, const std::string& endpoint, const std::string& remedy) const;
     void Connect(const LinkPatch& patch);
     void ConnectToSilence(const LinkPatch& patch);
-    /// The endpoint of a port; null, with a line in the log, if the port is none.
+    /// The endpoint of a port; null, with a line in the log, for any other number.
     const audio::AudioDmaEndpoint* FindEndpoint(UINT8GIGEPORT port) const;
 
     fsi::DeviceRegistry* mRegistry;

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <vector>
 
-/// Base of the switch fabric messages: short datagrams whose first byte says what they are. This module receives only;
-/// the operations are kept for whoever sends such a message.
+/// Base of the switch fabric messages: short datagrams whose first byte says what they are. This module only receives
+/// them; the operations for sending are unused.
 class FabricMessageBase
 {
 public:

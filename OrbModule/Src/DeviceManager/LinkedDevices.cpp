@@ -47,7 +47,7 @@ void LinkedDevices::UseLink(Routing::PortsEnum port)
 {
     TakeFromLink(port);
     if (mLocal.Type != K2Heartbeat::K2_ROUTER_TYPE) {
-        // A router whose stream never came up leaves no end of one.
+        // The end of a router's stream is not reported if the stream never came up.
         if (mDevices.mRouterConnected) mSignals.PostNetworkConnection(false);
         mDevices.mRouterConnected = false;
         mComms.Connect(mDevices.mLinks[port].remoteIp, port, NetworkPorts::LOCAL_STREAM);

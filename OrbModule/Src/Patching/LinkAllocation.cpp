@@ -7,7 +7,7 @@
 
 namespace {
 
-/// False, with a line in the log, for a port that is none.
+/// False, with a line in the log, for a number that is no port.
 bool IsPort(UINT8GIGEPORT port, const char* fault)
 {
     if (port < Routing::PORT_COUNT) return true;

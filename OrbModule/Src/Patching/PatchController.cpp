@@ -294,7 +294,7 @@ Allocation PatchController::AssignSlots(const RouterPatchAudio& command, const G
     const HidPort dest = ToHidPort(command.GetDest());
     if (!command.GetMake()) return mLinkAllocation.Free(orig, port, dest);
     Allocation taken = mLinkAllocation.Allocate(orig, sourceLink, port, dest);
-    // What a port that ran out gave would pass for a route when the same patch comes over the other link.
+    // Slots of an incomplete allocation would pass for a route when the same patch comes over the other link.
     const bool isTooLittle = taken.result == AllocationFailed && !taken.patch.destination.slots.empty();
     if (isTooLittle) mLinkAllocation.Free(orig, port, dest);
     return taken;

@@ -1,4 +1,4 @@
-// Elements from values. Text goes in as text and nothing else, wherever it comes from.
+// Elements from values. Text is always inserted as text, never as markup.
 
 const SVG = 'http://www.w3.org/2000/svg';
 
