@@ -36,9 +36,10 @@ void LinkedDevices::LinkUp(Routing::PortsEnum port)
         UseOtherLink(port);
         break;
     default:
+        const bool isFirst = mLocal.Hid == INVALID_HID;
         UseLink(port);
-        // It was refused on the secondary link while another device had the primary one.
-        if (mLocal.MixedHid) UseOtherLink(port);
+        // While a hub or router was there, the device on the other link was not used.
+        if (isFirst) UseOtherLink(port);
         break;
     }
 }

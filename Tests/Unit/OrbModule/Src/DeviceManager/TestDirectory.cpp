@@ -105,7 +105,7 @@ link 1 box fixed -> disconnect 2; disconnect slave 0.48.6.0; disconnect slave 0.
     far 2 off; no network; hub-node 2 off
 has far ->
 )"},
-    {"ARefusedBoxIsUsedOnBothLinksOnceItHasThePrimary", R"(
+    {"AnUnusedBoxIsUsedOnBothLinksOnceItHasThePrimary", R"(
 plug 1
 link 2 box2 fixed -> P0 SORN_MIXED_HID_ERROR
 unplug 1
@@ -114,6 +114,8 @@ unplug 1; unplug 2; hub 1
 link 2 box2 fixed -> P0 SORN_MIXED_HID_ERROR
 unplug 1
 link 1 box2 fixed -> connect 0.32.0.254 1 55000; P0 SORN_MIXED_HID_ERROR; connect 0.32.32.254 2 55000
+unplug 1; unplug 2; link 2 box2 fixed; stream 2; hub 1; unplug 1
+link 1 box2 fixed -> connect 0.32.0.254 1 55000; connect 0.32.32.254 2 55000
 )"},
     {"AStreamThatComesBackAloneIsUsedAsBefore", R"(
 self; router 1; gone 1
