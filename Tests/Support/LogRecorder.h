@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-/// The process's log while a test runs: keeps every stamped line, without its stamp, from any thread. The usual
-/// features are on, and those that the test names.
+/// The process's log while a test runs: keeps every line, without its stamp, from any thread. The usual features are
+/// on, and those that the test names.
 class LogRecorder
 {
 public:
@@ -34,25 +34,24 @@ public:
     }
     std::size_t Count(const std::string& line) const
     {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return CountIf([&](const std::string& each) { return each == line; });
+        const auto lines = Lines();
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
     }
     bool Has(const std::string& line) const { return Count(line) != 0; }
     /// True if a line begins like this.
     bool HasStart(const std::string& start) const
     {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return CountIf([&](const std::string& line) { return line.rfind(start, 0) == 0; }) != 0;
+        const auto lines = Lines();
+        return std::any_of(lines.begin(), lines.end(), [&](const auto& line) { return line.rfind(start, 0) == 0; });
     }
     /// Waits until a line that contains this has come that many times; false if it does not.
-    bool WaitFor(const std::string& part, std::size_t times = 1) const
+    bool WaitFor(const std::string& part, std::ptrdiff_t times = 1) const
     {
+        const auto contains = [&](const std::string& line) { return line.find(part) != std::string::npos; };
         std::unique_lock<std::mutex> lock(mMutex);
-        return mCame.wait_for(lock, std::chrono::seconds(10), [&] {
-            return CountIf([&](const std::string& line) { return line.find(part) != std::string::npos; }) >= times;
-        });
+        return mCame.wait_for(lock, std::chrono::seconds(10),
+                              [&] { return std::count_if(mLines.begin(), mLines.end(), contains) >= times; });
     }
-    bool WaitForPart(const std::string& part) const { return WaitFor(part); }
     /// From now on a thread that logs this line waits until Release.
     void Hold(const std::string& line)
     {
@@ -66,41 +65,32 @@ public:
     }
 
 private:
-    class Sink : public Audit
+    struct Sink : Audit
     {
-    public:
         explicit Sink(LogRecorder& recorder) : mRecorder(recorder) {}
+        using Audit::Write;
         using Audit::WriteStamped;
         using Audit::WriteStampedTagged;
-        void WriteStamped(std::uint32_t, const char* format, MessageArgs args) override { Keep(format, args); }
+        void Write(const char* format, MessageArgs args) override { mRecorder.Keep(format, args); }
+        void WriteStamped(std::uint32_t, const char* format, MessageArgs args) override { Write(format, args); }
         void WriteStampedTagged(std::uint32_t, std::uint32_t, const char* format, MessageArgs args) override
         {
-            Keep(format, args);
-        }
-
-    private:
-        void Keep(const char* format, MessageArgs args)
-        {
-            char* text = nullptr;
-            if (::vasprintf(&text, format, args.list) < 0) return;
-            mRecorder.Keep(text);
-            std::free(text);
+            Write(format, args);
         }
 
         LogRecorder& mRecorder;
     };
 
-    void Keep(const std::string& line)
+    void Keep(const char* format, MessageArgs args)
     {
+        char* text = nullptr;
+        if (::vasprintf(&text, format, args.list) < 0) return;
+        const std::string line(text);
+        std::free(text);
         std::unique_lock<std::mutex> lock(mMutex);
         mLines.push_back(line);
         mCame.notify_all();
         mCame.wait(lock, [&] { return mHeld.empty() || mHeld != line; });
-    }
-    template <class Accepts>
-    std::size_t CountIf(Accepts accepts) const
-    {
-        return static_cast<std::size_t>(std::count_if(mLines.begin(), mLines.end(), accepts));
     }
 
     mutable std::mutex mMutex;

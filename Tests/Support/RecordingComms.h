@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Common/KLV/CommandContainer.h"
 #include "Common/KLV/Commands/Commands.h"
 #include "MiscSource/LinkPatch.h"
 #include "OrbModule/Inc/OrbComms/iOrbKLVComms.h"
+#include "Tests/Support/MemoryStream.h"
 
 #include <atomic>
+#include <cstdio>
 #include <functional>
-#include <iomanip>
 #include <map>
 #include <sstream>
 #include <string>
@@ -22,12 +22,11 @@ public:
 
     std::string NameOf(Hid hid) const
     {
-        for (const auto& [name, known] : mNames) {
+        for (const auto& [name, known] : mNames)
             if (known == hid) return name;
-        }
-        std::ostringstream text;
-        text << std::hex << std::setw(8) << std::setfill('0') << std::uint32_t{hid};
-        return text.str();
+        char text[9];
+        std::snprintf(text, sizeof text, "%08x", std::uint32_t{hid});
+        return text;
     }
     Hid HidOf(const std::string& name) const
     {
@@ -83,12 +82,10 @@ private:
     /// The whole item as it would go out.
     static std::string BytesOf(const DeskCommand& command)
     {
-        CommandContainer item;
+        MemoryStream item;
         command.WriteTo(item);
-        std::vector<std::uint8_t> bytes(item.GetLength() - 4);
-        item.ReadData(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
         std::ostringstream text;
-        for (const std::uint8_t byte : bytes)
+        for (const std::uint8_t byte : item.bytes)
             text << ' ' << std::hex << int{byte};
         return text.str();
     }
@@ -125,13 +122,9 @@ private:
     std::string TextOf(const Value& value) const
     {
         std::string text;
-        if constexpr (std::is_enum_v<Value>) {
-            text = TextOf(static_cast<std::uint32_t>(value));
-        } else if constexpr (std::is_arithmetic_v<Value>) {
-            text = value <= 0xFFFF ? ' ' + std::to_string(value) : TextOf(Hid(static_cast<std::uint32_t>(value)));
-        } else if constexpr (IsList<Value>(0)) {
-            for (const auto& element : value)
-                text += TextOf(element);
+        if constexpr (std::is_enum_v<Value> || std::is_arithmetic_v<Value>) {
+            const auto number = static_cast<std::uint32_t>(value);
+            text = number <= 0xFFFF ? ' ' + std::to_string(number) : TextOf(Hid(number));
         } else {
             Value::VisitFields(value, [&](const std::string& name, const auto& field) {
                 text += name == "mAddress" ? AddressOf(field) : TextOf(field);
@@ -139,15 +132,13 @@ private:
         }
         return text;
     }
-    template <class Value>
-    static constexpr auto IsList(int) -> decltype(std::declval<Value>().begin(), true)
+    template <template <class...> class List, class... Of>
+    std::string TextOf(const List<Of...>& list) const
     {
-        return true;
-    }
-    template <class Value>
-    static constexpr bool IsList(...)
-    {
-        return false;
+        std::string text;
+        for (const auto& element : list)
+            text += TextOf(element);
+        return text;
     }
     std::string AddressOf(std::uint32_t address) const { return ' ' + AddressText(address); }
     template <class Value>
@@ -175,38 +166,23 @@ public:
     }
     void Disconnect(UINT8GIGEPORT port) override { mRecord("disconnect " + std::to_string(port)); }
     void Disconnect(const StreamName& stream) override { mRecord("disconnect " + TextOf(stream)); }
-    StreamState GetState(const StreamName&) override
-    {
-        if (!mExists) return StreamState::None;
-        return mClosing ? StreamState::Closing : StreamState::Open;
-    }
+    StreamState GetState(const StreamName&) override { return mState; }
     bool Send(const StreamName& stream, const DeskCommand& command) override
     {
-        mLast = &command;
         mRecord(TextOf(stream) + ' ' + mText(command));
         return true;
     }
 
-    /// Whether there is a stream to a neighbour, and whether it is being shut down.
-    std::atomic<bool> mExists{false};
-    std::atomic<bool> mClosing{false};
-    const DeskCommand* mLast = nullptr;
+    /// Of the stream to any neighbour.
+    std::atomic<StreamState> mState{StreamState::None};
 
 private:
     static std::string TextOf(const StreamName& stream)
     {
-        switch (stream.type) {
-        case LOCAL_LINK:
-            return 'P' + std::to_string(stream.port);
-        case MASTER_LINK:
-            return "master" + std::to_string(stream.port);
-        case SLAVE_LINK:
-            return "slave " + AddressText(stream.address);
-        case UPDATE_LINK:
-            return "update";
-        default:
-            return "no stream";
-        }
+        if (stream.type == LOCAL_LINK) return 'P' + std::to_string(stream.port);
+        if (stream.type == MASTER_LINK) return "master" + std::to_string(stream.port);
+        if (stream.type == SLAVE_LINK) return "slave " + AddressText(stream.address);
+        return stream.type == UPDATE_LINK ? "update" : "no stream";
     }
 
     Record mRecord;

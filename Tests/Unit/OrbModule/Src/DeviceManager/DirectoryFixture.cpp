@@ -1,5 +1,7 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
+#include <boost/algorithm/string/replace.hpp>
+
 #include <chrono>
 
 using namespace K2Heartbeat;
@@ -14,6 +16,16 @@ const std::map<std::string, StreamType> StreamTypes{{"local", StreamType::LOCAL_
                                                     {"slave", StreamType::SLAVE_LINK},
                                                     {"update", StreamType::UPDATE_LINK},
                                                     {"unknown", StreamType::UNKNOWN_STREAM}};
+const DeviceNames Names({{"self", 0x00128000},
+                         {"desk", 0x00120001},
+                         {"box", 0x00200001},
+                         {"box2", 0x00210001},
+                         {"hub", 0x00308000},
+                         {"hub-node", 0x00304000},
+                         {"far", 0x00300005},
+                         {"hub2", 0x00408000},
+                         {"hub2-node", 0x00404000},
+                         {"nobody", 0xFFFFFFFF}});
 
 std::uint32_t NearIp(UINT8GIGEPORT port)
 {
@@ -36,70 +48,60 @@ DeviceManager::Limits SmallLimits()
 
 } // namespace
 
+/// The words of an event by their number; the default is for one that is not there.
 class Directory::Words
 {
 public:
-    explicit Words(const std::string& text) : mText(text) {}
+    explicit Words(const std::string& event)
+    {
+        std::istringstream text(event);
+        for (std::string word; text >> word;) {
+            const std::size_t times = word.find('*');
+            const std::size_t count = times == std::string::npos ? 1 : std::stoul(word.substr(times + 1));
+            mWords.insert(mWords.end(), count, word.substr(0, times));
+        }
+    }
 
-    std::string Text(const std::string& absent = "")
+    std::string Text(std::size_t at, const std::string& absent = "") const
     {
-        std::string word;
-        return mText >> word ? word : absent;
+        return at < mWords.size() ? mWords[at] : absent;
     }
-    std::uint32_t Number(std::uint32_t absent = 0)
+    template <class Value = std::uint32_t>
+    Value Number(std::size_t at) const
     {
-        return static_cast<std::uint32_t>(std::stoul(Text(std::to_string(absent))));
+        return static_cast<Value>(std::strtoll(Text(at).c_str(), nullptr, 10));
     }
-    UINT8GIGEPORT Port() { return static_cast<UINT8GIGEPORT>(Number()); }
-    Hid Device(const std::string& absent = "box") { return Names().HidOf(Text(absent)); }
-    std::uint32_t Address(const std::string& absent = "0.0.0.0")
+    Hid Device(std::size_t at, const std::string& absent = "box") const { return Names.HidOf(Text(at, absent)); }
+    std::uint32_t Address(std::size_t at) const
     {
-        return boost::asio::ip::make_address_v4(Text(absent)).to_uint();
+        return boost::asio::ip::make_address_v4(Text(at, "0.0.0.0")).to_uint();
     }
-    K2Heartbeat::LinkType Type(const std::string& absent) { return LinkTypes.at(Text(absent)); }
     /// One that there is not has the number 200.
-    RemoteDeviceType Remote(const std::string& absent)
+    RemoteDeviceType Remote(std::size_t at, const std::string& absent) const
     {
-        const auto type = LinkTypes.find(Text(absent));
+        const auto type = LinkTypes.find(Text(at, absent));
         return type != LinkTypes.end() ? ToRemoteDeviceType(type->second) : static_cast<RemoteDeviceType>(200);
     }
-    /// Up to the end or a slash; a dash is an empty one.
-    Lines List()
+    /// From there to the end or a slash.
+    template <class Value>
+    std::vector<Value> Numbers(std::size_t at) const
     {
-        Lines list;
-        for (std::string word; mText >> word && word != "/";)
-            list.push_back(word == "-" ? "" : word);
-        return list;
+        std::vector<Value> numbers;
+        for (; at < mWords.size() && mWords[at] != "/"; ++at)
+            numbers.push_back(Number<Value>(at));
+        return numbers;
     }
-    IoInfoCard::PortNumbers Ports()
+    std::size_t AfterSlash() const
     {
-        IoInfoCard::PortNumbers ports;
-        for (const std::string& port : List())
-            ports.push_back(static_cast<std::int16_t>(std::stoi(port)));
-        return ports;
+        return static_cast<std::size_t>(std::find(mWords.begin(), mWords.end(), "/") - mWords.begin()) + 1;
     }
 
 private:
-    std::istringstream mText;
+    Lines mWords;
 };
 
-const DeviceNames& Directory::Names()
-{
-    static const DeviceNames names({{"self", 0x00128000},
-                                    {"desk", 0x00120001},
-                                    {"box", 0x00200001},
-                                    {"box2", 0x00210001},
-                                    {"hub", 0x00308000},
-                                    {"hub-node", 0x00304000},
-                                    {"far", 0x00300005},
-                                    {"hub2", 0x00408000},
-                                    {"hub2-node", 0x00404000},
-                                    {"nobody", 0xFFFFFFFF}});
-    return names;
-}
-
 Directory::Directory(DeviceManager::Delays delays)
-    : mComms([this](const std::string& line) { mLines.push_back(line); }, Names()),
+    : mComms([this](const std::string& line) { mLines.push_back(line); }, Names),
       mDevices(
           mService, mComms,
           [this](const std::string& command, const std::string& errFile) {
@@ -109,194 +111,154 @@ Directory::Directory(DeviceManager::Delays delays)
           delays, SmallLimits())
 {
     mDevices.DeviceChange.connect([this](Hid hid, UINT8GIGEPORT port, bool online, StreamType type) {
-        mLines.push_back(Names().NameOf(hid) + ' ' + std::to_string(port) + (online ? " on" : " off") +
+        mLines.push_back(Names.NameOf(hid) + ' ' + std::to_string(port) + (online ? " on" : " off") +
                          (type == StreamType::LOCAL_LINK ? "" : " by another stream"));
     });
     mDevices.NetworkConnectionChanged.connect(
         [this](bool connected) { mLines.push_back(connected ? "network" : "no network"); });
-    ConnectForwarding(mProcessor, mDevices);
-    ConnectDiscovery(mProcessor, mDevices);
-    Play("");
-}
-
-void Directory::Run()
-{
-    mService.restart();
-    mService.poll();
+    ConnectForwarding(*this, mDevices);
+    ConnectDiscovery(*this, mDevices);
+    mLines.clear();
 }
 
 Lines Directory::Play(const std::string& event)
 {
-    Words words(event);
-    const std::string verb = words.Text();
-    const bool isKnown = PlayLink(verb, words) || PlayReport(verb, words) || PlayDescription(verb, words) ||
-                         PlayRequest(verb, words) || PlayQuestion(verb, words);
-    Run();
-    if (!isKnown && !event.empty()) mLines.push_back("not understood");
+    Do(event);
     return std::exchange(mLines, {});
 }
 
-Lines Directory::TakeAfterTimers(std::size_t count)
+void Directory::Do(const std::string& event)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    Act(event);
     mService.restart();
-    while (mLines.size() < count && mService.run_one_until(deadline) != 0) {
-    }
-    return std::exchange(mLines, {});
+    mService.poll();
 }
 
-bool Directory::PlayLink(const std::string& verb, Words& words)
+void Directory::Act(const std::string& event)
 {
-    if (verb == "closing" || verb == "exists") {
-        mComms.mExists = true;
-        mComms.mClosing = verb == "closing";
-        return true;
-    }
-    const bool isLink = verb == "link" || verb == "plug";
-    const bool isRouter = verb == "hub" || verb == "router";
-    if (!isLink && !isRouter && verb != "unlink" && verb != "unplug" && verb != "stream" && verb != "gone")
-        return false;
-    const UINT8GIGEPORT port = words.Port();
-    if (isLink || isRouter) {
-        const Hid hid = words.Device(isRouter ? "hub" : "box");
-        const auto type = words.Type(isRouter ? verb : "fixed");
-        mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), NearIp(port), 3, FarIp(port), hid, type);
-    } else if (verb == "unlink" || verb == "unplug") {
-        const Hid hid = words.Device();
-        mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, 0xFF, 0, hid, words.Type("none"));
-    }
-    Run();
-    if (verb == "link" || verb == "unlink") return true;
-    const StreamType type = StreamTypes.at(words.Text("local"));
-    mDevices.OnKLVStreamChanged(port, type, words.Address(), verb != "gone" && verb != "unplug");
-    Run();
-    if (verb == "plug") Deliver(DeviceCheckResultsCmd(AddressText(FarIp(port)), 0), 0);
-    if (isRouter) Play("info " + std::to_string(port) + ' ' + verb);
-    return true;
-}
-
-bool Directory::PlayReport(const std::string& verb, Words& words)
-{
-    if (verb == "self") {
-        Deliver(RouterInfo(Names().HidOf("self"), RemoteDeviceType::Orb, 512, 512, 0), 0);
-        Play("io 0 desk 1.63.1.0 self modular");
-        Play("card 0 255 desk");
-    } else if (verb == "info") {
-        const UINT8GIGEPORT port = words.Port();
-        const RemoteDeviceType type = words.Remote("hub");
-        Deliver(RouterInfo(words.Device("hub"), type, 512, 512, 0), port);
-    } else if (verb == "io") {
-        const UINT8GIGEPORT port = words.Port();
-        const Hid hid = words.Device();
-        const std::uint32_t address = words.Address();
-        const Hid owner = words.Device("hub");
-        Deliver(RemoteIoUpdate(words.Remote("fixed"), hid, address, owner, SampleRates::RATE_44K1,
-                               {SampleRates::RATE_44K1}),
-                port);
-    } else if (verb == "node") {
-        const UINT8GIGEPORT port = words.Port();
-        const Hid hid = words.Device();
-        const std::uint32_t address = words.Address();
-        Deliver(RemoteRouterUpdate(words.Remote("hub"), hid, address, Names().HidOf("hub")), port);
-    } else if (verb == "checked") {
-        const std::string address = words.Text();
-        Deliver(DeviceCheckResultsCmd(address, static_cast<std::uint8_t>(words.Number())), 0);
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool Directory::PlayDescription(const std::string& verb, Words& words)
-{
-    if (verb == "box" || verb == "far-box") {
-        const UINT8GIGEPORT port = words.Port();
-        const Hid hid = words.Device();
-        IoInfo::SlotNames names;
-        const Lines cards = words.List();
-        std::copy(cards.begin(), cards.end(), names.begin());
-        Deliver(IoInfo(hid, 7, names), port, verb == "box" ? StreamType::LOCAL_LINK : StreamType::SLAVE_LINK);
-    } else if (verb == "card") {
-        const UINT8GIGEPORT port = words.Port();
-        const auto slot = static_cast<std::uint8_t>(words.Number());
-        const Hid hid = words.Device();
-        const IoInfoCard::PortNumbers inputs = words.Ports();
-        Deliver(IoInfoCard(hid, slot, "", inputs, words.Ports(), {}), port);
-    } else if (verb == "module") {
-        const UINT8GIGEPORT port = words.Port();
-        const Hid hid = words.Device();
-        const std::uint32_t inputs = words.Number();
-        Deliver(IoInfoK2Mod(hid, inputs, words.Number(), "", "", ""), port);
-    } else if (verb == "rate") {
-        const auto rate = static_cast<SampleRates::SystemSampleRate>(words.Number());
-        Deliver(IoSampleRateCapabilities(Names().HidOf("box"), rate, {rate}), 1);
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool Directory::PlayRequest(const std::string& verb, Words& words)
-{
-    if (verb == "ask") {
-        const UINT8GIGEPORT port = words.Port();
-        const std::string device = words.Text();
-        if (device.empty()) Deliver(IoInfoReq(), port, StreamType::MASTER_LINK);
-        if (!device.empty()) Deliver(IoInfoDevReq(Names().HidOf(device)), port);
-    } else if (verb == "chain") {
-        const UINT8GIGEPORT port = words.Port();
-        Deliver(ChainLengthCmd(1u, words.Address(), std::uint8_t{4}), port);
-    } else if (verb == "internals") {
-        mDevices.OnIoInternalsChanged(words.Device(), 0xAB);
-    } else if (verb == "master") {
-        mDevices.ReceivedMcsRequestCmd(std::make_shared<RequestActiveMcsCmd>(), words.Port(), StreamType::MASTER_LINK);
-    } else if (verb == "ping") {
-        mDevices.SendPing();
-    } else if (verb == "pong") {
-        mDevices.ReceivedPingCmd(std::make_shared<OstrelPingCmd>("1.2.5.0", 3u, 4u), 1, StreamType::LOCAL_LINK);
-    } else if (verb == "set-rate") {
-        Deliver(SetRouterSampleRateCmd(SampleRates::RATE_96K, 0u), words.Port());
-    } else if (verb == "card-failure") {
-        const UINT8GIGEPORT port = words.Port();
-        Deliver(ModIOCardFailure(words.Device(), 1u), port);
-    } else if (verb == "send") {
-        const UINT8GIGEPORT port = words.Port();
-        const auto command = std::make_shared<const IoOutputsOffsetCmd>(words.Device(), std::uint16_t{1});
-        mProcessor.Deliver(command, port, StreamType::LOCAL_LINK);
-        if (!mLines.empty() && mComms.mLast != command.get()) mLines.push_back("as a copy");
-    } else {
-        return false;
-    }
-    return true;
-}
-
-bool Directory::PlayQuestion(const std::string& verb, Words& words)
-{
-    std::ostringstream answer;
-    if (verb == "in" || verb == "out") {
-        const Hid box = Names().HidOf("box");
-        const auto port = static_cast<AudioPortNumber>(words.Number());
-        const auto slots = verb == "in" ? mDevices.GetInputLinkSlot(box, port) : mDevices.GetOutputLinkSlot(box, port);
-        for (const std::uint32_t slot : slots)
-            mLines.push_back(std::to_string(slot));
-    } else if (verb == "timeout") {
-        mLines.push_back(std::to_string(mDevices.GetIoTimeout(words.Device())->count()));
-    } else if (verb == "ports") {
-        const UINT8GIGEPORT port = words.Port();
-        const DevicePorts ports = mDevices.GetDevicePorts(words.Device(), ToPortsEnum(port));
-        if (ports.IsValid()) mLines.push_back(std::to_string(ports.local) + " to " + std::to_string(ports.remote));
-    } else if (verb == "slave") {
-        const UINT8GIGEPORT port = words.Port();
-        mLines.push_back(AddressText(mDevices.GetSlaveAddress(words.Device(), ToPortsEnum(port))));
-    } else if (verb == "has") {
-        const Hid hid = words.Device();
-        if (mDevices.IsLocalIo(hid)) mLines.push_back("local");
-        if (mDevices.GetDeviceRecord(hid)) mLines.push_back("known");
-        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-            if (mDevices.IsDeviceOnline(hid, port)) mLines.push_back(port == 1 ? "pri" : "sec");
+    const Words w(event);
+    const auto is = [&](const char* verb) { return w.Text(0) == verb; };
+    const std::string onPort = ' ' + w.Text(1);
+    const auto port = w.Number<UINT8GIGEPORT>(1);
+    const auto doAll = [this](const Lines& events) {
+        for (const std::string& each : events)
+            Do(each);
+    };
+    if (is("state")) return mComms.mState.store(w.Number<StreamState>(1));
+    if (is("link"))
+        return mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), NearIp(port), 3, FarIp(port), w.Device(2),
+                                        LinkTypes.at(w.Text(3)));
+    if (is("unlink"))
+        return mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, 0xFF, 0, w.Device(2),
+                                        LinkTypes.at(w.Text(3, "none")));
+    if (is("stream") || is("gone"))
+        return mDevices.OnKLVStreamChanged(port, StreamTypes.at(w.Text(2, "local")), w.Address(3), is("stream"));
+    if (is("plug"))
+        return doAll({"link" + onPort + ' ' + w.Text(2, "box") + ' ' + w.Text(3, "fixed"), "stream" + onPort,
+                      "checked " + AddressText(FarIp(port))});
+    if (is("unplug")) return doAll({"unlink" + onPort, "gone" + onPort});
+    if (is("hub") || is("router"))
+        return doAll({"link" + onPort + " hub " + w.Text(0), "stream" + onPort, "info" + onPort + ' ' + w.Text(0)});
+    if (is("self")) return doAll({"info 0 orb self", "io 0 desk 1.63.1.0 self modular", "card 0 desk 255"});
+    if (is("ten")) {
+        for (const char digit : std::string("0123456789")) {
+            std::string each = event.substr(4);
+            std::replace(each.begin(), each.end(), '#', digit);
+            Do(each);
         }
-    } else {
-        return false;
+        return;
     }
-    return true;
+    if (is("internals")) return mDevices.OnIoInternalsChanged(w.Device(1), 0xAB);
+    if (is("master")) return mDevices.ReceivedMcsRequestCmd(nullptr, port, StreamType::MASTER_LINK);
+    if (is("ping")) return mDevices.SendPing();
+    if (is("pong"))
+        return mDevices.ReceivedPingCmd(std::make_shared<OstrelPingCmd>("", 3u, 4u), 1, StreamType::LOCAL_LINK);
+    if (SendCommand(w, port)) return;
+    for (const std::string& line : Ask(w, port))
+        mLines.push_back(line);
+}
+
+bool Directory::SendCommand(const Words& w, UINT8GIGEPORT port)
+{
+    const auto is = [&](const char* verb) { return w.Text(0) == verb; };
+    if (is("info")) return Deliver(port, RouterInfo(w.Device(3, "hub"), w.Remote(2, ""), 512, 512, 0));
+    if (is("io")) {
+        auto rates = w.Numbers<SampleRates::SystemSampleRate>(6);
+        if (rates.empty()) rates.push_back(SampleRates::RATE_44K1);
+        return Deliver(
+            port, RemoteIoUpdate(w.Remote(5, "fixed"), w.Device(2), w.Address(3), w.Device(4, "hub"), rates[0], rates));
+    }
+    if (is("node"))
+        return Deliver(port, RemoteRouterUpdate(w.Remote(4, "hub"), w.Device(2), w.Address(3), w.Device(5, "hub")));
+    if (is("checked")) return Deliver(0, DeviceCheckResultsCmd(w.Text(1), w.Number<std::uint8_t>(2)));
+    if (is("box") || is("far-box")) {
+        const StreamType type = is("box") ? StreamType::LOCAL_LINK : StreamType::SLAVE_LINK;
+        const auto card = [&](std::size_t at) { return w.Text(at) == "-" ? "" : w.Text(at); };
+        return Deliver(port, IoInfo(w.Device(2), 7, {card(3), card(4), card(5), card(6), card(7)}), type);
+    }
+    if (is("card"))
+        return Deliver(port, IoInfoCard(w.Device(2), w.Number<std::uint8_t>(3), "", w.Numbers<std::int16_t>(4),
+                                        w.Numbers<std::int16_t>(w.AfterSlash()), {}));
+    if (is("module")) return Deliver(port, IoInfoK2Mod(w.Device(2), w.Number(3), w.Number(4), "", "", ""));
+    const auto rate = w.Number<SampleRates::SystemSampleRate>(1);
+    if (is("rate")) return Deliver(1, IoSampleRateCapabilities(w.Device(2), rate, {rate}));
+    if (is("ask-all")) return Deliver(port, IoInfoReq(), StreamType::MASTER_LINK);
+    if (is("ask")) return Deliver(port, IoInfoDevReq(w.Device(2)));
+    if (is("chain")) return Deliver(port, ChainLengthCmd(1u, w.Address(2), std::uint8_t{4}));
+    if (is("send")) return Deliver(port, IoOutputsOffsetCmd(w.Device(2), std::uint16_t{1}));
+    if (is("dolby")) return Deliver(port, SetDolbyEModuleSource(IoPort(w.Device(2), 1, 2), IoPort(w.Device(3), 1, 2)));
+    if (is("rename")) return Deliver(port, RenamePortCmd(IoPort(w.Device(2), 1, 2), "name"));
+    if (is("io-rate")) return Deliver(port, IoSetSampleRateCmd(SampleRates::RATE_96K, w.Device(2), 30000u));
+    if (is("card-failure")) return Deliver(port, ModIOCardFailure(w.Device(2), 1u));
+    if (is("set-rate")) return Deliver(port, SetRouterSampleRateCmd(SampleRates::RATE_96K, 0u));
+    return false;
+}
+
+Lines Directory::Ask(const Words& w, UINT8GIGEPORT port)
+{
+    const auto is = [&](const char* verb) { return w.Text(0) == verb; };
+    const auto texts = [](const auto& numbers) {
+        Lines lines;
+        for (const auto number : numbers)
+            lines.push_back(std::to_string(number));
+        return lines;
+    };
+    const auto audioPort = w.Number<AudioPortNumber>(1);
+    if (is("in")) return texts(mDevices.GetInputLinkSlot(Names.HidOf("box"), audioPort));
+    if (is("out")) return texts(mDevices.GetOutputLinkSlot(Names.HidOf("box"), audioPort));
+    if (is("timeout")) return texts(std::vector{mDevices.GetIoTimeout(Names.HidOf("box"))->count()});
+    if (is("commands")) return texts(std::vector{mSlots.size()});
+    if (is("ports")) {
+        const DevicePorts ports = mDevices.GetDevicePorts(w.Device(2), ToPortsEnum(port));
+        return ports.IsValid() ? Lines{std::to_string(ports.local) + " to " + std::to_string(ports.remote)} : Lines();
+    }
+    if (is("log-length")) return texts(std::vector{mLog.Lines().back().size()});
+    if (is("rates")) return texts(std::vector{mDevices.GetDeviceRecord(w.Device(1))->SampleRates.size()});
+    if (is("slave")) return {AddressText(mDevices.GetSlaveAddress(w.Device(2), ToPortsEnum(port)))};
+    if (is("has")) {
+        Lines lines;
+        if (mDevices.IsLocalIo(w.Device(1))) lines.push_back("local");
+        if (mDevices.GetDeviceRecord(w.Device(1))) lines.push_back("known");
+        if (mDevices.IsDeviceOnline(w.Device(1), Routing::PRIMARY_PORT)) lines.push_back("pri");
+        if (mDevices.IsDeviceOnline(w.Device(1), Routing::SECONDARY_PORT)) lines.push_back("sec");
+        return lines;
+    }
+    if (is("wait")) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        mService.restart();
+        while (mLines.size() < w.Number(2) && mService.run_one_until(deadline) != 0) {
+        }
+        return {};
+    }
+    Lines lines = mLog.Lines();
+    const auto before = static_cast<std::ptrdiff_t>(is("log") ? lines.size() - 1 - w.Number(1) : lines.size());
+    if (is("list")) mDevices.ShowDevices(w.Text(1) == "io");
+    if (is("port-map")) mDevices.ShowPortMap(w.Device(1));
+    lines = mLog.Lines();
+    lines.erase(lines.begin(), lines.begin() + before);
+    if (is("log")) lines.resize(1);
+    for (std::string& line : lines)
+        for (const auto& [blank, text] : {std::pair("\r", "\\r"), {"\n", "\\n"}, {"\t", "\\t"}})
+            boost::replace_all(line, blank, text);
+    return is("log") || is("list") || is("port-map") ? lines : Lines{"not understood"};
 }

@@ -137,10 +137,10 @@ checked 0.32.32.254 -> P1 IO_INFO_REQ; P2 IO_INFO_REQ
 plug 1
 gone 1 -> P0 io 1 box 0.0.0.0 nobody 0; P0 cable box pri off; P0 cable box sec off; box 1 off
 gone 1 ->
-plug 1; exists
+plug 1; state 1
 gone 1 ->
 has box -> local; known; pri
-closing
+state 2
 gone 1 -> P0 io 1 box 0.0.0.0 nobody 0; P0 cable box pri off; P0 cable box sec off; box 1 off
 )"},
     {"TheEndOfAHubTakesItsDevicesAndLeavesOurOwn", R"(
@@ -162,6 +162,7 @@ unlink 1 hub -> disconnect 1
 link 1 00088000 router; unlink 1 00088000; link 1 hub hub; stream 1
 info 1 hub -> P0 router 5 hub 0.48.5.0 nobody; P1 info nobody 5 512 512 0;
     route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err; connect 0.48.5.0 1 55100; P0 cable hub pri on; hub-node 1 on
+log 1 -> AddSlaveLinkDataRoute route add -host 0.48.5.0 k2link0\n
 )"},
     {"InternalsOfBoxesAreReportedToTheOrbRouter", R"(
 internals box -> P0 internals 171 box '2097153'
@@ -195,16 +196,16 @@ in 32 -> 64; 65
 )"},
     {"AModularBoxIsKnownWithItsLastCard", R"(
 plug 1 box modular
-card 1 0 box 3 9; card 1 2 box 5 -1 600 / 11; card 1 0 box 4 8; in 0 ->
-card 1 255 box -> P0 io 0 box 0.32.0.254 nobody 0; P1 IO_ACTIVE_ROUTER; P0 cable box pri on; box 1 on
+card 1 box 0 3 9; card 1 box 2 5 -1 600 / 11; card 1 box 0 4 8; in 0 ->
+card 1 box 255 -> P0 io 0 box 0.32.0.254 nobody 0; P1 IO_ACTIVE_ROUTER; P0 cable box pri on; box 1 on
 in 0 -> 4
 in 128 -> 5
 in 129; in 130 ->
 out 128 -> 11
-card 1 255 box -> P0 cable box pri on; P1 IO_ACTIVE_ROUTER; box 1 on
+card 1 box 255 -> P0 cable box pri on; P1 IO_ACTIVE_ROUTER; box 1 on
 )"},
     {"AnOddListAtADoubleRateGivesItsLastPortOneSlot", R"(
-plug 1 box modular; rate 3; card 1 1 box 10 11 12; card 1 255 box
+plug 1 box modular; rate 3; card 1 box 1 10 11 12; card 1 box 255
 in 64 -> 10; 11
 in 65 -> 12
 )"},
@@ -227,9 +228,9 @@ info 1 router -> P0 router 3 hub 0.48.5.0 nobody; P1 info nobody 5 512 512 0;
     route add -host 0.48.5.0 k2link0 2>/tmp/addroute.err; P0 cable hub pri on; hub-node 1 on
 )"},
     {"RequestsAreAnsweredFromWhatWasStored", R"(
-ask 2 ->
+ask-all 2 ->
 self
-ask 2 -> master2 IO_INFO_CARD; P0 IO_REQUEST_GPI_STATES
+ask-all 2 -> master2 IO_INFO_CARD; P0 IO_REQUEST_GPI_STATES
 ask 1 desk -> P1 IO_INFO_CARD; P0 IO_REQUEST_GPI_STATES
 plug 2; box 2 box
 ask 0 box -> P0 IO_INFO; P2 IO_REQUEST_GPI_STATES
@@ -238,6 +239,7 @@ ask 0 far ->
     {"AChainGetsItsRoute", R"(
 chain 2 10.20.30.40 -> route add -net 10.20.30.0 netmask 255.255.255.0 k2link1 2>/tmp/addioroute.err;
     P0 CHAIN_LENGTH_CMD
+log -> OS ROUTE ADD route add -net 10.20.30.0 netmask 255.255.255.0 k2link1\n
 chain 255 10.20.30.40 -> P0 CHAIN_LENGTH_CMD
 )"},
     {"ADeviceOfAHubIsReportedOnceDescribed", R"(
@@ -292,6 +294,7 @@ node 1 hub2 0.0.0.0 -> P0 cable 00400001 pri off; P0 cable 00400001 sec off; P0 
     P0 router 5 hub2 0.0.0.0 hub; 00400001 1 off; hub2-node 1 off
 has far -> known; pri
 has hub2 ->
+log -> OS ROUTE DEL CMD route del -net 0.64.0.0 netmask 255.255.0.0\n
 )"},
     {"WithoutARouterTheDataLinkOfAGoneOneIsClosed", R"(
 self; hub 1
@@ -330,6 +333,92 @@ ping -> slave 0.48.5.0 ping 'ORBMODULE' 0 0; slave 0.64.5.0 ping 'ORBMODULE' 0 0
 router 1
 ping; pong ->
 )"},
+    {"CableChecksWithoutEndMeetALimit", R"(
+router 1
+ten io 1 far 10.20.30.40
+wait cable 6 -> P0 cable hub sec off; P0 cable far sec off; P0 cable far sec off; P0 cable far sec off;
+    P0 cable far sec off; P0 cable far sec off
+io 1 far 10.20.30.40
+wait cable 1 -> P0 cable far sec off
+)"},
+    {"TheActiveRouterOfTheSecondaryWaitsAndACancelledWaitSendsAtOnce", R"(
+plug 2; box 2
+wait router 1 -> P2 IO_ACTIVE_ROUTER
+box 2 -> P0 io 7 box 0.32.32.254 nobody 0; P0 cable box sec on; box 2 on
+box 2 -> P0 io 7 box 0.32.32.254 nobody 0; P0 cable box sec on; box 2 on; P2 IO_ACTIVE_ROUTER
+wait router 1 -> P2 IO_ACTIVE_ROUTER
+)"},
+    {"DevicesWithoutEndMeetALimitThatLetsTheKnownOnesLive", R"(
+self; router 1; ten io 1 0030001# 10.20.30.40
+node 1 hub2 0.64.5.0; io 1 00300019 10.20.30.40; io 0 00990001 1.63.1.0 self ->
+has 00300016 ->
+has 00300015 -> known; pri
+io 1 00300010 0.0.0.0; io 1 00300019 10.20.30.40
+has 00300019 -> known; pri
+)"},
+    {"ACardWithPortsWithoutEndIsCut", R"(
+plug 1 box modular; card 1 box 0 3 7*65536; card 1 box 255
+in 0 -> 3
+in 65535 -> 7
+)"},
+    {"RatesWithoutEndAreCutAlsoInTheLog", R"(
+router 1; io 1 far 10.20.30.40 hub hub 2*100000
+log-length -> 237
+io 1 far 10.20.30.40 hub fixed 2*100000
+rates far -> 16
+)"},
+    {"ReportsThatCannotBeAreRefused", R"(
+self; router 1
+io 1 far 10.20.30.40 nobody; io 1 far 10.20.30.40 hub hub; io 1 far 10.20.30.40 hub no-type ->
+node 1 hub2 0.64.5.0 modular; io 255 far 10.20.30.40; node 255 hub2 0.64.5.0; info 255 hub; has far ->
+node 1 self 0.18.5.0; log -> RemoteRouterUpdate is about us (Hid: 0.18:8000 \n
+)"},
+    {"NoReportTouchesTheRoutesOfTheUnit", R"(
+self; hub 1
+chain 1 1.63.1.5 -> P0 CHAIN_LENGTH_CMD
+io 1 far 1.63.1.5 -> slave 0.48.5.0 describe far
+log -> A device reports 1.63.1.5, which is an address of this unit: its route is left alone\r\n
+io 1 00300006 0.18.9.1 -> slave 0.48.5.0 describe 00300006
+node 1 013f8000 1.2.3.4 -> connect 1.63.5.0 1 55100; P0 router 5 013f8000 1.2.3.4 hub; P0 cable 013f8000 pri on;
+    013f4000 1 on
+node 1 013f8000 0.0.0.0 -> disconnect slave 1.63.5.0; P0 cable 013f8000 pri off; P0 cable 013f8000 sec off;
+    P0 router 5 013f8000 0.0.0.0 hub; 013f4000 1 off
+log -> A device reports 1.63.128.0, which is an address of this unit: its route is left alone\r\n
+node 1 00128001 1.2.3.4 -> connect 0.18.5.0 1 55100; P0 router 5 00128001 1.2.3.4 hub; P0 cable 00128001 pri on;
+    00124000 1 on
+node 1 00128001 0.0.0.0 -> disconnect slave 0.18.5.0; P0 cable 00128001 pri off; P0 cable 00128001 sec off;
+    P0 router 5 00128001 0.0.0.0 hub; 00124000 1 off
+)"},
+    {"EveryCommandIsConnectedAndItsTargetFoundWhereItHasIt", R"(
+commands -> 35
+plug 1
+dolby 0 far box; rename 0 box; io-rate 0 box; set-rate 0 -> P1 IO_SET_DOLBYE_SOURCE; P1 RENAME_PORT;
+    P1 IO_SET_SAMPLE_RATE; P1 SET_ROUTER_SAMPLE_RATE
+dolby 0 box far; rename 0 far; io-rate 0 far ->
+)"},
+    {"WhyACommandWasNotForwardedIsLogged", R"(
+self; plug 1; gone 1; send 0 box
+log -> ForwardCmd No link to local device\r\n
+hub 1; send 0 00300099
+log -> ForwardCmd No link to device INVALID_HID \n
+ping
+log -> Send Ping To 0.48.5.0\n
+gone 1; router 1; io 1 far 10.20.30.40; send 0 far
+log -> ForwardCmd When Connected to a network.....\r\n
+)"},
+    {"TheListingsShowTheDevicesOfTheirKindAndThePortsOfABox", R"(
+self; hub 1; io 1 far 10.20.30.40
+list io -> Local devices:\n; Remote devices:\n; Hid: 0.18:1 , Type: Modular \n\tPri Rem GigE: H0  Pri Rem Address:
+    1.63.1.0 Link true\n\tSec Rem GigE: H0  Sec Rem Address: 1.63.1.0 Link true\n\tOwning ROuter 0.18:8000  SR
+    44.1kHz:44.1kHz \n; Hid: 0.48:5 , Type: FixedFormat \n\tPri Rem GigE: H3  Pri Rem Address: 10.20.30.40 Link
+    true\n\tSec Rem GigE: UNKNOWN_PORT  Sec Rem Address: 0.0.0.0 Link false\n\tOwning ROuter 0.48:8000  SR
+    44.1kHz:44.1kHz \n
+list -> Local devices:\n; KorvoHub 0.48:8000 \n\tPri Rem Address: 0.32.0.254Pri Link true\n\tSec Rem Address: 0.0.0.0
+    Sec Link false\n SR 48kHz:\n; Remote devices:\n; Hid: 0.18:8000 , Type: OrbDsp\n\tPri Rem GigE: H0  Pri Rem Address:
+    1.63.1.0 Link true\n\tSec Rem GigE: H0  Sec Rem Address: 1.63.1.0 Link true\n\tOwning ROuter 0.18:8000  SR 48kHz:\n
+unplug 1; plug 1 box modular; card 1 box 0 3 9 / 11; card 1 box 255
+port-map box -> Inputs for device 0.32:1 :\n; A0  -> 3\n; A1  -> 9\n; Outputs for device 0.32:1 :\n; A0  -> 11\n
+)"},
 };
 
 class DirectoryTest : public testing::TestWithParam<Scene>
@@ -339,7 +428,13 @@ class DirectoryTest : public testing::TestWithParam<Scene>
 
 TEST_P(DirectoryTest, DoesAsWritten)
 {
-    Directory directory;
-    ExpectTranscript(GetParam().script, [&](const std::string& event) { return directory.Play(event); });
+    using namespace std::chrono;
+    const std::string script = GetParam().script;
+    // The timers do not expire unless the scene waits for them.
+    const auto delay = [&](const char* wait) -> milliseconds {
+        return script.find(wait) == std::string::npos ? hours(1) : milliseconds(100);
+    };
+    Directory directory({delay("wait cable"), delay("wait router")});
+    ExpectTranscript(script, [&](const std::string& event) { return directory.Play(event); });
 }
 INSTANTIATE_TEST_SUITE_P(, DirectoryTest, testing::ValuesIn(Scenes), NameOfScene);

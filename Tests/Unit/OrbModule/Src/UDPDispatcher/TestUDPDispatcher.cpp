@@ -102,7 +102,7 @@ TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndRec
             if (message->GetTime() == 1) throw std::runtime_error("a slot");
         });
     mDispatcher.Register<SwitchFabric::NetworkTimeMessage, Other>([](const auto&) { FAIL(); });
-    EXPECT_TRUE(mLog.WaitForPart("Failed to get signal of type "));
+    EXPECT_TRUE(mLog.WaitFor("Failed to get signal of type "));
     Send(std::string("\x14\x01\x00\x00\x00", 5));
     Send(std::string("\x14\x02\x00\x00\x00", 5));
     RunUntilTimes(2);
