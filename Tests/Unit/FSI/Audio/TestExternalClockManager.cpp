@@ -1,18 +1,11 @@
 #include "FSI/Audio/ExternalClockManager.h"
-#include "FSI/Audio/K2FsiLink.h"
-#include "Simulation/Fpga/SimulatedFpga.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <vector>
 
 namespace {
 
 using audio::ExternalClockManager;
 using Clock = ExternalClockManager::Clock;
-
-constexpr std::uint32_t Good = 1150000;
-constexpr std::uint32_t Bad = 1200000;
 
 Clock MakeClock(std::uint32_t id, std::int32_t priority)
 {
@@ -50,128 +43,6 @@ TEST(ClockChoice, TheFirstThatIsEnabledAndStableWins)
         }
         EXPECT_EQ(ExternalClockManager::ChooseClock(clocks), chosen) << text;
     }
-}
-
-class ClockManager : public testing::Test
-{
-protected:
-    ClockManager()
-        : mFsi(std::make_shared<audio::ExternalReferenceFsi>(mBoard.Open("0004"))),
-          mManager(std::make_shared<ExternalClockManager>(mService, mFsi))
-    {
-        mManager->mClockLocked.connect([this](unsigned id) { mLocked.push_back(id); });
-    }
-
-    void Measure(std::uint32_t id, std::uint32_t value)
-    {
-        mBoard.Measure(id, value);
-        mFsi->DispatchInterrupts();
-    }
-    void Event(std::uint32_t event)
-    {
-        mBoard.RaiseEvent("0004", static_cast<int>(event));
-        mFsi->DispatchInterrupts();
-    }
-    void RunPosted()
-    {
-        mService.restart();
-        mService.poll();
-    }
-
-    simulation::SimulatedFpga mBoard;
-    boost::asio::io_service mService;
-    std::shared_ptr<audio::ExternalReferenceFsi> mFsi;
-    std::shared_ptr<ExternalClockManager> mManager;
-    std::vector<unsigned> mLocked;
-};
-
-TEST_F(ClockManager, MeasurementsAreJudgedByTheRangeOfTheRateFamily)
-{
-    const std::tuple<std::uint32_t, std::uint32_t, bool> cases[] = {
-        {1, 1128999, false}, {1, 1129000, true}, {1, 1175000, true}, {1, 1175001, false},
-        {0, 1228875, false}, {0, 1228876, true}, {0, 1278876, true}, {0, 1278877, false}};
-    for (const auto& [rate, value, isStable] : cases) {
-        mManager->SetRateToCheck(rate);
-        Measure(3, 1);
-        EXPECT_EQ(mManager->GetSelected(), 0u);
-        Measure(3, value);
-        EXPECT_EQ(mManager->GetSelected(), isStable ? 3u : 0u) << value;
-        Event(value % 10 == 0 ? 0 : 1);
-        EXPECT_EQ(mManager->GetSelected(), 0u) << "either event of a loss";
-    }
-    Measure(9, Good);
-    EXPECT_EQ(mManager->GetSelected(), 0u) << "an id that cannot be";
-}
-
-TEST_F(ClockManager, LockIsGivenUpWithTheThirdMeasurement)
-{
-    Measure(1, Good);
-    Measure(2, Good);
-    ASSERT_EQ(mManager->GetSelected(), 1u);
-    Measure(1, Good);
-    Measure(1, Good);
-    EXPECT_EQ(mManager->GetSelected(), 1u);
-    Measure(1, Good);
-    EXPECT_EQ(mManager->GetSelected(), 2u);
-    Measure(1, Good);
-    EXPECT_EQ(mManager->GetSelected(), 1u) << "a good measurement makes it a candidate again";
-    // An unchanged choice keeps its attempts.
-    Measure(2, Bad);
-    Measure(1, Good);
-    Measure(1, Good);
-    mManager->PrioritiseClockSource(audio::ExternalClockSource(1), 3, true);
-    RunPosted();
-    Event(3);
-    Measure(1, Good);
-    EXPECT_EQ(mManager->GetSelected(), 0u);
-}
-
-TEST_F(ClockManager, TheServoLockCountsMoreThanTheValueOnceAndTheValueAfterThat)
-{
-    Measure(4, Good);
-    mBoard.SetServoLock(true);
-    Measure(4, Bad);
-    EXPECT_THAT(mLocked, testing::ElementsAre(4));
-    Measure(4, Good);
-    EXPECT_EQ(mLocked.size(), 1u);
-    Measure(4, Bad);
-    EXPECT_EQ(mManager->GetSelected(), 0u);
-    Measure(0, Good);
-    EXPECT_EQ(mLocked.size(), 1u) << "the internal clock has nothing to lock";
-}
-
-TEST_F(ClockManager, TheSettleEventIsHeardOnceForEachSelection)
-{
-    Measure(4, Good);
-    EXPECT_EQ(mBoard.GetRegister("0004", 0x30), 0x1Fu);
-    Event(3);
-    EXPECT_EQ(mBoard.GetRegister("0004", 0x30), 0x17u);
-    Measure(1, Good);
-    EXPECT_EQ(mBoard.GetRegister("0004", 0x30), 0x1Fu);
-}
-
-TEST_F(ClockManager, ALostClockHasNoMeasurementAndOneThatIsNotEnabledIsNotUsed)
-{
-    Measure(1, Good);
-    Event(0);
-    std::ostringstream listing;
-    listing << *mManager;
-    EXPECT_THAT(listing.str(), testing::HasSubstr("  1    true       0 unstable\n"));
-    mManager->PrioritiseClockSource(audio::ExternalClockSource(1), 3, false);
-    RunPosted();
-    Measure(1, Good);
-    EXPECT_EQ(mManager->GetSelected(), 0u);
-}
-
-TEST_F(ClockManager, WorkThatOutlivesTheManagerDoesNothing)
-{
-    Measure(4, Good);
-    mManager->UseInternalClock();
-    mManager.reset();
-    RunPosted();
-    Measure(4, Good);
-    Event(0);
-    EXPECT_EQ(mBoard.GetPllSource(), 4u);
 }
 
 } // namespace
