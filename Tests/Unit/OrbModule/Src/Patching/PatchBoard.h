@@ -67,7 +67,11 @@ public:
     void ServeInterrupts() { mFsi->DispatchInterrupts(); }
 
 private:
-    Place ToPlace(std::uint32_t transaction) const { return {mPorts.at(transaction >> 9), transaction & 0x1FF}; }
+    Place ToPlace(std::uint32_t transaction) const
+    {
+        const auto port = mPorts.find(transaction >> 9);
+        return {port == mPorts.end() ? UNKNOWN_GIGE_PORT : port->second, transaction & 0x1FF};
+    }
 
     simulation::SimulatedFpga& mFpga = simulation::GetProcessBoard();
     /// By their ADMA address.
