@@ -2,17 +2,16 @@
 
 #include "Simulation/Stage/Module.h"
 
-#include <boost/filesystem.hpp>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace fs = boost::filesystem;
+namespace fs = std::filesystem;
 using namespace stage;
 using testing::ContainsRegex;
 using testing::HasSubstr;
@@ -29,9 +28,8 @@ std::string WalkCrash(bool inMainThread)
     ChildProcess& process = module.Process();
     pid_t thread = process.Id();
     if (!inMainThread) {
-        for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process.Id()) + "/task")) {
+        for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process.Id()) + "/task"))
             thread = std::max(thread, std::stoi(entry.path().filename().string()));
-        }
     }
     EXPECT_EQ(syscall(SYS_tgkill, process.Id(), thread, SIGSEGV), 0);
     EXPECT_EQ(process.Wait().signal, SIGSEGV);

@@ -1,108 +1,46 @@
 #include "Simulation/Stage/UdpSocket.h"
 #include "Tests/EndToEnd/Network.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 using namespace stage;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace {
 
-/// States of a cable as the Orb router hears of them: primary or not, online or not.
-constexpr char PrimaryUp[] = "01 01";
-constexpr char SecondaryUp[] = "00 01";
-constexpr char SecondaryDown[] = "00 00";
-
-TEST(UpdateService, IsAbsentAtFirstThenRefusesAndThenAllows)
+TEST(UpdateService, IsAbsentAtFirstThenRefusesThenAllowsAndChecksAgainAfterItsRestart)
 {
-    Network network;
-    network.StartOrbRouter();
-    network.StartModule();
+    Unit unit;
+    unit.StartOrbRouter();
+    unit.module.emplace();
     // The first attempt to reach it has failed by the time the heartbeats run.
-    network.GetLog().WaitForLine("Run...........");
-    network.StartUpdateService("result 1");
-    network.GetUpdate().WaitFor(peers::DEVICES_TO_CHECK);
-    for (const std::string result : {"2", "3", "4"})
-        network.GetUpdate().Tell("tell 1.63.5.0 " + result);
+    unit.log.WaitForLine("Run...........");
+    unit.StartUpdateService("result 1");
+    unit.update->WaitFor(peers::DEVICES_TO_CHECK);
+    for (const std::string result : {"2", "3", "4", "0"})
+        unit.update->Tell("tell 1.63.5.0 " + result);
     // The results are taken in order: had a refusal counted, there would be more than this one connection.
-    network.GetUpdate().Tell("tell 1.63.5.0 0");
-    network.GetOrb().WaitFor(peers::ROUTER_INFO_REQ);
-    network.GetOrb().WaitFor(peers::IO_INFO_REQ);
-    EXPECT_EQ(network.CountInLog("Connect to the ORB Router"), 1u);
-    EXPECT_EQ(network.GetOrb().GetReceived(peers::ROUTER_INFO_REQ).size(), 1u);
-}
-
-TEST(UpdateService, ThatRestartsChecksTheModuleAgain)
-{
-    Network network;
-    network.Start();
-    network.GetUpdate().Tell("clear");
-    network.GetUpdate().Tell("vanish");
-    network.GetUpdate().Tell("appear");
-    network.GetUpdate().Tell("connect 55000 source=49190");
-    network.GetUpdate().WaitFor(peers::DEVICES_TO_CHECK);
+    unit.orb->WaitFor(peers::ROUTER_INFO_REQ);
+    unit.orb->WaitFor(peers::IO_INFO_REQ);
+    EXPECT_EQ(unit.CountInLog("Connect to the ORB Router"), 1u);
+    EXPECT_EQ(unit.orb->GetReceived(peers::ROUTER_INFO_REQ).size(), 1u);
+    unit.log.WaitForLine("Start Router Ignore Timer");
+    for (const std::string line : {"clear", "result 0", "vanish", "appear", "connect 55000 source=49190"})
+        unit.update->Tell(line);
+    unit.update->WaitFor(peers::DEVICES_TO_CHECK);
     // And serves again: a box that comes now is checked.
-    network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
-}
-
-TEST(Network, TwoCablesAreReportedAsTheyAreAfterThreeSeconds)
-{
-    for (const bool beyondTheTime : {false, true}) {
-        Network network("IODiscovery");
-        network.Start();
-        const std::string check = "DelayedCableCheck: for Hid: 0.32:1 , port: Sec";
-        network.Plug(0, Box);
-        network.WaitForCable(BoxOnWire, PrimaryUp);
-        if (beyondTheTime) network.GetLog().WaitForLine(check);
-        network.Plug(1, Box);
-        network.WaitForCable(BoxOnWire, SecondaryUp);
-        network.GetLog().WaitForLine(check);
-        // What the check sends has come once a later command has.
-        network.GetNeighbour(0).Tell("command 816 u32:0x00200001 u16:1 u8:1");
-        network.GetOrb().WaitFor(peers::IO_OUTPUT_MUTE);
-        std::vector<std::string> states;
-        for (const std::string& value : Network::Values(network.GetOrb(), peers::REMOTE_CABLE_STATE))
-            if (value.compare(0, 11, BoxOnWire) == 0) states.push_back(value.substr(12));
-        std::vector<std::string> expected{PrimaryUp, SecondaryUp};
-        if (beyondTheTime) expected.insert(expected.begin() + 1, SecondaryDown);
-        EXPECT_EQ(states, expected);
-    }
-}
-
-TEST(Network, ABoxThatIsNotTheOneOnThePrimaryLinkIsRefused)
-{
-    Network network;
-    network.Start();
-    network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
-    network.Plug(1, OtherBox);
-    network.GetOrb().WaitFor(peers::MIXED_HID_ERROR);
-    network.Unplug(1);
-    network.GetOrb().WaitFor(peers::MIXED_HID_ERROR, 2);
-    EXPECT_THAT(Network::Values(network.GetOrb(), peers::MIXED_HID_ERROR), ElementsAre("01", "00"));
-    // The right one is none the worse for it, and is welcome there.
-    network.Plug(1, Box);
-    network.WaitForCable(BoxOnWire, SecondaryUp);
+    unit.Connect(0, Box);
 }
 
 TEST(Network, CommandsPassBothWaysToABoxOfAHubAndTheHubLeavesWithItsBox)
 {
-    Network network;
-    network.Start();
-    network.Plug(0, HubWithBox);
-    Peer& orb = network.GetOrb();
-    Peer& hub = network.GetNeighbour(0);
-    orb.WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, HubWithBox.hid);
-    orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
+    Unit unit;
+    unit.Start();
+    unit.Connect(0, HubWithBox);
+    Peer& orb = *unit.orb;
+    Peer& hub = *unit.neighbours[0];
     // A command that only goes up is dropped on its way down.
     orb.Tell("command 871 u32:0x00300002 u8:4 u32:1");
     for (const bool down : {true, false}) {
@@ -115,95 +53,127 @@ TEST(Network, CommandsPassBothWaysToABoxOfAHubAndTheHubLeavesWithItsBox)
         orb.Tell("clear");
     }
     hub.Tell("device-gone 0x00300002");
-    orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid, false);
+    unit.WaitForDevice(HubBoxHid, false);
     orb.Tell("clear");
-    hub.Tell("device 0x00300002 fixed 0.48.9.1");
-    hub.Tell("of 0x00300002 card 0 QV1410");
-    orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
+    for (const std::string& line : HubWithBox.lines)
+        hub.Tell(line);
+    unit.WaitForDevice(HubBoxHid);
     orb.Tell("clear");
-    network.Unplug(0);
-    orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid, false);
-    orb.WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, HubWithBox.hid, false);
+    unit.Unplug(0);
+    unit.WaitForDevice(HubBoxHid, false);
+    unit.WaitForDevice(HubWithBox.hid, false);
 }
-
-TEST(Network, DevicesThatAHubReportsBeforeItsDataLinkAreAskedForOnceItIsUp)
-{
-    Neighbour hub = HubWithBox;
-    hub.lines.emplace_back("at-once on");
-    Network network;
-    network.Start();
-    network.Plug(0, hub);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
-}
-
-/// A neighbour on a link, a patch with it, and the route that comes of it.
-struct OrbRestart
-{
-    unsigned int link;
-    const Neighbour& neighbour;
-    const char* device;
-    const char* patch;
-    Sample sink, source;
-};
 
 /// What the end of the stream has posted is done when a command that came later is answered.
-void Vanish(Network& network)
+void Vanish(Unit& unit)
 {
     const std::string end = "OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false";
-    const std::size_t before = network.CountInLog(end);
-    network.GetOrb().Tell("vanish");
-    const stage::Deadline deadline(stage::Patience);
-    ShellClient shell = network.GetModule().OpenShell();
+    const std::size_t before = unit.CountInLog(end);
+    unit.orb->Tell("vanish");
+    EXPECT_TRUE(Await([&] { return unit.CountInLog(end) > before; }));
+    ShellClient shell = unit.module->OpenShell();
     shell.StopTailing();
-    while (network.CountInLog(end) == before && !deadline.HasPassed())
-        shell.Ask("version");
     shell.Ask("version");
-    EXPECT_GT(network.CountInLog(end), before);
 }
 
 TEST(Network, AnOrbRouterThatRestartsLeavesTheRoutesAndIsInformedAgain)
 {
-    const char* const fromBox = "patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5";
-    const char* const toHub = "patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1";
-    for (const OrbRestart& scene : {OrbRestart{0, Box, "0x00200001", fromBox, {3, 0}, {1, 3}},
-                                    {1, Box, "0x00200001", fromBox, {3, 0}, {2, 3}},
-                                    {0, HubWithBox, HubBoxHid, toHub, {1, 0}, {3, 21}},
-                                    {1, HubWithBox, HubBoxHid, toHub, {2, 0}, {3, 21}}}) {
-        SCOPED_TRACE(scene.device + (" on link " + std::to_string(scene.link)));
-        Network network;
-        network.Start();
-        network.Plug(scene.link, scene.neighbour);
-        Peer& orb = network.GetOrb();
-        orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, scene.device);
-        stage::ControlChannel control = network.GetModule().OpenControl();
-        orb.Tell(scene.patch);
-        control.WaitForRoute(scene.sink, scene.source);
-        Vanish(network);
-        EXPECT_EQ(control.Probe(scene.sink), scene.source);
-        // It names itself, the module takes its links down and up, and the patch is made again.
-        orb.Tell("clear");
-        orb.Tell("appear");
-        orb.Tell("connect 55000");
-        orb.WaitForUpdate(peers::REMOTE_IO_UPDATE, scene.device);
-        EXPECT_EQ(network.CountInLog("OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
-        orb.Tell(scene.patch);
-        control.WaitForRoute(scene.sink, scene.source);
-        // What leaves while the Orb router is away leaves no route.
-        Vanish(network);
-        network.Unplug(scene.link);
-        control.WaitForRoute(scene.sink, std::nullopt);
+    const std::string toHub = "patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1";
+    for (const unsigned int link : {0u, 1u}) {
+        for (const bool isBox : {true, false}) {
+            SCOPED_TRACE((isBox ? "box on link " : "hub on link ") + std::to_string(link));
+            const Sample sink = isBox ? Sample{BulkEndpoint, 0} : Sample{FirstLinkEndpoint + link, 0};
+            const Sample source = isBox ? Sample{FirstLinkEndpoint + link, 3} : Sample{BulkEndpoint, 21};
+            Unit unit;
+            unit.Start();
+            unit.Connect(link, isBox ? Box : HubWithBox);
+            ControlChannel control = unit.module->OpenControl();
+            unit.orb->Tell(isBox ? PatchFromBox : toHub);
+            control.WaitForRoute(sink, source);
+            Vanish(unit);
+            EXPECT_EQ(control.Probe(sink), source);
+            // It names itself, the module takes its links down and up, and the patch is made again.
+            for (const std::string line : {"clear", "appear", "connect 55000"})
+                unit.orb->Tell(line);
+            unit.WaitForDevice(isBox ? Box.hid : HubBoxHid);
+            EXPECT_EQ(unit.CountInLog("OnLocalHidChanged Hid Now Is 0.18:8000"), 2u);
+            unit.orb->Tell(isBox ? PatchFromBox : toHub);
+            control.WaitForRoute(sink, source);
+            // What leaves while the Orb router is away leaves no route.
+            Vanish(unit);
+            unit.Unplug(link);
+            control.WaitForRoute(sink, std::nullopt);
+        }
     }
 }
 
 TEST(Network, TheTimeOfTheNetworkIsTheTimeOfTheLog)
 {
-    Network network;
-    network.Start();
+    Unit unit;
+    unit.Start();
     // 3 February 2033, 04:05:06 UTC.
-    stage::UdpSocket(stage::UnitNamespace, "0.0.0.0", 0).SendTo("1.63.5.0", 49156, "\x14\x72\x7f\xac\x76");
-    network.GetLog().WaitForLine("Added to Audit");
-    network.Plug(0, Box);
-    EXPECT_THAT(network.GetLog().WaitForLine("LinkManager::Receive New device"), StartsWith("[03/02/33 04:05:"));
+    UdpSocket(UnitNamespace, "0.0.0.0", 0).SendTo(ModuleAddress, 49156, "\x14\x72\x7f\xac\x76");
+    unit.log.WaitForLine("Added to Audit");
+    unit.Plug(0, Box);
+    EXPECT_THAT(unit.log.WaitForLine("LinkManager::Receive New device"), testing::StartsWith("[03/02/33 04:05:"));
+}
+
+/// A router's word says, from the low bits on, its number, the network's base rate and the master's rack.
+Neighbour MakeRouter(const std::string& word)
+{
+    return {"router", "0x00408000", 0x40, {"internals " + word}};
+}
+
+/// A router comes to a link, and the log has so many lines of how it is met.
+void Meet(Unit& unit, unsigned int link, const std::string& word, const std::string& manner, std::size_t lines = 1)
+{
+    unit.Plug(link, MakeRouter(word));
+    const std::string line = "Router detected on downstream ports " + manner;
+    EXPECT_TRUE(Await([&] { return unit.CountInLog(line) >= lines; })) << line;
+}
+
+/// Until master control sees this in the module's heartbeat.
+void WaitForModuleHeartbeat(Unit& unit, const std::string& bytes)
+{
+    std::string heard;
+    const auto isHeard = [&] {
+        heard = unit.orb->Tell("module-heartbeat").front();
+        return heard.substr(heard.find(' ') + 1) == bytes;
+    };
+    EXPECT_TRUE(Await(isHeard)) << heard;
+}
+
+TEST(MasterRouters, AreFollowedWhereverTheyNameTheMasterUntilBothAreGone)
+{
+    Unit unit;
+    unit.Start();
+    Meet(unit, 0, "0x00400003", "ACCEPTING");
+    WaitForModuleHeartbeat(unit, "96 00 80 40 00");
+    Meet(unit, 1, "0x00400004", "ACCEPTING", 2);
+    unit.neighbours[1]->Tell("internals 0x00510004");
+    WaitForModuleHeartbeat(unit, "96 00 80 51 00");
+    unit.Unplug(0);
+    unit.neighbours[1]->Tell("internals 0x00520004");
+    WaitForModuleHeartbeat(unit, "96 00 80 52 00");
+    unit.Unplug(1);
+    WaitForModuleHeartbeat(unit, "96 ff ff ff ff");
+    EXPECT_THAT(unit.orb->GetReceived(peers::MASTER_ROUTER_NOTIFICATION), IsEmpty());
+    EXPECT_THAT(unit.orb->GetReceived(peers::RESTART_MCS_LINK), IsEmpty());
+}
+
+TEST(MasterRouters, ThatComeTooLateAreReportedOnceAndIgnored)
+{
+    Unit unit;
+    unit.Start(0);
+    unit.orb->WaitFor(peers::RESTART_MCS_LINK);
+    EXPECT_THAT(unit.orb->GetReceived(peers::MASTER_ROUTER_NOTIFICATION), IsEmpty());
+    Meet(unit, 0, "0x00400003", "IGNORING.");
+    Meet(unit, 1, "0x00400003", "IGNORING.", 2);
+    unit.Unplug(0);
+    unit.Unplug(1);
+    unit.orb->WaitFor(peers::MASTER_ROUTER_NOTIFICATION, 2);
+    EXPECT_THAT(Unit::Values(*unit.orb, peers::MASTER_ROUTER_NOTIFICATION), ElementsAre("02", "03"));
+    EXPECT_THAT(Unit::Values(*unit.orb, peers::RESTART_MCS_LINK), ElementsAre("00 01 12 00"));
 }
 
 } // namespace

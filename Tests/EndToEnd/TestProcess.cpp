@@ -1,35 +1,26 @@
-#include "Simulation/Stage/LogFile.h"
-#include "Simulation/Stage/Module.h"
-#include "Simulation/Stage/NetworkNamespace.h"
 #include "Simulation/Stage/UdpSocket.h"
+#include "Tests/EndToEnd/Network.h"
 #include "Tests/Support/LoopbackPeer.h"
 #include "Tests/Support/Supervisor.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 using namespace stage;
 using testing::HasSubstr;
 
 namespace {
 
-constexpr char DumpRoot[] = "/var/lib/ostrel";
-
 TEST(Options, EndTheProcessBeforeItTouchesAnything)
 {
+    constexpr char dumpRoot[] = "/var/lib/ostrel";
     unlink(LogPath);
-    std::filesystem::remove_all(DumpRoot);
+    std::filesystem::remove_all(dumpRoot);
     // As for a user who may not write there.
-    std::ofstream(DumpRoot) << "in the way";
+    std::ofstream(dumpRoot) << "in the way";
     for (const auto& [option, exitCode] : {std::pair("--version", 1), {"--nosuch", 2}}) {
         ChildProcess process(Module::MakeCommand({ProgramPath("OrbModuleSim"), {option}}));
         EXPECT_EQ(process.Wait().Text(), "exit code " + std::to_string(exitCode));
@@ -37,26 +28,21 @@ TEST(Options, EndTheProcessBeforeItTouchesAnything)
         EXPECT_THAT(process.Errors(), HasSubstr(exitCode == 2 ? "nosuch" : ""));
     }
     EXPECT_NE(access(LogPath, F_OK), 0);
-    std::filesystem::remove(DumpRoot);
+    std::filesystem::remove(dumpRoot);
 }
 
-TEST(Descriptors, AsManyAsAreAllowedUpTo4096)
+TEST(Options, ChooseTheShellEndpointAndTheLogAndAsManyDescriptorsAsAllowedUpTo4096AreTaken)
 {
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
     const rlimit low{256, std::max<rlim_t>(before.rlim_max, 4096)};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
-    Module module;
+    const std::string log = "/tmp/other.log";
+    Module module({ProgramPath("OrbModuleSim"), {"-t", "127.0.0.1:7000", "-l", log, "--top", "5"}});
     setrlimit(RLIMIT_NOFILE, &before);
     rlimit limit{};
     ASSERT_EQ(prlimit(module.Process().Id(), RLIMIT_NOFILE, nullptr, &limit), 0);
     EXPECT_EQ(limit.rlim_cur, 4096u);
-}
-
-TEST(Options, ChooseTheShellEndpointAndTheLog)
-{
-    const std::string log = "/tmp/other.log";
-    Module module({ProgramPath("OrbModuleSim"), {"-t", "127.0.0.1:7000", "-l", log, "--top", "5"}});
     EXPECT_THAT(ShellClient(7000).Greeting(), HasSubstr("Ostrel command shell: OrbModuleSim "));
     EXPECT_THROW(ShellClient(7000, ModuleAddress), std::exception);
     // The banner does not follow "top".
@@ -85,26 +71,19 @@ TEST(StartupFailure, IsOneLineWithTheCauseAndNoReadinessForSystemd)
     expectFailure("49156");
 }
 
-TEST(Systemd, LearnsOfReadinessLifeAndStop)
-{
-    Supervisor supervisor;
-    supervisor.AskForWatchdog(200);
-    Module module;
-    EXPECT_EQ(supervisor.Receive(), "READY=1");
-    EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
-    EXPECT_EQ(supervisor.Receive(), "WATCHDOG=1");
-    EXPECT_EQ(module.Stop().Text(), "exit code 0");
-    EXPECT_EQ(supervisor.ReceiveOtherThan("WATCHDOG=1"), "STOPPING=1");
-    EXPECT_EQ(supervisor.Receive(0), "");
-}
-
-TEST(Ending, EveryWayToStopIsOrderly)
+TEST(Ending, EveryWayToStopIsOrderlyAndSystemdLearnsOfReadinessLifeAndStop)
 {
     for (const int signal : {SIGTERM, SIGINT, 0}) {
+        Supervisor supervisor;
+        supervisor.AskForWatchdog(200);
         Module module;
+        for (const char* sign : {"READY=1", "WATCHDOG=1", "WATCHDOG=1"})
+            EXPECT_EQ(supervisor.Receive(), sign);
         signal != 0 ? module.Process().Signal(signal) : module.OpenShell().Type("quit");
         EXPECT_EQ(module.Process().Wait().Text(), "exit code 0") << "signal " << signal;
         EXPECT_EQ(module.Process().Errors(), "");
+        EXPECT_EQ(supervisor.ReceiveOtherThan("WATCHDOG=1"), "STOPPING=1");
+        EXPECT_EQ(supervisor.Receive(0), "");
     }
 }
 

@@ -1,12 +1,8 @@
 #include "Tests/EndToEnd/Network.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <csignal>
 
 using namespace stage;
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -29,49 +25,47 @@ TEST(Ending, IsOrderlyAtEachLineOfTheStart)
          {"DebugConfig : ", "Starting OrbRouterKLVComms", "starting... Hid 0xc002", "Starting HubLinkManager",
           "Started HubLinkManager", "Starting DeviceManager", "Starting PatchController", "Run..........."}) {
         SCOPED_TRACE(line);
-        unlink(LogPath);
+        Unit unit;
         // The driver answers, and has a neighbour on each link.
         ChildProcess driver(Module::MakeLinkDriverCommand());
         driver.WaitForOutput("ready");
-        for (const std::string link : {"0", "1"})
-            ControlChannel(LinkDriverPath).Ask("plug " + link + " 64 0");
-        LogFile log;
+        for (const unsigned int link : {0, 1})
+            ControlChannel(LinkDriverPath).Ask(PlugLine(link, 0x20));
         ChildProcess module(Module::MakeCommand({}));
-        log.WaitForLine(line);
+        unit.log.WaitForLine(line);
         ExpectOrderlyEnd(module);
     }
 }
 
-void LearnIdentity(Network& network)
+void LearnIdentity(Unit& unit)
 {
-    network.StartOrbRouter();
-    network.StartUpdateService();
-    network.StartModule();
-    network.GetLog().WaitForLine("LinkManager::OnLocalHidChanged");
+    unit.StartOrbRouter();
+    unit.StartUpdateService();
+    unit.module.emplace();
+    unit.log.WaitForLine("LinkManager::OnLocalHidChanged");
 }
 
-void Flood(Network& network)
+void Flood(Unit& unit)
 {
-    network.Start();
-    network.Plug(0, HubWithBox);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
-    network.GetNeighbour(0).Tell("flood 0x00400000 20000");
-    network.GetNeighbour(0).WaitFor(peers::IO_INFO_DEV_REQ, 10);
+    unit.Start();
+    unit.Connect(0, HubWithBox);
+    unit.neighbours[0]->Tell("flood 0x00400000 20000");
+    unit.neighbours[0]->WaitFor(peers::IO_INFO_DEV_REQ, 10);
 }
 
 /// The source is lost, the new table is written, and its activation does not come.
-void SwingOver(Network& network)
+void SwingOver(Unit& unit)
 {
-    network.Start();
-    network.Plug(0, Box);
-    network.WaitForCable(BoxOnWire, "01 01");
-    network.Plug(1, Box);
-    network.WaitForCable(BoxOnWire, "00 01");
-    ControlChannel control = network.GetModule().OpenControl();
-    network.GetOrb().Tell("patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5");
+    unit.Start();
+    unit.Plug(0, Box);
+    unit.WaitForCable("01 01");
+    unit.Plug(1, Box);
+    unit.WaitForCable("00 01");
+    ControlChannel control = unit.module->OpenControl();
+    unit.orb->Tell(PatchFromBox);
     control.WaitForRoute({BulkEndpoint, 0}, Sample{FirstLinkEndpoint, 3});
     control.Ask("hold on");
-    network.TellDriver("unplug 0");
+    unit.TellDriver("unplug 0");
     constexpr std::uint32_t syncRequest = 1u << 5;
     control.WaitForRegister(AudioDmaBlock, ControlRegister, syncRequest, syncRequest);
     EXPECT_EQ(control.Probe({BulkEndpoint, 0}), (Sample{FirstLinkEndpoint, 3}));
@@ -79,19 +73,19 @@ void SwingOver(Network& network)
 
 TEST(Ending, IsOrderlyWhateverTheModuleIsDoing)
 {
-    for (void (*const play)(Network&) : {LearnIdentity, Flood, SwingOver}) {
-        Network network;
-        play(network);
-        ExpectOrderlyEnd(network.GetModule().Process());
+    for (void (*const play)(Unit&) : {LearnIdentity, Flood, SwingOver}) {
+        Unit unit;
+        play(unit);
+        ExpectOrderlyEnd(unit.module->Process());
     }
 }
 
 /// The lines of several slots of one signal are in this order, from the first line on.
-void ExpectInOrder(Network& network, const std::vector<std::string>& lines)
+void ExpectInOrder(Unit& unit, const std::vector<std::string>& lines)
 {
     for (const std::string& line : lines)
-        network.GetLog().WaitForLine(line);
-    const std::string log = network.GetLog().Text();
+        unit.log.WaitForLine(line);
+    const std::string log = unit.log.Text();
     std::size_t position = log.find(lines.front());
     for (const std::string& line : lines) {
         position = log.find(line, position);
@@ -101,19 +95,17 @@ void ExpectInOrder(Network& network, const std::vector<std::string>& lines)
 
 TEST(Slots, ActInTheOrderOfTheirConnections)
 {
-    Network network("CmdDebug RouterAudioRoute");
-    network.Start();
-    ExpectInOrder(network, {"LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", "PatchController::OnLocalHidChanged",
-                            "ifconfig eth0:1280 0.18.5.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err",
-                            "ifconfig eth0:1536 0.18.6.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err"});
-    ExpectInOrder(network, {"LinkManager::OnDeviceChange Device Online", "PatchController::OnDeviceChange Hid"});
-
-    network.GetOrb().Tell("command 674 u32:3 u32:0");
-    ExpectInOrder(network,
+    Unit unit("CmdDebug RouterAudioRoute");
+    unit.Start();
+    ExpectInOrder(unit, {"LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000", "PatchController::OnLocalHidChanged",
+                         "ifconfig eth0:1280 0.18.5.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err",
+                         "ifconfig eth0:1536 0.18.6.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err"});
+    ExpectInOrder(unit, {"LinkManager::OnDeviceChange Device Online", "PatchController::OnDeviceChange Hid"});
+    unit.orb->Tell("command 674 u32:3 u32:0");
+    ExpectInOrder(unit,
                   {"LinkManager::ReceivedSetRouterSampleRateCmd", "Forwarding ", "Main lamda SetRouterSampleRateCmd"});
-
-    network.Plug(0, Box);
-    ExpectInOrder(network, {"PatchController::OnDeviceChange Hid 0.32:1", "Setting UDP timeout on Gige port"});
+    unit.Plug(0, Box);
+    ExpectInOrder(unit, {"PatchController::OnDeviceChange Hid 0.32:1", "Setting UDP timeout on Gige port"});
 }
 
 /// What a client that tails sees of a command and its result.
@@ -128,57 +120,48 @@ std::string Shown(ShellClient& shell, const std::string& line)
 
 TEST(Slots, HearWhatANeighbourReports)
 {
-    const Neighbour router{"router", "0x00408000", 0x40, {"internals 0x00400003"}};
-    Network network("RouterAudioRoute HardwareDebug");
-    network.Start();
-    network.Plug(0, Box);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, Box.hid);
-    network.GetNeighbour(0).Tell("internals 0xFFFF000F");
+    Unit unit("RouterAudioRoute HardwareDebug");
+    unit.Start();
+    unit.Connect(0, Box);
+    unit.neighbours[0]->Tell("internals 0xFFFF000F");
     // Its internals, its identity, and that in decimal.
-    Network::WaitForValue(network.GetOrb(), peers::IO_BOX_INTERNALS, [](const std::string& value) {
-        return value == "0f 00 ff ff 01 00 20 00 07 00 00 00 32 30 39 37 31 35 33";
-    });
+    Unit::WaitForValue(*unit.orb, peers::IO_BOX_INTERNALS, "0f 00 ff ff 01 00 20 00 07 00 00 00 32 30 39 37 31 35 33");
 
-    network.Unplug(0);
-    network.Plug(0, HubWithBox);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_IO_UPDATE, HubBoxHid);
-    ShellClient shell = network.GetModule().OpenShell();
+    unit.Unplug(0);
+    unit.Connect(0, HubWithBox);
+    ShellClient shell = unit.module->OpenShell();
     EXPECT_THAT(Shown(shell, "sio"), HasSubstr("Hid: 0.48:2 "));
     EXPECT_THAT(Shown(shell, "sr"), AllOf(HasSubstr("Local devices:\n"), Not(HasSubstr("Hid: 0.48:2 "))));
     shell.Type("ping");
-    network.GetLog().WaitForLine("Ping Response ");
+    unit.log.WaitForLine("Ping Response ");
 
-    network.Unplug(0);
-    network.Plug(0, router);
-    network.GetOrb().WaitForUpdate(peers::REMOTE_ROUTER_UPDATE, router.hid);
-    Peer& peer = network.GetNeighbour(0);
-    network.GetLog().WaitForLine(" New 0.64:8000");
-    peer.Tell("command 841 u32:0x00400001 u32:5 on=data");
-    network.GetLog().WaitForLine("ReceivedPatchSucessfulCmd ");
-    peer.Tell("command 835 u32:0x00400001 on=data");
-    network.GetLog().WaitForLine("ReceivedAudioPatchRetryForHid 0.64:1 ");
-    peer.Tell("command 839 str:ORBMODULE u32:0 u32:0 on=data");
-    Network::WaitForValue(peer, peers::PING, [](const std::string& value) {
-        return value == "08 00 00 00 30 2e 31 38 2e 35 2e 30 00 00 00 00 00 00 00 00"; // 0.18.5.0
-    });
-    peer.Tell("command 846 on=data");
+    unit.Unplug(0);
+    unit.Connect(0, {"router", "0x00408000", 0x40, {"internals 0x00400003"}});
+    unit.log.WaitForLine(" New 0.64:8000");
+    Peer& router = *unit.neighbours[0];
+    router.Tell("command 841 u32:0x00400001 u32:5 on=data");
+    unit.log.WaitForLine("ReceivedPatchSucessfulCmd ");
+    router.Tell("command 835 u32:0x00400001 on=data");
+    unit.log.WaitForLine("ReceivedAudioPatchRetryForHid 0.64:1 ");
+    router.Tell("command 839 str:ORBMODULE u32:0 u32:0 on=data");
+    // The text 0.18.5.0.
+    Unit::WaitForValue(router, peers::PING, "08 00 00 00 30 2e 31 38 2e 35 2e 30 00 00 00 00 00 00 00 00");
+    router.Tell("command 846 on=data");
     // The address of this module, wrapped about that of its master control, 0.18.1.0.
-    Network::WaitForValue(peer, peers::FORWARD_TO_ACTIVE, [](const std::string& value) {
-        return value.find("3f 03 00 28 04 00 00 00 00 01 12 00") != std::string::npos;
-    });
+    Unit::WaitForValue(router, peers::FORWARD_TO_ACTIVE, "3f 03 00 28 04 00 00 00 00 01 12 00");
 }
 
 TEST(Shell, TheTopLevelCommandsShowAndSendWhatTheyShould)
 {
-    Network network;
-    network.Start();
-    network.Plug(0, Box);
-    network.WaitForCable(BoxOnWire, "01 01");
-    ControlChannel control = network.GetModule().OpenControl();
-    network.GetOrb().Tell("patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5");
+    Unit unit;
+    unit.Start();
+    unit.Plug(0, Box);
+    unit.WaitForCable("01 01");
+    ControlChannel control = unit.module->OpenControl();
+    unit.orb->Tell(PatchFromBox);
     control.WaitForRoute({BulkEndpoint, 0}, Sample{FirstLinkEndpoint, 3});
 
-    ShellClient shell = network.GetModule().OpenShell();
+    ShellClient shell = unit.module->OpenShell();
     for (const auto& [line, parts] : std::vector<std::pair<std::string, std::vector<std::string>>>{
              {"rs", {"Link 0\n\tSlot 0  Source0.32:1  Port ", "\t\tDest 0.18:1  Port ", "Link 2\n"}},
              {"showlinkmap 2097153", {"Inputs for device 0.32:1 ", "Outputs for device 0.32:1 "}},
@@ -198,11 +181,9 @@ TEST(Shell, TheTopLevelCommandsShowAndSendWhatTheyShould)
     }
     EXPECT_THAT(Shown(shell, "db -1"), Not(HasSubstr("207  -")));
     // Port 3 to the secondary link; 88.2 kHz, with the links down for 30 s.
-    const auto sent = [&](unsigned int id, const std::string& value) {
-        Network::WaitForValue(network.GetNeighbour(0), id, [&](const std::string& bytes) { return bytes == value; });
-    };
-    sent(peers::PORT_BITMAP, "01 00 20 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 03 00 ff ff ff ff 01");
-    sent(peers::IO_SET_SAMPLE_RATE, "03 01 00 20 00 30 75 00 00");
+    Unit::WaitForValue(*unit.neighbours[0], peers::PORT_BITMAP,
+                       "01 00 20 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 03 00 ff ff ff ff 01");
+    Unit::WaitForValue(*unit.neighbours[0], peers::IO_SET_SAMPLE_RATE, "03 01 00 20 00 30 75 00 00");
 }
 
 } // namespace
