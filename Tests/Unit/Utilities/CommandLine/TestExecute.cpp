@@ -1,10 +1,12 @@
-#include "Tests/Unit/Utilities/CommandLine/ShellClient.h"
+#include "Utilities/CommandLine/CommandLine.h"
+
+#include <gmock/gmock.h>
 
 namespace {
 
 using cmd::action::MakeAction;
 
-class ExecuteTest : public ShellTest
+class ExecuteTest : public testing::Test
 {
 protected:
     ExecuteTest()
@@ -35,6 +37,8 @@ protected:
     }
 
     int mCalls = 0;
+    boost::asio::io_service mService;
+    cmd::CommandLine mShell{mService, {boost::asio::ip::address_v4::loopback(), 0}, ""};
 };
 
 TEST_F(ExecuteTest, WhatIsTypedAndWhatIsAnswered)
