@@ -1,12 +1,95 @@
-#include "Audit/Audit.h"
-#include "Tests/Unit/Audit/LogFixture.h"
+#include "Audit/DebugConfigure.h"
+#include "Audit/KorvoAudit.h"
 
+#include <boost/filesystem.hpp>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <set>
+#include <thread>
+
+#include <malloc.h>
+#include <sys/stat.h>
 
 namespace {
 
+using testing::ElementsAre;
+using testing::EndsWith;
 using testing::MatchesRegex;
+using testing::StartsWith;
+
+const std::string Overflow = "*** KorvoAudit buffer overflow, message truncated ***";
+const std::string Stamp = "\\[[0-9]{2}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\]";
+
+/// A log whose lines for the tail are kept.
+class RecordingAudit : public KorvoAudit
+{
+public:
+    using KorvoAudit::FinishRotation;
+    using KorvoAudit::KorvoAudit;
+    ~RecordingAudit() override { FinishRotation(); }
+
+    void OnLogLine(const std::string& line) override
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        mLines.push_back(line);
+    }
+    std::vector<std::string> Lines()
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        return mLines;
+    }
+
+private:
+    std::mutex mLock;
+    std::vector<std::string> mLines;
+};
+
+/// A directory of its own for the log of a test.
+class LogTest : public testing::Test
+{
+protected:
+    LogTest() { boost::filesystem::create_directories(mDirectory); }
+    ~LogTest() override { boost::filesystem::remove_all(mDirectory); }
+
+    static void Log(KorvoAudit& audit, const std::string& text)
+    {
+        Console([&] { audit.Write("%s", text.c_str()); });
+    }
+    std::string Path(const std::string& name = "K2.log") const { return (mDirectory / name).string(); }
+    static std::string Read(const std::string& path)
+    {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    static void Fill(const std::string& path, const std::string& content)
+    {
+        std::ofstream(path, std::ios::binary) << content;
+    }
+    /// The content of a gzipped generation, unpacked by the real tool; "none" if it is not there.
+    std::string Generation(int number) const
+    {
+        const std::string path = Path() + "." + std::to_string(number) + ".gz";
+        if (!boost::filesystem::exists(path)) return "none";
+        EXPECT_EQ(std::system(("gzip -dc " + path + " > " + Path("unpacked")).c_str()), 0);
+        return Read(Path("unpacked"));
+    }
+    /// What the action prints on standard output.
+    static std::string Console(const std::function<void()>& action)
+    {
+        std::fflush(stdout);
+        testing::internal::CaptureStdout();
+        action();
+        std::fflush(stdout);
+        return testing::internal::GetCapturedStdout();
+    }
+
+private:
+    const boost::filesystem::path mDirectory =
+        boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("orb-log-%%%%-%%%%-%%%%");
+};
 
 TEST(Features, SevenAreOnFromTheStartAndNumbersOutsideTheTableAreOff)
 {
@@ -32,20 +115,17 @@ TEST(Features, NamesAndNumbersBelongTogether)
         EXPECT_EQ(GetFeatureId(unknown), -1) << unknown;
 }
 
-using ConsoleTest = LogTest;
-
-TEST_F(ConsoleTest, EveryOperationPrintsAndOnlyTheStampedOnesStamp)
+TEST_F(LogTest, EveryOperationPrintsAndOnlyTheStampedOnesStamp)
 {
     Audit audit;
-    const std::string stamp = "\\[[0-9]{2}/[0-9]{2}/[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\]";
     EXPECT_EQ(Console([&] { audit.Write("a%d\n", 1); }), "a1\n");
     EXPECT_EQ(Console([&] { audit.WriteStamped(0, "d\n"); }), "d\n");
-    EXPECT_THAT(Console([&] { audit.WriteStamped(1, "e%d\n", 5); }), MatchesRegex(stamp + "e5\n"));
-    EXPECT_THAT(Console([&] { audit.WriteFileOnly(1, 7, "g\n"); }), MatchesRegex(stamp + "g\n"));
+    EXPECT_THAT(Console([&] { audit.WriteStamped(1, "e%d\n", 5); }), MatchesRegex(Stamp + "e5\n"));
+    EXPECT_THAT(Console([&] { audit.WriteFileOnly(1, 7, "g\n"); }), MatchesRegex(Stamp + "g\n"));
     EXPECT_EQ(Console([&] { audit.Write(std::string("h%d%s\n"), 8, "i"); }), "h8i\n");
 }
 
-TEST_F(ConsoleTest, StampIsDayFirstInUtcPlusTheOffset)
+TEST_F(LogTest, StampIsDayFirstInUtcPlusTheOffset)
 {
     Audit audit;
     // Whatever the time of the test: 17 November 2026, 09:08:0x, and a year of the last century.
@@ -57,7 +137,7 @@ TEST_F(ConsoleTest, StampIsDayFirstInUtcPlusTheOffset)
     }
 }
 
-TEST_F(ConsoleTest, FailedAssertionIsWrittenAndItsMessageOnlyUnderItsFeature)
+TEST_F(LogTest, FailedAssertionIsWrittenAndItsMessageOnlyUnderItsFeature)
 {
     Audit::SetInstance(nullptr);
     const auto fail = [] { EXPECT_FALSE(AUDIT_ASSERT_MESSAGE(1 + 1 == 3, std::string("two\n"))); };
@@ -73,6 +153,294 @@ TEST_F(ConsoleTest, FailedAssertionIsWrittenAndItsMessageOnlyUnderItsFeature)
               "");
     EXPECT_THAT(Console([] { AUDIT_STREAM(Information, "100% " << 5 << "\n"); }), MatchesRegex("\\[.*\\]100% 5\n"));
     Audit::SetInstance(nullptr);
+}
+
+TEST_F(LogTest, TheDebugFileSwitchesTheFeaturesThatItsWordsName)
+{
+    const std::string path = Path("debug.conf");
+    const auto read = [&] { return Console([&] { DebugConfigure::Instance().ReadFile(path); }); };
+    // What the file does is logged whatever features are on.
+    Audit::SetInstance(nullptr);
+    for (std::uint32_t id = 0; id < MaxDebugLevels; ++id)
+        Audit::Instance()->SetEnabled(id, 0);
+    EXPECT_EQ(read(), "DebugConfig : unable to access File '" + path + "'.\n");
+    const std::string head = "DebugConfig : Reading File '" + path + "' ...\n";
+    const std::string unknown = "DebugId -1 MaxDebugLevels 207 Assert 0\r\nFeature ";
+    const std::pair<const char*, std::string> cases[] = {
+        {"\n \t \n\n", ""},
+        {"Information on IODiscovery\t 60\n",
+         "Debug Feature Information (3) is Off\r\nDebug Feature IODiscovery (122) is On\r\n"
+         "Debug Feature CommsDebug (60) is On\r\n"},
+        {"on 0 off 1 on 000206\n3", "Debug Feature Assert (0) is On\r\nDebug Feature Invalid (1) is Off\r\n"
+                                    "Debug Feature OutputPatchReadDebug (206) is On\r\n"
+                                    "Debug Feature Information (3) is Off\r\n"},
+        {"on 207", "DebugId 207 MaxDebugLevels 207 Assert 0\r\nFeature 207 is unknown \r\n"},
+        {"on 4294967295", unknown + "4294967295 is unknown \r\n"},
+        {"on 4294967296 1", "Debug: What does :4294967296 mean?\r\nDebug Feature Invalid (1) is On\r\n"},
+        {"on 12x", "Debug: What does :12x mean?\r\n"},
+        {"on -1", unknown + "-1 is unknown \r\n"},
+        {"# assert\n", unknown + "# is unknown \r\n" + unknown + "assert is unknown \r\n"},
+        {"On", unknown + "On is unknown \r\n"},
+    };
+    for (const auto& [content, output] : cases) {
+        Fill(path, content);
+        EXPECT_EQ(read(), head + output) << content;
+    }
+    // Of an endless word only the beginning is kept.
+    Fill(path, std::string(3 << 20, 'a') + " 5");
+    EXPECT_THAT(read(), AllOf(testing::SizeIs(testing::Lt(3000u)), testing::HasSubstr("Feature aaa"),
+                              EndsWith("Debug Feature ResourceDebug (5) is Off\r\n")));
+    boost::filesystem::remove(path);
+    boost::filesystem::create_directory(path);
+    EXPECT_EQ(read(), head);
+    Audit::SetInstance(nullptr);
+}
+
+TEST_F(LogTest, EachOperationReachesFileTailAndConsoleInItsShape)
+{
+    RecordingAudit audit(Path());
+    const std::tuple<std::function<void()>, std::string, bool> cases[] = {
+        {[&] { audit.Write("a%d\n", 1); }, "a1\n", true},
+        {[&] { audit.WriteTagged(0x10000000, "b\n"); }, "\\[10000000\\] b\n", true},
+        {[&] { audit.WriteStamped(1, "c%s\n", "%d"); }, Stamp + " c%d\n", true},
+        {[&] { audit.WriteStamped(2, "d\n"); }, "d\n", true},
+        {[&] { audit.WriteStampedTagged(1, 0x40000002, "e\n"); }, Stamp + " \\[40000002\\] e\n", true},
+        {[&] { audit.WriteStampedTagged(0, 0xAB, "f\n"); }, "\\[000000ab\\] f\n", true},
+        {[&] { audit.WriteFileOnly(1, 5, "g\n"); }, Stamp + " \\[00000005\\] g\n", false},
+    };
+    std::string file;
+    for (const auto& [write, shape, isOnConsole] : cases) {
+        const std::string console = Console(write);
+        const std::string line = audit.Lines().back();
+        EXPECT_THAT(line, MatchesRegex(shape));
+        EXPECT_EQ(console, isOnConsole ? line : "");
+        file += line;
+        EXPECT_EQ(Read(Path()), file);
+    }
+    EXPECT_EQ(Console([&] { audit.WriteConsole("only here\n"); }), "only here\n");
+    EXPECT_EQ(Read(Path()), file);
+    EXPECT_EQ(audit.Lines().size(), 7u);
+}
+
+TEST_F(LogTest, OverflowIsAQuestionOfTheMessageAlone)
+{
+    RecordingAudit audit(Path());
+    // The stamp takes room, but only a message that is too long for the buffer says so.
+    Console([&] { audit.WriteStamped(1, "%s", std::string(4096, 'x').c_str()); });
+    ASSERT_EQ(audit.Lines().size(), 1u);
+    EXPECT_EQ(audit.Lines().back().size(), 4095u);
+
+    const std::string before = Read(Path());
+    const std::string tooLong(5000, 'y');
+    EXPECT_EQ(Console([&] { audit.Write("%s", tooLong.c_str()); }), Overflow + "\n" + std::string(4095, 'y'));
+    EXPECT_EQ(Console([&] { audit.WriteFileOnly(0, 1, "%s", tooLong.c_str()); }), "");
+    const std::string cut = "[00000001] " + std::string(4084, 'y');
+    EXPECT_EQ(Read(Path()), before + Overflow + std::string(4095, 'y') + Overflow + cut);
+    EXPECT_THAT(audit.Lines(), ElementsAre(testing::_, Overflow, std::string(4095, 'y'), Overflow, cut));
+}
+
+TEST_F(LogTest, WithoutAFileLinesStillReachConsoleAndTail)
+{
+    const std::string path = Path("missing/K2.log");
+    std::unique_ptr<RecordingAudit> audit;
+    EXPECT_EQ(Console([&] { audit = std::make_unique<RecordingAudit>(path); }),
+              "Failed to open log file '" + path + "', output to console only\n");
+    EXPECT_EQ(Console([&] { audit->Write("on\n"); }), "on\n");
+    EXPECT_EQ(Console([&] { audit->Write("%s", std::string(5000, 'y').c_str()); }),
+              Overflow + "\n" + std::string(4095, 'y'));
+    EXPECT_THAT(audit->Lines(), ElementsAre("on\n", std::string(4095, 'y')));
+}
+
+TEST_F(LogTest, LogsFromManyThreadsStayWholeLines)
+{
+    RecordingAudit audit(Path());
+    Console([&] {
+        std::vector<std::thread> threads(4);
+        for (std::thread& thread : threads)
+            thread = std::thread([&audit] {
+                for (int i = 0; i < 5000; ++i)
+                    audit.Write("a line of %s\n", "a thread");
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+    });
+    std::string expected;
+    for (int i = 0; i < 20000; ++i)
+        expected += "a line of a thread\n";
+    EXPECT_TRUE(Read(Path()) == expected);
+    EXPECT_THAT(audit.Lines(), testing::AllOf(testing::SizeIs(20000), testing::Each("a line of a thread\n")));
+}
+
+constexpr std::size_t Limit = 0x100000;
+
+class RotationTest : public LogTest
+{
+protected:
+    ~RotationTest() override { ::setenv("PATH", mPath.c_str(), 1); }
+
+    /// Puts a script in the place of gzip until the end of the test.
+    void UseGzip(const std::string& script)
+    {
+        boost::filesystem::create_directory(Path("bin"));
+        Fill(Path("bin/gzip"), "#!/bin/sh\n" + script);
+        ::chmod(Path("bin/gzip").c_str(), 0755);
+        ::setenv("PATH", (Path("bin") + ":" + mPath).c_str(), 1);
+    }
+    static void FillTo(KorvoAudit& audit, std::size_t size)
+    {
+        Console([&] {
+            for (; size >= 1024; size -= 1024)
+                audit.Write("%s\n", std::string(1023, 'f').c_str());
+            if (size != 0) audit.Write("%s", std::string(size, 'r').c_str());
+        });
+    }
+    void StartWith(const std::string& line)
+    {
+        RecordingAudit audit(Path());
+        Log(audit, line);
+    }
+    void MakeGeneration(int number, const std::string& content)
+    {
+        const std::string path = Path() + "." + std::to_string(number);
+        Fill(path, content);
+        ASSERT_EQ(std::system(("gzip " + path).c_str()), 0);
+    }
+
+    const std::string mPath = std::getenv("PATH");
+};
+
+TEST_F(RotationTest, AGapClosesAsFilesMoveUpAndTheFifthIsTheLast)
+{
+    MakeGeneration(1, "one");
+    MakeGeneration(3, "three");
+    MakeGeneration(4, "four");
+    MakeGeneration(5, "five");
+    Fill(Path(), "current");
+    StartWith("next");
+    const char* const expected[] = {"current", "one", "none", "three", "four", "none"};
+    for (int i = 1; i <= 6; ++i)
+        EXPECT_EQ(Generation(i), expected[i - 1]) << i;
+}
+
+TEST_F(RotationTest, OnlyAFileAboveTheLimitRotates)
+{
+    RecordingAudit audit(Path());
+    FillTo(audit, Limit);
+    Log(audit, "at the limit\n");
+    EXPECT_EQ(Generation(1), "none");
+    Log(audit, "above it\n");
+    audit.FinishRotation();
+    EXPECT_EQ(Read(Path()), "above it\n");
+    EXPECT_THAT(Generation(1), EndsWith("f\nat the limit\n"));
+}
+
+TEST_F(RotationTest, OnlyARegularFileRotatesWhateverItsPathAndAFailingGzipCostsOnlyTheOldLog)
+{
+    Fill(Path("file"), "file");
+    boost::filesystem::create_symlink(Path("file"), Path());
+    StartWith(" and more");
+    EXPECT_EQ(Read(Path("file")), "file and more");
+    EXPECT_TRUE(boost::filesystem::is_symlink(Path()));
+    boost::filesystem::remove(Path());
+
+    Fill(Path("it's my $log"), "old");
+    const RecordingAudit audit(Path("it's my $log"));
+    boost::filesystem::rename(Path("it's my $log.1.gz"), Path("K2.log.1.gz"));
+    EXPECT_EQ(Generation(1), "old");
+    boost::filesystem::remove(Path("K2.log.1.gz"));
+
+    UseGzip("exit 1\n");
+    Fill(Path(), "old");
+    StartWith("new");
+    EXPECT_EQ(Read(Path()), "new");
+    EXPECT_EQ(Generation(1), "none");
+    EXPECT_FALSE(boost::filesystem::exists(Path() + ".1"));
+}
+
+TEST_F(RotationTest, AFailedRotationHaltsTheFileButNotTheLog)
+{
+    RecordingAudit audit(Path());
+    // A file cannot be renamed onto a directory.
+    MakeGeneration(4, "four");
+    boost::filesystem::create_directory(Path() + ".5.gz");
+    FillTo(audit, Limit + 1);
+    const std::size_t before = audit.Lines().size();
+    Log(audit, "line\n");
+    audit.FinishRotation();
+    Log(audit, "later\n");
+    auto lines = audit.Lines();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
+    ASSERT_THAT(lines, ElementsAre(AllOf(StartsWith("Failed to rotate logs, logging to file halted: "), EndsWith("\n")),
+                                   "line\n", "later\n"));
+    EXPECT_THAT(Read(Path()), EndsWith(lines[0]));
+}
+
+TEST_F(RotationTest, WhatAFailedRotationHeldBackIsDropped)
+{
+    // The file that is to be removed at the end becomes a directory that is not empty.
+    UseGzip("until [ -e " + Path("end") + " ]; do sleep 0.01; done\nrm \"$2\"\nmkdir -p \"$2/full\"\n");
+    RecordingAudit audit(Path());
+    FillTo(audit, Limit + 1);
+    const std::size_t before = audit.Lines().size();
+    const std::size_t memory = ::mallinfo2().uordblks;
+    for (int i = 0; i < 5000; ++i)
+        Log(audit, std::string(1023, 'h') + "\n");
+    EXPECT_EQ(audit.Lines().size(), before);
+    Fill(Path("end"), "");
+    audit.FinishRotation();
+    EXPECT_LT(::mallinfo2().uordblks, memory + 2000000);
+    Log(audit, "later\n");
+    const auto lines = audit.Lines();
+    ASSERT_EQ(lines.size(), before + 2);
+    EXPECT_THAT(lines[before], StartsWith("Failed to rotate logs, "));
+    EXPECT_EQ(lines[before + 1], "later\n");
+}
+
+TEST_F(RotationTest, LinesHeldBackWhileARotationRunsComeFirstInTheNewFileUpToALimit)
+{
+    // A gzip that says when it has begun and ends on request.
+    ::mkfifo(Path("begun").c_str(), 0600);
+    ::mkfifo(Path("end").c_str(), 0600);
+    UseGzip("echo begun > " + Path("begun") + "\nread line < " + Path("end") + "\nPATH=" + mPath +
+            "\nexec gzip \"$@\"\n");
+    for (const bool isFlooded : {false, true}) {
+        RecordingAudit audit(Path());
+        FillTo(audit, Limit + 1);
+        std::size_t tailed = 0;
+        const std::string console = Console([&] {
+            std::thread gzip([&] { EXPECT_EQ(Read(Path("begun")), "begun\n"); });
+            // The line that sets the rotation off comes back although gzip does not.
+            audit.Write("trigger\n");
+            gzip.join();
+            tailed = audit.Lines().size();
+            audit.Write("held 1\n");
+            audit.WriteFileOnly(0, 1, "held 2\n");
+            audit.Write("%s", std::string(5000, 'y').c_str());
+            for (int i = 0; isFlooded && i < 10000; ++i)
+                audit.Write("\n%d", i);
+            EXPECT_EQ(audit.Lines().size(), tailed);
+            Fill(Path("end"), "now\n");
+            audit.FinishRotation();
+        });
+        const std::vector<std::string> held = {"trigger\n", "held 1\n", "[00000001] held 2\n", Overflow,
+                                               std::string(4095, 'y')};
+        const std::string text = held[0] + held[1] + held[2] + held[3] + held[4];
+        const std::vector<std::string> lines = audit.Lines();
+        EXPECT_TRUE(std::equal(held.begin(), held.end(), lines.begin() + static_cast<std::ptrdiff_t>(tailed)));
+        if (isFlooded) {
+            EXPECT_THAT(Read(Path()), StartsWith(text + "\n0\n1\n2\n"));
+            EXPECT_THAT(Read(Path()), testing::ContainsRegex(
+                                          "\n9994\\[[^\n]*\\] 5 log lines were lost while the log was rotated\r\n$"));
+        } else {
+            // On the console at once, and once only.
+            EXPECT_THAT(console, EndsWith("trigger\nheld 1\n" + Overflow + "\n" + held[4]));
+            EXPECT_EQ(Read(Path()), text);
+            EXPECT_EQ(lines.size(), tailed + held.size());
+        }
+        Log(audit, "after\n");
+        EXPECT_THAT(Read(Path()), EndsWith("after\n"));
+        boost::filesystem::remove(Path());
+    }
 }
 
 } // namespace
