@@ -2,6 +2,7 @@
 
 #include "Common/KLV/DataStream.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -39,19 +40,12 @@ public:
 };
 
 /// The bytes of a text of hexadecimal digits; everything else in it only parts them.
-inline std::vector<std::uint8_t> HexBytes(const std::string& text)
+inline std::vector<std::uint8_t> HexBytes(std::string text)
 {
+    const auto isOther = [](char letter) { return std::string("0123456789ABCDEF").find(letter) == std::string::npos; };
+    text.erase(std::remove_if(text.begin(), text.end(), isOther), text.end());
     std::vector<std::uint8_t> bytes;
-    int high = -1;
-    for (const char letter : text) {
-        const std::size_t digit = std::string("0123456789ABCDEF").find(letter);
-        if (digit == std::string::npos) continue;
-        if (high < 0) {
-            high = static_cast<int>(digit);
-        } else {
-            bytes.push_back(static_cast<std::uint8_t>(high * 16 + static_cast<int>(digit)));
-            high = -1;
-        }
-    }
+    for (std::size_t at = 0; at + 1 < text.size(); at += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
     return bytes;
 }

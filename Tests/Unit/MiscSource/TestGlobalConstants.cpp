@@ -5,7 +5,6 @@
 #include "Tests/Support/LogRecorder.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -3,15 +3,8 @@
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/Supervisor.h"
 
-#include <chrono>
-#include <cstdlib>
 #include <future>
-#include <gtest/gtest.h>
-#include <memory>
-#include <string>
 #include <thread>
-
-#include <unistd.h>
 
 namespace {
 
