@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MiscSource/GlobalConstants.h"
+#include "MiscSource/LittleEndian.h"
 
 #include <array>
 #include <cstddef>
@@ -66,15 +67,12 @@ public:
     /// What has arrived, of any type. @param bytes SIZE bytes.
     explicit LinkState(const std::uint8_t* bytes);
 
-    Hid GetHid() const { return GetWord(HID_OFFSET); }
+    Hid GetHid() const { return LoadLittleEndian<std::uint32_t>(&mBytes[HID_OFFSET]); }
     LinkType GetType() const { return static_cast<LinkType>(mBytes[TYPE_OFFSET]); }
-    LinkVariant GetVariant() const { return GetWord(VARIANT_OFFSET); }
+    LinkVariant GetVariant() const { return LoadLittleEndian<std::uint32_t>(&mBytes[VARIANT_OFFSET]); }
     const Bytes& GetBytes() const { return mBytes; }
 
 private:
-    std::uint32_t GetWord(std::size_t offset) const;
-    void SetWord(std::size_t offset, std::uint32_t value);
-
     Bytes mBytes{};
 };
 

@@ -1,7 +1,7 @@
 #include "Common/KLV/DataStream.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/LittleEndian.h"
+#include "MiscSource/LittleEndian.h"
 
 namespace {
 

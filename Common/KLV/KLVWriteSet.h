@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/KLV/KLVSet.h"
-#include "Common/KLV/LittleEndian.h"
+#include "MiscSource/LittleEndian.h"
 
 #include <cstdint>
 #include <string>

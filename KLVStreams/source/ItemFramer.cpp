@@ -1,7 +1,7 @@
 #include "KLVStreams/source/ItemFramer.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/LittleEndian.h"
+#include "MiscSource/LittleEndian.h"
 
 #include <algorithm>
 #include <cstring>

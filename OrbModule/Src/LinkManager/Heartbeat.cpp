@@ -1,6 +1,7 @@
 #include "OrbModule/Inc/LinkManager/Heartbeat.h"
 
 #include "Audit/Audit.h"
+#include "MiscSource/LittleEndian.h"
 #include "MiscSource/NetworkPorts.h"
 
 #include <array>
@@ -67,10 +68,8 @@ void Heartbeat::OnTimer(const boost::system::error_code& error)
 
 bool Heartbeat::Send()
 {
-    const std::uint32_t hid = mMasterHid.load();
-    const std::array<std::uint8_t, MESSAGE_SIZE> message = {
-        MESSAGE_TYPE, static_cast<std::uint8_t>(hid), static_cast<std::uint8_t>(hid >> 8),
-        static_cast<std::uint8_t>(hid >> 16), static_cast<std::uint8_t>(hid >> 24)};
+    std::array<std::uint8_t, MESSAGE_SIZE> message = {MESSAGE_TYPE};
+    StoreLittleEndian(mMasterHid.load(), &message[1]);
     boost::system::error_code error;
     return mSocket.send_to(boost::asio::buffer(message), mDestination, 0, error) == message.size() && !error;
 }
