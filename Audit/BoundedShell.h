@@ -4,8 +4,7 @@
 #include <functional>
 #include <string>
 
-/// How long a shell command may take before it is reported, asked to end, killed, and left alone. Each counts from
-/// the start.
+/// How long after its start a shell command is reported, asked to end, killed, and left alone.
 struct ShellPatience
 {
     std::chrono::milliseconds tell{2000};
@@ -18,6 +17,5 @@ struct ShellPatience
 /// hangs is killed with all its children, and given up if even that fails. It inherits only the standard descriptors.
 /// Any thread; does not log, since the log uses this.
 /// @param tell called once, on the caller's thread, when the command takes longer than it should.
-/// @return the status as system(3) gives it; that of SIGKILL for a command that was given up; -1 if none could be
-/// started.
+/// @return the status as system(3) gives it; that of SIGKILL for one that was given up; -1 if it could not start.
 int RunShell(const std::string& line, const std::function<void()>& tell, const ShellPatience& patience = {});

@@ -106,8 +106,7 @@ void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
 bool KorvoAudit::HoldBack(const Shape& shape, const char* format, MessageArgs args)
 {
     const std::lock_guard<std::mutex> lock(mPendingLock);
-    // The flush at the end of a rotation clears the flag under this lock: a line that comes after it is
-    // written in the usual way.
+    // The flush at the end of a rotation clears the flag under this lock: a later line is written in the usual way.
     if (!mRotating) return false;
     if (Format(shape, mPendingLine, format, args) && mPending.size() < MaxPending) mPending.emplace_back(OverflowText);
     if (mPending.size() < MaxPending) {

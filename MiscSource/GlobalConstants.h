@@ -205,8 +205,7 @@ const char* IoStyleText(std::uint32_t style);
 /// Text of an I/O card type, "Mic" and its like; above 16 "InvalidType" and a log line. Unused in this module.
 const char* IoCardTypeText(std::uint32_t type);
 
-/// Address of a port side of a rack: the rack's 5.0 for the primary port, its 6.0 for any other; 0 for
-/// INVALID_HID.
+/// Address of a port side of a rack: its 5.0 for the primary port, its 6.0 for any other; 0 for INVALID_HID.
 constexpr std::uint32_t GetPortAddress(Hid hid, Routing::PortsEnum port)
 {
     return hid == INVALID_HID ? 0 : (hid & 0xFFFF0000) + (IsPrimaryPort(port) ? 0x500u : 0x600u);

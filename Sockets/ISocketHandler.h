@@ -14,8 +14,7 @@
 class HandlerMutex;
 class Socket;
 
-/// The lists of work that sockets ask for; their numbers are those of AddList. Nothing is detached: that list is kept
-/// for its number.
+/// The lists of work that sockets ask for. Nothing is detached: that list is kept for its number.
 enum class WorkList : std::uint8_t { CallOnConnect = 0, Detach = 1, Timeout = 2, Retry = 3, Close = 4 };
 
 /// What is waited for on a descriptor.

@@ -88,8 +88,7 @@ public:
     int SoError() const;
 
 protected:
-    /// A new descriptor of that type with its options set, -1 with an error line and the mark for closing if there is
-    /// none.
+    /// A new descriptor with its options set; without one -1, an error line and the mark for closing.
     int CreateSocket(int type, const char* protocol);
     void LogError(const std::string& call, int error, LogLevel level);
     void LogError(const std::string& call, int error, const std::string& text, LogLevel level)

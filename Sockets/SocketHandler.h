@@ -45,8 +45,7 @@ public:
     void AddList(int fd, WorkList list, bool add) override;
     std::time_t Now() const override { return mClock(); }
     void Wake() override;
-    /// The size of an fd_set; less where the process itself may not have that many descriptors, since the others in it
-    /// need some too.
+    /// The size of an fd_set; less where the process may not have so many descriptors, since others need some too.
     std::size_t GetLimit() const override { return mLimit; }
 
     /// Closes every socket that the handler still holds and deletes its own. No pass runs then or after.

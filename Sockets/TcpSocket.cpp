@@ -28,13 +28,9 @@ bool TcpSocket::Open(const SocketAddress& address, const SocketAddress* bindAddr
     SetConnecting(false);
     const int fd = CreateSocket(SOCK_STREAM, "tcp");
     if (fd == -1) return false;
-    if (static_cast<std::size_t>(fd) >= Handler().GetLimit()) {
-        LogError("Open", fd, "no space left in fd_set", LogLevel::Fatal);
-        ::close(fd);
-        SetCloseAndDelete();
-        return false;
-    }
-    if (!SetNonblocking(fd)) {
+    const bool isTooHigh = static_cast<std::size_t>(fd) >= Handler().GetLimit();
+    if (isTooHigh) LogError("Open", fd, "no space left in fd_set", LogLevel::Fatal);
+    if (isTooHigh || !SetNonblocking(fd)) {
         ::close(fd);
         SetCloseAndDelete();
         return false;
@@ -51,13 +47,9 @@ bool TcpSocket::Open(const SocketAddress& address, const SocketAddress* bindAddr
         return true;
     }
     const int error = errno;
-    if (error == EINPROGRESS) {
-        Attach(fd);
-        SetConnecting();
-        return true;
-    }
-    if (mReconnect) {
-        LogError("connect: failed, reconnect pending", error, LogLevel::Info);
+    const bool isUnderWay = error == EINPROGRESS;
+    if (isUnderWay || mReconnect) {
+        if (!isUnderWay) LogError("connect: failed, reconnect pending", error, LogLevel::Info);
         Attach(fd);
         SetConnecting();
         return true;

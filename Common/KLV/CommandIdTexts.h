@@ -4,6 +4,5 @@
 
 using CommandID = std::uint32_t;
 
-/// Text of a command id of the network, also of those that this module only skips or forwards; "Unknown" if the id
-/// has none.
+/// Text of a command id of the network, also of one that is only skipped or forwarded; "Unknown" if it has none.
 const char* CommandIdToText(CommandID id);

@@ -11,8 +11,7 @@
 #include <type_traits>
 #include <vector>
 
-// Wire format of each type of field: GetFieldLength, WriteField, ReadField. A command's own record types define a
-// VisitFields.
+// Wire format of each type of field: GetFieldLength, WriteField, ReadField. A record type defines a VisitFields.
 
 namespace Klv {
 

@@ -13,8 +13,6 @@ constexpr std::uint32_t PllSourceOffset = 24;
 
 } // namespace
 
-ExternalClockSourcesMap::ExternalClockSourcesMap(fsi::HostFsi& fsi) : mFsi(fsi) {}
-
 void ExternalClockSourcesMap::SetExternalPllSource(ExternalClockSource::Id id)
 {
     AUDIT_LOG(Information, "SetExternalPllSource %u\n", id);

@@ -7,13 +7,12 @@
 
 namespace audio {
 
-/// Driver of the indirect registers of the reference block: what the FPGA measured, and which clock its PLL follows.
-/// Main thread only.
+/// The indirect registers of the reference block: what the FPGA measured, and which clock its PLL follows. Main thread.
 class ExternalClockSourcesMap
 {
 public:
     /// @param fsi the reference block, which outlives this object
-    explicit ExternalClockSourcesMap(fsi::HostFsi& fsi);
+    explicit ExternalClockSourcesMap(fsi::HostFsi& fsi) : mFsi(fsi) {}
 
     /// @param id 0 is the internal clock
     void SetExternalPllSource(ExternalClockSource::Id id);

@@ -9,8 +9,7 @@
 
 namespace audio {
 
-/// Driver of the reference block, which measures the external clocks and steers the PLL of the audio clock.
-/// Main thread only.
+/// The reference block, which measures the external clocks and steers the PLL of the audio clock. Main thread only.
 class ExternalReferenceFsi : public fsi::HostFsi, public ExternalClockSourcesMap, public fsi::Interruptable
 {
 public:

@@ -6,8 +6,7 @@
 
 namespace audio {
 
-/// A Gigabit link port as an endpoint and clock source. Its registers belong to the kernel's link driver.
-/// Main thread only.
+/// A Gigabit link port as endpoint and clock source. Its registers belong to the kernel's driver. Main thread only.
 class K2FsiLink : public AudioDmaEndpoint, public ExternalClockSource, public fsi::Fsi
 {
 public:

@@ -2,8 +2,7 @@
 
 namespace fsi {
 
-/// Root of all devices of the FPGA that the process knows, whether their registers are mapped here or belong to the
-/// kernel's link driver.
+/// Root of all devices of the FPGA, whether their registers are mapped here or belong to the kernel's link driver.
 class Fsi
 {
 public:
@@ -11,8 +10,6 @@ public:
 
 protected:
     Fsi() = default;
-    Fsi(const Fsi&) = default;
-    Fsi& operator=(const Fsi&) = default;
 };
 
 } // namespace fsi

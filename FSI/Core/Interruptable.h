@@ -45,8 +45,7 @@ public:
     /// The descriptor that polls readable on an interrupt of this device.
     int GetFileDescriptor() const { return mFsi.GetFileDescriptor(); }
 
-    /// Acknowledges each declared event that is pending and fires its signal. Events that were not declared stay
-    /// pending.
+    /// Acknowledges each declared event that is pending and fires its signal. Others stay pending.
     void DispatchInterrupts();
 
     /// Connects a callable without arguments to a declared event.

@@ -7,8 +7,7 @@
 #include <optional>
 #include <string>
 
-/// What the command line says. "top", "cqs" and "sim" are accepted for the sake of old start scripts and have no
-/// effect.
+/// What the command line says. "top", "cqs" and "sim" are accepted for old start scripts and have no effect.
 struct Options
 {
     /// argv[0] after its last '/'.

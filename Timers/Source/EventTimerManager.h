@@ -51,8 +51,7 @@ public:
     /// False if no timer of that id runs.
     bool Stop(std::uint32_t id);
     bool IsRunning(std::uint32_t id) const;
-    /// Seconds and microseconds until the next timer is due, 1 s without one. The seconds are negative if it is
-    /// overdue.
+    /// Seconds and microseconds until the next timer is due, 1 s without one. Overdue gives negative seconds.
     std::pair<std::int32_t, std::int32_t> GetTimeToNext() const;
     /// Runs the timers that are due. A repeating timer of interval 0 runs once a pass.
     void Service();

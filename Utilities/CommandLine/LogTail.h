@@ -32,8 +32,7 @@ public:
     /// Any thread, even with a lock of the log held. Costs one load while no client tails.
     void OnLogLine(const std::string& line);
 
-    // Main service only. What was logged before the call reaches the clients that tailed then. True if it changed
-    // anything.
+    // Main service. What was logged before the call reaches the clients that tailed then. True if anything changed.
     bool Add(const std::shared_ptr<ClientConnection>& connection);
     bool Remove(const std::shared_ptr<ClientConnection>& connection);
 

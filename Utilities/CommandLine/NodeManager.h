@@ -8,8 +8,7 @@
 
 namespace cmd {
 
-/// The tree of all commands. A command of the root has its plain name, one of a node "adma" a name such as
-/// "adma/status".
+/// The tree of all commands. A command of the root has its plain name, others a name such as "adma/status".
 class NodeManager
 {
 public:

@@ -28,8 +28,7 @@ std::string TypeName(const std::type_info& type);
 /// the quotes themselves go, and so do empty tokens.
 std::vector<std::string> Tokenise(const std::string& arguments);
 
-// The value that the token is; nothing if it is none. Numbers are decimal and limited to 32 bits, as `long` is on the
-// target.
+// The value of the token; nothing if it is none. Numbers are decimal, of at most 32 bits, as `long` on the target.
 std::optional<std::int32_t> ParseSigned(const std::string& token);
 std::optional<std::uint32_t> ParseUnsigned(const std::string& token);
 std::optional<bool> ParseBool(const std::string& token);

@@ -26,8 +26,7 @@ public:
     KLV_COMMAND_FIELDS(IoInfo, (Hid, Hid), (std::uint8_t, Type), (SlotNames, Slots))
 };
 
-/// Description of one card of a modular box: the hardware port number of each input and output. Slot 0xFF ends the
-/// description of the box.
+/// One card of a modular box: the hardware port number of each input and output. Slot 0xFF ends the description.
 class IoInfoCard : public Command<IoInfoCard, 811>
 {
 public:

@@ -10,8 +10,7 @@
 #include <string>
 
 /// The shell node "clock": shows and overrides the choice of the audio clock. Names of clocks are their aliases in the
-/// registry at the time the node is built. Main thread, as the shell; changes of the choice take effect after the
-/// command's result was sent.
+/// registry at the time the node is built. Main thread, as the shell; changes take effect after the command's result.
 class ExtRefNode : public cmd::Node
 {
 public:

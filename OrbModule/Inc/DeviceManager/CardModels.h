@@ -3,8 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-/// Properties of a card of an I/O box: the number of audio ports, and the distance of the box's slots in the hardware's
-/// port numbers.
+/// A card of an I/O box: its numbers of audio ports, and the distance of the box's slots in hardware port numbers.
 struct CardModel
 {
     std::uint16_t inputs;

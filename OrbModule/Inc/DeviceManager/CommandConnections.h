@@ -55,9 +55,9 @@ void ConnectForwarding(Processor& processor, DeviceManager& devices)
                         PortBitmapCmd, SetDolbyEModuleSource, SetSDIMetaDataDisableCmd, SetSDIMetaDataCmd,
                         IoOutputMuteCmd, RenamePortCmd, IoOutputsOffsetCmd, IoSyncSwap, IoSetSampleRateCmd,
                         AoIPAddressesCmd, IoK2ModPortData>(processor, toDevice);
-    forwarding::Connect<IoGPIUpdate, IoActiveAudio, SDIMetaDataPresetResponseCmd>(processor, toLocal);
+    forwarding::Connect<IoGPIUpdate, IoActiveAudio, SDIMetaDataPresetResponseCmd, ForwardToActiveCmd,
+                        SetRouterSampleRateCmd>(processor, toLocal);
     forwarding::Connect<ModIOCardFailure, DanteConfigChange>(processor, up);
-    forwarding::Connect<ForwardToActiveCmd, SetRouterSampleRateCmd>(processor, toLocal);
 }
 
 /// Connects the handlers of the discovery exchange, in the order of their table.

@@ -10,8 +10,7 @@
 #include <cstddef>
 #include <vector>
 
-/// What is known of the audio network, and the questions that it answers. The parts of DeviceManager share one.
-/// Main thread.
+/// What is known of the audio network, with its queries. The parts of DeviceManager share one. Main thread.
 class DeviceDirectory final : public iDevices
 {
 public:

@@ -41,7 +41,6 @@ public:
 private:
     void OrbRouterInfo(const RouterInfo& command);
     void LocalRouterInfo(const RouterInfo& command, Routing::PortsEnum port, StreamType type);
-    void EmplaceOrbRouter(const RouterInfo& command);
     void SendSelfInfo(Routing::PortsEnum port);
     void SendRemoteIoUpdate(RemoteDeviceType type, Hid hid);
     void SendDescription(const DeviceInfoStorage::Device& device, Routing::PortsEnum port, StreamType type);

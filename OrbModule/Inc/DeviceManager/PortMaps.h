@@ -2,8 +2,6 @@
 
 #include "OrbModule/Inc/DeviceManager/DeviceInfoStorage.h"
 
-class IoInfo;
-class IoInfoK2Mod;
 class LocalDevice;
 
 /// The port maps of the local box, from its description.

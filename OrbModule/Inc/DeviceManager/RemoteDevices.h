@@ -27,8 +27,7 @@ public:
         DeviceRecord* record; ///< null if the table is full
         bool isNew;
     };
-    /// Stores the record, or returns the one that already has this identity. A full table refuses, and logs that the
-    /// first time.
+    /// Stores the record, or returns the one with this identity. A full table refuses, and logs that the first time.
     Inserted Insert(DeviceRecord record);
     void Erase(Hid hid);
 

@@ -42,8 +42,7 @@ struct Lateness
     /// The stream of this neighbour is closing, or will be after the forced time-out.
     bool ignoreHeartbeat = false;
 };
-/// @param elapsed since the time-out was last started; @param timeout 0 if there is none; @param stream to the
-/// neighbour.
+/// @param elapsed since the time-out was last started; @param timeout 0 if none; @param stream to the neighbour
 Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, StreamState stream);
 
 /// How long routers are waited for, in milliseconds. @param allowance what the Orb router asks for.

@@ -42,8 +42,7 @@ private:
     void OnReceive(const boost::system::error_code& error, std::size_t size);
     void OnHeartbeat(const K2Heartbeat::LinkState& packet);
     bool TakeHeartbeat(const K2Heartbeat::LinkState& packet);
-    /// @return whether the heartbeat is to be ignored: its stream is about to close, or this has just made the
-    /// neighbour a lost one.
+    /// @return whether to ignore the heartbeat: its stream is about to close, or the neighbour has just become lost.
     bool CheckLateness(const K2Heartbeat::LinkState& packet);
     template <class Action>
     void Post(Action action);

@@ -107,8 +107,7 @@ private:
         OrbKLVStream* stream;
         bool isReported;
     };
-    /// The oldest first. A flapping cable asks for the same connection again and again, and one attempt at a time is
-    /// enough.
+    /// The oldest first. A flapping cable asks again and again for a connection; one attempt at a time is enough.
     std::vector<Connecting> mConnecting;
     /// Streams that this side opened and that have connected.
     std::set<OrbKLVStream*> mOpened;

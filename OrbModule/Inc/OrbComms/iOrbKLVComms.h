@@ -50,8 +50,7 @@ public:
     virtual void Disconnect(UINT8GIGEPORT port) = 0;
     virtual void Disconnect(const StreamName& stream) = 0;
     virtual StreamState GetState(const StreamName& stream) = 0;
-    /// True if the socket layer has taken the bytes, which does not mean that they were sent. Nothing is queued for a
-    /// stream that does not exist.
+    /// True if the socket layer has taken the bytes, which may not be sent yet. Nothing is queued for a missing stream.
     virtual bool Send(const StreamName& stream, const DeskCommand& command) = 0;
 
     // The forms that callers use; each names its parts in a different order.

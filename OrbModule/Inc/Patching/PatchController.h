@@ -13,11 +13,6 @@
 #include <unordered_set>
 #include <vector>
 
-class AudioPatchRetryForHidCmd;
-class OstrelPingCmd;
-class PatchSucessfulCmd;
-class RouterPatchAudio;
-
 /// Turns patch commands into slots and routes, and keeps them right while devices come and go. The work for a patch
 /// depends on where its two ends are. If the same destination is heard on both links, one link has the working route
 /// and the other a reserved one. With a real router on a link that router drives the patches; without one the Orb

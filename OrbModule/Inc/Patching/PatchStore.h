@@ -34,8 +34,7 @@ public:
     /// @return false, with a line in the log, if the store is full and has no patch of this destination.
     bool StorePatch(const IoPort& source, const IoPort& dest);
     void RemovePatch(const IoPort& dest);
-    /// Every patch with this HID at either end and this state on that port. The pointers are good until a patch is
-    /// removed.
+    /// Every patch with this HID at either end and this state on that port. Good until a patch is removed.
     std::vector<const OrbPatchInfo*> GetPatches(Hid hid, Routing::PortsEnum port, Korvo::PatchState state) const;
     /// An update of an unknown destination changes nothing and leaves a line in the log.
     void UpdatePatch(const IoPort& dest, Routing::PortsEnum port, Korvo::PatchState state);

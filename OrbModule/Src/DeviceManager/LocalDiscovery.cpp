@@ -94,7 +94,9 @@ void LocalDiscovery::OrbRouterInfo(const RouterInfo& command)
     mDevices.mHid = hid;
     mSignals.PostLocalHid(hid);
     mComms.SendToOrb(IoInfoReq());
-    EmplaceOrbRouter(command);
+    const Hid router = MakeLinkHid(hid);
+    const auto inserted = mDevices.mRemote.Insert(DeviceRecord(router, K2Heartbeat::K2_ORB_TYPE, router));
+    if (inserted.isNew) MarkInternal(*inserted.record);
 }
 
 void LocalDiscovery::LocalRouterInfo(const RouterInfo& command, Routing::PortsEnum port, StreamType type)
@@ -112,13 +114,6 @@ void LocalDiscovery::LocalRouterInfo(const RouterInfo& command, Routing::PortsEn
     mRoutes.AddSlaveLinkDataRoute(hid, side);
     if (!mDevices.mRouterConnected) mComms.Connect(address, port, NetworkPorts::ROUTER_STREAM);
     mReports.DeviceStateChange(hid, port, true, type);
-}
-
-void LocalDiscovery::EmplaceOrbRouter(const RouterInfo& command)
-{
-    const Hid hid = MakeLinkHid(command.GetHid());
-    const auto inserted = mDevices.mRemote.Insert(DeviceRecord(hid, K2Heartbeat::K2_ORB_TYPE, hid));
-    if (inserted.isNew) MarkInternal(*inserted.record);
 }
 
 void LocalDiscovery::ProcessIOCmd(const IoSampleRateCapabilities& command, Routing::PortsEnum port)

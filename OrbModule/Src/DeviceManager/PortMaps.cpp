@@ -8,6 +8,8 @@
 
 namespace {
 
+using Slots = LocalDevice::PortMap::mapped_type;
+
 /// At a double rate the second TDM slot of a card's port is this far from the first.
 constexpr std::uint32_t DoubleRateOffset = 16;
 /// Number of the first audio port of a modular box's card, per slot.
@@ -19,11 +21,7 @@ void AddCard(LocalDevice::PortMap& ports, std::uint16_t& next, std::uint32_t fir
              bool doubleRate)
 {
     for (std::uint32_t slot = first; slot < first + count; ++slot, ++next) {
-        if (doubleRate) {
-            ports[next] = {slot, slot + DoubleRateOffset};
-        } else {
-            ports[next] = {slot};
-        }
+        ports[next] = doubleRate ? Slots{slot, slot + DoubleRateOffset} : Slots{slot};
     }
 }
 
@@ -33,7 +31,7 @@ void AddHardwarePorts(LocalDevice::PortMap& ports, std::uint16_t next, const std
     const std::size_t step = doubleRate ? 2 : 1;
     const std::size_t count = std::min(hardware.size(), MaxCardPorts);
     for (std::size_t i = 0; i < count; i += step, ++next) {
-        std::vector<std::uint32_t>& slots = ports[next];
+        Slots& slots = ports[next];
         slots.clear();
         // A list of an odd count leaves its last port with the one slot it has.
         for (std::size_t j = i; j < std::min(i + step, count); ++j)
@@ -44,11 +42,7 @@ void AddHardwarePorts(LocalDevice::PortMap& ports, std::uint16_t next, const std
 void AddModulePorts(LocalDevice::PortMap& ports, std::uint32_t count, bool doubleRate)
 {
     for (std::uint32_t i = 0; i < std::min(count, Routing::SLOTS_PER_PORT); ++i) {
-        if (doubleRate) {
-            ports[static_cast<std::uint16_t>(i)] = {2 * i, 2 * i + 1};
-        } else {
-            ports[static_cast<std::uint16_t>(i)] = {i};
-        }
+        ports[static_cast<std::uint16_t>(i)] = doubleRate ? Slots{2 * i, 2 * i + 1} : Slots{i};
     }
 }
 

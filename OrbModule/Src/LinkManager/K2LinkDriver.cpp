@@ -41,8 +41,7 @@ bool Connect(nl_sock* socket)
     if (!socket || ConnectLinkDriverSocket(socket) < 0) return false;
     nl_socket_disable_seq_check(socket);
     nl_socket_disable_auto_ack(socket);
-    // A driver that does not answer must not hold the thread: neither with a full queue nor with an answer that
-    // does not come.
+    // A driver must not hold the thread, neither with a full queue nor with an answer that does not come.
     const timeval limit{0, 300000};
     setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);

@@ -57,7 +57,6 @@ LinkManager::~LinkManager()
         const std::lock_guard<std::mutex> lock(mMutex);
         connections.swap(mConnections);
     }
-    connections.clear();
 }
 
 void LinkManager::BringUpInterfaces(K2LinkDriver& driver, std::uint32_t count, const char* failure)
@@ -258,8 +257,7 @@ void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT GigePort, const LostNeigh
                                       << LinkPortText(GigePort) << "\n");
         if (LinkRules::IsRouter(lost.type)) RouterLost(GigePort);
     }
-    // Now, not by another post: the neighbour may have returned, and that report is queued already. But not under the
-    // lock, which a slot may take.
+    // Now, not by another post: the report of its return may be queued. Not under the lock either: a slot may take it.
     DeviceChanged(GigePort, 0, UNKNOWN_GIGE_PORT, 0, lost.hid, lost.type);
 }
 

@@ -6,12 +6,8 @@
 
 namespace LinkRules {
 
-namespace {
-
 using boost::asio::ip::address_v4;
 using boost::asio::ip::udp;
-
-} // namespace
 
 LinkEndpoints ComputeEndpoints(std::uint32_t localRack, const K2LinkStatus& status)
 {

@@ -1,7 +1,6 @@
 #include "OrbModule/Inc/Patching/PatchController.h"
 
 #include "Audit/Audit.h"
-#include "Common/KLV/Commands/PatchCommands.h"
 
 #include <algorithm>
 #include <utility>
