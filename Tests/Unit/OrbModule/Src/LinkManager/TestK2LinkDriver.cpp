@@ -2,21 +2,14 @@
 
 #include "Tests/Support/LogRecorder.h"
 
-#include <chrono>
 #include <gmock/gmock.h>
+
+#include <tuple>
 
 namespace {
 
-using Words = std::vector<std::uint32_t>;
-
 /// Little-endian, as the machines are that this runs on; in words, so that it lies where a datagram would.
-std::vector<std::uint32_t> Join(std::initializer_list<Words> messages)
-{
-    Words all;
-    for (const Words& message : messages)
-        all.insert(all.end(), message.begin(), message.end());
-    return all;
-}
+using Words = std::vector<std::uint32_t>;
 
 K2LinkStatus Read(const Words& words, std::size_t bytes = 0)
 {
@@ -24,6 +17,11 @@ K2LinkStatus Read(const Words& words, std::size_t bytes = 0)
     K2LinkDriver::ReadReport(reinterpret_cast<const std::uint8_t*>(words.data()), bytes != 0 ? bytes : words.size() * 4,
                              status);
     return status;
+}
+Words operator+(Words first, const Words& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
 }
 
 // Length, type and flags, sequence, port; command and version; then attributes, each length and type, value.
@@ -35,42 +33,31 @@ const Words ShortAttribute = {28, 0x0022, 0, 0, 0x0101, 0x00030006, 9};
 
 } // namespace
 
-TEST(LinkReportTest, EveryAttributeReachesItsField)
+TEST(LinkReportTest, EachAttributeReachesItsFieldAnAbsentOneKeepsItsDefaultAndALaterMessageOverrides)
 {
-    const K2LinkStatus status = Read(Whole);
-    EXPECT_EQ(status.Port, 1u);
-    EXPECT_EQ(status.RemoteId, 0x50u);
-    EXPECT_EQ(status.RemotePort, 7u);
-    EXPECT_EQ(status.LinkState, 0xABCDu);
-    EXPECT_EQ(status.FsiEndpoint, 0x20u);
-    EXPECT_EQ(status.AdmaEndpoint, 2u);
-}
-
-TEST(LinkReportTest, AbsentAttributesKeepTheirDefaultsAndLaterMessagesOverride)
-{
-    EXPECT_EQ(Read(OnlyRemotePort).Port, 0xFFFFFFFFu);
-    const K2LinkStatus both = Read(Join({Whole, OnlyRemotePort}));
-    EXPECT_EQ(both.RemoteId, 0x50u);
-    EXPECT_EQ(both.RemotePort, 9u);
+    const auto fields = [](const K2LinkStatus& status) {
+        return std::tuple(status.Port, status.RemoteId, status.RemotePort, status.LinkState, status.FsiEndpoint,
+                          status.AdmaEndpoint);
+    };
+    EXPECT_EQ(fields(Read(Whole)), std::tuple(1u, 0x50u, 7u, 0xABCDu, 0x20u, 2u));
+    EXPECT_EQ(fields(Read(OnlyRemotePort)), std::tuple(0xFFFFFFFFu, 0u, 9u, 0u, 0u, 0u));
+    EXPECT_EQ(fields(Read(Whole + OnlyRemotePort)), std::tuple(1u, 0x50u, 9u, 0xABCDu, 0x20u, 2u));
 }
 
 TEST(LinkReportTest, ErrorsAndMalformedMessagesAreLoggedAndPassedOver)
 {
     LogRecorder log{DebugFeature::CommsDebug};
-    EXPECT_EQ(Read(Join({ErrorReply, ShortAttribute, OnlyRemotePort})).RemotePort, 9u);
-    ASSERT_EQ(log.Lines().size(), 2u);
-    EXPECT_EQ(log.Lines()[0], "Error reply returned: No such file or directory\n");
-    EXPECT_THAT(log.Lines()[1], testing::StartsWith("Failed to parse reply to netlink message: "));
+    EXPECT_EQ(Read(ErrorReply + ShortAttribute + OnlyRemotePort).RemotePort, 9u);
+    EXPECT_THAT(log.Lines(), testing::ElementsAre("Error reply returned: No such file or directory\n",
+                                                  testing::StartsWith("Failed to parse reply to netlink message: ")));
 }
 
 TEST(LinkReportTest, ADatagramThatIsCutGivesNothing)
 {
     for (std::size_t size = 1; size < 68; ++size)
         EXPECT_EQ(Read(Whole, size).Port, 0xFFFFFFFFu) << size;
-    const Words lengthTooLarge = {6800, 0x0022, 0, 0, 0x0101, 0x00010008, 1};
-    EXPECT_EQ(Read(lengthTooLarge).Port, 0xFFFFFFFFu);
-    const Words noLength = {0, 0x0022, 0, 0};
-    EXPECT_EQ(Read(noLength).Port, 0xFFFFFFFFu);
+    EXPECT_EQ(Read({6800, 0x0022, 0, 0, 0x0101, 0x00010008, 1}).Port, 0xFFFFFFFFu) << "a length that is too large";
+    EXPECT_EQ(Read({0, 0x0022, 0, 0}).Port, 0xFFFFFFFFu) << "no length";
 }
 
 TEST(K2LinkDriverTest, WithoutTheDriverAScanWaitsAndReportsNothing)

@@ -30,24 +30,29 @@ protected:
     {
         mSender.send_to(boost::asio::buffer(bytes), {boost::asio::ip::address_v4::loopback(), mDispatcher.GetPort()});
     }
+    void SendTime(char time) { Send(std::string("\x14", 1) + time + std::string(3, '\0')); }
     /// The dispatcher's own, by its port.
     int FindDescriptor() const
     {
         for (int fd = 0; fd < 1024; ++fd) {
             sockaddr_in address{};
             socklen_t size = sizeof address;
-            if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
-                ntohs(address.sin_port) == mDispatcher.GetPort()) {
-                return fd;
-            }
+            const bool isOpen = getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+            if (isOpen && ntohs(address.sin_port) == mDispatcher.GetPort()) return fd;
         }
         return -1;
     }
-    /// The datagrams arrive in order, so this one shows that all earlier ones have arrived.
-    void RunUntilTimes(std::size_t count)
+    void RunUntil(const std::function<bool()>& condition)
     {
-        while (mTimes.size() < count && mService.run_one_for(std::chrono::seconds(10)) > 0) {
+        while (!condition() && mService.run_one_for(std::chrono::seconds(10)) > 0) {
         }
+    }
+    /// The datagrams arrive in order, so the last of these shows that all earlier ones have arrived.
+    template <class... Times>
+    void ExpectTimes(Times... times)
+    {
+        RunUntil([this] { return mTimes.size() >= sizeof...(Times); });
+        EXPECT_THAT(std::exchange(mTimes, {}), ElementsAre(times...));
     }
 
     boost::asio::io_service mService;
@@ -61,14 +66,15 @@ protected:
 
 TEST_F(UDPDispatcherTest, OnlyWholeMessagesOfAKnownNumberGetThroughAndReceptionGoesOn)
 {
-    Send(std::string("\x14\x78\x56\x34\xF2", 5));
+    // One that ends while it receives says nothing.
+    std::make_unique<UDPDispatcher>(mService, 0).reset();
+    Send("\x14\x78\x56\x34\xF2");
     Send("");
-    Send(std::string("\x15\x01\x02\x03\x04", 5));
-    Send(std::string("\x14\x01\x02\x03", 4));
+    Send("\x15\x01\x02\x03\x04");
+    Send("\x14\x01\x02\x03");
     Send(std::string(2000, '\x14'));
     Send(std::string("\x14\x01\x00\x00\x00\xFF", 6));
-    RunUntilTimes(3);
-    EXPECT_THAT(mTimes, ElementsAre(0xF2345678u, 0x14141414u, 1u));
+    ExpectTimes(0xF2345678u, 0x14141414u, 1u);
     EXPECT_TRUE(mLog.Lines().empty());
 }
 
@@ -83,14 +89,12 @@ TEST_F(UDPDispatcherTest, AFaultThatLastsIsOneLineAndReceptionGoesOn)
     };
     for (std::size_t fault = 1; fault <= 2; ++fault) {
         fail();
-        while (faults() < fault && mService.run_one_for(std::chrono::seconds(10)) > 0) {
-        }
+        RunUntil([&] { return faults() >= fault; });
         fail();
-        Send(std::string("\x14\x01\x00\x00\x00", 5));
-        RunUntilTimes(fault);
+        SendTime(1);
+        ExpectTimes(1u);
         EXPECT_EQ(faults(), fault);
     }
-    EXPECT_THAT(mTimes, ElementsAre(1u, 1u));
 }
 
 TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndReception)
@@ -103,19 +107,11 @@ TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndRec
         });
     mDispatcher.Register<SwitchFabric::NetworkTimeMessage, Other>([](const auto&) { FAIL(); });
     EXPECT_TRUE(mLog.WaitFor("Failed to get signal of type "));
-    Send(std::string("\x14\x01\x00\x00\x00", 5));
-    Send(std::string("\x14\x02\x00\x00\x00", 5));
-    RunUntilTimes(2);
-    EXPECT_THAT(mTimes, ElementsAre(1u, 2u));
+    SendTime(1);
+    SendTime(2);
+    ExpectTimes(1u, 2u);
     EXPECT_THAT(seen, ElementsAre(1u, 2u));
     EXPECT_TRUE(mLog.Has("UDPDispatcher::ReceivePacket Error a slot\n"));
-}
-
-TEST_F(UDPDispatcherTest, NothingIsLoggedAndNothingFiresWhenItGoes)
-{
-    std::make_unique<UDPDispatcher>(mService, 0).reset();
-    mService.poll();
-    EXPECT_TRUE(mLog.Lines().empty());
 }
 
 TEST(FabricMessageTest, TimeOnTheWire)
