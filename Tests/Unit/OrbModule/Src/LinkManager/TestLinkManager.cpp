@@ -51,7 +51,7 @@ public:
     }
 };
 
-/// The neighbours are sockets of the test, which is the main thread too.
+/// The neighbours are sockets of the test, which is the main thread too. The module has its rack and one neighbour.
 class LinkManagerTest : public testing::Test
 {
 protected:
@@ -66,6 +66,8 @@ protected:
             [this](Hid hid, std::uint32_t variant) { Add("internals ", hid, std::hex, variant); });
         mManager.HeartbeatReceived.connect([this](UINT8GIGEPORT port) { Add("beat ", unsigned{port}); });
         mManager.MasterHidChanged.connect([this](Hid hid) { Add("master ", hid); });
+        SetRack();
+        Plug(0);
     }
 
     /// Plugs a cable in; from here on the module's heartbeats come.
@@ -174,8 +176,6 @@ int ConnectLinkDriverSocket(nl_sock* socket)
 
 TEST_F(LinkManagerTest, ABoxBecomesKnownOnceAndItsInternalsAreReportedWhenTheyChange)
 {
-    SetRack();
-    Plug(0);
     Send(0, Box);
     Send(0, Box);
     Send(0, Heartbeat(1, 3, 0x12));
@@ -198,8 +198,6 @@ TEST_F(LinkManagerTest, TheFirstBeatLeavesAtOnceAndOneThatCannotLeaveIsTheLast)
 
 TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
 {
-    SetRack();
-    Plug(0);
     Send(0, Box);
     ASSERT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1020001 Port H0 \r\n"));
     mManager.DestroyConnection(LinkIndex{0});
@@ -209,8 +207,6 @@ TEST_F(LinkManagerTest, WhatALinkHasPostedIsVoidOnceItIsGone)
 
 TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotQueueUpForABusyMainThread)
 {
-    SetRack();
-    Plug(0);
     // Each with news.
     for (std::uint32_t i = 0; i < 5000; ++i) {
         Send(0, Heartbeat(1, 3, i % 256));
@@ -230,8 +226,6 @@ TEST_F(LinkManagerTest, AFloodOfHeartbeatsDoesNotQueueUpForABusyMainThread)
 
 TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
 {
-    SetRack();
-    Plug(0);
     Plug(1);
     Send(0, Router);
     Expect({"master 1.2:8000 ", "device H0 127.0.0.1 H7 127.0.0.1 1.2:8000 Router ", "internals 1.2:8000 1020003",
@@ -254,8 +248,6 @@ TEST_F(LinkManagerTest, ARouterBecomesTheMasterAndItsVariantTravelsOn)
 
 TEST_F(LinkManagerTest, AfterAStallANeighbourWithALiveStreamIsLostAndThenNew)
 {
-    SetRack();
-    Plug(0);
     Plug(1);
     mComms.mState = StreamState::Open;
     Send(0, Box);
@@ -276,8 +268,6 @@ TEST_F(LinkManagerTest, AfterAStallANeighbourWithALiveStreamIsLostAndThenNew)
 
 TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
 {
-    SetRack();
-    Plug(0);
     Plug(1);
     Send(0, Router44);
     ASSERT_TRUE(mLog.WaitFor("Router detected on downstream ports IGNORING.\n"));
@@ -293,10 +283,8 @@ TEST_F(LinkManagerTest, ARouterAtAnotherBaseRateMakesThisModuleItsOwnMaster)
 
 TEST_F(LinkManagerTest, TheRateOfThisSystemDecidesWhatIsCompatible)
 {
-    SetRack();
     mManager.ReceivedSetRouterSampleRateCmd(std::make_shared<const SetRouterSampleRateCmd>(SampleRates::RATE_88K2, 0u),
                                             0, StreamType::LOCAL_LINK);
-    Plug(0);
     EXPECT_TRUE(WaitForVariant(0, 0xFFFF002F));
     Send(0, Router44);
     Expect({"master 1.2:8000 "});
@@ -306,7 +294,6 @@ TEST_F(LinkManagerTest, WithTheDefaultIdRoutersAreDisallowedFromTheStart)
 {
     SetRack(0xC001);
     ExpectNow({"master 192.1:0 "});
-    Plug(0);
     EXPECT_TRUE(WaitForVariant(0, 0xC0010000));
     Send(0, Router);
     Expect({"P0 notification 1"});
@@ -318,8 +305,6 @@ TEST_F(LinkManagerTest, WithTheDefaultIdRoutersAreDisallowedFromTheStart)
 
 TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
 {
-    SetRack();
-    Plug(0);
     mManager.SetUdpTimeout(LinkIndex{0}, std::chrono::milliseconds(200));
     Send(0, std::string(13, 1));
     ASSERT_TRUE(mLog.WaitFor("Received malformed HB on H0  (received 13 bytes instead of 12)\n"));
@@ -329,9 +314,7 @@ TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
 
 TEST_F(LinkManagerTest, ANeighbourIsNotTakenUpWhileItsStreamIsClosing)
 {
-    SetRack();
     mComms.mState = StreamState::Closing;
-    Plug(0);
     Send(0, Box);
     ASSERT_TRUE(mLog.WaitFor("* Received a heartbeat on H0 but the connected stream is about to be closed: ignore.\n"));
     mComms.mState = StreamState::Open;
@@ -348,13 +331,12 @@ TEST_F(LinkManagerTest, ALinkCanBeDestroyedWhileItsThreadAsksForARestart)
         // A slow send: the link's thread comes to the lock of the restart when the main thread is at work.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     };
-    SetRack();
-    Plug(0);
-    Send(0, Router44);
+    Plug(1);
+    Send(1, Router44);
     ASSERT_EQ(asking.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    mManager.DestroyConnection(LinkIndex{0});
+    mManager.DestroyConnection(LinkIndex{1});
     ExpectNow({"P0 notification 0", "master 0.35:0 ", "P0 restart 00230100",
-               "device H0 0.0.0.0 UNKNOWN_PORT 0.0.0.0 0x204(516) Unknown(0)", "P0 notification 3"});
+               "device H1 0.0.0.0 UNKNOWN_PORT 0.0.0.0 0x204(516) Unknown(0)", "P0 notification 3"});
 }
 
 TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
@@ -363,15 +345,14 @@ TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
     mManager.HandleHeartbeatTimeout(2, {});
     EXPECT_EQ(mManager.GetAdmaEndpointId(2, std::chrono::seconds(5)), 0);
     EXPECT_TRUE(mLog.WaitFor("Assert failed", 3));
-    mManager.SetUdpTimeout(LinkIndex{0}, std::chrono::seconds(1));
-    EXPECT_TRUE(mLog.Has("No heartbeat timer running on Gige port H0 , ignoring timeout settings\n"));
-    mManager.HandleHeartbeatTimeout(0, {});
-    EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H0  to destroy\n"));
+    mManager.SetUdpTimeout(LinkIndex{1}, std::chrono::seconds(1));
+    EXPECT_TRUE(mLog.Has("No heartbeat timer running on Gige port H1 , ignoring timeout settings\n"));
+    mManager.HandleHeartbeatTimeout(1, {});
+    EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H1  to destroy\n"));
 }
 
 TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfterTheAllowance)
 {
-    SetRack();
     mCommands.clear();
     mManager.OnDeviceChange(0x00230001, 1, true, StreamType::LOCAL_LINK);
     mManager.OnDeviceChange(0x00234000, 0, true, StreamType::LOCAL_LINK);
@@ -390,8 +371,6 @@ TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfte
 TEST_F(LinkManagerTest, WithoutAnAllowanceRoutersAreIgnoredAsSoonAsThePortsAreUpButOneThatComesJustInTimeIsFollowed)
 {
     mManager.OnDeviceChange(0x00230001, 0, true, StreamType::LOCAL_LINK);
-    SetRack();
-    Plug(0);
     Send(0, Router);
     ASSERT_TRUE(mLog.WaitFor("LinkManager::Receive New device Hid 0x1028000 Port H0 \r\n"));
     // The time that routers have is over, but its end has not been handled yet.

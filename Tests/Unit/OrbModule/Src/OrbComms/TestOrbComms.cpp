@@ -75,14 +75,14 @@ struct Unreadable
 class CommsTest : public testing::Test
 {
 protected:
-    /// Listens on ports of its own.
-    void Start()
+    CommsTest() { Start(); }
+
+    /// A new start, on ports of its own unless they are named.
+    void Start(std::uint16_t adjacentRouter = 0, std::uint16_t masterRouter = 0)
     {
-        mPorts.adjacentRouter = mPorts.masterRouter = 0;
-        StartOnPorts();
-    }
-    void StartOnPorts()
-    {
+        mComms.reset();
+        mPorts.adjacentRouter = adjacentRouter;
+        mPorts.masterRouter = masterRouter;
         mPorts.updateService = 1;
         mComms = std::make_unique<OrbKLVComms>(mService, mProcessor, mStreams, mPorts);
         mComms->ConnectKLVStreamChanged([this](UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid) {
@@ -173,7 +173,6 @@ TEST_F(CommsTest, ACommandReachesAllItsSlotsDecodedInOrderOnTheMainThread)
 
 TEST_F(CommsTest, ACommandThatCannotBeReadClosesItsStreamAndExceptionsEndNeitherThreadNorProcess)
 {
-    Start();
     Lines names;
     mProcessor.Connect<Unreadable>([](const std::shared_ptr<Unreadable const>&, unsigned char, StreamType) { FAIL(); });
     mProcessor.Connect<OstrelPingCmd>([&](const Ping& ping, unsigned char, StreamType) {
@@ -240,13 +239,11 @@ TEST_F(CommsTest, TheirThreadRunsTheTimers)
     } handler;
     EventTimerManager& timers = EventTimerManager::Instance();
     timers.Start(timers.CreateTimer("test", &handler, 1, 0, 0, TimerUnits::Milliseconds));
-    Start();
     EXPECT_EQ(handler.ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST_F(CommsTest, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
 {
-    Start();
     const LoopbackListener server;
     mComms->Connect(Loopback, 1, server.GetPort());
     const LoopbackPeer peer = server.Accept();
@@ -266,7 +263,6 @@ TEST_F(CommsTest, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
 // No pass of the comms closes this one, so that it stays for as long as it is looked at.
 TEST_F(CommsTest, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTakesNothing)
 {
-    Start();
     HandlerMutex mutex;
     OrbKLVSocketHandler elsewhere(mutex, *mComms, mProcessor);
     OrbKLVStream stream(elsewhere);
@@ -289,9 +285,7 @@ TEST_F(CommsTest, AFailedListenerDoesNoHarmAndTheFirstTakesTheSecondWithIt)
 {
     const LoopbackListener taken;
     for (const bool first : {false, true}) {
-        mPorts.adjacentRouter = first ? taken.GetPort() : 0;
-        mPorts.masterRouter = first ? 0 : taken.GetPort();
-        StartOnPorts();
+        Start(first ? taken.GetPort() : 0, first ? 0 : taken.GetPort());
         mComms->Connect(Loopback, 1, taken.GetPort());
         const LoopbackPeer peer = taken.Accept();
         EXPECT_TRUE(RunUntil([this] { return !mChanges.empty(); }));
@@ -305,7 +299,6 @@ TEST_F(CommsTest, AFailedListenerDoesNoHarmAndTheFirstTakesTheSecondWithIt)
 
 TEST_F(CommsTest, APeersCloseIsReportedTwiceAndAReadErrorOnce)
 {
-    Start();
     const std::string end = "255 LOCAL_LINK 127.0.0.1 false";
     for (const bool reset : {false, true}) {
         LoopbackPeer peer = Join();
@@ -322,7 +315,6 @@ TEST_F(CommsTest, APeersCloseIsReportedTwiceAndAReadErrorOnce)
 
 TEST_F(CommsTest, ALaterStreamWithTheSameKeyReplacesTheEarlierOneAndOutlivesIt)
 {
-    Start();
     LoopbackPeer first = Join();
     const LoopbackPeer second = Join();
     first.Close();
@@ -335,7 +327,6 @@ TEST_F(CommsTest, ALaterStreamWithTheSameKeyReplacesTheEarlierOneAndOutlivesIt)
 TEST_F(CommsTest, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
 {
     const std::uint16_t port = LoopbackListener().GetPort();
-    Start();
     for (int i = 0; i < 5; ++i)
         mComms->Connect(Loopback, 1, port);
     const LoopbackListener server(port);
@@ -354,7 +345,6 @@ TEST_F(CommsTest, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
 
 TEST_F(CommsTest, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
 {
-    Start();
     for (std::uint32_t i = 0; i < 300; ++i)
         mComms->ConnectReported(Loopback + i, 2, 1);
     EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 127.0.1.1 refused, 256 streams are being opened\r\n"), 1u);
@@ -371,7 +361,6 @@ TEST_F(CommsTest, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
 
 TEST_F(CommsTest, WithoutADescriptorAConnectIsGivenUpWithALineAndAClientIsSentAway)
 {
-    Start();
     LoopbackPeer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -389,7 +378,6 @@ TEST_F(CommsTest, WithoutADescriptorAConnectIsGivenUpWithALineAndAClientIsSentAw
 
 TEST_F(CommsTest, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
 {
-    Start();
     const LoopbackPeer peer = Join();
     constexpr std::uint32_t PerThread = 500;
     const auto text = [](std::uint32_t thread, std::uint32_t i) {
@@ -421,7 +409,6 @@ TEST_F(CommsTest, MoreConnectionsThanASetHoldsHarmNoEarlierOne)
     if (limit.rlim_max < 5000) GTEST_SKIP() << "too few descriptors are allowed here";
     limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
-    Start();
     // Out of the way of the descriptors that the comms count.
     const auto moveUp = [](const LoopbackPeer& peer) {
         return LoopbackPeer(fcntl(peer.GetFd(), F_DUPFD_CLOEXEC, 3000));
@@ -456,7 +443,6 @@ TEST_F(CommsTest, MoreConnectionsThanASetHoldsHarmNoEarlierOne)
 
 TEST_F(CommsTest, APeerThatNeverReadsCostsOnlyItsStreamAndNobodysTime)
 {
-    Start();
     const LoopbackPeer deaf = Join("127.0.0.2");
     const OstrelPingCmd ping(std::string(200000, 'p'), 0, 0);
     int sent = 0;
@@ -476,7 +462,6 @@ TEST_F(CommsTest, AFloodThatTheMainThreadDoesNotFollowWaitsAtItsSenderAndLosesNo
     mProcessor.Connect<OstrelPingCmd>([&](const Ping& command, unsigned char, StreamType) {
         inOrder = inOrder && command->GetTotalDests() == received++;
     });
-    Start();
     const LoopbackPeer peer = Join();
     const LoopbackPeer other = Join("127.0.0.2");
     std::string flood;
