@@ -71,6 +71,7 @@ TEST(PatchStore, WhatPeersCanMakeItHoldHasALimit)
     const GigeAndSlots link{1, std::vector<std::uint32_t>(512, 7)};
     for (std::size_t i = 10; i < 10 + PatchStore::MaxSlots / 512; ++i)
         store.UpdatePatch(Out(i), Pri, Korvo::PatchSuccess, link);
+    store.UpdatePatch(Out(11), Pri, Korvo::PatchReserved);
     store.UpdatePatch(last, Pri, Korvo::PatchSuccess, link);
     EXPECT_EQ(store.GetPatchLink(last, Pri), GigeAndSlots{});
     EXPECT_EQ(store.GetPatchState(last, Pri), Korvo::PatchSuccess);
