@@ -27,25 +27,6 @@ const DeviceNames Names({{"self", 0x00128000},
                          {"hub2-node", 0x00404000},
                          {"nobody", 0xFFFFFFFF}});
 
-std::uint32_t NearIp(UINT8GIGEPORT port)
-{
-    return port == 1 ? 0x00200001u : 0x00202001u;
-}
-std::uint32_t FarIp(UINT8GIGEPORT port)
-{
-    return port == 1 ? 0x002000FEu : 0x002020FEu;
-}
-
-DeviceManager::Limits SmallLimits()
-{
-    DeviceManager::Limits limits;
-    limits.remoteDevices = 8;
-    limits.descriptions.devices = 4;
-    limits.descriptions.bytes = 200000;
-    limits.cableChecks = 6;
-    return limits;
-}
-
 } // namespace
 
 /// The words of an event by their number; the default is for one that is not there.
@@ -102,13 +83,12 @@ private:
 
 Directory::Directory(DeviceManager::Delays delays)
     : mComms([this](const std::string& line) { mLines.push_back(line); }, Names),
-      mDevices(
-          mService, mComms,
-          [this](const std::string& command, const std::string& errFile) {
-              mLines.push_back(command + " 2>" + errFile);
-              return 0;
-          },
-          delays, SmallLimits())
+      mDevices(mService, mComms,
+               [this](const std::string& command, const std::string& errFile) {
+                   mLines.push_back(command + " 2>" + errFile);
+                   return 0;
+               },
+               delays, {8, {4, 200000}, 6})
 {
     mDevices.DeviceChange.connect([this](Hid hid, UINT8GIGEPORT port, bool online, StreamType type) {
         mLines.push_back(Names.NameOf(hid) + ' ' + std::to_string(port) + (online ? " on" : " off") +
@@ -140,13 +120,15 @@ void Directory::Act(const std::string& event)
     const auto is = [&](const char* verb) { return w.Text(0) == verb; };
     const std::string onPort = ' ' + w.Text(1);
     const auto port = w.Number<UINT8GIGEPORT>(1);
+    const std::uint32_t near = port == 1 ? 0x00200001 : 0x00202001;
+    const std::uint32_t far = near + 0xFD;
     const auto doAll = [this](const Lines& events) {
         for (const std::string& each : events)
             Do(each);
     };
     if (is("state")) return mComms.mState.store(w.Number<StreamState>(1));
     if (is("link"))
-        return mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), NearIp(port), 3, FarIp(port), w.Device(2),
+        return mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), near, 3, far, w.Device(2),
                                         LinkTypes.at(w.Text(3)));
     if (is("unlink"))
         return mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, 0xFF, 0, w.Device(2),
@@ -155,7 +137,7 @@ void Directory::Act(const std::string& event)
         return mDevices.OnKLVStreamChanged(port, StreamTypes.at(w.Text(2, "local")), w.Address(3), is("stream"));
     if (is("plug"))
         return doAll({"link" + onPort + ' ' + w.Text(2, "box") + ' ' + w.Text(3, "fixed"), "stream" + onPort,
-                      "checked " + AddressText(FarIp(port))});
+                      "checked " + AddressText(far)});
     if (is("unplug")) return doAll({"unlink" + onPort, "gone" + onPort});
     if (is("hub") || is("router"))
         return doAll({"link" + onPort + " hub " + w.Text(0), "stream" + onPort, "info" + onPort + ' ' + w.Text(0)});

@@ -1,6 +1,5 @@
 #include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "OrbModule/Inc/DeviceManager/CardModels.h"
-#include "OrbModule/Inc/DeviceManager/CheckRules.h"
 #include "OrbModule/Inc/DeviceManager/DeviceInfoStorage.h"
 #include "OrbModule/Inc/DeviceManager/NeighbourRules.h"
 #include "Tests/Support/LogRecorder.h"
@@ -22,60 +21,16 @@ std::shared_ptr<const IoInfo> Box(std::uint32_t hid, std::size_t nameLength = 0)
 
 } // namespace
 
-TEST(NeighbourRulesTest, ThePrimaryLinkDecidesAndTheSecondaryTakesWhatItLeaves)
+// The rest of the rules is seen in the scenes.
+TEST(NeighbourRules, AStreamTakesThePlaceOfADeviceOnThePrimaryAndOfOneThatHasGoneOnBoth)
 {
     using NeighbourRules::Neighbour;
     constexpr LinkReport Link{1, 3, 2, Hid(0x00200001), K2_MODULAR_TYPE};
-    constexpr NeighbourRules::Local None{};
-    constexpr NeighbourRules::Local Same{Link.hid, K2_MODULAR_TYPE, true};
-    constexpr NeighbourRules::Local Online{Hid(0x00210001), K2_MODULAR_TYPE, true};
-    constexpr NeighbourRules::Local OnSecondary{Hid(0x00210001), K2_MODULAR_TYPE, false};
+    constexpr NeighbourRules::Local Other{Hid(0x00210001), K2_MODULAR_TYPE, false};
     constexpr NeighbourRules::Local Gone{Hid(0x00210001), K2_NO_TYPE, false};
-    struct Row
-    {
-        NeighbourRules::Local local;
-        /// Of a link and of a stream on it: the primary, and the secondary.
-        Neighbour link[2], stream[2];
-    };
-    const Row rows[] = {
-        {None, {Neighbour::Local, Neighbour::Local}, {Neighbour::Local, Neighbour::Local}},
-        {Same, {Neighbour::Local, Neighbour::Local}, {Neighbour::Local, Neighbour::Local}},
-        {Online, {Neighbour::Next, Neighbour::Refused}, {Neighbour::Next, Neighbour::Refused}},
-        {OnSecondary, {Neighbour::Next, Neighbour::Next}, {Neighbour::Next, Neighbour::Refused}},
-        {Gone, {Neighbour::Next, Neighbour::Next}, {Neighbour::Next, Neighbour::Next}},
-    };
-    for (const Row& row : rows) {
-        for (const Routing::PortsEnum port : {Routing::PRIMARY_PORT, Routing::SECONDARY_PORT}) {
-            SCOPED_TRACE(&row - rows);
-            EXPECT_EQ(NeighbourRules::OfLink(port, Link, row.local), row.link[port - 1]);
-            EXPECT_EQ(NeighbourRules::OfStream(port, Link, row.local), row.stream[port - 1]);
-            EXPECT_EQ(NeighbourRules::OfStream(port, LinkReport(), row.local), Neighbour::Unknown);
-        }
-    }
-}
-
-TEST(CheckRulesTest, BoxesAreCheckedOnceHubsOnEachLinkAndOtherRoutersNever)
-{
-    using CheckRules::Request;
-    constexpr SoftwareCheck None = SoftwareCheck::None, UnderWay = SoftwareCheck::UnderWay,
-                            Passed = SoftwareCheck::Passed;
-    struct Row
-    {
-        K2Heartbeat::LinkType type;
-        SoftwareCheck check, other;
-        Request request;
-    };
-    for (const Row& row :
-         {Row{K2_NO_TYPE, Passed, Passed, Request::Nothing}, Row{K2_ROUTER_TYPE, None, None, Request::RouterInfo},
-          Row{K2_ORB_TYPE, None, None, Request::RouterInfo}, Row{K2_HUB_TYPE, None, UnderWay, Request::HubCheck},
-          Row{K2_HUB_TYPE, Passed, None, Request::HubCheck}, Row{K2_HUB_TYPE, UnderWay, None, Request::RouterInfo},
-          Row{K2_AOIP_TYPE, None, None, Request::IoCheck}, Row{K2_MODULAR_TYPE, None, UnderWay, Request::AwaitCheck},
-          Row{K2_MODULAR_TYPE, UnderWay, Passed, Request::IoInfo}}) {
-        LocalDevice local;
-        local.Type = row.type;
-        local.Checks = {row.check, row.other};
-        EXPECT_EQ(CheckRules::OfStream(local, Side::Primary), row.request) << row.type << ' ' << int(row.check);
-    }
+    EXPECT_EQ(NeighbourRules::OfStream(Routing::PRIMARY_PORT, Link, Other), Neighbour::Next);
+    EXPECT_EQ(NeighbourRules::OfStream(Routing::SECONDARY_PORT, Link, Other), Neighbour::Refused);
+    EXPECT_EQ(NeighbourRules::OfStream(Routing::SECONDARY_PORT, Link, Gone), Neighbour::Next);
 }
 
 TEST(CardModels, PortsAndStrides)
