@@ -22,32 +22,34 @@ protected:
     {
         char name[] = "uioXXXXXX";
         mRoot = fs::absolute(::mkdtemp(name));
-        fs::create_directories(Class());
+        fs::create_directories(mRoot / "class");
     }
     ~UioTree() override { fs::remove_all(mRoot); }
 
-    fs::path Class() const { return mRoot / "class"; }
-    fs::path Dev() const { return mRoot / "dev"; }
-
-    /// An empty text leaves the file out.
-    void AddDevice(const std::string& uio, const std::string& name, const std::string& size, const std::string& offset)
+    /// The device has these bytes somewhere, and zeros around them. An empty text leaves a file out.
+    void Add(const std::string& uio, const std::string& name, const std::string& size, const std::string& offset,
+             const std::string& bytes = "", std::size_t at = 0)
     {
+        const std::string map = "class/" + uio + "/maps/map0/";
+        const std::string zeros(8192, '\0');
         for (const auto& [file, text] :
-             {std::pair("name", name), {"maps/map0/size", size}, {"maps/map0/offset", offset}})
-            if (!text.empty()) Write(Class() / uio / file, text);
-    }
-    void AddFile(const std::string& uio, const std::string& bytes, std::size_t at)
-    {
-        Write(Dev() / uio, std::string(at, '\0') + bytes + std::string(8192 - at - bytes.size(), '\0'));
+             {std::pair("class/" + uio + "/name", name),
+              {map + "size", size},
+              {map + "offset", offset},
+              {"dev/" + uio, bytes.empty() ? "" : std::string(zeros).replace(at, bytes.size(), bytes)}}) {
+            if (text.empty()) continue;
+            fs::create_directories((mRoot / file).parent_path());
+            std::ofstream((mRoot / file).string(), std::ios::binary) << text;
+        }
     }
     std::string Read(const std::string& uio, std::size_t at, std::size_t length) const
     {
-        std::ifstream file((Dev() / uio).string(), std::ios::binary);
+        std::ifstream file((mRoot / "dev" / uio).string(), std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), {}).substr(at, length);
     }
     fsi::UioRegisterBlock Open(const std::string& name, int instance = 0) const
     {
-        return fsi::UioRegisterBlock(name, instance, Class().string(), Dev().string());
+        return fsi::UioRegisterBlock(name, instance, (mRoot / "class").string(), (mRoot / "dev").string());
     }
     /// What opening it throws.
     std::string Failure(const std::string& name, int instance = 0) const
@@ -61,23 +63,14 @@ protected:
         return "opened";
     }
 
-private:
-    static void Write(const fs::path& path, const std::string& text)
-    {
-        fs::create_directories(path.parent_path());
-        std::ofstream(path.string(), std::ios::binary) << text;
-    }
-
     fs::path mRoot;
 };
 
 TEST_F(UioTree, InstancesAreCountedInTheOrderOfThePathsAndCaseDoesNotMatter)
 {
-    AddDevice("uio3", "00ab\n", "0x1000\n", "0x0\n");
-    AddDevice("uio1", "00AB\n", "0x1000\n", "0x0\n");
-    AddDevice("uio0", "00ABC\n", "0x1000\n", "0x0\n");
-    AddFile("uio1", "first", 4);
-    AddFile("uio3", "other", 4);
+    Add("uio3", "00ab\n", "0x1000\n", "0x0\n", "other", 4);
+    Add("uio1", "00AB\n", "0x1000\n", "0x0\n", "first", 4);
+    Add("uio0", "00ABC\n", "0x1000\n", "0x0\n");
     EXPECT_EQ(Open("00aB", 0).Read8(4), 'f');
     EXPECT_EQ(Open("00aB", 1).Read8(4), 'o');
     EXPECT_THAT(Failure("00aB", 2), HasSubstr("FSI '00aB' (device '', fd -1, size 0)"));
@@ -85,8 +78,7 @@ TEST_F(UioTree, InstancesAreCountedInTheOrderOfThePathsAndCaseDoesNotMatter)
 
 TEST_F(UioTree, TheBlockBeginsAtTheOffsetAndAccessesReachTheDevice)
 {
-    AddDevice("uio0", "0003\n", "00002000\n", "1040");
-    AddFile("uio0", std::string("\x11\x22\x33\x44\x55\x66\x77\x08", 8), 0x1040);
+    Add("uio0", "0003\n", "00002000\n", "1040", std::string("\x11\x22\x33\x44\x55\x66\x77\x08", 8), 0x1040);
     fsi::UioRegisterBlock block = Open("0003");
     EXPECT_EQ(block.GetSize(), 0x2000u);
     EXPECT_NE(block.GetFileDescriptor(), -1);
@@ -104,21 +96,18 @@ TEST_F(UioTree, WhatIsMissingIsNamed)
     EXPECT_THAT(Failure("0003"), HasSubstr("FSI '0003' (device '', fd -1, size 0)"));
     EXPECT_THROW(fsi::UioRegisterBlock("0003", 0, "/nonexistent", "/dev"), std::system_error);
 
-    AddDevice("uio0", "0003\n", "0x1000\n", "");
-    const std::string device = (Dev() / "uio0").string();
+    Add("uio0", "0003\n", "0x1000\n", "");
+    const std::string device = (mRoot / "dev/uio0").string();
     EXPECT_THAT(Failure("0003"), HasSubstr("FSI '0003' (device '" + device + "', fd -1, size 4096)"));
 
-    AddDevice("uio1", "0004\n", "", "");
-    AddFile("uio1", "x", 0);
+    Add("uio1", "0004\n", "", "", "x");
     EXPECT_THAT(Failure("0004"), testing::ContainsRegex("uio1', fd [0-9]+, size 0\\)"));
     EXPECT_EQ(Failure("0004", -1), Failure("0004", 1));
 
     // An offset that leaves no room for the registers; nonsense instead of a size.
-    AddDevice("uio2", "0010\n", "0x1000\n", "0xFC4\n");
-    AddFile("uio2", "x", 0);
+    Add("uio2", "0010\n", "0x1000\n", "0xFC4\n", "x");
     EXPECT_THAT(Failure("0010"), HasSubstr("size 4096)"));
-    AddDevice("uio3", "0012\n", "123456789abcdef0123\n", "");
-    AddFile("uio3", "x", 0);
+    Add("uio3", "0012\n", "123456789abcdef0123\n", "", "x");
     EXPECT_THAT(Failure("0012"), HasSubstr("size 0)"));
 }
 
