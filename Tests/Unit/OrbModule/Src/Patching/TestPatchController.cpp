@@ -30,7 +30,7 @@ const DeviceNames Names({{"unit", 0xC0018000},      // the unit itself, as the n
 ///     DEVICE comes PORT, DEVICE leaves PORT    in the directory, and as reported to the controller
 ///     DEVICE silent                            in the directory alone
 ///     turn DEST pri|sec                        from the shell
-///     crowd                                    as many destinations as there may be
+///     fill                                     the slots with as many destinations as there may be
 ///     show DEST                                its states on both links and its swap target
 ///     counts                                   slots in use and destinations
 class PatchControllerTest : public testing::TestWithParam<Scene>, iDevices, iPatcher
@@ -71,7 +71,7 @@ protected:
         } else if (first == "turn") {
             const IoPort dest = ToPort(second, 2);
             mController.SendPortBitmap(dest.GetHid(), dest.GetIndex(), third == "sec");
-        } else if (first == "crowd") {
+        } else if (first == "fill") {
             for (std::size_t i = 0; i < LinkAllocation::MaxDestinations / 1024; ++i)
                 Play("make desk/1 at 0[7x512] to far/" + std::to_string(i));
         } else if (first == "show") {
@@ -239,8 +239,7 @@ router goes ->
 show nobody/2 -> Patch Not Sent 255[] | Patch Not Sent 255[] | 255[]
 )"},
     {"AFailedPatchIsAskedForOnceWhenItsDeviceComes", R"(
-router comes ->
-far silent ->
+router comes; far silent ->
 1 make desk/1 to far/2 -> master1 failed desk/1 far/2
 1 make desk/1 to far/3 -> master1 failed desk/1 far/3
 far comes 2 ->
@@ -278,10 +277,7 @@ break box/1 to desk/3 -> P0 break unit/0 at 0[0] to desk/3 orig box/1 use-me; si
 make box/1 to desk/2 -> P0 make unit/1 at 0[1] to desk/2 orig box/1 use-me; route 1[40] to 0[1]
 desk leaves 0 -> drop 0[0 1]; slave 0.0.0.0 bitmap desk 2pri 9pri
 box leaves 2 -> drop; slave 0.0.0.0 bitmap desk 2pri
-box comes 2 ->
-box leaves 1 -> drop
-box comes 1 ->
-counts -> 0 slots, 0 destinations
+box comes 2; box leaves 1; box comes 1; counts -> drop; 0 slots, 0 destinations
 desk comes 0 -> slave 192.3.6.0 make far/1 at 255[] to desk/9
 make box/1 to desk/2 -> P0 make unit/0 at 0[0] to desk/2 orig box/1 use-me; route 1[40] to 0[0]
 show desk/2 -> Patch Success 1[40] | Patch Reserved 2[40] | 0[0]
@@ -305,11 +301,7 @@ far leaves 1 -> drop 0[0]; slave 192.1.6.0 bitmap desk 0sec
 1 break far2/1 at 0[70] to desk/7 -> P0 break unit/1 at 0[1] to desk/7 orig far2/1 use-me
 )"},
     {"EachDestinationOfALateSourceGetsItsSlots", R"(
-box silent ->
-make box/1 to desk/2 ->
-make box/1 to desk/3 ->
-box comes 1 ->
-box comes 2 ->
+box silent; make box/1 to desk/2; make box/1 to desk/3; box comes 1; box comes 2 ->
 show desk/3 -> Patch Reserved 1[40] | Patch Reserved 2[40] | 255[]
 make box/1 to desk/2 -> P0 make unit/0 at 0[0] to desk/2 orig box/1 use-me; route 1[40] to 0[0]
 make box/1 to desk/3 -> P0 make unit/0 at 0[0] to desk/3 orig box/1 use-me
@@ -341,16 +333,11 @@ make box/1 to desk/3 -> P0 make unit/511 at 0[511] to desk/3 orig box/1 use-me; 
 counts -> 512 slots, 512 destinations
 )"},
     {"WithoutPlaceForADestinationNothingIsSaidOfARoute", R"(
-crowd
-counts -> 1024 slots, 262144 destinations
+fill
 make box/5 to box/6; counts -> 1024 slots, 262144 destinations
 )"},
     {"ADeviceThatComesBackGetsItsPatchesAgain", R"(
-box silent ->
-far silent ->
-make box/1 to box/2 ->
-make desk/1 at 1[] to far/2 ->
-make far/1 to desk/7 ->
+box silent; far silent; make box/1 to box/2; make desk/1 at 1[] to far/2; make far/1 to desk/7 ->
 box comes 1 -> route 1[40] to 1[50]
 box comes 2 -> route 2[40] to 2[50]
 far comes 2 -> P0 make desk/1 at 2[] to far/2; slave 192.3.6.0 make far/1 at 255[] to desk/7
