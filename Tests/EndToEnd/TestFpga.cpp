@@ -39,6 +39,7 @@ TEST_F(Fpga, IsSilentUntilItIsPatchedByHand)
 {
     for (const auto& [line, reply] : {std::pair("version", "OrbModuleSim 1.0.2452\n"),
                                       {"quit --help", "Terminate the application\n\nUsage: quit\n"},
+                                      {"db --help", "Set debug level <level>\n\nUsage: db 'int'\n"},
                                       {"adma/patch nosuch k0", "Error: Unknown or invalid source 'nosuch'\n"}})
         EXPECT_EQ(mShell.Ask(line), reply);
     mControl.WaitForSyncs(1);
