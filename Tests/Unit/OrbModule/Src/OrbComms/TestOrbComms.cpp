@@ -237,9 +237,13 @@ TEST_F(CommsTest, TheirThreadRunsTheTimers)
         void OnTimer(boost::shared_ptr<IEventTimer>) override { ran.set_value(); }
         std::promise<void> ran;
     } handler;
+    // The timers belong to the thread of the comms, so they are started while there is none.
+    mComms.reset();
     EventTimerManager& timers = EventTimerManager::Instance();
     timers.Start(timers.CreateTimer("test", &handler, 1, 0, 0, TimerUnits::Milliseconds));
+    Start();
     EXPECT_EQ(handler.ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    mComms.reset();
 }
 
 TEST_F(CommsTest, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
