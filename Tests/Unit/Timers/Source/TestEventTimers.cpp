@@ -19,16 +19,6 @@ class EventTimers : public testing::Test, public IEventTimerHandler, public IEve
 protected:
     EventTimers() { timers.SetStatistics(this); }
 
-    Timer Create(std::uint32_t ms, std::uint32_t repeat = 0)
-    {
-        return timers.CreateTimer("test", this, ms, repeat, 0, TimerUnits::Milliseconds);
-    }
-    Timer Started(std::uint32_t ms, std::uint32_t repeat = 0)
-    {
-        Timer timer = Create(ms, repeat);
-        timers.Start(timer);
-        return timer;
-    }
     void Advance(std::int32_t ms)
     {
         now.seconds += (now.microseconds / 1000 + ms) / 1000;
@@ -42,7 +32,10 @@ protected:
         std::istringstream words(script);
         for (std::string word; words >> word;) {
             const auto number = static_cast<std::uint32_t>(std::atoi(word.c_str() + 1));
-            if (word[0] == 't' || word[0] == 'r') held.push_back(Started(number, word[0] == 'r'));
+            if (word[0] == 't' || word[0] == 'r') {
+                held.push_back(timers.CreateTimer("test", this, number, word[0] == 'r', 0, TimerUnits::Milliseconds));
+                timers.Start(held.back());
+            }
             EXPECT_TRUE(word[0] != 's' || timers.Start(held[number - 1]));
             if (word[0] == '+') Advance(static_cast<std::int32_t>(number));
             if (word[0] == 'n') seen << timers.GetTimeToNext().first << "." << timers.GetTimeToNext().second << " ";
@@ -80,8 +73,7 @@ protected:
 
 TEST_F(EventTimers, IdsBeginAt1AndPassOver0)
 {
-    EXPECT_EQ(Create(1)->GetId(), 1u);
-    EXPECT_EQ(Create(1)->GetId(), 2u);
+    EXPECT_EQ(Play("t1 t1 +1 p"), "( 2 1 ) ");
     EventTimerManager late(0xFFFFFFFE);
     for (const std::uint32_t id : {0xFFFFFFFFu, 1u})
         EXPECT_EQ(late.CreateTimer("test", this, 1, 0, 0, TimerUnits::Seconds)->GetId(), id);

@@ -289,6 +289,7 @@ node 1 hub2 0.0.0.0 -> disconnect slave 0.64.5.0; P0 cable hub2 pri off; P0 cabl
     {"CommandsForTheLocalBoxTakeThePrimaryFirst", R"(
 self; plug 2
 send 0 box -> P2 IO_OUTPUTS_OFFSET
+send 1 box; set-rate 1 -> P0 IO_OUTPUTS_OFFSET; P0 SET_ROUTER_SAMPLE_RATE
 set-rate 0 -> P2 SET_ROUTER_SAMPLE_RATE
 card-failure 0 box; card-failure 2 box -> P0 MODIO_CARD_FAILURE
 plug 1
