@@ -94,6 +94,7 @@ Directory::Directory(DeviceManager::Delays delays)
         mLines.push_back(Names.NameOf(hid) + ' ' + std::to_string(port) + (online ? " on" : " off") +
                          (type == StreamType::LOCAL_LINK ? "" : " by another stream"));
     });
+    mDevices.LocalHidChanged.connect([this](Hid hid) { mLines.push_back("own " + Names.NameOf(hid)); });
     mDevices.NetworkConnectionChanged.connect(
         [this](bool connected) { mLines.push_back(connected ? "network" : "no network"); });
     ConnectForwarding(*this, mDevices);

@@ -28,6 +28,8 @@ TEST(NeighbourRules, AStreamTakesThePlaceOfADeviceOnThePrimaryAndOfOneThatHasGon
     constexpr LinkReport Link{1, 3, 2, Hid(0x00200001), K2_MODULAR_TYPE};
     constexpr NeighbourRules::Local Other{Hid(0x00210001), K2_MODULAR_TYPE, false};
     constexpr NeighbourRules::Local Gone{Hid(0x00210001), K2_NO_TYPE, false};
+    constexpr LinkReport Lost{0, 3, 2, Link.hid, K2_MODULAR_TYPE};
+    EXPECT_EQ(NeighbourRules::OfStream(Routing::PRIMARY_PORT, Lost, Other), Neighbour::Unknown);
     EXPECT_EQ(NeighbourRules::OfStream(Routing::PRIMARY_PORT, Link, Other), Neighbour::Next);
     EXPECT_EQ(NeighbourRules::OfStream(Routing::SECONDARY_PORT, Link, Other), Neighbour::Refused);
     EXPECT_EQ(NeighbourRules::OfStream(Routing::SECONDARY_PORT, Link, Gone), Neighbour::Next);

@@ -307,7 +307,7 @@ gone 1; gone 2
 send 0 far ->
 )"},
     {"TheMasterControlIsNamedOnTheMasterStream", R"(
-self -> P0 IO_INFO_REQ; P0 cable desk sec on; desk 0 on
+self -> P0 IO_INFO_REQ; own self; P0 cable desk sec on; desk 0 on
 master 2 -> master2 forward 70 3 0 28 16 0 0 0 ff ff 1 3f 5 0 c 0 0 0 3f 3 0 28 4 0 0 0 0 1 12 0
 )"},
     {"HubsArePingedOnEveryLinkUnlessARouterIsThere", R"(
