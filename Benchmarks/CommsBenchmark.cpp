@@ -113,10 +113,10 @@ std::string PingBytes(std::size_t textSize)
 }
 
 /// The comms with one connected peer; the calling thread is their main thread.
-class World
+class LoopbackComms
 {
 public:
-    World()
+    LoopbackComms()
     {
         OrbKLVComms::Ports ports;
         ports.adjacentRouter = ports.masterRouter = 0;
@@ -167,16 +167,16 @@ void Ingest(benchmark::State& state, const std::string& block, std::size_t comma
     double ours = 0;
     for ([[maybe_unused]] const auto iteration : state) {
         bare += BareIngest(block, count);
-        World world;
+        LoopbackComms setup;
         std::size_t received = 0;
-        world.processor.Connect<OstrelPingCmd>(
+        setup.processor.Connect<OstrelPingCmd>(
             [&](const std::shared_ptr<OstrelPingCmd const>&, unsigned char, StreamType) { ++received; });
-        const Bare peer = world.ConnectPeer();
+        const Bare peer = setup.ConnectPeer();
         std::thread thread([&] {
             for (std::size_t i = 0; i < count; ++i)
                 peer.Send(block);
         });
-        const double seconds = Seconds([&] { world.RunUntil([&] { return received == commands * count; }); });
+        const double seconds = Seconds([&] { setup.RunUntil([&] { return received == commands * count; }); });
         thread.join();
         state.SetIterationTime(seconds);
         ours += seconds;
@@ -229,14 +229,14 @@ void RoundTrip(benchmark::State& state)
             });
             answers.join();
         }
-        World world;
+        LoopbackComms setup;
         int received = 0;
-        world.processor.Connect<OstrelPingCmd>(
+        setup.processor.Connect<OstrelPingCmd>(
             [&](const std::shared_ptr<OstrelPingCmd const>& command, unsigned char port, StreamType) {
                 ++received;
-                world.comms->SendLocal(*command, port);
+                setup.comms->SendLocal(*command, port);
             });
-        const Bare peer = world.ConnectPeer();
+        const Bare peer = setup.ConnectPeer();
         double seconds = 0;
         std::thread asks([&] {
             seconds = Seconds([&] {
@@ -246,7 +246,7 @@ void RoundTrip(benchmark::State& state)
                 }
             });
         });
-        world.RunUntil([&] { return received == Trips; });
+        setup.RunUntil([&] { return received == Trips; });
         asks.join();
         state.SetIterationTime(seconds / Trips);
         ours += seconds;
@@ -275,20 +275,20 @@ void IdleStream(benchmark::State& state)
     const std::string ping = PingBytes(30);
     std::size_t grown = 0;
     for ([[maybe_unused]] const auto iteration : state) {
-        World world;
+        LoopbackComms setup;
         std::size_t received = 0;
-        world.processor.Connect<OstrelPingCmd>(
+        setup.processor.Connect<OstrelPingCmd>(
             [&](const std::shared_ptr<OstrelPingCmd const>& command, unsigned char port, StreamType) {
                 ++received;
-                world.comms->SendLocal(*command, port);
+                setup.comms->SendLocal(*command, port);
             });
         std::vector<Bare> peers;
         peers.reserve(Streams);
         const std::size_t before = ResidentBytes();
         for (std::size_t i = 0; i < Streams; ++i) {
-            peers.push_back(world.ConnectPeer());
+            peers.push_back(setup.ConnectPeer());
             peers.back().Send(ping);
-            world.RunUntil([&] { return received == i + 1; });
+            setup.RunUntil([&] { return received == i + 1; });
         }
         grown += ResidentBytes() - before;
         state.SetIterationTime(1e-6);
@@ -316,7 +316,7 @@ void ConnectToPeer(benchmark::State& state)
             const Bare far = peer.get();
             bare += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         }
-        World world;
+        LoopbackComms setup;
         double round = 0;
         for (int i = 0; i < Connects; ++i) {
             auto peer = std::async(std::launch::async, [&] {
@@ -325,18 +325,18 @@ void ConnectToPeer(benchmark::State& state)
                 far.Receive(1);
                 return std::pair(at, std::chrono::steady_clock::now());
             });
-            const int before = world.changes;
+            const int before = setup.changes;
             const auto start = std::chrono::steady_clock::now();
-            world.comms->Connect(Loopback, 1, listener.GetPort());
-            world.RunUntil([&] { return world.changes > before; });
-            world.comms->SendLocal(OstrelPingCmd("ORBMODULE", 0, 0), 1);
+            setup.comms->Connect(Loopback, 1, listener.GetPort());
+            setup.RunUntil([&] { return setup.changes > before; });
+            setup.comms->SendLocal(OstrelPingCmd("ORBMODULE", 0, 0), 1);
             const auto [at, first] = peer.get();
             round += std::chrono::duration<double>(at - start).count();
             sent += std::chrono::duration<double>(first - start).count();
             // The end of this stream comes before the start of the next.
             bool exists = true;
             while (exists)
-                world.comms->DisconnectPending(1, StreamType::LOCAL_LINK, exists);
+                setup.comms->DisconnectPending(1, StreamType::LOCAL_LINK, exists);
         }
         accepted += round;
         state.SetIterationTime(round / Connects);

@@ -55,7 +55,7 @@ private:
 
     /// Like recv, with the free space of the ring as the buffer.
     std::ptrdiff_t ReceiveIntoRing();
-    /// The pending error of a connect; there is none if it failed at once.
+    /// The pending error of a connect; if it failed at once and left none, that of getpeername.
     int ConnectError() const;
     void OnConnectWritable();
     void Enqueue(const char* data, std::size_t size);

@@ -12,7 +12,8 @@
 
 namespace audio {
 
-/// A place in the FPGA that gives or takes samples. On a link port a sample is a TDM slot. Main thread only.
+/// A place in the FPGA that gives samples, takes them, or both. On a link port a sample is a TDM slot. Main thread
+/// only.
 class AudioDmaEndpoint : public SampleRateDevice
 {
 public:

@@ -10,6 +10,8 @@ public:
 
 protected:
     Fsi() = default;
+    Fsi(const Fsi&) = default;
+    Fsi& operator=(const Fsi&) = default;
 };
 
 } // namespace fsi

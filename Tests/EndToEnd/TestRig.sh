@@ -49,7 +49,7 @@ trap 'rm -rf "$kept"' EXIT
     [[ $(cat /sys/class/net/k2link1/k2hid) == 0 ]]
     echo 44 >/sys/class/net/k2link0/k2hid
     route add -host 9.9.9.9 gw 1.63.1.0
-' || fail "the world is not that of a unit"
+' || fail "the rig has not the addresses of a unit"
 
 # Whatever ends the rig ends everything in it, and two can be there at once. A pipe that a process in the rig holds
 # open ends with that process.

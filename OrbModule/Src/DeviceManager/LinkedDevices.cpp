@@ -39,7 +39,7 @@ void LinkedDevices::LinkUp(Routing::PortsEnum port)
         const bool isFirst = mLocal.Hid == INVALID_HID;
         UseLink(port);
         // While a hub or router was there, the device on the other link was not used.
-        if (isFirst) UseOtherLink(port);
+        if (isFirst && !IsUsed(Side::Secondary)) UseOtherLink(port);
         break;
     }
 }

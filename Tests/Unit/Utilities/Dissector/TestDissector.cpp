@@ -164,7 +164,7 @@ TEST_F(Dissector, ABrokenItemHasANoteAndTheNextIsRead)
         {"77030028 08000000 0201AB00 FFFFFFFF", "mAddresses counts 4294967295, and the item has 0 more bytes"},
         {"2F030028 15000000 0201AB00 00000000 0000 00000000 0000 FFFFFF7F 01",
          "mEntries counts 2147483647, and the item has 1 more bytes"},
-        {"2E030028 06000000 0201AB00 0102", "2 bytes behind the last field"},
+        {"2E030028 06000000 0201AB00 0102", "2 bytes after the last field"},
         {"70030028 0D000000 FFFF 7F000001 03000000 3F0300", "the item has 3 bytes, too few for a header"},
         {"70030028 12000000 FFFF 7F000001 08000000 3F030028 04000000", "the item has 0 bytes of its 4"},
     };
@@ -180,7 +180,7 @@ TEST_F(Dissector, ABrokenItemHasANoteAndTheNextIsRead)
         EXPECT_THAT(rows[i][0], HasSubstr(cases[i].second));
         EXPECT_THAT(rows[i][1], testing::EndsWith("RouterInfoReq"));
     }
-    EXPECT_THAT(rows.back(), ElementsAre("1000 more elements, and what stands behind them, are not shown", _, "6000"));
+    EXPECT_THAT(rows.back(), ElementsAre("1000 more elements, and what follows them, are not shown", _, "6000"));
 }
 
 /// Whatever comes, the dissector has its own answer, and never one of the interpreter.
@@ -214,7 +214,7 @@ TEST_F(Dissector, NothingRaisesALuaError)
     // As one stream, and each segment for itself, which is how an item comes whose end is not in the capture.
     for (const char* whole : {"TRUE", "FALSE"}) {
         const std::string tree = Tshark({"-V", "-o", std::string("tcp.desegment_tcp_streams:") + whole});
-        for (const char* seen : {"bytes of its", "more bytes", "needs", "behind the last field", "no item has"})
+        for (const char* seen : {"bytes of its", "more bytes", "needs", "after the last field", "no item has"})
             EXPECT_NE(tree.find(seen), std::string::npos) << seen;
         for (const char* complaint : {"Lua Error", "Dissector bug", "Malformed Packet", "Exception occurred"})
             EXPECT_EQ(tree.find(complaint), std::string::npos) << tree.substr(tree.find(complaint) - 2000, 2500);
