@@ -77,9 +77,13 @@ done
 
 # A machine that forbids namespaces gets a reason and the code that means "left out", or a failure if it must not.
 # shellcheck disable=SC2016 # expanded inside
-forbidding='for kind in user net; do echo 0 >/proc/sys/user/max_${kind}_namespaces; done; "$0" -- true'
+forbidding='for kind in user net; do echo 0 >/proc/sys/user/max_${kind}_namespaces || exit 78; done; "$0" -- true'
 code=0
 reason=$(env --unset ORB_REQUIRE_RIG "$rig" -- bash -c "$forbidding" "$rig" 2>&1) || code=$?
+if ((code == 78)); then
+    echo "Root in a chroot has no user namespace in which it may forbid them, so this is not tried."
+    exit 0
+fi
 ((code == 77)) || fail "no rig gives code $code"
 [[ $reason == *"does not allow network namespaces"* ]] || fail "no rig gives the reason '$reason'"
 code=0
