@@ -151,7 +151,7 @@ class Bench:
         self.environment = dict(
             os.environ,
             CCACHE_DIR=str(copy.root.parent / "ccache"), CCACHE_MAXSIZE="2G", CCACHE_NOHASHDIR="1",
-            CCACHE_BASEDIR=str(copy.root), GTEST_FAIL_FAST="1", GTEST_BRIEF="1", ORB_REQUIRE_RIG="1",
+            GTEST_FAIL_FAST="1", GTEST_BRIEF="1", ORB_REQUIRE_RIG="1",
         )  # fmt: skip
         self.contained = CONTAINED if commands.run(CONTAINED + ["true"])[0] == 0 else []
         # A checkout below /tmp would not be seen in there.
