@@ -10,12 +10,16 @@ import shutil
 import signal
 import subprocess
 import sys
+import threading
 import time
+from concurrent.futures import ThreadPoolExecutor, as_completed
 from pathlib import Path
 
 from faults import faults_of
 
 NOT_PRODUCT = ("Tests/", "Simulation/", "Benchmarks/")
+# They mostly wait.
+END_TO_END_TESTS_AT_A_TIME = 4
 # Whatever a command has started ends with it.
 CONTAINED = ["unshare", "--map-root-user", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
 # So that a fault cannot reach the machine: no process, no address and no temporary file of others is seen.
@@ -31,8 +35,11 @@ class Commands:
 
     def __init__(self):
         self.running = set()
+        self.has_ended = False
 
     def start(self, command, **options):
+        if self.has_ended:
+            raise Stopped
         process = subprocess.Popen(
             command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             start_new_session=True, **options,
@@ -67,20 +74,27 @@ class Commands:
         for process in list(self.running):
             self.kill(process)
 
+    def end(self):
+        self.has_ended = True
+        self.kill_all()
+
 
 class Progress:
     """One line that is written over, on a terminal only."""
 
     def __init__(self):
         self.shown = sys.stderr.isatty()
+        self.lock = threading.Lock()
 
     def say(self, text):
         if self.shown:
-            sys.stderr.write(f"\r\033[K{text[:shutil.get_terminal_size().columns - 1]}")
-            sys.stderr.flush()
+            with self.lock:
+                sys.stderr.write(f"\r\033[K{text[:shutil.get_terminal_size().columns - 1]}")
+                sys.stderr.flush()
 
-    def clear(self):
+    def print(self, text):
         self.say("")
+        print(text, flush=True)
 
 
 class Copy:
@@ -88,10 +102,12 @@ class Copy:
 
     def __init__(self, checkout, place):
         self.checkout = checkout
+        self.place = place
         self.root = place / "source"
         self.build = place / "build"
 
     def update(self):
+        self.root.mkdir(parents=True, exist_ok=True)
         listed = subprocess.check_output(
             ["git", "-C", self.checkout, "ls-files", "--cached", "--others", "--exclude-standard", "-z"], text=True
         )
@@ -139,27 +155,28 @@ class Test:
 
 
 class Bench:
-    """Builds the copy and runs its tests."""
+    """Builds a copy and runs its tests."""
 
-    def __init__(self, copy, commands, progress, all_tests, paths):
+    def __init__(self, copy, progress, all_tests, paths):
         self.copy = copy
-        self.commands = commands
+        self.commands = Commands()
         self.progress = progress
         self.all_tests = all_tests
         self.paths = paths
         self.tests = []
         self.environment = dict(
             os.environ,
-            CCACHE_DIR=str(copy.root.parent / "ccache"), CCACHE_MAXSIZE="2G", CCACHE_NOHASHDIR="1",
+            CCACHE_DIR=str(copy.place.parent / "ccache"), CCACHE_MAXSIZE="2G", CCACHE_NOHASHDIR="1",
+            CCACHE_BASEDIR=str(copy.place),
             GTEST_FAIL_FAST="1", GTEST_BRIEF="1", ORB_REQUIRE_RIG="1",
         )  # fmt: skip
-        self.contained = CONTAINED if commands.run(CONTAINED + ["true"])[0] == 0 else []
+        self.contained = CONTAINED if self.commands.run(CONTAINED + ["true"])[0] == 0 else []
         # A checkout below /tmp would not be seen in there.
-        can_hide = commands.run(PRIVATE + ["true"])[0] == 0 and not str(copy.root).startswith("/tmp/")
+        can_hide = self.commands.run(PRIVATE + ["true"])[0] == 0 and not str(copy.root).startswith("/tmp/")
         self.private = PRIVATE if can_hide else []
 
-    def prepare(self):
-        """Configures, builds all, and runs each test on the code without a fault."""
+    def prepare(self, first=None):
+        """Configures, builds all, and runs each test on the code without a fault, unless the first bench has."""
         self.progress.say("configuring the copy")
         code, output = self.commands.run(
             ["cmake", "-G", "Ninja", "-S", self.copy.root, "-B", self.copy.build, "-DCMAKE_BUILD_TYPE=None",
@@ -167,7 +184,8 @@ class Bench:
         )  # fmt: skip
         if code != 0:
             sys.exit(f"{output}\nmutate: the copy cannot be configured")
-        print("Building the copy without optimisation, and running its tests without a fault.", flush=True)
+        if not first:
+            print("Building the copies without optimisation, and running the tests without a fault.", flush=True)
         listing = subprocess.check_output(["ninja", "-C", self.copy.build, "-t", "query", "UnitTests"], text=True)
         targets = [name for name in sorted(set(re.findall(r"\bbin/\w+", listing))) if self.links(name)]
         if not targets:
@@ -179,15 +197,27 @@ class Bench:
         tests = [Test(entry, self.copy.build) for entry in json.loads(listing)["tests"] if "command" in entry]
         units = [test for test in tests if test.is_unit() and test.target in targets]
         others = [test for test in tests if self.all_tests and "e2e" in test.labels]
-        for test in units + others:
-            self.progress.say(f"running {test.name} without a fault")
-            begin = time.monotonic()
-            if self.run(test, 600) == 0 or self.run(test, 600) == 0:
-                test.seconds = time.monotonic() - begin
-                self.tests.append(test)
-            else:
-                print(f"Left out, since it fails without a fault: {test.name}", flush=True)
+        if first:
+            seconds = {test.name: test.seconds for test in first.tests}
+            self.tests = [test for test in units + others if test.name in seconds]
+            for test in self.tests:
+                test.seconds = seconds[test.name]
+        else:
+            self.progress.say("running the tests without a fault")
+            for some, number in ((units, 1), (others, END_TO_END_TESTS_AT_A_TIME)):
+                with ThreadPoolExecutor(number) as pool:
+                    passing = list(pool.map(self.passes, some))
+                for test, passes in zip(some, passing):
+                    if not passes:
+                        self.progress.print(f"Left out, since it fails without a fault: {test.name}")
+                self.tests += [test for test, passes in zip(some, passing) if passes]
         self.dependencies()
+
+    def passes(self, test):
+        begin = time.monotonic()
+        passes = self.run(test, 600) == 0 or self.run(test, 600) == 0
+        test.seconds = time.monotonic() - begin
+        return passes
 
     def inputs(self, target):
         return set(subprocess.check_output(["ninja", "-C", self.copy.build, "-t", "inputs", target], text=True).split())
@@ -245,11 +275,23 @@ class Bench:
         code, self.output = self.commands.run(command, timeout=limit, env=self.environment, cwd=test.directory)
         return code
 
-    def fails(self, test):
+    def fails(self, test, is_over=threading.Event()):
         """Whether the test sees the fault: twice, since a busy machine can upset one run, unless it hangs."""
         limit = max(20.0, 8 * test.seconds)
-        code = self.run(test, limit)
-        return code is None or code != 0 and self.run(test, limit) != 0
+        code = None if is_over.is_set() else self.run(test, limit)
+        return not is_over.is_set() and (code is None or code != 0 and self.run(test, limit) != 0)
+
+    def first_that_fails(self, tests):
+        """The name of one of these tests that sees the fault, or an empty one."""
+        is_over = threading.Event()
+        with ThreadPoolExecutor(END_TO_END_TESTS_AT_A_TIME) as pool:
+            test_of = {pool.submit(self.fails, test, is_over): test for test in tests}
+            for run in as_completed(test_of):
+                if run.result():
+                    is_over.set()
+                    self.commands.kill_all()
+                    return test_of[run].name
+        return ""
 
     def search(self, path):
         """The name of the test that sees the fault which is planted in the file; None if it does not compile."""
@@ -269,14 +311,16 @@ class Bench:
             return ""
         if not self.ninja(["all"]):
             return None
-        for test in sorted((test for test in self.tests if not test.is_unit()), key=lambda test: (test.alone, test.seconds)):
-            self.progress.say(f"{path}: {test.name}")
-            if self.fails(test):
-                return test.name
-        return ""
+        self.progress.say(f"{path}: end-to-end tests")
+        others = sorted((test for test in self.tests if not test.is_unit()), key=lambda test: test.seconds)
+        return self.first_that_fails([test for test in others if not test.alone]) or self.first_that_fails(
+            [test for test in others if test.alone]
+        )
 
 
 class Score:
+    """What the faults so far came to. Any thread."""
+
     def __init__(self):
         self.by_units = 0
         self.by_others = 0
@@ -295,6 +339,69 @@ class Score:
         if all_tests:
             print(f"Found by all tests:      {share(self.by_units + self.by_others)}")
         print(f"Survived:                {self.survived}; did not compile and not counted: {self.not_compiling}")
+
+
+class Run:
+    """Hands the faults out in their order until as many as wanted have been tried. Any thread."""
+
+    def __init__(self, order, wanted, sources, progress):
+        self.order = order
+        self.wanted = wanted
+        self.sources = sources
+        self.progress = progress
+        self.score = Score()
+        self.under_way = 0
+        self.changed = threading.Condition()
+
+    def work(self, bench):
+        while fault := self.take():
+            begin = time.monotonic()
+            bench.copy.write(fault.path, fault.apply(self.sources[fault.path]))
+            try:
+                finder = bench.search(fault.path)
+            finally:
+                bench.copy.write(fault.path, self.sources[fault.path])
+            self.give_back(bench, fault, finder, time.monotonic() - begin)
+
+    def take(self):
+        """The next fault; None once there are enough. One that does not compile makes room for another."""
+        with self.changed:
+            self.changed.wait_for(lambda: self.score.counted() + self.under_way < self.wanted or not self.under_way)
+            fault = next(self.order, None) if self.score.counted() < self.wanted else None
+            if fault:
+                self.under_way += 1
+                self.progress.say(f"[{self.score.counted() + self.under_way}/{self.wanted}] {where(fault)}")
+            return fault
+
+    def give_back(self, bench, fault, finder, seconds):
+        with self.changed:
+            self.under_way -= 1
+            self.changed.notify_all()
+            # What was killed at the end has seen nothing.
+            if self.wanted == 0:
+                return
+            test = next((test for test in bench.tests if test.name == finder), None)
+            if finder is None:
+                self.score.not_compiling += 1
+                return
+            if test is None:
+                self.score.survived += 1
+            elif test.is_unit():
+                self.score.by_units += 1
+            else:
+                self.score.by_others += 1
+            verdict = f"found by {finder}" if finder else "SURVIVED"
+            self.progress.print(f"[{self.score.counted()}/{self.wanted}] {where(fault)}: {verdict} ({seconds:.0f} s)")
+
+    def end(self, benches):
+        with self.changed:
+            self.wanted = 0
+        for bench in benches:
+            bench.commands.end()
+
+
+def where(fault):
+    return f"{fault.path}:{fault.line} {fault.describe()}"
 
 
 def draw(faults, seed):
@@ -317,6 +424,8 @@ def arguments():
     parser.add_argument("--seed", type=int, metavar="S", help="the same faults again; at random if not given")
     parser.add_argument("--path", action="append", metavar="DIR", help="only in this directory or file; may be repeated")
     parser.add_argument("--all-tests", action="store_true", help="end-to-end tests too, where no unit test sees the fault")
+    parser.add_argument("--jobs", type=int, metavar="N", default=os.cpu_count(),
+                        help="faults at a time, each in a copy of its own; as many as there are processors if not given")
     parser.add_argument("--list", action="store_true", help="only lists the faults in the order of the seed")
     return parser.parse_args()
 
@@ -336,10 +445,9 @@ def main():
     except BlockingIOError:
         sys.exit("mutate: another run is under way in this checkout")
 
-    copy = Copy(checkout, place)
-    copy.root.mkdir(exist_ok=True)
-    copy.update()
-    sources = copy.sources()
+    copies = [Copy(checkout, place / str(number + 1)) for number in range(max(options.jobs, 1))]
+    copies[0].update()
+    sources = copies[0].sources()
     paths = [os.path.relpath(path, checkout) for path in options.path or [checkout]]
     faults = [fault for fault in faults_of(sources) if is_below(fault.path, paths)]
     if not faults:
@@ -352,51 +460,31 @@ def main():
             print(f"{fault.path}:{fault.line} {fault.describe()}")
         return 0
 
-    commands, progress, score = Commands(), Progress(), Score()
     def stop(*_):
         raise Stopped
     for name in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(name, stop)
     print(f"{len(faults)} faults can be planted; seed {seed}.", flush=True)
-    planted = None
+    progress = Progress()
+    benches = [Bench(copy, progress, options.all_tests, paths) for copy in copies]
+    run = Run(order, wanted, sources, progress)
     try:
-        bench = Bench(copy, commands, progress, options.all_tests, paths)
-        bench.prepare()
-        for fault in order:
-            if score.counted() == wanted:
-                break
-            where = f"{fault.path}:{fault.line} {fault.describe()}"
-            progress.say(f"[{score.counted() + 1}/{wanted}] {where}")
-            begin = time.monotonic()
-            planted = fault.path
-            copy.write(fault.path, fault.apply(sources[fault.path]))
-            finder = bench.search(fault.path)
-            copy.write(fault.path, sources[fault.path])
-            planted = None
-            progress.clear()
-            if finder is None:
-                score.not_compiling += 1
-                continue
-            test = next((test for test in bench.tests if test.name == finder), None)
-            if test is None:
-                score.survived += 1
-            elif test.is_unit():
-                score.by_units += 1
-            else:
-                score.by_others += 1
-            seconds = time.monotonic() - begin
-            verdict = f"found by {finder}" if finder else "SURVIVED"
-            print(f"[{score.counted()}/{wanted}] {where}: {verdict} ({seconds:.0f} s)", flush=True)
+        for bench in benches:
+            bench.copy.update()
+            bench.prepare(None if bench is benches[0] else benches[0])
+        with ThreadPoolExecutor(len(benches)) as pool:
+            try:
+                for work in [pool.submit(run.work, bench) for bench in benches]:
+                    work.result()
+            except Stopped:
+                run.end(benches)
+                raise
     except Stopped:
-        progress.clear()
-        print("Stopped.")
+        progress.print("Stopped.")
     finally:
-        for name in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            signal.signal(name, signal.SIG_IGN)
-        commands.kill_all()
-        if planted:
-            copy.write(planted, sources[planted])
-    score.show(options.all_tests)
+        for bench in benches:
+            bench.commands.kill_all()
+    run.score.show(options.all_tests)
     return 0
 
 
