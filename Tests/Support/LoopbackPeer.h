@@ -27,7 +27,7 @@ inline sockaddr_in LoopbackAddress(const std::string& host, std::uint16_t port)
 class LoopbackPeer
 {
 public:
-    explicit LoopbackPeer(int fd) : mFd(fd) {}
+    explicit LoopbackPeer(int fd = -1) : mFd(fd) {}
     LoopbackPeer(LoopbackPeer&& other) noexcept : mFd(std::exchange(other.mFd, -1)) {}
     LoopbackPeer& operator=(LoopbackPeer&& other) noexcept
     {
@@ -107,10 +107,12 @@ public:
         setsockopt(mFd, SOL_SOCKET, SO_LINGER, &value, sizeof value);
         Close();
     }
-    bool IsReadable() const
+    bool IsReadable() const { return WaitFor(mFd, POLLIN) != 0; }
+    /// Waits for these events of a descriptor, or for its error or end; none if nothing comes.
+    static int WaitFor(int fd, short events)
     {
-        pollfd entry{mFd, POLLIN, 0};
-        return ::poll(&entry, 1, 10000) == 1;
+        pollfd entry{fd, events, 0};
+        return ::poll(&entry, 1, 10000) == 1 ? entry.revents : 0;
     }
 
 private:
@@ -138,10 +140,10 @@ private:
 class LoopbackListener
 {
 public:
-    explicit LoopbackListener(std::uint16_t port = 0, const std::string& host = "127.0.0.1")
+    explicit LoopbackListener(std::uint16_t port = 0, const std::string& host = "127.0.0.1", int backlog = 20)
         : mSocket(LoopbackPeer::Bound(host, port))
     {
-        EXPECT_EQ(::listen(mSocket.GetFd(), 20), 0);
+        EXPECT_EQ(::listen(mSocket.GetFd(), backlog), 0);
     }
     std::uint16_t GetPort() const { return mSocket.GetPort(); }
     LoopbackPeer Accept() const

@@ -9,28 +9,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
-using Lines = std::vector<std::string>;
+#include <fcntl.h>
 
-/// Keeps the error lines of a handler as "call: number text".
-class ErrorLines : public StdLog
-{
-public:
-    void error(ISocketHandler*, Socket*, const std::string& call, int error, const std::string& text, LogLevel) override
-    {
-        mLines.push_back(call + ": " + std::to_string(error) + " " + text);
-    }
-    std::size_t Count(const std::string& start) const
-    {
-        const auto begins = [&](const std::string& line) { return line.rfind(start, 0) == 0; };
-        return static_cast<std::size_t>(std::count_if(mLines.begin(), mLines.end(), begins));
-    }
-    Lines mLines;
-};
+using Lines = std::vector<std::string>;
 
 /// A TCP socket that notes what is called on it, in a list of the test: it can be gone when its end is looked at.
 class Probe : public TcpSocket
@@ -41,120 +29,152 @@ public:
     {
         sLast = this;
     }
-    ~Probe() override { mEvents->push_back("gone"); }
+    ~Probe() override { Note("gone"); }
 
-    void OnConnect() override { mEvents->push_back("connect"); }
-    void OnReconnect() override { mEvents->push_back("reconnect"); }
-    void OnAccept() override { mEvents->push_back("accept"); }
-    void OnConnectFailed() override { mEvents->push_back("failed"); }
-    void OnDelete() override { mEvents->push_back("delete"); }
-    void OnDisconnect() override
-    {
-        mEvents->push_back("disconnect");
-        if (mOnDisconnect) mOnDisconnect(*this);
-    }
+    void OnConnect() override { Note("connect"); }
+    void OnReconnect() override { Note("reconnect"); }
+    void OnAccept() override { Note("accept"); }
+    void OnConnectFailed() override { Note("failed"); }
+    void OnTimeout() override { Note("timeout"); }
+    void OnDelete() override { Note("delete"); }
+    void OnDisconnect() override { Note("disconnect"); }
     void OnRead() override
     {
-        if (mOnRead) mOnRead(*this);
+        if (mOn["read"]) mOn["read"]();
         TcpSocket::OnRead();
     }
     std::size_t GetHeld() const { return ibuf.GetLength(); }
-    void CloseAtOnce()
-    {
-        SetFlushBeforeClose(false);
-        SetCloseAndDelete();
-    }
+    char GetName() const { return mName; }
+    void Send(const std::string& bytes) { SendBuf(bytes.data(), bytes.size()); }
 
-    std::function<void(Probe&)> mOnDisconnect;
-    std::function<void(Probe&)> mOnRead;
+    /// What the test does when it is read, deleted and so on.
+    std::map<std::string, std::function<void()>> mOn;
     static inline Lines* sEvents = nullptr;
+    static inline char sNextName = 'a';
     /// The one that was made last.
     static inline Probe* sLast = nullptr;
 
 private:
+    void Note(const char* event)
+    {
+        mEvents->push_back(std::string(1, mName) + " " + event);
+        if (mOn[event]) mOn[event]();
+    }
+
     Lines* const mEvents = sEvents;
+    const char mName = sNextName++;
 };
 
-/// A handler whose passes the test makes, and the far ends on loopback.
-class SocketTest : public testing::Test
+/// A handler whose passes the test makes, and the far ends on loopback. All that happens is noted in its order: what is
+/// called on a probe ("a connect"; the first probe is a), and error lines ("a bind: Invalid argument F", with the first
+/// letter of the level, the text of an errno for its number, fd for that of the socket, and - for any other socket).
+class SocketTest : public testing::Test, protected StdLog
 {
 protected:
     struct SmallHandler : SocketHandler
     {
         using SocketHandler::SocketHandler;
         std::size_t GetLimit() const override { return mLimit != 0 ? mLimit : SocketHandler::GetLimit(); }
+        bool OkToAccept() const override { return mOkToAccept; }
         bool IsReadingHeld() override { return mHeld; }
         std::size_t mLimit = 0;
+        bool mOkToAccept = true;
         bool mHeld = false;
     };
 
-    SocketTest() { Probe::sEvents = &mEvents; }
+    SocketTest()
+    {
+        Probe::sEvents = &mEvents;
+        Probe::sNextName = 'a';
+    }
+
+    void error(ISocketHandler*, Socket* socket, const std::string& call, int error, const std::string& text,
+               LogLevel level) override
+    {
+        const auto* const probe = dynamic_cast<Probe*>(socket);
+        const bool isDescriptor =
+            probe && error == probe->GetSocket() && error != -1 && (call == "Add" || call == "Select");
+        const std::string number = isDescriptor ? "fd " : std::to_string(error) + " ";
+        std::string line = std::string(1, probe ? probe->GetName() : '-') + " " + call + ": " +
+                           (text == std::strerror(error) ? "" : number) + text + " ";
+        std::replace(line.begin(), line.end(), '\n', '/');
+        mEvents.push_back(line + "WEFI"[static_cast<std::size_t>(level)]);
+    }
 
     bool PassUntil(const std::function<bool()>& done)
     {
         return Await(done, [this] { mHandler.Select(0, 2000); });
-    }
-    bool PassUntil(const std::string& event)
-    {
-        return PassUntil([&] { return std::count(mEvents.begin(), mEvents.end(), event) != 0; });
-    }
-    bool PassUntilErrors(const std::string& start, std::size_t count = 1)
-    {
-        return PassUntil([&] { return mErrors.Count(start) == count; });
     }
     void Pass(std::time_t seconds = 0)
     {
         mNow += seconds;
         mHandler.Select(0, 0);
     }
-    Lines TakeEvents() { return std::exchange(mEvents, {}); }
-    Lines TakeErrors() { return std::exchange(mErrors.mLines, {}); }
-    /// A listener under the handler; its port.
+    /// Passes until as much has happened; none of them may wait in vain. Then on until one waits, so that all is seen.
+    void Expect(const std::string& expected)
+    {
+        using Clock = std::chrono::steady_clock;
+        std::size_t count = expected.empty() ? 0 : 1;
+        for (std::size_t at = 0; (at = expected.find("; ", at)) != std::string::npos; ++at)
+            ++count;
+        const auto start = Clock::now();
+        while (mEvents.size() < count && Clock::now() - start < std::chrono::seconds(10))
+            mHandler.Select(10, 0);
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
+        for (auto begin = Clock::now(); Clock::now() - begin < std::chrono::milliseconds(1);) {
+            ASSERT_LT(begin - start, std::chrono::seconds(20)) << "the passes never wait";
+            begin = Clock::now();
+            mHandler.Select(0, 1000);
+        }
+        EXPECT_EQ(Seen(), expected);
+    }
+    std::string Seen()
+    {
+        std::string seen;
+        for (const std::string& event : std::exchange(mEvents, {}))
+            seen += (seen.empty() ? "" : "; ") + event;
+        return seen;
+    }
+    /// A listener under the handler.
     template <class Accepted = Probe>
-    std::uint16_t Listen()
+    ListenSocket<Accepted>& Listen()
     {
         auto* const listener = mHandler.Own(std::make_unique<ListenSocket<Accepted>>(mHandler));
         EXPECT_EQ(listener->Bind(0, 20), 0);
         mHandler.Add(listener);
-        return listener->GetPort();
+        return *listener;
+    }
+    static Probe& Make(SocketHandler& handler) { return *handler.Own(std::make_unique<Probe>(handler)); }
+    static Probe& Open(Probe& probe, std::uint16_t port, const std::string& host = "127.0.0.1")
+    {
+        probe.Open(host, port);
+        probe.Handler().Add(&probe);
+        return probe;
     }
     /// A connection from mPeer, under the handler.
     Probe& Accept()
     {
-        mPeer = LoopbackPeer::ConnectTo(Listen());
-        EXPECT_TRUE(PassUntil("accept"));
-        Pass();
-        mEvents.clear();
+        mPeer = LoopbackPeer::ConnectTo(Listen().GetPort());
+        Expect(std::string(1, Probe::sNextName) + " accept");
         return *Probe::sLast;
     }
-    /// One to mPeer, which has been accepted; made by this side.
-    Probe& Connected(bool reconnect = false)
+    static int CountDescriptors()
     {
-        Probe& probe = Connect(mServer.GetPort(), reconnect);
-        mPeer = mServer.Accept();
-        EXPECT_TRUE(PassUntil("connect"));
-        mEvents.clear();
-        return probe;
-    }
-    Probe& Connect(std::uint16_t port, bool reconnect = false, const std::string& host = "127.0.0.1")
-    {
-        return Connect(mHandler, port, reconnect, host);
-    }
-    static Probe& Connect(SocketHandler& handler, std::uint16_t port, bool reconnect = false,
-                          const std::string& host = "127.0.0.1", int retries = -1)
-    {
-        auto* const probe = handler.Own(std::make_unique<Probe>(handler));
-        probe->SetConnectionRetry(retries);
-        probe->SetReconnect(reconnect);
-        probe->Open(host, port);
-        handler.Add(probe);
-        return *probe;
+        int count = 0;
+        for (int fd = 0; fd < 2 * FD_SETSIZE; ++fd)
+            count += ::fcntl(fd, F_GETFD) == -1 ? 0 : 1;
+        return count;
     }
 
+    /// Before and after all that a test opens.
+    struct DescriptorCheck
+    {
+        ~DescriptorCheck() { EXPECT_EQ(CountDescriptors(), mCount); }
+        const int mCount = CountDescriptors();
+    } mDescriptorCheck;
     std::time_t mNow = 1000;
-    ErrorLines mErrors;
     Lines mEvents;
     const LoopbackListener mServer;
     LoopbackPeer mPeer{-1};
-    SmallHandler mHandler{&mErrors, [this] { return mNow; }};
+    SmallHandler mHandler{this, [this] { return mNow; }};
 };

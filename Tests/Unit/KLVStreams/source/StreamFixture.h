@@ -58,7 +58,7 @@ protected:
     /// Accepts a connection from source at host, both addresses of loopback.
     KeepingStream& AcceptStream(const std::string& host = "127.0.0.1", const std::string& source = "127.0.0.1")
     {
-        mPeer = LoopbackPeer::ConnectTo(Listen<KeepingStream>(), host, source);
+        mPeer = LoopbackPeer::ConnectTo(Listen<KeepingStream>().GetPort(), host, source);
         KeepingStream::sStream = nullptr;
         EXPECT_TRUE(PassUntil([&] { return KeepingStream::sStream && mHandler.Valid(KeepingStream::sStream); }));
         return *KeepingStream::sStream;
