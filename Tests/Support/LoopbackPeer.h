@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -153,4 +154,21 @@ public:
 
 private:
     LoopbackPeer mSocket;
+};
+
+/// Fails a test that leaves more or fewer descriptors open than there were.
+class DescriptorCheck
+{
+public:
+    ~DescriptorCheck() { EXPECT_EQ(Count(), mCount) << "descriptors"; }
+
+private:
+    static int Count()
+    {
+        int count = 0;
+        for (int fd = 0; fd < 2000; ++fd)
+            count += ::fcntl(fd, F_GETFD) == -1 ? 0 : 1;
+        return count;
+    }
+    const int mCount = Count();
 };

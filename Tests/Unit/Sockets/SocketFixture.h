@@ -16,8 +16,6 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-
 using Lines = std::vector<std::string>;
 
 /// A TCP socket that notes what is called on it, in a list of the test: it can be gone when its end is looked at.
@@ -119,7 +117,7 @@ protected:
             ++count;
         const auto start = Clock::now();
         while (mEvents.size() < count && Clock::now() - start < std::chrono::seconds(10))
-            mHandler.Select(10, 0);
+            EXPECT_LE(mHandler.Select(10, 0), 0) << "ready and not dealt with";
         EXPECT_LT(Clock::now() - start, std::chrono::seconds(10));
         for (auto begin = Clock::now(); Clock::now() - begin < std::chrono::milliseconds(1);) {
             ASSERT_LT(begin - start, std::chrono::seconds(20)) << "the passes never wait";
@@ -151,27 +149,8 @@ protected:
         probe.Handler().Add(&probe);
         return probe;
     }
-    /// A connection from mPeer, under the handler.
-    Probe& Accept()
-    {
-        mPeer = LoopbackPeer::ConnectTo(Listen().GetPort());
-        Expect(std::string(1, Probe::sNextName) + " accept");
-        return *Probe::sLast;
-    }
-    static int CountDescriptors()
-    {
-        int count = 0;
-        for (int fd = 0; fd < 2 * FD_SETSIZE; ++fd)
-            count += ::fcntl(fd, F_GETFD) == -1 ? 0 : 1;
-        return count;
-    }
 
-    /// Before and after all that a test opens.
-    struct DescriptorCheck
-    {
-        ~DescriptorCheck() { EXPECT_EQ(CountDescriptors(), mCount); }
-        const int mCount = CountDescriptors();
-    } mDescriptorCheck;
+    DescriptorCheck mDescriptorCheck;
     std::time_t mNow = 1000;
     Lines mEvents;
     const LoopbackListener mServer;

@@ -6,15 +6,13 @@
 #include <map>
 #include <optional>
 
-#include <linux/tcp.h>
-
 namespace {
 
 using Text = const std::string&;
 
 /// What can be done with probes, which are a, b and so on, and with their peers A, B and so on. A number is that many
 /// bytes to send or receive. After "on" stands what a probe does in one of its operations.
-class SocketSceneTest : public SocketTest
+class SocketScene : public SocketTest, public testing::WithParamInterface<Scene>
 {
 protected:
     void Do(Text actions, Text between = "; ")
@@ -35,14 +33,16 @@ protected:
         }
     }
     Probe& At(char name) { return *mProbes.at(name); }
+    std::size_t HeldBy(char name) { return At(name).GetHeld(); }
     int FdOf(char name) { return At(name).GetSocket(); }
     LoopbackPeer& PeerAt(char name) { return mPeers[static_cast<char>(std::tolower(name))]; }
     static std::string Bytes(Text text)
     {
-        std::string bytes(std::isdigit(text[0]) ? std::stoul(text) : 0, '\0');
+        if (!std::isdigit(text[0])) return text;
+        std::string bytes(std::stoul(text), '\0');
         for (std::size_t i = 0; i < bytes.size(); i += 251)
             bytes[i] = static_cast<char>(i >> 8);
-        return bytes.empty() ? text : bytes;
+        return bytes;
     }
     void Receive(LoopbackPeer& peer, Text expected)
     {
@@ -105,7 +105,6 @@ protected:
         {"end", [this](char, Text) { mHandler.CloseAll(); }},
         {"ask-nobody",
          [this](char, Text list) { mHandler.AddList(900, static_cast<WorkList>(std::stoi(list)), true); }},
-        {"retry-listener", [this](char, Text) { mHandler.AddList(mListener.GetSocket(), WorkList::Retry, true); }},
         {"accepts", [this](char name, Text) { Accept(name); }},
         {"connects", [this](char name, Text how) { Connect(name, how); }},
         {"pairs", [this](char name, Text) { Pair(name); }},
@@ -125,12 +124,19 @@ protected:
         {"retries", [this](char name, Text) { At(name).SetRetryClientConnect(); }},
         {"has-connected", [this](char name, Text) { At(name).SetCallOnConnect(); }},
         {"times", [this](char name, Text seconds) { At(name).SetTimeout(std::stol(seconds)); }},
-        {"awaits", [this](char name, Text size) { PassUntil([&] { return At(name).GetHeld() == std::stoul(size); }); }},
-        {"has-received", [this](char name, Text size) { EXPECT_EQ(At(name).GetBytesReceived(), std::stoul(size)); }},
-        {"has", [this](char name, Text size) { EXPECT_EQ(At(name).GetHeld(), std::stoul(size)); }},
+        {"awaits",
+         [this](char name, Text n) { EXPECT_TRUE(PassUntil([&] { return HeldBy(name) == std::stoul(n); })); }},
+        {"has-option",
+         [this](char name, Text option) {
+             int value = 0;
+             socklen_t size = sizeof value;
+             getsockopt(FdOf(name), SOL_SOCKET, option == "keepalive" ? SO_KEEPALIVE : SO_REUSEADDR, &value, &size);
+             EXPECT_NE(value, 0);
+         }},
+        {"has", [this](char name, Text size) { EXPECT_EQ(HeldBy(name), std::stoul(size)); }},
         {"owes", [this](char name, Text size) { EXPECT_EQ(At(name).GetOutputLength(), std::stoul(size)); }},
         {"peer sends", [this](char name, Text text) { EXPECT_TRUE(PeerAt(name).Send(Bytes(text))); }},
-        {"peer sends-urgently", [this](char name, Text text) { ::send(PeerAt(name).GetFd(), "!", 1, MSG_OOB); }},
+        {"peer sends-urgently", [this](char name, Text) { ::send(PeerAt(name).GetFd(), "!", 1, MSG_OOB); }},
         {"peer receives", [this](char name, Text text) { Receive(PeerAt(name), Bytes(text)); }},
         {"peer drains",
          [this](char name, Text) { Await([&] { return ::recv(PeerAt(name).GetFd(), mDrain, 9999, 0) < 0; }, [] {}); }},
@@ -152,10 +158,7 @@ protected:
     std::map<char, LoopbackPeer> mPeers;
 };
 
-/// A scene has a step a line: what is done, and after an arrow all that happens on it; after => without any pass.
-class SocketScene : public SocketSceneTest, public testing::WithParamInterface<Scene>
-{};
-
+/// A step a line: what is done, and after an arrow all that happens on it; after => without any pass.
 constexpr Scene Scenes[] = {
     {"AFailedConnectIsRetriedUntilThePeerListens", R"(
 a connects to refused forever -> a tcp: connect failed: Connection refused F
@@ -166,7 +169,7 @@ pass 1 -> a connect: -1 connect timeout F; a tcp: connect failed: Connection ref
 pass 4; a retries; a retries -> a tcp: connect failed: Connection refused F
 pass 5 ->
 listen; pass 1; A accepts; a retries -> a connect: -1 connect timeout F; a connect
-A sends hello; a awaits 5; a has-received 5; pass 60 ->
+A sends hello; a awaits 5; a has-option keepalive; a has-option reuseaddr; pass 60 ->
 )"},
     {"WithoutRetriesLeftAFailedConnectEndsTheSocket", R"(
 a connects to refused -> a tcp: connect failed: Connection refused F; a failed; a delete; a gone
@@ -276,6 +279,8 @@ f stays; f closes -> f delete; f gone
 g connects unread -> g connect
 G sends 200 ->
 g has 0; g flushes never; g closes -> g read() after shutdown: 200 bytes read W; g delete; g gone
+h connects -> h connect
+h retries; h flushes never; h closes -> h delete; h gone
 )"},
     {"WhileReadingIsHeldWhatHasComeEndsNoWait", R"(
 a pairs; b pairs; hold; A sends here; B sends there ->
@@ -297,8 +302,8 @@ a sends 8000000; a closes; b connects to multicast reconnect; c connects to refu
 )"},
     {"BytesThatTheRingCannotHoldAreLostWithALine", R"(
 a connects small -> a connect
-A sends 900; a awaits 900; A sends 101 -> a OnRead: 0 ibuf overflow W
-a has 900 ->
+A sends 900; a awaits 900; A sends 100; a awaits 1000; A sends 1 -> a OnRead: 0 ibuf overflow W
+a has 1000 ->
 )"},
     {"DescriptorsThatAreGoneAreReportedAndDropped", R"(
 a pairs; b pairs; a loses-descriptor -> - select: Bad file descriptor W; a graceful shutdown: Bad file descriptor E
@@ -309,7 +314,6 @@ ask-nobody 0; ask-nobody 2; ask-nobody 2; ask-nobody 3; ask-nobody 4; pass 1 -> 
  - GetSocket/handler/7: 900 Did not find expected socket using file descriptor W;
  - GetSocket/handler/8: 900 Did not find expected socket using file descriptor W
 pass 1 ->
-retry-listener -> - RetryClientConnect: 0 no address E; - Add: -1 Invalid socket W
 )"},
 };
 
@@ -333,62 +337,3 @@ TEST_P(SocketScene, Plays)
 }
 
 INSTANTIATE_TEST_SUITE_P(, SocketScene, testing::ValuesIn(Scenes), NameOfScene);
-
-namespace {
-
-template <class Value = int>
-Value GetOption(const Socket& socket, int level, int option)
-{
-    Value value{};
-    socklen_t size = sizeof value;
-    EXPECT_EQ(getsockopt(socket.GetSocket(), level, option, &value, &size), 0);
-    return value;
-}
-
-} // namespace
-
-TEST_F(SocketSceneTest, AGatheredCommandLeavesInOneSegment)
-{
-    Do("a accepts");
-    for (const std::string command : {"keylengthfield", "second", ""}) {
-        At('a').BeginGather();
-        for (const char part : command)
-            At('a').Send(std::string(1, part));
-        At('a').EndGather();
-    }
-    Do("A receives keylengthfieldsecond");
-    EXPECT_EQ(GetOption<tcp_info>(At('a'), IPPROTO_TCP, TCP_INFO).tcpi_data_segs_out, 2u);
-    EXPECT_EQ(At('a').GetBytesSent(), 20u);
-}
-
-TEST_F(SocketSceneTest, OptionsAndTheAddressToOpenFrom)
-{
-    Do("a connects; b accepts");
-    Expect("b accept; a connect");
-    EXPECT_NE(GetOption(mListener, SOL_SOCKET, SO_REUSEADDR), 0);
-    EXPECT_NE(GetOption(At('a'), SOL_SOCKET, SO_REUSEADDR), 0);
-    EXPECT_NE(GetOption(At('a'), SOL_SOCKET, SO_KEEPALIVE), 0);
-    EXPECT_EQ(GetOption(At('b'), SOL_SOCKET, SO_KEEPALIVE), 0);
-    At('a').SetSoLinger(true, 7);
-    EXPECT_EQ(GetOption<linger>(At('a'), SOL_SOCKET, SO_LINGER).l_linger, 7);
-    At('a').SetTcpNodelay(true);
-    At('a').SetSoLinger(-1, true, 0);
-    At('a').SetSoReuseaddr(-1, true);
-    At('a').SetSoKeepalive(-1, true);
-    EXPECT_FALSE(At('a').SetNonblocking(-1));
-    Expect("a socket option not available: 0 TCP_NODELAY I; "
-           "a setsockopt(SOL_SOCKET, SO_LINGER): Bad file descriptor F; "
-           "a setsockopt(SOL_SOCKET, SO_REUSEADDR): Bad file descriptor F; "
-           "a setsockopt(SOL_SOCKET, SO_KEEPALIVE): Bad file descriptor F; "
-           "a fcntl(F_SETFL, O_NONBLOCK): Bad file descriptor E");
-    // The second is no address of this host.
-    for (const std::uint32_t source : {0x7F000003u, 0x01020304u}) {
-        const Ipv4Address address(source, 0);
-        EXPECT_TRUE(Make('c').Open(Ipv4Address(0x7F000001, mServer.GetPort()), &address));
-        sockaddr_in from{};
-        socklen_t size = sizeof from;
-        getsockname(At('c').GetSocket(), reinterpret_cast<sockaddr*>(&from), &size);
-        EXPECT_EQ(ntohl(from.sin_addr.s_addr), source == 0x7F000003 ? source : 0x7F000001);
-    }
-    EXPECT_EQ(Seen(), "c bind: Cannot assign requested address F");
-}

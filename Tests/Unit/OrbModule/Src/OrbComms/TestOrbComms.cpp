@@ -7,12 +7,12 @@
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/LoopbackPeer.h"
+#include "Tests/Support/MemoryStream.h"
 #include "Timers/Source/EventTimerManager.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <future>
 #include <thread>
 
 #include <fcntl.h>
@@ -34,27 +34,11 @@ std::string WordBytes(std::size_t word)
         bytes += static_cast<char>(word >> shift);
     return bytes;
 }
-std::uint32_t Word(const std::string& bytes, std::size_t offset)
-{
-    std::uint32_t word = 0;
-    for (std::size_t i = offset + 4; i-- > offset;)
-        word = word << 8 | static_cast<unsigned char>(bytes.at(i));
-    return word;
-}
 /// A ping of this text, as on the wire.
 std::string PingBytes(const std::string& text, std::size_t patches = 1, std::size_t dests = 2)
 {
     return WordBytes(0x28000347) + WordBytes(text.size() + 12) + WordBytes(text.size()) + text + WordBytes(patches) +
            WordBytes(dests);
-}
-
-/// Ended by the other side.
-bool HasEnded(const LoopbackPeer& peer)
-{
-    char byte = 0;
-    if (peer.GetFd() == -1) return false;
-    const ssize_t size = ::recv(peer.GetFd(), &byte, 1, MSG_DONTWAIT | MSG_PEEK);
-    return size == 0 || (size == -1 && errno != EAGAIN);
 }
 
 /// Its id belongs to another class.
@@ -77,13 +61,10 @@ class CommsTest : public testing::Test
 protected:
     CommsTest() { Start(); }
 
-    /// A new start, on ports of its own unless they are named.
-    void Start(std::uint16_t adjacentRouter = 0, std::uint16_t masterRouter = 0)
+    /// A new start, with mPorts.
+    void Start()
     {
         mComms.reset();
-        mPorts.adjacentRouter = adjacentRouter;
-        mPorts.masterRouter = masterRouter;
-        mPorts.updateService = 1;
         mComms = std::make_unique<OrbKLVComms>(mService, mProcessor, mStreams, mPorts);
         mComms->ConnectKLVStreamChanged([this](UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid) {
             std::ostringstream line;
@@ -105,10 +86,6 @@ protected:
         RunUntil([&] { return mChanges.size() >= changes.size(); });
         EXPECT_EQ(std::exchange(mChanges, {}), changes);
     }
-    std::size_t CountChanges(const std::string& line) const
-    {
-        return static_cast<std::size_t>(std::count(mChanges.begin(), mChanges.end(), line));
-    }
     /// A peer that the comms have accepted.
     LoopbackPeer Join(const std::string& source = "127.0.0.1")
     {
@@ -125,16 +102,18 @@ protected:
         return mComms->GetState(StreamName::OnPort(StreamType::LOCAL_LINK, port));
     }
     /// Whether a command that is sent on a port arrives.
-    bool Reaches(UINT8GIGEPORT port, const LoopbackPeer& peer, StreamType type = StreamType::LOCAL_LINK)
+    bool Reaches(UINT8GIGEPORT port, const LoopbackPeer& peer, StreamType type = StreamType::LOCAL_LINK,
+                 std::uint32_t address = 0)
     {
-        return mComms->SendCmd(port, IoInfoReq(), type, 0) && peer.Receive(8) == IoInfoReqBytes;
+        return mComms->SendCmd(port, IoInfoReq(), type, address) && peer.Receive(8) == IoInfoReqBytes;
     }
 
+    DescriptorCheck mDescriptorCheck;
     LogRecorder mLog{DebugFeature::CommsDebug, DebugFeature::CmdDebug, DebugFeature::RouterConnectionDebug};
     boost::asio::io_service mService;
     OrbCommandProcessor mProcessor{mService};
     OrbSimpleStreamContainer mStreams;
-    OrbKLVComms::Ports mPorts{{"none", "none", "none"}};
+    OrbKLVComms::Ports mPorts{{"none", "none", "none"}, 0, 0, 1};
     std::unique_ptr<OrbKLVComms> mComms;
     /// "port TYPE address valid"
     Lines mChanges;
@@ -209,7 +188,7 @@ TEST_F(CommsTest, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
         {0, false, "127.0.0.2", "127.0.0.9", "255 LOCAL_LINK 127.0.0.9 true"},
         {1, false, "127.0.0.1", "127.0.0.9", "1 LOCAL_LINK 127.0.0.9 true"}, // the peer is in the link's /24
         {2, true, "127.0.0.1", "127.0.0.200", "2 MASTER_LINK 127.0.0.200 true"},
-        {1, false, "127.0.0.1", "127.0.1.9", "255 LOCAL_LINK 127.0.1.9 true"}, // neither
+        {1, false, "127.0.0.1", "127.0.1.1", "255 LOCAL_LINK 127.0.1.1 true"}, // neither
     };
     for (const auto& [loopbackPort, master, host, source, change] : cases) {
         mPorts.interfaces = {"none", "none", "none"};
@@ -228,39 +207,56 @@ TEST_F(CommsTest, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
     }
     EXPECT_TRUE(mLog.Has("AddKLVStream Finding Port Sec Korvo  Sock Address 127.0.0.1 Port Address 127.0.0.1\r\n"));
     EXPECT_TRUE(mLog.Has("Found Sec Korvo \r\n"));
+    Start();
+    EXPECT_EQ(mComms->GetPortAddress(1), Loopback);
+    EXPECT_EQ(mComms->GetPortAddress(2) + mComms->GetPortAddress(3), 0u);
 }
 
-TEST_F(CommsTest, TheirThreadRunsTheTimers)
+TEST_F(CommsTest, TheirThreadRunsTheTimersWhenTheyAreDueAndAllElseBetween)
 {
     struct : IEventTimerHandler
     {
-        void OnTimer(boost::shared_ptr<IEventTimer>) override { ran.set_value(); }
-        std::promise<void> ran;
+        void OnTimer(boost::shared_ptr<IEventTimer>) override { ++runs; }
+        std::atomic<int> runs{0};
     } handler;
-    // The timers belong to the thread of the comms, so they are started while there is none.
+    // The timers belong to the thread of the comms, so they are started and stopped while there is none.
     mComms.reset();
     EventTimerManager& timers = EventTimerManager::Instance();
-    timers.Start(timers.CreateTimer("test", &handler, 1, 0, 0, TimerUnits::Milliseconds));
+    const auto timer = timers.CreateTimer("test", &handler, 1, 1, 0, TimerUnits::Milliseconds);
+    timers.Start(timer);
     Start();
-    EXPECT_EQ(handler.ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    Join();
+    EXPECT_TRUE(RunUntil([&] { return handler.runs > 50; })) << "more than one a second";
     mComms.reset();
+    timers.Stop(timer->GetId());
 }
 
 TEST_F(CommsTest, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
 {
     const LoopbackListener server;
-    mComms->Connect(Loopback, 1, server.GetPort());
-    const LoopbackPeer peer = server.Accept();
-    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
-    EXPECT_TRUE(Reaches(1, peer));
-    EXPECT_EQ(GetState(1), StreamState::Open);
-    mComms->Disconnect(1);
-    pollfd reset{peer.GetFd(), 0, 0};
-    EXPECT_EQ(::poll(&reset, 1, 10000), 1);
-    EXPECT_NE(reset.revents & POLLERR, 0) << "an end without a reset is no error";
-    Expect({"1 LOCAL_LINK 127.0.0.1 false"});
-    EXPECT_EQ(GetState(1), StreamState::None);
-    EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 1));
+    for (const StreamType type : {StreamType::LOCAL_LINK, StreamType::SLAVE_LINK, StreamType::UPDATE_LINK}) {
+        mPorts.masterRouter = type == StreamType::SLAVE_LINK ? server.GetPort() : 0;
+        mPorts.updateService = type == StreamType::UPDATE_LINK ? server.GetPort() : 1;
+        Start();
+        mComms->Connect(Loopback, 1, server.GetPort());
+        const LoopbackPeer peer = server.Accept();
+        std::ostringstream stream;
+        stream << "1 " << type << "127.0.0.1 ";
+        Expect({stream.str() + "true"});
+        EXPECT_TRUE(type == StreamType::SLAVE_LINK ? Reaches(9, peer, type, Loopback) : Reaches(1, peer, type));
+        const auto asked = std::chrono::steady_clock::now();
+        mComms->Disconnect(1);
+        if (type == StreamType::UPDATE_LINK) {
+            EXPECT_TRUE(Reaches(1, peer, type));
+            mComms->Disconnect(Loopback, type);
+        }
+        EXPECT_NE(LoopbackPeer::WaitFor(peer.GetFd(), 0) & POLLERR, 0) << "an end without a reset is no error";
+        Expect({stream.str() + "false"});
+        EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4)) << "nothing lingers";
+        EXPECT_EQ(GetState(1), StreamState::None);
+        EXPECT_FALSE(mComms->SendCmd(1, IoInfoReq(), type, Loopback));
+    }
+    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link LOCAL_LINK \r\n"), 2u);
     EXPECT_TRUE(mLog.Has("Stream LOCAL_LINK  Port Pri Korvo  Not Found\r\n"));
 }
 
@@ -289,13 +285,13 @@ TEST_F(CommsTest, AFailedListenerDoesNoHarmAndTheFirstTakesTheSecondWithIt)
 {
     const LoopbackListener taken;
     for (const bool first : {false, true}) {
-        Start(first ? taken.GetPort() : 0, first ? 0 : taken.GetPort());
+        mPorts.adjacentRouter = first ? taken.GetPort() : 0;
+        mPorts.masterRouter = first ? 0 : taken.GetPort();
+        Start();
         mComms->Connect(Loopback, 1, taken.GetPort());
         const LoopbackPeer peer = taken.Accept();
-        EXPECT_TRUE(RunUntil([this] { return !mChanges.empty(); }));
-        EXPECT_EQ(mComms->GetPorts().masterRouter, first ? 0 : taken.GetPort()) << "not listened on";
-        mComms.reset();
-        mChanges.clear();
+        Expect({first ? "1 LOCAL_LINK 127.0.0.1 true" : "1 SLAVE_LINK 127.0.0.1 true"});
+        EXPECT_EQ(mComms->GetPorts().masterRouter, mPorts.masterRouter) << "not listened on";
     }
     EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind MASTER_ROUTER_KLV listener\r\n"), 1u);
     EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind ADJACENT_ROUTER_KLV listener\r\n"), 1u);
@@ -307,25 +303,34 @@ TEST_F(CommsTest, APeersCloseIsReportedTwiceAndAReadErrorOnce)
     for (const bool reset : {false, true}) {
         LoopbackPeer peer = Join();
         reset ? peer.Reset() : peer.Close();
-        ASSERT_TRUE(RunUntil([&] { return mChanges.size() >= (reset ? 1 : 2); }));
         // The next stream is reported after everything that the last one reported.
+        ASSERT_TRUE(RunUntil([&] { return mChanges.size() >= (reset ? 1 : 2); }));
         const LoopbackPeer next = ConnectAdjacent("127.0.0.2");
         const std::string last = "255 LOCAL_LINK 127.0.0.2 true";
         Expect(reset ? Lines{end, last} : Lines{end, end, last});
         mComms->Disconnect(255);
         Expect({"255 LOCAL_LINK 127.0.0.2 false"});
     }
+    // One that this side opened would connect again, and is told that it must not.
+    const LoopbackListener server;
+    mComms->Connect(Loopback, 1, server.GetPort());
+    LoopbackPeer peer = server.Accept();
+    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
+    peer.Reset();
+    Expect({"1 LOCAL_LINK 127.0.0.1 false", "1 LOCAL_LINK 127.0.0.1 false"});
 }
 
 TEST_F(CommsTest, ALaterStreamWithTheSameKeyReplacesTheEarlierOneAndOutlivesIt)
 {
     LoopbackPeer first = Join();
     const LoopbackPeer second = Join();
+    const LoopbackPeer master = LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter, "127.0.0.1", "127.0.0.2");
+    Expect({"255 MASTER_LINK 127.0.0.2 true"});
     first.Close();
     // The end is reported all the same.
     Expect({"255 LOCAL_LINK 127.0.0.1 false", "255 LOCAL_LINK 127.0.0.1 false"});
     EXPECT_EQ(mLog.Count("SKIPPING REMOVAL OF OLD KLV STREAM\r\n"), 2u);
-    EXPECT_TRUE(Reaches(255, second));
+    EXPECT_TRUE(Reaches(255, second) && Reaches(255, master, StreamType::MASTER_LINK));
 }
 
 TEST_F(CommsTest, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
@@ -333,18 +338,26 @@ TEST_F(CommsTest, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
     const std::uint16_t port = LoopbackListener().GetPort();
     for (int i = 0; i < 5; ++i)
         mComms->Connect(Loopback, 1, port);
-    const LoopbackListener server(port);
+    const LoopbackListener server(port), other;
     mComms->Connect(Loopback, 1, port);
     const auto asked = std::chrono::steady_clock::now();
     const LoopbackPeer peer = server.Accept();
     EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4)) << "before the ordinary retry";
     Expect({"1 LOCAL_LINK 127.0.0.1 true"});
-    // One that is connected to again keeps one stream of ours.
+    // One that is connected to again keeps one stream of ours, which are told apart by both ports.
+    mComms->Connect(Loopback, 2, port);
+    const LoopbackPeer onTwo = server.Accept();
+    Expect({"2 LOCAL_LINK 127.0.0.1 true"});
+    mComms->Connect(Loopback, 1, other.GetPort());
+    const LoopbackPeer elsewhere = other.Accept();
+    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
     mComms->Connect(Loopback, 1, port);
     const LoopbackPeer second = server.Accept();
-    ASSERT_TRUE(RunUntil([this] { return mChanges.size() >= 2; }));
+    Expect({"1 LOCAL_LINK 127.0.0.1 true", "1 LOCAL_LINK 127.0.0.1 false"});
     EXPECT_TRUE(peer.WaitForEnd());
     EXPECT_TRUE(Reaches(1, second));
+    Join("127.0.0.2"); // so no other has ended
+    EXPECT_FALSE(mLog.HasStart("OrbKLVComms::Connect ")) << "none is given up";
 }
 
 TEST_F(CommsTest, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
@@ -363,9 +376,11 @@ TEST_F(CommsTest, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
     EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 127.0.0.2 Port 1 given up before it connected\r\n"), 1u);
 }
 
-TEST_F(CommsTest, WithoutADescriptorAConnectIsGivenUpWithALineAndAClientIsSentAway)
+TEST_F(CommsTest, WithoutADescriptorAConnectIsGivenUpWithALineAndClientsAreSentAway)
 {
-    LoopbackPeer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    testing::internal::CaptureStdout();
+    LoopbackPeer peers[] = {LoopbackPeer::Bound("127.0.0.1", 0), LoopbackPeer::Bound("127.0.0.1", 0)};
+    const sockaddr_in to = LoopbackAddress("127.0.0.1", mComms->GetPorts().adjacentRouter);
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const int next = ::dup(0);
@@ -373,127 +388,88 @@ TEST_F(CommsTest, WithoutADescriptorAConnectIsGivenUpWithALineAndAClientIsSentAw
     const rlimit none{static_cast<rlim_t>(next), limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
     mComms->Connect(Loopback, 1, 9);
-    const sockaddr_in to = LoopbackAddress("127.0.0.1", mComms->GetPorts().adjacentRouter);
-    EXPECT_EQ(::connect(peer.GetFd(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
     EXPECT_TRUE(mLog.WaitFor("OrbKLVComms::Connect 127.0.0.1 Port 9 given up before it connected\r\n"));
-    EXPECT_TRUE(peer.WaitForEnd());
+    for (const LoopbackPeer& peer : peers) {
+        EXPECT_EQ(::connect(peer.GetFd(), reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+        EXPECT_TRUE(peer.WaitForEnd());
+    }
     setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::AllOf(testing::HasSubstr(": 24 Too many open files (Fatal)\n"),
+                               testing::HasSubstr(" :: accept: 24 Too many open files (Error)\n")));
 }
 
 TEST_F(CommsTest, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
 {
     const LoopbackPeer peer = Join();
-    constexpr std::uint32_t PerThread = 500;
-    const auto text = [](std::uint32_t thread, std::uint32_t i) {
-        return std::string(1 + i * 17 % 9000, static_cast<char>('a' + thread));
-    };
-    std::array<std::thread, 4> senders;
-    for (std::uint32_t thread = 0; thread < senders.size(); ++thread) {
+    std::string expected[4];
+    std::thread senders[4];
+    for (std::uint32_t thread = 0; thread < 4; ++thread) {
+        for (std::uint32_t i = 0; i < 300; ++i)
+            expected[thread] += PingBytes(std::string(1 + i * 17 % 9000, 'p'), thread, i);
         senders[thread] = std::thread([&, thread] {
-            for (std::uint32_t i = 0; i < PerThread; ++i)
-                mComms->SendLocal(OstrelPingCmd(text(thread, i), thread, i), 255);
+            for (std::uint32_t i = 0; i < 300; ++i)
+                mComms->SendLocal(OstrelPingCmd(std::string(1 + i * 17 % 9000, 'p'), thread, i), 255);
         });
     }
-    std::array<std::uint32_t, senders.size()> next{};
-    for (std::size_t item = 0; item < senders.size() * PerThread; ++item) {
-        std::string bytes = peer.Receive(8);
-        bytes += peer.Receive(Word(bytes, 4));
-        const std::uint32_t thread = Word(bytes, bytes.size() - 8);
-        const std::uint32_t number = next.at(thread)++;
-        ASSERT_EQ(bytes, PingBytes(text(thread, number), thread, number));
+    std::string received[4];
+    for (int item = 0; item < 4 * 300; ++item) {
+        std::string bytes = peer.Receive(12);
+        bytes += peer.Receive(static_cast<unsigned char>(bytes[8]) + 256u * static_cast<unsigned char>(bytes[9]) + 8);
+        received[bytes[bytes.size() - 8] & 3] += bytes;
     }
-    for (std::thread& sender : senders)
-        sender.join();
+    for (int thread = 0; thread < 4; ++thread) {
+        senders[thread].join();
+        EXPECT_EQ(received[thread], expected[thread]);
+    }
 }
 
-TEST_F(CommsTest, MoreConnectionsThanASetHoldsHarmNoEarlierOne)
+TEST_F(CommsTest, WhileMuchWaitsForTheMainThreadNothingIsReadAndAllElseGoesOn)
 {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_max < 5000) GTEST_SKIP() << "too few descriptors are allowed here";
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-    // Out of the way of the descriptors that the comms count.
-    const auto moveUp = [](const LoopbackPeer& peer) {
-        return LoopbackPeer(fcntl(peer.GetFd(), F_DUPFD_CLOEXEC, 3000));
-    };
-    const LoopbackPeer before = moveUp(Join("127.0.0.5"));
-    const auto accepted = [&] { return CountChanges("255 MASTER_LINK 127.0.0.1 true"); };
-    std::vector<LoopbackPeer> peers;
-    const auto connect = [&](int count) {
-        while (count-- > 0) {
-            peers.push_back(moveUp(LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter)));
-            // A client that finds the backlog full comes again after a second: there is no need for that here.
-            const auto areServed = [&] {
-                const auto ended = std::count_if(peers.begin(), peers.end(), HasEnded);
-                return accepted() + static_cast<std::size_t>(ended) >= peers.size();
-            };
-            if (peers.size() % 10 == 0 && !RunUntil(areServed)) return false;
-        }
-        return true;
-    };
-    ASSERT_TRUE(connect(1100));
-    const std::size_t full = accepted();
-    EXPECT_GT(full, 900u);
-    EXPECT_LT(full, 1024u);
-    // New ones are taken when places are free.
-    for (std::size_t i = 0; i < 100; ++i)
-        peers[i].Close();
-    ASSERT_TRUE(RunUntil([&] { return CountChanges("255 MASTER_LINK 127.0.0.1 false") == 200; }));
-    ASSERT_TRUE(connect(100));
-    EXPECT_TRUE(RunUntil([&] { return accepted() == full + 100; }));
-    EXPECT_TRUE(Reaches(255, before));
-}
-
-TEST_F(CommsTest, APeerThatNeverReadsCostsOnlyItsStreamAndNobodysTime)
-{
-    const LoopbackPeer deaf = Join("127.0.0.2");
-    const OstrelPingCmd ping(std::string(200000, 'p'), 0, 0);
-    int sent = 0;
-    while (sent < 1000 && mComms->SendLocal(ping, 255))
-        ++sent;
-    EXPECT_GE(sent, 320) << "64 MiB and what the kernel took";
-    EXPECT_LT(sent, 1000);
-    Expect({"255 LOCAL_LINK 127.0.0.2 false"});
-    EXPECT_TRUE(Reaches(255, Join()));
-}
-
-TEST_F(CommsTest, AFloodThatTheMainThreadDoesNotFollowWaitsAtItsSenderAndLosesNothing)
-{
-    constexpr std::uint32_t Commands = 60000;
-    std::uint32_t received = 0;
-    bool inOrder = true;
-    mProcessor.Connect<OstrelPingCmd>([&](const Ping& command, unsigned char, StreamType) {
-        inOrder = inOrder && command->GetTotalDests() == received++;
-    });
+    int received = 0;
+    mProcessor.Connect<OstrelPingCmd>([&](const Ping&, unsigned char, StreamType) { ++received; });
     const LoopbackPeer peer = Join();
-    const LoopbackPeer other = Join("127.0.0.2");
-    std::string flood;
-    for (std::uint32_t i = 0; i < Commands; ++i)
-        flood += PingBytes(std::string(1000, 'f'), 0, i);
-    std::size_t sent = 0;
-    // Until all of it is sent, or the peer can send no more for as long as that.
-    const auto send = [&](int patience) {
-        pollfd ready{peer.GetFd(), POLLOUT, 0};
-        while (sent < flood.size() && ::poll(&ready, 1, patience) == 1) {
-            const ssize_t size = ::send(peer.GetFd(), flood.data() + sent, flood.size() - sent, MSG_DONTWAIT);
-            if (size <= 0) break;
-            sent += static_cast<std::size_t>(size);
-        }
-    };
-    send(500);
-    EXPECT_LT(sent, flood.size() / 2) << "what is not run yet, and what the kernel takes";
-    EXPECT_EQ(received, 0u);
-    // Whatever else the comms do goes on.
-    EXPECT_TRUE(mComms->SendLocal(IoInfoReq(), 255));
     const LoopbackListener server;
+    mProcessor.GetPostedWork().Add((4u << 20) + 1);
+    peer.Send(PingBytes("waits"));
+    EXPECT_TRUE(Reaches(255, peer));
     mComms->Connect(Loopback, 1, server.GetPort());
-    EXPECT_NE(server.Accept().GetFd(), -1);
-    EXPECT_TRUE(RunUntil([&] {
-        send(0);
-        return received == Commands;
-    }));
-    EXPECT_TRUE(inOrder);
+    const LoopbackPeer opened = server.Accept();
+    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
+    EXPECT_EQ(received, 0);
+    mProcessor.GetPostedWork().TakeOff((4u << 20) + 1);
+    EXPECT_TRUE(RunUntil([&] { return received == 1; }));
+}
+
+TEST(PostedWork, IsFullAbove4MiBUntilNoMoreThan1MiBIsLeft)
+{
+    boost::asio::io_service service;
+    OrbCommandProcessor processor(service);
+    PostedWork& work = processor.GetPostedWork();
+    int drained = 0;
+    work.SetDrained([&] { ++drained; });
+    work.Add(4u << 20);
+    EXPECT_FALSE(work.IsFull());
+    work.TakeOff(4u << 20);
+    EXPECT_EQ(drained, 0);
+    work.Add((4u << 20) + 1);
+    EXPECT_TRUE(work.IsFull());
+    work.TakeOff(3u << 20);
+    EXPECT_TRUE(work.IsFull());
+    EXPECT_EQ(drained, 0);
+    work.TakeOff(1);
+    EXPECT_EQ(drained, 1);
+    EXPECT_FALSE(work.IsFull());
+    // A command counts with its bytes and what its handler takes.
+    processor.Connect<OstrelPingCmd>([](const Ping&, unsigned char, StreamType) {});
+    const std::string bytes = PingBytes("1234");
+    MemoryStream stream({bytes.begin(), bytes.end()});
+    KLVCommandReadSet set(stream);
+    processor.Dispatch(set, 0, StreamType::LOCAL_LINK);
+    work.Add((3u << 20) - 256 - 16);
+    EXPECT_FALSE(work.IsFull());
+    work.Add(1);
+    EXPECT_TRUE(work.IsFull());
 }
 
 TEST_F(CommsTest, TheCommsCanEndAtAnyMoment)
@@ -501,10 +477,9 @@ TEST_F(CommsTest, TheCommsCanEndAtAnyMoment)
     for (std::size_t round = 0; round < 8; ++round) {
         Start();
         const LoopbackListener server;
-        LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent(), ConnectAdjacent()};
-        std::atomic<bool> running{true};
+        LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent()};
         std::thread link([&] {
-            while (running && GetState(255) != StreamState::Closing)
+            for (int i = 0; i < 100; ++i)
                 mComms->SendLocal(OstrelPingCmd(std::string(50000, 'x'), 0, 0), 255);
         });
         mComms->Connect(Loopback, 1, server.GetPort());
@@ -512,18 +487,15 @@ TEST_F(CommsTest, TheCommsCanEndAtAnyMoment)
         mComms->Connect(0xE0000001, 2, 9); // fails at once
         peers[0].Send(std::string("\x47\x03\x00\x28\xFF\xFF\x0F\0 half an item", 21));
         peers[1].Close();
-        peers[2].Send(std::string(round * 600, 'g'));
-        if (round % 3 == 0) mComms->Disconnect(1);
         if (round % 2 == 0) RunUntil([&] { return mChanges.size() > round / 2; });
-        running = false;
         link.join();
         mComms.reset();
-        for (const StreamType type : {StreamType::LOCAL_LINK, StreamType::MASTER_LINK, StreamType::UNKNOWN_STREAM})
-            EXPECT_FALSE(mStreams.GetStreamByAddressAndType(Loopback, type)) << "the directory names who is gone";
+        EXPECT_FALSE(mStreams.GetStreamByAddressAndType(Loopback, StreamType::LOCAL_LINK)) << "who is gone";
         // What was posted before the end finds nobody any more.
         mChanges.clear();
         mService.restart();
         mService.poll();
         EXPECT_EQ(mChanges, Lines());
     }
+    EXPECT_FALSE(mLog.HasStart("OrbKLVComms::Connect 127.0.0.1 Port 1 given up"));
 }
