@@ -1,5 +1,6 @@
 #include "Utilities/Watch/EventStream.h"
 
+#include "Utilities/Watch/Clock.h"
 #include "Utilities/Watch/HttpServer.h"
 #include "Utilities/Watch/HttpSession.h"
 #include "Utilities/Watch/StateJson.h"
@@ -77,7 +78,6 @@ void EventStream::Send(std::string bytes)
     mStream.expires_after(WritePatience);
     boost::asio::async_write(mStream, boost::asio::buffer(mBytes),
                              [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                                 self->mStream.expires_never();
                                  if (error) {
                                      boost::system::error_code ignored;
                                      self->mStream.socket().close(ignored);

@@ -27,7 +27,6 @@ public:
     void Wake(bool tick);
 
 private:
-    void SendHeader();
     void SendNext();
     void Send(std::string bytes);
     void AwaitEnd();

@@ -57,14 +57,12 @@ std::shared_ptr<void> HttpServer::TakePlace()
     return {nullptr, [connections = mConnections](void*) { --*connections; }};
 }
 
-bool HttpServer::AddViewer(const std::shared_ptr<EventStream>& stream)
+void HttpServer::AddViewer(const std::shared_ptr<EventStream>& stream)
 {
     mViewers.erase(std::remove_if(mViewers.begin(), mViewers.end(),
                                   [](const std::weak_ptr<EventStream>& viewer) { return viewer.expired(); }),
                    mViewers.end());
-    if (mViewers.size() >= MaxViewers) return false;
     mViewers.push_back(stream);
-    return true;
 }
 
 OwnFigures HttpServer::Figures() const

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Utilities/Watch/Clock.h"
 #include "Utilities/Watch/Metrics.h"
 #include "Utilities/Watch/Picture.h"
 #include "Utilities/Watch/Poller.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +34,7 @@ public:
     void Start();
     /// After a change of the picture; what follows closely goes out together.
     void OnChange();
+    boost::asio::ip::tcp::endpoint Endpoint() const { return mAcceptor.local_endpoint(); }
 
     // For the sessions.
     const Picture& GetPicture() const { return mPicture; }
@@ -43,8 +44,8 @@ public:
     void CountRequest() { ++mRequests; }
     /// Lives as long as a connection does.
     std::shared_ptr<void> TakePlace();
-    /// @return false if there are enough of them.
-    bool AddViewer(const std::shared_ptr<EventStream>& stream);
+    /// For no more than MaxViewers.
+    void AddViewer(const std::shared_ptr<EventStream>& stream);
 
 private:
     void Accept();
@@ -55,9 +56,9 @@ private:
     const Picture& mPicture;
     Poller& mPoller;
     const std::vector<std::string> mNames;
-    boost::asio::steady_timer mAcceptTimer;
-    boost::asio::steady_timer mChangeTimer;
-    boost::asio::steady_timer mTickTimer;
+    Timer mAcceptTimer;
+    Timer mChangeTimer;
+    Timer mTickTimer;
     bool mChangePending = false;
     std::shared_ptr<std::size_t> mConnections = std::make_shared<std::size_t>(0);
     std::uint64_t mRequests = 0;

@@ -1,5 +1,6 @@
 #include "Utilities/Watch/HttpSession.h"
 
+#include "Utilities/Watch/Clock.h"
 #include "Utilities/Watch/EventStream.h"
 #include "Utilities/Watch/HttpRules.h"
 #include "Utilities/Watch/HttpServer.h"
@@ -58,12 +59,6 @@ std::string SecurityHeaders()
     for (const auto& [name, value] : Headers)
         text += std::string(name) + ": " + std::string(value) + "\r\n";
     return text;
-}
-
-Milliseconds NowMs()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
 HttpSession::HttpSession(boost::asio::ip::tcp::socket socket, HttpServer& server)
@@ -139,7 +134,6 @@ void HttpSession::StartEvents()
         Respond(Status::service_unavailable, "text/plain", "Too many pages are open.\n");
         return;
     }
-    mStream.expires_never();
     const auto events = std::make_shared<EventStream>(std::move(mStream), mServer, std::move(mPlace), seen);
     mServer.AddViewer(events);
     events->Start();

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "Utilities/Watch/Picture.h"
-
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/empty_body.hpp>
@@ -52,8 +50,5 @@ private:
 
 /// What every response carries: nothing from elsewhere, nothing inline, no frame around it.
 std::string SecurityHeaders();
-
-/// Milliseconds since 1970.
-Milliseconds NowMs();
 
 } // namespace watch

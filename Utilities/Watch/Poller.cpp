@@ -32,11 +32,11 @@ Poller::Poller(boost::asio::io_context& context, boost::asio::ip::tcp::endpoint 
       mSettings(settings),
       mLink(context, std::move(shell),
             {[this] {
-                 if (mPicture.GetContact() != Contact::Away) mPicture.OnContact(Contact::Connecting, Now());
+                 if (mPicture.GetContact() != Contact::Away) mPicture.OnContact(Contact::Connecting, NowMs());
              },
              [this] { OnReady(); },
              [this] {
-                 mPicture.OnContact(Contact::Silent, Now());
+                 mPicture.OnContact(Contact::Silent, NowMs());
                  mChanged();
              },
              [this] { OnLost(); }, [this](LogMessage message) { OnMessage(std::move(message)); },
@@ -46,12 +46,6 @@ Poller::Poller(boost::asio::io_context& context, boost::asio::ip::tcp::endpoint 
       mWaitTimer(context),
       mBudget(settings.logBurst)
 {}
-
-Milliseconds Poller::Now()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
 
 void Poller::OnLook()
 {
@@ -108,7 +102,7 @@ void Poller::CallWaiters()
 
 void Poller::OnReady()
 {
-    mPicture.OnContact(Contact::Live, Now());
+    mPicture.OnContact(Contact::Live, NowMs());
     mPicture.OnVersion(mLink.Session().Version());
     mLastPicture.reset();
     mLastRound.reset();
@@ -123,14 +117,14 @@ void Poller::OnLost()
     mProbing = false;
     mRoundTimer.cancel();
     mReplyTimer.cancel();
-    mPicture.OnContact(Contact::Away, Now());
+    mPicture.OnContact(Contact::Away, NowMs());
     CallWaiters();
     mChanged();
 }
 
 void Poller::OnMessage(LogMessage message)
 {
-    mPicture.OnMessage(std::move(message), Now());
+    mPicture.OnMessage(std::move(message), NowMs());
     mLastHint = Clock::now();
     mChanged();
     if (!mRound) Schedule();
@@ -145,7 +139,7 @@ void Poller::Refill()
 }
 
 /// When the next picture is due; none without an open page or a recent scrape.
-std::optional<Poller::Clock::time_point> Poller::NextPicture() const
+std::optional<Clock::time_point> Poller::NextPicture() const
 {
     if (!IsLookedAt()) return std::nullopt;
     if (!mLastPicture) return Clock::now();
@@ -157,7 +151,7 @@ std::optional<Poller::Clock::time_point> Poller::NextPicture() const
 }
 
 /// When the clocks are due; none while no page is open.
-std::optional<Poller::Clock::time_point> Poller::NextClocks() const
+std::optional<Clock::time_point> Poller::NextClocks() const
 {
     if (mWatchers.expired() || !mLastRound) return std::nullopt;
     return *mLastRound + (Clock::now() - mOpened < mSettings.attention ? Spacing : mSettings.clocks);
@@ -227,7 +221,7 @@ void Poller::AwaitReply(milliseconds patience)
 void Poller::OnReply(const Reply& reply)
 {
     mReplyTimer.cancel();
-    mPicture.OnContact(Contact::Live, Now());
+    mPicture.OnContact(Contact::Live, NowMs());
     if (!mRound) return;
     mRound->loggedBytes += reply.loggedBytes;
     if (std::exchange(mProbing, false)) {
@@ -273,7 +267,7 @@ void Poller::OnNoReply()
         mLink.Drop();
         return;
     }
-    mPicture.OnContact(Contact::Silent, Now());
+    mPicture.OnContact(Contact::Silent, NowMs());
     CallWaiters();
     mChanged();
     AwaitReply(GiveUp);
@@ -286,7 +280,7 @@ void Poller::EndRound()
     const bool clocksOnly = mRound->clocksOnly;
     mRound.reset();
     if (!clocksOnly) {
-        mPicture.OnRound(Now());
+        mPicture.OnRound(NowMs());
         CallWaiters();
     }
     mChanged();

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Utilities/Watch/Clock.h"
 #include "Utilities/Watch/Picture.h"
 #include "Utilities/Watch/ShellLink.h"
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <chrono>
 #include <functional>
@@ -25,8 +25,6 @@ namespace watch {
 class Poller
 {
 public:
-    using Clock = std::chrono::steady_clock;
-
     struct Settings
     {
         std::chrono::milliseconds refresh{60000};
@@ -86,15 +84,14 @@ private:
     void AwaitReply(std::chrono::milliseconds patience);
     void CallWaiters();
     void Refill();
-    static Milliseconds Now();
 
     boost::asio::io_context& mContext;
     Picture& mPicture;
     const Settings mSettings;
     ShellLink mLink;
-    boost::asio::steady_timer mRoundTimer;
-    boost::asio::steady_timer mReplyTimer;
-    boost::asio::steady_timer mWaitTimer;
+    Timer mRoundTimer;
+    Timer mReplyTimer;
+    Timer mWaitTimer;
     std::function<void()> mChanged = [] {};
     std::optional<Round> mRound;
     /// Starts of the last picture and of the last round of either kind.

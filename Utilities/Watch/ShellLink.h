@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Utilities/Watch/Clock.h"
 #include "Utilities/Watch/ShellSession.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <array>
 #include <chrono>
@@ -50,8 +50,8 @@ private:
     void Retry();
 
     boost::asio::ip::tcp::socket mSocket;
-    boost::asio::steady_timer mRetryTimer;
-    boost::asio::steady_timer mQuietTimer;
+    Timer mRetryTimer;
+    Timer mQuietTimer;
     const boost::asio::ip::tcp::endpoint mShell;
     const Events mEvents;
     std::optional<ShellSession> mSession;

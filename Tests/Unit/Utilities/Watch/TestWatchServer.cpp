@@ -1,270 +1,572 @@
-// The program but for its options, against a shell that this test plays.
+// The program but for main, in one thread, against a shell that this test plays: the sockets are real, and the time
+// moves only when the test says so.
 
-#include "Tests/Support/Await.h"
 #include "Tests/Support/LoopbackPeer.h"
-#include "Utilities/Watch/HttpServer.h"
-#include "Utilities/Watch/Poller.h"
+#include "Tests/Support/Transcript.h"
+#include "Utilities/Watch/Program.h"
 
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/write.hpp>
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <mutex>
-#include <thread>
+#include <map>
+#include <set>
+
+#include <fcntl.h>
 
 using namespace watch;
 using boost::asio::ip::tcp;
+using std::chrono::milliseconds;
+using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
-using Guard = std::lock_guard<std::mutex>;
 
 namespace {
+
+constexpr milliseconds Start{1000000};
+milliseconds sNow = Start;
+
+} // namespace
+
+namespace watch {
+
+Clock::time_point Clock::now()
+{
+    return time_point(sNow);
+}
+Milliseconds NowMs()
+{
+    return sNow.count();
+}
+
+} // namespace watch
+
+namespace {
+
+const tcp::endpoint AnyPort(boost::asio::ip::address_v4::loopback(), 0);
 
 /// Answers as the module's shell does, and remembers every line that it is sent.
 class PlayedShell
 {
 public:
-    ~PlayedShell()
+    explicit PlayedShell(boost::asio::io_context& context) : mAcceptor(context, AnyPort), mSocket(context) { Accept(); }
+
+    tcp::endpoint Endpoint() const { return mAcceptor.local_endpoint(); }
+    void Log(const std::string& text) { Write(("[25/11/26 09:43:38] " + text + "\r\n").substr(0, 4095)); }
+    void Close()
     {
-        mEnd = true;
-        Close();
-        LoopbackPeer::ConnectTo(mListener.GetPort());
-        mThread.join();
+        mSocket.close();
+        Accept();
     }
 
-    tcp::endpoint Endpoint() const { return {boost::asio::ip::address_v4::loopback(), mListener.GetPort()}; }
-    std::vector<std::string> Lines()
-    {
-        const Guard lock(mLock);
-        return mLines;
-    }
-    long Rounds()
-    {
-        const auto lines = Lines();
-        return std::count(lines.begin(), lines.end(), "sio");
-    }
-    void Log(const std::string& text) { Write("[25/11/26 09:43:38] " + text + "\r\n"); }
-    void Close() { ::shutdown(mFd, SHUT_RDWR); }
-
-    std::atomic<bool> mute{false};
-    std::atomic<bool> isClockLocked{false};
+    std::string lines;
+    std::map<std::string, std::string> results{{"version", "OrbModule 1.0\n"}, {"clock/active", "Internal\n"}};
+    /// What it does not do: "greet", "answer", "log".
+    std::set<std::string> omitted;
 
 private:
     void Write(const std::string& text)
     {
-        const Guard lock(mLock);
-        ::send(mFd, text.data(), text.size(), MSG_NOSIGNAL);
+        boost::system::error_code ignored;
+        boost::asio::write(mSocket, boost::asio::buffer(text), ignored);
     }
-    void Serve(const LoopbackPeer& peer)
+    void Accept()
     {
-        mFd = peer.GetFd();
-        Write("\nOstrel command shell: OrbModule now\nType 'help' to see available commands.\n"
-              "Type 'cmd --help' to find out more about 'cmd'.\n");
-        for (std::string line; !(line = peer.ReceiveThrough("\n")).empty();) {
-            line.pop_back();
-            {
-                const Guard lock(mLock);
-                mLines.push_back(line);
-            }
-            if (!mute) Answer(line);
-        }
-        const Guard lock(mLock);
-        mFd = -1;
+        mAcceptor.async_accept(mSocket, [this](const boost::system::error_code& error) {
+            if (error) return;
+            mSocket.set_option(tcp::no_delay(true));
+            mTail = true;
+            lines += "connect ";
+            if (!omitted.count("greet")) Write("\nType 'cmd --help' to find out more about 'cmd'.\n");
+            Read();
+        });
+    }
+    void Read()
+    {
+        boost::asio::async_read_until(mSocket, boost::asio::dynamic_buffer(mInput), '\n',
+                                      [this](const boost::system::error_code& error, std::size_t size) {
+                                          if (error == boost::asio::error::eof) {
+                                              lines += "end ";
+                                              Close();
+                                          }
+                                          if (error) return;
+                                          const std::string line = mInput.substr(0, size - 1);
+                                          mInput.erase(0, size);
+                                          lines += line + " ";
+                                          if (!omitted.count("answer")) Answer(line);
+                                          Read();
+                                      });
     }
     void Answer(const std::string& line)
     {
-        std::string result;
-        if (line == "version") result = "OrbModule 1.0\n";
-        if (line == "clock/active") result = isClockLocked ? "Wordclock\n" : "Internal\n";
-        if (line == "tail false" || line == "tail true") result = "true\n";
+        const std::string result = line.rfind("tail", 0) == 0 ? "true\n" : results[line];
         if (line == "tail false") mTail = false;
         if (!mTail && line != "tail true") {
             Write(result);
             return;
         }
-        if (mTail) Log("CommandLine: Received " + line);
+        const bool isLogged = !omitted.count("log");
+        if (mTail && isLogged) Log("CommandLine: Received " + line);
         mTail = true;
-        Log("CommandLine: Sent " + line.substr(0, line.find(' ')) + " Result\r\n" + result);
+        if (IsRecord(line) && isLogged) Write(result);
+        if (isLogged)
+            Log("CommandLine: Sent " + line.substr(0, line.find(' ')) + " Result\r\n" + (IsRecord(line) ? "" : result));
     }
+    static bool IsRecord(const std::string& line) { return line == "sio" || line == "sr" || line == "ps"; }
 
-    const LoopbackListener mListener;
-    std::atomic<int> mFd{-1};
+    tcp::acceptor mAcceptor;
+    tcp::socket mSocket;
+    std::string mInput;
     bool mTail = true;
-    std::mutex mLock;
-    std::vector<std::string> mLines;
-    std::atomic<bool> mEnd{false};
-    std::thread mThread{[this] {
-        while (!mEnd)
-            Serve(mListener.Accept());
-    }};
 };
 
-class Server
+class Site : public testing::Test
 {
-public:
-    explicit Server(const Poller::Settings& settings = {})
-        : mPoller(mContext, shell.Endpoint(), mPicture, settings),
-          mAcceptor(mContext, {boost::asio::ip::address_v4::loopback(), 0}),
-          mPort(mAcceptor.local_endpoint().port()),
-          mServer(mContext, std::move(mAcceptor), mPicture, mPoller, {})
+protected:
+    Site() { Settle(); }
+    /// Runs until nothing more happens at this time.
+    void Settle()
     {
-        mPoller.SetChanged([this] { mServer.OnChange(); });
-        mServer.Start();
-        mPoller.Start();
-        mThread = std::thread([this] { mContext.run(); });
-        WaitFor([this] { return Ask("/healthz").find(" 200 ") != std::string::npos; });
+        while (mContext.run_for(milliseconds(2)) + mContext.poll() != 0) {
+        }
     }
-    ~Server()
+    void At(int time)
     {
-        mContext.stop();
-        mThread.join();
+        sNow = Start + milliseconds(time);
+        // The context looks at its timers when the earliest has ended.
+        mKick.expires_at(Clock::time_point());
+        mKick.async_wait([](const boost::system::error_code&) {});
+        Settle();
     }
     /// A browser that has sent this.
-    LoopbackPeer Sent(const std::string& bytes) const
+    LoopbackPeer Sent(const std::string& bytes)
     {
         LoopbackPeer browser = LoopbackPeer::ConnectTo(mPort);
         browser.Send(bytes);
+        Settle();
         return browser;
     }
-    LoopbackPeer Get(const std::string& target, const std::string& host = "localhost") const
+    LoopbackPeer Get(const std::string& target, const std::string& header = "Connection: close\r\n")
     {
-        return Sent("GET " + target + " HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n\r\n");
+        return Sent("GET " + target + " HTTP/1.1\r\nHost: localhost\r\n" + header + "\r\n");
     }
-    std::string Ask(const std::string& target, const std::string& host = "localhost") const
+    /// What has come by now, and whether it has ended.
+    static std::string Taken(const LoopbackPeer& browser)
     {
-        return Get(target, host).ReceiveToEnd();
+        std::string bytes(1 << 20, 0);
+        std::string taken;
+        ssize_t size;
+        while ((size = ::recv(browser.GetFd(), &bytes[0], bytes.size(), MSG_DONTWAIT)) > 0)
+            taken.append(bytes, 0, static_cast<std::size_t>(size));
+        return size == 0 ? taken + "<end>" : taken;
     }
-    template <class Condition>
-    static void WaitFor(Condition condition)
+    /// What has come, with its line ends and the headers that each response has in short.
+    static std::string Short(const LoopbackPeer& browser)
     {
-        EXPECT_TRUE(Await(condition, [] { std::this_thread::sleep_for(std::chrono::milliseconds(10)); }));
+        std::string text = Taken(browser);
+        const std::size_t from = text.find("Content-Security-Policy: default-src 'none'; script-src 'self'; style-src");
+        const std::string last = "Cache-Control: no-cache\r\n";
+        const std::size_t to = text.find(last);
+        if (from < to && to != std::string::npos) text.replace(from, to + last.size() - from, "(security)|");
+        return std::regex_replace(text, std::regex("\r\n"), "|");
+    }
+    Options MakeOptions()
+    {
+        Options options;
+        options.shell = shell.Endpoint();
+        options.listen = AnyPort;
+        options.hosts = {"console-7"};
+        return options;
     }
 
-    PlayedShell shell;
+    const milliseconds mStart = sNow = Start;
+    boost::asio::io_context mContext;
+    PlayedShell shell{mContext};
+    Program mProgram{mContext, MakeOptions()};
+    const std::uint16_t mPort =
+        static_cast<std::uint16_t>(std::stoi(mProgram.Greeting().substr(mProgram.Greeting().rfind(':') + 1)));
 
 private:
-    boost::asio::io_context mContext;
-    Picture mPicture{"the shell"};
-    Poller mPoller;
-    tcp::acceptor mAcceptor;
-    const std::uint16_t mPort;
-    HttpServer mServer;
-    std::thread mThread;
+    Timer mKick{mContext};
 };
 
-void ExpectThrough(const LoopbackPeer& page, const std::string& text)
+const std::string Round = "sio sr ps rs adma/status clock/status clock/active";
+
+/// What the module is sent, and what an open page is told of it: the contact, whether Information is on, the long
+/// listings, restarts, rounds, and whether the log is spared.
+class Polling : public Site, public testing::WithParamInterface<Scene>
 {
-    EXPECT_THAT(page.ReceiveThrough(text), HasSubstr(text));
+protected:
+    Lines Play(const std::string& event)
+    {
+        const std::string verb = event.substr(0, event.find(' '));
+        const std::string rest = verb == event ? "" : event.substr(verb.size() + 1);
+        if (verb == "at") At(std::stoi(rest));
+        if (verb == "log") shell.Log(rest);
+        if (verb == "close") shell.Close();
+        if (verb == "omit") shell.omitted.insert(rest);
+        if (verb == "no") shell.omitted.erase(rest);
+        if (verb == "active") shell.results["clock/active"] = rest + "\n";
+        if (verb == "ps") {
+            shell.results["ps"] =
+                "[25/11/26 09:43:38] PI  Src HID:1(0.1 ), Style:1(Input), Idx:3 \n\t\t\tDst HID:2(0.2 ), "
+                "Style:2(Output), Idx:5 \n\t\t\tPri Patch Retry Sent \n\t\t\tSec Patch Success\n" +
+                std::string(static_cast<std::size_t>(std::stoi(rest)), 'x');
+        }
+        if (verb == "rs") shell.results["rs"] = std::string(static_cast<std::size_t>(std::stoi(rest)), 'x') + "\n";
+        if (verb == "page") mPage = Get("/events");
+        if (verb == "leave") mPage.Close();
+        if (verb == "get") mScrapes.push_back(Get(rest));
+        Settle();
+        std::string seen = std::regex_replace(std::exchange(shell.lines, {}), std::regex(Round), "round");
+        seen = std::regex_replace(seen, std::regex("clock/status clock/active"), "clocks");
+        seen = std::regex_replace(seen, std::regex("tail false ([^ ]+) version tail true"), "($1)");
+        for (const LoopbackPeer& scrape : mScrapes) {
+            const std::string text = Taken(scrape);
+            if (text.size() > 12) seen += text.substr(9, 3) + " ";
+        }
+        const std::string page = Taken(mPage);
+        const std::regex watch(
+            R"re("contact":"(\w+)","information":(\w+),"longListings":\[(.*?)\],"restarts":(\d+),"rounds":(\d+),"shell":"[^"]+","since":\d+,"sparing":(\w+)|"active":"(\w+)")re");
+        for (std::sregex_iterator part(page.begin(), page.end(), watch), end; part != end; ++part)
+            seen += part->format("<$1 $2 $3 $4 $5 $6$7> ");
+        if (seen.empty()) return {};
+        seen.pop_back();
+        return {seen};
+    }
+
+private:
+    LoopbackPeer mPage{-1};
+    std::vector<LoopbackPeer> mScrapes;
+};
+
+TEST_P(Polling, AsksWhenItShould)
+{
+    ExpectTranscript(GetParam().script, [this](const std::string& event) { return Play(event); });
 }
 
+INSTANTIATE_TEST_SUITE_P(Scenes, Polling,
+                         testing::Values(Scene{"OnlyWhenSomebodyLooksAndWhenTheLogMoves", R"(
+log nobody sees this -> connect tail false version tail true
+at 100; get /healthz -> 200
+get /api/state -> round 200
+get /metrics -> 200
+at 1099 ->
+at 1100 -> round
+at 3099 ->
+at 3100 -> round
+at 63099 ->
+at 63100 -> round
+log a; at 64000 ->
+at 64100 -> round
+at 100100; at 123200; log not looked at; at 123300 ->
+get /api/state -> round 200
+log c; at 123400 ->
+at 124299 ->
+at 124300 -> round
+)"},
+                                         Scene{"WhileAPatchAwaitsItsAnswer", R"(
+ps 0; at 1000; get /metrics -> connect tail false version tail true; round 200
+log a; at 1100 ->
+at 1999 ->
+at 2000 -> round
+at 3000 -> round
+at 61099; get /metrics -> round; 200
+at 62098 ->
+at 62099 -> round
+at 63099 ->
+)"},
+                                         Scene{"TheClocksWhileAPageIsOpen", R"(
+page -> connect tail false version tail true round <live true  0 0 false>
+at 49 ->
+at 50 -> <live true  0 1 false> <     Internal>
+at 999 ->
+active Wordclock; at 1000 -> clocks
+at 1050 -> <     Wordclock>
+at 59999 -> clocks
+at 60998 ->
+at 60999 -> round
+at 61050 -> <live true  0 2 false>
+at 599000 -> clocks
+at 600000 -> round
+at 604999 -> <live true  0 3 false>
+at 605000 -> clocks
+leave; at 605001; at 700000 ->
+)"},
+                                         Scene{"WithoutInformation", R"(
+omit log; get /metrics -> connect tail false version tail true; sio
+at 899 ->
+at 900 -> 200
+at 1999 ->
+at 2000 -> (clock/active) (rs) (adma/status) (clock/status) (clock/active) sio
+page; at 2050 -> <live false  0 1 false> <     Internal>
+at 3999 ->
+at 4000 -> (clock/active) (rs) (adma/status) (clock/status) (clock/active) clock/status
+no log; log back; at 5000 -> <live false  0 2 false>
+at 6000 -> (clock/active) (clock/status) (clock/active) round
+at 8000; at 8050 -> round <live true  0 3 false>; <live true  0 4 false>
+at 9000 -> round
+)"},
+                                         Scene{"ALongListing", R"(
+rs 4100; page -> connect tail false version tail true; sio sr ps rs (rs) adma/status clocks <live true  0 0 false>
+at 50 -> <live true "rs" 0 1 false> <     Internal>
+rs 3899; log x; at 150; at 1000 -> sio sr ps (rs) adma/status clocks
+at 1050 -> <live true "rs" 0 2 false>
+rs 3898; log x; at 1150; at 2000 -> sio sr ps (rs) adma/status clocks
+at 2050 -> <live true  0 3 false>
+log x; at 2150; at 3150 -> round
+)"},
+                                         Scene{"SilentAwayAndBack", R"(
+page; at 50 -> connect tail false version tail true round <live true  0 0 false>; <live true  0 1 false> <     Internal>
+omit answer; log look again; at 150; at 999 ->
+at 1000 -> sio
+get /api/state ->
+at 1899 ->
+at 1900 -> 200
+at 2999 ->
+at 3000 -> (clock/active)
+at 7999 ->
+at 8000; get /healthz -> 503
+at 8050 -> <silent true  0 1 false>
+get /metrics -> 200
+at 37999 ->
+at 38000 -> end
+at 38050 -> <away true  0 1 false>
+at 38999 ->
+no answer; at 39000 -> connect tail false version tail true round
+at 39050 -> <live true  1 2 false>
+omit greet; close; at 39100 -> <away true  1 2 false>
+get /api/state -> 200
+at 40049 ->
+at 40050 -> connect
+at 45049 ->
+at 45050 ->
+at 45100 -> <silent true  1 2 false>
+at 75049 ->
+at 75050 -> end
+at 75100 -> <away true  1 2 false>
+no greet; at 76050 -> connect tail false version tail true round
+)"},
+                                         Scene{"TheLogIsSpared", R"(
+ps 543866; page -> connect tail false version tail true; round <live true  0 0 false>
+at 50 -> <live true  0 1 true> <     Internal>
+at 9999 ->
+at 10000 -> clocks
+)"}),
+                         NameOfScene);
+
 /// Whatever a browser asks for, in whatever form, the module is sent listings and nothing else.
-TEST(Server, NoRequestBringsForthAnotherCommand)
+TEST_F(Site, NoRequestBringsForthAnotherCommand)
 {
-    Server server;
     for (const char* target :
          {"/", "/api/state", "/metrics", "/healthz", "/api/state?command=quit", "/quit", "/%0aquit%0a", "/api/../quit",
           "/adma/clear_all", "quit", "*", "http://localhost/api/state", "/app.js?\"quit\"", "/patch%200%205%201%207"})
-        server.Ask(target);
+        Get(target);
     for (const char* method : {"POST", "PUT", "DELETE", "PATCH", "OPTIONS", "CONNECT", "quit"}) {
-        const auto post = server.Sent(std::string(method) +
-                                      " /api/state HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\nquit\n");
-        EXPECT_THAT(post.ReceiveThrough("\r\n"), Not(HasSubstr(" 200 "))) << method;
+        const std::string request = " /api/state HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\nquit\n";
+        EXPECT_THAT(Taken(Sent(method + request)), testing::Not(HasSubstr(" 200 "))) << method;
     }
-    server.Sent("quit\r\n\nquit\n\r\n\r\n").ReceiveToEnd();
-    const LoopbackPeer events =
-        server.Sent("GET /events HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 1\nquit\n\r\n\r\nquit\nquit\n");
-    ExpectThrough(server.Get("/events"), "event: state");
-    server.WaitFor([&] { return server.shell.Rounds() > 0; });
-    EXPECT_THAT(server.shell.Lines(), testing::Each(testing::AnyOfArray(ShellCommandTexts)));
-    EXPECT_THAT(server.shell.Lines(), testing::Contains("clock/active"));
+    Sent("quit\r\n\nquit\n\r\n\r\n");
+    const LoopbackPeer page = Get("/events", "Last-Event-ID: 1\nquit\n\r\n\r\nquit\nquit\n");
+    At(1000);
+    EXPECT_EQ(shell.lines, "connect tail false version tail true " + Round + " ");
 }
 
-TEST(Server, AnswersItsOwnHostsAlone)
+TEST_F(Site, AnswersItsOwnHostsAlone)
 {
-    const Server server;
-    EXPECT_THAT(server.Ask("/", "127.0.0.1:1"),
-                AllOf(StartsWith("HTTP/1.1 200 OK"), HasSubstr("<title>OrbWatch</title>"),
-                      HasSubstr("Content-Security-Policy: default-src 'none'; script-src 'self'")));
-    for (const char* path : {"/", "/api/state", "/events", "/metrics", "/healthz"})
-        EXPECT_THAT(server.Ask(path, "evil.example"), StartsWith("HTTP/1.1 421 ")) << path;
-    EXPECT_THAT(server.Ask("/nothing"), StartsWith("HTTP/1.1 404 "));
-    EXPECT_THAT(server.Sent("DELETE / HTTP/1.1\r\nHost: localhost\r\n\r\n").ReceiveThrough("\r\n"),
-                StartsWith("HTTP/1.1 405 "));
-    const auto big = server.Sent("GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(10000, 'x') + "\r\n\r\n");
-    EXPECT_THAT(big.ReceiveThrough("\r\n"), StartsWith("HTTP/1.1 431 "));
-}
-
-/// The module gets requests only while a page is open, and one round a second at most.
-TEST(Server, AsksOnlyWhenSomebodyLooksAndWhenTheLogMoves)
-{
-    Server server;
-    server.shell.Log("nobody sees this");
-    server.Ask("/");
-    EXPECT_EQ(server.shell.Rounds(), 0);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_THAT(server.Ask("/api/state"),
-                AllOf(HasSubstr("\"contact\":\"live\""), HasSubstr("\"active\":\"Internal\"")));
-    EXPECT_GE(server.shell.Rounds(), 1);
-    for (int i = 0; i < 50; ++i) {
-        server.shell.Log("something happens");
-        server.Ask("/api/state");
+    const std::string host = " HTTP/1.1\r\nHost: CONSOLE-7:1\r\n";
+    const std::string text = "|Content-Type: text/plain|(security)|Content-Length: ";
+    const std::pair<std::string, std::string> cases[] = {
+        {"GET /healthz" + host + "\r\n", "HTTP/1.1 200 OK" + text + "3||ok\n"},
+        {"HEAD /healthz" + host + "\r\n", "HTTP/1.1 200 OK" + text + "3||"},
+        {"GET / HTTP/1.1\r\nHost: evil.example\r\n\r\n",
+         "HTTP/1.1 421 Misdirected Request" + text + "52||This is not a host that OrbWatch knows; see --host.\n"},
+        {"HEAD /events" + host + "\r\n", "HTTP/1.1 404 Not Found" + text + "23||"},
+        {"HEAD /" + host + "\r\n", "HTTP/1.1 200 OK|Content-Type: text/html; charset=utf-8|ETag: *|(security)|*"},
+        {"HEAD /app.js" + host + "\r\n", "HTTP/1.1 200 OK|Content-Type: text/javascript; charset=utf-8|ETag: *"},
+        {"HEAD /style.css" + host + "\r\n", "HTTP/1.1 200 OK|Content-Type: text/css; charset=utf-8|ETag: *"},
+        {"HEAD /icon.svg" + host + "\r\n", "HTTP/1.1 200 OK|Content-Type: image/svg+xml|ETag: *"},
+        {"HEAD /metrics" + host + "\r\n",
+         "HTTP/1.1 200 OK|Content-Type: text/plain; version=0.0.4; charset=utf-8|(security)|Content-Length: *"},
+        {"HEAD /api/state" + host + "\r\n", "HTTP/1.1 200 OK|Content-Type: application/json|(security)|*"},
+        {"DELETE /" + host + "\r\n",
+         "HTTP/1.1 405 Method Not Allowed|Content-Type: text/plain|Allow: GET, HEAD|(security)|"
+         "Content-Length: 21||OrbWatch only shows.\n"},
+        {"GET /nothing?x HTTP/1.0\r\nHost: localhost\r\n\r\n",
+         "HTTP/1.0 404 Not Found" + text + "23||There is nothing here.\n<end>"},
+    };
+    const LoopbackPeer browser = LoopbackPeer::ConnectTo(mPort);
+    for (const auto& [request, response] : cases) {
+        browser.Send(request);
+        Settle();
+        const std::string answer = Short(browser);
+        EXPECT_EQ(response.back() == '*' ? answer.substr(0, response.find('*')) : answer,
+                  response.substr(0, response.find('*')));
     }
-    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
-    EXPECT_LE(static_cast<double>(server.shell.Rounds()), 1 + passed.count());
-    server.shell.Log("and once more");
-    const long now = server.shell.Rounds();
-    server.WaitFor([&] { return server.shell.Rounds() > now; });
+    const std::string close = "|Content-Type: text/plain|(security)|Connection: close|Content-Length: ";
+    EXPECT_EQ(Short(Sent("POST /" + host + "Content-Length: 1\r\n\r\nx")),
+              "HTTP/1.1 413 Payload Too Large" + close + "21||OrbWatch only shows.\n<end>");
+    EXPECT_EQ(Short(Sent("GET /" + host + "X: " + std::string(8192, 'x') + "\r\n\r\n")),
+              "HTTP/1.1 431 Request Header Fields Too Large" + close + "9||too long\n<end>");
+    EXPECT_EQ(Short(Sent("x\r\n\r\n")), "<end>");
+    const std::string page = Short(Get("/"));
+    EXPECT_THAT(page, AllOf(HasSubstr("<title>OrbWatch</title>"), testing::EndsWith("</html>\n<end>")));
+    EXPECT_EQ(
+        Short(Get("/", "If-None-Match: " + page.substr(page.find("ETag: ") + 6, 18) + "\r\nConnection: close\r\n")),
+        "HTTP/1.1 304 Not Modified|Content-Type: text/html; charset=utf-8|(security)|Connection: close|"
+        "Content-Length: 0||<end>");
+    EXPECT_THAT(Short(Get("/metrics")), HasSubstr("orbwatch_http_requests_total 15\n"));
 }
 
-/// Clocks change without a line in the log.
-TEST(Server, ReadsTheClocksWhileAPageIsOpen)
+TEST_F(Site, APageGetsTheStateTheLogAndTicks)
 {
-    Server server;
-    const LoopbackPeer page = server.Get("/events");
-    ExpectThrough(page, "\"active\":\"Internal\"");
-    const long rounds = server.shell.Rounds();
-    server.shell.isClockLocked = true;
-    ExpectThrough(page, "\"active\":\"Wordclock\"");
-    EXPECT_EQ(server.shell.Rounds(), rounds);
+    const std::string state = Short(Get("/api/state"));
+    const std::size_t body = state.find("||") + 2;
+    const LoopbackPeer page = Get("/events", "\r\nwhat a browser sends later");
+    EXPECT_EQ(Short(page),
+              "HTTP/1.1 200 OK|Content-Type: text/event-stream|Connection: close|(security)||retry: 1000\n\n"
+              "event: state\ndata: " +
+                  state.substr(body, state.find('\n') - body) + "\n\n");
+    At(1000);
+    At(1050);
+    EXPECT_EQ(Taken(page), "");
+    At(2000);
+    EXPECT_EQ(Taken(page), "event: tick\ndata: {\"time\":1002000}\n\n");
+    shell.Log("one");
+    At(2100);
+    At(2150);
+    EXPECT_EQ(Taken(page),
+              "id: 1\nevent: log\ndata: {\"lines\":[{\"feature\":\"unknown\",\"number\":1,\"stamp\":\"25/11/26 "
+              "09:43:38\",\"text\":\"one\",\"time\":1002100}],\"missed\":0}\n\n");
+    // More lines than go out at once, and pages that have some of them.
+    for (int i = 2; i <= 203; ++i)
+        shell.Log(std::to_string(i));
+    Settle();
+    At(2200);
+    const auto events = [](const std::string& text) {
+        const std::regex event(
+            "id: (\\d+)\nevent: log\ndata: \\{\"lines\":\\[\\{\"feature\":\"unknown\",\"number\":(\\d+)");
+        std::string found;
+        for (std::sregex_iterator at(text.begin(), text.end(), event), end; at != end; ++at)
+            found += at->format("$2-$1 ");
+        return found;
+    };
+    EXPECT_EQ(events(Taken(page)), "2-201 202-202 ");
+    At(2250);
+    At(2300);
+    EXPECT_EQ(events(Taken(page)), "203-203 ");
+    EXPECT_EQ(events(Taken(Get("/events", "Last-Event-ID: 201\r\n"))), "202-203 ");
+    EXPECT_EQ(events(Taken(Get("/events", "Last-Event-ID: 203\r\n"))), "");
+    EXPECT_EQ(events(Taken(Get("/events", "Last-Event-ID: 204\r\n"))), "1-200 201-203 ");
 }
 
-/// A browser that takes nothing holds up neither the module nor another browser.
-TEST(Server, ABrowserThatDoesNotReadIsNotWaitedFor)
+TEST_F(Site, ABrowserThatDoesNotReadIsNotWaitedFor)
 {
-    Server server;
-    const LoopbackPeer stuck = server.Get("/events");
-    const LoopbackPeer other = server.Get("/events");
-    ExpectThrough(other, "event: state");
-    for (int i = 0; i < 3000; ++i)
-        server.shell.Log("line " + std::to_string(i) + std::string(2000, 'x'));
-    server.shell.Log("the last line");
-    ExpectThrough(other, "the last line");
+    const LoopbackPeer stuck = Get("/events");
+    const LoopbackPeer other = Get("/events");
+    std::string seen;
+    for (int burst = 1; burst <= 30; ++burst) {
+        for (int i = 0; i < 200; ++i)
+            shell.Log(std::to_string(burst) + std::string(2000, 'x'));
+        At(burst * 100);
+        seen = Taken(other);
+    }
+    EXPECT_THAT(seen, HasSubstr("\"29xxx"));
+    for (seen.clear(); seen.find("\"29xxx") == std::string::npos && seen.size() < (20 << 20); Settle())
+        seen += Taken(stuck);
+    EXPECT_THAT(seen, testing::ContainsRegex("\"missed\":[1-9]"));
 }
 
-TEST(Server, SaysWhenTheModuleIsSilentAwayAndBack)
+TEST_F(Site, HasAPlaceForSoManyBrowsersAndPages)
 {
-    Poller::Settings settings;
-    settings.replyPatience = settings.silencePatience = std::chrono::milliseconds(200);
-    Server server(settings);
-    const LoopbackPeer page = server.Get("/events");
-    ExpectThrough(page, "\"contact\":\"live\"");
-    server.shell.Close();
-    ExpectThrough(page, "\"contact\":\"away\"");
-    EXPECT_THAT(server.Ask("/healthz"), HasSubstr("503 "));
-    EXPECT_THAT(page.ReceiveThrough("\"restarts\":1"), HasSubstr("\"contact\":\"live\""));
-    server.shell.mute = true;
-    server.shell.Log("look again");
-    ExpectThrough(page, "\"contact\":\"silent\"");
-    const auto lines = server.shell.Lines().size();
-    server.Ask("/api/state");
-    EXPECT_EQ(server.shell.Lines().size(), lines);
+    std::vector<LoopbackPeer> pages;
+    for (int i = 0; i < 16; ++i)
+        pages.push_back(Get("/events"));
+    EXPECT_THAT(Short(Get("/events")),
+                AllOf(StartsWith("HTTP/1.1 503 "), HasSubstr("||Too many pages are open.\n<end>")));
+    EXPECT_THAT(Short(Get("/metrics")), HasSubstr("orbwatch_viewers 16\n"));
+    pages.pop_back();
+    Settle();
+    EXPECT_THAT(Short(Get("/metrics")), HasSubstr("orbwatch_viewers 15\n"));
+    pages.push_back(Get("/events"));
+    EXPECT_THAT(Taken(pages.back()), StartsWith("HTTP/1.1 200 "));
+    for (int i = 16; i < 64; ++i)
+        pages.push_back(Sent(""));
+    EXPECT_EQ(Taken(pages.back()), "");
+    EXPECT_EQ(Taken(Sent("")), "<end>");
+    pages.pop_back();
+    Settle();
+    EXPECT_THAT(Short(Get("/healthz")), StartsWith("HTTP/1.1 200 "));
 }
 
-TEST(Server, ListingsDoNotFillTheLog)
+TEST_F(Site, ListensOnASocketThatItIsGiven)
 {
-    Poller::Settings settings;
-    settings.logBurst = 100;
-    ExpectThrough(Server(settings).Get("/events"), "\"sparing\":true");
+    const LoopbackPeer given = LoopbackPeer::Bound("127.0.0.1", 0);
+    const std::string wrong = "--listen-fd is no listening TCP socket";
+    const std::pair<int, std::string> cases[] = {
+        {::open("/dev/null", O_RDONLY), wrong},
+        {::socket(AF_UNIX, SOCK_STREAM, 0), wrong},
+        {::dup(given.GetFd()), "OrbWatch shows the module at 127.0.0.1:" + std::to_string(shell.Endpoint().port()) +
+                                   " on http://127.0.0.1:" + std::to_string(given.GetPort()) + "/"}};
+    Options options = MakeOptions();
+    for (const auto& [descriptor, expected] : cases) {
+        options.listenDescriptor = descriptor;
+        boost::asio::io_context context;
+        std::string said;
+        try {
+            said = Program(context, options).Greeting();
+        } catch (const std::runtime_error& error) {
+            said = error.what();
+        }
+        EXPECT_EQ(said, expected);
+    }
+}
+
+/// The options as a text, or the exit code and what was said.
+std::string Parsed(const std::string& line)
+{
+    std::istringstream words("OrbWatch " + line);
+    const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+    std::vector<const char*> pointers;
+    for (const std::string& argument : arguments)
+        pointers.push_back(argument.c_str());
+    Options options;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const auto exitCode = ParseOptions(static_cast<int>(pointers.size()), pointers.data(), options);
+    std::ostringstream text;
+    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string error = testing::internal::GetCapturedStderr();
+    if (exitCode) {
+        text << *exitCode << ' ' << out.substr(0, out.find('\n')) << error;
+    } else {
+        text << options.shell << ' ' << options.listen << ' ' << options.listenDescriptor.value_or(-1) << ' '
+             << testing::PrintToString(options.hosts) << ' ' << options.refresh.count();
+    }
+    return text.str();
+}
+
+TEST(Options, AreTakenAsTheyAreGiven)
+{
+    const std::string refresh = "2 OrbWatch: --refresh takes 1 to 3600 seconds; see --help\n";
+    const std::string endpoint = "2 OrbWatch: --listen takes ADDRESS:PORT, not '";
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "127.0.0.1:55555 127.0.0.1:8055 -1 {} 60"},
+        {"--shell 10.0.0.1:2 --listen [::1]:65535 --listen-fd 3 --host a --host b --refresh 1",
+         "10.0.0.1:2 [::1]:65535 3 { \"a\", \"b\" } 1"},
+        {"--refresh 3600", "127.0.0.1:55555 127.0.0.1:8055 -1 {} 3600"},
+        {"--refresh 3601", refresh},
+        {"--refresh 0", refresh},
+        {"--shell 10.0.0.1", "2 OrbWatch: --shell takes ADDRESS:PORT, not '10.0.0.1'; see --help\n"},
+        {"--listen x:1", endpoint + "x:1'; see --help\n"},
+        {"--listen [:1", endpoint + "[:1'; see --help\n"},
+        {"--listen ::1]:1", endpoint + "::1]:1'; see --help\n"},
+        {"--listen 1.2.3.4:65536", endpoint + "1.2.3.4:65536'; see --help\n"},
+        {"--help --version", "0 Shows an OrbModule in a browser, from what its shell says:"},
+        {"--version", "0 OrbWatch 1.0.2452"},
+    };
+    for (const auto& [line, text] : cases)
+        EXPECT_EQ(Parsed(line), text) << line;
 }
 
 } // namespace
