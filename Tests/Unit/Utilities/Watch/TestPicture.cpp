@@ -1,197 +1,55 @@
 // What OrbWatch reads from the module's shell and log, byte for byte, and what it makes of that.
 
 #include "Tests/Support/Joined.h"
+#include "Tests/Support/Transcript.h"
 #include "Utilities/Watch/HttpRules.h"
 #include "Utilities/Watch/LogFeatures.h"
 #include "Utilities/Watch/Metrics.h"
 #include "Utilities/Watch/Picture.h"
+#include "Utilities/Watch/StateJson.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
-#include <regex>
+#include <ctime>
+
+#include <sys/resource.h>
 
 using namespace watch;
-using testing::ElementsAre;
+using testing::AllOf;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
-TEST(Listings, DevicesOnALinkAndBeyondIt)
+const std::string Box = "FixedFormat  0.32:1 \n\tPri Rem Address: 0.8.0.254Pri Link true\n"
+                        "\tSec Rem Address: 0.0.0.0 Sec Link false\n SR 48kHz:48kHz 96kHz \n";
+const std::string Hub = "KorvoHub 0.48:8000 \n\tPri Rem Address: 0.0.0.0Pri Link false\n"
+                        "\tSec Rem Address: 0.12.0.254 Sec Link true\n SR 48kHz:\n";
+const std::string Beyond = "Hid: 0.48:2 , Type: Modular \n\tPri Rem GigE: ORB PORT  Pri Rem Address: 0.48.9.1 Link "
+                           "true\n\tSec Rem GigE: UNKNOWN  Sec Rem Address: 0.48.9.2 Link true\n"
+                           "\tOwning ROuter 0.48:8000  SR 44.1kHz:\n";
+const std::string OrbRouter = "Hid: 0.18:1 , Type: OrbDsp \n\tPri Rem GigE: ORB PORT  Pri Rem Address: 1.63.1.0 Link "
+                              "false\n\tSec Rem GigE: UNKNOWN  Sec Rem Address: 0.0.0.0 Link false\n"
+                              "\tOwning ROuter 0.18:1  SR 48kHz:48kHz \n";
+const std::string Offline = " \n\tPri Rem Address: 0.0.0.0Pri Link false\n\tSec Rem Address: 0.0.0.0 Sec Link false\n";
+
+std::string Patch(const std::string& destination, const std::string& primary, const std::string& rest)
 {
-    const auto text = [](const char* listing) {
-        const auto device = ParseDevice(listing);
-        if (!device) return std::string("none");
-        return Joined(device->local ? "local" : "remote", device->hid, device->owner, device->type, device->rate,
-                      testing::PrintToString(device->rates), device->primary.online, device->primary.address,
-                      device->secondary.online);
-    };
-    EXPECT_EQ(text("FixedFormat  0.32:1 \n\tPri Rem Address: 0.8.0.254Pri Link true\n"
-                   "\tSec Rem Address: 0.0.0.0 Sec Link false\n SR 48kHz:48kHz 96kHz \n"),
-              R"(local|0.32:1||FixedFormat|48kHz|{ "48kHz", "96kHz" }|1|0.8.0.254|0|)");
-    EXPECT_EQ(text("Hid: 0.48:2 , Type: FixedFormat \n\tPri Rem GigE: ORB PORT  Pri Rem Address: "
-                   "0.48.9.1 Link true\n\tSec Rem GigE: UNKNOWN  Sec Rem Address: 0.0.0.0 Link "
-                   "false\n\tOwning ROuter 0.48:8000  SR 44.1kHz:\n"),
-              "remote|0.48:2|0.48:8000|FixedFormat|44.1kHz|{}|1|0.48.9.1|0|");
-    // A listing may be cut anywhere by the module's log.
-    for (const char* const cut :
-         {"Hid changed", "DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo ",
-          "Hid: 0.48:2 , Type: Modular \n\tPri Rem GigE: ORB PORT  Pri Rem Address: 0.48.9.1 Li"})
-        EXPECT_EQ(text(cut), "none") << cut;
+    return "PI  Src HID:2097153(0.32:1 ), Style:1(Input), Idx:3 \n\t\t\tDst HID:" + destination +
+           " \n\t\t\tPri Patch " + primary + " \n\t\t\tSec Patch " + rest;
 }
+const std::string Reserved = Patch("18(0x12(18) ), Style:2(Output), Idx:5", "Reserved",
+                                   "Success \n\t\t\tPri  GigE:TDM Pri Korvo 3 4 INVALID_TDM_SLOT 7 \n"
+                                   "\t\t\tSec  GigE:TDM Sec Korvo 9 x 1 \n\t\t\tSwap GigE:TDM ORB PORT 0 \r\n");
 
-TEST(Listings, APatchWithItsTwoLinks)
+std::string Replaced(std::string text, const std::string& part, const std::string& other)
 {
-    const auto patch = ParsePatch("PI  Src HID:2097153(0.32:1 ), Style:1(Input), Idx:3 \n"
-                                  "\t\t\tDst HID:18(0x12(18) ), Style:2(Output), Idx:5 \n\t\t\tPri Patch Reserved \n"
-                                  "\t\t\tSec Patch Success \n\t\t\tPri  GigE:TDM Pri Korvo 3 4 INVALID_TDM_SLOT 7 \n"
-                                  "\t\t\tSec  GigE:TDM UNKNOWN 255 \n\t\t\tSwap GigE:TDM ORB PORT 0 \r\n");
-    ASSERT_TRUE(patch);
-    EXPECT_EQ(Joined(patch->source.hid, patch->source.index, patch->destination.hid, patch->destination.style),
-              "0.32:1|3|0x12(18)|Output|");
-    EXPECT_EQ(patch->primary, PatchState::Reserved);
-    EXPECT_EQ(patch->secondary, PatchState::Success);
-    EXPECT_EQ(patch->Best(), PatchState::Success);
-    EXPECT_EQ(patch->primaryLink.port, Port::Primary);
-    EXPECT_THAT(patch->primaryLink.slots, ElementsAre(3, 4, 7));
-    EXPECT_EQ(patch->secondaryLink.port, Port::Unknown);
-    EXPECT_THAT(patch->secondaryLink.slots, IsEmpty());
-    EXPECT_THAT(patch->swap.slots, ElementsAre(0));
-    EXPECT_FALSE(ParsePatch("PI  Src HID:99999999999(0.32:1 ), Style:1(Input), Idx:3 \n"));
-    EXPECT_FALSE(ParsePatch("PI  Src HID:2097153(0.32:1 ), Style:1(Input), Idx:3 \n\t\t\tDst HID:1(0.1:1 )"));
+    return text.replace(text.find(part), part.size(), other);
 }
-
-TEST(Listings, SlotsInUse)
+/// Without quotes, what stands for bytes that are no text, and the line ends that an indented line follows.
+std::string Plain(const std::string& text)
 {
-    const SlotTable table =
-        ParseSlots("Link 0\n\tSlot 0  Source0.32:1  Port 3Sec Korvo 3\n\t\tDest 0.18:1  Port 5\n"
-                   "\t\tDest 0.18:1  Port 6\nLink 1\n\tSlot 511  Source0.18:1  Port fffORB PORT 9\n"
-                   "\t\tDest 0.32:1  Port 4\nLink 2\nLink 3\n\tSlot 1  Source0.1:1  Port 1ORB PORT 1\n");
-    ASSERT_TRUE(table[0].size() == 1 && table[1].size() == 1 && table[2].empty());
-    EXPECT_EQ(Joined(table[0][0].sourceHid, table[0][0].destinations, table[1][0].number, table[1][0].sourcePort),
-              "0.32:1|2|511|4095|");
-    EXPECT_EQ(table[0][0].from.port, Port::Secondary);
-    EXPECT_THAT(table[1][0].from.slots, ElementsAre(9));
-}
-
-TEST(Listings, RoutesOfTheFpga)
-{
-    std::string routes;
-    for (const auto& sink :
-         ParseRoutes("Sources          Sinks\n0:    0       >> k0:   0-3    \nbulk: 9-10    >> k0:   4-5    \n"
-                     "0:    0       >> k0:   6-511  \n\nk1:   3       >> bulk: 0      \n"
-                     "0:    0       >> bulk: 1-511  \n"))
-        for (const auto& run : sink.runs)
-            routes += run.IsSilence() ? Joined(sink.name, "silence", run.Length())
-                                      : Joined(sink.name, run.source, run.sourceFirst, run.sourceLast, run.Length());
-    EXPECT_EQ(routes, "bulk|k1|3|3|1|bulk|silence|511|k0|silence|4|k0|bulk|9|10|2|k0|silence|506|");
-    EXPECT_THAT(ParseRoutes("Error: >> : \n: 1 >> k0: 9-2\nk0: x >> k1: 3\n"), IsEmpty());
-}
-
-TEST(Listings, ClockSources)
-{
-    const ClockTable table = ParseClocks("Clock Ids: bulk (4) k0 (1) Internal (0)\n\n Id Enabled Measure    State\n"
-                                         "  4    true    1365   stable locked [selected, auto-select off]\n"
-                                         "  1   false       0 unstable\n  0    true       0   stable locking\n");
-    std::string sources;
-    for (const auto& source : table.sources)
-        sources += Joined(source.name, source.measure, source.enabled, source.stable, source.selected, source.lock);
-    EXPECT_EQ(sources, "bulk|1365|1|1|1|locked|k0|0|0|0|0||Internal|0|1|1|0|locking|");
-    EXPECT_TRUE(table.autoSelectOff);
-    EXPECT_THAT(ParseClocks("Clock Ids: \n 1 maybe 3 stable\n 99999999999 true 0 stable\n").sources, IsEmpty());
-}
-
-const std::string Stamp = "[25/11/26 09:43:38] ";
-const std::string Handshake = "\nOstrel command shell: OrbModule Wed Nov 25 09:43:38 2026\n"
-                              "Type 'help' to see available commands.\n"
-                              "Type 'cmd --help' to find out more about 'cmd'.\n" +
-                              Stamp + "CommandLine: Received tail false\r\ntrue\nOrbModule 1.0.2452\n" + Stamp +
-                              "CommandLine: Sent tail Result\r\ntrue\n\r\n";
-
-std::string Received(const std::string& command)
-{
-    return Stamp + "CommandLine: Received " + command + "\r\n";
-}
-std::string Sent(const std::string& command, const std::string& result)
-{
-    return Stamp + "CommandLine: Sent " + command + " Result\r\n" + result + "\r\n";
-}
-std::string Record(const std::string& hid)
-{
-    return Stamp + "KorvoHub " + hid +
-           " \n\tPri Rem Address: 0.12.0.254Pri Link true\n\tSec Rem Address: 0.0.0.0 Sec Link "
-           "false\n SR 48kHz:\n";
-}
-
-struct Session : testing::Test
-{
-    Session() { session.Feed(Handshake); }
-
-    std::string written;
-    std::vector<std::string> messages;
-    std::vector<Reply> replies;
-    int ready = 0;
-    ShellSession session{{[this](const std::string& bytes) { written += bytes; },
-                          [this](const LogMessage& message) { messages.push_back(message.stamp + "|" + message.text); },
-                          [this](const Reply& reply) { replies.push_back(reply); }, [this] { ++ready; }}};
-};
-
-/// Bytes come as they like; foreign lines in the middle of a listing belong to the log and not to the listing.
-TEST_F(Session, LearnsTheVersionAndReadsListingsAndResultsOutOfTheLog)
-{
-    EXPECT_EQ(session.Version(), "OrbModule 1.0.2452");
-    EXPECT_EQ(ready, 1);
-    EXPECT_THAT(messages, IsEmpty());
-    session.Ask(ShellCommand::LocalAndRouting);
-    EXPECT_EQ(written, "tail false\nversion\ntail true\nsr\n");
-    const std::string bytes = Record("0.1:8000") + Received("sr") + Stamp + "Local devices:\n" + Record("0.48:8000") +
-                              Stamp + "A heartbeat send delay of 400ms has occurred on H0 \n" + Stamp +
-                              "Remote devices:\n" + Sent("sr", "");
-    for (const char byte : bytes)
-        ASSERT_TRUE(session.Feed({&byte, 1}));
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_FALSE(replies[0].cut);
-    ASSERT_EQ(replies[0].records.size(), 3u);
-    EXPECT_EQ(replies[0].records[1].substr(0, 18), "KorvoHub 0.48:8000");
-    EXPECT_THAT(messages, ElementsAre("25/11/26 09:43:38|A heartbeat send delay of 400ms has occurred on H0"));
-
-    // A result may hold empty lines.
-    session.Ask(ShellCommand::Clocks);
-    session.Feed(Received("clock/status") + Sent("clock/status", "Clock Ids: Internal (0)\n\n Id\n"));
-    ASSERT_EQ(replies.size(), 2u);
-    EXPECT_EQ(replies[1].result, "Clock Ids: Internal (0)\n\n Id\n\r\n");
-}
-
-/// The log holds 4095 bytes of a message and cuts off the rest, its line end included.
-TEST_F(Session, AsksForALongResultPastTheLog)
-{
-    session.Ask(ShellCommand::Slots);
-    const std::string cut = Sent("rs", "Link 0\n" + std::string(5000, 'x')).substr(0, 4095);
-    session.Feed(Received("rs") + "*** KorvoAudit buffer overflow, message truncated ***" + cut);
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_TRUE(replies[0].cut);
-
-    written.clear();
-    session.AskWhole(ShellCommand::Slots);
-    EXPECT_EQ(written, "tail false\nrs\nversion\ntail true\n");
-    // Another client turns its tail off meanwhile, and its reply in the log looks like ours.
-    session.Feed(Received("tail false") + Sent("tail", "true\n") + Stamp + "Scanned\r\n" + Received("tail false") +
-                 "true\nLink 0\n\tSlot 1\nOrbMod");
-    session.Feed("ule 1.0.2452\n" + Sent("tail", "true\n") + Stamp + "Routers Disallowed\r\n");
-    session.OnQuiet();
-    ASSERT_EQ(replies.size(), 2u);
-    EXPECT_EQ(replies[1].result, "Link 0\n\tSlot 1\n");
-    EXPECT_THAT(messages, ElementsAre("25/11/26 09:43:38|Scanned", "25/11/26 09:43:38|Routers Disallowed"));
-}
-
-TEST_F(Session, DoesNotGrowWithoutEnd)
-{
-    session.AskWhole(ShellCommand::Slots);
-    bool isSound = session.Feed("true\n");
-    const std::string line(1024 * 1024, 'x');
-    for (int i = 0; isSound && i < 100; ++i)
-        isSound = session.Feed(line);
-    EXPECT_FALSE(isSound);
+    return std::regex_replace(text, std::regex("\"|\n +|\xEF\xBF\xBD"), "");
 }
 
 constexpr Milliseconds Now = 1000000;
@@ -199,117 +57,365 @@ constexpr Milliseconds Now = 1000000;
 class Module : public testing::Test
 {
 protected:
-    Module() { mPicture.OnContact(Contact::Live, Now); }
-    void Log(const std::string& text) { mPicture.OnMessage({"25/11/26 09:43:38", text}, Now); }
-    /// Cable, beats, stream, check and description of the primary link, and who is there.
-    std::string Link() const
+    Module()
     {
-        const LinkFacts& link = mPicture.Links().Link(Port::Primary);
-        return Joined(FactName(link.cable), FactName(link.beating), FactName(link.stream), FactName(link.check),
-                      FactName(link.described), link.neighbour, link.type);
+        mPicture.OnContact(Contact::Connecting, Now - 9000);
+        mPicture.OnContact(Contact::Live, Now - 5000);
+        Changes();
+    }
+    void Reply(ShellCommand command, const std::string& result, const std::vector<std::string>& records = {})
+    {
+        mPicture.OnReply({command, result, records, false, 0});
+    }
+    std::string Log(const std::string& text)
+    {
+        mPicture.OnMessage({"25/11/26 09:43:38", text}, Now - 1);
+        return Changes();
+    }
+    /// What differs in the state since the last call.
+    std::string Changes()
+    {
+        auto now = nlohmann::json::parse(mPicture.Json(Now)).flatten();
+        now.erase("/version");
+        std::string text;
+        for (const auto& [key, value] : now.items())
+            if (mBefore.value(key, nlohmann::json()) != value) text += " " + key + "=" + value.dump();
+        mBefore = now;
+        return std::regex_replace(text, std::regex("\"|/links/"), "");
+    }
+    /// Something in each part of the state.
+    void Fill()
+    {
+        mPicture.OnVersion("OrbModule 1.0.2452");
+        Reply(ShellCommand::LocalAndIo, "",
+              {"Local devices:\n", Box, Beyond, "Unknown(0) 0.97:1" + Offline + " SR 48kHz:\n",
+               "AoIP 0.98:1" + Offline + " SR :\n"});
+        Reply(ShellCommand::LocalAndRouting, "", {Hub, OrbRouter, Box});
+        Reply(ShellCommand::Patches, "",
+              {Reserved, "PI  Src HID:99999999999(0.32:1 )",
+               Patch("18(0x12(18) ), Style:2(Output), Idx:4", "Not Sent", "Sent \n\t\t\tPri  GigE:TDM UNKNOWN 255 \n"),
+               Patch("17(0x11(17) ), Style:2(Output), Idx:9", "Success", "Awaiting Reply \n")});
+        Reply(ShellCommand::Slots,
+              "\tSlot 9  Source0.9:9  Port 9ORB PORT 9\n\t\tDest 0.9:9  Port 9\nLink 0\n\t\tDest 0.9:9  Port 9\n"
+              "\tSlot 0  Source0.32:1  Port 3Sec Korvo 3\n\t\tDest 0.18:1  Port 5\n"
+              "\tSlot 1  Source0.32:1  Port 4Pri Korvo 4\n\t\tDest 0.18:1  Port 6\n\t\tDest 0.18:1  Port 7\n"
+              "\tSlot x  Source0.32:1  Port 4Pri Korvo 4\n\tSlot 2  Source0.32:1\n\tSlot 3  Source0.3:1  Port g\n"
+              "Link 1\n\tSlot 511  Source0.18:1  Port fffUNKNOWN 9 8\n"
+              "Link 2\nLink 3\n\tSlot 1  Source0.1:1  Port 1ORB PORT 1\n");
+        Reply(ShellCommand::Routes,
+              "Sources          Sinks\n0:    0       >> k0:   0-3    \nbulk: 9-10    >> k0:   4-5    \n"
+              "0:    0       >> k0:   6-511  \n\nk1:   3       >> bulk: 0      \n"
+              "0:    0       >> bulk: 1-511  \nError: >> : \n: 1 >> k0: 9-2\nk0: x >> k1: 3\n");
+        Reply(ShellCommand::Clocks, "Clock Ids: bulk (4) k0 (1) Internal (0)\n\n Id Enabled Measure    State\n"
+                                    "  4    true    1365   stable locked [selected, auto-select off]\n"
+                                    "  1   false       0 unstable\n  0    true      17   stable locking\n"
+                                    " 1 maybe 3 stable\n 99999999999 true 0 stable\n 2 true 5 other\n 3 true\n");
+        Reply(ShellCommand::ActiveClock, "Internal\n");
+        // What the network brings is shown as it is, and breaks neither JSON nor the metrics.
+        Log("A heartbeat send delay of \xFF\x01<script>alert(1)</script>\"\\");
+        Log("DeviceManager::OnDeviceChanged Hid 1.2:3 \"\\\xFF\n\xFE Port Sec Korvo  Local IP 1.1.1.1 Rem IP 1.1.1.2 "
+            "Link Type Router");
+        Log("OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid false");
+        mPicture.OnRound(Now - 2500);
+        mPicture.OnSparing(true);
+        mPicture.OnLong(ShellCommand::Slots, true);
     }
 
     Picture mPicture{"127.0.0.1:55555"};
+
+private:
+    nlohmann::json mBefore = nlohmann::json::object();
 };
 
-/// The lines of a box being plugged in and pulled out.
-TEST_F(Module, ALinkIsFollowedThroughTheLog)
+TEST_F(Module, TheWholeStateFollowsFromListingsAndLog)
 {
-    EXPECT_EQ(Link(), "unknown|unknown|unknown|unknown|unknown|||");
-    Log("LID: 0.18 LG:H0 RID: 0x40(64) RG:H0 LS 1");
-    EXPECT_EQ(Link(), "yes|unknown|unknown|unknown|unknown|||");
-    Log("DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.8.0.1 Rem IP 0.8.0.254 Link Type AoIP");
-    EXPECT_EQ(Link(), "yes|yes|unknown|no|no|0.32:1|AoIP|");
-    Log("OnKLVStreamChanged Port Pri Korvo  Stream LOCAL_LINK  Valid true");
-    Log("Request Software check");
-    EXPECT_EQ(Link(), "yes|yes|yes|underway|no|0.32:1|AoIP|");
-    Log("Setting UDP timeout on Gige port H0  to 2000");
-    EXPECT_EQ(Link(), "yes|yes|yes|yes|yes|0.32:1|AoIP|");
-    EXPECT_EQ(mPicture.Links().Link(Port::Secondary).beating, Fact::Unknown);
-    Log("LID: 0.18 LG:H0 RID: INVALID_HID RG:H0 LS 0");
-    Log("DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.0.0.0 Rem IP 0.0.0.0 Link Type "
-        "Unknown(0)");
-    Log("OnKLVStreamChanged Port Pri Korvo  Stream LOCAL_LINK  Valid false");
-    EXPECT_EQ(Link(), "no|no|no|no|no|||");
+    Fill();
+    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\"neighbour\":\"1.2:3 \\\"\\\\\xEF\xBF\xBD\\n\xEF\xBF\xBD\","));
+    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\xEF\xBF\xBD\\u0001<script>alert(1)</script>\\\"\\\\\","));
+    EXPECT_EQ(
+        Plain(mPicture.Json(Now)),
+        Plain(
+            R"({schema:1,version:20,time:1000000,watch:{contact:live,information:true,longListings:[rs],restarts:0,rounds:1,
+    shell:127.0.0.1:55555,since:995000,sparing:true,started:991000,taken:997500},module:{hid:0.18:1,network:unknown,
+    updateService:unknown,version:OrbModule 1.0.2452},links:{orb:{stream:yes},primary:{beating:yes,cable:yes,
+    check:unknown,described:unknown,localAddress:,neighbour:0.32:1,remoteAddress:0.8.0.254,stream:yes,type:FixedFormat},
+    secondary:{beating:yes,cable:yes,check:not_needed,described:no,localAddress:1.1.1.1,neighbour:1.2:3 \\\\n,
+    remoteAddress:1.1.1.2,stream:no,type:Router}},devices:[{hid:0.48:8000,local:true,owner:,primary:{address:0.0.0.0,
+    online:false},rate:48kHz,rates:[],secondary:{address:0.12.0.254,online:true},type:KorvoHub},{hid:0.18:1,local:false,
+    owner:0.18:1,primary:{address:1.63.1.0,online:false},rate:48kHz,rates:[48kHz],secondary:{address:0.0.0.0,
+    online:false},type:OrbDsp},{hid:0.32:1,local:true,owner:,primary:{address:0.8.0.254,online:true},rate:48kHz,
+    rates:[48kHz,96kHz],secondary:{address:0.0.0.0,online:false},type:FixedFormat},{hid:0.48:2,local:false,
+    owner:0.48:8000,primary:{address:0.48.9.1,online:true},rate:44.1kHz,rates:[],secondary:{address:0.48.9.2,
+    online:true},type:Modular},{hid:0.98:1,local:true,owner:,primary:{address:0.0.0.0,online:false},rate:,rates:[],
+    secondary:{address:0.0.0.0,online:false},type:AoIP}],patches:[{destination:{hid:0x11(17),index:9,style:Output},
+    primary:{link:{port:unknown,slots:[]},state:success},secondary:{link:{port:unknown,slots:[]},state:awaiting_reply},
+    source:{hid:0.32:1,index:3,style:Input},state:success,swap:{port:unknown,slots:[]}},{destination:{hid:0x12(18),
+    index:4,style:Output},primary:{link:{port:unknown,slots:[]},state:not_sent},secondary:{link:{port:unknown,slots:[]},
+    state:sent},source:{hid:0.32:1,index:3,style:Input},state:sent,swap:{port:unknown,slots:[]}},
+    {destination:{hid:0x12(18),index:5,style:Output},primary:{link:{port:primary,slots:[3,4,7]},state:reserved},
+    secondary:{link:{port:secondary,slots:[9]},state:success},source:{hid:0.32:1,index:3,style:Input},state:success,
+    swap:{port:orb,slots:[0]}}],slots:{orb:[{destinations:1,from:{port:secondary,slots:[3]},slot:0,source:0.32:1,
+    sourcePort:3},{destinations:2,from:{port:primary,slots:[4]},slot:1,source:0.32:1,sourcePort:4}],
+    primary:[{destinations:0,from:{port:unknown,slots:[8]},slot:511,source:0.18:1,sourcePort:4095}],secondary:[]},
+    routes:[{runs:[{from:[3,3],source:k1,to:[0,0]}],samples:512,sink:bulk},{runs:[{from:[9,10],source:bulk,to:[4,5]}],
+    samples:512,sink:k0}],clocks:{active:Internal,autoSelectOff:true,sources:[{enabled:true,id:4,lock:locked,
+    measure:1365,name:bulk,selected:true,stable:true},{enabled:false,id:1,lock:,measure:0,name:k0,selected:false,
+    stable:false},{enabled:true,id:0,lock:locking,measure:17,name:Internal,selected:true,stable:true}]},
+    faults:[{feature:Fault,number:1,stamp:25/11/26 09:43:38,
+    text:A heartbeat send delay of \u0001<script>alert(1)</script>\\\,time:999999}]}
+)"));
 }
 
-TEST_F(Module, AnUnchangedListingIsNoChange)
+/// A family on each line: its type and its samples.
+TEST_F(Module, TheWholePageOfMetrics)
 {
-    Reply reply{ShellCommand::Slots, "Link 0\n\tSlot 0  Source0.32:1  Port 3Pri Korvo 3\n", {}, false, 0};
-    mPicture.OnReply(reply);
-    const std::uint64_t version = mPicture.Version(Section::Slots);
-    mPicture.OnReply(reply);
-    EXPECT_EQ(mPicture.Version(Section::Slots), version);
-    reply.result = "Link 0\n";
-    mPicture.OnReply(reply);
-    EXPECT_EQ(mPicture.Version(Section::Slots), version + 1);
+    EXPECT_THAT(MetricsText(Picture(""), {}, Now),
+                AllOf(HasSubstr("orbmodule_up 0\n"), HasSubstr("age_seconds -1\n"), HasSubstr("orbwatch_sparing 0\n")));
+    Fill();
+    const std::string page = MetricsText(mPicture, {2, 7, 1}, Now);
+    const std::size_t own = page.find("# HELP process_");
+    std::string samples = std::regex_replace(
+        page.substr(0, own), std::regex("# HELP (\\w+) [^\n]{9,}\n# TYPE \\1 (\\w+)\n\\1(?=[ {])"), "$2 $1");
+    samples = std::regex_replace(samples, std::regex("orbmodule_|\"|\norbmodule_[a-z_]+(?=\\{)"), "");
+    EXPECT_EQ(samples, Plain(R"(gauge up 1
+gauge info{version=OrbModule 1.0.2452,hid=0.18:1} 1
+counter restarts_total 0
+gauge picture_age_seconds 2.5
+gauge link_up{link=primary} 1{link=secondary} 0
+gauge link_neighbour_info{link=primary,hid=0.32:1,type=FixedFormat} 1{link=secondary,hid=1.2:3 \\\?\n?,type=Router} 1
+gauge devices{type=FixedFormat,link=primary} 1{type=KorvoHub,link=secondary} 1{type=Modular,link=primary} 1
+    {type=Modular,link=secondary} 1
+gauge patches{state=not_sent} 0{state=sent} 1{state=success} 2{state=reserved} 0
+gauge patches_redundant 1
+gauge slots_in_use{port=orb} 2{port=primary} 1{port=secondary} 0
+gauge fpga_routed_samples{sink=bulk} 1{sink=k0} 2
+gauge clock_selected{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 1
+gauge clock_stable{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 1
+gauge clock_locked{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 0
+gauge clock_measure{id=4,source=bulk} 1365{id=1,source=k0} 0{id=0,source=Internal} 17
+counter log_lines_total{feature=Assert} 0{feature=Fault} 1{feature=Information} 2
+counter orbwatch_rounds_total 1
+gauge orbwatch_sparing 1
+gauge orbwatch_listings_in_flight 1
+gauge orbwatch_viewers 2
+counter orbwatch_http_requests_total 7
+)"));
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    double memory = 0;
+    double cpu = 0;
+    ASSERT_EQ(std::sscanf(page.c_str() + own,
+                          "# HELP process_resident_memory_bytes %*[^\n]\n# TYPE process_resident_memory_bytes gauge\n"
+                          "process_resident_memory_bytes %lf\n# HELP process_cpu_seconds_total %*[^\n]\n"
+                          "# TYPE process_cpu_seconds_total counter\nprocess_cpu_seconds_total %lf\n",
+                          &memory, &cpu),
+              2);
+    EXPECT_THAT(memory / 1024, AllOf(testing::Gt(usage.ru_maxrss / 2), testing::Lt(usage.ru_maxrss * 2)));
+    EXPECT_NEAR(cpu, static_cast<double>(std::clock()) / CLOCKS_PER_SEC, 0.03);
 }
 
-TEST_F(Module, KnowsWhetherAnAnswerIsDue)
+TEST_F(Module, WhatIsTheSameAgainIsNoChange)
 {
-    for (const auto& [state, awaits] : {std::pair("Patch Success", false), std::pair("Patch Sent", true),
-                                        std::pair("Patch Awaiting Reply", true), std::pair("Patch Reserved", false)}) {
-        const std::string patch = "PI  Src HID:2097153(0.32:1 ), Style:1(Input), Idx:3 \n"
-                                  "\t\t\tDst HID:18(0x12(18) ), Style:2(Output), Idx:5 \n\t\t\tPri Patch Success \n"
-                                  "\t\t\tSec " +
-                                  std::string(state) + " \n";
-        mPicture.OnReply({ShellCommand::Patches, "", {patch}, false, 0});
-        EXPECT_EQ(mPicture.AwaitsAnswer(), awaits) << state;
+    const auto version = [this] { return mPicture.StateVersion(); };
+    EXPECT_EQ(version(), 9u);
+    EXPECT_EQ(Log("LID: 0.18 LG:H0 RID: 0x40(64) RG:H0 LS 1"), " primary/cable=yes");
+    const std::pair<Contact, const char*> contacts[] = {{Contact::Silent, " /watch/contact=silent /watch/since=1"},
+                                                        {Contact::Live, " /watch/contact=live /watch/since=2"},
+                                                        {Contact::Live, ""},
+                                                        {Contact::Away, " /watch/contact=away /watch/since=4"},
+                                                        {Contact::Live, " primary/cable=unknown /watch/contact=live "
+                                                                        "/watch/restarts=1 /watch/since=5"}};
+    Milliseconds time = 1;
+    for (const auto& [contact, changes] : contacts) {
+        mPicture.OnContact(contact, time++);
+        EXPECT_EQ(Changes(), changes);
     }
-    mPicture.OnReply({ShellCommand::Clocks, " Id Enabled Measure    State\n  2    true   48000   stable locking\n"});
+    EXPECT_EQ(version(), 15u);
+    for (const bool on : {true, false}) {
+        mPicture.OnInformation(!on);
+        mPicture.OnSparing(on);
+        mPicture.OnLong(ShellCommand::Routes, on);
+        EXPECT_EQ(Changes(), on ? " /watch/information=false /watch/longListings/0=adma/status /watch/sparing=true"
+                                : " /watch/information=true /watch/sparing=false");
+    }
+    for (int i = 0; i < 2; ++i) {
+        Reply(ShellCommand::ActiveClock, " k0\n");
+        EXPECT_FALSE(mPicture.AwaitsAnswer());
+        EXPECT_EQ(Changes(), i == 0 ? " /clocks/active=k0" : "");
+    }
+    EXPECT_EQ(version(), 18u);
+    Reply(ShellCommand::Clocks, "x\n 0 true 17 stable locking\n");
     EXPECT_TRUE(mPicture.AwaitsAnswer());
+    EXPECT_EQ(Changes(), " /clocks/sources/0/enabled=true /clocks/sources/0/id=0 /clocks/sources/0/lock=locking "
+                         "/clocks/sources/0/measure=17 /clocks/sources/0/name= /clocks/sources/0/selected=false "
+                         "/clocks/sources/0/stable=true");
 }
 
+TEST(Patches, TheBetterOfTwoStatesAndWhetherAnAnswerIsDue)
+{
+    const std::pair<const char*, const char*> states[] = {{"Success", "success"},
+                                                          {"Reserved", "reserved"},
+                                                          {"Retry Sent", "retry_sent"},
+                                                          {"Awaiting Reply", "awaiting_reply"},
+                                                          {"Sent", "sent"},
+                                                          {"Not Sent", "not_sent"},
+                                                          {"x", "invalid"}};
+    for (const auto& a : states)
+        for (const auto& b : states) {
+            const auto patch =
+                ParsePatch(Patch("1(0.1 ), Style:2(Output), Idx:5", a.first, std::string(b.first) + " \n"));
+            ASSERT_TRUE(patch);
+            EXPECT_EQ(PatchStateName(patch->Best()), std::min(&a, &b)->second);
+            const auto isDue = [&](const auto& state) { return &state >= states + 2 && &state <= states + 4; };
+            EXPECT_EQ(patch->AwaitsAnswer(), isDue(a) || isDue(b)) << a.first << b.first;
+        }
+}
+
+/// A listing may be cut or garbled anywhere by the module's log. Of each part only the first character is changed.
+TEST(Listings, ARecordWithABrokenPartIsNone)
+{
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {Box, {"\tPri", "Link true", "true", "Sec Rem", "Link false", "false"}},
+        {Beyond, {"Hid", ", Type", "Pri Rem Addr", "Link true", "Sec Rem Addr", "Owning", " SR"}},
+        {Reserved,
+         {"PI", "HID", "2097153", "(", "), S", "1(", "(Input", "), Idx", "3 ", "\tDst", "HID:18", "18(", "(0x12",
+          "), Style:2", ":2(", "(Output", "), Idx:5", "5 "}}};
+    const auto isNone = [](const std::string& text) { return !ParseDevice(text) && !ParsePatch(text); };
+    for (const auto& [record, parts] : cases) {
+        EXPECT_FALSE(isNone(record));
+        for (const std::string& part : parts)
+            EXPECT_TRUE(isNone(Replaced(record, part, "#" + part.substr(1)))) << part;
+        EXPECT_TRUE(isNone(record.substr(0, record.find("Sec ") + 3)));
+    }
+}
+
+/// Lines of the log, and what each changes in the state.
+TEST_F(Module, TheLinksAreFollowedThroughTheLog)
+{
+    ExpectTranscript(R"(
+Request Software check ->
+LID: 0.18 LG:H0 RID: 0x40(64) RG:H0 LS 1 -> primary/cable=yes
+DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.8.0.1 Rem IP 0.8.0.254 Link Type AoIP ->
+    primary/beating=yes primary/check=no primary/described=no primary/localAddress=0.8.0.1 primary/neighbour=0.32:1
+    primary/remoteAddress=0.8.0.254 primary/type=AoIP
+OnKLVStreamChanged Port Pri Korvo  Stream LOCAL_LINK  Valid true -> primary/stream=yes
+Request Software check -> primary/check=underway
+SystemWithStderr: command:route add -host 0.32.5.0 k2link0, err_file:x ->
+Setting UDP timeout on Gige port H0  to 2000 -> primary/check=yes primary/described=yes
+DeviceManager::OnDeviceChanged Hid 0.48:8000  Port Sec Korvo  Local IP 0.12.0.1 Rem IP 0.12.0.254 Link Type KorvoHub ->
+    secondary/beating=yes secondary/cable=yes secondary/check=no secondary/described=no
+    secondary/localAddress=0.12.0.1 secondary/neighbour=0.48:8000 secondary/remoteAddress=0.12.0.254
+    secondary/type=KorvoHub
+OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid true -> secondary/stream=yes
+Software check underway -> secondary/check=underway
+SystemWithStderr: command:route add -host 0.49.5.0 k2link1; SystemWithStderr: command:route add -host 0.48.5.0 k2link0;
+    SystemWithStderr: command:route add -host 0.48.5.0 k2link2; SystemWithStderr: command:route add -host 0.48.5.0 eth0 ->
+SystemWithStderr: command:route add -host 0.48.5.0  k2link1, err_file:x -> secondary/check=yes secondary/described=yes
+void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on H1 -> secondary/beating=no
+Heartbeat timeout on H2; xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxHeartbeat timeout on H0 ->
+xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxHeartbeat timeout on H0 -> primary/beating=no
+LID: 0.18 LG:H1 RID: 0x48(72) RG:H0 LS 0 -> secondary/cable=no
+LID: 0.18 LG:H1 RID: 0x48(72) RG:H0 LS g ->
+LID: 0.18 LG:H1 RID: 0x48(72) RG:H0 LS a -> secondary/cable=yes
+LID: 0.18 LG:H0 RID: INVALID_HID RG:H0 LS 1 -> primary/cable=no
+LID: 0.18 LG:H2 RID: 0x40(64) RG:H0 LS 1; LID: 0.18 LG:H0 RID: 0x40(64) LS 1; LID: 0.18 LG:H0 0x40(64) RG:H0 LS 1;
+    LID: 0.18 H0 RID: 0x40(64) RG:H0 LS 1; LID: 0.18 LG:H0 RID: 0x40(64) RG:H0 1 ->
+OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid false -> secondary/described=no secondary/stream=no
+OnKLVStreamChanged Port Sec Korvo  Stream OTHER  Valid true; OnKLVStreamChanged Port Sec Korvo  LOCAL_LINK  Valid true;
+    OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid maybe;
+    OnKLVStreamChanged Port UNKNOWN 9  Stream LOCAL_LINK  Valid true ->
+OnKLVStreamChanged Port UNKNOWN 9  Stream UPDATE_LINK  Valid true -> /module/updateService=yes
+OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false -> orb/stream=no
+LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000 -> /module/hid=0.18:8000
+KORVO NETWORK CONNECTION true -> /module/network=yes
+KORVO NETWORK CONNECTION false -> /module/network=no
+Setting UDP timeout on Gige port H7  to 2000;
+    DeviceManager::OnDeviceChanged Hid 0.48:8000  Port Sec Korvo  Local IP 0.12.0.1 Rem IP 0.12.0.254;
+    DeviceManager::OnDeviceChanged Hid 0.48:8000  Port Sec Korvo  Rem IP 0.12.0.254 Link Type AoIP;
+    DeviceManager::OnDeviceChanged Hid 0.32:1  Port UNKNOWN 9  Local IP 1 Rem IP 2 Link Type AoIP ->
+DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.8.0.2 Rem IP 0.8.0.253 Link Type OrbDsp ->
+    primary/beating=yes primary/cable=yes primary/check=not_needed primary/described=no
+    primary/localAddress=0.8.0.2 primary/remoteAddress=0.8.0.253 primary/type=OrbDsp
+SystemWithStderr: command:route add -host 0.32.5.0 k2link0, err_file:x -> primary/described=yes
+DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.0.0.0 Rem IP 0.0.0.0 Link Type Unknown(0) ->
+    primary/beating=no primary/check=no primary/described=no primary/localAddress= primary/neighbour=
+    primary/remoteAddress= primary/type=
+)",
+                     [this](const std::string& line) {
+                         const std::string changes = Log(line);
+                         return changes.empty() ? Lines() : Lines{changes.substr(1)};
+                     });
+}
+
+TEST_F(Module, TheListingsTellWhatTheLogHasNot)
+{
+    const auto links = [this](const std::vector<std::string>& records) {
+        Reply(ShellCommand::LocalAndRouting, "", records);
+        return std::regex_replace(Changes(), std::regex(" /devices[^ ]*"), "");
+    };
+    // Of other Orb routers, and of what is none.
+    EXPECT_EQ(links({Replaced(OrbRouter, "0.18:1", "0.19:1"), Replaced(OrbRouter, "OrbDsp", "Router"),
+                     Replaced(OrbRouter, "1.63.1.0", "1.63.2.0")}),
+              " primary/stream=no secondary/stream=no");
+    EXPECT_EQ(links({Hub, OrbRouter, Beyond}),
+              " orb/stream=yes secondary/beating=yes secondary/cable=yes secondary/check=yes secondary/described=yes "
+              "secondary/neighbour=0.48:8000 secondary/remoteAddress=0.12.0.254 secondary/stream=yes "
+              "secondary/type=KorvoHub /module/hid=0.18:1");
+    Log("LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000 ");
+    Log("OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false");
+    EXPECT_EQ(links({Replaced(Hub, "KorvoHub", "Router"), OrbRouter}),
+              " secondary/check=not_needed secondary/type=Router");
+}
 /// The texts come from the module's sources: one that is no longer there, or under another feature, shows here.
 TEST(LogFeatures, FollowFromTheText)
 {
-    EXPECT_EQ(FeatureOf("A heartbeat send delay of 400ms has occurred on H0"), "Fault");
-    EXPECT_EQ(FeatureOf("DeviceManager::OnDeviceChanged Hid 0.32:1"), "Information");
-    EXPECT_EQ(FeatureOf("DeviceManager::GetInputLinkSlot: Unknown port A9"), "Fault");
-    EXPECT_EQ(FeatureOf("[40000002] Assert failed in file X.cpp at line 3 - x"), "Assert");
-    EXPECT_EQ(FeatureOf("Patcher::ProcessPatchUnpatch "), "RouterAudioRoute");
-    EXPECT_EQ(FeatureOf("no such text"), UnknownFeature);
+    const std::pair<const char*, const char*> cases[] = {
+        {"A heartbeat send delay of 400ms has occurred on H0", "Fault 1"},
+        {"DeviceManager::OnDeviceChanged Hid 0.32:1", "Information 0"},
+        {"DeviceManager::GetInputLinkSlot: Unknown port A9", "Fault 1"},
+        {"[40000002] Assert failed in file X.cpp at line 3 - x", "Assert 1"},
+        {"[40000002]  Assert failed in file X.cpp at line 3 - x", "unknown 0"},
+        {"[4000002] Assert failed in file X.cpp at line 3 - x", "unknown 0"},
+        {"x40000002] Assert failed in file X.cpp at line 3 - x", "unknown 0"},
+        {"[4000000]", "unknown 0"},
+        {"Patcher::ProcessPatchUnpatch ", "RouterAudioRoute 0"}};
+    for (const auto& [text, feature] : cases)
+        EXPECT_EQ(std::string(FeatureOf(text)) + (IsFaultFeature(FeatureOf(text)) ? " 1" : " 0"), feature) << text;
+    EXPECT_TRUE(IsFaultFeature("Invalid"));
 }
 
-/// What the network brings is shown as it is, and breaks neither JSON nor the metrics.
-TEST_F(Module, TextsFromTheNetworkStayTexts)
+TEST(LogStore, KeepsTheLastLinesAndFaults)
 {
-    Log("A heartbeat send delay of \xFF\x01<script>alert(1)</script>\"\\");
-    Log("DeviceManager::OnDeviceChanged Hid 1.2:3 \"\\\xFF Port Pri Korvo  Local IP 1.1.1.1 Rem IP 1.1.1.2 Link Type "
-        "AoIP");
-    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\xEF\xBF\xBD\\u0001<script>"));
-    const std::string metrics = MetricsText(mPicture, {}, Now);
-    EXPECT_THAT(metrics, HasSubstr(R"(hid="1.2:3 \"\\?")"));
-    EXPECT_THAT(metrics, HasSubstr("orbmodule_log_lines_total{feature=\"Fault\"} 1\n"));
+    LogStore log;
+    const auto json = [&](std::uint64_t from, std::size_t most) {
+        return std::regex_replace(LogJson(log, from, most),
+                                  std::regex(R"("feature":"unknown",|,"stamp":"s","text":"x")"), "");
+    };
+    EXPECT_EQ(json(1, 5), R"({"lines":[],"missed":0})");
+    for (int i = 1; i <= 2001; ++i)
+        log.Add({"s", i <= 201 ? "Assert failed in file " : "x"}, i);
+    EXPECT_EQ(Joined(log.Newest(), log.Entries().size(), log.Faults().size(), log.Faults().front().number),
+              "2001|2000|200|2|");
+    EXPECT_EQ(json(1, 1),
+              R"({"lines":[{"feature":"Assert","number":2,"stamp":"s","text":"Assert failed in file ","time":2}],)"
+              R"("missed":1})");
+    EXPECT_EQ(json(1999, 2), R"({"lines":[{"number":1999,"time":1999},{"number":2000,"time":2000}],"missed":0})");
+    EXPECT_EQ(json(2001, 2), R"({"lines":[{"number":2001,"time":2001}],"missed":0})");
+    EXPECT_EQ(json(2002, 2), R"({"lines":[],"missed":0})");
+    log.Add({"", std::string(512 * 1024 - 1, 'x')}, 1);
+    EXPECT_EQ(log.Entries().size(), 2u);
+    log.Add({"", "y"}, 1);
+    EXPECT_EQ(log.Entries().size(), 2u);
+    log.Add({"", ""}, 1);
+    EXPECT_EQ(Joined(log.Entries().size(), log.Entries().front().number, log.Counts().at("unknown")), "3|2002|1803|");
 }
 
-/// Each family has its HELP and TYPE ahead of its samples, and each line has the form that scrapers read.
-TEST_F(Module, MetricsAreWellFormed)
-{
-    const std::regex sample(R"(([a-z_:]+)(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})? -?[0-9.e+]+)");
-    std::istringstream lines(MetricsText(mPicture, {}, Now));
-    std::string family;
-    for (std::string line; std::getline(lines, line);) {
-        std::smatch match;
-        const std::string name = line.substr(7, line.find(' ', 7) - 7);
-        if (line.rfind("# HELP ", 0) == 0) {
-            EXPECT_NE(name, std::exchange(family, name));
-        } else if (line.rfind("# TYPE ", 0) == 0) {
-            EXPECT_EQ(name, family);
-            EXPECT_EQ(name.find("_total") != std::string::npos, line.find(" counter") != std::string::npos) << line;
-        } else {
-            ASSERT_TRUE(std::regex_match(line, match, sample)) << line;
-            EXPECT_EQ(match[1], family);
-        }
-    }
-}
-
-TEST(HttpRules, OnlyHostsThatAreKnown)
+TEST(HttpRules, OnlyHostsThatAreKnownAndThePathOfATarget)
 {
     using boost::asio::ip::make_address;
     const auto loopback = make_address("127.0.0.1");
     const auto outside = make_address("10.0.0.7");
-    const std::vector<std::string> names{"console-7.lan"};
+    const std::vector<std::string> names{"other", "console-7.lan"};
     EXPECT_TRUE(IsKnownHost("127.0.0.1:8055", loopback, {}));
     EXPECT_TRUE(IsKnownHost("LocalHost:1", loopback, {}));
     EXPECT_TRUE(IsKnownHost("[::1]:8055", make_address("::1"), {}));
@@ -319,6 +425,117 @@ TEST(HttpRules, OnlyHostsThatAreKnown)
                              "10.0.0.8", "[::1", "[", "127.1"})
         EXPECT_FALSE(IsKnownHost(host, loopback, names)) << host;
     EXPECT_FALSE(IsKnownHost("localhost", outside, {}));
+    EXPECT_EQ(Joined(PathOf("/a/b?c=/d"), PathOf("/"), PathOf("quit"), PathOf("?/a"), PathOf("")), "/a/b|/||||");
+}
+
+const std::string Stamp = "[25/11/26 09:43:38] ";
+const std::string Overflow = "*** KorvoAudit buffer overflow, message truncated ***";
+
+std::string Received(const std::string& command)
+{
+    return Stamp + "CommandLine: Received " + command + "\r\n";
+}
+std::string Sent(const std::string& command, const std::string& result)
+{
+    return Stamp + "CommandLine: Sent " + command + " Result\r\n" + result + "\r\n";
+}
+
+struct Session : testing::TestWithParam<std::size_t>
+{
+    /// The bytes come in pieces of any size.
+    void Feed(const std::string& bytes)
+    {
+        for (std::size_t at = 0; at < bytes.size(); at += GetParam())
+            EXPECT_TRUE(session.Feed(bytes.substr(at, GetParam())));
+    }
+    /// What the session has done, in order.
+    std::string Seen() { return std::exchange(seen, {}); }
+
+    std::string seen;
+    ShellSession session{
+        {[this](const std::string& bytes) { seen += "send " + bytes; },
+         [this](const LogMessage& message) { seen += "log " + Joined(message.stamp, message.text) + "\n"; },
+         [this](const Reply& reply) {
+             seen += "reply " + Joined(TextOf(reply.command), reply.result, reply.cut, reply.loggedBytes);
+             for (const std::string& record : reply.records)
+                 seen += record.substr(0, record.find('\n')) + "|";
+             seen += "\n";
+         },
+         [this] { seen += "ready " + session.Version() + "\n"; }}};
+};
+
+/// Foreign lines in the middle of a listing belong to the log and not to the listing. The log holds 4095 bytes of a
+/// message and cuts off the rest, its line end included.
+TEST_P(Session, ReadsListingsResultsAndLogOutOfOneStream)
+{
+    Feed("\nOstrel command shell: OrbModule Wed Nov 25 09:43:38 2026\nType 'help' to see available commands.\n"
+         "Type 'cmd --help' to find out more about 'cmd'.\n");
+    EXPECT_FALSE(session.IsReady());
+    Feed(Stamp + "Scanned\r\n" + Received("tail false") + "true\nOrbModule 1.0.2452\n" + Sent("tail", "true\n"));
+    EXPECT_TRUE(session.IsReady());
+    EXPECT_EQ(Seen(),
+              "send tail false\nversion\ntail true\nlog 25/11/26 09:43:38|Scanned|\nready OrbModule 1.0.2452\n");
+
+    session.Ask(ShellCommand::LocalAndRouting);
+    const std::string before = Stamp + Box + Received("sr") + Stamp + "Local devices:\n" + Stamp + Hub;
+    const std::string after = Stamp + "Remote devices:\n" + Received("ps") + Sent("ps", "") + Sent("sr", "");
+    Feed(before + Stamp + "A heartbeat \nsend delay \t\r\n" + Received("patch 0 5 1 7") + Sent("patch", "") + Stamp +
+         " \r\n" + after);
+    EXPECT_EQ(Seen(), "send sr\nlog 25/11/26 09:43:38|A heartbeat \nsend delay|\n"
+                      "log 25/11/26 09:43:38|CommandLine: Received patch 0 5 1 7|\n"
+                      "log 25/11/26 09:43:38|CommandLine: Sent patch Result|\n"
+                      "reply " +
+                          Joined("sr", "\r\n", 0, before.size() + after.size()) +
+                          "Local devices:|KorvoHub 0.48:8000 |Remote devices:|\n");
+
+    // A result may hold empty lines and brackets.
+    session.Ask(ShellCommand::Clocks);
+    const std::string clocks = Received("clock/status") + Sent("clock/status", "Clock Ids: [x]\n\n Id\n");
+    Feed(clocks);
+    EXPECT_EQ(Seen(), "send clock/status\nreply " +
+                          Joined("clock/status", "Clock Ids: [x]\n\n Id\n\r\n", 0, clocks.size()) + "\n");
+
+    session.Ask(ShellCommand::Slots);
+    const std::string cut = Sent("rs", "Link 0\n" + std::string(5000, 'x')).substr(0, 4095);
+    Feed(Received("rs") + Overflow + cut + Stamp + "no stamp [25/11/26 09:43:3x] here\r\n");
+    EXPECT_EQ(Seen(), "send rs\nreply " +
+                          Joined("rs", cut.substr(Sent("rs", "").size() - 2), 1,
+                                 Received("rs").size() + Overflow.size() + 4095) +
+                          "\n");
+
+    // Another client turns its tail off meanwhile, and its reply in the log looks like ours.
+    session.AskWhole(ShellCommand::Slots);
+    const std::string other = Received("tail false") + Sent("tail", "true\n");
+    const std::string direct = "Link 0\n" + std::string(5000, 'x') + "\nOrbModule 1.0.2452 too\n";
+    Feed(other + Stamp + "true\nor not\r\n" + Received("tail false") + "true\n" + direct + "OrbMod");
+    EXPECT_EQ(Seen(),
+              "send tail false\nrs\nversion\ntail true\n"
+              "log 25/11/26 09:43:38|no stamp [25/11/26 09:43:3x] here|\nlog 25/11/26 09:43:38|true\nor not|\n");
+    Feed("ule 1.0.2452\n" + Sent("tail", "true\n") + Overflow + Stamp + "Routers Disallowed\r\n");
+    session.OnQuiet();
+    EXPECT_EQ(Seen(), "reply " + Joined("rs", direct, 0, other.size() + Received("tail false").size() + 4095) +
+                          "\nlog 25/11/26 09:43:38|Routers Disallowed|\n");
+
+    // A message is held back while a reply is due.
+    session.Ask(ShellCommand::ActiveClock);
+    Feed("A1  -> 3\n");
+    session.OnQuiet();
+    EXPECT_EQ(Seen(), "send clock/active\n");
+    const std::string clock = Received("clock/active") + Sent("clock/active", "k0\n");
+    Feed(clock);
+    EXPECT_EQ(Seen(), "log |A1  -> 3|\nreply " + Joined("clock/active", "k0\n\r\n", 0, clock.size()) + "\n");
+
+    session.AskWhole(ShellCommand::Routes);
+    Feed("true\nOrbModule 1.0.2452\n");
+    EXPECT_EQ(Seen(), "send tail false\nadma/status\nversion\ntail true\nreply adma/status||0|0|\n");
+}
+INSTANTIATE_TEST_SUITE_P(Pieces, Session, testing::Values(1, 7, 100000));
+
+TEST(Sessions, DoNotGrowWithoutEnd)
+{
+    ShellSession session({});
+    EXPECT_TRUE(session.Feed(std::string(8 * 1024 * 1024, 'x')));
+    EXPECT_FALSE(session.Feed("x"));
 }
 
 } // namespace
