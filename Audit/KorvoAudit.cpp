@@ -191,7 +191,6 @@ void KorvoAudit::Rotate()
         fs::rename(mLogPath, previous);
         RunShell("gzip -- " + Quoted(previous), [this] { ReportSlowGzip(); });
         fs::remove(previous);
-        mFile.clear();
         mFile.open(mLogPath, std::ios::out | std::ios::trunc);
         FlushPending();
     } catch (const fs::filesystem_error& error) {
@@ -250,6 +249,5 @@ void KorvoAudit::HaltFile(const std::string& reason)
     const std::lock_guard<std::mutex> lock(mPendingLock);
     // No later rotation would write them.
     mPending.clear();
-    mPendingLost = 0;
     EndRotation();
 }

@@ -4,6 +4,7 @@
 #include <boost/filesystem.hpp>
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -11,10 +12,12 @@
 #include <thread>
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::MatchesRegex;
@@ -118,11 +121,23 @@ TEST(Features, NamesAndNumbersBelongTogether)
 TEST_F(LogTest, EveryOperationPrintsAndOnlyTheStampedOnesStamp)
 {
     Audit audit;
-    EXPECT_EQ(Console([&] { audit.Write("a%d\n", 1); }), "a1\n");
-    EXPECT_EQ(Console([&] { audit.WriteStamped(0, "d\n"); }), "d\n");
-    EXPECT_THAT(Console([&] { audit.WriteStamped(1, "e%d\n", 5); }), MatchesRegex(Stamp + "e5\n"));
-    EXPECT_THAT(Console([&] { audit.WriteFileOnly(1, 7, "g\n"); }), MatchesRegex(Stamp + "g\n"));
-    EXPECT_EQ(Console([&] { audit.Write(std::string("h%d%s\n"), 8, "i"); }), "h8i\n");
+    const std::string format = "h%d%s\n";
+    EXPECT_THAT(Console([&] {
+                    audit.Write("a%d\n", 1);
+                    audit.WriteTagged(7, "b%d\n", 2);
+                    audit.WriteStamped(2, "c%d\n", 3);
+                    audit.WriteStamped(1, "d%d\n", 4);
+                    audit.WriteStampedTagged(1, 7, "e%d\n", 5);
+                    audit.WriteFileOnly(1, 7, "f%d\n", 6);
+                    audit.WriteConsole("g%d\n", 7);
+                    audit.Write(format, 8, "i");
+                    audit.WriteTagged(7, format, 8, "i");
+                    audit.WriteStamped(0, format, 8, "i");
+                    audit.WriteStampedTagged(0, 7, format, 8, "i");
+                    audit.WriteFileOnly(0, 7, format, 8, "i");
+                    audit.WriteConsole(format, 8, "i");
+                }),
+                MatchesRegex("a1\nb2\nc3\n" + Stamp + "d4\n" + Stamp + "e5\n" + Stamp + "f6\ng7\n(h8i\n){6}"));
 }
 
 TEST_F(LogTest, StampIsDayFirstInUtcPlusTheOffset)
@@ -139,19 +154,21 @@ TEST_F(LogTest, StampIsDayFirstInUtcPlusTheOffset)
 
 TEST_F(LogTest, FailedAssertionIsWrittenAndItsMessageOnlyUnderItsFeature)
 {
-    Audit::SetInstance(nullptr);
+    Audit::SetInstance(std::make_unique<RecordingAudit>(Path()).release());
     const auto fail = [] { EXPECT_FALSE(AUDIT_ASSERT_MESSAGE(1 + 1 == 3, std::string("two\n"))); };
-    EXPECT_THAT(Console(fail), MatchesRegex("\\[.*\\]Assert failed in file Tests/Unit/Audit/TestAudit.cpp at line "
-                                            "[0-9]+ - 1 \\+ 1 == 3\r\n\\[.*\\]two\n"));
+    const std::string failed = Stamp +
+                               " \\[40000002\\] Assert failed in file [^.]*Tests/Unit/Audit/TestAudit.cpp at line "
+                               "[0-9]+ - 1 \\+ 1 == 3\r\n";
+    EXPECT_THAT(Console(fail), MatchesRegex(failed + Stamp + " two\n"));
     Audit::Instance()->SetEnabled(0, 0);
-    EXPECT_THAT(Console(fail), MatchesRegex("\\[.*\\]Assert failed in file [^\n]*\n"));
-    EXPECT_EQ(Console([] {
-                  EXPECT_TRUE(AUDIT_ASSERT(true));
-                  AUDIT_LOG(IODiscovery, "off\n");
-                  AUDIT_STREAM(IODiscovery, "off\n");
-              }),
-              "");
-    EXPECT_THAT(Console([] { AUDIT_STREAM(Information, "100% " << 5 << "\n"); }), MatchesRegex("\\[.*\\]100% 5\n"));
+    EXPECT_THAT(Console(fail), MatchesRegex(failed));
+    const auto others = [] {
+        EXPECT_TRUE(AUDIT_ASSERT(true));
+        AUDIT_LOG(IODiscovery, "off\n");
+        AUDIT_STREAM(IODiscovery, "off\n");
+        AUDIT_STREAM(Information, "100% " << 5 << "\n");
+    };
+    EXPECT_THAT(Console(others), MatchesRegex(Stamp + " 100% 5\n"));
     Audit::SetInstance(nullptr);
 }
 
@@ -188,8 +205,8 @@ TEST_F(LogTest, TheDebugFileSwitchesTheFeaturesThatItsWordsName)
     }
     // Of an endless word only the beginning is kept.
     Fill(path, std::string(3 << 20, 'a') + " 5");
-    EXPECT_THAT(read(), AllOf(testing::SizeIs(testing::Lt(3000u)), testing::HasSubstr("Feature aaa"),
-                              EndsWith("Debug Feature ResourceDebug (5) is Off\r\n")));
+    EXPECT_EQ(read(),
+              head + unknown + std::string(1024, 'a') + " is unknown \r\nDebug Feature ResourceDebug (5) is Off\r\n");
     boost::filesystem::remove(path);
     boost::filesystem::create_directory(path);
     EXPECT_EQ(read(), head);
@@ -254,21 +271,35 @@ TEST_F(LogTest, WithoutAFileLinesStillReachConsoleAndTail)
 TEST_F(LogTest, LogsFromManyThreadsStayWholeLines)
 {
     RecordingAudit audit(Path());
+    const auto log = [&audit] {
+        for (int i = 0; i < 5000; ++i)
+            audit.Write("a line of %s\n", "a thread");
+    };
     Console([&] {
-        std::vector<std::thread> threads(4);
-        for (std::thread& thread : threads)
-            thread = std::thread([&audit] {
-                for (int i = 0; i < 5000; ++i)
-                    audit.Write("a line of %s\n", "a thread");
-            });
+        std::thread threads[] = {std::thread(log), std::thread(log), std::thread(log)};
         for (std::thread& thread : threads)
             thread.join();
     });
+    EXPECT_THAT(audit.Lines(), AllOf(testing::SizeIs(15000), testing::Each("a line of a thread\n")));
     std::string expected;
-    for (int i = 0; i < 20000; ++i)
-        expected += "a line of a thread\n";
+    for (const std::string& line : audit.Lines())
+        expected += line;
     EXPECT_TRUE(Read(Path()) == expected);
-    EXPECT_THAT(audit.Lines(), testing::AllOf(testing::SizeIs(20000), testing::Each("a line of a thread\n")));
+}
+
+TEST_F(LogTest, AFullDiskCostsOnlyTheLinesThatFindItFull)
+{
+    RecordingAudit audit(Path());
+    rlimit limit{};
+    ::getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit full{4, limit.rlim_max};
+    const auto before = std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &full);
+    audit.WriteFileOnly(0, 1, "lost\n");
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, before);
+    Log(audit, "later\n");
+    EXPECT_THAT(Read(Path()), EndsWith("later\n"));
 }
 
 constexpr std::size_t Limit = 0x100000;
@@ -324,14 +355,15 @@ TEST_F(RotationTest, AGapClosesAsFilesMoveUpAndTheFifthIsTheLast)
 
 TEST_F(RotationTest, OnlyAFileAboveTheLimitRotates)
 {
-    RecordingAudit audit(Path());
-    FillTo(audit, Limit);
-    Log(audit, "at the limit\n");
-    EXPECT_EQ(Generation(1), "none");
-    Log(audit, "above it\n");
-    audit.FinishRotation();
+    {
+        KorvoAudit audit(Path());
+        FillTo(audit, Limit);
+        Log(audit, "!");
+        EXPECT_EQ(Generation(1), "none");
+        Log(audit, "above it\n");
+    }
     EXPECT_EQ(Read(Path()), "above it\n");
-    EXPECT_THAT(Generation(1), EndsWith("f\nat the limit\n"));
+    EXPECT_THAT(Generation(1), EndsWith("f\n!"));
 }
 
 TEST_F(RotationTest, OnlyARegularFileRotatesWhateverItsPathAndAFailingGzipCostsOnlyTheOldLog)
@@ -365,14 +397,18 @@ TEST_F(RotationTest, AFailedRotationHaltsTheFileButNotTheLog)
     boost::filesystem::create_directory(Path() + ".5.gz");
     FillTo(audit, Limit + 1);
     const std::size_t before = audit.Lines().size();
-    Log(audit, "line\n");
-    audit.FinishRotation();
-    Log(audit, "later\n");
-    auto lines = audit.Lines();
-    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
-    ASSERT_THAT(lines, ElementsAre(AllOf(StartsWith("Failed to rotate logs, logging to file halted: "), EndsWith("\n")),
-                                   "line\n", "later\n"));
-    EXPECT_THAT(Read(Path()), EndsWith(lines[0]));
+    const std::string console = Console([&] {
+        audit.Write("line\n");
+        audit.FinishRotation();
+        audit.Write("later\n");
+    });
+    const auto lines = audit.Lines();
+    ASSERT_EQ(lines.size(), before + 3);
+    const std::string& halted = lines[before];
+    EXPECT_THAT(halted, StartsWith("Failed to rotate logs, logging to file halted: "));
+    EXPECT_EQ(halted + lines[before + 1] + lines[before + 2], console);
+    EXPECT_EQ(console, halted + "line\nlater\n");
+    EXPECT_THAT(Read(Path()), EndsWith(halted));
 }
 
 TEST_F(RotationTest, WhatAFailedRotationHeldBackIsDropped)
@@ -403,9 +439,14 @@ TEST_F(RotationTest, LinesHeldBackWhileARotationRunsComeFirstInTheNewFileUpToALi
     ::mkfifo(Path("end").c_str(), 0600);
     UseGzip("echo begun > " + Path("begun") + "\nread line < " + Path("end") + "\nPATH=" + mPath +
             "\nexec gzip \"$@\"\n");
-    for (const bool isFlooded : {false, true}) {
-        RecordingAudit audit(Path());
-        FillTo(audit, Limit + 1);
+    RecordingAudit audit(Path());
+    const std::vector<std::string> held = {"trigger\n", "held 1\n", "[00000001] held 2\n", Overflow,
+                                           std::string(4095, 'y')};
+    std::string text;
+    for (const std::string& line : held)
+        text += line;
+    for (const bool isFlooded : {true, false}) {
+        FillTo(audit, Limit + 1 - Read(Path()).size());
         std::size_t tailed = 0;
         const std::string console = Console([&] {
             std::thread gzip([&] { EXPECT_EQ(Read(Path("begun")), "begun\n"); });
@@ -416,31 +457,27 @@ TEST_F(RotationTest, LinesHeldBackWhileARotationRunsComeFirstInTheNewFileUpToALi
             audit.Write("held 1\n");
             audit.WriteFileOnly(0, 1, "held 2\n");
             audit.Write("%s", std::string(5000, 'y').c_str());
-            for (int i = 0; isFlooded && i < 10000; ++i)
+            for (int i = 0; isFlooded && i < 9996; ++i)
                 audit.Write("\n%d", i);
             EXPECT_EQ(audit.Lines().size(), tailed);
             Fill(Path("end"), "now\n");
             audit.FinishRotation();
         });
-        const std::vector<std::string> held = {"trigger\n", "held 1\n", "[00000001] held 2\n", Overflow,
-                                               std::string(4095, 'y')};
-        const std::string text = held[0] + held[1] + held[2] + held[3] + held[4];
         const std::vector<std::string> lines = audit.Lines();
         EXPECT_TRUE(std::equal(held.begin(), held.end(), lines.begin() + static_cast<std::ptrdiff_t>(tailed)));
         if (isFlooded) {
             EXPECT_THAT(Read(Path()), StartsWith(text + "\n0\n1\n2\n"));
             EXPECT_THAT(Read(Path()), testing::ContainsRegex(
-                                          "\n9994\\[[^\n]*\\] 5 log lines were lost while the log was rotated\r\n$"));
+                                          "\n9994\\[[^\n]*\\] 1 log lines were lost while the log was rotated\r\n$"));
         } else {
             // On the console at once, and once only.
             EXPECT_THAT(console, EndsWith("trigger\nheld 1\n" + Overflow + "\n" + held[4]));
             EXPECT_EQ(Read(Path()), text);
             EXPECT_EQ(lines.size(), tailed + held.size());
         }
-        Log(audit, "after\n");
-        EXPECT_THAT(Read(Path()), EndsWith("after\n"));
-        boost::filesystem::remove(Path());
     }
+    Log(audit, "after\n");
+    EXPECT_EQ(Read(Path()), text + "after\n");
 }
 
 } // namespace
