@@ -166,40 +166,36 @@ TEST_F(Module, TheWholeStateFollowsFromListingsAndLog)
 )"));
 }
 
-/// A family on each line: its type and its samples.
+/// Of each family its type and its samples.
 TEST_F(Module, TheWholePageOfMetrics)
 {
     EXPECT_THAT(MetricsText(Picture(""), {}, Now),
                 AllOf(HasSubstr("orbmodule_up 0\n"), HasSubstr("age_seconds -1\n"), HasSubstr("orbwatch_sparing 0\n")));
     Fill();
+    // Enough to be told from none.
+    while (std::clock() < CLOCKS_PER_SEC / 5) {
+    }
     const std::string page = MetricsText(mPicture, {2, 7, 1}, Now);
     const std::size_t own = page.find("# HELP process_");
     std::string samples = std::regex_replace(
         page.substr(0, own), std::regex("# HELP (\\w+) [^\n]{9,}\n# TYPE \\1 (\\w+)\n\\1(?=[ {])"), "$2 $1");
     samples = std::regex_replace(samples, std::regex("orbmodule_|\"|\norbmodule_[a-z_]+(?=\\{)"), "");
-    EXPECT_EQ(samples, Plain(R"(gauge up 1
-gauge info{version=OrbModule 1.0.2452,hid=0.18:1} 1
-counter restarts_total 0
-gauge picture_age_seconds 2.5
-gauge link_up{link=primary} 1{link=secondary} 0
-gauge link_neighbour_info{link=primary,hid=0.32:1,type=FixedFormat} 1{link=secondary,hid=1.2:3 \\\?\n?,type=Router} 1
-gauge devices{type=FixedFormat,link=primary} 1{type=KorvoHub,link=secondary} 1{type=Modular,link=primary} 1
-    {type=Modular,link=secondary} 1
-gauge patches{state=not_sent} 0{state=sent} 1{state=success} 2{state=reserved} 0
-gauge patches_redundant 1
-gauge slots_in_use{port=orb} 2{port=primary} 1{port=secondary} 0
-gauge fpga_routed_samples{sink=bulk} 1{sink=k0} 2
-gauge clock_selected{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 1
-gauge clock_stable{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 1
-gauge clock_locked{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 0
-gauge clock_measure{id=4,source=bulk} 1365{id=1,source=k0} 0{id=0,source=Internal} 17
-counter log_lines_total{feature=Assert} 0{feature=Fault} 1{feature=Information} 2
-counter orbwatch_rounds_total 1
-gauge orbwatch_sparing 1
-gauge orbwatch_listings_in_flight 1
-gauge orbwatch_viewers 2
-counter orbwatch_http_requests_total 7
-)"));
+    EXPECT_EQ(std::regex_replace(samples, std::regex("\n"), ";"),
+              Plain(R"(gauge up 1;gauge info{version=OrbModule 1.0.2452,hid=0.18:1} 1;counter restarts_total 0;
+    gauge picture_age_seconds 2.5;gauge link_up{link=primary} 1{link=secondary} 0;
+    gauge link_neighbour_info{link=primary,hid=0.32:1,type=FixedFormat} 1
+    {link=secondary,hid=1.2:3 \\\?\n?,type=Router} 1;
+    gauge devices{type=FixedFormat,link=primary} 1{type=KorvoHub,link=secondary} 1{type=Modular,link=primary} 1
+    {type=Modular,link=secondary} 1;gauge patches{state=not_sent} 0{state=sent} 1{state=success} 2{state=reserved} 0;
+    gauge patches_redundant 1;gauge slots_in_use{port=orb} 2{port=primary} 1{port=secondary} 0;
+    gauge fpga_routed_samples{sink=bulk} 1{sink=k0} 2;
+    gauge clock_selected{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 1;
+    gauge clock_stable{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 1;
+    gauge clock_locked{id=4,source=bulk} 1{id=1,source=k0} 0{id=0,source=Internal} 0;
+    gauge clock_measure{id=4,source=bulk} 1365{id=1,source=k0} 0{id=0,source=Internal} 17;
+    counter log_lines_total{feature=Assert} 0{feature=Fault} 1{feature=Information} 2;counter orbwatch_rounds_total 1;
+    gauge orbwatch_sparing 1;gauge orbwatch_listings_in_flight 1;gauge orbwatch_viewers 2;
+    counter orbwatch_http_requests_total 7;)"));
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     double memory = 0;
@@ -210,8 +206,8 @@ counter orbwatch_http_requests_total 7
                           "# TYPE process_cpu_seconds_total counter\nprocess_cpu_seconds_total %lf\n",
                           &memory, &cpu),
               2);
-    EXPECT_THAT(memory / 1024, AllOf(testing::Gt(usage.ru_maxrss / 2), testing::Lt(usage.ru_maxrss * 2)));
-    EXPECT_NEAR(cpu, static_cast<double>(std::clock()) / CLOCKS_PER_SEC, 0.03);
+    EXPECT_THAT(memory / 1024, AllOf(testing::Gt(2000), testing::Lt(usage.ru_maxrss * 2)));
+    EXPECT_NEAR(cpu, static_cast<double>(std::clock()) / CLOCKS_PER_SEC, 0.1);
 }
 
 TEST_F(Module, WhatIsTheSameAgainIsNoChange)
