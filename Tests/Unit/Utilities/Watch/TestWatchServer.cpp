@@ -326,8 +326,8 @@ at 1899 ->
 at 1900 -> 200
 at 2999 ->
 at 3000 -> (clock/active)
-at 7999 ->
-at 8000; get /healthz -> 503
+at 7999; get /metrics ->
+at 8000; get /healthz -> 200; 503
 at 8050 -> <silent true  0 1 false>
 get /metrics -> 200
 at 37999 ->
@@ -347,6 +347,8 @@ at 75049 ->
 at 75050 -> end
 at 75100 -> <away true  1 2 false>
 no greet; at 76050 -> connect tail false version tail true round
+omit answer; at 77050; at 137000; get /metrics -> clock/status <live true  2 3 false>; (clock/active)
+close -> 200
 )"},
                                          Scene{"TheLogIsSpared", R"(
 ps 543866; page -> connect tail false version tail true; round <live true  0 0 false>
