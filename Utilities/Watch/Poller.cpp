@@ -255,7 +255,7 @@ void Poller::OnReply(const Reply& reply)
 
 void Poller::OnNoReply()
 {
-    if (!mRound || !mLink.IsReady()) return;
+    if (!mRound) return;
     const bool wasDirect = mRound->directOnly || mProbing || mLong.count(PictureCommands[mRound->next]) != 0;
     if (!wasDirect) {
         mProbing = true;

@@ -140,9 +140,9 @@ protected:
         Settle();
     }
     /// A browser that has sent this.
-    LoopbackPeer Sent(const std::string& bytes)
+    LoopbackPeer Sent(const std::string& bytes, std::uint16_t port = 0)
     {
-        LoopbackPeer browser = LoopbackPeer::ConnectTo(mPort);
+        LoopbackPeer browser = LoopbackPeer::ConnectTo(port == 0 ? mPort : port);
         browser.Send(bytes);
         Settle();
         return browser;
@@ -171,6 +171,11 @@ protected:
         if (from < to && to != std::string::npos) text.replace(from, to + last.size() - from, "(security)|");
         return std::regex_replace(text, std::regex("\r\n"), "|");
     }
+    static std::uint16_t PortOf(const Program& program)
+    {
+        const std::string greeting = program.Greeting();
+        return static_cast<std::uint16_t>(std::stoi(greeting.substr(greeting.rfind(':') + 1)));
+    }
     Options MakeOptions()
     {
         Options options;
@@ -184,8 +189,7 @@ protected:
     boost::asio::io_context mContext;
     PlayedShell shell{mContext};
     Program mProgram{mContext, MakeOptions()};
-    const std::uint16_t mPort =
-        static_cast<std::uint16_t>(std::stoi(mProgram.Greeting().substr(mProgram.Greeting().rfind(':') + 1)));
+    const std::uint16_t mPort = PortOf(mProgram);
 
 private:
     Timer mKick{mContext};
@@ -500,6 +504,22 @@ TEST_F(Site, HasAPlaceForSoManyBrowsersAndPages)
     pages.pop_back();
     Settle();
     EXPECT_THAT(Short(Get("/healthz")), StartsWith("HTTP/1.1 200 "));
+}
+
+TEST_F(Site, GivesUpAConnectionThatNobodyAccepts)
+{
+    // Its queue holds one, and the next has to wait.
+    const LoopbackPeer full = LoopbackPeer::Bound("127.0.0.1", 0);
+    ASSERT_EQ(::listen(full.GetFd(), 0), 0);
+    const LoopbackPeer first = LoopbackPeer::ConnectTo(full.GetPort());
+    Options options = MakeOptions();
+    options.shell.port(full.GetPort());
+    const Program waiting(mContext, options);
+    for (const auto& [time, contact] : {std::pair(2999, "module connecting\n"), {3000, "module away\n"}}) {
+        At(time);
+        EXPECT_THAT(Taken(Sent("GET /healthz HTTP/1.0\r\nHost: localhost\r\n\r\n", PortOf(waiting))),
+                    HasSubstr(contact));
+    }
 }
 
 TEST_F(Site, ListensOnASocketThatItIsGiven)
