@@ -36,20 +36,28 @@ protected:
     const std::shared_ptr<audio::K2FsiLink> mK0 = std::make_shared<audio::K2FsiLink>(1, 1, 512);
 };
 
-TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
+TEST_F(AdmaManager, RoutesLandOnASinkAsThePolicySaysAndOnNoOtherSample)
 {
     const auto small = std::make_shared<AudioDmaEndpoint>(std::uint16_t{4}, 4u, Direction::SinkOnly);
     const auto mono = std::make_shared<AudioDmaEndpoint>(std::uint16_t{5}, 2u, Direction::SourceOnly);
-    mManager->RegisterEndpoints({mK0, small, mono});
+    const auto pair = std::make_shared<AudioDmaEndpoint>(std::uint16_t{6}, 2u, Direction::SinkOnly);
+    mK0->SetDefaultSourceTransactions({0x207, 0x206, 0x205}, small, 0, SampleRates::RATE_48K);
+    mManager->RegisterEndpoints({mK0, small, mono, pair});
+    EXPECT_TRUE(mono->HasSourceTransactions(pair, 257, SampleRates::RATE_48K)) << "8 bits of the scaler count";
+    EXPECT_FALSE(mono->HasSourceTransactions(pair, 2, SampleRates::RATE_48K));
+    EXPECT_FALSE(mono->HasSourceTransactions(pair, 1, SampleRates::RATE_96K));
+    EXPECT_THAT(mono->GetSourceTransactions(mK0), testing::SizeIs(512));
+    const auto stranger = std::make_shared<AudioDmaEndpoint>(std::uint16_t{7}, 2u, Direction::SinkOnly);
+    EXPECT_THAT(mono->GetSourceTransactions(stranger), ElementsAre(0, 0)) << "a pairing that was never stored";
     using Transactions = std::vector<AudioDmaTransaction>;
     const std::tuple<Policy::Mode, std::size_t, std::size_t, Transactions, Transactions> cases[] = {
-        {Policy::Mode::Positional, 0, 0, {0x201, 0x205}, {0x201, 0x205, 0, 0}},
-        {Policy::Mode::Positional, 1, 0, {0x201, 0x202, 0x203, 0x204}, {0, 0x201, 0x202, 0x203}},
-        {Policy::Mode::Positional, 0, 1, {0x201, 0x202}, {0x202, 0, 0, 0}},
-        {Policy::Mode::Positional, 0, 9, {0x201}, {0, 0, 0, 0}},
-        {Policy::Mode::Positional, 3, 0, {}, {0, 0, 0, 0}},
-        {Policy::Mode::BySample, 0, 0, {0x203, 0x201, 0x204}, {0, 0x201, 0, 0x203}},
-        {Policy::Mode::BySample, 2, 0, {0x200, 0x201, 0x202}, {0, 0, 0x200, 0x201}},
+        {Policy::Mode::Positional, 0, 0, {0x201, 0x205}, {0x201, 0x205, 0, 0, 0, 0}},
+        {Policy::Mode::Positional, 1, 0, {0x201, 0x202, 0x203, 0x204}, {0, 0x201, 0x202, 0x203, 0, 0}},
+        {Policy::Mode::Positional, 0, 1, {0x201, 0x202}, {0x202, 0, 0, 0, 0, 0}},
+        {Policy::Mode::Positional, 0, 9, {0x201}, {0, 0, 0, 0, 0, 0}},
+        {Policy::Mode::Positional, 3, 0, {}, {0, 0, 0, 0, 0, 0}},
+        {Policy::Mode::BySample, 0, 0, {0x203, 0x201, 0x204}, {0, 0x201, 0, 0x203, 0, 0}},
+        {Policy::Mode::BySample, 2, 0, {0x200, 0x201, 0x202}, {0, 0, 0x200, 0x201, 0, 0}},
     };
     for (const auto& [mode, sinkOffset, sourceOffset, sources, expected] : cases) {
         mManager->ClearAllRoutes();
@@ -57,12 +65,14 @@ TEST_F(AdmaManager, AListOfSourcesLandsOnASinkAsThePolicySays)
         policy.mode = mode;
         policy.sourceOffset = sourceOffset;
         mManager->SetAudioRoutes(sources, small, policy);
-        EXPECT_EQ(Sources(512, 4), expected);
+        EXPECT_EQ(Sources(512, 6), expected);
     }
     mManager->SetAudioRoutes(mK0, small, Policy(1));
-    EXPECT_THAT(Sources(512, 4), ElementsAre(0, 0x200, 0x201, 0x202)) << "sample n feeds the n-th of the stretch";
+    EXPECT_THAT(Sources(511, 7), ElementsAre(0, 0, 0x207, 0x206, 0x205, 0, 0)) << "as stored before the registration";
     mManager->SetAudioRoutes(mono, small, Policy(0));
-    EXPECT_THAT(Sources(512, 4), ElementsAre(0xA00, 0xA01, 0, 0)) << "padded with silence";
+    EXPECT_THAT(Sources(512, 5), ElementsAre(0xA00, 0xA01, 0, 0, 0)) << "padded with silence";
+    mManager->SetAudioRoutes({0x203, 0x204, 0x205}, {0x3FF, 0xC00, 0xC01});
+    EXPECT_THAT(Sources(511, 7), ElementsAre(0x203, 0xA00, 0xA01, 0, 0, 0x204, 0x205)) << "sinks of two endpoints";
 }
 
 TEST_F(AdmaManager, TheMainThreadMayWriteTablesWhileTheSyncThreadTakesThemUp)
@@ -87,43 +97,21 @@ TEST_F(AdmaManagerDeathTest, FaultsOfTheCodeAreFatal)
     const auto stranger = std::make_shared<AudioDmaEndpoint>(std::uint16_t{1}, 512u, Direction::SourceAndSink);
     const std::vector<AudioDmaTransaction> one{0x200};
     const std::vector<AudioDmaTransaction> falling{0x201, 0x200};
-    const std::vector<AudioDmaTransaction> two{0x200, 0x201};
-    EXPECT_DEATH(mManager->Synchronise(), "Sync thread must be started before requests can be made\\.");
     EXPECT_DEATH(mManager->RegisterEndpoints({mK0, stranger}), "given address already registered\\.");
     mManager->RegisterEndpoints({mK0});
     const std::pair<std::function<void()>, const char*> cases[] = {
-        {[&] { mManager->RegisterEndpoints({}); }, "Endpoint registration can only be performed once\\."},
         {[&] { mManager->Start(); }, "Sync thread must only be started once\\."},
-        {[&] { mManager->SetAudioRoute(0, 0x800); }, "SetAudioPath: Unknown sink specified\\."},
+        {[&] { mManager->SetAudioRoute(0, 0x1000); }, "SetAudioPath: Unknown sink specified\\."},
         {[&] { mManager->SetAudioRoutes(stranger, mK0, Policy(0)); }, "Unregistered source endpoint specified"},
         {[&] { mManager->SetAudioRoutes(one, stranger, Policy(0)); }, "Unregistered sink endpoint specified\\."},
         {[&] { mManager->SetAudioRoutes(one, mK0, Policy(512)); }, "Invalid first sink sample\\."},
-        {[&] { mManager->SetAudioRoutes(one, two); }, "Bulk set sources and sinks must be the same size\\."},
-        {[&] { mManager->SetAudioRoutes(falling, two); }, "requires sorted source and sink transactions\\."},
-        {[&] { mManager->SetAudioRoutes(two, falling); }, "requires sorted source and sink transactions\\."},
-        {[&] { mFsi->SetTransactions(one, two); }, "same number of source and destination transactions"},
-        {[] { audio::K2FsiLink(1, 0, 512); }, "External reference 0 is reserved\\."},
+        {[&] { mManager->SetAudioRoutes(falling, falling); }, "requires sorted source and sink transactions\\."},
+        {[&] { mFsi->SetTransactions(one, falling); }, "same number of source and destination transactions"},
         {[] { audio::K2FsiLink(8, 1, 512); }, "Invalid ADMA transaction endpoint\\."},
-        {[] { audio::MakeTransaction(1, 512); }, "Invalid ADMA transaction sample\\."},
-        {[] { audio::MakeTransactions(1, 2, 1); }, "Invalid sample range for MakeTransactions\\."},
+        {[] { audio::MakeTransactions(1, 2, 512); }, "Invalid ADMA transaction sample\\."},
     };
     for (const auto& [fault, text] : cases)
         EXPECT_DEATH(fault(), text);
-}
-
-TEST(AudioDmaEndpoint, SourceTransactionsFollowSinkScalerAndRate)
-{
-    AudioDmaEndpoint source(1, 8, Direction::SourceOnly);
-    const auto sink = std::make_shared<AudioDmaEndpoint>(std::uint16_t{2}, 3u, Direction::SinkOnly);
-    const auto other = std::make_shared<AudioDmaEndpoint>(std::uint16_t{3}, 2u, Direction::SinkOnly);
-    source.SetDefaultSourceTransactions({0x201}, sink, 1, SampleRates::RATE_48K);
-    source.SetDefaultSourceTransactions({0x202}, sink, 1, SampleRates::RATE_96K);
-    EXPECT_TRUE(source.HasSourceTransactions(sink, 257, SampleRates::RATE_48K)) << "8 bits of the scaler count";
-    EXPECT_FALSE(source.HasSourceTransactions(sink, 0, SampleRates::RATE_48K));
-    EXPECT_FALSE(source.HasSourceTransactions(other, 1, SampleRates::RATE_48K));
-    EXPECT_THAT(source.GetSourceTransactions(sink), ElementsAre(0, 0, 0)) << "never stored for its own scaler and rate";
-    source.SetDefaultSourceTransactions({0x203, 0x204}, sink, 0, SampleRates::RATE_48K);
-    EXPECT_THAT(source.GetSourceTransactions(sink), ElementsAre(0x203, 0x204));
 }
 
 } // namespace

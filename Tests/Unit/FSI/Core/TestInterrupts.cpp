@@ -11,15 +11,19 @@
 #include <memory>
 #include <poll.h>
 #include <sys/resource.h>
+#include <system_error>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
 using testing::ElementsAre;
+using testing::StartsWith;
 
 constexpr std::uint32_t Pending = 0x18;
 constexpr std::uint32_t Enables = 0x30;
+constexpr std::uint32_t Control = 0x38;
 
 class Device : public fsi::HostFsi, public fsi::Interruptable
 {
@@ -30,71 +34,90 @@ public:
     using Interruptable::GetFileDescriptor;
 };
 
-TEST(Interruptable, PendingEventsAreDispatchedInTheOrderOfTheListAndAcknowledgedFirst)
+/// A board, and the service that its interrupts are posted to.
+class Interrupts : public testing::Test
 {
-    simulation::SimulatedFpga board;
-    auto device = std::make_unique<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{3, 1, 0});
-    EXPECT_EQ(board.GetRegister("0004", Enables), 0xBu);
-    std::vector<int> fired;
-    std::vector<std::uint32_t> pendingThen;
-    for (const int event : {0, 1, 3})
-        device->ConnectSlot(event, [&, event] {
-            fired.push_back(event);
-            pendingThen.push_back(board.GetRegister("0004", Pending));
-        });
-    for (const int event : {1, 2, 3})
-        board.RaiseEvent("0004", event);
-    device->DispatchInterrupts();
-    EXPECT_THAT(fired, ElementsAre(3, 1));
-    EXPECT_THAT(pendingThen, ElementsAre(0x6, 0x4)) << "event 2, which nobody declared, stays pending";
-    device->DispatchInterrupts();
-    EXPECT_EQ(fired.size(), 2u);
-    EXPECT_EQ(board.GetRegister("0004", 0x34), 0xAu) << "what was acknowledged before is written again";
-    device.reset();
-    EXPECT_EQ(board.GetRegister("0004", Enables), 0u);
+protected:
+    std::shared_ptr<Device> Open(const std::string& name, const std::vector<fsi::Interruptable::Interrupt>& events)
+    {
+        return std::make_shared<Device>(mBoard, name, events);
+    }
+
+    simulation::SimulatedFpga mBoard;
+    boost::asio::io_service mService;
+};
+using InterruptsDeathTest = Interrupts;
+
+/// The block reads 0 where the control bits were written, as the hardware does: only the shadow knows them.
+TEST_F(Interrupts, ControlBitsFollowTheShadowAndAreNotLostBetweenTwoThreads)
+{
+    fsi::HostFsi block("0010", mBoard.Open("0010"));
+    EXPECT_EQ(block.GetFirmwareBuild(), 42);
+    block.SetControlBit(31);
+    const auto toggle = [&block](int bit) {
+        for (int i = 0; i < 1000; ++i) {
+            block.SetControlBit(bit);
+            block.ClearControlBit(bit);
+        }
+        block.SetControlBit(bit);
+    };
+    std::thread other(toggle, 5);
+    toggle(4);
+    other.join();
+    block.ClearControlBit(4);
+    block.ClearControlBit(3);
+    EXPECT_EQ(mBoard.GetRegister("0010", Control), 0x80000020u);
 }
 
-TEST(InterruptableDeathTest, FaultsOfTheCodeAreFatal)
+TEST_F(Interrupts, PendingOnesAreDispatchedInTheOrderOfTheListAndAcknowledgedFirst)
+{
+    auto device = Open("0004", {3, 1, 0});
+    EXPECT_EQ(mBoard.GetRegister("0004", Enables), 0xBu);
+    std::vector<std::pair<int, std::uint32_t>> fired;
+    for (const int event : {0, 1, 3})
+        device->ConnectSlot(event, [&, event] { fired.emplace_back(event, mBoard.GetRegister("0004", Pending)); });
+    for (const int event : {1, 2, 3})
+        mBoard.RaiseEvent("0004", event);
+    device->DispatchInterrupts();
+    device->DispatchInterrupts();
+    EXPECT_THAT(fired, ElementsAre(std::pair(3, 0x6), std::pair(1, 0x4))) << "event 2, not declared, stays pending";
+    EXPECT_EQ(mBoard.GetRegister("0004", 0x34), 0xAu) << "what was acknowledged before is written again";
+    device.reset();
+    EXPECT_EQ(mBoard.GetRegister("0004", Enables), 0u);
+}
+
+TEST_F(InterruptsDeathTest, FaultsOfTheCodeAreFatal)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    simulation::SimulatedFpga board;
-    EXPECT_DEATH(fsi::Interruptable::Interrupt(-1), "Interrupt events are non-negative\\.");
     EXPECT_DEATH(fsi::Interruptable::Interrupt(32), "Only 32 interrupt events are supported\\.");
-    EXPECT_DEATH(Device(board, "0004", {}), "An Interruptable device must specify some interrupts!");
-    EXPECT_DEATH(Device(board, "0004", {1}).ConnectSlot(2, [] {}), "Attempt to connect to unknown interrupt\\.");
-    struct Plain : fsi::Fsi
-    {};
+    EXPECT_DEATH(Open("0004", {1})->ConnectSlot(2, [] {}), "Attempt to connect to unknown interrupt\\.");
     fsi::DeviceRegistry registry;
-    registry.Register<Plain>("adma");
-    EXPECT_DEATH(registry.Register<Plain>("adma"), "Device aliases must be unique");
-    boost::asio::io_service service;
-    EXPECT_DEATH(fsi::UioInterruptController(service, {}), "!mDevices\\.empty\\(\\)");
+    registry.Register<fsi::HostFsi>("adma", "0003", mBoard.Open("0003"));
+    EXPECT_DEATH(registry.Register<fsi::HostFsi>("adma", "0004", 0), "Device aliases must be unique");
 }
 
-TEST(UioInterruptController, SlotsRunOnTheThreadOfTheService)
+TEST_F(Interrupts, SlotsRunOnTheThreadOfTheService)
 {
-    simulation::SimulatedFpga board;
-    boost::asio::io_service service;
-    const boost::asio::io_service::work work(service);
-    const auto dma = std::make_shared<Device>(board, "0003", std::vector<fsi::Interruptable::Interrupt>{0});
-    const auto reference = std::make_shared<Device>(board, "0004", std::vector<fsi::Interruptable::Interrupt>{2});
+    const boost::asio::io_service::work work(mService);
+    const auto dma = Open("0003", {0});
+    const auto reference = Open("0004", {2});
     std::vector<std::string> fired;
-    const auto note = [&fired, here = std::this_thread::get_id()](const char* name) {
-        fired.push_back(std::this_thread::get_id() == here ? name : "another thread");
-    };
-    dma->ConnectSlot(0, [&] { note("dma"); });
-    reference->ConnectSlot(2, [&] { note("reference"); });
+    const auto here = std::this_thread::get_id();
+    for (const auto& [device, event] : {std::pair(dma, 0), {reference, 2}})
+        device->ConnectSlot(event, [&, name = device->fsi::HostFsi::GetName()] {
+            fired.push_back(std::this_thread::get_id() == here ? name : "another thread");
+        });
 
     LogRecorder log;
-    const fsi::UioInterruptController controller(service, {dma, reference});
+    const fsi::UioInterruptController controller(mService, {dma, reference});
     const auto raise = [&](const char* block, int event, std::size_t count) {
-        board.RaiseEvent(block, event);
+        mBoard.RaiseEvent(block, event);
         return Await([&] { return fired.size() >= count; },
-                     [&] { service.run_one_for(std::chrono::milliseconds(100)); });
+                     [&] { mService.run_one_for(std::chrono::milliseconds(100)); });
     };
     ASSERT_TRUE(raise("0004", 2, 1));
     ASSERT_TRUE(raise("0003", 0, 2));
-    EXPECT_THAT(fired, ElementsAre("reference", "dma"));
+    EXPECT_THAT(fired, ElementsAre("0004", "0003"));
 
     // A sanitizer opens a pipe to look at an object of a type that it has not met; the log is met here.
     AUDIT_LOG(Fault, "Descriptors run out\n");
@@ -103,32 +126,37 @@ TEST(UioInterruptController, SlotsRunOnTheThreadOfTheService)
     ::getrlimit(RLIMIT_NOFILE, &before);
     const rlimit none{1, before.rlim_max};
     ::setrlimit(RLIMIT_NOFILE, &none);
-    board.RaiseEvent("0004", 2);
+    mBoard.RaiseEvent("0004", 2);
     EXPECT_TRUE(log.WaitFor("UioInterruptController poll failed: "));
+    EXPECT_THROW(fsi::UioInterruptController(mService, {dma}), std::system_error);
     ::setrlimit(RLIMIT_NOFILE, &before);
     ASSERT_TRUE(raise("0003", 0, 4));
 
     // A descriptor that fails is left out, and the other device is served on.
-    board.BreakInterruptLine("0003");
-    EXPECT_TRUE(log.WaitFor("UioInterruptController lost the interrupts of block '0003'\n"));
+    mBoard.BreakInterruptLine("0003");
+    EXPECT_TRUE(log.WaitFor("lost the interrupts"));
     ASSERT_TRUE(raise("0004", 2, 5));
-    EXPECT_EQ(log.Count("UioInterruptController lost the interrupts of block '0003'\n"), 1u);
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("Descriptors run out\n", StartsWith("UioInterruptController poll failed: Invalid"),
+                            "UioInterruptController lost the interrupts of block '0003'\n"));
 }
 
-TEST(UioInterruptController, WhatWasPostedForADeviceThatIsGoneDoesNothing)
+TEST_F(Interrupts, WhatWasPostedForADeviceThatIsGoneDoesNothing)
 {
-    simulation::SimulatedFpga board;
-    boost::asio::io_service service;
-    auto device = std::make_shared<Device>(board, "0003", std::vector<fsi::Interruptable::Interrupt>{0});
+    auto device = Open("0003", {0});
     device->ConnectSlot(0, [] { ADD_FAILURE() << "fired"; });
+    const int lowest = ::dup(0);
+    ::close(lowest);
     {
-        const fsi::UioInterruptController controller(service, {device});
-        board.RaiseEvent("0003", 0);
+        const fsi::UioInterruptController controller(mService, {device});
+        mBoard.RaiseEvent("0003", 0);
         pollfd line{device->GetFileDescriptor(), POLLIN, 0};
         EXPECT_TRUE(Await([&] { return ::poll(&line, 1, 0) != 1; }, std::this_thread::yield));
     }
+    EXPECT_EQ(::dup(0), lowest) << "a descriptor is left open";
+    ::close(lowest);
     device.reset();
-    EXPECT_EQ(service.poll(), 1u);
+    EXPECT_EQ(mService.poll(), 1u);
 }
 
 } // namespace

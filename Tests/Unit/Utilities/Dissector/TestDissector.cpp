@@ -111,30 +111,34 @@ private:
 
 TEST_F(Dissector, TheTreeShowsTextsOfValues)
 {
-    AddSegment(55000, HexBytes("3A030028 1D000000 07 0201AB00 0100000A FFFFFFFF 01000000 02000000 02000000 09000000"
+    AddSegment(55000, HexBytes("3A030028 1D000000 07 0201AB00 0100000A FFFFFFFF 01000000 02000000 00000000 09000000"
                                "71170028 09000000 04000000 312E322E 02 6D1B0028 01000000 05"
                                "22030028 13000000 00000000 0403 FEFFFFFF 01 00 FEFF 0200 0380 FF"
                                "70174028 19000000 00000000 01000000 01000000 61 00000000 00 01 0B 02 FE0F0000"
-                               "6B030028 09000000 01 FF0F0000 30750000 49030028 08000000 0102DEC0 07200000"
+                               "6B030028 09000000 01 FF0F0000 30750000 49030028 08000000 0102DEC0 07800000"
                                "70030028 16000000 FFFF 7F000001 0C000000 3F030028 04000000 00013F01"
                                "76030028 27000000 0180AB00 14000000 02 02000000 14000000 FF010000 0102DEC0"
                                "07200000 01 0201AB00 05100000 00"
                                "2F030028 1B000000 0201AB00 00000000 0000 00000000 0000 01000000 0302 44332211 02"
                                "21030028 1C000000 0201AB00 07 03000000 413142 00000000 00000000 00000000 00000000"
-                               "2B030028 1D000000 0201AB00 03 04000000 43617264 02000000 1000 FFFF 00000000 01020304"));
+                               "2B030028 1D000000 0201AB00 03 04000000 43617264 02000000 1000 FFFF 00000000 01020304"
+                               "6C1B0028 01000000 01"));
     const std::string tree = Tshark({"-V"});
     for (const std::string& text :
          Split("OrbModule KLV, REMOTE_IO_UPDATE|Key: 0x2800033a (CMD:V0:I826)|Command: REMOTE_IO_UPDATE (826)|"
                "mType: AoIP (7)|mHid: 0x00ab0102 (0.171:102)|mAddress: 10.0.0.1|mOwner: 0xffffffff (INVALID_HID)|"
-               "mSampleRate: 96kHz (1)|mSampleRates: 44.1kHz (2)|mSampleRates: Unknown (9)|mAddress: 1.63.1.0|"
+               "mSampleRate: 96kHz (1)|mSampleRates: 48kHz (0)|mSampleRates: Unknown (9)|mAddress: 1.63.1.0|"
                "mResult: REQUIRESREBOOT (2)|mActive: True|mHid: 0x00000000 (LOCAL_DSP_HID)|mParam1: -2|mParam6: -32765|"
                "mParam7: 255|Key: 0x28401770 (CMD:V1:I6000)|mId: 4094|mHid: 0x00000fff (0.0:fff)|= Style: Output (2)|"
                "0000 0000 0111 = Index: 7|mTargetHid: 65535|mTargetAddress: 127.0.0.1|mCommand bytes: 12|"
-               "mSource: 0.171:8001, Invalid, index 20|mSourceSlots count: 2|mSourceSlots: 511|port: 515|"
-               "word: 287454020|secondary: 2|mSlots: A1B|mInputs count: 2|mInputs: -1",
+               "mSource: 0.171:8001, Invalid, index 20|mSourceLink: Sec Korvo (2)|mSourceSlots count: 2|mSourceSlots: "
+               "511|port: 515|"
+               "word: 287454020|secondary: 2|mSlots: A1B|mInputs count: 2|mInputs: -1|mDest: 192.222:201, 8, index "
+               "7|mDest: 192.222:201, Output, index 7|"
+               "Set a unique ID for this system under System Status > Korvo2 Configuration, and then reset to join the "
+               "Korvo2 network. (1)",
                '|'))
         EXPECT_THAT(tree, HasSubstr(text + "\n"));
-    EXPECT_THAT(tree, HasSubstr("192.222:201, Output, index 7"));
     EXPECT_THAT(tree, testing::Not(HasSubstr("Expert Info")));
 }
 
