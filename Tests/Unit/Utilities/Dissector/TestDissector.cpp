@@ -131,10 +131,9 @@ TEST_F(Dissector, TheTreeShowsTextsOfValues)
                "mResult: REQUIRESREBOOT (2)|mActive: True|mHid: 0x00000000 (LOCAL_DSP_HID)|mParam1: -2|mParam6: -32765|"
                "mParam7: 255|Key: 0x28401770 (CMD:V1:I6000)|mId: 4094|mHid: 0x00000fff (0.0:fff)|= Style: Output (2)|"
                "0000 0000 0111 = Index: 7|mTargetHid: 65535|mTargetAddress: 127.0.0.1|mCommand bytes: 12|"
-               "mSource: 0.171:8001, Invalid, index 20|mSourceLink: Sec Korvo (2)|mSourceSlots count: 2|mSourceSlots: "
-               "511|port: 515|"
-               "word: 287454020|secondary: 2|mSlots: A1B|mInputs count: 2|mInputs: -1|mDest: 192.222:201, 8, index "
-               "7|mDest: 192.222:201, Output, index 7|"
+               "mSource: 0.171:8001, Invalid, index 20|mSourceLink: Sec Korvo (2)|mSourceSlots count: 2|"
+               "mSourceSlots: 511|port: 515|word: 287454020|secondary: 2|mSlots: A1B|mInputs count: 2|mInputs: -1|"
+               "mDest: 192.222:201, 8, index 7|mDest: 192.222:201, Output, index 7|"
                "Set a unique ID for this system under System Status > Korvo2 Configuration, and then reset to join the "
                "Korvo2 network. (1)",
                '|'))

@@ -160,21 +160,17 @@ private:
 };
 
 const Scene Scenes[] = {
-    {"RequestsDuringASyncFoldIntoOneWithTheLatestTable", R"(
+    {"RequestsDuringASyncFoldIntoOneWithTheLatestTableAndWaitForItsEnd", R"(
 register; settle 1; hold 1; patch2 bulk 1 k0 0; requested 2
 syncing -> true
 patch2 bulk 2 k0 0; patch2 bulk 3 k0 0; complete
 probe 1 0; transactions 512 512 -> 3:1; 512: 0x00601200
 take; requested 3; complete
 probe 1 0 -> 3:3
-hold 0; take; sync; settle 4
+hold 0; take; lose; sync; settle 4; patch2 bulk 4 k0 0; take; sync_ack
 requests -> 4
-)"},
-    {"WithoutTheEndOfSyncNothingMoreBecomesActive", R"(
-register; settle 1; lose; sync; settle 2; patch2 bulk 1 k0 0; take; sync_ack
-requests -> 2
-interrupt; take; settle 3
-probe 1 0 -> 3:1
+interrupt; take; settle 5
+probe 1 0 -> 3:4
 )"},
     {"ASyncThatAnEarlierRunBeganIsWaitedFor", R"(
 hold 1; begin; register
@@ -183,12 +179,14 @@ complete; take; requested 2; hold 0; settle 2
 table 0 -> 600
 )"},
     {"MuteBitsAndSyncRequestDoNotDisturbEachOtherAndTheManagerMayDieInTheMiddle", R"(
-register; settle 1
+register; settle 1; patch2 bulk 1 k0 1; settle 2; reset_fsi; settle 3
+table 0; table 513; table 2047 -> 0; 0; 0
 mute_on_pll_loss false; control -> 8
-mute true; hold 1; sync; requested 2; control -> 38
+mute true; hold 1; sync; requested 4; control; syncing -> 38; true
 mute false; mute_on_pll_loss true; control -> 20
-requests -> 2
-die adma; complete; take; control -> 20
+sync_ack; control; syncing -> 0; true
+complete; syncing; probe 1 1 -> false; -
+take; sync; requested 5; die adma; complete; take; control; requests -> 20; 5
 )"},
     {"RoutesCanBeSetShownAndCleared", R"(
 status -> Sources      Sinks
@@ -227,14 +225,6 @@ transactions 1 -> error: 'transactions' expects 2 argument(s), 1 provided
 requests -> 2
 sync; settle 3; probe 1 1 -> 3:1
 )"},
-    {"ResetAndAcknowledgeGoPastTheManager", R"(
-register; settle 1; patch2 bulk 1 k0 1; settle 2; reset_fsi; settle 3
-table 0; table 513; table 2047 -> 0; 0; 0
-hold 1; sync; requested 4
-syncing; control -> true; 20
-sync_ack; control; syncing -> 0; true
-complete; syncing; probe 1 1 -> false; -
-)"},
     {"MeasurementsAreJudgedByTheRangeOfTheRateFamilyAndEitherEventIsALoss", R"(
 measure 3 1128999 ->
 measure 3 1129000; event 0 -> 30018=3; 30=1f; 30018=0
@@ -247,13 +237,11 @@ measure 3 1278876; event 1 -> 30018=3; 30=1f; 30018=0
 rate 1; measure 8 good; measure 255 good ->
 measure 7 good -> 30018=7; 30=1f
 )"},
-    {"ClockLockIsGivenUpWithTheThirdMeasurement", R"(
+    {"ClockLockIsGivenUpWithTheThirdMeasurementAndCountsMoreThanTheValueOnce", R"(
 measure 1 good; measure 2 good; measure 1 good; measure 1 good -> 30018=1; 30=1f
 measure 1 good -> 30018=2; 30=1f
 measure 1 good -> 30018=1; 30=1f
 measure 2 bad; measure 1 good; measure 1 good; prioritise 1 3 1; run; event 3; measure 1 good -> 30=17; 30018=0
-)"},
-    {"TheServoLockCountsMoreThanTheValueOnceAndTheValueAfterThat", R"(
 measure 4 good; servo 1; measure 4 bad -> 30018=4; 30=1f; locked 4
 measure 4 good ->
 measure 4 bad; measure 0 good -> 30018=0
