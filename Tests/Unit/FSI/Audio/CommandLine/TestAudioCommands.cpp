@@ -5,6 +5,7 @@
 #include "FSI/Audio/CommandLine/SampleRange.h"
 #include "FSI/Audio/K2FsiLink.h"
 #include "FSI/Core/DeviceRegistry.h"
+#include "Simulation/Fpga/ControlCommands.h"
 #include "Simulation/Fpga/SimulatedFpga.h"
 #include "Tests/Support/Transcript.h"
 #include "Utilities/CommandLine/NodeManager.h"
@@ -29,24 +30,21 @@ public:
         mClock = std::make_shared<audio::ExternalClockManager>(mService, mClockFsi);
         mClock->mClockLocked.connect([this](unsigned id) { Say("locked " + std::to_string(id)); });
         mBulk = mRegistry.Register<OrbModule::BulkAudioFsi>("bulk", 4, mBoard.Open("0012"));
-        mK0 = mRegistry.Register<audio::K2FsiLink>("k0", 1, 1, 512);
-        mK1 = mRegistry.Register<audio::K2FsiLink>("k1", 2, 2, 512);
+        mEndpoints = {mBulk, mRegistry.Register<audio::K2FsiLink>("k0", 1, 1, 512),
+                      mRegistry.Register<audio::K2FsiLink>("k1", 2, 2, 512)};
         mTree->GetRoot().AddNode(std::make_shared<AdmaNode>(mAdma));
         mTree->GetRoot().AddNode(std::make_shared<ExtRefNode>(mClock, &mRegistry));
     }
 
-    /// Runs a command of the shell, with or without its "adma/" or "clock/", and gives the lines of the answer and what
-    /// was written to the block of the clocks; or
+    /// Runs a command of the shell, with or without its "adma/" or "clock/", or a control command of the board, in
+    /// which "good" and "bad" are measured values. Gives the answer and what was written to the block of the clocks. Or
     ///
     ///     register, die NODE        the endpoints are registered; a manager goes
-    ///     hold 0|1, complete        whether the syncs of the board wait, and the end of one that does
-    ///     lose, interrupt, take     an interrupt is lost, raised by hand, dispatched
+    ///     lose, take                an interrupt of the ADMA block is lost; dispatched
     ///     begin                     a sync without the manager
     ///     requested N, settle N     waits for the request of the N-th sync, or for its end, and dispatches that
     ///     synced N                  what the N-th sync writes
-    ///     probe SINK SAMPLE         the source that is heard there
-    ///     control, requests, table INDEX                 a register, a count, an entry
-    ///     measure ID VALUE, event N, servo 0|1           what the board says of clocks; "good" and "bad" are values
+    ///     requests                  how many syncs there were
     ///     rate N, family 0|1, prioritise ID PRIORITY 0|1, run     calls, and what the clock manager posted
     Lines Play(std::string event)
     {
@@ -64,34 +62,22 @@ public:
         const auto check = [&](bool done) { done ? void() : Say("nothing came"); };
         const auto settle = [&] { check(mBoard.WaitForSyncs(first, Patience)), mAdmaFsi->DispatchInterrupts(); };
         const std::map<std::string, std::function<void()>> verbs{
-            {"register",
-             [&] {
-                 mAdma->RegisterEndpoints({mBulk, mK0, mK1});
-             }},
+            {"register", [&] { mAdma->RegisterEndpoints(mEndpoints); }},
             {"die", [&] { mTree.reset(), rest == "adma" ? mAdma.reset() : mClock.reset(); }},
-            {"hold", [&] { mBoard.SetHold(first != 0); }},
-            {"complete", [&] { check(mBoard.Complete()); }},
             {"lose", [&] { mBoard.LoseEndOfSync(1); }},
-            {"interrupt", [&] { mBoard.RaiseEvent("0003", 0); }},
             {"take", [&] { mAdmaFsi->DispatchInterrupts(); }},
             {"begin", [&] { mAdmaFsi->StartSync(); }},
             {"requested", [&] { check(mBoard.WaitForSyncRequests(first, Patience)); }},
             {"settle", settle},
             {"synced", [&] { mAdma->Synchronise(), settle(), SayWrites("0003"); }},
-            {"probe", [&] { Say(Probe(first, second)); }},
-            {"control", [&] { Say(mBoard.GetRegister("0003", 0x38)); }},
-            {"requests", [&] { Say(mBoard.GetSyncRequests()); }},
-            {"table", [&] { Say(mBoard.GetActiveTable()[first]); }},
-            {"measure", [&] { mBoard.Measure(first, second); }},
-            {"event", [&] { mBoard.RaiseEvent("0004", static_cast<int>(first)); }},
-            {"servo", [&] { mBoard.SetServoLock(first != 0); }},
+            {"requests", [&] { Say(std::to_string(mBoard.GetSyncRequests())); }},
             {"rate", [&] { mClock->SetRateToCheck(first); }},
             {"family", [&] { mClockFsi->SetFrequencyFamily44k1(first != 0); }},
             {"prioritise", [&] { mClock->PrioritiseClockSource(audio::ExternalClockSource(first), priority, flag); }},
             {"run", [&] { mService.restart(), mService.poll(); }},
         };
         const auto known = verbs.find(verb);
-        known != verbs.end() ? known->second() : Run(verb, rest);
+        known != verbs.end() ? known->second() : Run(event, verb, rest);
         mClockFsi->DispatchInterrupts();
         SayWrites("0004");
         return std::exchange(mLines, {});
@@ -100,29 +86,18 @@ public:
 private:
     static constexpr std::chrono::seconds Patience{20};
 
-    template <class Value>
-    void Say(const Value& value)
+    void Say(const std::string& line) { mLines.push_back(line); }
+    void Run(const std::string& event, const std::string& verb, const std::string& arguments)
     {
-        std::ostringstream line;
-        line << std::hex << value;
-        mLines.push_back(line.str());
-    }
-    void Run(const std::string& command, const std::string& arguments)
-    {
-        auto action = mTree->Find(command);
-        for (const char* node : {"adma/", "clock/"})
-            if (!action) action = mTree->Find(node + command);
+        std::shared_ptr<cmd::action::Action> action;
+        for (const char* node : {"", "adma/", "clock/"})
+            if (mTree && !action) action = mTree->Find(node + verb);
         std::ostringstream mapped;
         mapped << std::hex << reinterpret_cast<std::uintptr_t>(mBulk->GetMappedAddress());
-        std::istringstream text(action ? action->Run(arguments, nullptr) : "no such command");
-        for (std::string line; std::getline(text, line);)
+        std::istringstream answer(action ? action->Run(arguments, nullptr)
+                                         : simulation::RunControlCommand(mBoard, event).text);
+        for (std::string line; std::getline(answer, line);)
             Say(boost::replace_all_copy(line, mapped.str(), "MAPPED"));
-    }
-    /// "3:5", or "-" for silence.
-    std::string Probe(std::uint32_t endpoint, std::uint32_t sample) const
-    {
-        const auto source = mBoard.Probe(endpoint, sample);
-        return source ? std::to_string(source->endpoint) + ":" + std::to_string(source->sample) : "-";
     }
     /// "OFFSET=VALUE", for indirect words "ADDRESS=VALUE" or "ADDRESS*COUNT". Acknowledged interrupts are left out.
     void SayWrites(const std::string& block)
@@ -154,39 +129,39 @@ private:
     std::shared_ptr<audio::ExternalReferenceFsi> mClockFsi;
     std::shared_ptr<audio::ExternalClockManager> mClock;
     std::shared_ptr<OrbModule::BulkAudioFsi> mBulk;
-    std::shared_ptr<audio::K2FsiLink> mK0, mK1;
+    std::vector<std::shared_ptr<audio::AudioDmaEndpoint>> mEndpoints;
     std::optional<cmd::NodeManager> mTree{std::in_place};
     Lines mLines;
 };
 
 const Scene Scenes[] = {
     {"RequestsDuringASyncFoldIntoOneWithTheLatestTableAndWaitForItsEnd", R"(
-register; settle 1; hold 1; patch2 bulk 1 k0 0; requested 2
+register; settle 1; hold on; patch2 bulk 1 k0 0; requested 2
 syncing -> true
 patch2 bulk 2 k0 0; patch2 bulk 3 k0 0; complete
-probe 1 0; transactions 512 512 -> 3:1; 512: 0x00601200
+probe 1 0; transactions 512 512 -> 3 1; 512: 0x00601200
 take; requested 3; complete
-probe 1 0 -> 3:3
-hold 0; take; lose; sync; settle 4; patch2 bulk 4 k0 0; take; sync_ack
+probe 1 0 -> 3 3
+hold off; take; lose; sync; settle 4; patch2 bulk 4 k0 0; take; sync_ack
 requests -> 4
-interrupt; take; settle 5
-probe 1 0 -> 3:4
+event 0003 0; take; settle 5
+probe 1 0 -> 3 4
 )"},
     {"ASyncThatAnEarlierRunBeganIsWaitedFor", R"(
-hold 1; begin; register
+hold on; begin; register
 requests -> 1
-complete; take; requested 2; hold 0; settle 2
-table 0 -> 600
+complete; take; requested 2; hold off; settle 2
+syncs -> 2
 )"},
     {"MuteBitsAndSyncRequestDoNotDisturbEachOtherAndTheManagerMayDieInTheMiddle", R"(
 register; settle 1; patch2 bulk 1 k0 1; settle 2; reset_fsi; settle 3
-table 0; table 513; table 2047 -> 0; 0; 0
-mute_on_pll_loss false; control -> 8
-mute true; hold 1; sync; requested 4; control; syncing -> 38; true
-mute false; mute_on_pll_loss true; control -> 20
-sync_ack; control; syncing -> 0; true
-complete; syncing; probe 1 1 -> false; -
-take; sync; requested 5; die adma; complete; take; control; requests -> 20; 5
+table ->
+mute_on_pll_loss false; reg 0003 38 -> 0x00000008
+mute true; hold on; sync; requested 4; reg 0003 38; syncing -> 0x00000038; true
+mute false; mute_on_pll_loss true; reg 0003 38 -> 0x00000020
+sync_ack; reg 0003 38; syncing -> 0x00000000; true
+complete; syncing; probe 1 1 -> false; silence
+take; sync; requested 5; die adma; complete; take; reg 0003 38; requests -> 0x00000020; 5
 )"},
     {"RoutesCanBeSetShownAndCleared", R"(
 status -> Sources      Sinks
@@ -194,7 +169,7 @@ register; settle 1; synced 2 -> c0000*2048; 38=20; 38=0
 links ->   bulk: Endpoint: 3,     transactions 0-511, FSI: 0012, mapped addr: 0xMAPPED;     k0: Endpoint:
     1,  transactions 512-1023, [Kernel FSI];     k1: Endpoint: 2, transactions 1024-1535, [Kernel FSI]
 patch2 bulk 0-3 k0 8-11; settle 3; patch2 bulk 0,2 k1 510-511; settle 4 ->
-probe 1 11; probe 2 511 -> 3:3; 3:2
+probe 1 11; probe 2 511 -> 3 3; 3 2
 patch2 k0 511 k1 5; settle 5; patch2 k1 0 k1 6; settle 6; patch2 k1 0 k1 7; settle 7
 status; requests -> Sources          Sinks; 0:    0       >> k0:   0-7    ; bulk: 0-3     >> k0:   8-11   ;
     0:    0       >> k0:   12-511 ; ; 0:    0       >> k1:   0-4    ; k0:   511     >> k1:   5      ;
@@ -203,10 +178,10 @@ status; requests -> Sources          Sinks; 0:    0       >> k0:   0-7    ; bulk
     bulk: 2       >> k1:   511    ; ; 0:    0       >> bulk: 0-511  ; 7
 transactions 521 520 -> 520: 0x00600208; 521: 0x00601209
 transactions 2047 5000; transactions 4294967295 2048 -> 2047: 0x00000000
-clear_from bulk; settle 8; probe 1 11; probe 2 511 -> -; -
-patch k1 bulk; settle 9; probe 3 0; probe 3 511 -> 2:0; 2:511
-patch k0 k1; settle 10; clear_to bulk; settle 11; probe 3 5; probe 2 5 -> -; 1:5
-clear_all; settle 12; probe 2 5 -> -
+clear_from bulk; settle 8; probe 1 11; probe 2 511 -> silence; silence
+patch k1 bulk; settle 9; probe 3 0; probe 3 511 -> 2 0; 2 511
+patch k0 k1; settle 10; clear_to bulk; settle 11; probe 3 5; probe 2 5 -> silence; 1 5
+clear_all; settle 12; probe 2 5 -> silence
 )"},
     {"WrongInputIsReportedAndChangesNothing", R"(
 register; settle 1; patch2 bulk 1 k0 1; settle 2
@@ -223,17 +198,17 @@ set_pll_source k9; run -> Error: Unknown clock 'k9'
 mute maybe -> error: arg 1: cannot convert 'maybe' to type 'bool'
 transactions 1 -> error: 'transactions' expects 2 argument(s), 1 provided
 requests -> 2
-sync; settle 3; probe 1 1 -> 3:1
+sync; settle 3; probe 1 1 -> 3 1
 )"},
     {"MeasurementsAreJudgedByTheRangeOfTheRateFamilyAndEitherEventIsALoss", R"(
 measure 3 1128999 ->
-measure 3 1129000; event 0 -> 30018=3; 30=1f; 30018=0
+measure 3 1129000; event 0004 0 -> 30018=3; 30=1f; 30018=0
 measure 3 1175001 ->
-measure 3 1175000; event 1 -> 30018=3; 30=1f; 30018=0
+measure 3 1175000; event 0004 1 -> 30018=3; 30=1f; 30018=0
 rate 0; measure 3 1228875 ->
-measure 3 1228876; event 0 -> 30018=3; 30=1f; 30018=0
+measure 3 1228876; event 0004 0 -> 30018=3; 30=1f; 30018=0
 measure 3 1278877 ->
-measure 3 1278876; event 1 -> 30018=3; 30=1f; 30018=0
+measure 3 1278876; event 0004 1 -> 30018=3; 30=1f; 30018=0
 rate 1; measure 8 good; measure 255 good ->
 measure 7 good -> 30018=7; 30=1f
 )"},
@@ -241,16 +216,16 @@ measure 7 good -> 30018=7; 30=1f
 measure 1 good; measure 2 good; measure 1 good; measure 1 good -> 30018=1; 30=1f
 measure 1 good -> 30018=2; 30=1f
 measure 1 good -> 30018=1; 30=1f
-measure 2 bad; measure 1 good; measure 1 good; prioritise 1 3 1; run; event 3; measure 1 good -> 30=17; 30018=0
-measure 4 good; servo 1; measure 4 bad -> 30018=4; 30=1f; locked 4
+measure 2 bad; measure 1 good; measure 1 good; prioritise 1 3 1; run; event 0004 3; measure 1 good -> 30=17; 30018=0
+measure 4 good; lock on; measure 4 bad -> 30018=4; 30=1f; locked 4
 measure 4 good ->
 measure 4 bad; measure 0 good -> 30018=0
 )"},
     {"TheSettleEventIsHeardOnceForEachSelectionAndSelectsAnew", R"(
-measure 4 good; event 3; measure 1 good -> 30018=4; 30=1f; 30=17; 30018=1; 30=1f
+measure 4 good; event 0004 3; measure 1 good -> 30018=4; 30=1f; 30=17; 30018=1; 30=1f
 measure 1 bad; measure 2 bad ->
-event 3 -> 30=17; 30018=4; 30=1f
-use_internal true; die clock; run; measure 4 good; event 0 ->
+event 0004 3 -> 30=17; 30018=4; 30=1f
+use_internal true; die clock; run; measure 4 good; event 0004 0 ->
 )"},
     {"TheUserEnablesAndForcesClocks", R"(
 measure 1 good; disable k0; run -> 30018=1; 30=1f; 30018=0
@@ -259,7 +234,7 @@ enable k0; run -> 30018=1; 30=1f
 prioritise 1 3 0; run -> 30018=0
 measure 2 good; prioritise 1 9 1; run -> 30018=2; 30=1f; 30018=1; 30=1f
 use_internal true; run; active -> 30018=0; Internal
-measure 4 good; event 0 ->
+measure 4 good; event 0004 0 ->
 use_internal false; run; active -> 30018=1; 30=1f; k0
 set_pll_source k1; run; active -> 30018=0; 30018=2; Internal
 auto_pll_select; run -> 30018=1; 30=1f
@@ -269,12 +244,12 @@ set_measurement_range 7 4097 -> 30010=7; 30014=1001
     {"ClocksAreListedInTheOrderOfPreference", R"(
 sources; measure 5 good; active; use_internal true; run -> bulk k0 k1 ; 30018=5; 30=1f; Unknown; 30018=0
 prioritise 7 -1 1; prioritise 4 0 1; prioritise 1 0 0; prioritise 2 5 1; measure 3 good; run ->
-auto_pll_select; run; measure 2 1175000; servo 1; measure 2 good -> 30018=3; 30=1f; 30018=2; 30=1f; locked 2
+auto_pll_select; run; measure 2 1175000; lock on; measure 2 good -> 30018=3; 30=1f; 30018=2; 30=1f; locked 2
 measure 1 7; clock/status -> Clock Ids: bulk (4) k0 (1) k1 (2) Internal (0); ;  Id Enabled
     Measure    State;   7    true       0 unstable;   1   false       7 unstable;   4    true       0
     unstable;   2    true 1150000   stable locked [selected];   3    true 1150000   stable;   5    true
     1150000   stable locking;   6    true       0 unstable;   0    true       0 unstable
-event 0 -> 30018=3; 30=1f
+event 0004 0 -> 30018=3; 30=1f
 )"},
 };
 
