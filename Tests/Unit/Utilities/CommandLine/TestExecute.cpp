@@ -110,19 +110,15 @@ TEST_F(ExecuteTest, LinesAndResultsAreReportedAndQuitStopsTheService)
     std::string reported;
     mShell.SetReceivedCallback([&](const std::string& line) { reported += "<" + line; });
     mShell.SetSentCallback([&](const auto& name, const auto& result) { reported += ">" + name + "=" + result; });
-    for (const char* line : {" two a b ", " ", "none", "quit"})
+    // A context of the wrong type gives nothing, and a line on standard error.
+    testing::internal::CaptureStderr();
+    for (const char* line : {" two a b ", " ", "none", "client 5", "quit"})
         mShell.Execute(line);
-    EXPECT_EQ(reported, "< two a b >two=a|b\n<none>none=<quit>quit=");
+    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(reported, "< two a b >two=a|b\n<none>none=<client 5>client=<quit>quit=");
+    EXPECT_EQ(mShell.Execute("client 5", std::shared_ptr<cmd::ClientConnection>()), "5\n");
     EXPECT_TRUE(mService.stopped());
     mShell.Stop();
-}
-
-TEST_F(ExecuteTest, AContextOfTheWrongTypeGivesNothingAndSaysSoOnStandardError)
-{
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(mShell.Execute("client 5"), "");
-    EXPECT_NE(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(mShell.Execute("client 5", std::shared_ptr<cmd::ClientConnection>()), "5\n");
 }
 
 using ExecuteDeathTest = ExecuteTest;
