@@ -5,16 +5,19 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
 #include "Tests/Support/SendOnlyComms.h"
-#include "Tests/Unit/OrbModule/Src/Patching/PatchBoard.h"
+
+#include <boost/asio/io_service.hpp>
 
 #include <algorithm>
+#include <deque>
+#include <map>
 #include <random>
+#include <set>
 #include <unordered_map>
 
-/// Random events for the real directory, controller, slots, store, patcher and ADMA manager over the simulated FPGA.
-/// The Orb router, the update service and the neighbours on the links are simulated and answer as the real ones do.
-/// The same seed gives the same events.
-class RandomPatches : public SendOnlyComms
+/// Random events for the real directory, controller, slots and store. The patcher, the Orb router, the update service
+/// and the neighbours on the links are simulated and answer as the real ones do. The same seed gives the same events.
+class RandomPatches : public SendOnlyComms, iPatcher
 {
 public:
     explicit RandomPatches(std::uint32_t seed) : mRandom(seed)
@@ -26,24 +29,21 @@ public:
         });
         Settle();
     }
-    ~RandomPatches() override { Recover(); }
 
     /// One event, played to its end.
     void Step()
     {
         static constexpr void (RandomPatches::*Events[])() = {
-            &RandomPatches::MakePatch,    &RandomPatches::BreakPatch,      &RandomPatches::MoveCable,
-            &RandomPatches::ExchangeBox,  &RandomPatches::ChangeNeighbour, &RandomPatches::Flood,
-            &RandomPatches::SendNonsense, &RandomPatches::DisturbSync,     &RandomPatches::WithholdAnswers,
-            &RandomPatches::Recover,      &RandomPatches::TakeDeskIo,      &RandomPatches::ReturnDeskIo};
-        std::discrete_distribution<std::size_t> choose{40, 20, 18, 2, 3, 4, 6, 3, 2, 3, 2, 8};
-        mBefore = mNow;
+            &RandomPatches::MakePatch,       &RandomPatches::BreakPatch, &RandomPatches::MoveCable,
+            &RandomPatches::ExchangeBox,     &RandomPatches::TakeDeskIo, &RandomPatches::ReturnDeskIo,
+            &RandomPatches::ChangeNeighbour, &RandomPatches::Flood};
+        std::discrete_distribution<std::size_t> choose{40, 20, 18, 2, 2, 8, 3, 4};
         mSources.clear();
-        mMayChange = [](auto&&...) { return false; };
+        mLost.clear();
         const std::size_t event = choose(mRandom);
         AUDIT_STREAM(RouterAudioRoute, "---- event " << event << '\n');
         (this->*Events[event])();
-        Settle();
+        Settle(Dice(12) == 0);
     }
 
     void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override
@@ -73,15 +73,9 @@ public:
     }
 
 protected:
-    using Place = PatchBoard::Place;
+    /// A port and a slot of it.
+    using Place = std::pair<unsigned, std::uint32_t>;
     using Slots = std::vector<std::uint32_t>;
-    /// What a slot in use carries: its source, and what feeds it.
-    struct Carried
-    {
-        HidPort source;
-        Place feed;
-        bool operator==(const Carried& other) const { return source == other.source && feed == other.feed; }
-    };
     /// A patch that is asked for.
     struct Request
     {
@@ -95,22 +89,11 @@ protected:
     static constexpr Hid Boxes[] = {0xC0020001, 0xC0060001};
     static constexpr Hid HubNode = 0xC0058000;
     static constexpr Hid FarNode = 0xC0038000;
-    /// Three boxes and a node.
-    static constexpr Hid FarSources[] = {0xC0030001, 0xC0030002, 0xC0030003, MakeNodeHid(FarNode)};
+    static constexpr Hid FarBoxes[] = {0xC0030001, 0xC0030002, 0xC0030003};
 
     static bool IsOwn(const IoPort& port) { return GetRackId(port.GetHid()) == GetRackId(Own); }
     static bool IsBox(const IoPort& port) { return port.GetHid() == Boxes[0] || port.GetHid() == Boxes[1]; }
-    static HidPort ToHidPort(const IoPort& port)
-    {
-        const Hid hid = port.GetHid();
-        return {IsIoHid(hid) ? hid : MakeLinkHid(hid), port.GetIndex()};
-    }
-    static std::string Text(const Request& request)
-    {
-        std::ostringstream out;
-        out << ToHidPort(request.source) << "to " << ToHidPort(request.dest);
-        return out.str();
-    }
+    static HidPort ToHidPort(const IoPort& port) { return {port.GetHid(), port.GetIndex()}; }
     const LinkSlot& GetSlot(const Place& place) const
     {
         return mController.GetLinkAllocation().GetSlot(static_cast<UINT8GIGEPORT>(place.first), place.second);
@@ -119,100 +102,77 @@ protected:
     static Slots SlotsOf(const IoPort& source, UINT8GIGEPORT port)
     {
         if (IsBox(source)) return {source.GetIndex()};
-        const auto far = std::find(std::begin(FarSources), std::end(FarSources), source.GetHid()) - FarSources;
-        const auto block = IsOwn(source) ? 100u : 200u + 100u * port + 8u * static_cast<std::uint32_t>(far);
+        const std::uint32_t block = IsOwn(source) ? 100 : 200 + 100u * port + 8 * (source.GetHid() & 3);
         const std::uint32_t first = block + 2 * source.GetIndex();
         return source.GetIndex() % 2 == 0 ? Slots{first} : Slots{first, first + 1};
     }
-    /// While something is late, what should be heard may not be heard yet.
-    bool IsDisturbed() const { return mHeld || mLost || !mWithheld.empty() || mWithhold; }
+    /// While answers are late, what should be heard may not be heard yet.
+    bool IsDisturbed() const { return !mAnswers.empty(); }
 
-    /// Runs what is posted. Timers that are due at once may be behind the handlers that run now.
-    void Settle()
+    /// Runs what is posted, and the answers of the neighbours unless they are late. Timers that are due at once may be
+    /// behind the handlers that run now.
+    void Settle(bool isLate = false)
     {
-        for (unsigned idle = 0; idle < 2;) {
+        for (unsigned idle = 0; idle < 2 || (IsDisturbed() && !isLate);) {
             mService.restart();
             idle = mService.poll() == 0 ? idle + 1 : 0;
+            if (idle == 0 || isLate || !IsDisturbed()) continue;
+            const auto answer = std::move(mAnswers.front().second);
+            mAnswers.pop_front();
+            answer();
+            idle = 0;
         }
     }
 
     void BreakPatch()
     {
         if (mRequests.empty() || !mHasDeskIo) return;
-        AllowPatches();
         const auto request = mRequests.begin() + Dice(static_cast<std::uint32_t>(mRequests.size()));
         const Request ended = *request;
         mRequests.erase(request);
         Order(ended, false);
     }
-    void Recover()
-    {
-        AllowAnything();
-        mHeld = false;
-        mBoard.GetFpga().SetHold(false);
-        mBoard.GetFpga().SetSyncTime(std::chrono::microseconds(0));
-        if (std::exchange(mLost, false)) {
-            mBoard.GetFpga().LoseEndOfSync(0);
-            mBoard.GetFpga().RaiseEvent("0003", 0);
-        }
-        mWithhold = false;
-        for (auto& [port, answer] : std::exchange(mWithheld, {}))
-            mService.post(std::move(answer));
-    }
     /// Whoever drives the patches sends them again.
     void ReturnDeskIo()
     {
         if (mHasDeskIo) return;
-        AllowGrowth();
         mHasDeskIo = true;
         ReportDeskIo(UNIT_MASTER_CONTROL);
         Settle();
         for (const Request& request : mRequests)
             Order(request, true);
     }
-    void AllowAnything()
-    {
-        mMayChange = [](auto&&...) { return true; };
-    }
 
     boost::asio::io_service mService;
-    PatchBoard mBoard;
     DeviceManager mDevices{mService, *this, [](auto&&...) { return 0; }, {{}, {}}, {}};
-    PatchController mController{mDevices, *this, mBoard.GetPatcher()};
+    PatchController mController{mDevices, *this, *this};
     std::vector<Request> mRequests;
     /// By destination: the source, and the slots in which the Orb router was told to listen.
     std::unordered_map<IoPort, std::pair<IoPort, Slots>> mListening;
     bool mHasDeskIo = true;
-    bool mHeld = false;
-    bool mLost = false;
-    /// The slots in use, and those before the last step.
-    std::map<Place, Carried> mNow, mBefore;
-    /// Whether the last step may change a slot from one to the other; null is a free slot.
-    std::function<bool(const Place&, const Carried* was, const Carried* now)> mMayChange;
+    /// What feeds each slot that is not silent, as the patcher was told.
+    std::map<Place, Place> mRoutes;
+    /// Sources of the patches that were asked for in the last step, and ports that lost what was there.
+    std::set<std::pair<Hid, AudioPortNumber>> mSources;
+    std::set<unsigned> mLost;
 
 private:
-    enum Neighbour { None, Box, Hub, Router };
+    void ProcessPatchUnpatch(const LinkPatch& patch, bool make) override
+    {
+        const auto& [from, to] = patch;
+        for (std::size_t i = 0; i < to.slots.size(); ++i) {
+            mRoutes.erase({to.port, to.slots[i]});
+            if (make && i < from.slots.size()) mRoutes[{to.port, to.slots[i]}] = {from.port, from.slots[i]};
+        }
+    }
+    void ProcessUnpatches(const std::vector<LinkPatch>& patches) override
+    {
+        for (const LinkPatch& patch : patches)
+            ProcessPatchUnpatch(patch, false);
+    }
+    void RemoveAllPatches() override {}
 
-    // What events may change: slots of the sources that they name, those from or to a port that is lost, free slots.
-    void AllowPatches()
-    {
-        mMayChange = [this](const Place&, const Carried* was, const Carried* now) {
-            const auto isNamed = [this](const Carried* carried) {
-                return !carried || std::count(mSources.begin(), mSources.end(), carried->source) != 0;
-            };
-            return isNamed(was) && isNamed(now);
-        };
-    }
-    void AllowLoss(unsigned port)
-    {
-        mMayChange = [port](const Place& place, const Carried* was, const Carried* now) {
-            return was && (!now || now->source == was->source) && (place.first == port || was->feed.first == port);
-        };
-    }
-    void AllowGrowth()
-    {
-        mMayChange = [](const Place&, const Carried* was, const Carried*) { return !was; };
-    }
+    enum Neighbour { None, Box, Hub, Router };
 
     // The events.
 
@@ -222,28 +182,23 @@ private:
         if (mNeighbour == None) {
             ChangeNeighbour();
         } else if (mCables[port]) {
-            AllowLoss(port);
             PullCable(port);
         } else {
-            AllowGrowth();
             PlugCable(port);
         }
     }
     void TakeDeskIo()
     {
         if (!mHasDeskIo) return;
-        AllowLoss(Routing::ORB_PORT);
+        mLost.insert(Routing::ORB_PORT);
         mHasDeskIo = false;
         mListening.clear();
         ReportDeskIo(0);
     }
-    void WithholdAnswers() { mWithhold = true; }
     void ChangeNeighbour()
     {
-        Recover();
         ReturnDeskIo();
         Settle();
-        AllowAnything();
         for (const UINT8GIGEPORT port : Links) {
             if (mCables[port]) PullCable(port);
             Settle();
@@ -261,7 +216,6 @@ private:
     void ExchangeBox()
     {
         if (mNeighbour != Box || !mCables[1] || !mCables[2]) return;
-        AllowAnything();
         PullCable(Routing::PRIMARY_PORT);
         Settle();
         mBox[1] = mBox[1] == Boxes[0] ? Boxes[1] : Boxes[0];
@@ -271,7 +225,6 @@ private:
     {
         // An Orb router without its I/O has nothing to say.
         if (!mHasDeskIo) return;
-        AllowPatches();
         // Own to own does not pass this module, and far to far does not either.
         const bool ownSource = Dice(2) == 0;
         const bool ownDest = mNeighbour == Box && !ownSource ? Dice(3) != 0 : !ownSource;
@@ -292,70 +245,37 @@ private:
         for (int i = 0; i < 60; ++i)
             Dice(3) == 0 ? BreakPatch() : MakePatch();
     }
-    void SendNonsense()
-    {
-        const IoPort nobody(Hid(0xC0770000 + Dice(4096)), 1, Dice(4096));
-        const Slots slots = Dice(2) == 0 ? Slots{600 + Dice(1000000)} : Slots(Dice(2000), Dice(700));
-        const auto port = static_cast<UINT8GIGEPORT>(Dice(3));
-        const PatchSource source(nobody, static_cast<std::uint8_t>(Dice(256)), slots);
-        Deliver(RouterPatchAudio(source, nobody, nobody, Dice(2) == 0, false), port);
-        Deliver(PatchSucessfulCmd(nobody), port);
-        Deliver(OstrelPingCmd("ORBMODULE", 0, 0), port);
-        mController.OnDeviceChange(nobody.GetHid(), port, Dice(2) == 0, LOCAL_LINK);
-    }
-    void DisturbSync()
-    {
-        const std::uint32_t kind = Dice(3);
-        if (kind == 0) {
-            mHeld = true;
-            mBoard.GetFpga().SetHold(true);
-        } else if (kind == 1) {
-            mBoard.GetFpga().SetSyncTime(std::chrono::microseconds(Dice(1500)));
-        } else if (!mHeld && !mLost) {
-            mLost = true;
-            mBoard.GetFpga().LoseEndOfSync(1);
-        }
-    }
 
     // What they are made of.
 
     std::uint32_t Dice(std::uint32_t sides) { return static_cast<std::uint32_t>(mRandom() % sides); }
-    /// @param style 1 for a source, 2 for a destination, which nodes are not.
+    /// @param style 1 for a source, 2 for a destination
     IoPort RandomPort(bool own, std::uint32_t style)
     {
         if (own) return IoPort(Desk, style, Dice(style == 1 ? 8 : 24));
         if (mNeighbour == Box) return IoPort(mBox[1 + Dice(2)], style, Dice(16));
-        return IoPort(FarSources[Dice(style == 1 ? 4 : 3)], style, Dice(style == 1 ? 4 : 12));
+        return IoPort(FarBoxes[Dice(3)], style, Dice(style == 1 ? 4 : 12));
     }
     void PlugCable(UINT8GIGEPORT port)
     {
         // A box brings its primary cable first.
         if (port == Routing::SECONDARY_PORT) mBox[2] = mBox[1];
-        const bool isBox = mNeighbour == Box;
-        if (isBox && mCables[OtherLinkPort(ToPortsEnum(port))] && mBox[1] != mBox[2]) AllowAnything();
+        if (mNeighbour == Box && mBox[1] != mBox[2]) mLost = {1, 2};
         mCables[port] = true;
         constexpr K2Heartbeat::LinkType Types[] = {K2Heartbeat::K2_NO_TYPE, K2Heartbeat::K2_FIXED_FORMAT_TYPE,
                                                    K2Heartbeat::K2_HUB_TYPE, K2Heartbeat::K2_ROUTER_TYPE};
         mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0x0A000001u + port, static_cast<UINT8GIGEPORT>(port + 4),
-                                 0x0A0000F0u + port, isBox ? mBox[port] : HubNode, Types[mNeighbour]);
-        if (mNeighbour == Hub) {
-            Settle();
-            // The Orb router asks a node again itself: for the module a node in this form has no owner.
-            for (const Request& request : mRequests) {
-                if (!IsIoHid(request.source.GetHid())) OrderFrom(0, request, true);
-            }
-        }
-        if (mNeighbour != Router) return;
-        mService.post([this, port] { mDevices.OnKLVStreamChanged(port, LOCAL_LINK, 0, true); });
-        Settle();
-        OrderAllFromRouter(port);
+                                 0x0A0000F0u + port, mNeighbour == Box ? mBox[port] : HubNode, Types[mNeighbour]);
+        if (mNeighbour == Router)
+            mService.post([this, port] { mDevices.OnKLVStreamChanged(port, LOCAL_LINK, 0, true); });
     }
     void PullCable(UINT8GIGEPORT port)
     {
+        mLost.insert(port);
         mCables[port] = false;
         // What the neighbour had not said yet stays unsaid.
-        const auto isOfPort = [port](const auto& withheld) { return withheld.first == port; };
-        mWithheld.erase(std::remove_if(mWithheld.begin(), mWithheld.end(), isOfPort), mWithheld.end());
+        const auto isOfPort = [port](const auto& answer) { return answer.first == port; };
+        mAnswers.erase(std::remove_if(mAnswers.begin(), mAnswers.end(), isOfPort), mAnswers.end());
         mDevices.OnDeviceChanged(ToNumber(ToLinkIndex(port)), 0, UNKNOWN_GIGE_PORT, 0, INVALID_HID,
                                  K2Heartbeat::K2_NO_TYPE);
     }
@@ -363,7 +283,6 @@ private:
     void Order(const Request& request, bool make)
     {
         if (!make) mListening.erase(request.dest);
-        mSources.push_back(ToHidPort(request.source));
         if (mNeighbour != Router) return OrderFrom(0, request, make);
         for (const UINT8GIGEPORT port : Links) {
             if (mCables[port]) OrderFrom(port, request, make);
@@ -373,14 +292,10 @@ private:
     void OrderFrom(UINT8GIGEPORT port, const Request& request, bool make, UINT8GIGEPORT link = 0)
     {
         if (!mHasDeskIo) return;
+        mSources.emplace(request.source.GetHid(), request.source.GetIndex());
         const Slots slots = IsOwn(request.source) == (port == 0) ? SlotsOf(request.source, port) : Slots{};
         const PatchSource source(request.source, link, slots);
         Deliver(RouterPatchAudio(source, request.dest, request.source, make, false), port);
-    }
-    void OrderAllFromRouter(UINT8GIGEPORT port)
-    {
-        for (const Request& request : mRequests)
-            OrderFrom(port, request, true);
     }
     bool IsWanted(const Request& request) const { return std::count(mRequests.begin(), mRequests.end(), request) != 0; }
 
@@ -395,8 +310,6 @@ private:
                 mController.ReceivedRouterPatchAudioCmd(shared, port, type);
             } else if constexpr (std::is_same_v<Command, PatchSucessfulCmd>) {
                 mController.ReceivedPatchSucessfulCmd(shared, port, type);
-            } else if constexpr (std::is_same_v<Command, OstrelPingCmd>) {
-                mController.ReceivedPingCmd(shared, port, type);
             } else if constexpr (std::is_same_v<Command, DeviceCheckResultsCmd>) {
                 mDevices.OnDeviceCheckResults(shared, port, type);
             } else if constexpr (std::is_same_v<Command, RemoteIoUpdate>) {
@@ -407,14 +320,6 @@ private:
                 mDevices.ProcessIOCmd(shared, port, type);
             }
         });
-    }
-    void Answer(UINT8GIGEPORT port, const std::function<void()>& answer)
-    {
-        if (mWithhold) {
-            mWithheld.emplace_back(port, answer);
-        } else {
-            mService.post(answer);
-        }
     }
     void ReportDeskIo(std::uint32_t address)
     {
@@ -450,22 +355,21 @@ private:
     void OnNeighbourReceives(UINT8GIGEPORT port, const DeskCommand& command)
     {
         if (mNeighbour == Box && dynamic_cast<const IoInfoReq*>(&command)) {
-            Answer(port, [=] { Deliver(IoInfo(mBox[port], 1, {"QV1320", "", "", "", ""}), port); });
+            mAnswers.emplace_back(port, [=] { Deliver(IoInfo(mBox[port], 1, {"QV1320", "", "", "", ""}), port); });
         } else if (mNeighbour != Box && dynamic_cast<const RouterInfoReq*>(&command)) {
             // Never withheld: a link that has not described itself yet does not count when the other one is lost.
             const auto kind = mNeighbour == Hub ? RemoteDeviceType::Hub : RemoteDeviceType::Router;
             Deliver(RouterInfo(HubNode, kind, 512, 512, 0), port);
-            for (const Hid hid : FarSources) {
-                if (IsIoHid(hid)) {
-                    Deliver(RemoteIoUpdate(RemoteDeviceType::FixedFormat, hid, 0x0B000002, FarNode), port);
-                } else {
-                    Deliver(RemoteRouterUpdate(RemoteDeviceType::Orb, FarNode, 0x0B000001, HubNode), port);
-                }
+            for (const Hid hid : FarBoxes)
+                Deliver(RemoteIoUpdate(RemoteDeviceType::FixedFormat, hid, 0x0B000002, FarNode), port);
+            Deliver(RemoteRouterUpdate(RemoteDeviceType::Orb, FarNode, 0x0B000001, HubNode), port);
+            if (mNeighbour == Router) {
+                for (const Request& request : mRequests)
+                    OrderFrom(port, request, true);
             }
-            if (mNeighbour == Router) mService.post([=] { OrderAllFromRouter(port); });
         } else if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
             if (!patch->GetMake() || mNeighbour != Router) return;
-            Answer(port, [=, dest = patch->GetDest()] { Deliver(PatchSucessfulCmd(dest), port); });
+            mAnswers.emplace_back(port, [=, dest = patch->GetDest()] { Deliver(PatchSucessfulCmd(dest), port); });
         }
     }
     /// The far node describes its boxes and sends the audio that it is asked for.
@@ -473,12 +377,12 @@ private:
     {
         if (!mCables[port]) return;
         if (const auto* request = dynamic_cast<const IoInfoDevReq*>(&command)) {
-            Answer(port, [=, hid = request->GetHid()] {
+            mAnswers.emplace_back(port, [=, hid = request->GetHid()] {
                 Deliver(IoInfo(hid, 1, {"QV1320", "", "", "", ""}), port, SLAVE_LINK);
             });
         } else if (const auto* patch = dynamic_cast<const RouterPatchAudio*>(&command)) {
             const Request wanted{patch->GetSource().GetPort(), patch->GetDest()};
-            Answer(port, [=, make = patch->GetMake()] {
+            mAnswers.emplace_back(port, [=, make = patch->GetMake()] {
                 // A node that is late has heard by then what became of the patch.
                 if (make == IsWanted(wanted)) OrderFrom(port, wanted, make);
             });
@@ -492,9 +396,6 @@ private:
     std::array<bool, 3> mCables{};
     /// The box at each cable, plugged in or not.
     std::array<Hid, 3> mBox{Boxes[0], Boxes[0], Boxes[0]};
-    /// Sources of the patches of the last step.
-    std::vector<HidPort> mSources;
-    bool mWithhold = false;
-    /// What a neighbour will say on a link later.
-    std::vector<std::pair<UINT8GIGEPORT, std::function<void()>>> mWithheld;
+    /// What the neighbours will say, and on which link.
+    std::deque<std::pair<UINT8GIGEPORT, std::function<void()>>> mAnswers;
 };
