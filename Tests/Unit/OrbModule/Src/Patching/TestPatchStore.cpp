@@ -1,6 +1,7 @@
 #include "OrbModule/Inc/Patching/PatchStore.h"
 
-#include "Audit/Audit.h"
+#include "Tests/Support/Joined.h"
+#include "Tests/Support/LogRecorder.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,7 @@ constexpr Hid BoxA = 0xC0010001;
 constexpr Hid BoxB = 0xC0020001;
 constexpr IoPort In(BoxA, 1, 1);
 constexpr Routing::PortsEnum Pri = Routing::PRIMARY_PORT;
+constexpr Routing::PortsEnum Sec = Routing::SECONDARY_PORT;
 
 IoPort Out(std::size_t number)
 {
@@ -22,27 +24,14 @@ IoPort Out(std::size_t number)
 
 } // namespace
 
-TEST(PatchStore, OnlyWhatWasSentOnALinkSurvivesRemoveUnsent)
-{
-    PatchStore store;
-    const std::tuple<UINT8GIGEPORT, Korvo::PatchState, bool> cases[] = {
-        {1, Korvo::PatchSuccess, true},  {2, Korvo::PatchReserved, true}, {1, Korvo::PatchSent, true},
-        {0, Korvo::PatchSuccess, false}, {3, Korvo::PatchSuccess, false}, {1, Korvo::PatchNotSent, false}};
-    std::size_t number = 0;
-    for (const auto& [port, state, stays] : cases) {
-        store.StorePatch(In, Out(number));
-        store.UpdatePatch(Out(number++), ToPortsEnum(port), state);
-    }
-    store.RemoveUnsent();
-    while (number-- > 0)
-        EXPECT_EQ(store.GetPatchState(Out(number), Pri).has_value(), std::get<bool>(cases[number])) << number;
-}
-
 TEST(PatchStore, PrintsAPatchAsTheShellShowsItAndDropsASwapTargetThatNoLinkNeeds)
 {
+    const LogRecorder log;
     OrbPatchInfo patch(In, Out(2));
     patch.UpdatePatch(Pri, Korvo::PatchSuccess, {1, {3}});
     patch.SetSwapTarget({0, {9, 10}});
+    patch.UpdatePatch(ToPortsEnum(3), Korvo::PatchSuccess);
+    patch.UpdatePatch(ToPortsEnum(3), Korvo::PatchReserved, {1, {4}});
     std::ostringstream out;
     out << patch;
     EXPECT_EQ(out.str(), " Src HID:3221291009(192.1:1 ), Style:1(Input), Idx:1 "
@@ -51,35 +40,71 @@ TEST(PatchStore, PrintsAPatchAsTheShellShowsItAndDropsASwapTargetThatNoLinkNeeds
                          "\n\t\t\tPri  GigE:TDM Pri Korvo 3 \n\t\t\tSec  GigE:TDM UNKNOWN 255 "
                          "\n\t\t\tSwap GigE:TDM ORB PORT 9 10 ");
     EXPECT_EQ(patch.GetLink(ToPortsEnum(3)), GigeAndSlots{});
-    patch.UpdatePatch(Pri, Korvo::PatchSent);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>({"UpdatePatch: Trying to update patch on invalid port 3 0x04\n",
+                                                     "UpdatePatch: Trying to update patch on invalid port 3 0x05\n"}));
+    EXPECT_TRUE(patch.Concerns(BoxA) && patch.Concerns(BoxB) && !patch.Concerns(Hid(7)));
+    patch.UpdatePatch(Sec, Korvo::PatchSent);
+    EXPECT_EQ(patch.GetSwapTarget().slots.size(), 2u) << "the primary link needs it";
+    patch.UpdatePatch(Sec, Korvo::PatchReserved);
+    patch.UpdatePatch(Pri, Korvo::PatchSent, {});
+    EXPECT_EQ(patch.GetSwapTarget().slots.size(), 2u) << "the secondary link needs it";
+    patch.UpdatePatch(Sec, Korvo::PatchSent);
     EXPECT_EQ(patch.GetSwapTarget(), GigeAndSlots{});
 }
 
-TEST(PatchStore, WhatPeersCanMakeItHoldHasALimit)
+TEST(PatchStore, ThePatchesThatPeersCanMakeItHoldHaveALimit)
 {
     Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::Information), 0);
     PatchStore store;
-    const IoPort last = Out(PatchStore::MaxPatches);
-    for (std::size_t i = 0; i < PatchStore::MaxPatches; ++i)
+    const IoPort last = Out(65536);
+    for (std::size_t i = 0; i < 65536; ++i)
         ASSERT_TRUE(store.StorePatch(In, Out(i)));
     EXPECT_FALSE(store.StorePatch(In, last));
     EXPECT_TRUE(store.StorePatch(last, Out(5))) << "it is stored already";
     EXPECT_EQ(store.Find(Out(5))->GetSource(), In) << "and keeps its first source";
     store.RemovePatch(Out(5));
     EXPECT_TRUE(store.StorePatch(In, last));
+}
 
-    const GigeAndSlots link{1, std::vector<std::uint32_t>(512, 7)};
-    for (std::size_t i = 10; i < 10 + PatchStore::MaxSlots / 512; ++i)
-        store.UpdatePatch(Out(i), Pri, Korvo::PatchSuccess, link);
-    store.UpdatePatch(Out(11), Pri, Korvo::PatchReserved);
-    store.UpdatePatch(last, Pri, Korvo::PatchSuccess, link);
-    EXPECT_EQ(store.GetPatchLink(last, Pri), GigeAndSlots{});
-    EXPECT_EQ(store.GetPatchState(last, Pri), Korvo::PatchSuccess);
-    store.RemovePatch(Out(10));
-    store.UpdatePatch(last, Pri, Korvo::PatchSuccess, link);
-    EXPECT_EQ(store.GetPatchLink(last, Pri), link);
+TEST(PatchStore, TheSlotsThatPeersCanMakeItHoldHaveALimit)
+{
+    const LogRecorder log;
+    Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::Information), 0);
+    PatchStore store;
+    store.StorePatch(In, Out(1));
+    store.StorePatch(In, Out(2));
+    // What the destination holds on both links and as its swap target after the update.
+    const auto update = [&](std::size_t dest, Routing::PortsEnum port, auto... slots) {
+        const auto link = [](std::size_t count) { return GigeAndSlots{1, std::vector<std::uint32_t>(count, 7)}; };
+        store.UpdatePatch(Out(dest), port, Korvo::PatchSuccess, link(slots)...);
+        const OrbPatchInfo& patch = *store.Find(Out(dest));
+        return Joined(patch.GetLink(Pri).slots.size(), patch.GetLink(Sec).slots.size(),
+                      patch.GetSwapTarget().slots.size());
+    };
+    EXPECT_EQ(update(1, Pri, 1048556, 10), "1048556|0|10|");
+    EXPECT_EQ(update(2, Pri, 11), "0|0|0|") << "10 are left";
+    EXPECT_EQ(update(2, Pri, 10), "10|0|0|");
+    EXPECT_EQ(update(2, Sec, 1), "10|0|0|");
+    EXPECT_EQ(update(2, Pri, 10, 1), "10|0|0|");
+    EXPECT_EQ(update(2, Pri, 9, 1), "9|0|1|");
+    EXPECT_EQ(update(2, Pri, 9, 1), "9|0|1|");
+    store.UpdatePatch(Out(1), Pri, Korvo::PatchSent);
+    EXPECT_EQ(update(2, Sec, 11), "9|0|1|") << "the other swap target is given back";
+    EXPECT_EQ(update(2, Sec, 10), "9|10|1|");
+    EXPECT_EQ(store.GetPatchLink(Out(2), Sec)->slots.size(), 10u);
+    EXPECT_FALSE(store.GetPatchLink(Out(3), Sec));
     store.UpdatePatch(BoxA, Pri, Korvo::PatchNotSent);
-    store.RemoveUnsent();
-    EXPECT_EQ(store.Find(Out(11)), nullptr);
-    EXPECT_EQ(store.Find(last), nullptr);
+    EXPECT_EQ(update(2, Sec, 12), "0|12|1|") << "only a destination gives up its swap target";
+    EXPECT_EQ(update(2, Pri, 13), "13|12|1|");
+    store.UpdatePatch(BoxB, Sec, Korvo::PatchNotSent);
+    store.RemovePatch(Out(1));
+    EXPECT_EQ(update(2, Sec, 1048562), "13|1048562|1|") << "that is on the other link";
+    store.UpdatePatch(BoxB, Pri, Korvo::PatchNotSent);
+    EXPECT_EQ(update(2, Pri, 15), "0|1048562|0|");
+    EXPECT_EQ(update(2, Pri, 14), "14|1048562|0|");
+    store.RemovePatch(Out(2));
+    EXPECT_TRUE(store.GetPatches(BoxA, Pri, Korvo::PatchSuccess).empty());
+    EXPECT_TRUE(store.GetPatches(BoxB, Pri, Korvo::PatchSuccess).empty());
+    EXPECT_EQ(log.Count("PatchStore is full, slots 1048566\n"), 2u);
+    EXPECT_EQ(log.Lines().size(), 5u);
 }
