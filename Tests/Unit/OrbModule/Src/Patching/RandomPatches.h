@@ -43,7 +43,8 @@ public:
         const std::size_t event = choose(mRandom);
         AUDIT_STREAM(RouterAudioRoute, "---- event " << event << '\n');
         (this->*Events[event])();
-        Settle(Dice(12) == 0);
+        if (Dice(40) == 0) mIsLate = !mIsLate;
+        Settle();
     }
 
     void Connect(std::uint32_t address, UINT8GIGEPORT port, std::uint16_t tcpPort) override
@@ -107,16 +108,16 @@ protected:
         return source.GetIndex() % 2 == 0 ? Slots{first} : Slots{first, first + 1};
     }
     /// While answers are late, what should be heard may not be heard yet.
-    bool IsDisturbed() const { return !mAnswers.empty(); }
+    bool IsDisturbed() const { return mIsLate || !mAnswers.empty(); }
 
     /// Runs what is posted, and the answers of the neighbours unless they are late. Timers that are due at once may be
     /// behind the handlers that run now.
-    void Settle(bool isLate = false)
+    void Settle()
     {
-        for (unsigned idle = 0; idle < 2 || (IsDisturbed() && !isLate);) {
+        for (unsigned idle = 0; idle < 2 || (!mIsLate && !mAnswers.empty());) {
             mService.restart();
             idle = mService.poll() == 0 ? idle + 1 : 0;
-            if (idle == 0 || isLate || !IsDisturbed()) continue;
+            if (idle == 0 || mIsLate || mAnswers.empty()) continue;
             const auto answer = std::move(mAnswers.front().second);
             mAnswers.pop_front();
             answer();
@@ -150,6 +151,7 @@ protected:
     /// By destination: the source, and the slots in which the Orb router was told to listen.
     std::unordered_map<IoPort, std::pair<IoPort, Slots>> mListening;
     bool mHasDeskIo = true;
+    bool mIsLate = false;
     /// What feeds each slot that is not silent, as the patcher was told.
     std::map<Place, Place> mRoutes;
     /// Sources of the patches that were asked for in the last step, and ports that lost what was there.
@@ -197,6 +199,7 @@ private:
     }
     void ChangeNeighbour()
     {
+        mIsLate = false;
         ReturnDeskIo();
         Settle();
         for (const UINT8GIGEPORT port : Links) {

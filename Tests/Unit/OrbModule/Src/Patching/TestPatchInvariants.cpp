@@ -47,6 +47,7 @@ public:
     /// Breaks every patch; then what was not given back.
     std::string CheckEnd()
     {
+        mIsLate = false;
         ReturnDeskIo();
         Settle();
         while (!mRequests.empty()) {
