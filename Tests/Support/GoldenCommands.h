@@ -64,6 +64,7 @@ inline PortBitmapCmd Bitmap()
     bitmap.SetPort(0x0203, {0xFFFFFFFF, 0});
     bitmap.SetPort(0x0102, {0xFFFFFFFF, 0});
     bitmap.SetPort(0x0203, {0x11223344, 2}); // takes the place of the first
+    bitmap.SetPort(0x0304, {});
     return bitmap;
 }
 
@@ -72,6 +73,7 @@ inline DevicesToCheckAndUpdateCmd Devices()
     DevicesToCheckAndUpdateCmd devices("1.63.5.0");
     devices.AddDevice("a", 2, 1, Router, 1);
     devices.AddDevice("b", 11, 0, Box, 1);
+    devices.AddDevice("1.2.3.4", 6, 5, true);
     return devices;
 }
 
@@ -97,7 +99,8 @@ inline std::vector<Golden> AllCommands()
         ROW(IoPortSetLinkCmd, "2C030028 Box 05 06", Box, 5, 6),
         ROW(IoInfoDevReq, "2E030028 Box", Box),
         Make("PortBitmapCmd", Bitmap(),
-             "2F030028 Box 00000000 0000 00000000 0000 02000000 0201 FFFFFFFF 00 0302 44332211 02"),
+             "2F030028 Box 00000000 0000 00000000 0000 03000000 0201 FFFFFFFF 00 0302 44332211 02 0403 FFFFFFFF 00"),
+        Make("PortBitmapCmd", PortBitmapCmd(), "2F030028 FFFFFFFF FFFFFFFF 0000 FFFFFFFF 0000 00000000"),
         ROW(IoOutputMuteCmd, "30034028 Box 0403 01", Box, 0x0304, true),
         ROW(SetSDIMetaDataCmd, "31030028 Box 0403 09 01000000 78 00000000 01000000 79", Box, 0x0304, 9, "x", "", "y"),
         ROW(SetDolbyEModuleSource, "32030028 In Out", In, Out),
@@ -137,8 +140,8 @@ inline std::vector<Golden> AllCommands()
         ROW(SetSDIMetaDataDisableCmd, "B90B0028 Box 0403 05 01", Box, 0x0304, 5, true),
         ROW(SDIMetaDataPresetResponseCmd, "C20B0028 Box 0403 05 02000000 6F6B 06", Box, 0x0304, 5, "ok", 6),
         Make("DevicesToCheckAndUpdateCmd", Devices(),
-             "70174028 08000000 312E36332E352E30 02000000 01000000 61 00000000 01 01 02 01 AB000000 01000000 62 "
-             "00000000 00 01 0B 02 Box"),
+             "70174028 08000000 312E36332E352E30 03000000 01000000 61 00000000 01 01 02 01 AB000000 01000000 62 "
+             "00000000 00 01 0B 02 Box 07000000 312E322E332E34 00000000 06 05 03 00 FFFFFFFF"),
         ROW(DeviceCheckResultsCmd, "71170028 04000000 312E322E 02", "1.2.", 2),
         ROW(SornMasterRouterNotification::Command, "6C1B0028 03", SornMasterRouterNotification::LOST),
         ROW(SornMixedHIDError, "6D1B0028 01", true),

@@ -30,6 +30,7 @@ public:
         return true;
     }
     void IgnoreData(std::uint32_t size) override { position += size; }
+    void Commit() override { events += "!"; }
     void BeginItem() override { events += "<"; }
     void EndItem() override { events += ">"; }
 

@@ -45,6 +45,10 @@ TEST(CommandTexts, OfCommands)
     ports << "true";
     EXPECT_EQ(end.str(), "Patch Break Src HID:3221356545(192.2:1 ), Style:1(Input), Idx:5  Slot 7" + ports.str());
     EXPECT_STREQ(DeviceCheckResultsCmd("", 5).GetResultText(), "Unknown");
+    using Sorn = SornMasterRouterNotification;
+    EXPECT_EQ(Sorn::Command(3).GetMessage(), "Korvo2 master router lost.|Korvo2 master router lost.");
+    EXPECT_EQ(Sorn::Command(5).GetMessage(), "Unknown Korvo2 master router notification.");
+    EXPECT_EQ(Joined(+Sorn::SAMPLE_RATE, +Sorn::DEFAULT_ID, +Sorn::DETECTED, +Sorn::UNKNOWN), "0|1|2|4|");
 }
 
 TEST(AtomicUpdate, WhatAnAddressSaysOfADevice)

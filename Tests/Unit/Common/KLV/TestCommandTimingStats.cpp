@@ -29,12 +29,12 @@ TEST(CommandTimingStats, ReportsOnItsTimer)
     for (const std::uint32_t count : {12345u, 3u})
         stats.RaiseMaxEvents(count);
     for (const auto& [key, time] :
-         {std::pair(0x28400339u, 17u), {0x28400339u, 5u}, {0x08000005u, 4u}, {0x10041003u, 3u}})
+         {std::pair(0x28400339u, 17u), {0x28400339u, 5u}, {0x0FC00005u, 4u}, {0x10041003u, 3u}})
         stats.RaiseCommandTime(key, time);
     stats.Report(true);
     EXPECT_THAT(forced.Lines(),
                 testing::ElementsAre(
-                    "[EVT:V0:E5] EVT:V0:E5, max time 4 mS\n", "[FEAT:F1:D2:I3] UNKNOWN, max time 3 mS\n",
+                    "[EVT:V31:E5] EVT:V0:E5, max time 4 mS\n", "[FEAT:F1:D2:I3] UNKNOWN, max time 3 mS\n",
                     "[CMD:V1:I825] ROUTER_INFO, max time 17 mS\n",
                     "MaxCommandTime    0 mS  [ Executing M received commands on a KLV Stream - CommsMgr.DoSelect() ]\n",
                     "MaxEventTime      0 mS  [ Processing N elapsed timers - EventTimerMgr.Service() ]\n",

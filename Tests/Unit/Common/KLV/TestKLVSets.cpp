@@ -13,30 +13,73 @@ using testing::IsEmpty;
 /// The bytes of all commands test the fields themselves.
 TEST(KLVSets, VersionAndIdAreCutToTheirBitsAndPartAgain)
 {
-    LogRecorder log({DebugFeature::KLVCommandReadSetDebug});
+    LogRecorder log({DebugFeature::KLVCommandReadSetDebug, DebugFeature::KLVCommandWriteSetDebug});
     MemoryStream stream;
-    static_cast<void>(KLVCommandWriteSet(stream, 33, 0x400320, 0));
-    static_cast<void>(KLVPanelEventWriteSet(stream, 0xFFC00007, 0));
-    EXPECT_EQ(stream.bytes, HexBytes("20034028 00000000 07000008 00000000"));
-    EXPECT_EQ(stream.events, "<><>");
+    KLVCommandWriteSet(stream, 33, 0x400320, 0).Commit();
+    static_cast<void>(KLVPanelEventWriteSet(stream, 0xFFC00006, 0));
+    EXPECT_EQ(stream.bytes, HexBytes("20034028 00000000 06000008 00000000"));
+    EXPECT_EQ(stream.events, "<!><>");
     EXPECT_EQ(KLVCommandReadSet(stream).GetKey(), 0x28400320u);
     char line[64];
-    std::snprintf(line, sizeof line, "KLVCommandReadSet: %p (800):IO_INFO_REQ\r\n", static_cast<void*>(&stream));
-    EXPECT_THAT(log.Lines(), ElementsAre(line));
+    std::snprintf(line, sizeof line, "Set: %p (800):IO_INFO_REQ\r\n", static_cast<void*>(&stream));
+    EXPECT_THAT(log.Lines(), ElementsAre(std::string("KLVCommandWrite") + line, std::string("KLVCommandRead") + line));
 }
 
-TEST(KLVWriteSet, WritesMoreThanItDeclared)
+TEST(KLVSets, ListsOfNumbers)
 {
-    LogRecorder log;
     MemoryStream stream;
+    KLVCommandWriteSet(stream, 0, 800, 8).WriteVector(std::vector<std::uint16_t>{1, 0x203});
+    EXPECT_EQ(stream.bytes, HexBytes("20030028 08000000 02000000 0100 0302"));
+    std::vector<std::uint16_t> list{9};
+    KLVCommandReadSet(stream).ReadVector(list);
+    EXPECT_THAT(list, ElementsAre(1, 0x203));
+}
+
+/// No set passes a negative length.
+TEST(DataStream, ThePassWithoutLengthsNotesThoseOfTheNext)
+{
+    struct CountingStream : MemoryStream
     {
-        KLVCommandWriteSet set(stream, 0, 800, 10);
-        for (int i = 0; i < 3; ++i)
-            set.WriteNative(std::uint32_t{7});
+        using DataStream::AddWriteCount;
+    } stream;
+    std::uint32_t index = 0;
+    std::uint32_t start = 0;
+    stream.ResetForWrite(false);
+    for (const std::uint32_t key : {7u, 8u}) {
+        stream.BeginKey(key, index, start, -1);
+        stream.AddWriteCount(key - 4);
+        stream.EndKey(index, start, key);
     }
-    EXPECT_EQ(stream.bytes.size(), 20u);
-    EXPECT_THAT(log.Lines(), ElementsAre("Error writing data for key 0x28000320 - Predefined data length 10 / write "
-                                         "mismatch 12\n"));
+    EXPECT_THAT(stream.bytes, IsEmpty());
+    stream.ResetForWrite(true);
+    for (const std::uint32_t key : {7u, 8u, 9u})
+        stream.BeginKey(key, index, start, -1);
+    EXPECT_EQ(stream.bytes, HexBytes("07000000 03000000 08000000 04000000 09000000 00000000"));
+    EXPECT_EQ(stream.GetWriteCount(), 47u);
+    stream.ResetForWrite(false);
+    stream.ResetForWrite(true);
+    stream.BeginKey(7, index, start, -1);
+    EXPECT_EQ(stream.bytes[28], 0) << "forgotten";
+}
+
+TEST(KLVWriteSet, ReportsWhatItDidNotDeclareOrTheStreamDidNotTake)
+{
+    const std::string error =
+        "ERROR in KLVWriteSet::WriteNative - some data was not written for data key 0x28000320 \n";
+    const std::string mismatch = "Error writing data for key 0x28000320 - Predefined data length 10 / write mismatch ";
+    for (const bool isBroken : {false, true}) {
+        LogRecorder log;
+        MemoryStream stream;
+        stream.isBroken = isBroken;
+        {
+            KLVCommandWriteSet set(stream, 0, 800, 10);
+            for (int i = 0; i < 3; ++i)
+                set.WriteNative(std::uint32_t{7});
+        }
+        EXPECT_EQ(stream.GetWriteCount(), isBroken ? 0u : 20u);
+        EXPECT_EQ(log.Count(error), isBroken ? 3u : 0u);
+        EXPECT_EQ(log.Lines().back(), mismatch + (isBroken ? "-8\n" : "12\n"));
+    }
 }
 
 TEST(KLVWriteSet, LongStringsAreReportedAndSent)
@@ -55,30 +98,19 @@ TEST(KLVWriteSet, LongStringsAreReportedAndSent)
     EXPECT_THAT(log.Lines(), ElementsAre("---- WARNING: LARGE STRING LENGTH 1025 ----\n", dump + "\n"));
 }
 
-TEST(KLVWriteSet, AStreamThatTakesNothing)
-{
-    LogRecorder log;
-    MemoryStream stream;
-    stream.isBroken = true;
-    KLVCommandWriteSet(stream, 0, 800, 4).WriteNative(std::uint32_t{1});
-    EXPECT_EQ(stream.GetWriteCount(), 0u);
-    EXPECT_TRUE(log.Has("ERROR in KLVWriteSet::WriteNative - some data was not written for data key 0x28000320 \n"));
-}
-
 TEST(KLVReadSet, WhatIsLeftUnreadIsSkippedWithALine)
 {
-    const std::pair<std::string, const char*> cases[] = {
-        {"20030028",
-         "Error reading data key = 0x28000320 - Data length read 13 is inconsistent with KLV header 10\r\n"},
-        {"00000000", "Data key not recognised = 0x00000000 - Data length read 13 is inconsistent with KLV header 10\n"},
-    };
-    for (const auto& [key, line] : cases) {
+    const std::pair<std::string, const char*> cases[] = {{"20030028", "Error reading data key = 0x28000320"},
+                                                         {"00000000", "Data key not recognised = 0x00000000"}};
+    const std::string rest = " - Data length read 13 is inconsistent with KLV header 10";
+    for (const auto& [key, start] : cases) {
         LogRecorder log;
         MemoryStream stream(HexBytes(key + "05000000 0102030405"));
         std::uint16_t number = 0;
         KLVCommandReadSet(stream).ReadNative(number);
         EXPECT_EQ(stream.position, 13u);
-        EXPECT_THAT(log.Lines(), testing::UnorderedElementsAre(line, "Skipping 3 bytes of data\n"));
+        EXPECT_THAT(log.Lines(),
+                    ElementsAre(start + rest + (key == "20030028" ? "\r\n" : "\n"), "Skipping 3 bytes of data\n"));
     }
 }
 
@@ -101,11 +133,8 @@ TEST(KLVReadSet, LengthsOfStrings)
     for (const auto& [length, present, line] : cases) {
         LogRecorder log;
         MemoryStream stream;
-        {
-            KLVCommandWriteSet set(stream, 0, 800, 4 + present);
-            set.WriteNative(length);
-            set.WriteRaw(std::string(present, 's').data(), present);
-        }
+        KLVCommandWriteSet(stream, 0, 800, 4 + present).WriteString(std::string(present, 's'));
+        StoreLittleEndian(length, &stream.bytes[8]);
         KLVCommandReadSet set(stream);
         std::string text = "before";
         EXPECT_EQ(set.ReadString(text), !line);
