@@ -61,6 +61,8 @@ public:
             Put<AudioPatchRetryForHidCmd>(text, command, "retry") ||
             Put<DevicesToCheckAndUpdateCmd>(text, command, "check") || Put<OstrelPingCmd>(text, command, "ping") ||
             Put<IoBoxInternalsCmd>(text, command, "internals") || Put<IoInfoDevReq>(text, command, "describe") ||
+            Put<IoInfoReqEx>(text, command, "IO_INFO_REQ_EX") ||
+            Put<SornMixedHIDError>(text, command, "SORN_MIXED_HID_ERROR") ||
             Put<PatchSucessfulCmd>(text, command, "success") || Put<PortBitmapCmd>(text, command, "bitmap") ||
             Put<RemoteCableStateCmd>(text, command, "cable") || Put<RemoteIoUpdate>(text, command, "io") ||
             Put<RemoteRouterUpdate>(text, command, "router") || Put<RestartMCSLinkCmd>(text, command, "restart") ||

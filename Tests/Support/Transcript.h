@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <regex>
 #include <sstream>
@@ -11,10 +12,10 @@
 using Lines = std::vector<std::string>;
 
 /// Plays a script: each line has events and, after an arrow, all that is done on them. A line that is indented
-/// continues the one before. What events without an arrow do is not looked at.
+/// continues the one before. What is done on events in front of a bar, or without an arrow, is not looked at.
 ///
 ///     box leaves 1 -> drop 1[50]; slave 0.0.0.0 bitmap box
-///     box comes 77; box leaves 1 ->
+///     box comes 77 | box leaves 1 ->
 inline void ExpectTranscript(const std::string& script, const std::function<Lines(const std::string& event)>& play)
 {
     std::istringstream lines(std::regex_replace(script, std::regex("\n +"), " "));
@@ -24,10 +25,11 @@ inline void ExpectTranscript(const std::string& script, const std::function<Line
         if (line.empty()) continue;
         const std::string events = line.substr(0, line.find(" ->"));
         Lines done;
-        for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 2) {
-            end = events.find("; ", start);
+        for (std::size_t start = 0, end = 0; end != std::string::npos; start = events.find(' ', end + 1) + 1) {
+            end = std::min(events.find("; ", start), events.find(" | ", start));
             const Lines next = play(events.substr(start, end - start));
             done.insert(done.end(), next.begin(), next.end());
+            if (end != std::string::npos && events[end] == ' ') done.clear();
         }
         if (events == line) continue;
         expected += line + '\n';

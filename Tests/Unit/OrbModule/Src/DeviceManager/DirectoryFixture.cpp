@@ -1,6 +1,8 @@
 #include "Tests/Unit/OrbModule/Src/DeviceManager/DirectoryFixture.h"
 
-#include <boost/algorithm/string/replace.hpp>
+#include <boost/algorithm/string.hpp>
+#include <boost/lexical_cast.hpp>
+#include <boost/range/algorithm_ext/erase.hpp>
 
 #include <chrono>
 
@@ -99,7 +101,6 @@ Directory::Directory(DeviceManager::Delays delays)
         [this](bool connected) { mLines.push_back(connected ? "network" : "no network"); });
     ConnectForwarding(*this, mDevices);
     ConnectDiscovery(*this, mDevices);
-    mLines.clear();
 }
 
 Lines Directory::Play(const std::string& event)
@@ -156,8 +157,9 @@ void Directory::Act(const std::string& event)
     if (is("ping")) return mDevices.SendPing();
     if (is("pong"))
         return mDevices.ReceivedPingCmd(std::make_shared<OstrelPingCmd>("", 3u, 4u), 1, StreamType::LOCAL_LINK);
+    if (is("master-hid")) return mDevices.OnMasterHidChanged(w.Device(1));
     if (SendCommand(w, port)) return;
-    for (const std::string& line : Ask(w, port))
+    for (const std::string& line : Ask(w))
         mLines.push_back(line);
 }
 
@@ -186,7 +188,8 @@ bool Directory::SendCommand(const Words& w, UINT8GIGEPORT port)
     const auto rate = w.Number<SampleRates::SystemSampleRate>(1);
     if (is("rate")) return Deliver(1, IoSampleRateCapabilities(w.Device(2), rate, {rate}));
     if (is("ask-all")) return Deliver(port, IoInfoReq(), StreamType::MASTER_LINK);
-    if (is("ask")) return Deliver(port, IoInfoDevReq(w.Device(2)));
+    if (is("ask")) return Deliver(port, IoInfoDevReq(w.Device(2)), StreamTypes.at(w.Text(3, "local")));
+    if (is("ask-router")) return Deliver(port, RouterInfoReq());
     if (is("chain")) return Deliver(port, ChainLengthCmd(1u, w.Address(2), std::uint8_t{4}));
     if (is("send")) return Deliver(port, IoOutputsOffsetCmd(w.Device(2), std::uint16_t{1}));
     if (is("dolby")) return Deliver(port, SetDolbyEModuleSource(IoPort(w.Device(2), 1, 2), IoPort(w.Device(3), 1, 2)));
@@ -197,7 +200,7 @@ bool Directory::SendCommand(const Words& w, UINT8GIGEPORT port)
     return false;
 }
 
-Lines Directory::Ask(const Words& w, UINT8GIGEPORT port)
+Lines Directory::Ask(const Words& w)
 {
     const auto is = [&](const char* verb) { return w.Text(0) == verb; };
     const auto texts = [](const auto& numbers) {
@@ -209,23 +212,12 @@ Lines Directory::Ask(const Words& w, UINT8GIGEPORT port)
     const auto audioPort = w.Number<AudioPortNumber>(1);
     if (is("in")) return texts(mDevices.GetInputLinkSlot(Names.HidOf("box"), audioPort));
     if (is("out")) return texts(mDevices.GetOutputLinkSlot(Names.HidOf("box"), audioPort));
-    if (is("timeout")) return texts(std::vector{mDevices.GetIoTimeout(Names.HidOf("box"))->count()});
+    if (is("timeout")) {
+        const auto timeout = mDevices.GetIoTimeout(w.Device(1));
+        return timeout ? texts(std::vector{timeout->count()}) : Lines{"none"};
+    }
     if (is("commands")) return texts(std::vector{mSlots.size()});
-    if (is("ports")) {
-        const DevicePorts ports = mDevices.GetDevicePorts(w.Device(2), ToPortsEnum(port));
-        return ports.IsValid() ? Lines{std::to_string(ports.local) + " to " + std::to_string(ports.remote)} : Lines();
-    }
-    if (is("log-length")) return texts(std::vector{mLog.Lines().back().size()});
-    if (is("rates")) return texts(std::vector{mDevices.GetDeviceRecord(w.Device(1))->SampleRates.size()});
-    if (is("slave")) return {AddressText(mDevices.GetSlaveAddress(w.Device(2), ToPortsEnum(port)))};
-    if (is("has")) {
-        Lines lines;
-        if (mDevices.IsLocalIo(w.Device(1))) lines.push_back("local");
-        if (mDevices.GetDeviceRecord(w.Device(1))) lines.push_back("known");
-        if (mDevices.IsDeviceOnline(w.Device(1), Routing::PRIMARY_PORT)) lines.push_back("pri");
-        if (mDevices.IsDeviceOnline(w.Device(1), Routing::SECONDARY_PORT)) lines.push_back("sec");
-        return lines;
-    }
+    if (is("has")) return Has(w.Device(1));
     if (is("wait")) {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         mService.restart();
@@ -234,14 +226,35 @@ Lines Directory::Ask(const Words& w, UINT8GIGEPORT port)
         return {};
     }
     Lines lines = mLog.Lines();
-    const auto before = static_cast<std::ptrdiff_t>(is("log") ? lines.size() - 1 - w.Number(1) : lines.size());
+    const auto before = is("log") ? 0 : static_cast<std::ptrdiff_t>(lines.size());
     if (is("list")) mDevices.ShowDevices(w.Text(1) == "io");
     if (is("port-map")) mDevices.ShowPortMap(w.Device(1));
     lines = mLog.Lines();
     lines.erase(lines.begin(), lines.begin() + before);
-    if (is("log")) lines.resize(1);
+    if (is("log"))
+        boost::remove_erase_if(lines, [&](const std::string& line) { return !boost::contains(line, w.Text(1)); });
     for (std::string& line : lines)
         for (const auto& [blank, text] : {std::pair("\r", "\\r"), {"\n", "\\n"}, {"\t", "\\t"}})
             boost::replace_all(line, blank, text);
     return is("log") || is("list") || is("port-map") ? lines : Lines{"not understood"};
+}
+
+Lines Directory::Has(Hid hid) const
+{
+    Lines lines;
+    const DeviceRecord* record = mDevices.GetDeviceRecord(hid);
+    if (mDevices.IsLocalIo(hid)) lines.push_back("local");
+    if (mDevices.IsOwnDevice(hid)) lines.push_back("own");
+    if (!record) return lines;
+    lines.push_back(boost::trim_copy(boost::lexical_cast<std::string>(record->Type)) + " rates " +
+                    std::to_string(record->SampleRates.size()));
+    for (const Side side : BothSides) {
+        const Routing::PortsEnum port = ToPort(side);
+        const DevicePorts ports = mDevices.GetDevicePorts(hid, port);
+        if (mDevices.IsDeviceOnline(hid, port) || ports.IsValid())
+            lines.push_back((IsPrimary(side) ? "pri " : "sec ") + std::to_string(ports.local) + " to " +
+                            std::to_string(ports.remote) + " at " + AddressText(record->Link(side).RemoteIp) + " by " +
+                            AddressText(mDevices.GetSlaveAddress(hid, port)));
+    }
+    return lines;
 }

@@ -26,11 +26,10 @@ public:
     ///     hub PORT, router PORT           is linked, connected and describes itself
     ///     self                            the Orb router names itself and its internal I/O
     ///     ten EVENT                       with each # replaced by one digit after the other
-    ///     internals DEVICE, master PORT, ping, pong, and the commands of SendCommand
-    ///     in AUDIOPORT, out AUDIOPORT, timeout, ports PORT DEVICE, slave PORT DEVICE, has DEVICE, rates DEVICE,
-    ///     commands, log-length            questions
+    ///     internals DEVICE, master-hid DEVICE, master PORT, ping, pong, and the commands of SendCommand
+    ///     in AUDIOPORT, out AUDIOPORT, timeout DEVICE, has DEVICE, commands    questions
     ///     list, list io, port-map DEVICE  the listings of the shell
-    ///     log [N]                         the last line that was logged, or that N lines before it
+    ///     log PART                        all lines so far that contain this
     ///     wait TIMER N                    runs the timers too, until there are N lines; no other event runs them
     Lines Play(const std::string& event);
 
@@ -52,7 +51,8 @@ private:
     void Act(const std::string& event);
     /// False if the verb names none.
     bool SendCommand(const Words& words, UINT8GIGEPORT port);
-    Lines Ask(const Words& words, UINT8GIGEPORT port);
+    Lines Ask(const Words& words);
+    Lines Has(Hid hid) const;
     template <class Command>
     bool Deliver(UINT8GIGEPORT port, const Command& command, StreamType type = StreamType::LOCAL_LINK)
     {
