@@ -4,13 +4,22 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 /// Lets the log's clock follow the time of the network; the operating system's clock stays. Main thread.
 class HardwareManager
 {
 public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    /// @param clock tells how far apart the changes are that are logged.
+    explicit HardwareManager(std::function<TimePoint()> clock = std::chrono::steady_clock::now)
+        : mClock(std::move(clock))
+    {}
+
     void OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMessage> message);
 
     /// The offset that the log's clock needs to show the network's time; nothing if it is near enough as it is.
@@ -19,11 +28,10 @@ public:
     static std::optional<std::int32_t> ComputeOffset(std::uint32_t system, std::int32_t offset, std::uint32_t network);
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     /// @return whether the change is to be logged.
-    bool CountChange(Clock::time_point now);
+    bool CountChange(TimePoint now);
 
-    Clock::time_point mSecondStart;
+    const std::function<TimePoint()> mClock;
+    TimePoint mSecondStart;
     std::uint32_t mChangesInSecond = 0;
 };

@@ -41,7 +41,7 @@ std::optional<std::int32_t> HardwareManager::ComputeOffset(std::uint32_t system,
 }
 
 /// Of further changes in the same second there is only their number, with the first change after it.
-bool HardwareManager::CountChange(Clock::time_point now)
+bool HardwareManager::CountChange(TimePoint now)
 {
     if (now - mSecondStart >= std::chrono::seconds(1)) {
         if (mChangesInSecond > LoggedChangesInSecond) {
@@ -63,7 +63,7 @@ void HardwareManager::OnNetworkTimeMessage(std::shared_ptr<const NetworkTimeMess
     const std::uint32_t network = message->GetTime();
     const auto offset = ComputeOffset(static_cast<std::uint32_t>(system.tv_sec), oldOffset, network);
     if (!offset) return;
-    if (!CountChange(Clock::now())) {
+    if (!CountChange(mClock())) {
         audit->SetTimeOffset(*offset);
         return;
     }

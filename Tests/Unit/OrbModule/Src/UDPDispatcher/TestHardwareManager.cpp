@@ -25,7 +25,8 @@ TEST(HardwareManagerTest, OffsetFollowsTheNetworkOnlyWhenItIsFarOff)
 TEST(HardwareManagerTest, AMessageMovesTheLogsClock)
 {
     LogRecorder log;
-    HardwareManager manager;
+    HardwareManager::TimePoint now;
+    HardwareManager manager([&] { return now; });
     constexpr std::int32_t OldOffset = -86400;
     Audit::Instance()->SetTimeOffset(OldOffset);
     // 3 February 2033, 04:05:06 UTC.
@@ -48,9 +49,21 @@ TEST(HardwareManagerTest, AMessageMovesTheLogsClock)
     manager.OnNetworkTimeMessage(message);
     EXPECT_EQ(log.Lines().size(), 3u);
 
+    // Of a flood three changes a second are logged, the number of the others with the next one.
     const auto zero = std::make_shared<const NetworkTimeMessage>("\x14\0\0\0");
-    for (int i = 0; i < 500; ++i)
-        manager.OnNetworkTimeMessage(i % 2 == 0 ? zero : message);
-    EXPECT_NEAR(Audit::Instance()->GetTimeOffset(), offset, 2);
-    EXPECT_LE(log.Lines().size(), 40u) << "a flood";
+    bool isZero = false;
+    const auto countLines = [&](int ms, int changes) {
+        now = HardwareManager::TimePoint(std::chrono::milliseconds(ms));
+        const std::size_t lines = log.Lines().size();
+        for (int i = 0; i < changes; ++i)
+            manager.OnNetworkTimeMessage((isZero = !isZero) ? zero : message);
+        return log.Lines().size() - lines;
+    };
+    EXPECT_EQ(countLines(0, 5), 6u);
+    EXPECT_NEAR(Audit::Instance()->GetTimeOffset(), -before, 20) << "also by a change that is not logged";
+    EXPECT_EQ(countLines(999, 1), 0u);
+    EXPECT_EQ(countLines(1000, 4), 10u);
+    EXPECT_TRUE(log.Has("HardwareManager NetworkTimeMessage - 4 changes not logged\r\n"));
+    EXPECT_EQ(countLines(2000, 3), 10u);
+    EXPECT_EQ(countLines(3000, 1), 3u);
 }

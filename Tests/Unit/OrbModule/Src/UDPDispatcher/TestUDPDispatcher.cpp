@@ -11,10 +11,11 @@ using testing::ElementsAre;
 
 namespace {
 
-struct Other
+struct Other : FabricMessageBase
 {
-    static constexpr std::size_t SIZE = 1;
-    explicit Other(const char*) {}
+    static constexpr std::size_t SIZE = 2;
+    explicit Other(const char* bytes) { mData.assign(bytes, bytes + SIZE); }
+    void Validate() override { mData.clear(); }
 };
 
 class UDPDispatcherTest : public testing::Test
@@ -104,21 +105,36 @@ TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndRec
         [&](const std::shared_ptr<const NetworkTimeMessage>& message) {
             seen.push_back(message->GetTime());
             if (message->GetTime() == 1) throw std::runtime_error("a slot");
+            if (message->GetTime() == 2) throw message->GetTime();
         });
     mDispatcher.Register<SwitchFabric::NetworkTimeMessage, Other>([](const auto&) { FAIL(); });
     EXPECT_TRUE(mLog.WaitFor("Failed to get signal of type "));
     SendTime(1);
     SendTime(2);
-    ExpectTimes(1u, 2u);
-    EXPECT_THAT(seen, ElementsAre(1u, 2u));
+    SendTime(3);
+    ExpectTimes(1u, 2u, 3u);
+    EXPECT_THAT(seen, ElementsAre(1u, 2u, 3u));
     EXPECT_TRUE(mLog.Has("UDPDispatcher::ReceivePacket Error a slot\n"));
+    EXPECT_TRUE(mLog.Has("UDPDispatcher::ReceivePacket Error unknown exception\n"));
 }
 
-TEST(FabricMessageTest, TimeOnTheWire)
+TEST(FabricMessageTest, BytesOfAMessage)
 {
-    const NetworkTimeMessage message("\x99\x78\x56\x34\xF2");
+    const NetworkTimeMessage time("\x99\x78\x56\x34\xF2");
     std::array<char, 5> bytes{};
-    message.Serialise(bytes.data());
-    EXPECT_EQ(message.GetSize(), 5u);
+    time.Serialise(bytes.data());
+    EXPECT_EQ(time.GetSize(), 5u);
     EXPECT_THAT(bytes, ElementsAre('\x14', '\x78', '\x56', '\x34', '\xF2'));
+
+    Other other("\x07\x08");
+    other.Serialise(bytes.data());
+    EXPECT_EQ(other.GetSize(), 2u);
+    EXPECT_THAT(bytes, ElementsAre('\x07', '\x08', '\x56', '\x34', '\xF2'));
+    std::vector<unsigned char> out;
+    testing::internal::CaptureStdout();
+    other.GetUDP(out);
+    EXPECT_THAT(out, ElementsAre(7, 8));
+    other.GetUDP(out);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "GetUDP Message Type 7\nGetUDP Message Type 0\n");
+    EXPECT_EQ(other.GetSize(), 64u) << "without a body";
 }
