@@ -33,9 +33,7 @@ public:
     /// The clock of the system.
     static bool ReadClock(MonotonicTime& time);
     /// @param lastId the id that the first timer counts on from.
-    explicit EventTimerManager(std::uint32_t lastId = 0, const Clock& clock = ReadClock)
-        : mClock(clock), mLastId(lastId)
-    {}
+    explicit EventTimerManager(std::uint32_t lastId, const Clock& clock = ReadClock) : mClock(clock), mLastId(lastId) {}
     EventTimerManager(const EventTimerManager&) = delete;
     EventTimerManager& operator=(const EventTimerManager&) = delete;
 
