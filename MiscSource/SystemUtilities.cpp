@@ -16,7 +16,7 @@ std::string ReadErrorFile(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     std::string text(MostOfErrorFile, '\0');
     file.read(&text[0], static_cast<std::streamsize>(text.size()));
-    text.resize(file.gcount() > 0 ? static_cast<std::size_t>(file.gcount()) : 0);
+    text.resize(static_cast<std::size_t>(file.gcount()));
     return text;
 }
 

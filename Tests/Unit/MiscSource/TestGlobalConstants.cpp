@@ -12,7 +12,7 @@ TEST(Texts, OfHidsPortsRacksAndAddresses)
 {
     EXPECT_EQ(Joined(Hid(0xFFFFFFFF), Hid(0), Hid(1), Hid(0xFFE), Hid(0xFFF), Hid(0x1000), Hid(0xC0028000)),
               "INVALID_HID |LOCAL_DSP_HID |0x1(1) |0xffe(4094) |0.0:fff |0.0:1000 |192.2:8000 |");
-    EXPECT_EQ(Joined(Hid(0x013F0500), Hid(0xABCD0001), Hid(0xFFFFFFFE)), "1.63:500 |171.205:1 |255.255:fffe |");
+    EXPECT_EQ(Joined(UNIT_MASTER_CONTROL, UNIT_MODULE, Hid(0xFFFFFFFE)), "1.63:100 |1.63:500 |255.255:fffe |");
     EXPECT_EQ(Joined(PortText(0), PortText(1), PortText(2), PortText(3)), "ORB PORT |Pri Korvo |Sec Korvo |UNKNOWN |");
     EXPECT_EQ(Joined(LinkPortText(0), LinkPortText(0xFE), LinkPortText(0xFF)), "H0 |H254 |UNKNOWN_PORT |");
     EXPECT_EQ(Joined(AudioPortText(0), AudioPortText(0xFFF), AudioPortText(0x1000)), "A0 |UNKNOWN_PORT |A4096 |");
@@ -20,19 +20,25 @@ TEST(Texts, OfHidsPortsRacksAndAddresses)
     EXPECT_EQ(AddressText(0xABCD0500), "171.205.5.0");
 }
 
-/// The first and the last text of each table, and what is said for a value past it.
 TEST(Texts, OfEnumerationsEndWhereTheirTextsEnd)
 {
     using namespace K2Heartbeat;
+    using namespace Korvo;
     using Rate = SampleRates::SystemSampleRate;
-    using Korvo::PatchState;
+    using Status = IOKorvoStatus;
+    using Type = StreamType;
     LogRecorder log;
-    EXPECT_EQ(Joined(StreamType{4}, StreamType{5}), "UPDATE_LINK |Unknown(5)|");
-    EXPECT_EQ(Joined(LinkType{0}, LinkType{1}, LinkType{7}, LinkType{8}), "Unknown(0)|Router |AoIP|Unknown(8)|");
+    EXPECT_EQ(Joined(Type::UNKNOWN_STREAM, Type::LOCAL_LINK, Type::MASTER_LINK, Type::SLAVE_LINK, Type::UPDATE_LINK),
+              "UNKNOWN_STREAM |LOCAL_LINK |MASTER_LINK |SLAVE_LINK |UPDATE_LINK |");
+    EXPECT_EQ(Joined(Type{5}, LinkType{0}, LinkType{1}, LinkType{7}, LinkType{8}),
+              "Unknown(5)|Unknown(0)|Router |AoIP|Unknown(8)|");
     EXPECT_EQ(Joined(Rate{-1}, Rate{0}, Rate{3}, Rate{4}), "UNKNOWN SAMPLE RATE|48kHz|88.2kHz|UNKNOWN SAMPLE RATE|");
-    EXPECT_EQ(Joined(PatchState{0}, PatchState{5}, PatchState{6}),
-              "Patch Not Sent |Patch Reserved |Invalid Patch State |");
-    EXPECT_EQ(Joined(IOKorvoStatus{0}, IOKorvoStatus{5}, IOKorvoStatus{6}), "Offline|UnsupportedSampleRate|Unknown|");
+    EXPECT_EQ(Joined(PatchNotSent, PatchSent, PatchAwaitingReply, PatchRetrySent, PatchSuccess, PatchReserved),
+              "Patch Not Sent |Patch Sent |Patch Awaiting Reply |Patch Retry Sent |Patch Success |Patch Reserved |");
+    EXPECT_EQ(Joined(PatchState{6}, Status{6}), "Invalid Patch State |Unknown|");
+    EXPECT_EQ(Joined(Status::Offline, Status::Online, Status::AccessDenied, Status::PatchNotValid,
+                     Status::PatchConflict, Status::UnsupportedSampleRate),
+              "Offline|Online|AccessDenied|PatchNotValid|PatchConflict|UnsupportedSampleRate|");
     EXPECT_EQ(Joined(IoStyleText(1), IoStyleText(7), IoStyleText(8)), "Input|KPO|Invalid|");
     EXPECT_EQ(Joined(IoCardTypeText(1), IoCardTypeText(16), IoCardTypeText(17)), "Mic|AoIP|InvalidType|");
     EXPECT_THAT(log.Lines(), testing::ElementsAre("Unknown IOKorvoStatus( 6 )\n", "Unexpected IOStyleCount( 8 )\n",
@@ -49,13 +55,19 @@ TEST(Texts, OfPatchRecords)
               "SrcLink GigE:TDM Pri Korvo 0 511  DstLink GigE:TDM UNKNOWN 3 INVALID_TDM_SLOT |");
 }
 
-TEST(Model, IoPortIgnoresTheUnusedBitsOfItsSecondWord)
+TEST(Model, PortsAndSlots)
 {
     const IoPort port = IoPort::FromWords(7, 0xABCD2FFE);
-    EXPECT_EQ(Joined(port.GetStyle(), port.GetIndex()), Joined(2, 0xFFE));
-    EXPECT_EQ(port, IoPort(7, 2, 0xFFE));
+    EXPECT_EQ(Joined(port.GetStyle(), port.GetIndex()), "2|4094|");
+    EXPECT_EQ(port, IoPort(7, 2, 0xFFE)) << "the unused bits are ignored";
     EXPECT_EQ(std::hash<IoPort>{}(port), std::hash<IoPort>{}(IoPort(7, 2, 0xFFE)));
     EXPECT_FALSE(port == IoPort(7, 3, 0xFFE));
+    const HidPort known{7, 2};
+    EXPECT_EQ(Joined(known == HidPort{7, 2}, known == HidPort{7, 3}, known != HidPort{8, 2}), "1|0|1|");
+    using Routing::GigeAndSlots;
+    EXPECT_EQ(Joined(GigeAndSlots{1, {0}}.IsValid(), GigeAndSlots{1, {}}.IsValid(), GigeAndSlots{0xFF, {0}}.IsValid()),
+              "1|0|0|");
+    EXPECT_EQ(Joined(Routing::IsSlot(511), Routing::IsSlot(512)), "1|0|");
 }
 
 TEST(Model, Identities)
@@ -102,28 +114,6 @@ TEST(Addresses, OfAPortSide)
     EXPECT_EQ(ToPort(LinkIndex{1}), 2);
     EXPECT_EQ(ToLinkIndex(1), LinkIndex{0});
     EXPECT_EQ(ToLinkIndex(0), LinkIndex{0xFF});
-}
-
-TEST(Addresses, OfALinkFollowFromTheTwoIdentities)
-{
-    const std::tuple<std::uint32_t, std::uint8_t, std::uint32_t, std::uint8_t, const char*> cases[] = {
-        {0x12, 0, 0x50, 0, "0.10.0.1|0.10.0.254|"},
-        {0x12, 1, 0x50, 1, "0.10.33.2|0.10.33.254|"},
-        {0x28, 0, 0x24, 1, "0.10.0.254|0.10.0.2|"},
-        // Just above, at and just below twice our rack: only above it does the far end own the network.
-        {0x12, 0, 0x25, 0, "0.4.160.1|0.4.160.254|"},
-        {0x12, 0, 0x24, 0, "0.4.128.254|0.4.128.1|"},
-        {0x12, 1, 0x23, 0, "0.4.161.254|0.4.161.1|"},
-        {0xFFFF, 0, 0x1FFFE, 2, "63.255.192.254|63.255.192.3|"},
-        // No rack of our own yet, or no neighbour.
-        {0xFFFFFFFF, 0, 0x50, 0, "0.0.0.0|0.0.0.0|"},
-        {0x12, 0, 0xFFFFFFFF, 0, "0.0.0.0|0.0.0.0|"},
-        {0x12, 1, 0xFFFFFFFF, 0, "0.0.0.0|0.0.0.0|"},
-    };
-    for (const auto& [rack, port, remoteId, remotePort, addresses] : cases)
-        EXPECT_EQ(Joined(AddressText(GetLinkLocalAddress(rack, port, remoteId, remotePort, port == 0)),
-                         AddressText(GetLinkRemoteAddress(rack, port, remoteId, remotePort, port == 0))),
-                  addresses);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "OrbModule/Inc/LinkManager/LinkRules.h"
 
-#include <gmock/gmock.h>
+#include "Tests/Support/Joined.h"
 
-#include <sstream>
+#include <gmock/gmock.h>
 
 using namespace LinkRules;
 using std::chrono::milliseconds;
@@ -115,17 +115,26 @@ TEST(LinkRulesTest, Times)
     }
 }
 
-/// The addresses have a table of their own; here it is the port that goes with the owner of the network.
-TEST(LinkRulesTest, EndpointsOfALink)
+TEST(LinkRulesTest, EndpointsOfALinkFollowFromTheTwoIdentities)
 {
-    const auto endpoints = [](std::uint32_t port, std::uint32_t remoteId, std::uint32_t remotePort) {
-        const LinkEndpoints link = ComputeEndpoints(0x12, {port, remoteId, remotePort, 0, 0, 0});
-        std::ostringstream text;
-        text << link.local << ' ' << link.remote;
-        return text.str();
+    const std::tuple<std::uint32_t, K2LinkStatus, const char*> cases[] = {
+        {0x12, {0, 0x50, 0}, "0.10.0.1:60002|0.10.0.254:60001|"},
+        {0x12, {1, 0x50, 1}, "0.10.33.2:60002|0.10.33.254:60001|"},
+        {0x28, {0, 0x24, 1}, "0.10.0.254:60001|0.10.0.2:60002|"},
+        {0x12, {0x101, 0x50, 0x301}, "0.10.33.2:60002|0.10.33.254:60001|"}, // port numbers come in the low 8 bits
+        // Just above, at and just below twice our rack: only above it does the far end own the network.
+        {0x12, {0, 0x25, 0}, "0.4.160.1:60002|0.4.160.254:60001|"},
+        {0x12, {0, 0x24, 0}, "0.4.128.254:60001|0.4.128.1:60002|"},
+        {0x12, {1, 0x23, 0}, "0.4.161.254:60001|0.4.161.1:60002|"},
+        {0xFFFF, {0, 0x1FFFE, 2}, "63.255.192.254:60001|63.255.192.3:60002|"},
+        // No neighbour, or no rack of our own yet.
+        {0x12, {1, 0xFFFFFFFF, 0}, "0.0.0.0:0|0.0.0.0:0|"},
+        {0xFFFFFFFF, {0, 0x50, 0}, "0.0.0.0:60001|0.0.0.0:60002|"},
     };
-    EXPECT_EQ(endpoints(0, 0x50, 0), "0.10.0.1:60002 0.10.0.254:60001");
-    EXPECT_EQ(endpoints(0x100, 0x50, 0x300), endpoints(0, 0x50, 0)) << "port numbers come in the low 8 bits";
-    EXPECT_EQ(endpoints(0, 0x24, 0), "0.4.128.254:60001 0.4.128.1:60002");
-    EXPECT_EQ(endpoints(0, 0xFFFFFFFF, 0), "0.0.0.0:0 0.0.0.0:0");
+    for (const auto& [rack, status, endpoints] : cases) {
+        const LinkEndpoints link = ComputeEndpoints(rack, status);
+        EXPECT_EQ(Joined(link.local, link.remote), endpoints);
+    }
+    EXPECT_EQ(GetLinkLocalAddress(0x12, 0, 0xFFFFFFFF, 0, true) + GetLinkRemoteAddress(0x12, 0, 0xFFFFFFFF, 0, true),
+              0u);
 }
