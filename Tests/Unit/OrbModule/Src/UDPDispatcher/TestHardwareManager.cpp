@@ -60,7 +60,8 @@ TEST(HardwareManagerTest, AMessageMovesTheLogsClock)
         return log.Lines().size() - lines;
     };
     EXPECT_EQ(countLines(0, 5), 6u);
-    EXPECT_NEAR(Audit::Instance()->GetTimeOffset(), -before, 20) << "also by a change that is not logged";
+    EXPECT_NEAR(Audit::Instance()->GetTimeOffset(), static_cast<double>(-before), 20)
+        << "also by a change that is not logged";
     EXPECT_EQ(countLines(999, 1), 0u);
     EXPECT_EQ(countLines(1000, 4), 10u);
     EXPECT_TRUE(log.Has("HardwareManager NetworkTimeMessage - 4 changes not logged\r\n"));
