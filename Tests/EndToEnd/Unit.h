@@ -1,0 +1,235 @@
+#pragma once
+
+#include "Simulation/Stage/Module.h"
+#include "Simulation/Stage/UdpSocket.h"
+#include "Simulation/Stage/UnitSetup.h"
+#include "Tests/Support/Await.h"
+
+#include <boost/algorithm/string/join.hpp>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+/// Whether a text has the form of a pattern, in which a star stands for any text.
+inline bool Matches(std::string text, std::string pattern)
+{
+    text += '\0';
+    pattern += '\0';
+    for (std::size_t at = 0, begin = 0;;) {
+        const std::size_t star = pattern.find('*', begin);
+        const std::string part = pattern.substr(begin, star - begin);
+        const std::size_t found = text.find(part, at);
+        if (found == std::string::npos || (begin == 0 && found != 0)) return false;
+        if (star == std::string::npos) return true;
+        at = found + part.size();
+        begin = star + 1;
+    }
+}
+
+/// The module in its unit, with an empty log, and whoever is in its network. A scene tells them what to do.
+class Unit
+{
+public:
+    Unit()
+    {
+        // Tools that a scene replaces come first, and scenes name programs without their directory.
+        static const std::string sPath = "/tmp/tools:" + stage::ProgramPath("") + ":" + getenv("PATH");
+        setenv("PATH", sPath.c_str(), 1);
+        std::filesystem::create_directories("/home/root/OrbModule");
+        Play("run rm -f /var/log/K2.log /home/root/OrbModule/debug.conf");
+    }
+
+    /// Plays a scene: each line has a verb of the tables below, and after an arrow the pattern of the answer, which
+    /// may take its time to become so. Without an arrow there is no answer. The lines of an answer are joined by bars.
+    /// A line that is indented continues the one before; one that begins with # is a remark.
+    void Play(const std::string& scene)
+    {
+        std::istringstream lines(std::regex_replace(scene, std::regex("\n +"), " "));
+        for (std::string line; std::getline(lines, line);) {
+            if (line.empty() || line[0] == '#') continue;
+            const std::size_t arrow = line.find(" ->");
+            const std::string order = line.substr(0, arrow);
+            const std::string pattern = line.substr(std::min(arrow, line.size() - 4) + 4);
+            std::string answer;
+            try {
+                const auto isSo = [&] { return Matches(answer = Do(order), pattern); };
+                const auto pause = [] { std::this_thread::sleep_for(stage::Milliseconds(5)); };
+                if (arrow == std::string::npos ? (answer = Do(order)).empty() : Await(isSo, pause)) continue;
+            } catch (const std::exception& error) {
+                answer = error.what();
+            }
+            throw std::runtime_error("\n" + line + "\nbut there was\n" + answer);
+        }
+    }
+
+private:
+    using Text = std::string;
+
+    std::string Do(const Text& line)
+    {
+        const std::size_t blank = std::min(line.find(' '), line.size());
+        const Text verb = line.substr(0, blank);
+        const Text text = line.substr(std::min(blank + 1, line.size()));
+        if (const auto peer = mPeers.find(verb); peer != mPeers.end()) return Tell(*peer->second, text);
+        if (const auto question = mQuestions.find(verb); question != mQuestions.end()) return question->second(text);
+        mOrders.at(verb)(text);
+        return {};
+    }
+    /// Of each command that a peer has received there is the stream, and the value in hex.
+    static std::string Tell(stage::Peer& peer, const Text& line)
+    {
+        std::vector<std::string> answer = peer.Tell(line);
+        const std::regex entry(R"(^\d+ (\S+) \d+( \S\S){8})");
+        for (std::string& each : answer)
+            if (line.rfind("received", 0) == 0) each = std::regex_replace(each, entry, "$1");
+        return boost::algorithm::join(answer, "|");
+    }
+    static std::string Ask(const std::string& path, const Text& line)
+    {
+        return boost::algorithm::join(stage::ControlChannel(path).Ask(line), "|");
+    }
+    static std::string InOneLine(const std::string& text)
+    {
+        return std::regex_replace(std::regex_replace(text, std::regex("\n+$"), ""), std::regex("\n"), "|");
+    }
+    static std::string Log()
+    {
+        std::ostringstream text;
+        text << std::ifstream("/var/log/K2.log").rdbuf();
+        return text.str();
+    }
+    static std::string Run(const Text& command)
+    {
+        stage::ChildProcess process({{"sh", "-c", command}});
+        const std::string ending = process.Wait().Text();
+        return InOneLine(process.Output() + process.Errors() + (ending == "exit code 0" ? "" : ending));
+    }
+    std::string End(bool isAsked)
+    {
+        stage::ChildProcess& module = mProcesses.at("module");
+        const std::string ending = (isAsked ? module.Stop() : module.Wait()).Text();
+        return InOneLine(ending + "\n" + module.Errors());
+    }
+    /// @param text the link, the name of a neighbour, and a further order to it.
+    void Plug(const Text& text)
+    {
+        std::istringstream words(text);
+        unsigned int link = 0;
+        std::string name, order;
+        std::getline(words >> link >> name >> std::ws, order);
+        stage::Neighbour neighbour = mNeighbours.at(name);
+        if (!order.empty()) neighbour.lines.push_back(order);
+        stage::Peer& peer = *(mPeers[text.substr(0, 1)] = stage::StartNeighbour(link, neighbour));
+        Ask(stage::LinkDriverPath, stage::PlugLine(link, neighbour.rack));
+        peer.Tell("appear");
+    }
+    void StartProcess(const std::string& name, const stage::Command& command, const std::string& output)
+    {
+        mProcesses.erase(name);
+        mProcesses.try_emplace(name, command).first->second.WaitForOutput(output);
+    }
+    void AwaitUpdate(const std::string& hid, bool present)
+    {
+        const bool isRouting = hid.find("8000") != std::string::npos;
+        mPeers.at("orb")->WaitForUpdate(isRouting ? 827 : 826, hid, present);
+    }
+
+    const std::map<std::string, stage::Neighbour> mNeighbours{
+        {"box", {"fixed", "0x00200001", 0x20, {"card 0 QV1410"}}},
+        {"other-box", {"fixed", "0x00210001", 0x21, {"card 0 QV1410"}}},
+        {"hub", {"hub", "0x00308000", 0x30, {"device 0x00300002 fixed 0.48.9.1", "of 0x00300002 card 0 QV1410"}}},
+        {"router", {"router", "0x00408000", 0x40, {}}}};
+    /// What peers there are, "orb", "update" or the link of a neighbour, which take orders of the program Peer.
+    std::map<std::string, std::unique_ptr<stage::Peer>> mPeers;
+    std::map<std::string, stage::ChildProcess> mProcesses;
+    std::optional<stage::UdpSocket> mOccupied;
+
+    const std::map<std::string, std::function<void(const Text&)>> mOrders{
+        {"features",
+         [](const Text& names) { std::ofstream("/home/root/OrbModule/debug.conf") << "on " << names << "\n"; }},
+        {"start-orb", [this](const Text&) { mPeers["orb"] = stage::StartOrbRouter(); }},
+        {"start-update", [this](const Text& order) { mPeers["update"] = stage::StartUpdateService(order); }},
+        {"start-driver",
+         [this](const Text&) { StartProcess("driver", stage::Module::MakeLinkDriverCommand(), "ready"); }},
+        // Perhaps by a command of its own.
+        {"start-module",
+         [this](const Text& command) {
+             const std::string text = command.empty() ? "exec OrbModuleSim" : command;
+             StartProcess("module", stage::Module::MakeCommand({"sh", {"-c", text}}), "");
+         }},
+        {"start-watch", [this](const Text&) { StartProcess("watch", {{"OrbWatch"}}, "OrbWatch shows"); }},
+        // All of them, until the module knows who it is and its links are up. A master router may take so long, in
+        // milliseconds, to appear; the module adds 5 s.
+        {"start",
+         [this](const Text& routerTime) {
+             Play("start-orb\nstart-update\nstart-driver\nstart-module\norb received 800 -> *local*\n"
+                  "orb command 885 u32:" +
+                  (routerTime.empty() ? "600000" : routerTime) + "\nlog -> *Start Router Ignore Timer*");
+         }},
+        {"plug", [this](const Text& text) { Plug(text); }},
+        // Until the Orb router knows of the neighbour, and of a hub's box.
+        {"connect",
+         [this](const Text& text) {
+             Plug(text);
+             const std::string name = std::regex_replace(text, std::regex("^. (\\S+).*"), "$1");
+             AwaitUpdate(mNeighbours.at(name).hid, true);
+             if (name == "hub") AwaitUpdate("0x00300002", true);
+         }},
+        {"unplug",
+         [this](const Text& link) {
+             Ask(stage::LinkDriverPath, "unplug " + link);
+             mPeers.erase(link);
+         }},
+        {"knows", [this](const Text& hid) { AwaitUpdate(hid, true); }},
+        {"forgets", [this](const Text& hid) { AwaitUpdate(hid, false); }},
+        {"occupy", [this](const Text& port) { mOccupied.emplace("", "0.0.0.0", std::stoi(port)); }},
+        {"release", [this](const Text&) { mOccupied.reset(); }}};
+
+    const std::map<std::string, std::function<std::string(const Text&)>> mQuestions{
+        {"driver", [](const Text& line) { return Ask(stage::LinkDriverPath, line); }},
+        {"fpga", [](const Text& line) { return Ask(stage::Module::ControlPath(), line); }},
+        {"shell",
+         [](const Text& line) {
+             stage::ShellClient shell;
+             shell.StopTailing();
+             return InOneLine(shell.Ask(line));
+         }},
+        // A peer of others, by its kind and number.
+        {"peer",
+         [](const Text& text) {
+             const std::size_t blank = text.find(' ');
+             return Ask("/tmp/Peer-" + text.substr(0, blank) + ".control", text.substr(blank + 1));
+         }},
+        {"run", [](const Text& command) { return Run(command); }},
+        // The IPv4 address of an interface.
+        {"address",
+         [](const Text& name) {
+             return Run("ip -4 -brief address show dev " + name + " | tr / ' ' | awk '{print $3}'");
+         }},
+        {"log", [](const Text&) { return Log(); }},
+        // How often a text is in the log.
+        {"count",
+         [](const Text& text) {
+             const std::string log = Log();
+             std::size_t count = 0;
+             for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at)
+                 ++count;
+             return std::to_string(count);
+         }},
+        {"end", [this](const Text&) { return End(true); }},
+        {"await-end", [this](const Text&) { return End(false); }},
+        // A page of OrbWatch.
+        {"get", [](const Text& path) {
+             stage::ByteStream stream = stage::ByteStream::ConnectTcp({}, "127.0.0.1", 8055);
+             stream.Send("GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+             return stream.TakeUntilClosed();
+         }}};
+};
