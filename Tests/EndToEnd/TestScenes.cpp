@@ -28,14 +28,14 @@ features IODiscovery
 start
 # The Orb router's own, then the box's.
 plug 0 box
-orb received 893 -> local 01 00 12 00 00 01|local 01 00 20 00 01 01
+orb received 893 -> local 01 00 12 00 00 01 | local 01 00 20 00 01 01
 plug 1 box
-orb received 893 -> local 01 00 12 00 00 01|local 01 00 20 00 01 01|local 01 00 20 00 00 01
+orb received 893 -> local 01 00 12 00 00 01 | local 01 00 20 00 01 01 | local 01 00 20 00 00 01
 # The check for the second cable finds it. What it sends has come once a later command has.
 log -> *DelayedCableCheck: for Hid: 0.32:1 , port: Sec*
 0 command 816 u32:0x00200001 u16:1 u8:1
 orb received 816 -> local 01 00 20 00 01 00 01
-orb received 893 -> local 01 00 12 00 00 01|local 01 00 20 00 01 01|local 01 00 20 00 00 01
+orb received 893 -> local 01 00 12 00 00 01 | local 01 00 20 00 01 01 | local 01 00 20 00 00 01
 unplug 0
 address k2link0 ->
 driver plug 1 66 0
@@ -107,7 +107,7 @@ run kill -STOP $(pidof LinkDriverSim)
 start-module
 log -> *Started HubLinkManager*
 run kill -CONT $(pidof LinkDriverSim)
-await-end -> exit code 3|OrbModule cannot start: *of k2link1 is not 1 to*
+await-end -> exit code 3 | OrbModule cannot start: *of k2link1 is not 1 to*
 )"},
                        {"ToolsThatHangStopNoHeartbeatsAndAreReported", R"(
 run mkdir -p /tmp/tools; for tool in ifconfig route; do
@@ -224,7 +224,7 @@ start
 orb udp 49156 14727fac76
 log -> *Added to Audit*
 plug 0 box
-log -> *[03/02/33 04:05:*LinkManager::Receive New device*
+run grep -c '^.03/02/33 04:05:.*LinkManager::Receive New device' /var/log/K2.log -> 1
 )"},
     // A router's word says, from the low bits on, its number, the network's base rate and the master's rack.
     {"MasterRoutersAreFollowedWhereverTheyNameTheMasterUntilBothAreGone", R"(
@@ -253,47 +253,70 @@ plug 1 router internals 0x00400003
 count Router detected on downstream ports IGNORING. -> 2
 unplug 0
 unplug 1
-orb received 7020 -> local 02|local 03
+orb received 7020 -> local 02 | local 03
 orb received 667 -> local 00 01 12 00
 )"}};
 
 const Scene Slots[] = {{"ActInTheOrderOfTheirConnections", R"(
 features CmdDebug RouterAudioRoute
 start
-log -> *LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000*PatchController::OnLocalHidChanged*
-  *command:ifconfig eth0:1280 0.18.5.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err*
-  *command:ifconfig eth0:1536 0.18.6.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err*
-log -> *LinkManager::OnDeviceChange Device Online*PatchController::OnDeviceChange Hid*
 orb command 674 u32:3 u32:0
-log -> *LinkManager::ReceivedSetRouterSampleRateCmd*Forwarding *Main lamda SetRouterSampleRateCmd*
-plug 0 box
-log -> *PatchController::OnDeviceChange Hid 0.32:1*Setting UDP timeout on Gige port*
+connect 1 box
+log -> *LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000*PatchController::OnLocalHidChanged 0.18:8000*
+  *:ifconfig eth0:1280 0.18.5.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err*
+  *:ifconfig eth0:1536 0.18.6.0 netmask 255.255.0.0 up, err_file:/tmp/ifeth0up.err*
+  *LinkManager::OnDeviceChange Device Online 0.18:1*PatchController::OnDeviceChange Hid 0.18:1  Port ORB PORT*
+  *LinkManager::ReceivedSetRouterSampleRateCmd 88.2kHz*Forwarding *Main lamda SetRouterSampleRateCmd88.2kHz Port ORB*
+  *PatchController::OnDeviceChange Hid 0.32:1  Port Sec Korvo*Setting UDP timeout on Gige port H1  to 2000*
 )"},
-                       {"HearWhatANeighbourReports", R"(
-features RouterAudioRoute HardwareDebug
+                       {"TellAllOfABox", R"(
 start
 connect 0 box
+update received -> 6000 update 00 00 00 00 01 00 00 00 08 00 00 00 31 2e 36 33 2e 35 2e 30 00 00 00 00 01 01 0a 03 ff ff
+  ff ff | 6000 update 08 00 00 00 31 2e 36 33 2e 35 2e 30 01 00 00 00 09 00 00 00 30 2e 38 2e 30 2e 32 35 34 00 00 00
+  00 00 01 01 02 01 00 20 00
+0 received -> 800 local | 806 local
+# Its internals, its identity, and that in decimal; the device; its cables.
+orb received -> 829 local | 800 local | 893 local 01 00 12 00 00 01 |
+  844 local 00 00 00 00 01 00 20 00 07 00 00 00 32 30 39 37 31 35 33 |
+  826 local 01 01 00 20 00 fe 00 08 00 00 80 12 00 00 00 00 00 00 00 00 00 | 893 local 01 00 20 00 01 01 |
+  893 local 01 00 20 00 00 00
 0 internals 0xFFFF000F
-# Its internals, its identity, and that in decimal.
 orb received 844 -> *local 0f 00 ff ff 01 00 20 00 07 00 00 00 32 30 39 37 31 35 33
-unplug 0
+)"},
+                       {"TellAllOfAHub", R"(
+start
 connect 0 hub
+0 received -> 829 local | 825 local 00 80 12 00 05 00 02 00 00 00 02 00 00 00 00 00 00 | 800 data |
+  826 local 00 01 00 12 00 01 00 0c 00 00 80 12 00 00 00 00 00 00 00 00 00 | 814 data 02 00 30 00 | 806 local
+orb received -> 829 local | 800 local | 893 local 01 00 12 00 00 01 |
+  827 local 05 00 80 30 00 00 05 30 00 00 80 12 00 | 893 local 00 80 30 00 01 01 |
+  826 local 01 02 00 30 00 01 09 30 00 00 80 12 00 00 00 00 00 00 00 00 00 | 893 local 02 00 30 00 01 01 |
+  893 local 00 80 30 00 00 00 | 893 local 02 00 30 00 00 00
 shell sio
-log -> *Received sio*Hid: 0.48:2 *Sent sio Result*
+log -> *Received sio | Local devices: | Remote devices: | Hid: 0.18:1 , Type: Modular*Hid: 0.48:2 *Sent sio Result*
 shell sr
-log -> *Received sr*Local devices:*Sent sr Result*
+log -> *Received sr | Local devices: | KorvoHub 0.48:8000*Remote devices: | Hid: 0.18:8000 *Sent sr Result*
 shell ping
-log -> *Ping Response *
-unplug 0
+log -> *Send Ping To 0.48.5.0*Ping Response 0.12.0.254 PC 0 TD 0*
+count Couldn't find timeout -> 0
+)"},
+                       {"TellAllOfARouter", R"(
+features RouterAudioRoute
+start
 connect 0 router internals 0x00400003
-log -> * New 0.64:8000*
+log -> *DeviceManager::OnMasterHidChanged Current 255.255:8000  New 0.64:8000*
+0 received -> 829 local | 825 local 00 80 12 00 05 00 02 00 00 00 02 00 00 00 00 00 00 |
+  826 local 00 01 00 12 00 01 00 10 00 00 80 12 00 00 00 00 00 00 00 00 00
+orb received -> 829 local | 800 local | 893 local 01 00 12 00 00 01 |
+  827 local 03 00 80 40 00 00 05 40 00 00 80 12 00 | 893 local 00 80 40 00 01 01 | 893 local 00 80 40 00 00 00
 0 command 841 u32:0x00400001 u32:5 on=data
 log -> *ReceivedPatchSucessfulCmd *
 0 command 835 u32:0x00400001 on=data
-log -> *ReceivedAudioPatchRetryForHid 0.64:1 *
+log -> *ReceivedAudioPatchRetryForHid 0.64:1*
 # The answer has the text 0.18.5.0.
 0 command 839 str:ORBMODULE u32:0 u32:0 on=data
-0 received 839 -> *data 08 00 00 00 30 2e 31 38 2e 35 2e 30 00 00 00 00 00 00 00 00
+0 received 839 -> data 08 00 00 00 30 2e 31 38 2e 35 2e 30 00 00 00 00 00 00 00 00
 # The address of this module, wrapped about that of its master control, 0.18.1.0.
 0 command 846 on=data
 0 received 880 -> data * 3f 03 00 28 04 00 00 00 00 01 12 00
@@ -303,9 +326,9 @@ start
 connect 0 box
 orb patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5
 fpga probe 3 0 -> 1 3
-shell rs -> *Link 0|*Slot 0  Source0.32:1  Port *|*Dest 0.18:1  Port *Link 2*
+shell rs -> Link 0 | Slot 0  Source0.32:1  Port 3Pri Korvo 3 | Dest 0.18:1  Port 5 | Link 1 | Link 2
 shell showlinkmap 2097153
-log -> *Received showlinkmap*Inputs for device 0.32:1 *Outputs for device 0.32:1 *
+log -> *Inputs for device 0.32:1 : | A0  -> 0 | *A7  -> 7 | Outputs for device 0.32:1 : | A0  -> 0 | *A7  -> 7 | *
 shell db -1
 log -> *0    -  Assert *3    -  Information                      -  On *206  -  OutputPatchReadDebug *Sent db Result*
 shell db 60
@@ -315,7 +338,9 @@ log -> *Received db 60*Received db 60*60   -  CommsDebug                       -
 shell db 207
 count 207  -  MaxDebugLevels                   -  Off -> 1
 shell ps
-log -> *PI  Src *Pri Patch Success*
+log -> *PI  Src HID:2097153(0.32:1 ), Style:1(Input), Idx:3 | Dst HID:1179649(0.18:1 ), Style:2(Output), Idx:5 |
+  Pri Patch Success | Sec Patch Not Sent | Pri  GigE:TDM Pri Korvo 3 | Sec  GigE:TDM UNKNOWN 255 |
+  Swap GigE:TDM ORB PORT 0 | *
 # Port 3 to the secondary link; 88.2 kHz, with the links down for 30 s.
 shell spb 2097153 3 1
 0 received 815 -> *local 01 00 20 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 03 00 ff ff ff ff 01
@@ -327,8 +352,8 @@ const Scene Fpga[] = {{"IsSilentUntilItIsPatchedByHand", R"(
 start-driver
 start-module
 log -> *Run...........*
-shell quit --help -> Terminate the application||Usage: quit
-shell db --help -> Set debug level <level>||Usage: db 'int'
+shell quit --help -> Terminate the application | Usage: quit
+shell db --help -> Set debug level <level> | Usage: db 'int'
 shell adma/patch nosuch k0 -> Error: Unknown or invalid source 'nosuch'
 fpga syncs -> 1
 # Bit 5, the request for an activation, is gone.
@@ -339,7 +364,7 @@ run ORB_SIM_CONTROL=/tmp/OrbModuleSim.control OrbControl table | grep -c ' 0x000
 # Sink 7 of endpoint 1 after the 512 words of the bulk endpoint; source 5 of endpoint 3.
 shell patch 0 5 1 7
 fpga probe 1 7 -> 3 5
-fpga table -> *|519 0x00605207|*
+fpga table -> * | 519 0x00605207 | *
 fpga syncs -> 2
 shell unpatch 0 5 1 7
 fpga probe 1 7 -> silence
@@ -355,9 +380,12 @@ fpga syncs -> 3
 start-driver
 start-module
 log -> *Run...........*
-# Within the range of the 48 kHz family. The links' clocks are off from the start.
+shell clock/status -> Clock Ids: bulk (4) k0 (1) k1 (2) Internal (0) | Id Enabled Measure    State |
+  4    true       0 unstable | 1   false       0 unstable | 2   false       0 unstable | 3    true       0 unstable |
+  5    true       0 unstable | 6    true       0 unstable | 7    true       0 unstable | 0    true       0 unstable
+# Within the range of the 48 kHz family.
 fpga measure 1 1150000
-log -> *Clock 1 inside accept measurements *
+log -> *Clock 1 inside accept measurements*
 fpga pll -> 0
 shell clock/enable k0
 fpga pll -> 1
@@ -408,6 +436,9 @@ orb command 674 u32:1 u32:0
 fpga reg 0004 38 -> 0x00000000
 fpga measure 4 1250000
 fpga pll -> 0
+fpga measure 4 1150000
+fpga measure 4 1150000
+fpga pll -> 4
 )"}};
 
 const Scene Watch[] = {{"ShowsABoxAPatchAndItsSecondLink", R"(
@@ -461,8 +492,8 @@ get /api/state -> *"contact":"live"*
 const Scene Process[] = {{"AnOptionEndsItBeforeItTouchesAnything", R"(
 # As for a user who may not write there.
 run rm -rf /var/lib/ostrel; touch /var/lib/ostrel
-run OrbModuleSim --version; echo $? -> Sorn Module 1.0.2452|1
-run OrbModuleSim --nosuch 2>&1; echo $? -> OrbModuleSim: *nosuch*; see --help|2
+run OrbModuleSim --version; echo $? -> Sorn Module 1.0.2452 | 1
+run OrbModuleSim --nosuch 2>&1; echo $? -> OrbModuleSim: *nosuch*; see --help | 2
 run test -e /var/log/K2.log || echo none -> none
 run rm /var/lib/ostrel
 )"},
@@ -478,19 +509,19 @@ run bash -c ': </dev/tcp/1.63.5.0/7000' -> *refused*
                          {"AStartThatFailsIsOneLineWithTheCause", R"(
 run ip address del 1.63.5.0/16 dev eth0
 start-module
-await-end -> exit code 3|OrbModule cannot start: The module heartbeat cannot bind UDP 1.63.5.0:49157 (Cannot assign
+await-end -> exit code 3 | OrbModule cannot start: The module heartbeat cannot bind UDP 1.63.5.0:49157 (Cannot assign
   requested address): give eth0 the address 1.63.5.0, and end any other program that uses this port
 log -> *Start-up failed: The module heartbeat cannot bind UDP 1.63.5.0:49157 *
 run ip address add 1.63.5.0/16 dev eth0
 # The product, without an FPGA.
 run OrbModule 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *: load the FPGA and its UIO driver, and let /dev/uioN
-  be read and written|3
+  be read and written | 3
 # Beside a module that runs, and that no broken pipe ends.
 start-driver
 start-module
 log -> *Run...........*
-run OrbModuleSim 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *55555*|3
-run OrbModuleSim -t :7000 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *49156*|3
+run OrbModuleSim 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *55555* | 3
+run OrbModuleSim -t :7000 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *49156* | 3
 run kill -PIPE $(pidof OrbModuleSim)
 count Built without crash dumps -> 0
 end -> exit code 0

@@ -5,7 +5,7 @@
 #include "Simulation/Stage/UnitSetup.h"
 #include "Tests/Support/Await.h"
 
-#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string.hpp>
 
 #include <gtest/gtest.h>
 
@@ -57,12 +57,16 @@ public:
             if (line.empty() || line[0] == '#') continue;
             const std::size_t arrow = line.find(" ->");
             const std::string order = line.substr(0, arrow);
-            const std::string pattern = line.substr(std::min(arrow, line.size() - 4) + 4);
             std::string answer;
             try {
-                const auto isSo = [&] { return Matches(answer = Do(order), pattern); };
-                const auto pause = [] { std::this_thread::sleep_for(stage::Milliseconds(5)); };
-                if (arrow == std::string::npos ? (answer = Do(order)).empty() : Await(isSo, pause)) continue;
+                if (arrow == std::string::npos) {
+                    answer = Do(order);
+                    if (answer.empty()) continue;
+                } else {
+                    const std::string pattern = boost::algorithm::trim_left_copy(line.substr(arrow + 3));
+                    const auto pause = [] { std::this_thread::sleep_for(stage::Milliseconds(5)); };
+                    if (Await([&] { return Matches(answer = Do(order), pattern); }, pause)) continue;
+                }
             } catch (const std::exception& error) {
                 answer = error.what();
             }
@@ -72,6 +76,7 @@ public:
 
 private:
     using Text = std::string;
+    static constexpr std::size_t StampLength = 20;
 
     std::string Do(const Text& line)
     {
@@ -83,29 +88,32 @@ private:
         mOrders.at(verb)(text);
         return {};
     }
-    /// Of each command that a peer has received there is the stream, and the value in hex.
+    /// Of each command that a peer has received there is the stream, and the value in hex; of all, also the number.
     static std::string Tell(stage::Peer& peer, const Text& line)
     {
         std::vector<std::string> answer = peer.Tell(line);
-        const std::regex entry(R"(^\d+ (\S+) \d+( \S\S){8})");
+        const std::regex entry(R"(^\d+ (\S+) (\d+)( \S\S){8})");
         for (std::string& each : answer)
-            if (line.rfind("received", 0) == 0) each = std::regex_replace(each, entry, "$1");
-        return boost::algorithm::join(answer, "|");
+            if (line.rfind("received", 0) == 0)
+                each = std::regex_replace(each, entry, line == "received" ? "$2 $1" : "$1");
+        return boost::algorithm::join(answer, " | ");
     }
     static std::string Ask(const std::string& path, const Text& line)
     {
-        return boost::algorithm::join(stage::ControlChannel(path).Ask(line), "|");
+        return boost::algorithm::join(stage::ControlChannel(path).Ask(line), " | ");
     }
-    static std::string InOneLine(const std::string& text)
+    static std::string InOneLine(std::istream&& text)
     {
-        return std::regex_replace(std::regex_replace(text, std::regex("\n+$"), ""), std::regex("\n"), "|");
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(text, line);) {
+            boost::algorithm::trim(line);
+            // The time of a line of the log is left out.
+            if (line.size() > StampLength && line[0] == '[') line.erase(0, StampLength);
+            if (!line.empty()) lines.push_back(line);
+        }
+        return boost::algorithm::join(lines, " | ");
     }
-    static std::string Log()
-    {
-        std::ostringstream text;
-        text << std::ifstream("/var/log/K2.log").rdbuf();
-        return text.str();
-    }
+    static std::string InOneLine(const std::string& text) { return InOneLine(std::istringstream(text)); }
     static std::string Run(const Text& command)
     {
         stage::ChildProcess process({{"sh", "-c", command}});
@@ -214,11 +222,11 @@ private:
          [](const Text& name) {
              return Run("ip -4 -brief address show dev " + name + " | tr / ' ' | awk '{print $3}'");
          }},
-        {"log", [](const Text&) { return Log(); }},
+        {"log", [](const Text&) { return InOneLine(std::ifstream("/var/log/K2.log")); }},
         // How often a text is in the log.
         {"count",
          [](const Text& text) {
-             const std::string log = Log();
+             const std::string log = InOneLine(std::ifstream("/var/log/K2.log"));
              std::size_t count = 0;
              for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at)
                  ++count;
