@@ -129,10 +129,8 @@ knows 0x00300003
 const Scene Network[] = {
     {"TheUpdateServiceIsAbsentThenRefusesThenAllowsAndChecksAgainAfterItsRestart", R"(
 start-orb
-start-driver
-start-module
-# The first attempt to reach it has failed by the time the heartbeats run.
-log -> *Run...........*
+# The first attempt to reach it has failed by the time the module runs.
+start-alone
 start-update result 1
 update received 6000 -> update *
 update tell 1.63.5.0 2
@@ -178,21 +176,26 @@ forgets 0x00308000
 start
 connect 1 hub
 orb patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1
+1 patch src=0x00300002:1:3 slots=7 dest=0x00120001:2:5 on=data
 fpga probe 2 0 -> 3 21
+fpga probe 3 0 -> 2 7
 run truncate -s 0 /var/log/K2.log
 orb vanish
 log -> *OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false*
 # What the end of the stream has posted is done when a command that came later is answered.
 shell version -> OrbModuleSim 1.0.2452
 fpga probe 2 0 -> 3 21
-# It names itself, the module takes its links down and up, and the patch is made again.
+fpga probe 3 0 -> 2 7
+# It names itself, the module takes its links down and up, and the patches are made again.
 orb clear
 orb appear
 orb connect 55000
 knows 0x00300002
 count LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000 -> 1
 orb patch src=0x00120001:1:2 link=0 slots=21 dest=0x00300002:2:1
+1 patch src=0x00300002:1:3 slots=7 dest=0x00120001:2:5 on=data
 fpga probe 2 0 -> 3 21
+fpga probe 3 0 -> 2 7
 # What leaves while the Orb router is away leaves no route.
 run truncate -s 0 /var/log/K2.log
 orb vanish
@@ -200,23 +203,7 @@ log -> *OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false*
 shell version -> OrbModuleSim 1.0.2452
 unplug 1
 fpga probe 2 0 -> silence
-# The same with a source.
-orb appear
-orb connect 55000
-connect 0 box
-orb patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5
-fpga probe 3 0 -> 1 3
-run truncate -s 0 /var/log/K2.log
-orb vanish
-log -> *OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false*
-shell version -> OrbModuleSim 1.0.2452
-fpga probe 3 0 -> 1 3
-orb clear
-orb appear
-orb connect 55000
-knows 0x00200001
-orb patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5
-fpga probe 3 0 -> 1 3
+fpga probe 3 0 -> silence
 )"},
     {"TheTimeOfTheNetworkIsTheTimeOfTheLog", R"(
 start
@@ -349,10 +336,7 @@ shell ssr 2097153 3
 )"}};
 
 const Scene Fpga[] = {{"IsSilentUntilItIsPatchedByHand", R"(
-start-driver
-start-module
-log -> *Run...........*
-shell quit --help -> Terminate the application | Usage: quit
+start-alone
 shell db --help -> Set debug level <level> | Usage: db 'int'
 shell adma/patch nosuch k0 -> Error: Unknown or invalid source 'nosuch'
 fpga syncs -> 1
@@ -377,9 +361,7 @@ shell patch -1 5 1 7 -> Error: ports are 0 to 2 and slots are 0 to 511
 fpga syncs -> 3
 )"},
                       {"HasTheClockThatIsEnabledUnlessItIsLostOrOverruled", R"(
-start-driver
-start-module
-log -> *Run...........*
+start-alone
 shell clock/status -> Clock Ids: bulk (4) k0 (1) k1 (2) Internal (0) | Id Enabled Measure    State |
   4    true       0 unstable | 1   false       0 unstable | 2   false       0 unstable | 3    true       0 unstable |
   5    true       0 unstable | 6    true       0 unstable | 7    true       0 unstable | 0    true       0 unstable
@@ -446,23 +428,19 @@ start
 start-watch
 get /healthz -> * 200 OK*
 connect 0 box
-get /api/state -> *"beating":"yes","cable":"yes","check":"yes","described":"yes","localAddress":"0.8.0.1"*
 get /api/state -> *"orb":{"stream":"yes"}*
-get /api/state -> *"hid":"0.18:1","local":false,"owner":"0.18:8000"*
-get /api/state -> *"hid":"0.32:1","local":true*
-get /api/state -> *"active":"Internal"*
-get /api/state -> *"name":"bulk"*
+  *"beating":"yes","cable":"yes","check":"yes","described":"yes","localAddress":"0.8.0.1"*
+  *"hid":"0.32:1","local":true*"hid":"0.18:1","local":false,"owner":"0.18:8000"*"active":"Internal"*"name":"bulk"*
 orb patch src=0x00200001:1:3 link=0 dest=0x00120001:2:5
-get /api/state -> *"source":{"hid":"0.32:1","index":3,"style":"Input"}*
-get /api/state -> *"runs":[{"from":[3,3],"source":"k0","to":[0,0]}],"samples":512,"sink":"bulk"*
-get /api/state -> *"orb":[{"destinations":1,"from":{"port":"primary","slots":[3]},"slot":0,"source":"0.32:1",*
-get /api/state -> *"source":"0.32:1","sourcePort":3}]*
 get /api/state -> *"primary":{"link":{"port":"primary","slots":[3]},"state":"success"}*
+  *"source":{"hid":"0.32:1","index":3,"style":"Input"}*"orb":[{"destinations":1,"from":{"port":"primary","slots":[3]}*
+  *"slot":0,"source":"0.32:1","sourcePort":3}]*
+  *"runs":[{"from":[3,3],"source":"k0","to":[0,0]}],"samples":512,"sink":"bulk"*
 plug 1 box
 get /api/state -> *"secondary":{"link":{"port":"secondary","slots":[3]},"state":"reserved"}*
 unplug 0
-get /api/state -> *"secondary":{"link":{"port":"secondary","slots":[3]},"state":"success"}*
 get /api/state -> *"primary":{"beating":"no","cable":"no"*
+  *"secondary":{"link":{"port":"secondary","slots":[3]},"state":"success"}*
 get /metrics -> *orbmodule_link_up{link="primary"} 0*orbmodule_link_up{link="secondary"} 1*
 get /metrics -> *orbmodule_patches{state="success"} 1*
 get /metrics -> *orbmodule_slots_in_use{port="orb"} 1*
@@ -472,30 +450,24 @@ run kill $(pidof OrbWatch)
 start
 start-watch
 connect 0 hub
-get /api/state -> *"hid":"0.48:2","local":false,"owner":"0.48:8000"*
-get /api/state -> *"neighbour":"0.48:8000"*
-get /api/state -> *"described":"yes"*
+get /api/state -> *"described":"yes"*"neighbour":"0.48:8000"*"hid":"0.48:2","local":false,"owner":"0.48:8000"*
 shell db 3
 shell patch 0 5 1 7
-get /api/state -> *"information":false*
-get /api/state -> *"from":[5,5],"source":"bulk","to":[7,7]*
+get /api/state -> *"information":false*"from":[5,5],"source":"bulk","to":[7,7]*
 shell db 3
 get /api/state -> *"information":true*
 # More patches by hand than a message of the log can list.
 run bash -c 'exec 3<>/dev/tcp/127.0.0.1/55555; for ((i = 0; i < 200; i += 2)); do echo "patch 0 $i 1 $i" >&3; done;
   grep -qm 1 "Received patch 0 198" <&3'
-get /api/state -> *"from":[198,198],"source":"bulk","to":[198,198]*
-get /api/state -> *"longListings":["adma/status"]*
-get /api/state -> *"contact":"live"*
+get /api/state -> *"contact":"live"*"longListings":["adma/status"]*"from":[198,198],"source":"bulk","to":[198,198]*
 )"}};
 
 const Scene Process[] = {{"AnOptionEndsItBeforeItTouchesAnything", R"(
 # As for a user who may not write there.
-run rm -rf /var/lib/ostrel; touch /var/lib/ostrel
+run touch /var/lib/ostrel
 run OrbModuleSim --version; echo $? -> Sorn Module 1.0.2452 | 1
 run OrbModuleSim --nosuch 2>&1; echo $? -> OrbModuleSim: *nosuch*; see --help | 2
 run test -e /var/log/K2.log || echo none -> none
-run rm /var/lib/ostrel
 )"},
                          {"OptionsChooseTheShellEndpointAndTheLogAndAsManyDescriptorsAsAllowedUpTo4096AreTaken", R"(
 start-driver
@@ -517,21 +489,11 @@ run ip address add 1.63.5.0/16 dev eth0
 run OrbModule 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *: load the FPGA and its UIO driver, and let /dev/uioN
   be read and written | 3
 # Beside a module that runs, and that no broken pipe ends.
-start-driver
-start-module
-log -> *Run...........*
+start-alone
 run OrbModuleSim 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *55555* | 3
 run OrbModuleSim -t :7000 2>&1 >/dev/null; echo $? -> OrbModule cannot start: *49156* | 3
 run kill -PIPE $(pidof OrbModuleSim)
 count Built without crash dumps -> 0
-end -> exit code 0
-)"},
-                         {"EndsInOrderWhileItLearnsItsIdentity", R"(
-start-orb
-start-update
-start-driver
-start-module
-log -> *LinkManager::OnLocalHidChanged*
 end -> exit code 0
 )"},
                          {"EndsInOrderInAFloodOfReports", R"(
@@ -559,14 +521,34 @@ end -> exit code 0
 
 TEST(Process, EndsInOrderAtEachLineOfItsStart)
 {
-    // The driver answers, and has a neighbour on each link.
-    for (const std::string line :
-         {"DebugConfig : ", "Starting OrbRouterKLVComms", "starting... Hid 0xc002", "Starting HubLinkManager",
-          "Started HubLinkManager", "Starting DeviceManager", "Starting PatchController", "Run..........."}) {
-        Unit().Play("start-driver\ndriver plug 0 64 0\ndriver plug 1 64 0\nstart-module\nlog -> *" + line +
-                    "*\nend -> exit code 0");
+    // Each neighbour answers, and there is one on each link.
+    for (const std::string line : {"DebugConfig : ", "Starting OrbRouterKLVComms", "starting... Hid 0xc002",
+                                   "Starting HubLinkManager", "Started HubLinkManager", "Starting DeviceManager",
+                                   "Starting PatchController", "Run...........", "LinkManager::OnLocalHidChanged"}) {
+        Unit().Play("start-orb\nstart-update\nstart-driver\ndriver plug 0 64 0\ndriver plug 1 64 0\nstart-module\n"
+                    "log -> *" +
+                    line + "*\nend -> exit code 0");
     }
 }
+
+#ifdef ORB_STACKWALK
+TEST(Process, LeavesADumpThatNamesTheThreadThatCrashed)
+{
+    Unit unit;
+    for (const auto& [choice, number] : {std::pair("head", "0"), {"tail", "N"}}) {
+        unit.Play("run rm -rf /var/lib/ostrel /var/log/K2.log\nstart-alone\n"
+                  "run kill -SEGV $(ls /proc/$(pidof OrbModuleSim)/task | " +
+                  std::string(choice) +
+                  " -n 1)\n"
+                  "await-end -> killed by signal 11 | MINIDUMP=/var/lib/ostrel/crashdumps/OrbModuleSim/*.dmp\n"
+                  "run " ORB_STACKWALK " /var/lib/ostrel/crashdumps/OrbModuleSim/*.dmp 2>/dev/null |"
+                  " grep -o 'SIGSEGV\\|Thread .* (crashed)' | sed 's/[1-9][0-9]*/N/' -> SIGSEGV | Thread " +
+                  number + " (crashed)");
+    }
+    unit.Play("run rm -r /var/lib/ostrel; touch /var/lib/ostrel\nstart-module\n"
+              "await-end -> exit code 3 | OrbModule cannot start: *Not a directory: \"/var/lib/ostrel/crashdumps\"");
+}
+#endif
 
 TEST(Process, EndsInOrderAndSystemdLearnsOfReadinessLifeAndStop)
 {
@@ -576,7 +558,7 @@ TEST(Process, EndsInOrderAndSystemdLearnsOfReadinessLifeAndStop)
         Supervisor supervisor;
         supervisor.AskForWatchdog(200);
         Unit unit;
-        unit.Play("start-driver\nstart-module");
+        unit.Play("start-alone");
         for (const char* sign : {"READY=1", "WATCHDOG=1", "WATCHDOG=1"})
             EXPECT_EQ(supervisor.Receive(), sign);
         // One that cannot start is never ready.

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -43,16 +42,18 @@ public:
         // Tools that a scene replaces come first, and scenes name programs without their directory.
         static const std::string sPath = "/tmp/tools:" + stage::ProgramPath("") + ":" + getenv("PATH");
         setenv("PATH", sPath.c_str(), 1);
-        std::filesystem::create_directories("/home/root/OrbModule");
-        Play("run rm -f /var/log/K2.log /home/root/OrbModule/debug.conf");
+        Play("run rm -rf /var/log/K2.log /var/lib/ostrel /home/root; mkdir -p /home/root/OrbModule\n"
+             "run ip address replace 1.63.5.0/16 dev eth0");
     }
 
     /// Plays a scene: each line has a verb of the tables below, and after an arrow the pattern of the answer, which
     /// may take its time to become so. Without an arrow there is no answer. The lines of an answer are joined by bars.
-    /// A line that is indented continues the one before; one that begins with # is a remark.
+    /// A line that is indented continues the one before, with a blank unless a star stands there; one that begins with
+    /// # is a remark.
     void Play(const std::string& scene)
     {
-        std::istringstream lines(std::regex_replace(scene, std::regex("\n +"), " "));
+        const std::string joined = std::regex_replace(scene, std::regex("\\*\n +\\*"), "*");
+        std::istringstream lines(std::regex_replace(joined, std::regex("\n +"), " "));
         for (std::string line; std::getline(lines, line);) {
             if (line.empty() || line[0] == '#') continue;
             const std::size_t arrow = line.find(" ->");
@@ -84,6 +85,7 @@ private:
         const Text verb = line.substr(0, blank);
         const Text text = line.substr(std::min(blank + 1, line.size()));
         if (const auto peer = mPeers.find(verb); peer != mPeers.end()) return Tell(*peer->second, text);
+        if (const auto script = mScripts.find(verb); script != mScripts.end()) return Run(script->second, text);
         if (const auto question = mQuestions.find(verb); question != mQuestions.end()) return question->second(text);
         mOrders.at(verb)(text);
         return {};
@@ -114,9 +116,9 @@ private:
         return boost::algorithm::join(lines, " | ");
     }
     static std::string InOneLine(const std::string& text) { return InOneLine(std::istringstream(text)); }
-    static std::string Run(const Text& command)
+    static std::string Run(const std::string& script, const Text& text)
     {
-        stage::ChildProcess process({{"sh", "-c", command}});
+        stage::ChildProcess process({{"bash", "-c", script, text}});
         const std::string ending = process.Wait().Text();
         return InOneLine(process.Output() + process.Errors() + (ending == "exit code 0" ? "" : ending));
     }
@@ -127,7 +129,8 @@ private:
         return InOneLine(ending + "\n" + module.Errors());
     }
     /// @param text the link, the name of a neighbour, and a further order to it.
-    void Plug(const Text& text)
+    /// @return the last device that the Orb router will learn of.
+    std::string Plug(const Text& text)
     {
         std::istringstream words(text);
         unsigned int link = 0;
@@ -138,6 +141,7 @@ private:
         stage::Peer& peer = *(mPeers[text.substr(0, 1)] = stage::StartNeighbour(link, neighbour));
         Ask(stage::LinkDriverPath, stage::PlugLine(link, neighbour.rack));
         peer.Tell("appear");
+        return name == "hub" ? "0x00300002" : neighbour.hid;
     }
     void StartProcess(const std::string& name, const stage::Command& command, const std::string& output)
     {
@@ -173,24 +177,17 @@ private:
              const std::string text = command.empty() ? "exec OrbModuleSim" : command;
              StartProcess("module", stage::Module::MakeCommand({"sh", {"-c", text}}), "");
          }},
+        {"start-alone", [this](const Text&) { Play("start-driver\nstart-module\nlog -> *Run...........*"); }},
         {"start-watch", [this](const Text&) { StartProcess("watch", {{"OrbWatch"}}, "OrbWatch shows"); }},
         // All of them, until the module knows who it is and its links are up. A master router may take so long, in
         // milliseconds, to appear; the module adds 5 s.
         {"start",
          [this](const Text& routerTime) {
-             Play("start-orb\nstart-update\nstart-driver\nstart-module\norb received 800 -> *local*\n"
-                  "orb command 885 u32:" +
+             Play("start-orb\nstart-update\nstart-alone\norb received 800 -> *local*\norb command 885 u32:" +
                   (routerTime.empty() ? "600000" : routerTime) + "\nlog -> *Start Router Ignore Timer*");
          }},
         {"plug", [this](const Text& text) { Plug(text); }},
-        // Until the Orb router knows of the neighbour, and of a hub's box.
-        {"connect",
-         [this](const Text& text) {
-             Plug(text);
-             const std::string name = std::regex_replace(text, std::regex("^. (\\S+).*"), "$1");
-             AwaitUpdate(mNeighbours.at(name).hid, true);
-             if (name == "hub") AwaitUpdate("0x00300002", true);
-         }},
+        {"connect", [this](const Text& text) { AwaitUpdate(Plug(text), true); }},
         {"unplug",
          [this](const Text& link) {
              Ask(stage::LinkDriverPath, "unplug " + link);
@@ -210,34 +207,20 @@ private:
              shell.StopTailing();
              return InOneLine(shell.Ask(line));
          }},
-        // A peer of others, by its kind and number.
-        {"peer",
-         [](const Text& text) {
-             const std::size_t blank = text.find(' ');
-             return Ask("/tmp/Peer-" + text.substr(0, blank) + ".control", text.substr(blank + 1));
-         }},
-        {"run", [](const Text& command) { return Run(command); }},
-        // The IPv4 address of an interface.
-        {"address",
-         [](const Text& name) {
-             return Run("ip -4 -brief address show dev " + name + " | tr / ' ' | awk '{print $3}'");
-         }},
         {"log", [](const Text&) { return InOneLine(std::ifstream("/var/log/K2.log")); }},
-        // How often a text is in the log.
-        {"count",
-         [](const Text& text) {
-             const std::string log = InOneLine(std::ifstream("/var/log/K2.log"));
-             std::size_t count = 0;
-             for (std::size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at)
-                 ++count;
-             return std::to_string(count);
-         }},
         {"end", [this](const Text&) { return End(true); }},
-        {"await-end", [this](const Text&) { return End(false); }},
+        {"await-end", [this](const Text&) { return End(false); }}};
+
+    /// What the shell of this machine does with a text, which is its argument 0.
+    const std::map<std::string, std::string> mScripts{
+        {"run", "eval \"$0\""},
+        // The IPv4 address of an interface.
+        {"address", "ip -4 -brief address show dev $0 | tr / ' ' | awk '{print $3}'"},
+        // How many lines of the log have a text.
+        {"count", "grep -cF \"$0\" /var/log/K2.log || true"},
         // A page of OrbWatch.
-        {"get", [](const Text& path) {
-             stage::ByteStream stream = stage::ByteStream::ConnectTcp({}, "127.0.0.1", 8055);
-             stream.Send("GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
-             return stream.TakeUntilClosed();
-         }}};
+        {"get", "exec 3<>/dev/tcp/127.0.0.1/8055; printf 'GET %s HTTP/1.1\\r\\nHost: localhost\\r\\nConnection: "
+                "close\\r\\n\\r\\n' $0 >&3; cat <&3"},
+        // A peer of others, by its kind and number.
+        {"peer", "set -- $0; ORB_SIM_CONTROL=/tmp/Peer-$1.control OrbControl \"${@:2}\""}};
 };

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -14,11 +14,10 @@
 class Supervisor
 {
 public:
-    Supervisor() : mPath(testing::TempDir() + "/Supervisor." + std::to_string(getpid()))
+    Supervisor()
     {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, mPath.c_str(), sizeof address.sun_path - 1);
+        sockaddr_un address{AF_UNIX, {}};
+        mPath.copy(address.sun_path, sizeof address.sun_path - 1);
         unlink(mPath.c_str());
         EXPECT_EQ(bind(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         setenv("NOTIFY_SOCKET", mPath.c_str(), 1);
@@ -44,9 +43,9 @@ public:
     {
         pollfd waiting{mSocket, POLLIN, 0};
         if (poll(&waiting, 1, patienceMs) != 1) return {};
-        char text[256];
-        const ssize_t size = recv(mSocket, text, sizeof text, 0);
-        return size > 0 ? std::string(text, static_cast<std::size_t>(size)) : std::string();
+        std::string text(256, '\0');
+        text.resize(static_cast<std::size_t>(std::max<ssize_t>(recv(mSocket, &text[0], text.size(), 0), 0)));
+        return text;
     }
     /// The first that differs; nothing if none comes.
     std::string ReceiveOtherThan(const std::string& usual)
@@ -58,6 +57,6 @@ public:
     }
 
 private:
-    const std::string mPath;
+    const std::string mPath = testing::TempDir() + "/Supervisor." + std::to_string(getpid());
     const int mSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
