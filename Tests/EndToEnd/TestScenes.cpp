@@ -101,12 +101,8 @@ log -> *Started HubLinkManager*
 run kill -CONT $(pidof LinkDriverSim)
 log -> *Run...........*
 end -> exit code 0
-run rm /var/log/K2.log
 driver endpoint 1 257
-run kill -STOP $(pidof LinkDriverSim)
 start-module
-log -> *Started HubLinkManager*
-run kill -CONT $(pidof LinkDriverSim)
 await-end -> exit code 3 | OrbModule cannot start: *of k2link1 is not 1 to*
 )"},
                        {"ToolsThatHangStopNoHeartbeatsAndAreReported", R"(
@@ -339,7 +335,6 @@ const Scene Fpga[] = {{"IsSilentUntilItIsPatchedByHand", R"(
 start-alone
 shell db --help -> Set debug level <level> | Usage: db 'int'
 shell adma/patch nosuch k0 -> Error: Unknown or invalid source 'nosuch'
-fpga syncs -> 1
 # Bit 5, the request for an activation, is gone.
 fpga reg 0003 38 -> 0x00000000
 fpga syncs -> 1
@@ -442,8 +437,7 @@ unplug 0
 get /api/state -> *"primary":{"beating":"no","cable":"no"*
   *"secondary":{"link":{"port":"secondary","slots":[3]},"state":"success"}*
 get /metrics -> *orbmodule_link_up{link="primary"} 0*orbmodule_link_up{link="secondary"} 1*
-get /metrics -> *orbmodule_patches{state="success"} 1*
-get /metrics -> *orbmodule_slots_in_use{port="orb"} 1*
+  *orbmodule_patches{state="success"} 1*orbmodule_slots_in_use{port="orb"} 1*
 run kill $(pidof OrbWatch)
 )"},
                        {"ShowsWhatIsBeyondAHubLongListingsAndThatInformationIsOff", R"(

@@ -76,14 +76,13 @@ public:
     }
 
 private:
-    using Text = std::string;
     static constexpr std::size_t StampLength = 20;
 
-    std::string Do(const Text& line)
+    std::string Do(const std::string& line)
     {
         const std::size_t blank = std::min(line.find(' '), line.size());
-        const Text verb = line.substr(0, blank);
-        const Text text = line.substr(std::min(blank + 1, line.size()));
+        const std::string verb = line.substr(0, blank);
+        const std::string text = line.substr(std::min(blank + 1, line.size()));
         if (const auto peer = mPeers.find(verb); peer != mPeers.end()) return Tell(*peer->second, text);
         if (const auto script = mScripts.find(verb); script != mScripts.end()) return Run(script->second, text);
         if (const auto question = mQuestions.find(verb); question != mQuestions.end()) return question->second(text);
@@ -91,7 +90,7 @@ private:
         return {};
     }
     /// Of each command that a peer has received there is the stream, and the value in hex; of all, also the number.
-    static std::string Tell(stage::Peer& peer, const Text& line)
+    static std::string Tell(stage::Peer& peer, const std::string& line)
     {
         std::vector<std::string> answer = peer.Tell(line);
         const std::regex entry(R"(^\d+ (\S+) (\d+)( \S\S){8})");
@@ -100,7 +99,7 @@ private:
                 each = std::regex_replace(each, entry, line == "received" ? "$2 $1" : "$1");
         return boost::algorithm::join(answer, " | ");
     }
-    static std::string Ask(const std::string& path, const Text& line)
+    static std::string Ask(const std::string& path, const std::string& line)
     {
         return boost::algorithm::join(stage::ControlChannel(path).Ask(line), " | ");
     }
@@ -116,7 +115,7 @@ private:
         return boost::algorithm::join(lines, " | ");
     }
     static std::string InOneLine(const std::string& text) { return InOneLine(std::istringstream(text)); }
-    static std::string Run(const std::string& script, const Text& text)
+    static std::string Run(const std::string& script, const std::string& text)
     {
         stage::ChildProcess process({{"bash", "-c", script, text}});
         const std::string ending = process.Wait().Text();
@@ -130,7 +129,7 @@ private:
     }
     /// @param text the link, the name of a neighbour, and a further order to it.
     /// @return the last device that the Orb router will learn of.
-    std::string Plug(const Text& text)
+    std::string Plug(const std::string& text)
     {
         std::istringstream words(text);
         unsigned int link = 0;
@@ -164,56 +163,56 @@ private:
     std::map<std::string, stage::ChildProcess> mProcesses;
     std::optional<stage::UdpSocket> mOccupied;
 
-    const std::map<std::string, std::function<void(const Text&)>> mOrders{
-        {"features",
-         [](const Text& names) { std::ofstream("/home/root/OrbModule/debug.conf") << "on " << names << "\n"; }},
-        {"start-orb", [this](const Text&) { mPeers["orb"] = stage::StartOrbRouter(); }},
-        {"start-update", [this](const Text& order) { mPeers["update"] = stage::StartUpdateService(order); }},
+    const std::map<std::string, std::function<void(const std::string&)>> mOrders{
+        {"start-orb", [this](const std::string&) { mPeers["orb"] = stage::StartOrbRouter(); }},
+        {"start-update", [this](const std::string& order) { mPeers["update"] = stage::StartUpdateService(order); }},
         {"start-driver",
-         [this](const Text&) { StartProcess("driver", stage::Module::MakeLinkDriverCommand(), "ready"); }},
+         [this](const std::string&) { StartProcess("driver", stage::Module::MakeLinkDriverCommand(), "ready"); }},
         // Perhaps by a command of its own.
         {"start-module",
-         [this](const Text& command) {
+         [this](const std::string& command) {
              const std::string text = command.empty() ? "exec OrbModuleSim" : command;
              StartProcess("module", stage::Module::MakeCommand({"sh", {"-c", text}}), "");
          }},
-        {"start-alone", [this](const Text&) { Play("start-driver\nstart-module\nlog -> *Run...........*"); }},
-        {"start-watch", [this](const Text&) { StartProcess("watch", {{"OrbWatch"}}, "OrbWatch shows"); }},
+        {"start-alone", [this](const std::string&) { Play("start-driver\nstart-module\nlog -> *Run...........*"); }},
+        {"start-watch", [this](const std::string&) { StartProcess("watch", {{"OrbWatch"}}, "OrbWatch shows"); }},
         // All of them, until the module knows who it is and its links are up. A master router may take so long, in
         // milliseconds, to appear; the module adds 5 s.
         {"start",
-         [this](const Text& routerTime) {
+         [this](const std::string& routerTime) {
              Play("start-orb\nstart-update\nstart-alone\norb received 800 -> *local*\norb command 885 u32:" +
                   (routerTime.empty() ? "600000" : routerTime) + "\nlog -> *Start Router Ignore Timer*");
          }},
-        {"plug", [this](const Text& text) { Plug(text); }},
-        {"connect", [this](const Text& text) { AwaitUpdate(Plug(text), true); }},
+        {"plug", [this](const std::string& text) { Plug(text); }},
+        {"connect", [this](const std::string& text) { AwaitUpdate(Plug(text), true); }},
         {"unplug",
-         [this](const Text& link) {
+         [this](const std::string& link) {
              Ask(stage::LinkDriverPath, "unplug " + link);
              mPeers.erase(link);
          }},
-        {"knows", [this](const Text& hid) { AwaitUpdate(hid, true); }},
-        {"forgets", [this](const Text& hid) { AwaitUpdate(hid, false); }},
-        {"occupy", [this](const Text& port) { mOccupied.emplace("", "0.0.0.0", std::stoi(port)); }},
-        {"release", [this](const Text&) { mOccupied.reset(); }}};
+        {"knows", [this](const std::string& hid) { AwaitUpdate(hid, true); }},
+        {"forgets", [this](const std::string& hid) { AwaitUpdate(hid, false); }},
+        {"occupy", [this](const std::string& port) { mOccupied.emplace("", "0.0.0.0", std::stoi(port)); }},
+        {"release", [this](const std::string&) { mOccupied.reset(); }}};
 
-    const std::map<std::string, std::function<std::string(const Text&)>> mQuestions{
-        {"driver", [](const Text& line) { return Ask(stage::LinkDriverPath, line); }},
-        {"fpga", [](const Text& line) { return Ask(stage::Module::ControlPath(), line); }},
+    const std::map<std::string, std::function<std::string(const std::string&)>> mQuestions{
+        {"driver", [](const std::string& line) { return Ask(stage::LinkDriverPath, line); }},
+        {"fpga", [](const std::string& line) { return Ask(stage::Module::ControlPath(), line); }},
         {"shell",
-         [](const Text& line) {
+         [](const std::string& line) {
              stage::ShellClient shell;
              shell.StopTailing();
              return InOneLine(shell.Ask(line));
          }},
-        {"log", [](const Text&) { return InOneLine(std::ifstream("/var/log/K2.log")); }},
-        {"end", [this](const Text&) { return End(true); }},
-        {"await-end", [this](const Text&) { return End(false); }}};
+        {"log", [](const std::string&) { return InOneLine(std::ifstream("/var/log/K2.log")); }},
+        {"end", [this](const std::string&) { return End(true); }},
+        {"await-end", [this](const std::string&) { return End(false); }}};
 
     /// What the shell of this machine does with a text, which is its argument 0.
     const std::map<std::string, std::string> mScripts{
         {"run", "eval \"$0\""},
+        // Features of the log, from the start of the module on.
+        {"features", "echo on \"$0\" >/home/root/OrbModule/debug.conf"},
         // The IPv4 address of an interface.
         {"address", "ip -4 -brief address show dev $0 | tr / ' ' | awk '{print $3}'"},
         // How many lines of the log have a text.

@@ -17,14 +17,7 @@
 
 namespace {
 
-class NoRegistry : public iStreamRegistry
-{
-public:
-    void AddKLVStream(OrbKLVStream&) override {}
-    void RemoveKLVStream(OrbKLVStream&) override {}
-};
-
-struct Receiver
+struct Receiver : iStreamRegistry
 {
     Receiver()
     {
@@ -38,6 +31,8 @@ struct Receiver
         });
     }
 
+    void AddKLVStream(OrbKLVStream&) override {}
+    void RemoveKLVStream(OrbKLVStream&) override {}
     /// Whole commands in the bytes, up to the first header that no stream accepts.
     std::size_t CountCommands(const std::uint8_t* data, std::size_t size) const
     {
@@ -55,9 +50,8 @@ struct Receiver
 
     boost::asio::io_service service;
     OrbCommandProcessor processor{service};
-    NoRegistry comms;
     HandlerMutex mutex;
-    OrbKLVSocketHandler handler{mutex, comms, processor};
+    OrbKLVSocketHandler handler{mutex, *this, processor};
     std::set<CommandID> ids;
     std::size_t received = 0;
 };

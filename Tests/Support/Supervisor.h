@@ -30,7 +30,6 @@ public:
             unsetenv(name);
     }
     Supervisor(const Supervisor&) = delete;
-    Supervisor& operator=(const Supervisor&) = delete;
 
     /// From this process, or from whichever has the environment.
     void AskForWatchdog(int milliseconds, pid_t process = 0)
