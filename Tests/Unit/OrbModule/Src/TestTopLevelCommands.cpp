@@ -1,32 +1,39 @@
+#include "FSI/Audio/AudioDmaManager.h"
+#include "FSI/Core/DeviceRegistry.h"
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
+#include "OrbModule/Inc/Patching/Patcher.h"
 #include "OrbModule/Inc/SignalWatch.h"
 #include "OrbModule/Inc/StartupFailure.h"
 #include "OrbModule/Inc/TopLevelCommands.h"
+#include "Tests/Support/Await.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/RecordingComms.h"
 #include "Tests/Support/Transcript.h"
-#include "Tests/Unit/OrbModule/Src/Patching/PatchBoard.h"
 #include "Utilities/CommandLine/CommandLine.h"
 
 #include <csignal>
 #include <system_error>
+#include <thread>
 
 namespace {
 
-/// What a command logs and sends, the routes if they have changed, and its answer.
+/// What a command logs and sends, the routes (endpoint and sample of the sink, then of the source), and its answer.
 TEST(TopLevelCommands, DoWhatTheirHelpSays)
 {
-    PatchBoard board;
     const LogRecorder log;
     Lines done;
     RecordingComms comms([&done](const std::string& what) { done.push_back(what); }, DeviceNames());
     boost::asio::io_service service;
+    const auto adma = std::make_shared<audio::AudioDmaFsi>();
+    fsi::DeviceRegistry registry;
+    Patcher patcher(service, &registry, std::make_shared<audio::AudioDmaManager>(adma, &registry),
+                    [](std::uint32_t link) { return static_cast<std::uint8_t>(link + 1); });
     DeviceManager devices(service, comms);
-    PatchController patches(devices, comms, board.GetPatcher());
+    PatchController patches(devices, comms, patcher);
     cmd::CommandLine shell(service, {boost::asio::ip::address_v4::loopback(), 0}, "OrbModule");
-    AddTopLevelCommands(shell, "Program", devices, patches, board.GetPatcher(), comms);
-    PatchBoard::Feeds before;
+    AddTopLevelCommands(shell, "Program", devices, patches, patcher, comms);
+    auto before = adma->GetSynchronisedTable();
     ExpectTranscript(R"(
 version -> Program 1.0.2452
 rs -> Link 0Link 1Link 2
@@ -36,13 +43,13 @@ showlinkmap 131073 -> Inputs for device 0.2:1 :; Outputs for device 0.2:1 :
 db 122 -> 122 - IODiscovery - On
 db 122 -> 122 - IODiscovery - Off
 db -1 -> 207 lines; 0 - Assert - On; 206 - OutputPatchReadDebug - Off
-patch 0 5 1 7 -> (1, 7) from (0, 5)
-patch 256 6 258 511 -> (1, 7) from (0, 5); (2, 511) from (0, 6)
-unpatch 0 5 1 7 -> (2, 511) from (0, 6)
-patch 3 0 0 0 -> (2, 511) from (0, 6); Error: ports are 0 to 2 and slots are 0 to 511
-patch 0 512 1 0 -> (2, 511) from (0, 6); Error: ports are 0 to 2 and slots are 0 to 511
-patch 0 0 1 512 -> (2, 511) from (0, 6); Error: ports are 0 to 2 and slots are 0 to 511
-unpatch 0 0 3 511 -> (2, 511) from (0, 6); Error: ports are 0 to 2 and slots are 0 to 511
+patch 0 5 1 7 -> { 1, 7, 3, 5 }
+patch 256 6 258 511 -> { 1, 7, 3, 5 }; { 2, 511, 3, 6 }
+unpatch 0 5 1 7 -> { 2, 511, 3, 6 }
+patch 3 0 0 0 -> { 2, 511, 3, 6 }; Error: ports are 0 to 2 and slots are 0 to 511
+patch 0 512 1 0 -> { 2, 511, 3, 6 }; Error: ports are 0 to 2 and slots are 0 to 511
+patch 0 0 1 512 -> { 2, 511, 3, 6 }; Error: ports are 0 to 2 and slots are 0 to 511
+unpatch 0 0 3 511 -> { 2, 511, 3, 6 }; Error: ports are 0 to 2 and slots are 0 to 511
 unpatch 0 6 2 511 ->
 spb 5 2 1 -> HubDeviceManager::GetDevicePorts: Unknown Device: 0x5(5); HubDeviceManager::GetDevicePorts: Unknown Device:
     0x5(5); P255 bitmap 00000005 2sec
@@ -62,9 +69,15 @@ ping ->
                              seen = {std::to_string(seen.size()) + " lines", seen.front(), seen.back()};
                          seen.insert(seen.end(), done.begin(), done.end());
                          const bool routes = line.find("patch") != std::string::npos && answer.empty();
-                         if (routes) board.WaitUntil([&] { return board.GetFeeds() != before; });
-                         for (const auto& [to, from] : before = board.GetFeeds())
-                             seen.push_back(testing::PrintToString(to) + " from " + testing::PrintToString(from));
+                         const auto dispatch = [&] {
+                             adma->DispatchInterrupts();
+                             std::this_thread::yield();
+                         };
+                         if (routes) Await([&] { return adma->GetSynchronisedTable() != before; }, dispatch);
+                         for (const std::uint32_t word : before = adma->GetSynchronisedTable())
+                             if (word >> 12 != 0)
+                                 seen.push_back(testing::PrintToString(
+                                     std::array{word >> 9 & 7, word & 0x1FF, word >> 21, word >> 12 & 0x1FF}));
                          if (!answer.empty()) seen.push_back(answer);
                          for (std::string& text : seen)
                              text = std::regex_replace(text, std::regex("\\s+$|\r|\n(?=Link)|( ) +"), "$1");
