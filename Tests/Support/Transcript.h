@@ -41,12 +41,27 @@ inline void ExpectTranscript(const std::string& script, const std::function<Line
     EXPECT_EQ(seen, expected);
 }
 
-/// A test that is a transcript and no more.
+/// A test that is a text and no more.
 struct Scene
 {
-    const char* name;
-    const char* script;
+    std::string name;
+    std::string script;
 };
+
+/// The scenes of a text, each after a line "== Name"; what comes before the first is for readers.
+inline std::vector<Scene> ScenesOf(const std::string& text)
+{
+    std::vector<Scene> scenes;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("== ", 0) == 0) {
+            scenes.push_back({line.substr(3), ""});
+        } else if (!scenes.empty()) {
+            scenes.back().script += line + '\n';
+        }
+    }
+    return scenes;
+}
 
 inline std::string NameOfScene(const testing::TestParamInfo<Scene>& info)
 {

@@ -1,5 +1,6 @@
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/Transcript.h"
+#include "Tests/Unit/Sockets/Socket.scenes.h"
 #include "Tests/Unit/Sockets/SocketFixture.h"
 
 #include <cctype>
@@ -158,165 +159,6 @@ protected:
     std::map<char, LoopbackPeer> mPeers;
 };
 
-/// A step a line: what is done, and after an arrow all that happens on it; after => without any pass.
-constexpr Scene Scenes[] = {
-    {"AFailedConnectIsRetriedUntilThePeerListens", R"(
-a connects to refused forever -> a tcp: connect failed: Connection refused F
-pass 5 ->
-pass 1 -> a connect: -1 connect timeout F; a tcp: connect failed: Connection refused F
-pass 5 ->
-pass 1 -> a connect: -1 connect timeout F; a tcp: connect failed: Connection refused F
-pass 4; a retries; a retries -> a tcp: connect failed: Connection refused F
-pass 5 ->
-listen; pass 1; A accepts; a retries -> a connect: -1 connect timeout F; a connect
-A sends hello; a awaits 5; a has-option keepalive; a has-option reuseaddr; pass 60 ->
-)"},
-    {"WithoutRetriesLeftAFailedConnectEndsTheSocket", R"(
-a connects to refused -> a tcp: connect failed: Connection refused F; a failed; a delete; a gone
-b connects to refused once -> b tcp: connect failed: Connection refused F
-pass 6 -> b connect: -1 connect timeout F; b tcp: connect failed: Connection refused F; b failed; b delete; b gone
-c connects to full; pass 5 ->
-pass 1 -> c connect: -1 connect timeout F; c failed; c delete; c gone
-d connects to multicast
- -> d connect: failed: Network is unreachable F; d Add: -1 Invalid socket W; d delete; d gone
-e connects to nowhere -> e Open: 0 Invalid SocketAddress F; e Add: -1 Invalid socket W; e delete; e gone
-)"},
-    // On such a socket no error is pending, and select calls it writable.
-    {"AConnectThatFailsAtOnceIsNotTakenForAConnectionAndQueuesUpTo64MiB", R"(
-a connects to multicast reconnect forever
- -> a connect: failed, reconnect pending: Network is unreachable I;
- a tcp: connect failed: Transport endpoint is not connected F
-pass 6 -> a connect: -1 connect timeout F; a connect: failed, reconnect pending: Network is unreachable I;
- a tcp: connect failed: Transport endpoint is not connected F
-a sends 67108864 -> a SendBuf: -1 Attempt to write to a non-connected socket, will be sent on connect W
-a owes 67108864; a sends ! -> a SendBuf: -1 Attempt to write to a non-connected socket, will be sent on connect W;
- a delete; a gone
-)"},
-    {"EveryWayAPeerEndsTheConnection", R"(
-a accepts -> a accept
-A closes -> a disconnect; a delete; a gone
-b accepts -> b accept
-B sends-urgently -> b exception on select: Success F; b delete; b gone
-c connects -> c connect
-C sends-urgently -> c exception on select: Success F; c delete; c gone
-d connects -> d connect
-D resets -> d read: Connection reset by peer F; d shutdown: Transport endpoint is not connected E; d delete; d gone
-e accepts -> e accept
-E resets; e sees-an-error; e sends late -> e send: Connection reset by peer F; e disconnect;
- e shutdown: Transport endpoint is not connected E; e delete; e gone
-)"},
-    {"AReconnectFollowsAnOrderedCloseUnlessOnDisconnectCancelsIt", R"(
-a connects reconnect -> a connect
-a closes ->
-A sees-the-end; A closes -> a disconnect; a disconnect; a reconnect
-A accepts; a flushes; a closes ->
-A sees-the-end; A closes -> a disconnect; a disconnect; a reconnect
-A accepts; a on disconnect a sends nowhere; a flushes never; a closes -> a disconnect;
- a SendBuf: -1 Attempt to write to a non-ready socket W; a SendBuf: 0  * GetSocket() == INVALID_SOCKET I; a reconnect
-A sees-the-end; A accepts; A sends again; a awaits 5 ->
-a on disconnect a reconnects never, a closes; a flushes never; a closes -> a disconnect; a delete; a gone
-A sees-the-end ->
-b accepts -> b accept
-b reconnects; b flushes never; b closes -> b disconnect; b Reconnect: 0 no address E; b Add: -1 Invalid socket W
-)"},
-    {"WhatCannotBeSentIsQueuedOrReported", R"(
-a connects; a sends early
- -> a SendBuf: -1 Attempt to write to a non-connected socket, will be sent on connect W; a connect
-A receives early; a reads; a flushes never; a closes; a sends late
- -> a SendBuf: -1 Attempt to write to a non-ready socket W; a SendBuf: 0  * CloseAndDelete() I; a delete; a gone
-b pairs ->
-b fills; b sends unsent -> b send: 11 ######################## W; b send: 11 ### SOCKET WOULD BLOCK/###  W; b send: 11 GetRemoteAddress().c_str()  W; b send: 11 ######################## W
-B drains; b sends 3000000; b owes 3000006; B receives unsent; B receives 3000000; b owes 0; b fills; b sends !
- -> b send: 11 ######################## W; b send: 11 ### SOCKET WOULD BLOCK/###  W;
- b send: 11 GetRemoteAddress().c_str()  W; b send: 11 ######################## W
-b owes 1; b flushes never; b closes -> b Closing: 0 Closing socket while data still left to send W; b delete; b gone
-)"},
-    {"AFlushingCloseSendsEverythingButWaitsForAStuckPeerOnly5Seconds", R"(
-a accepts -> a accept
-a sends last words; a closes ->
-A receives last words; A sees-the-end; A closes -> a disconnect; a delete; a gone
-b pairs ->
-b fills; b sends tail -> b send: 11 ######################## W; b send: 11 ### SOCKET WOULD BLOCK/###  W; b send: 11 GetRemoteAddress().c_str()  W; b send: 11 ######################## W
-b closes; pass 4 => b Closing: 4 Sending all data before closing I
-pass 1 -> b Closing: 0 Closing socket while data still left to send W; b delete; b gone
-)"},
-    {"ASocketThatIsAddedTwiceStaysOnceAndOneWithTheDescriptorOfAnotherGoes", R"(
-a accepts -> a accept
-a is-added; a is-added -> a Add: fd Attempt to add socket already in add queue F;
- a Add: fd Attempt to add socket already in controlled queue F
-A sends hello; a awaits 5 ->
-b attaches; c attaches-that-of b; b is-added; c is-added; c is-added
- -> c Add: fd Attempt to add socket already in add queue F; c Add: fd Attempt to add socket already in add queue F;
- c delete; c gone
-)"},
-    {"TheLimitHoldsSocketsBackUntilAPlaceIsFree", R"(
-a connects -> a connect
-limit 2; B connects -> - accept: 2 ISocketHandler fd_set limit reached F
-B sees-the-end; b connects to full
- -> b Open: 0 no space left in fd_set F; b Add: -1 Invalid socket W; b delete; b gone
-limit 3; C connects -> - accept: 2 ISocketHandler fd_set limit reached F
-C sees-the-end; limit 9; refuse; C connects -> - accept: -1 Not OK to accept W
-C sees-the-end; limit 2; c attaches; c has-connected; c times 1; c is-added; d attaches; d retries; d is-added;
- e attaches; e closes; e is-added; pass 2 => - Select: 2 FD_SETSIZE reached W
-a flushes never; a closes; pass 0 => - Select: 2 FD_SETSIZE reached W; a delete; a gone
-limit 9 -> e Add: fd Trying to add socket with SetCloseAndDelete() true W; c connect;
- d RetryClientConnect: 0 no address E; d Add: -1 Invalid socket W; e delete; e gone
-pass 1 -> c timeout
-pass 9 ->
-)"},
-    {"WhatASocketDoesToItselfOrToOthersIsDoneInTheSamePassOrAtOnceInTheNext", R"(
-a accepts; a on read a flushes never, a closes -> a accept
-A sends x -> a delete; a gone
-A sees-the-end; b accepts; b on read b closes-descriptor, b flushes never, b closes -> b accept
-B sends x -> b read() after shutdown: 1 bytes read W; b read: Bad file descriptor F; b delete; b gone
-c accepts; c on read c is-added, c flushes never, c closes -> c accept
-C sends x -> c delete; c gone
-d pairs; e pairs; f pairs ->
-d on delete e flushes never, e closes; d flushes never; d closes -> d delete; d gone; e delete; e gone
-f times 1; f retries; f has-connected; f closes; f closes-descriptor; pass 2 ->
-f closes-descriptor -> f Socket::Close: 0 file descriptor invalid W
-f stays; f closes -> f delete; f gone
-g connects unread -> g connect
-G sends 200 ->
-g has 0; g flushes never; g closes -> g read() after shutdown: 200 bytes read W; g delete; g gone
-h connects -> h connect
-h retries; h flushes never; h closes -> h delete; h gone
-)"},
-    {"WhileReadingIsHeldWhatHasComeEndsNoWait", R"(
-a pairs; b pairs; hold; A sends here; B sends there ->
-a has 0; b has 0; release; a on read hold; pass 0; a has 4; b has 0; release; b awaits 5 ->
-)"},
-    // The first repeat is reported, then every 10000th, and after a good pass the error is new.
-    {"SelectErrorsAreNotReportedEachTime", R"(
-pass 0; select-badly 10002 -> - select: Invalid argument W; - select: Invalid argument W; - select: Invalid argument W
-select-badly 1 -> - select: Invalid argument W
-)"},
-    {"WhatTheHandlerHoldsGoesWithItInEveryState", R"(
-a connects reconnect -> a connect
-a sends 8000000; a closes; b connects to multicast reconnect; c connects to refused reconnect; d connects; a is-added;
- e connects to nowhere; f connects to nowhere; g attaches; end
- => b connect: failed, reconnect pending: Network is unreachable I;
- e Open: 0 Invalid SocketAddress F; e Add: -1 Invalid socket W; f Open: 0 Invalid SocketAddress F;
- f Add: -1 Invalid socket W; f delete; f gone; e delete; e gone; a delete; a gone; b delete; b gone; c delete; c gone;
- d delete; d gone; g gone
-)"},
-    {"BytesThatTheRingCannotHoldAreLostWithALine", R"(
-a connects small -> a connect
-A sends 900; a awaits 900; A sends 100; a awaits 1000; A sends 1 -> a OnRead: 0 ibuf overflow W
-a has 1000 ->
-)"},
-    {"DescriptorsThatAreGoneAreReportedAndDropped", R"(
-a pairs; b pairs; a loses-descriptor -> - select: Bad file descriptor W; a graceful shutdown: Bad file descriptor E
-pass 5 -> a fcntl(F_SETFL, O_NONBLOCK): Bad file descriptor E; a close: Bad file descriptor E; a delete; a gone
-B sends x; b awaits 1 ->
-ask-nobody 0; ask-nobody 2; ask-nobody 2; ask-nobody 3; ask-nobody 4; pass 1 -> - GetSocket/handler/4: 900 Did not find expected socket using file descriptor W;
- - GetSocket/handler/6: 900 Did not find expected socket using file descriptor W;
- - GetSocket/handler/7: 900 Did not find expected socket using file descriptor W;
- - GetSocket/handler/8: 900 Did not find expected socket using file descriptor W
-pass 1 ->
-)"},
-};
-
 } // namespace
 
 TEST_P(SocketScene, Plays)
@@ -336,4 +178,4 @@ TEST_P(SocketScene, Plays)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, SocketScene, testing::ValuesIn(Scenes), NameOfScene);
+INSTANTIATE_TEST_SUITE_P(, SocketScene, testing::ValuesIn(ScenesOf(SocketScenes)), NameOfScene);

@@ -8,6 +8,7 @@
 #include "Simulation/Fpga/ControlCommands.h"
 #include "Simulation/Fpga/SimulatedFpga.h"
 #include "Tests/Support/Transcript.h"
+#include "Tests/Unit/FSI/Audio/CommandLine/Audio.scenes.h"
 #include "Utilities/CommandLine/NodeManager.h"
 
 #include <boost/algorithm/string/replace.hpp>
@@ -134,125 +135,6 @@ private:
     Lines mLines;
 };
 
-const Scene Scenes[] = {
-    {"RequestsDuringASyncFoldIntoOneWithTheLatestTableAndWaitForItsEnd", R"(
-register; settle 1; hold on; patch2 bulk 1 k0 0; requested 2
-syncing -> true
-patch2 bulk 2 k0 0; patch2 bulk 3 k0 0; complete
-probe 1 0; transactions 512 512 -> 3 1; 512: 0x00601200
-take; requested 3; complete
-probe 1 0 -> 3 3
-hold off; take; lose; sync; settle 4; patch2 bulk 4 k0 0; take; sync_ack
-requests -> 4
-event 0003 0; take; settle 5
-probe 1 0 -> 3 4
-)"},
-    {"ASyncThatAnEarlierRunBeganIsWaitedFor", R"(
-hold on; begin; register
-requests -> 1
-complete; take; requested 2; hold off; settle 2
-syncs -> 2
-)"},
-    {"MuteBitsAndSyncRequestDoNotDisturbEachOtherAndTheManagerMayDieInTheMiddle", R"(
-register; settle 1; patch2 bulk 1 k0 1; settle 2; reset_fsi; settle 3
-table ->
-mute_on_pll_loss false; reg 0003 38 -> 0x00000008
-mute true; hold on; sync; requested 4; reg 0003 38; syncing -> 0x00000038; true
-mute false; mute_on_pll_loss true; reg 0003 38 -> 0x00000020
-sync_ack; reg 0003 38; syncing -> 0x00000000; true
-complete; syncing; probe 1 1 -> false; silence
-take; sync; requested 5; die adma; complete; take; reg 0003 38; requests -> 0x00000020; 5
-)"},
-    {"RoutesCanBeSetShownAndCleared", R"(
-status -> Sources      Sinks
-register; settle 1; synced 2 -> c0000*2048; 38=20; 38=0
-links ->   bulk: Endpoint: 3,     transactions 0-511, FSI: 0012, mapped addr: 0xMAPPED;     k0: Endpoint:
-    1,  transactions 512-1023, [Kernel FSI];     k1: Endpoint: 2, transactions 1024-1535, [Kernel FSI]
-patch2 bulk 0-3 k0 8-11; settle 3; patch2 bulk 0,2 k1 510-511; settle 4 ->
-probe 1 11; probe 2 511 -> 3 3; 3 2
-patch2 k0 511 k1 5; settle 5; patch2 k1 0 k1 6; settle 6; patch2 k1 0 k1 7; settle 7
-status; requests -> Sources          Sinks; 0:    0       >> k0:   0-7    ; bulk: 0-3     >> k0:   8-11   ;
-    0:    0       >> k0:   12-511 ; ; 0:    0       >> k1:   0-4    ; k0:   511     >> k1:   5      ;
-    k1:   0       >> k1:   6      ; k1:   0       >> k1:   7      ;
-    0:    0       >> k1:   8-509  ; bulk: 0       >> k1:   510    ;
-    bulk: 2       >> k1:   511    ; ; 0:    0       >> bulk: 0-511  ; 7
-transactions 521 520 -> 520: 0x00600208; 521: 0x00601209
-transactions 2047 5000; transactions 4294967295 2048 -> 2047: 0x00000000
-clear_from bulk; settle 8; probe 1 11; probe 2 511 -> silence; silence
-patch k1 bulk; settle 9; probe 3 0; probe 3 511 -> 2 0; 2 511
-patch k0 k1; settle 10; clear_to bulk; settle 11; probe 3 5; probe 2 5 -> silence; 1 5
-clear_all; settle 12; probe 2 5 -> silence
-)"},
-    {"WrongInputIsReportedAndChangesNothing", R"(
-register; settle 1; patch2 bulk 1 k0 1; settle 2
-patch k9 nosink -> Error: Unknown or invalid source 'k9'
-patch k0 k9 -> Error: Unknown or invalid sink 'k9'
-patch2 k9 x nosink y -> Error: Unknown or invalid source 'k9'
-patch2 k0 3,600 k1 x -> Error: '3,600' is not valid for 'k0'
-patch2 k0 0-3 k1 5-3 -> Error: '5-3' is not valid for 'k1'
-patch2 k0 0,1,1,2 k1 0-3 -> Error: Source and sink sizes must match: 3 sources and 4 sinks requested
-clear_from K0 -> Error: Unknown or invalid source 'K0'
-clear_to adma -> Error: Unknown or invalid sink 'adma'
-enable extref; disable k9 -> Error: Unknown clock 'extref'; Error: Unknown clock 'k9'
-set_pll_source k9; run -> Error: Unknown clock 'k9'
-mute maybe -> error: arg 1: cannot convert 'maybe' to type 'bool'
-transactions 1 -> error: 'transactions' expects 2 argument(s), 1 provided
-requests -> 2
-sync; settle 3; probe 1 1 -> 3 1
-)"},
-    {"MeasurementsAreJudgedByTheRangeOfTheRateFamilyAndEitherEventIsALoss", R"(
-measure 3 1128999 ->
-measure 3 1129000; event 0004 0 -> 30018=3; 30=1f; 30018=0
-measure 3 1175001 ->
-measure 3 1175000; event 0004 1 -> 30018=3; 30=1f; 30018=0
-rate 0; measure 3 1228875 ->
-measure 3 1228876; event 0004 0 -> 30018=3; 30=1f; 30018=0
-measure 3 1278877 ->
-measure 3 1278876; event 0004 1 -> 30018=3; 30=1f; 30018=0
-rate 1; measure 8 good; measure 255 good ->
-measure 7 good -> 30018=7; 30=1f
-)"},
-    {"ClockLockIsGivenUpWithTheThirdMeasurementAndCountsMoreThanTheValueOnce", R"(
-measure 1 good; measure 2 good; measure 1 good; measure 1 good -> 30018=1; 30=1f
-measure 1 good -> 30018=2; 30=1f
-measure 1 good -> 30018=1; 30=1f
-measure 2 bad; measure 1 good; measure 1 good; prioritise 1 3 1; run; event 0004 3; measure 1 good -> 30=17; 30018=0
-measure 4 good; lock on; measure 4 bad -> 30018=4; 30=1f; locked 4
-measure 4 good ->
-measure 4 bad; measure 0 good -> 30018=0
-)"},
-    {"TheSettleEventIsHeardOnceForEachSelectionAndSelectsAnew", R"(
-measure 4 good; event 0004 3; measure 1 good -> 30018=4; 30=1f; 30=17; 30018=1; 30=1f
-measure 1 bad; measure 2 bad ->
-event 0004 3 -> 30=17; 30018=4; 30=1f
-use_internal true; die clock; run; measure 4 good; event 0004 0 ->
-)"},
-    {"TheUserEnablesAndForcesClocks", R"(
-measure 1 good; disable k0; run -> 30018=1; 30=1f; 30018=0
-measure 1 bad; measure 1 good ->
-enable k0; run -> 30018=1; 30=1f
-prioritise 1 3 0; run -> 30018=0
-measure 2 good; prioritise 1 9 1; run -> 30018=2; 30=1f; 30018=1; 30=1f
-use_internal true; run; active -> 30018=0; Internal
-measure 4 good; event 0004 0 ->
-use_internal false; run; active -> 30018=1; 30=1f; k0
-set_pll_source k1; run; active -> 30018=0; 30018=2; Internal
-auto_pll_select; run -> 30018=1; 30=1f
-family 1; enable_phase_freeze true; family 0; enable_phase_freeze false -> 38=8; 38=18; 38=10; 38=0
-set_measurement_range 7 4097 -> 30010=7; 30014=1001
-)"},
-    {"ClocksAreListedInTheOrderOfPreference", R"(
-sources; measure 5 good; active; use_internal true; run -> bulk k0 k1 ; 30018=5; 30=1f; Unknown; 30018=0
-prioritise 7 -1 1; prioritise 4 0 1; prioritise 1 0 0; prioritise 2 5 1; measure 3 good; run ->
-auto_pll_select; run; measure 2 1175000; lock on; measure 2 good -> 30018=3; 30=1f; 30018=2; 30=1f; locked 2
-measure 1 7; clock/status -> Clock Ids: bulk (4) k0 (1) k1 (2) Internal (0); ;  Id Enabled
-    Measure    State;   7    true       0 unstable;   1   false       7 unstable;   4    true       0
-    unstable;   2    true 1150000   stable locked [selected];   3    true 1150000   stable;   5    true
-    1150000   stable locking;   6    true       0 unstable;   0    true       0 unstable
-event 0004 0 -> 30018=3; 30=1f
-)"},
-};
-
 class AudioCommands : public testing::TestWithParam<Scene>
 {};
 
@@ -282,4 +164,4 @@ TEST_P(AudioCommands, DoAsWritten)
     AudioBench bench;
     ExpectTranscript(GetParam().script, [&](const std::string& event) { return bench.Play(event); });
 }
-INSTANTIATE_TEST_SUITE_P(, AudioCommands, testing::ValuesIn(Scenes), NameOfScene);
+INSTANTIATE_TEST_SUITE_P(, AudioCommands, testing::ValuesIn(ScenesOf(AudioScenes)), NameOfScene);
