@@ -46,31 +46,23 @@ endfunction()
 add_custom_target(UnitTests)
 
 # What the programs of another processor cannot do under user emulation is left out of the run, and this file names it.
-set(ORB_LEFT_OUT ${CMAKE_BINARY_DIR}/left-out.txt)
 if(CMAKE_CROSSCOMPILING)
-  file(WRITE ${ORB_LEFT_OUT}
+  file(WRITE ${CMAKE_BINARY_DIR}/left-out.txt
     "Left out, since these programs run under user emulation:\n"
     "    all end-to-end tests, the crash dump among them: the rig's programs start each other, and a dump needs ptrace\n"
     "    *DeathTest.*: they start their own program anew, which is one of another processor\n")
 endif()
 
-# orb_unit_test(NAME SOURCES a.cpp ... [DEPENDS other ...] [NOT_EMULATED filter reason]): one GoogleTest program, one
-# CTest entry. It runs anywhere: what needs the rig is an end-to-end test.
+# orb_unit_test(NAME SOURCES a.cpp ... [DEPENDS other ...]): one GoogleTest program, one CTest entry. It runs anywhere:
+# what needs the rig is an end-to-end test.
 function(orb_unit_test name)
-  cmake_parse_arguments(ARG "" "" "NOT_EMULATED" ${ARGN})
-  orb_program(${name} ${ARG_UNPARSED_ARGUMENTS})
+  orb_program(${name} ${ARGN})
   target_link_libraries(${name} PRIVATE GTest::gmock GTest::gtest_main)
   add_dependencies(UnitTests ${name})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 300 FAIL_REGULAR_EXPRESSION "Running 0 tests")
   if(CMAKE_CROSSCOMPILING)
-    set(filter "*DeathTest.*")
-    if(ARG_NOT_EMULATED)
-      list(POP_FRONT ARG_NOT_EMULATED leftOut reason)
-      string(APPEND filter ":${leftOut}")
-      file(APPEND ${ORB_LEFT_OUT} "    ${name} ${leftOut}: ${reason}\n")
-    endif()
-    set_tests_properties(${name} PROPERTIES ENVIRONMENT "GTEST_FILTER=-${filter}")
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "GTEST_FILTER=-*DeathTest.*")
   endif()
 endfunction()
 
