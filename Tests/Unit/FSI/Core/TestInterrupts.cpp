@@ -94,8 +94,9 @@ TEST_F(Interrupts, SlotsRunOnTheThreadOfTheService)
     ASSERT_TRUE(raise("0003", 0, 2));
     EXPECT_THAT(fired, ElementsAre("0004", "0003"));
 
-    // A sanitizer opens a pipe to look at an object of a type that it has not met; the log is met here.
+    // A sanitizer opens a pipe to look at an object of a type that it has not met; log and error are met here.
     AUDIT_LOG(Fault, "Descriptors run out\n");
+    EXPECT_THROW(throw std::system_error(EIO, std::generic_category(), "met"), std::system_error);
     // As the kernel runs out of memory for it.
     rlimit before{};
     ::getrlimit(RLIMIT_NOFILE, &before);
