@@ -2,6 +2,7 @@
 
 #include "Tests/Support/Joined.h"
 #include "Tests/Support/Transcript.h"
+#include "Tests/Unit/Utilities/Watch/Picture.scenes.h"
 #include "Utilities/Watch/HttpRules.h"
 #include "Utilities/Watch/LogFeatures.h"
 #include "Utilities/Watch/Metrics.h"
@@ -285,63 +286,17 @@ TEST(Listings, ARecordWithABrokenPartIsNone)
     }
 }
 
-/// Lines of the log, and what each changes in the state.
-TEST_F(Module, TheLinksAreFollowedThroughTheLog)
+class LogLines : public Module, public testing::WithParamInterface<Scene>
+{};
+
+TEST_P(LogLines, ChangeTheState)
 {
-    ExpectTranscript(R"(
-Request Software check ->
-LID: 0.18 LG:H0 RID: 0x40(64) RG:H0 LS 1 -> primary/cable=yes
-DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.8.0.1 Rem IP 0.8.0.254 Link Type AoIP ->
-    primary/beating=yes primary/check=no primary/described=no primary/localAddress=0.8.0.1 primary/neighbour=0.32:1
-    primary/remoteAddress=0.8.0.254 primary/type=AoIP
-OnKLVStreamChanged Port Pri Korvo  Stream LOCAL_LINK  Valid true -> primary/stream=yes
-Request Software check -> primary/check=underway
-SystemWithStderr: command:route add -host 0.32.5.0 k2link0, err_file:x ->
-Setting UDP timeout on Gige port H0  to 2000 -> primary/check=yes primary/described=yes
-DeviceManager::OnDeviceChanged Hid 0.48:8000  Port Sec Korvo  Local IP 0.12.0.1 Rem IP 0.12.0.254 Link Type KorvoHub ->
-    secondary/beating=yes secondary/cable=yes secondary/check=no secondary/described=no
-    secondary/localAddress=0.12.0.1 secondary/neighbour=0.48:8000 secondary/remoteAddress=0.12.0.254
-    secondary/type=KorvoHub
-OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid true -> secondary/stream=yes
-Software check underway -> secondary/check=underway
-SystemWithStderr: command:route add -host 0.49.5.0 k2link1; SystemWithStderr: command:route add -host 0.48.5.0 k2link0;
-    SystemWithStderr: command:route add -host 0.48.5.0 k2link2; SystemWithStderr: command:route add -host 0.48.5.0 eth0 ->
-SystemWithStderr: command:route add -host 0.48.5.0  k2link1, err_file:x -> secondary/check=yes secondary/described=yes
-void LinkManager::HandleHeartbeatTimeout(UINT8GIGEPORT): Heartbeat timeout on H1 -> secondary/beating=no
-Heartbeat timeout on H2; xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxHeartbeat timeout on H0 ->
-xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxHeartbeat timeout on H0 -> primary/beating=no
-LID: 0.18 LG:H1 RID: 0x48(72) RG:H0 LS 0 -> secondary/cable=no
-LID: 0.18 LG:H1 RID: 0x48(72) RG:H0 LS g ->
-LID: 0.18 LG:H1 RID: 0x48(72) RG:H0 LS a -> secondary/cable=yes
-LID: 0.18 LG:H0 RID: INVALID_HID RG:H0 LS 1 -> primary/cable=no
-LID: 0.18 LG:H2 RID: 0x40(64) RG:H0 LS 1; LID: 0.18 LG:H0 RID: 0x40(64) LS 1; LID: 0.18 LG:H0 0x40(64) RG:H0 LS 1;
-    LID: 0.18 H0 RID: 0x40(64) RG:H0 LS 1; LID: 0.18 LG:H0 RID: 0x40(64) RG:H0 1 ->
-OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid false -> secondary/described=no secondary/stream=no
-OnKLVStreamChanged Port Sec Korvo  Stream OTHER  Valid true; OnKLVStreamChanged Port Sec Korvo  LOCAL_LINK  Valid true;
-    OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid maybe;
-    OnKLVStreamChanged Port UNKNOWN 9  Stream LOCAL_LINK  Valid true ->
-OnKLVStreamChanged Port UNKNOWN 9  Stream UPDATE_LINK  Valid true -> /module/updateService=yes
-OnKLVStreamChanged Port ORB PORT  Stream LOCAL_LINK  Valid false -> orb/stream=no
-LinkManager::OnLocalHidChanged Hid Now Is 0.18:8000 -> /module/hid=0.18:8000
-KORVO NETWORK CONNECTION true -> /module/network=yes
-KORVO NETWORK CONNECTION false -> /module/network=no
-Setting UDP timeout on Gige port H7  to 2000;
-    DeviceManager::OnDeviceChanged Hid 0.48:8000  Port Sec Korvo  Local IP 0.12.0.1 Rem IP 0.12.0.254;
-    DeviceManager::OnDeviceChanged Hid 0.48:8000  Port Sec Korvo  Rem IP 0.12.0.254 Link Type AoIP;
-    DeviceManager::OnDeviceChanged Hid 0.32:1  Port UNKNOWN 9  Local IP 1 Rem IP 2 Link Type AoIP ->
-DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.8.0.2 Rem IP 0.8.0.253 Link Type OrbDsp ->
-    primary/beating=yes primary/cable=yes primary/check=not_needed primary/described=no
-    primary/localAddress=0.8.0.2 primary/remoteAddress=0.8.0.253 primary/type=OrbDsp
-SystemWithStderr: command:route add -host 0.32.5.0 k2link0, err_file:x -> primary/described=yes
-DeviceManager::OnDeviceChanged Hid 0.32:1  Port Pri Korvo  Local IP 0.0.0.0 Rem IP 0.0.0.0 Link Type Unknown(0) ->
-    primary/beating=no primary/check=no primary/described=no primary/localAddress= primary/neighbour=
-    primary/remoteAddress= primary/type=
-)",
-                     [this](const std::string& line) {
-                         const std::string changes = Log(line);
-                         return changes.empty() ? Lines() : Lines{changes.substr(1)};
-                     });
+    ExpectTranscript(GetParam().script, [this](const std::string& line) {
+        const std::string changes = Log(line);
+        return changes.empty() ? Lines() : Lines{changes.substr(1)};
+    });
 }
+INSTANTIATE_TEST_SUITE_P(, LogLines, testing::ValuesIn(ScenesOf(PictureScenes)), NameOfScene);
 
 TEST_F(Module, TheListingsTellWhatTheLogHasNot)
 {

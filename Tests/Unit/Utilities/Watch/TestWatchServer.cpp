@@ -4,6 +4,7 @@
 #include "Tests/Support/LoopbackPeer.h"
 #include "Tests/Support/ParsedOptions.h"
 #include "Tests/Support/Transcript.h"
+#include "Tests/Unit/Utilities/Watch/Polling.scenes.h"
 #include "Utilities/Watch/Program.h"
 
 #include <boost/asio/read_until.hpp>
@@ -197,7 +198,7 @@ private:
 
 const std::string Round = "sio sr ps rs adma/status clock/status clock/active";
 
-/// What the module is sent, and what an open page is told of it: the contact, whether Information is on, the long
+/// What the module is sent, and what an open page shows of it: the contact, whether Information is on, the long
 /// listings, restarts, rounds, and whether the log is spared.
 class Polling : public Site, public testing::WithParamInterface<Scene>
 {
@@ -250,117 +251,7 @@ TEST_P(Polling, AsksWhenItShould)
     ExpectTranscript(GetParam().script, [this](const std::string& event) { return Play(event); });
 }
 
-INSTANTIATE_TEST_SUITE_P(Scenes, Polling,
-                         testing::Values(Scene{"OnlyWhenSomebodyLooksAndWhenTheLogMoves", R"(
-log nobody sees this -> connect tail false version tail true
-at 100; get /healthz -> 200
-get /api/state -> round 200
-get /metrics -> 200
-at 1099 ->
-at 1100 -> round
-at 3099 ->
-at 3100 -> round
-at 63099 ->
-at 63100 -> round
-log a; at 64000 ->
-at 64100 -> round
-at 100100; at 123200; log not looked at; at 123300 ->
-get /api/state -> round 200
-log c; at 123400 ->
-at 124299 ->
-at 124300 -> round
-)"},
-                                         Scene{"WhileAPatchAwaitsItsAnswer", R"(
-ps 0; at 1000; get /metrics -> connect tail false version tail true; round 200
-log a; at 1100 ->
-at 1999 ->
-at 2000 -> round
-at 3000 -> round
-at 61099; get /metrics -> round; 200
-at 62098 ->
-at 62099 -> round
-at 63099 ->
-)"},
-                                         Scene{"TheClocksWhileAPageIsOpen", R"(
-page -> connect tail false version tail true round <live true  0 0 false>
-at 49 ->
-at 50 -> <live true  0 1 false> <     Internal>
-at 999 ->
-active Wordclock; at 1000 -> clocks
-at 1050 -> <     Wordclock>
-at 59999 -> clocks
-at 60998 ->
-at 60999 -> round
-at 61050 -> <live true  0 2 false>
-at 599000 -> clocks
-at 600000 -> round
-at 604999 -> <live true  0 3 false>
-at 605000 -> clocks
-leave; at 605001; at 700000 ->
-)"},
-                                         Scene{"WithoutInformation", R"(
-omit log; get /metrics -> connect tail false version tail true; sio
-at 899 ->
-at 900 -> 200
-at 1999 ->
-at 2000 -> (clock/active) (rs) (adma/status) (clock/status) (clock/active) sio
-page; at 2050 -> <live false  0 1 false> <     Internal>
-at 3999 ->
-at 4000 -> (clock/active) (rs) (adma/status) (clock/status) (clock/active) clock/status
-no log; log back; at 5000 -> <live false  0 2 false>
-at 6000 -> (clock/active) (clock/status) (clock/active) round
-at 8000; at 8050 -> round <live true  0 3 false>; <live true  0 4 false>
-at 9000 -> round
-)"},
-                                         Scene{"ALongListing", R"(
-rs 4100; page -> connect tail false version tail true; sio sr ps rs (rs) adma/status clocks <live true  0 0 false>
-at 50 -> <live true "rs" 0 1 false> <     Internal>
-rs 3899; log x; at 150; at 1000 -> sio sr ps (rs) adma/status clocks
-at 1050 -> <live true "rs" 0 2 false>
-rs 3898; log x; at 1150; at 2000 -> sio sr ps (rs) adma/status clocks
-at 2050 -> <live true  0 3 false>
-log x; at 2150; at 3150 -> round
-)"},
-                                         Scene{"SilentAwayAndBack", R"(
-page; at 50 -> connect tail false version tail true round <live true  0 0 false>; <live true  0 1 false> <     Internal>
-omit answer; log look again; at 150; at 999 ->
-at 1000 -> sio
-get /api/state ->
-at 1899 ->
-at 1900 -> 200
-at 2999 ->
-at 3000 -> (clock/active)
-at 7999; get /metrics ->
-at 8000; get /healthz -> 200; 503
-at 8050 -> <silent true  0 1 false>
-get /metrics -> 200
-at 37999 ->
-at 38000 -> end
-at 38050 -> <away true  0 1 false>
-at 38999 ->
-no answer; at 39000 -> connect tail false version tail true round
-at 39050 -> <live true  1 2 false>
-omit greet; close; at 39100 -> <away true  1 2 false>
-get /api/state -> 200
-at 40049 ->
-at 40050 -> connect
-at 45049 ->
-at 45050 ->
-at 45100 -> <silent true  1 2 false>
-at 75049 ->
-at 75050 -> end
-at 75100 -> <away true  1 2 false>
-no greet; at 76050 -> connect tail false version tail true round
-omit answer; at 77050; at 137000; get /metrics -> clock/status <live true  2 3 false>; (clock/active)
-close -> 200
-)"},
-                                         Scene{"TheLogIsSpared", R"(
-ps 543866; page -> connect tail false version tail true; round <live true  0 0 false>
-at 50 -> <live true  0 1 true> <     Internal>
-at 9999 ->
-at 10000 -> clocks
-)"}),
-                         NameOfScene);
+INSTANTIATE_TEST_SUITE_P(Scenes, Polling, testing::ValuesIn(ScenesOf(PollingScenes)), NameOfScene);
 
 /// Whatever a browser asks for, in whatever form, the module is sent listings and nothing else.
 TEST_F(Site, NoRequestBringsForthAnotherCommand)

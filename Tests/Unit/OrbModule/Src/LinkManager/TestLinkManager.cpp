@@ -5,6 +5,8 @@
 #include "Tests/Support/Await.h"
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/RecordingComms.h"
+#include "Tests/Support/Transcript.h"
+#include "Tests/Unit/OrbModule/Src/LinkManager/LinkManager.scenes.h"
 
 #include <boost/asio.hpp>
 #include <filesystem>
@@ -221,6 +223,9 @@ rack 0x23; plug 0 -> ifconfig k2link0 down; ifconfig k2link1 down)");
     std::array<udp::endpoint, 2> mModule;
 };
 
+class LinkManagerScene : public LinkManagerTest, public testing::WithParamInterface<Scene>
+{};
+
 } // namespace
 
 /// The driver of the simulation, if there is one.
@@ -232,15 +237,11 @@ int ConnectLinkDriverSocket(nl_sock* socket)
     return result;
 }
 
-TEST_F(LinkManagerTest, WhatAGoneLinkHasPostedIsVoidAndABoxBecomesKnownOnceUntilItIsLost)
+TEST_P(LinkManagerScene, Plays)
 {
-    Play(R"(
-box 0; wait 0 3; unplug 0 -> lost H0 1.2:1 Unknown(0)
-plug 0; box 0; box 0; box2 0 -> new H0 127.0.0.1 H7 127.0.0.2 1.2:1 Modular; internals 1.2:1 11; beat 0; beat 0;
-  internals 1.2:1 12; beat 0
-timeout 0 200; box2 0 -> beat 0; lost H0 1.2:1 Modular
-box 0 -> new H0 127.0.0.1 H7 127.0.0.2 1.2:1 Modular; internals 1.2:1 11; beat 0; lost H0 1.2:1 Modular)");
+    Play(GetParam().script);
 }
+INSTANTIATE_TEST_SUITE_P(, LinkManagerScene, testing::ValuesIn(ScenesOf(LinkManagerScenes)), NameOfScene);
 
 TEST_F(LinkManagerTest, TheFirstBeatLeavesAtOnceAndOneThatCannotLeaveIsTheLast)
 {
@@ -333,16 +334,6 @@ unplug 1 -> lost H1 0x204(516) Unknown(0); P0 notification 3
 plug 1; orb 1; orb 1; wait 1 3 -> log ORB detected on downstream ports IGNORING)");
 }
 
-TEST_F(LinkManagerTest, AMalformedHeartbeatStopsReceptionUntilTheTimeout)
-{
-    // After the second time-out there is no other receive than the one that was under way.
-    Play(R"(
-timeout 0 200; malformed 0; box 0 -> lost H0 0x204(516) Unknown(0);
-  new H0 127.0.0.1 H7 127.0.0.2 1.2:1 Modular; internals 1.2:1 11; beat 0; lost H0 1.2:1 Modular;
-  log Received malformed HB on H0 (received 13 bytes instead of 12)
-malformed 0; box 0; wait 0 3 -> log Received malformed HB on H0 (received 13 bytes instead of 12))");
-}
-
 TEST_F(LinkManagerTest, ANeighbourIsNotTakenUpWhileItsStreamIsClosing)
 {
     mComms.mState = StreamState::Closing;
@@ -379,30 +370,6 @@ TEST_F(LinkManagerTest, PortsOutOfRangeAreAssertionsAndNoMore)
     EXPECT_TRUE(mLog.Has("No heartbeat timer running on Gige port H1 , ignoring timeout settings\n"));
     mManager.HandleHeartbeatTimeout(1, {});
     EXPECT_TRUE(mLog.Has("HandleHeartbeatTimeout: No connection on local Gige port H1  to destroy\n"));
-}
-
-TEST_F(LinkManagerTest, ThePortsComeUpWithTheLocalDeviceAndRoutersAreIgnoredAfterTheAllowance)
-{
-    // A second identity brings the ports up again, and the timer starts anew, as it does with a new allowance.
-    Play(R"(
-device 1 0x230001; device 0 0x234000; allowance 0xFFFFFFFF ->
-device 0 0x230001 -> ifconfig k2link0 up; ifconfig k2link1 up; log Start Router Ignore Timer
-rack 0x23 -> ifconfig k2link0 down; ifconfig k2link1 down; ifconfig k2link0 up; ifconfig k2link1 up;
-  log Start Router Ignore Timer
-allowance 0xFFFFFFFF; router44 0 -> P0 notification 0; master 0.35:0; P0 restart 00230100;
-  log Start Router Ignore Timer; log Network at incompatible base rate... Our Rate 48kHz Network Rate 44.1kHz;
-  log Router detected on downstream ports IGNORING.
-allowance 0; rack 0x23 -> ifconfig k2link0 down; ifconfig k2link1 down; ifconfig k2link0 up; ifconfig k2link1 up)");
-}
-
-TEST_F(LinkManagerTest, WithoutAnAllowanceRoutersAreIgnoredAsSoonAsThePortsAreUpButOneThatComesJustInTimeIsFollowed)
-{
-    // When the router comes, the time that routers have is over, but its end has not been handled yet.
-    Play(R"(
-device 0 0x230001; router 0; wait 0 3 => ifconfig k2link0 up; ifconfig k2link1 up; log Start Router Ignore Timer
- -> master 1.2:8000; new H0 127.0.0.1 H7 127.0.0.2 1.2:8000 Router; internals 1.2:8000 1020003; beat 0
-rack 0x23 -> ifconfig k2link0 down; ifconfig k2link1 down; ifconfig k2link0 up; ifconfig k2link1 up; master 0.35:0;
-  P0 restart 00230100; log Start Router Ignore Timer)");
 }
 
 TEST_F(LinkManagerTest, TheScanFollowsTheDriverItsReportsAndItsRestart)

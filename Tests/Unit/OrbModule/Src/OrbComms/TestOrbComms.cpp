@@ -311,7 +311,7 @@ TEST_F(CommsTest, APeersCloseIsReportedTwiceAndAReadErrorOnce)
         mComms->Disconnect(255);
         Expect({"255 LOCAL_LINK 127.0.0.2 false"});
     }
-    // One that this side opened would connect again, and is told that it must not.
+    // One that this side opened would connect again, so that is forbidden.
     const LoopbackListener server;
     mComms->Connect(Loopback, 1, server.GetPort());
     LoopbackPeer peer = server.Accept();

@@ -27,7 +27,7 @@ const DeviceNames Names({{"unit", 0xC0018000},
                          {"nobody", 0xC0090001}});
 
 /// Plays what happens to the controller. The directory answers as the real one does, also for the own unit's devices.
-/// After what is done comes how many faults the log tells of.
+/// After what is done comes the number of faults in the log.
 ///
 ///     [PORT] make|break SOURCE [at LINK[SLOTS]] to DEST    a command, from port 0 if none is named
 ///     [PORT] success DEST, retry DEVICE, ping, null        other commands, and each without content
