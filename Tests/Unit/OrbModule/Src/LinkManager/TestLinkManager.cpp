@@ -245,6 +245,7 @@ INSTANTIATE_TEST_SUITE_P(, LinkManagerScene, testing::ValuesIn(ScenesOf(LinkMana
 
 TEST_F(LinkManagerTest, TheFirstBeatLeavesAtOnceAndOneThatCannotLeaveIsTheLast)
 {
+    EXPECT_EQ(LinkEnvironment().heartbeatPeriod, milliseconds(300)) << "neighbours count on it";
     LinkEnvironment slow = mEnvironment;
     slow.heartbeatPeriod = std::chrono::hours(1);
     LinkManager manager(mService, 2, mComms, slow);
