@@ -128,6 +128,10 @@ TEST_F(KLVTCPStreamTest, ItemsOfEveryLengthArriveWholeHoweverTheyAreSplit)
     EXPECT_EQ(stream.mKeys.front(), Key + 9);
     EXPECT_EQ(stream.mOverflows, 6);
     EXPECT_GT(stream.mReads, 0);
+    EXPECT_TRUE(stream.IsStreamConnected());
+    EXPECT_FALSE(stream.WasShutdownLocally());
+    mPeer.Close();
+    EXPECT_TRUE(PassUntilGone());
 }
 
 TEST_F(KLVTCPStreamTest, ItemsOfOtherKeyTypesAndWhatAReaderLeavesAreSkippedWholeAndCounted)
@@ -159,19 +163,6 @@ TEST_F(KLVTCPStreamTest, AHeaderThatPromisesMoreThan16MiBClosesTheStream)
     ASSERT_TRUE(PassUntilGone());
     EXPECT_TRUE(mPeer.WaitForEnd());
     EXPECT_EQ(mLog.Count("KLVTCPStream from 127.0.0.1 closed: an item of 16777217 bytes is announced\r\n"), 1u);
-}
-
-TEST_F(KLVTCPStreamTest, EndsByThePeerAndByThisSide)
-{
-    for (const bool byPeer : {true, false}) {
-        KeepingStream& stream = AcceptStream();
-        EXPECT_TRUE(stream.IsStreamConnected());
-        stream.SetFlushBeforeClose(false);
-        byPeer ? mPeer.Close() : stream.ShutdownStreamViaHandler();
-        EXPECT_EQ(stream.WasShutdownLocally(), !byPeer);
-        ASSERT_TRUE(PassUntilGone());
-        EXPECT_EQ(mLog.HasStart("*** KLVTCPStream::ShutdownStreamViaHandler "), !byPeer);
-    }
 }
 
 TEST_F(KLVTCPStreamTest, TheLocalAddressTellsNodeAndRoleOfThePeer)
@@ -272,6 +263,8 @@ TEST_F(KLVTCPStreamTest, GathersUntilTheBufferIsFullUntilCommitOrUntilSilence)
     EXPECT_EQ(sTimers.GetTimeToNext(), (std::pair<std::int32_t, std::int32_t>(0, 20000)));
     stream.SetFlushBeforeClose(false);
     stream.ShutdownStreamViaHandler();
+    EXPECT_TRUE(stream.WasShutdownLocally());
+    EXPECT_TRUE(mLog.HasStart("*** KLVTCPStream::ShutdownStreamViaHandler "));
     ASSERT_TRUE(PassUntilGone());
     EXPECT_EQ(sTimers.GetTimeToNext(), others) << "no timer is left of a stream that is gone";
 }
