@@ -18,17 +18,16 @@ using std::chrono::milliseconds;
 /// Little-endian, as the machines are that this runs on; in words, so that it lies where a datagram would.
 using Words = std::vector<std::uint32_t>;
 
-K2LinkStatus Read(const Words& words, std::size_t bytes = 0)
+/// Reads some messages, or that many bytes of them.
+K2LinkStatus Read(const std::vector<Words>& messages, std::size_t bytes = 0)
 {
+    Words words;
+    for (const Words& message : messages)
+        words.insert(words.end(), message.begin(), message.end());
     K2LinkStatus status;
     K2LinkDriver::ReadReport(reinterpret_cast<const std::uint8_t*>(words.data()), bytes != 0 ? bytes : words.size() * 4,
                              status);
     return status;
-}
-Words operator+(Words first, const Words& second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
 }
 
 // Length, type and flags, sequence, port; command and version; then attributes, each length and type, value.
@@ -54,15 +53,15 @@ TEST(LinkReportTest, EachAttributeReachesItsFieldAnAbsentOneKeepsItsDefaultAndAL
         return std::tuple(status.Port, status.RemoteId, status.RemotePort, status.LinkState, status.FsiEndpoint,
                           status.AdmaEndpoint);
     };
-    EXPECT_EQ(fields(Read(Whole)), std::tuple(1u, 0x50u, 7u, 0xABCDu, 0x20u, 2u));
-    EXPECT_EQ(fields(Read(OnlyRemotePort)), std::tuple(0xFFFFFFFFu, 0u, 9u, 0u, 0u, 0u));
-    EXPECT_EQ(fields(Read(Whole + OnlyRemotePort)), std::tuple(1u, 0x50u, 9u, 0xABCDu, 0x20u, 2u));
+    EXPECT_EQ(fields(Read({Whole})), std::tuple(1u, 0x50u, 7u, 0xABCDu, 0x20u, 2u));
+    EXPECT_EQ(fields(Read({OnlyRemotePort})), std::tuple(0xFFFFFFFFu, 0u, 9u, 0u, 0u, 0u));
+    EXPECT_EQ(fields(Read({Whole, OnlyRemotePort})), std::tuple(1u, 0x50u, 9u, 0xABCDu, 0x20u, 2u));
 }
 
 TEST(LinkReportTest, ErrorsAndMalformedMessagesAreLoggedAndPassedOver)
 {
     LogRecorder log{DebugFeature::CommsDebug};
-    EXPECT_EQ(Read(ErrorReply + ShortAttribute + OnlyRemotePort).RemotePort, 9u);
+    EXPECT_EQ(Read({ErrorReply, ShortAttribute, OnlyRemotePort}).RemotePort, 9u);
     EXPECT_THAT(log.Lines(), testing::ElementsAre("Error reply returned: No such file or directory\n",
                                                   testing::StartsWith("Failed to parse reply to netlink message: ")));
 }
@@ -70,9 +69,9 @@ TEST(LinkReportTest, ErrorsAndMalformedMessagesAreLoggedAndPassedOver)
 TEST(LinkReportTest, ADatagramThatIsCutGivesNothing)
 {
     for (std::size_t size = 1; size < 68; ++size)
-        EXPECT_EQ(Read(Whole, size).Port, 0xFFFFFFFFu) << size;
-    EXPECT_EQ(Read({6800, 0x0022, 0, 0, 0x0101, 0x00010008, 1}).Port, 0xFFFFFFFFu) << "a length that is too large";
-    EXPECT_EQ(Read({0, 0x0022, 0, 0}).Port, 0xFFFFFFFFu) << "no length";
+        EXPECT_EQ(Read({Whole}, size).Port, 0xFFFFFFFFu) << size;
+    EXPECT_EQ(Read({{6800, 0x0022, 0, 0, 0x0101, 0x00010008, 1}}).Port, 0xFFFFFFFFu) << "a length that is too large";
+    EXPECT_EQ(Read({{0, 0x0022, 0, 0}}).Port, 0xFFFFFFFFu) << "no length";
 }
 
 TEST(K2LinkDriverTest, ItIsCurrentUnlessItHasLostReportsAndNoDriverHoldsIt)

@@ -12,7 +12,7 @@ namespace {
 K2Heartbeat::LinkState Packet(std::uint8_t type, std::uint32_t variant)
 {
     const auto byte = [variant](int i) { return static_cast<std::uint8_t>(variant >> (8 * i)); };
-    const std::uint8_t bytes[] = {0x00, 0x80, 0x02, 0x01, type, 0, 0, 0, byte(0), byte(1), byte(2), byte(3)};
+    const std::uint8_t bytes[] = {0x00, 0x80, 0x02, 0x01, type, 0xAA, 0xBB, 0xCC, byte(0), byte(1), byte(2), byte(3)};
     return K2Heartbeat::LinkState(bytes);
 }
 
