@@ -32,17 +32,6 @@ protected:
         mSender.send_to(boost::asio::buffer(bytes), {boost::asio::ip::address_v4::loopback(), mDispatcher.GetPort()});
     }
     void SendTime(char time) { Send(std::string("\x14", 1) + time + std::string(3, '\0')); }
-    /// The dispatcher's own, by its port.
-    int FindDescriptor() const
-    {
-        for (int fd = 0; fd < 1024; ++fd) {
-            sockaddr_in address{};
-            socklen_t size = sizeof address;
-            const bool isOpen = getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-            if (isOpen && ntohs(address.sin_port) == mDispatcher.GetPort()) return fd;
-        }
-        return -1;
-    }
     void RunUntil(const std::function<bool()>& condition)
     {
         while (!condition() && mService.run_one_for(std::chrono::seconds(10)) > 0) {
@@ -57,8 +46,14 @@ protected:
     }
 
     boost::asio::io_service mService;
-    UDPDispatcher mDispatcher{mService, 0};
     udp::socket mSender{mService, udp::v4()};
+    /// The dispatcher's socket gets the lowest that is free.
+    const int mDescriptor = [this] {
+        const int lowest = ::dup(mSender.native_handle());
+        ::close(lowest);
+        return lowest;
+    }();
+    UDPDispatcher mDispatcher{mService, 0};
     std::vector<std::uint32_t> mTimes;
     LogRecorder mLog;
 };
@@ -82,11 +77,11 @@ TEST_F(UDPDispatcherTest, OnlyWholeMessagesOfAKnownNumberGetThroughAndReceptionG
 TEST_F(UDPDispatcherTest, AFaultThatLastsIsOneLineAndReceptionGoesOn)
 {
     const auto faults = [this] { return mLog.Count("UDPDispatcher::ReceivePacket Error Connection refused\n"); };
-    const auto fail = [fd = FindDescriptor()] {
+    const auto fail = [this] {
         const int on = 1;
-        setsockopt(fd, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
+        setsockopt(mDescriptor, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
         const udp::endpoint nobody(boost::asio::ip::address_v4::loopback(), 9);
-        ::sendto(fd, "x", 1, 0, nobody.data(), static_cast<socklen_t>(nobody.size()));
+        ::sendto(mDescriptor, "x", 1, 0, nobody.data(), static_cast<socklen_t>(nobody.size()));
     };
     for (std::size_t fault = 1; fault <= 2; ++fault) {
         fail();
@@ -121,15 +116,11 @@ TEST_F(UDPDispatcherTest, EachSlotOfANumberIsCalledAndOneThatThrowsDoesNotEndRec
 TEST(FabricMessageTest, BytesOfAMessage)
 {
     const NetworkTimeMessage time("\x99\x78\x56\x34\xF2");
-    std::array<char, 5> bytes{};
-    time.Serialise(bytes.data());
-    EXPECT_EQ(time.GetSize(), 5u);
-    EXPECT_THAT(bytes, ElementsAre('\x14', '\x78', '\x56', '\x34', '\xF2'));
-
     Other other("\x07\x08");
-    other.Serialise(bytes.data());
-    EXPECT_EQ(other.GetSize(), 2u);
-    EXPECT_THAT(bytes, ElementsAre('\x07', '\x08', '\x56', '\x34', '\xF2'));
+    std::string bytes(time.GetSize() + other.GetSize(), '_');
+    time.Serialise(&bytes[0]);
+    other.Serialise(&bytes[5]);
+    EXPECT_EQ(bytes, "\x14\x78\x56\x34\xF2\x07\x08");
     std::vector<unsigned char> out;
     testing::internal::CaptureStdout();
     other.GetUDP(out);
