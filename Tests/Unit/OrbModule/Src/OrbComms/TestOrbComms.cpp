@@ -8,8 +8,12 @@
 #include "Tests/Support/LogRecorder.h"
 #include "Tests/Support/LoopbackPeer.h"
 #include "Tests/Support/MemoryStream.h"
+#include "Tests/Support/Transcript.h"
+#include "Tests/Unit/OrbModule/Src/OrbComms/OrbComms.scenes.h"
 #include "Timers/Source/EventTimerManager.h"
 
+#include <boost/algorithm/string/join.hpp>
+#include <boost/algorithm/string/trim_all.hpp>
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -21,10 +25,15 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
 using Ping = std::shared_ptr<OstrelPingCmd const>;
 
 constexpr std::uint32_t Loopback = 0x7F000001;
+/// None has an interface, and the listeners take any.
+const OrbKLVComms::Ports NoPorts{{"none", "none", "none"}, 0, 0, 1};
+const std::map<std::string, StreamType> Types = {{"LOCAL_LINK", StreamType::LOCAL_LINK},
+                                                 {"MASTER_LINK", StreamType::MASTER_LINK},
+                                                 {"SLAVE_LINK", StreamType::SLAVE_LINK},
+                                                 {"UPDATE_LINK", StreamType::UPDATE_LINK}};
 const std::string IoInfoReqBytes("\x20\x03\x00\x28\x00\x00\x00\x00", 8);
 
 std::string WordBytes(std::size_t word)
@@ -69,7 +78,7 @@ protected:
         mComms->ConnectKLVStreamChanged([this](UINT8GIGEPORT port, StreamType type, std::uint32_t address, bool valid) {
             std::ostringstream line;
             line << unsigned{port} << " " << type << AddressText(address) << " " << FlagText(valid);
-            mChanges.push_back(line.str());
+            mDone.push_back(line.str());
         });
     }
     /// Runs the main service until it is so; false if that takes 20 s.
@@ -80,32 +89,79 @@ protected:
             mService.run_one_for(std::chrono::milliseconds(20));
         });
     }
-    /// Waits for that many changes, and takes all there are.
-    void Expect(const Lines& changes)
+    /// Plays a script: each line has events and, after an arrow, all that comes of them.
+    ///
+    ///     start SERVICE                 anew; adjacent, master and update have the TCP port of the first server,
+    ///                                   0 to 2 is a port that has the interface of loopback
+    ///     join PEER [SOURCE [HOST]]     connects to the listener for neighbours; master ...: to that for masters
+    ///     open PEER PORT [SERVER]       a stream from this side to the first server, or to the second, 1
+    ///     close PEER, reset PEER, disconnect PORT, end-updates
+    ///     ended PEER, was-reset PEER    must be so
+    ///     send PEER PORT TYPE, address PORT, log PART    whether a command arrives, an address, lines of the log
+    void Play(const std::string& script)
     {
-        RunUntil([&] { return mChanges.size() >= changes.size(); });
-        EXPECT_EQ(std::exchange(mChanges, {}), changes);
+        std::istringstream lines(std::regex_replace(script, std::regex("\n +"), " "));
+        for (std::string line; std::getline(lines, line);) {
+            std::smatch parts;
+            if (!std::regex_match(line, parts, std::regex("(.*) -> ?(.*)"))) continue;
+            const auto start = std::chrono::steady_clock::now();
+            std::istringstream events(parts[1]);
+            for (std::string event; std::getline(events >> std::ws, event, ';');)
+                Do(event);
+            RunUntil([&] { return boost::join(mDone, "; ") == parts[2]; });
+            EXPECT_EQ(boost::join(std::exchange(mDone, {}), "; "), parts[2]) << line;
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4)) << "nothing lingers";
+        }
     }
-    /// A peer that the comms have accepted.
-    LoopbackPeer Join(const std::string& source = "127.0.0.1")
+    void Do(const std::string& event)
     {
-        LoopbackPeer peer = ConnectAdjacent(source);
-        Expect({"255 LOCAL_LINK " + source + " true"});
-        return peer;
+        std::istringstream words(event);
+        std::string verb, name, third = "127.0.0.1", fourth = "127.0.0.1";
+        words >> verb >> name >> third >> fourth;
+        const auto port = [](const std::string& text) { return static_cast<UINT8GIGEPORT>(std::stoul(text)); };
+        LoopbackPeer& peer = mPeers[name];
+        if (verb == "start") StartWith(name);
+        if (verb == "join") peer = LoopbackPeer::ConnectTo(mComms->GetPorts().adjacentRouter, fourth, third);
+        if (verb == "master") peer = LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter, fourth, third);
+        if (verb == "open") {
+            const LoopbackListener& server = mServers[fourth == "1" ? 1 : 0];
+            mComms->Connect(Loopback, port(third), server.GetPort());
+            peer = server.Accept();
+        }
+        if (verb == "close") peer.Close();
+        if (verb == "reset") peer.Reset();
+        if (verb == "disconnect") mComms->Disconnect(port(name));
+        if (verb == "end-updates") mComms->Disconnect(Loopback, StreamType::UPDATE_LINK);
+        EXPECT_TRUE(verb != "ended" || peer.WaitForEnd()) << event;
+        EXPECT_TRUE(verb != "was-reset" || (LoopbackPeer::WaitFor(peer.GetFd(), 0) & POLLERR) != 0) << event;
+        if (verb == "send") mDone.push_back(Reaches(port(third), peer, Types.at(fourth)) ? "arrived" : "no");
+        if (verb == "address") mDone.push_back(AddressText(mComms->GetPortAddress(port(name))));
+        for (std::string line : mLog.Lines()) {
+            boost::trim_all(line);
+            if (verb == "log" && line.find(event.substr(4)) != std::string::npos) mDone.push_back(line);
+        }
     }
-    LoopbackPeer ConnectAdjacent(const std::string& source = "127.0.0.1") const
+    void StartWith(const std::string& service)
     {
-        return LoopbackPeer::ConnectTo(mComms->GetPorts().adjacentRouter, "127.0.0.1", source);
+        mPorts = NoPorts;
+        const std::uint16_t taken = mServers[0].GetPort();
+        if (service == "adjacent") {
+            mPorts.adjacentRouter = taken;
+        } else if (service == "master") {
+            mPorts.masterRouter = taken;
+        } else if (service == "update") {
+            mPorts.updateService = taken;
+        } else {
+            mPorts.interfaces[std::stoul(service)] = "lo";
+        }
+        Start();
+        EXPECT_EQ(mComms->GetPorts().masterRouter == 0, service == "adjacent") << "not listened on";
     }
-    StreamState GetState(UINT8GIGEPORT port)
+    LoopbackPeer ConnectAdjacent() const { return LoopbackPeer::ConnectTo(mComms->GetPorts().adjacentRouter); }
+    /// Whether a command that is sent on a stream arrives.
+    bool Reaches(UINT8GIGEPORT port, const LoopbackPeer& peer, StreamType type = StreamType::LOCAL_LINK)
     {
-        return mComms->GetState(StreamName::OnPort(StreamType::LOCAL_LINK, port));
-    }
-    /// Whether a command that is sent on a port arrives.
-    bool Reaches(UINT8GIGEPORT port, const LoopbackPeer& peer, StreamType type = StreamType::LOCAL_LINK,
-                 std::uint32_t address = 0)
-    {
-        return mComms->SendCmd(port, IoInfoReq(), type, address) && peer.Receive(8) == IoInfoReqBytes;
+        return mComms->SendCmd(port, IoInfoReq(), type, Loopback) && peer.Receive(8) == IoInfoReqBytes;
     }
 
     DescriptorCheck mDescriptorCheck;
@@ -113,13 +169,24 @@ protected:
     boost::asio::io_service mService;
     OrbCommandProcessor mProcessor{mService};
     OrbSimpleStreamContainer mStreams;
-    OrbKLVComms::Ports mPorts{{"none", "none", "none"}, 0, 0, 1};
+    OrbKLVComms::Ports mPorts = NoPorts;
     std::unique_ptr<OrbKLVComms> mComms;
-    /// "port TYPE address valid"
-    Lines mChanges;
+    /// Changes of streams ("port TYPE address valid"), and what the test asked for.
+    Lines mDone;
+    std::map<std::string, LoopbackPeer> mPeers;
+    const LoopbackListener mServers[2];
 };
 
+class CommsScene : public CommsTest, public testing::WithParamInterface<Scene>
+{};
+
 } // namespace
+
+TEST_P(CommsScene, Plays)
+{
+    Play(GetParam().script);
+}
+INSTANTIATE_TEST_SUITE_P(, CommsScene, testing::ValuesIn(ScenesOf(OrbCommsScenes)), NameOfScene);
 
 TEST_F(CommsTest, ACommandReachesAllItsSlotsDecodedInOrderOnTheMainThread)
 {
@@ -176,42 +243,6 @@ TEST_F(CommsTest, ACommandThatCannotBeReadClosesItsStreamAndExceptionsEndNeither
     EXPECT_EQ(names, (Lines{"", "a", "b"})) << "the damaged one is delivered with its defaults";
 }
 
-TEST_F(CommsTest, AnAcceptedStreamIsPlacedByItsAddressesAndTypedByItsPorts)
-{
-    const struct
-    {
-        unsigned loopbackPort;
-        bool master;
-        const char *host, *source, *change;
-    } cases[] = {
-        {0, false, "127.0.0.1", "127.0.0.9", "0 LOCAL_LINK 127.0.0.9 true"}, // this end has the port's address
-        {0, false, "127.0.0.2", "127.0.0.9", "255 LOCAL_LINK 127.0.0.9 true"},
-        {1, false, "127.0.0.1", "127.0.0.9", "1 LOCAL_LINK 127.0.0.9 true"}, // the peer is in the link's /24
-        {2, true, "127.0.0.1", "127.0.0.200", "2 MASTER_LINK 127.0.0.200 true"},
-        {1, false, "127.0.0.1", "127.0.1.1", "255 LOCAL_LINK 127.0.1.1 true"}, // neither
-    };
-    for (const auto& [loopbackPort, master, host, source, change] : cases) {
-        mPorts.interfaces = {"none", "none", "none"};
-        mPorts.interfaces[loopbackPort] = "lo";
-        Start();
-        const auto& ports = mComms->GetPorts();
-        const LoopbackPeer peer =
-            LoopbackPeer::ConnectTo(master ? ports.masterRouter : ports.adjacentRouter, host, source);
-        Expect({change});
-        const auto port = static_cast<UINT8GIGEPORT>(std::stoi(change));
-        EXPECT_TRUE(Reaches(port, peer, master ? StreamType::MASTER_LINK : StreamType::LOCAL_LINK));
-        mComms->Disconnect(port);
-        EXPECT_TRUE(peer.WaitForEnd());
-        mComms.reset();
-        mChanges.clear();
-    }
-    EXPECT_TRUE(mLog.Has("AddKLVStream Finding Port Sec Korvo  Sock Address 127.0.0.1 Port Address 127.0.0.1\r\n"));
-    EXPECT_TRUE(mLog.Has("Found Sec Korvo \r\n"));
-    Start();
-    EXPECT_EQ(mComms->GetPortAddress(1), Loopback);
-    EXPECT_EQ(mComms->GetPortAddress(2) + mComms->GetPortAddress(3), 0u);
-}
-
 TEST_F(CommsTest, TheirThreadRunsTheTimersWhenTheyAreDueAndAllElseBetween)
 {
     struct : IEventTimerHandler
@@ -225,39 +256,10 @@ TEST_F(CommsTest, TheirThreadRunsTheTimersWhenTheyAreDueAndAllElseBetween)
     const auto timer = timers.CreateTimer("test", &handler, 1, 1, 0, TimerUnits::Milliseconds);
     timers.Start(timer);
     Start();
-    Join();
+    Play("join a -> 255 LOCAL_LINK 127.0.0.1 true");
     EXPECT_TRUE(RunUntil([&] { return handler.runs > 50; })) << "more than one a second";
     mComms.reset();
     timers.Stop(timer->GetId());
-}
-
-TEST_F(CommsTest, AStreamThatThisSideOpensHasItsPortAndIsResetWhenItIsClosed)
-{
-    const LoopbackListener server;
-    for (const StreamType type : {StreamType::LOCAL_LINK, StreamType::SLAVE_LINK, StreamType::UPDATE_LINK}) {
-        mPorts.masterRouter = type == StreamType::SLAVE_LINK ? server.GetPort() : 0;
-        mPorts.updateService = type == StreamType::UPDATE_LINK ? server.GetPort() : 1;
-        Start();
-        mComms->Connect(Loopback, 1, server.GetPort());
-        const LoopbackPeer peer = server.Accept();
-        std::ostringstream stream;
-        stream << "1 " << type << "127.0.0.1 ";
-        Expect({stream.str() + "true"});
-        EXPECT_TRUE(type == StreamType::SLAVE_LINK ? Reaches(9, peer, type, Loopback) : Reaches(1, peer, type));
-        const auto asked = std::chrono::steady_clock::now();
-        mComms->Disconnect(1);
-        if (type == StreamType::UPDATE_LINK) {
-            EXPECT_TRUE(Reaches(1, peer, type));
-            mComms->Disconnect(Loopback, type);
-        }
-        EXPECT_NE(LoopbackPeer::WaitFor(peer.GetFd(), 0) & POLLERR, 0) << "an end without a reset is no error";
-        Expect({stream.str() + "false"});
-        EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4)) << "nothing lingers";
-        EXPECT_EQ(GetState(1), StreamState::None);
-        EXPECT_FALSE(mComms->SendCmd(1, IoInfoReq(), type, Loopback));
-    }
-    EXPECT_EQ(mLog.Count("OrbKLVComms::Disconnect NO Link LOCAL_LINK \r\n"), 2u);
-    EXPECT_TRUE(mLog.Has("Stream LOCAL_LINK  Port Pri Korvo  Not Found\r\n"));
 }
 
 // No pass of the comms closes this one, so that it stays for as long as it is looked at.
@@ -269,7 +271,7 @@ TEST_F(CommsTest, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTakesNo
     stream.SetPort(2);
     stream.SetStreamType(StreamType::LOCAL_LINK);
     mStreams.Store(stream);
-    EXPECT_EQ(GetState(2), StreamState::Open);
+    EXPECT_EQ(mComms->GetState(StreamName::OnPort(StreamType::LOCAL_LINK, 2)), StreamState::Open);
     EXPECT_FALSE(mComms->SendLocal(IoInfoReq(), 2));
     EXPECT_TRUE(mLog.Has("Attempt to write to unconnected stream 1 Port Sec Korvo \r\n"));
     mComms->Disconnect(0, StreamType::LOCAL_LINK);
@@ -281,83 +283,19 @@ TEST_F(CommsTest, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTakesNo
     EXPECT_FALSE(exists);
 }
 
-TEST_F(CommsTest, AFailedListenerDoesNoHarmAndTheFirstTakesTheSecondWithIt)
-{
-    const LoopbackListener taken;
-    for (const bool first : {false, true}) {
-        mPorts.adjacentRouter = first ? taken.GetPort() : 0;
-        mPorts.masterRouter = first ? 0 : taken.GetPort();
-        Start();
-        mComms->Connect(Loopback, 1, taken.GetPort());
-        const LoopbackPeer peer = taken.Accept();
-        Expect({first ? "1 LOCAL_LINK 127.0.0.1 true" : "1 SLAVE_LINK 127.0.0.1 true"});
-        EXPECT_EQ(mComms->GetPorts().masterRouter, mPorts.masterRouter) << "not listened on";
-    }
-    EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind MASTER_ROUTER_KLV listener\r\n"), 1u);
-    EXPECT_EQ(mLog.Count("OrbRouterKLVComms FAILED to bind ADJACENT_ROUTER_KLV listener\r\n"), 1u);
-}
-
-TEST_F(CommsTest, APeersCloseIsReportedTwiceAndAReadErrorOnce)
-{
-    const std::string end = "255 LOCAL_LINK 127.0.0.1 false";
-    for (const bool reset : {false, true}) {
-        LoopbackPeer peer = Join();
-        reset ? peer.Reset() : peer.Close();
-        // The next stream is reported after everything that the last one reported.
-        ASSERT_TRUE(RunUntil([&] { return mChanges.size() >= (reset ? 1 : 2); }));
-        const LoopbackPeer next = ConnectAdjacent("127.0.0.2");
-        const std::string last = "255 LOCAL_LINK 127.0.0.2 true";
-        Expect(reset ? Lines{end, last} : Lines{end, end, last});
-        mComms->Disconnect(255);
-        Expect({"255 LOCAL_LINK 127.0.0.2 false"});
-    }
-    // One that this side opened would connect again, so that is forbidden.
-    const LoopbackListener server;
-    mComms->Connect(Loopback, 1, server.GetPort());
-    LoopbackPeer peer = server.Accept();
-    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
-    peer.Reset();
-    Expect({"1 LOCAL_LINK 127.0.0.1 false", "1 LOCAL_LINK 127.0.0.1 false"});
-}
-
-TEST_F(CommsTest, ALaterStreamWithTheSameKeyReplacesTheEarlierOneAndOutlivesIt)
-{
-    LoopbackPeer first = Join();
-    const LoopbackPeer second = Join();
-    const LoopbackPeer master = LoopbackPeer::ConnectTo(mComms->GetPorts().masterRouter, "127.0.0.1", "127.0.0.2");
-    Expect({"255 MASTER_LINK 127.0.0.2 true"});
-    first.Close();
-    // The end is reported all the same.
-    Expect({"255 LOCAL_LINK 127.0.0.1 false", "255 LOCAL_LINK 127.0.0.1 false"});
-    EXPECT_EQ(mLog.Count("SKIPPING REMOVAL OF OLD KLV STREAM\r\n"), 2u);
-    EXPECT_TRUE(Reaches(255, second) && Reaches(255, master, StreamType::MASTER_LINK));
-}
-
 TEST_F(CommsTest, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
 {
     const std::uint16_t port = LoopbackListener().GetPort();
     for (int i = 0; i < 5; ++i)
         mComms->Connect(Loopback, 1, port);
-    const LoopbackListener server(port), other;
+    const LoopbackListener server(port);
     mComms->Connect(Loopback, 1, port);
     const auto asked = std::chrono::steady_clock::now();
     const LoopbackPeer peer = server.Accept();
     EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(4)) << "before the ordinary retry";
-    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
-    // One that is connected to again keeps one stream of ours, which are told apart by both ports.
-    mComms->Connect(Loopback, 2, port);
-    const LoopbackPeer onTwo = server.Accept();
-    Expect({"2 LOCAL_LINK 127.0.0.1 true"});
-    mComms->Connect(Loopback, 1, other.GetPort());
-    const LoopbackPeer elsewhere = other.Accept();
-    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
-    mComms->Connect(Loopback, 1, port);
-    const LoopbackPeer second = server.Accept();
-    Expect({"1 LOCAL_LINK 127.0.0.1 true", "1 LOCAL_LINK 127.0.0.1 false"});
-    EXPECT_TRUE(peer.WaitForEnd());
-    EXPECT_TRUE(Reaches(1, second));
-    Join("127.0.0.2"); // so no other has ended
-    EXPECT_FALSE(mLog.HasStart("OrbKLVComms::Connect ")) << "none is given up";
+    Play(" -> 1 LOCAL_LINK 127.0.0.1 true");
+    // No other has ended, and none is given up.
+    Play("join a 127.0.0.2; log OrbKLVComms::Connect -> 255 LOCAL_LINK 127.0.0.2 true");
 }
 
 TEST_F(CommsTest, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
@@ -369,10 +307,8 @@ TEST_F(CommsTest, ReportedPeersWithoutEndAreRefusedAndNeighboursNever)
     for (std::uint32_t i = 0; i < 17; ++i)
         mComms->Connect(Loopback + i, 1, 1);
     EXPECT_TRUE(mLog.WaitFor("OrbKLVComms::Connect 127.0.0.1 Port 1 given up before it connected\r\n"));
-    const LoopbackListener server;
-    mComms->Connect(Loopback, 1, server.GetPort());
-    const LoopbackPeer neighbour = server.Accept();
-    EXPECT_TRUE(RunUntil([&] { return Reaches(1, neighbour); }));
+    Do("open a 1");
+    EXPECT_TRUE(RunUntil([&] { return Reaches(1, mPeers["a"]); }));
     EXPECT_EQ(mLog.Count("OrbKLVComms::Connect 127.0.0.2 Port 1 given up before it connected\r\n"), 1u);
 }
 
@@ -401,7 +337,8 @@ TEST_F(CommsTest, WithoutADescriptorAConnectIsGivenUpWithALineAndClientsAreSentA
 
 TEST_F(CommsTest, CommandsOfSeveralThreadsNeverMixEvenAgainstASlowReader)
 {
-    const LoopbackPeer peer = Join();
+    Play("join a -> 255 LOCAL_LINK 127.0.0.1 true");
+    const LoopbackPeer& peer = mPeers["a"];
     std::string expected[4];
     std::thread senders[4];
     for (std::uint32_t thread = 0; thread < 4; ++thread) {
@@ -428,14 +365,10 @@ TEST_F(CommsTest, WhileMuchWaitsForTheMainThreadNothingIsReadAndAllElseGoesOn)
 {
     int received = 0;
     mProcessor.Connect<OstrelPingCmd>([&](const Ping&, unsigned char, StreamType) { ++received; });
-    const LoopbackPeer peer = Join();
-    const LoopbackListener server;
+    Play("join a -> 255 LOCAL_LINK 127.0.0.1 true");
     mProcessor.GetPostedWork().Add((4u << 20) + 1);
-    peer.Send(PingBytes("waits"));
-    EXPECT_TRUE(Reaches(255, peer));
-    mComms->Connect(Loopback, 1, server.GetPort());
-    const LoopbackPeer opened = server.Accept();
-    Expect({"1 LOCAL_LINK 127.0.0.1 true"});
+    mPeers["a"].Send(PingBytes("waits"));
+    Play("send a 255 LOCAL_LINK; open b 1 -> arrived; 1 LOCAL_LINK 127.0.0.1 true");
     EXPECT_EQ(received, 0);
     mProcessor.GetPostedWork().TakeOff((4u << 20) + 1);
     EXPECT_TRUE(RunUntil([&] { return received == 1; }));
@@ -448,25 +381,20 @@ TEST(PostedWork, IsFullAbove4MiBUntilNoMoreThan1MiBIsLeft)
     PostedWork& work = processor.GetPostedWork();
     int drained = 0;
     work.SetDrained([&] { ++drained; });
-    work.Add(4u << 20);
-    EXPECT_FALSE(work.IsFull());
-    work.TakeOff(4u << 20);
-    EXPECT_EQ(drained, 0);
-    work.Add((4u << 20) + 1);
-    EXPECT_TRUE(work.IsFull());
-    work.TakeOff(3u << 20);
-    EXPECT_TRUE(work.IsFull());
-    EXPECT_EQ(drained, 0);
-    work.TakeOff(1);
-    EXPECT_EQ(drained, 1);
-    EXPECT_FALSE(work.IsFull());
+    constexpr int MiB = 1 << 20;
+    const std::tuple<int, bool, int> steps[] = {
+        {4 * MiB, false, 0}, {-4 * MiB, false, 0}, {4 * MiB + 1, true, 0}, {-3 * MiB, true, 0}, {-1, false, 1}};
+    for (const auto& [size, isFull, times] : steps) {
+        size > 0 ? work.Add(static_cast<std::size_t>(size)) : work.TakeOff(static_cast<std::size_t>(-size));
+        EXPECT_EQ(std::pair(work.IsFull(), drained), std::pair(isFull, times)) << size;
+    }
     // A command counts with its bytes and what its handler takes.
     processor.Connect<OstrelPingCmd>([](const Ping&, unsigned char, StreamType) {});
     const std::string bytes = PingBytes("1234");
     MemoryStream stream({bytes.begin(), bytes.end()});
     KLVCommandReadSet set(stream);
     processor.Dispatch(set, 0, StreamType::LOCAL_LINK);
-    work.Add((3u << 20) - 256 - 16);
+    work.Add(3 * MiB - 256 - 16);
     EXPECT_FALSE(work.IsFull());
     work.Add(1);
     EXPECT_TRUE(work.IsFull());
@@ -476,26 +404,25 @@ TEST_F(CommsTest, TheCommsCanEndAtAnyMoment)
 {
     for (std::size_t round = 0; round < 8; ++round) {
         Start();
-        const LoopbackListener server;
         LoopbackPeer peers[] = {ConnectAdjacent(), ConnectAdjacent()};
         std::thread link([&] {
             for (int i = 0; i < 100; ++i)
                 mComms->SendLocal(OstrelPingCmd(std::string(50000, 'x'), 0, 0), 255);
         });
-        mComms->Connect(Loopback, 1, server.GetPort());
+        mComms->Connect(Loopback, 1, mServers[0].GetPort());
         mComms->Connect(Loopback, 1, 1);   // refused
         mComms->Connect(0xE0000001, 2, 9); // fails at once
         peers[0].Send(std::string("\x47\x03\x00\x28\xFF\xFF\x0F\0 half an item", 21));
         peers[1].Close();
-        if (round % 2 == 0) RunUntil([&] { return mChanges.size() > round / 2; });
+        if (round % 2 == 0) RunUntil([&] { return mDone.size() > round / 2; });
         link.join();
         mComms.reset();
         EXPECT_FALSE(mStreams.GetStreamByAddressAndType(Loopback, StreamType::LOCAL_LINK)) << "who is gone";
         // What was posted before the end finds nobody any more.
-        mChanges.clear();
+        mDone.clear();
         mService.restart();
         mService.poll();
-        EXPECT_EQ(mChanges, Lines());
+        EXPECT_EQ(mDone, Lines());
     }
     EXPECT_FALSE(mLog.HasStart("OrbKLVComms::Connect 127.0.0.1 Port 1 given up"));
 }
