@@ -6,7 +6,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -83,10 +82,8 @@ private:
 
     void Keep(const char* format, MessageArgs args)
     {
-        char* text = nullptr;
-        if (::vasprintf(&text, format, args.list) < 0) return;
-        const std::string line(text);
-        std::free(text);
+        char line[1 << 17];
+        std::vsnprintf(line, sizeof line, format, args.list);
         std::unique_lock<std::mutex> lock(mMutex);
         mLines.push_back(line);
         mCame.notify_all();
