@@ -1,5 +1,8 @@
+#include "Tests/Support/Transcript.h"
+#include "Tests/Unit/Utilities/CommandLine/Shell.scenes.h"
 #include "Utilities/CommandLine/CommandLine.h"
 
+#include <boost/algorithm/string/trim.hpp>
 #include <gmock/gmock.h>
 
 namespace {
@@ -23,13 +26,14 @@ protected:
         add("none", "Does nothing. Really.\nNothing\n", [this] { ++mCalls; });
         add("mixed", ".No brief",
             [](unsigned a, const std::string& b, bool c) { return std::to_string(a) + b + (c ? "+" : "-"); });
+        add("calls", "Those of 'none'", [this] { return mCalls; });
         add("client", "", [](const std::shared_ptr<cmd::ClientConnection>&, int value) { return value; });
         add("throws", "", []() -> int { throw std::runtime_error("broken"); });
         const auto node = std::make_shared<cmd::Node>();
-        const auto status = [] { return "routes"; };
-        node->Add("adma", {MakeAction("status", status, "Show routes. All of them.")});
         const auto one = [] { return 1u; };
         node->Add("adma/deep/er", {MakeAction("x", one, "Line\nrest")});
+        const auto status = [] { return "routes"; };
+        node->Add("adma", {MakeAction("status", status, "Show routes. All of them.")});
         mShell.AddNode(node);
     }
 
@@ -38,72 +42,20 @@ protected:
     cmd::CommandLine mShell{mService, {boost::asio::ip::address_v4::loopback(), 0}, ""};
 };
 
-TEST_F(ExecuteTest, WhatIsTypedAndWhatIsAnswered)
+class ShellScene : public ExecuteTest, public testing::WithParamInterface<Scene>
+{};
+
+TEST_P(ShellScene, AnswersAsWritten)
 {
-    const std::pair<std::string, std::string> cases[] = {
-        {"", ""},
-        {"none", ""},
-        {"none 5", "error: 'none' expects 0 argument(s), 1 provided\n"},
-        {"  two a   b\r", "a|b\n"},
-        {"two \"a b\" c", "a b|c\n"},
-        {"two {a b} \"c  d\"", "a b|c  d\n"},
-        {"two {a \"b} c} d", "a b c|d\n"},
-        {"two a", "error: 'two' expects 2 argument(s), 1 provided\n"},
-        {"two \"\" b", "error: 'two' expects 2 argument(s), 1 provided\n"},
-        {"two a\\n b", "a\\n|b\n"},
-        {"int +5", "5\n"},
-        {"int -2147483648", "-2147483648\n"},
-        {"int 000000000000000000007", "7\n"},
-        {"ushort 70000", "4464\n"},
-        {"unsigned 4294967295", "4294967295\n"},
-        {"bool true", "false\n"},
-        {"bool 0", "true\n"},
-        {"mixed 1 b 1", "1b+\n"},
-        {"mixed 1 b x", "error: arg 3: cannot convert 'x' to type 'bool'\n"},
-        {"throws", "error: 'throws' failed: broken\n"},
-        {"adma/status", "routes\n"},
-        {"adma/deep/er/x", "1\n"},
-        {"adma/deep/x", "unrecognised command 'adma/deep/x'\n"},
-        {"adma", "unrecognised command 'adma'\n"},
-        {"adma/", "unrecognised command 'adma/'\n"},
-        {"/none", "unrecognised command '/none'\n"},
-        {"nothing/of this", "unrecognised command 'nothing/of'\n"},
-        {"nothing --help", "unrecognised command 'nothing'\n"},
-        {"adma/status --help extra", "Show routes\n\nUsage: status\n\nAll of them.\n"},
-        {"none --help", "Does nothing\n\nUsage: none\n\nReally.\nNothing\n"},
-        {"mixed --help", "Usage: mixed 'unsigned' 'string' 'bool'\n\nNo brief\n"},
-        {"adma/deep/er/x --help", "Line\n\nUsage: x\n\nrest\n"},
-    };
-    for (const auto& [line, result] : cases)
-        EXPECT_EQ(mShell.Execute(line), result) << line;
-    EXPECT_EQ(mCalls, 1);
-    const std::string digits(70000, '9');
-    const std::pair<const char*, std::vector<std::string>> wrong[] = {
-        {"int", {"2147483648", "-2147483649", "+-5", "--5", "-", "+", "0x5", "5\tx", digits}},
-        {"long", {"-2147483649"}},
-        {"bool", {"True", "2"}},
-        {"unsigned", {"4294967296", "-5", "+5"}},
-    };
-    for (const auto& [type, tokens] : wrong)
-        for (const std::string& token : tokens)
-            EXPECT_EQ(mShell.Execute(std::string(type) + " " + token),
-                      "error: arg 1: cannot convert '" + token + "' to type '" + type + "'\n");
-    // "adma/deep/er/x" is as long as any name of this process.
-    EXPECT_EQ(mShell.Execute("help"), "bool           \n"
-                                      "client         \n"
-                                      "help           List available actions\n"
-                                      "int            \n"
-                                      "long           \n"
-                                      "mixed          \n"
-                                      "none           Does nothing\n"
-                                      "quit           Terminate the application\n"
-                                      "throws         \n"
-                                      "two            Join two texts\n"
-                                      "unsigned       \n"
-                                      "ushort         \n"
-                                      "adma/status    Show routes\n"
-                                      "adma/deep/er/x Line\n\n");
+    ExpectTranscript(GetParam().script, [this](const std::string& line) {
+        Lines answer;
+        std::istringstream text(boost::trim_right_copy(mShell.Execute(line)));
+        for (std::string part; std::getline(text, part);)
+            answer.push_back(part);
+        return answer;
+    });
 }
+INSTANTIATE_TEST_SUITE_P(, ShellScene, testing::ValuesIn(ScenesOf(ShellScenes)), NameOfScene);
 
 TEST_F(ExecuteTest, LinesAndResultsAreReportedAndQuitStopsTheService)
 {
@@ -112,10 +64,11 @@ TEST_F(ExecuteTest, LinesAndResultsAreReportedAndQuitStopsTheService)
     mShell.SetSentCallback([&](const auto& name, const auto& result) { reported += ">" + name + "=" + result; });
     // A context of the wrong type gives nothing, and a line on standard error.
     testing::internal::CaptureStderr();
-    for (const char* line : {" two a b ", " ", "none", "client 5", "quit"})
+    for (const char* line : {" two a b \r", " ", "none", "client 5", "int 5\tx", "quit"})
         mShell.Execute(line);
     EXPECT_NE(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(reported, "< two a b >two=a|b\n<none>none=<client 5>client=<quit>quit=");
+    EXPECT_EQ(reported, "< two a b \r>two=a|b\n<none>none=<client 5>client="
+                        "<int 5\tx>int=error: arg 1: cannot convert '5\tx' to type 'int'\n<quit>quit=");
     EXPECT_EQ(mShell.Execute("client 5", std::shared_ptr<cmd::ClientConnection>()), "5\n");
     EXPECT_TRUE(mService.stopped());
     mShell.Stop();
