@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <utility>
 
@@ -163,12 +164,10 @@ public:
     ~DescriptorCheck() { EXPECT_EQ(Count(), mCount) << "descriptors"; }
 
 private:
-    static int Count()
+    static std::ptrdiff_t Count()
     {
-        int count = 0;
-        for (int fd = 0; fd < 2000; ++fd)
-            count += ::fcntl(fd, F_GETFD) == -1 ? 0 : 1;
-        return count;
+        using Files = std::filesystem::directory_iterator;
+        return std::distance(Files("/proc/self/fd"), Files());
     }
-    const int mCount = Count();
+    const std::ptrdiff_t mCount = Count();
 };

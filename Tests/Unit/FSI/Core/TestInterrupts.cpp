@@ -3,16 +3,14 @@
 #include "Simulation/Fpga/SimulatedFpga.h"
 #include "Tests/Support/Await.h"
 #include "Tests/Support/LogRecorder.h"
+#include "Tests/Support/LoopbackPeer.h"
 
 #include <chrono>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
-#include <poll.h>
 #include <sys/resource.h>
 #include <system_error>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -123,16 +121,13 @@ TEST_F(Interrupts, WhatWasPostedForADeviceThatIsGoneDoesNothing)
 {
     auto device = Open("0003", {0});
     device->ConnectSlot(0, [] { ADD_FAILURE() << "fired"; });
-    const int lowest = ::dup(0);
-    ::close(lowest);
     {
+        const DescriptorCheck check;
         const fsi::UioInterruptController controller(mService, {device});
         mBoard.RaiseEvent("0003", 0);
         pollfd line{device->GetFileDescriptor(), POLLIN, 0};
         EXPECT_TRUE(Await([&] { return ::poll(&line, 1, 0) != 1; }, std::this_thread::yield));
     }
-    EXPECT_EQ(::dup(0), lowest) << "a descriptor is left open";
-    ::close(lowest);
     device.reset();
     EXPECT_EQ(mService.poll(), 1u);
 }

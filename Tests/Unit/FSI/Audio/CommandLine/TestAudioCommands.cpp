@@ -20,10 +20,10 @@ namespace {
 
 /// The audio managers and their commands on a simulated board. The endpoints are "bulk" at address 3 with clock 4, "k0"
 /// at 1 with clock 1, and "k1" at 2 with clock 2. The test's thread is the main thread.
-class AudioBench
+class AudioCommands : public testing::TestWithParam<Scene>
 {
-public:
-    AudioBench()
+protected:
+    AudioCommands()
     {
         mAdmaFsi = mRegistry.Register<audio::AudioDmaFsi>("adma", mBoard.Open("0003"));
         mAdma = std::make_shared<audio::AudioDmaManager>(mAdmaFsi, &mRegistry);
@@ -135,9 +135,6 @@ private:
     Lines mLines;
 };
 
-class AudioCommands : public testing::TestWithParam<Scene>
-{};
-
 TEST(SampleRange, TextsAndTheirSamples)
 {
     const audio::AudioDmaEndpoint endpoint(1, 512, audio::AudioDmaEndpoint::Direction::SourceAndSink);
@@ -161,7 +158,6 @@ TEST(SampleRange, TextsAndTheirSamples)
 
 TEST_P(AudioCommands, DoAsWritten)
 {
-    AudioBench bench;
-    ExpectTranscript(GetParam().script, [&](const std::string& event) { return bench.Play(event); });
+    ExpectTranscript(GetParam().script, [this](const std::string& event) { return Play(event); });
 }
 INSTANTIATE_TEST_SUITE_P(, AudioCommands, testing::ValuesIn(ScenesOf(AudioScenes)), NameOfScene);

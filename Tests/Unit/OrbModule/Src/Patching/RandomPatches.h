@@ -24,9 +24,7 @@ public:
     {
         mDevices.LocalHidChanged.connect([this](Hid hid) { mController.OnLocalHidChanged(hid); });
         mDevices.NetworkConnectionChanged.connect([this](bool on) { mController.OnNetworkConnectionChanged(on); });
-        mDevices.DeviceChange.connect([this](Hid hid, UINT8GIGEPORT port, bool online, StreamType type) {
-            mController.OnDeviceChange(hid, port, online, type);
-        });
+        mDevices.DeviceChange.connect([this](auto... change) { mController.OnDeviceChange(change...); });
         Settle();
     }
 

@@ -3,6 +3,7 @@
 #include "FSI/Audio/AudioDmaManager.h"
 #include "FSI/Core/DeviceRegistry.h"
 #include "Simulation/Fpga/ProcessBoard.h"
+#include "Tests/Support/Await.h"
 #include "Tests/Support/LogRecorder.h"
 
 #include <gmock/gmock.h>
@@ -16,20 +17,23 @@ namespace {
 /// ADMA address and slot of a source, and those of the sink that it feeds.
 using Feeds = std::vector<std::array<std::uint32_t, 4>>;
 
+/// ADMA addresses of the bulk block and of both links.
+using Addresses = std::array<std::uint8_t, 3>;
+
 /// From the Patcher to the table that is active in the simulated FPGA, all of it real. The thread of the test is the
 /// main thread: it serves the interrupts while it waits.
 class PatcherTest : public testing::Test
 {
 protected:
-    Patcher& Start(std::uint8_t bulk, std::uint8_t link0, std::uint8_t link1)
+    Patcher& Start(const Addresses& addresses)
     {
-        mFpga.SetBulkAddress(bulk);
+        mFpga.SetBulkAddress(addresses[0]);
         mFpga.SetSyncTime(std::chrono::microseconds{0});
         mFpga.StartRecord();
         mRegistry = std::make_unique<fsi::DeviceRegistry>();
         const auto manager = std::make_shared<audio::AudioDmaManager>(mAdma, mRegistry.get());
         mPatcher = std::make_unique<Patcher>(mService, mRegistry.get(), manager,
-                                             [=](std::uint32_t link) { return link == 0 ? link0 : link1; });
+                                             [=](std::uint32_t link) { return addresses[link + 1]; });
         return *mPatcher;
     }
     /// How often the table was written since the last time, and what is in the active one, once that has had its time:
@@ -43,16 +47,16 @@ protected:
                                     return access.block == "0003" && access.offset == 0x24 && access.value == 0xC0000;
                                 }),
                   writes);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         Feeds feeds;
-        do {
+        const auto isActive = [&] {
             mAdma->DispatchInterrupts();
             feeds.clear();
             for (const std::uint32_t word : mFpga.GetActiveTable()) {
                 if (word >> 12 != 0) feeds.push_back({word >> 21, word >> 12 & 0x1FF, word >> 9 & 7, word & 0x1FF});
             }
-            if (feeds != expected) mFpga.WaitForSyncs(mFpga.GetSyncs() + 1, std::chrono::milliseconds(10));
-        } while (feeds != expected && std::chrono::steady_clock::now() < deadline);
+            return feeds == expected;
+        };
+        Await(isActive, [&] { mFpga.WaitForSyncs(mFpga.GetSyncs() + 1, std::chrono::milliseconds(10)); });
         EXPECT_EQ(feeds, expected);
         mFpga.StartRecord();
     }
@@ -68,7 +72,7 @@ protected:
 
 TEST_F(PatcherTest, EachOperationIsOneTableWrite)
 {
-    Patcher& patcher = Start(7, 5, 3);
+    Patcher& patcher = Start({7, 5, 3});
     Expect(1, {});
     const auto& clocks = patcher.GetClockSources();
     EXPECT_THAT(std::vector({clocks.at(0)->GetId(), clocks.at(1)->GetId(), clocks.at(2)->GetId()}),
@@ -87,7 +91,7 @@ TEST_F(PatcherTest, EachOperationIsOneTableWrite)
 
 TEST_F(PatcherTest, WhatIsOutOfRangeIsLeftOut)
 {
-    Patcher& patcher = Start(3, 1, 2);
+    Patcher& patcher = Start({3, 1, 2});
     const std::pair<LinkPatch, bool> cases[] = {
         {{{1, {1, 512, 3, INVALID_TDM_SLOT, 5}}, {0, {11, 12, 513, 14, 15}}}, true},
         {{{1, {7, 8, 9}}, {2, {20}}}, true},
@@ -112,18 +116,14 @@ TEST_F(PatcherTest, AnAddressThatTheEngineCannotTakeEndsTheStartWithAText)
 {
     const std::string remedy =
         "see that the link driver is loaded and reports the address that the firmware gives this link";
-    const std::tuple<std::uint8_t, std::uint8_t, std::uint8_t, std::string> cases[] = {
-        {0, 1, 2, "0 of the bulk audio block is not 1 to 7: load firmware that gives this block an address of its own"},
-        {3, 1, 8, "8 of k2link1 is not 1 to 7: " + remedy},
-        {3, 3, 2, "3 of k2link0 is that of another endpoint as well: " + remedy},
-        {3, 2, 2, "2 of k2link1 is that of another endpoint as well: " + remedy}};
-    for (const auto& [bulk, link0, link1, text] : cases) {
-        std::string error;
-        try {
-            Start(bulk, link0, link1);
-        } catch (const std::runtime_error& thrown) {
-            error = thrown.what();
-        }
-        EXPECT_EQ(error, "ADMA endpoint address " + text);
+    const std::pair<Addresses, std::string> cases[] = {
+        {{0, 1, 2},
+         "0 of the bulk audio block is not 1 to 7: load firmware that gives this block an address of its own"},
+        {{3, 1, 8}, "8 of k2link1 is not 1 to 7: " + remedy},
+        {{3, 3, 2}, "3 of k2link0 is that of another endpoint as well: " + remedy},
+        {{3, 2, 2}, "2 of k2link1 is that of another endpoint as well: " + remedy}};
+    for (const auto& [addresses, text] : cases) {
+        const auto start = [this, addresses = addresses] { Start(addresses); };
+        EXPECT_THAT(start, testing::ThrowsMessage<std::runtime_error>("ADMA endpoint address " + text));
     }
 }
