@@ -3,7 +3,6 @@
 #include "Simulation/Fpga/SimulatedFpga.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <tuple>
 

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <system_error>
 
 namespace {

@@ -23,10 +23,10 @@ using testing::EndsWith;
 constexpr std::chrono::seconds Deadline{20};
 
 /// A shell on loopback, run by the test until it is started.
-class ShellTest : public testing::Test
+class RemoteShellTest : public testing::Test
 {
 protected:
-    ShellTest()
+    RemoteShellTest()
     {
         mShell.emplace(mService, boost::asio::ip::tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0),
                        "OrbModule");
@@ -66,17 +66,10 @@ protected:
         EXPECT_EQ(Ask(client, "version"), "1.0\n");
     }
 
+    // The shell's thread may log until it has ended.
+    LogRecorder mLog;
     boost::asio::io_service mService;
     std::optional<cmd::CommandLine> mShell;
-};
-
-class RemoteShellTest : public ShellTest
-{
-protected:
-    // The shell's thread may log until it has ended.
-    ~RemoteShellTest() override { mShell.reset(); }
-
-    LogRecorder mLog;
 };
 
 TEST_F(RemoteShellTest, ALineOfMoreThan64KiBEndsItsClient)
@@ -151,7 +144,7 @@ TEST_F(RemoteShellTest, ConnectionsOutliveTheirServer)
     EXPECT_TRUE(client.WaitForEnd());
 }
 
-class RemoteAuditorTest : public ShellTest
+class RemoteAuditorTest : public RemoteShellTest
 {
 protected:
     RemoteAuditorTest()

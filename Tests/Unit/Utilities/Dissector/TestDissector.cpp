@@ -17,12 +17,6 @@ using testing::HasSubstr;
 using Bytes = std::vector<std::uint8_t>;
 using Row = std::vector<std::string>;
 
-Bytes Joined(Bytes first, const Bytes& second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
 Row Split(const std::string& text, char separator)
 {
     Row parts;
@@ -161,7 +155,8 @@ TEST_F(Dissector, NothingRaisesALuaError)
             AddSegment(55100, item, size % 3);
         }
         // And with more than its fields.
-        Bytes item = Joined(command.bytes, {1, 2});
+        Bytes item = command.bytes;
+        item.insert(item.end(), {1, 2});
         item[4] = static_cast<std::uint8_t>(item[4] + 2);
         AddSegment(55100, item);
     }
