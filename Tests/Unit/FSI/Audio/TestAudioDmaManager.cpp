@@ -51,7 +51,6 @@ TEST_F(AdmaManager, RoutesLandOnASinkAsThePolicySaysAndOnNoOtherSample)
         {Policy::Mode::Positional, 1, 0, {0x201, 0x202, 0x203, 0x204}, {0, 0, 0x201, 0x202, 0x203, 0, 0}},
         {Policy::Mode::Positional, 0, 1, {0x201, 0x202}, {0, 0x202, 0, 0, 0, 0, 0}},
         {Policy::Mode::Positional, 0, 9, {0x201}, {0, 0, 0, 0, 0, 0, 0}},
-        {Policy::Mode::Positional, 3, 0, {}, {0, 0, 0, 0, 0, 0, 0}},
         {Policy::Mode::BySample, 0, 0, {0x203, 0x201, 0x204}, {0, 0, 0x201, 0, 0x203, 0, 0}},
         {Policy::Mode::BySample, 2, 0, {0x200, 0x201, 0x202}, {0, 0, 0, 0x200, 0x201, 0, 0}},
     };

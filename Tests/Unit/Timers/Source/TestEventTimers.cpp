@@ -87,16 +87,14 @@ TEST_F(EventTimers, IdsBeginAt1AndPassOver0)
 
 TEST_F(EventTimers, IntervalsInTheirUnits)
 {
-    const std::tuple<std::uint32_t, TimerUnits, std::uint32_t> cases[] = {
-        {5, TimerUnits::Seconds, 5000000},
-        {7, TimerUnits::Milliseconds, 7000},
-        {1999, TimerUnits::Microseconds, 1999},
-        {4295, TimerUnits::Seconds, 32704}, // past 32 bits of microseconds
-    };
-    for (const auto& [value, units, us] : cases) {
+    const auto interval = [this](std::uint32_t value, TimerUnits units) {
         const Timer timer = timers.CreateTimer("", this, value, 0, 0, units);
-        EXPECT_EQ(Joined(timer->GetIntervalUs(), timer->GetIntervalMs()), Joined(us, us / 1000));
-    }
+        return Joined(timer->GetIntervalUs(), timer->GetIntervalMs());
+    };
+    EXPECT_EQ(interval(5, TimerUnits::Seconds), "5000000|5000|");
+    EXPECT_EQ(interval(7, TimerUnits::Milliseconds), "7000|7|");
+    EXPECT_EQ(interval(1999, TimerUnits::Microseconds), "1999|1|");
+    EXPECT_EQ(interval(4295, TimerUnits::Seconds), "32704|32|") << "past 32 bits of microseconds";
 }
 
 TEST_F(EventTimers, ATimerTakesNewSettingsOnlyWhileItDoesNotRun)

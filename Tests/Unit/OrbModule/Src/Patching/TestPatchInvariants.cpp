@@ -1,3 +1,4 @@
+#include "Tests/Support/Joined.h"
 #include "Tests/Support/QuietLog.h"
 #include "Tests/Unit/OrbModule/Src/Patching/RandomPatches.h"
 
@@ -112,9 +113,7 @@ private:
             }
             mHeard += heard;
             if (heard >= (IsOwn(request.dest) ? std::min(reachable, 1) : reachable)) continue;
-            std::ostringstream wrong;
-            wrong << "no audio from " << ToHidPort(request.source) << "to " << ToHidPort(request.dest);
-            return wrong.str();
+            return "no audio from and to " + Joined(ToHidPort(request.source), ToHidPort(request.dest));
         }
         return {};
     }

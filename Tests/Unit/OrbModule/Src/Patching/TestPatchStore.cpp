@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 using Routing::GigeAndSlots;
 
 namespace {
@@ -32,13 +30,11 @@ TEST(PatchStore, PrintsAPatchAsTheShellShowsItAndDropsASwapTargetThatNoLinkNeeds
     patch.SetSwapTarget({0, {9, 10}});
     patch.UpdatePatch(ToPortsEnum(3), Korvo::PatchSuccess);
     patch.UpdatePatch(ToPortsEnum(3), Korvo::PatchReserved, {1, {4}});
-    std::ostringstream out;
-    out << patch;
-    EXPECT_EQ(out.str(), " Src HID:3221291009(192.1:1 ), Style:1(Input), Idx:1 "
-                         "\n\t\t\tDst HID:3221356545(192.2:1 ), Style:2(Output), Idx:2 "
-                         "\n\t\t\tPri Patch Success \n\t\t\tSec Patch Not Sent "
-                         "\n\t\t\tPri  GigE:TDM Pri Korvo 3 \n\t\t\tSec  GigE:TDM UNKNOWN 255 "
-                         "\n\t\t\tSwap GigE:TDM ORB PORT 9 10 ");
+    EXPECT_EQ(Joined(patch), " Src HID:3221291009(192.1:1 ), Style:1(Input), Idx:1 "
+                             "\n\t\t\tDst HID:3221356545(192.2:1 ), Style:2(Output), Idx:2 "
+                             "\n\t\t\tPri Patch Success \n\t\t\tSec Patch Not Sent "
+                             "\n\t\t\tPri  GigE:TDM Pri Korvo 3 \n\t\t\tSec  GigE:TDM UNKNOWN 255 "
+                             "\n\t\t\tSwap GigE:TDM ORB PORT 9 10 |");
     EXPECT_EQ(patch.GetLink(ToPortsEnum(3)), GigeAndSlots{});
     EXPECT_EQ(log.Lines(), std::vector<std::string>({"UpdatePatch: Trying to update patch on invalid port 3 0x04\n",
                                                      "UpdatePatch: Trying to update patch on invalid port 3 0x05\n"}));

@@ -38,15 +38,13 @@ protected:
     }
     /// How often the table was written since the last time, and what is in the active one, once that has had its time:
     /// in the order of the table, without what is silent.
-    void Expect(std::ptrdiff_t writes, const Feeds& expected)
+    void Expect(int writes, const Feeds& expected)
     {
-        const auto record = mFpga.GetRecord();
         // Each write starts with the address of the table.
-        EXPECT_EQ(std::count_if(record.begin(), record.end(),
-                                [](const auto& access) {
-                                    return access.block == "0003" && access.offset == 0x24 && access.value == 0xC0000;
-                                }),
-                  writes);
+        int written = 0;
+        for (const auto& access : mFpga.GetRecord())
+            written += access.block == "0003" && access.offset == 0x24 && access.value == 0xC0000;
+        EXPECT_EQ(written, writes);
         Feeds feeds;
         const auto isActive = [&] {
             mAdma->DispatchInterrupts();
