@@ -18,6 +18,8 @@ from pathlib import Path
 from faults import faults_of
 
 NOT_PRODUCT = ("Tests/", "Simulation/", "Benchmarks/")
+# They take the place of a library that is missing.
+NOT_BUILT = "Absent.cpp"
 # They mostly wait.
 END_TO_END_TESTS_AT_A_TIME = 4
 # Whatever a command has started ends with it.
@@ -48,11 +50,12 @@ class Commands:
         return process
 
     def kill(self, process):
-        # ninja ends its compilers when it is asked to; nothing else needs to be asked.
+        # ninja ends its compilers when it is asked to; nothing else needs to be asked. Another thread may read what the
+        # process prints, so that is left alone.
         for number in (signal.SIGTERM, signal.SIGKILL):
             try:
                 os.killpg(process.pid, number)
-                process.communicate(timeout=2 if number == signal.SIGTERM else None)
+                process.wait(timeout=2 if number == signal.SIGTERM else None)
             except ProcessLookupError:
                 pass
             except subprocess.TimeoutExpired:
@@ -66,6 +69,7 @@ class Commands:
             output, _ = process.communicate(timeout=timeout)
         except subprocess.TimeoutExpired:
             self.kill(process)
+            process.communicate()
             return None, ""
         self.running.discard(process)
         return process.returncode, output.decode(errors="replace")
@@ -131,7 +135,7 @@ class Copy:
         return {
             name: (self.root / name).read_text()
             for name in names
-            if not name.startswith(NOT_PRODUCT) and not name.startswith("build/")
+            if not name.startswith(NOT_PRODUCT) and not name.startswith("build/") and not name.endswith(NOT_BUILT)
         }
 
     def write(self, name, text):
@@ -296,9 +300,10 @@ class Bench:
     def search(self, path):
         """The name of the test that sees the fault which is planted in the file; None if it does not compile."""
         units = self.units_for(path)
-        for some in (units[:1], units[1:]):
-            if not some:
-                continue
+        # A file that everything includes is mostly seen before everything is built: one test, one more, two, four ...
+        done = 0
+        while some := units[done : 2 * done or 1]:
+            done += len(some)
             if not self.ninja(sorted({test.target for test in some})):
                 return None
             for test in some:
