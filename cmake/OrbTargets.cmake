@@ -6,6 +6,10 @@ target_compile_options(OrbCompile INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 target_compile_definitions(OrbCompile INTERFACE BOOST_BIND_GLOBAL_PLACEHOLDERS)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # GCC does not count it as -Wconversion.
+  target_compile_options(OrbCompile INTERFACE -Wno-sign-conversion)
+endif()
 if(ORB_WERROR)
   target_compile_options(OrbCompile INTERFACE -Werror)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")

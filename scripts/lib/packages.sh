@@ -44,7 +44,11 @@ need_preset() {
     # scripts/breakpad fetches one source archive with it, once.
     if ! compgen -G "$1/build/cache/*.tgz" >/dev/null; then need_command npm npm; fi
     case $2 in
-    fuzz) need_packages clang ;;
+    asan | tsan | fuzz)
+        need_packages clang llvm
+        # The runtime of the sanitizers is a separate package.
+        need_packages "libclang-rt-$(clang -dumpversion | cut -d. -f1)-dev"
+        ;;
     armhf)
         need_packages g++-arm-linux-gnueabihf qemu-user
         "$1/scripts/sysroot" armhf
