@@ -36,13 +36,13 @@ constexpr std::uint32_t K2LinkStatus::*StatusFields[HighestAttribute + 1] = {nul
                                                                              &K2LinkStatus::FsiEndpoint,
                                                                              &K2LinkStatus::AdmaEndpoint};
 
-bool Connect(nl_sock* socket)
+bool Connect(nl_sock* socket, std::chrono::microseconds wait)
 {
     if (!socket || ConnectLinkDriverSocket(socket) < 0) return false;
     nl_socket_disable_seq_check(socket);
     nl_socket_disable_auto_ack(socket);
     // A driver must not hold the thread, neither with a full queue nor with an answer that does not come.
-    const timeval limit{0, 300000};
+    const timeval limit{wait.count() / 1000000, wait.count() % 1000000};
     setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     return true;
@@ -83,7 +83,7 @@ K2LinkDriver::K2LinkDriver(const LinkManager& manager) : K2LinkDriver(manager.Ge
 K2LinkDriver::K2LinkDriver(std::uint32_t portCount, const LinkEnvironment& environment)
     : mEnvironment(environment), mSocket(nl_socket_alloc(), nl_socket_free), mPollFd{-1, POLLIN, 0}
 {
-    if (!Connect(mSocket.get())) return;
+    if (!Connect(mSocket.get(), environment.driverWait)) return;
     mRegistration.family = genl_ctrl_resolve(mSocket.get(), FamilyName);
     if (mRegistration.IsKnown()) {
         mRegistration.group = genl_ctrl_resolve_grp(mSocket.get(), FamilyName, GroupName);
@@ -185,7 +185,7 @@ bool K2LinkDriver::IsCurrent() const
 {
     if (mFailed) return false;
     const SocketOwner probe(nl_socket_alloc(), nl_socket_free);
-    if (!Connect(probe.get())) return true;
+    if (!Connect(probe.get(), mEnvironment.driverWait)) return true;
     const int family = genl_ctrl_resolve(probe.get(), FamilyName);
     // The driver is away for the moment, so a new instance would not find it either.
     if (family <= 0) return true;

@@ -78,7 +78,7 @@ TEST(K2LinkDriverTest, ItIsCurrentUnlessItHasLostReportsAndNoDriverHoldsIt)
 {
     LogRecorder log;
     LinkEnvironment environment;
-    environment.reportWait = milliseconds(50);
+    environment.reportWait = environment.driverWait = milliseconds(50);
     K2LinkDriver lonely(2, environment);
     EXPECT_TRUE(WaitsInVain(lonely));
     std::unique_ptr<sim::NetlinkSocket> silent;
