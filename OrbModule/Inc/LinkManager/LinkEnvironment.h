@@ -16,7 +16,7 @@ struct LinkEnvironment
     std::string interfaceDirectory = "/sys/class/net/";
     std::chrono::milliseconds externalPortsDelay{2000};
     std::chrono::milliseconds reportWait{1000};
+    std::chrono::milliseconds heartbeatPeriod = LinkRules::HeartbeatPeriod;
     /// For an answer of the link driver, or for a place in its queue.
     std::chrono::milliseconds driverWait{300};
-    std::chrono::milliseconds heartbeatPeriod = LinkRules::HeartbeatPeriod;
 };
