@@ -48,6 +48,12 @@ struct Scene
     std::string script;
 };
 
+/// What a test that has failed shows of it.
+inline void PrintTo(const Scene& scene, std::ostream* out)
+{
+    *out << scene.name;
+}
+
 /// The scenes of a text, each after a line "== Name"; what comes before the first is for readers.
 inline std::vector<Scene> ScenesOf(const std::string& text)
 {
