@@ -130,6 +130,7 @@ TEST_F(LogTest, StampIsDayFirstInUtcPlusTheOffset)
     };
     EXPECT_THAT(stampAt(1794906485), MatchesRegex("\\[17/11/26 09:08:0[5-9]\\]x"));
     EXPECT_THAT(stampAt(915148800), MatchesRegex("\\[01/01/99 00:00:0[0-4]\\]x")) << "the last century";
+    EXPECT_THAT(stampAt(946684800), MatchesRegex("\\[01/01/00 00:00:0[0-4]\\]x")) << "its end";
 }
 
 TEST_F(LogTest, FailedAssertionIsWrittenAndItsMessageOnlyUnderItsFeature)

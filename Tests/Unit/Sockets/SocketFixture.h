@@ -91,7 +91,8 @@ protected:
     {
         const auto* const probe = dynamic_cast<Probe*>(socket);
         const bool isDescriptor =
-            probe && error == probe->GetSocket() && error != -1 && (call == "Add" || call == "Select");
+            probe && error > 0 &&
+            (call == "Open" || (error == probe->GetSocket() && (call == "Add" || call == "Select")));
         const std::string number = isDescriptor ? "fd " : std::to_string(error) + " ";
         std::string line = std::string(1, probe ? probe->GetName() : '-') + " " + call + ": " +
                            (text == std::strerror(error) ? "" : number) + text + " ";
