@@ -22,6 +22,7 @@
 #include "OrbModule/Inc/LinkManager/Heartbeat.h"
 #include "OrbModule/Inc/LinkManager/LinkManager.h"
 #include "OrbModule/Inc/Options.h"
+#include "OrbModule/Inc/OrbComms/CommandSignals.h"
 #include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVComms.h"
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"

@@ -1,8 +1,7 @@
 // The bytes of a KLV connection, in pieces of any size, up to the posted commands: as many are posted as the input
 // holds whole, unless the stream has given its peer up.
 
-#include "Common/KLV/Commands/Commands.h"
-#include "OrbModule/Inc/OrbComms/OrbCommandProcessor.h"
+#include "OrbModule/Inc/OrbComms/CommandSignals.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVSocketHandler.h"
 #include "OrbModule/Inc/OrbComms/OrbKLVStream.h"
 #include "Sockets/HandlerMutex.h"

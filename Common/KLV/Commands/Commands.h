@@ -25,63 +25,68 @@ struct CommandRow
     const char* name;
 };
 
+/// Every command, by number: ROW(class, direction).
+#define KLV_COMMANDS(ROW)                                                                                              \
+    ROW(RestartMCSLinkCmd, Sent)                                                                                       \
+    ROW(SetRouterSampleRateCmd, Received)                                                                              \
+    ROW(IoInfoReq, Both)                                                                                               \
+    ROW(IoInfo, Received)                                                                                              \
+    ROW(IoSetInputParams, Received)                                                                                    \
+    ROW(IoSetGPOPatch, Received)                                                                                       \
+    ROW(IoGPIUpdate, Received)                                                                                         \
+    ROW(IoActiveRouter, Sent)                                                                                          \
+    ROW(IoActiveAudio, Received)                                                                                       \
+    ROW(IoSetOutputGain, Received)                                                                                     \
+    ROW(IoInfoCard, Received)                                                                                          \
+    ROW(IoPortSetLinkCmd, Received)                                                                                    \
+    ROW(IoInfoDevReq, Both)                                                                                            \
+    ROW(PortBitmapCmd, Both)                                                                                           \
+    ROW(IoOutputMuteCmd, Received)                                                                                     \
+    ROW(SetSDIMetaDataCmd, Received)                                                                                   \
+    ROW(SetDolbyEModuleSource, Received)                                                                               \
+    ROW(IoOutputsOffsetCmd, Received)                                                                                  \
+    ROW(IoInfoK2Mod, Received)                                                                                         \
+    ROW(IoK2ModPortData, Received)                                                                                     \
+    ROW(RouterInfo, Both)                                                                                              \
+    ROW(RemoteIoUpdate, Both)                                                                                          \
+    ROW(RemoteRouterUpdate, Both)                                                                                      \
+    ROW(RouterInfoReq, Both)                                                                                           \
+    ROW(RouterMcsUpdate, Sent)                                                                                         \
+    ROW(AudioPatchFailedCmd, Sent)                                                                                     \
+    ROW(AudioPatchRetryForHidCmd, Both)                                                                                \
+    ROW(OstrelPingCmd, Both)                                                                                           \
+    ROW(PatchSucessfulCmd, Both)                                                                                       \
+    ROW(IoBoxInternalsCmd, Sent)                                                                                       \
+    ROW(RequestActiveMcsCmd, Received)                                                                                 \
+    ROW(GpiInfoRequest, Sent)                                                                                          \
+    ROW(ChainLengthCmd, Received)                                                                                      \
+    ROW(DanteConfigChange, Received)                                                                                   \
+    ROW(ModIOCardFailure, Received)                                                                                    \
+    ROW(RenamePortCmd, Received)                                                                                       \
+    ROW(IoSetGPOParams, Received)                                                                                      \
+    ROW(IoSampleRateCapabilities, Received)                                                                            \
+    ROW(IoSetSampleRateCmd, Both)                                                                                      \
+    ROW(IoInfoReqEx, Sent)                                                                                             \
+    ROW(ForwardToActiveCmd, Both)                                                                                      \
+    ROW(RouterDetectTimeAllowanceCmd, Received)                                                                        \
+    ROW(RouterPatchAudio, Both)                                                                                        \
+    ROW(AoIPAddressesCmd, Received)                                                                                    \
+    ROW(IoSyncSwap, Received)                                                                                          \
+    ROW(RemoteCableStateCmd, Sent)                                                                                     \
+    ROW(SetSDIMetaDataDisableCmd, Received)                                                                            \
+    ROW(SDIMetaDataPresetResponseCmd, Received)                                                                        \
+    ROW(DevicesToCheckAndUpdateCmd, Sent)                                                                              \
+    ROW(DeviceCheckResultsCmd, Received)                                                                               \
+    ROW(SornMasterRouterNotification::Command, Sent)                                                                   \
+    ROW(SornMixedHIDError, Sent)
+
 /// Calls visitor(CommandRow) for each of the 52 commands, by number.
 template <class Visitor>
 void VisitCommands(Visitor&& visitor)
 {
-    visitor(CommandRow<RestartMCSLinkCmd, Direction::Sent>{"RestartMCSLinkCmd"});
-    visitor(CommandRow<SetRouterSampleRateCmd, Direction::Received>{"SetRouterSampleRateCmd"});
-    visitor(CommandRow<IoInfoReq, Direction::Both>{"IoInfoReq"});
-    visitor(CommandRow<IoInfo, Direction::Received>{"IoInfo"});
-    visitor(CommandRow<IoSetInputParams, Direction::Received>{"IoSetInputParams"});
-    visitor(CommandRow<IoSetGPOPatch, Direction::Received>{"IoSetGPOPatch"});
-    visitor(CommandRow<IoGPIUpdate, Direction::Received>{"IoGPIUpdate"});
-    visitor(CommandRow<IoActiveRouter, Direction::Sent>{"IoActiveRouter"});
-    visitor(CommandRow<IoActiveAudio, Direction::Received>{"IoActiveAudio"});
-    visitor(CommandRow<IoSetOutputGain, Direction::Received>{"IoSetOutputGain"});
-    visitor(CommandRow<IoInfoCard, Direction::Received>{"IoInfoCard"});
-    visitor(CommandRow<IoPortSetLinkCmd, Direction::Received>{"IoPortSetLinkCmd"});
-    visitor(CommandRow<IoInfoDevReq, Direction::Both>{"IoInfoDevReq"});
-    visitor(CommandRow<PortBitmapCmd, Direction::Both>{"PortBitmapCmd"});
-    visitor(CommandRow<IoOutputMuteCmd, Direction::Received>{"IoOutputMuteCmd"});
-    visitor(CommandRow<SetSDIMetaDataCmd, Direction::Received>{"SetSDIMetaDataCmd"});
-    visitor(CommandRow<SetDolbyEModuleSource, Direction::Received>{"SetDolbyEModuleSource"});
-    visitor(CommandRow<IoOutputsOffsetCmd, Direction::Received>{"IoOutputsOffsetCmd"});
-    visitor(CommandRow<IoInfoK2Mod, Direction::Received>{"IoInfoK2Mod"});
-    visitor(CommandRow<IoK2ModPortData, Direction::Received>{"IoK2ModPortData"});
-    visitor(CommandRow<RouterInfo, Direction::Both>{"RouterInfo"});
-    visitor(CommandRow<RemoteIoUpdate, Direction::Both>{"RemoteIoUpdate"});
-    visitor(CommandRow<RemoteRouterUpdate, Direction::Both>{"RemoteRouterUpdate"});
-    visitor(CommandRow<RouterInfoReq, Direction::Both>{"RouterInfoReq"});
-    visitor(CommandRow<RouterMcsUpdate, Direction::Sent>{"RouterMcsUpdate"});
-    visitor(CommandRow<AudioPatchFailedCmd, Direction::Sent>{"AudioPatchFailedCmd"});
-    visitor(CommandRow<AudioPatchRetryForHidCmd, Direction::Both>{"AudioPatchRetryForHidCmd"});
-    visitor(CommandRow<OstrelPingCmd, Direction::Both>{"OstrelPingCmd"});
-    visitor(CommandRow<PatchSucessfulCmd, Direction::Both>{"PatchSucessfulCmd"});
-    visitor(CommandRow<IoBoxInternalsCmd, Direction::Sent>{"IoBoxInternalsCmd"});
-    visitor(CommandRow<RequestActiveMcsCmd, Direction::Received>{"RequestActiveMcsCmd"});
-    visitor(CommandRow<GpiInfoRequest, Direction::Sent>{"GpiInfoRequest"});
-    visitor(CommandRow<ChainLengthCmd, Direction::Received>{"ChainLengthCmd"});
-    visitor(CommandRow<DanteConfigChange, Direction::Received>{"DanteConfigChange"});
-    visitor(CommandRow<ModIOCardFailure, Direction::Received>{"ModIOCardFailure"});
-    visitor(CommandRow<RenamePortCmd, Direction::Received>{"RenamePortCmd"});
-    visitor(CommandRow<IoSetGPOParams, Direction::Received>{"IoSetGPOParams"});
-    visitor(CommandRow<IoSampleRateCapabilities, Direction::Received>{"IoSampleRateCapabilities"});
-    visitor(CommandRow<IoSetSampleRateCmd, Direction::Both>{"IoSetSampleRateCmd"});
-    visitor(CommandRow<IoInfoReqEx, Direction::Sent>{"IoInfoReqEx"});
-    visitor(CommandRow<ForwardToActiveCmd, Direction::Both>{"ForwardToActiveCmd"});
-    visitor(CommandRow<RouterDetectTimeAllowanceCmd, Direction::Received>{"RouterDetectTimeAllowanceCmd"});
-    visitor(CommandRow<RouterPatchAudio, Direction::Both>{"RouterPatchAudio"});
-    visitor(CommandRow<AoIPAddressesCmd, Direction::Received>{"AoIPAddressesCmd"});
-    visitor(CommandRow<IoSyncSwap, Direction::Received>{"IoSyncSwap"});
-    visitor(CommandRow<RemoteCableStateCmd, Direction::Sent>{"RemoteCableStateCmd"});
-    visitor(CommandRow<SetSDIMetaDataDisableCmd, Direction::Received>{"SetSDIMetaDataDisableCmd"});
-    visitor(CommandRow<SDIMetaDataPresetResponseCmd, Direction::Received>{"SDIMetaDataPresetResponseCmd"});
-    visitor(CommandRow<DevicesToCheckAndUpdateCmd, Direction::Sent>{"DevicesToCheckAndUpdateCmd"});
-    visitor(CommandRow<DeviceCheckResultsCmd, Direction::Received>{"DeviceCheckResultsCmd"});
-    visitor(
-        CommandRow<SornMasterRouterNotification::Command, Direction::Sent>{"SornMasterRouterNotification::Command"});
-    visitor(CommandRow<SornMixedHIDError, Direction::Sent>{"SornMixedHIDError"});
+#define KLV_VISIT_COMMAND(Class, Way) visitor(CommandRow<Class, Direction::Way>{#Class});
+    KLV_COMMANDS(KLV_VISIT_COMMAND)
+#undef KLV_VISIT_COMMAND
 }
 
 } // namespace Klv
