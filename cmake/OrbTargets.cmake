@@ -36,6 +36,9 @@ endif()
 file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/generated/Asio.cpp CONTENT "#include <boost/asio/impl/src.hpp>\n")
 add_library(Asio STATIC ${CMAKE_BINARY_DIR}/generated/Asio.cpp)
 target_link_libraries(Asio PRIVATE OrbFlags)
+# Of which a program takes what it needs.
+target_compile_options(Asio PRIVATE -ffunction-sections -fdata-sections)
+target_link_options(Asio INTERFACE -Wl,--gc-sections)
 
 # What every target links.
 add_library(OrbCompile INTERFACE)

@@ -171,7 +171,7 @@ class Bench:
         self.environment = dict(
             os.environ,
             CCACHE_DIR=str(copy.place.parent / "ccache"), CCACHE_MAXSIZE="2G", CCACHE_NOHASHDIR="1",
-            CCACHE_BASEDIR=str(copy.place),
+            CCACHE_BASEDIR=str(copy.place), CCACHE_DEPEND="1", CCACHE_SLOPPINESS="pch_defines,time_macros",
             GTEST_FAIL_FAST="1", GTEST_BRIEF="1", ORB_REQUIRE_RIG="1",
         )  # fmt: skip
         self.contained = CONTAINED if self.commands.run(CONTAINED + ["true"])[0] == 0 else []
@@ -184,7 +184,8 @@ class Bench:
         self.progress.say("configuring the copy")
         code, output = self.commands.run(
             ["cmake", "-G", "Ninja", "-S", self.copy.root, "-B", self.copy.build, "-DCMAKE_BUILD_TYPE=None",
-             "-DCMAKE_CXX_FLAGS=-O0 -w", "-DORB_WERROR=OFF", "-DORB_BENCHMARKS=OFF"], env=self.environment
+             "-DCMAKE_C_COMPILER=clang", "-DCMAKE_CXX_COMPILER=clang++", "-DCMAKE_CXX_FLAGS=-O0 -w",
+             "-DORB_PRECOMPILED=ON", "-DORB_WERROR=OFF", "-DORB_BENCHMARKS=OFF"], env=self.environment
         )  # fmt: skip
         if code != 0:
             sys.exit(f"{output}\nmutate: the copy cannot be configured")

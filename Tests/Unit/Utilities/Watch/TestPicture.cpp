@@ -135,6 +135,10 @@ TEST_F(Module, TheWholeStateFollowsFromListingsAndLog)
     EXPECT_THAT(mPicture.Json(Now), HasSubstr("\"neighbour\":\"1.2:3 \\\"\\\\\xEF\xBF\xBD\\n\xEF\xBF\xBD\","));
     EXPECT_THAT(mPicture.Json(Now), HasSubstr("\xEF\xBF\xBD\\u0001<script>alert(1)</script>\\\"\\\\\","));
     EXPECT_EQ(Plain(mPicture.Json(Now)), Plain(ScenesOf(WholeScenes).front().script));
+    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\"0.98:1\""));
+    // Half a listing does not bring back what the other half once had.
+    Reply(ShellCommand::LocalAndRouting, "", {Hub, OrbRouter, Box});
+    EXPECT_THAT(mPicture.Json(Now), testing::Not(HasSubstr("\"0.98:1\"")));
 }
 
 TEST_F(Module, TheWholePageOfMetrics)
