@@ -143,6 +143,8 @@ TEST_F(LogTest, FailedAssertionIsWrittenAndItsMessageOnlyUnderItsFeature)
     EXPECT_THAT(Console(fail), MatchesRegex(failed + Stamp + " two\n"));
     Audit::Instance()->SetEnabled(0, 0);
     EXPECT_THAT(Console(fail), MatchesRegex(failed));
+    EXPECT_THAT(Console([] { AuditAssertFailed("../../Audit/Audit.h", 7, "c", "off\n"); }),
+                MatchesRegex(Stamp + " \\[40000002\\] Assert failed in file Audit/Audit.h at line 7 - c\r\n"));
     const auto others = [] {
         EXPECT_TRUE(AUDIT_ASSERT(true));
         AUDIT_LOG(IODiscovery, "off\n");

@@ -65,7 +65,7 @@ TEST_F(Interrupts, ThosePendingAreDispatchedInTheOrderOfTheListAndAcknowledgedFi
 TEST_F(InterruptsDeathTest, FaultsOfTheCodeAreFatal)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_DEATH(Open("0004", {32}), "Only 32 interrupt events are supported\\.");
+    EXPECT_DEATH(Open("0004", {32}), "Fatal: Only 32 interrupt events are supported\\. \\(.*FSI/Core");
     EXPECT_DEATH(Open("0004", {1})->ConnectSlot(2, [] {}), "Attempt to connect to unknown interrupt\\.");
 }
 
