@@ -32,11 +32,10 @@ if(ORB_SANITIZE)
   endif()
 endif()
 
-# What Asio does not need as templates is compiled once.
+# Asio's functions that are no templates are compiled once, and a program takes those that it needs.
 file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/generated/Asio.cpp CONTENT "#include <boost/asio/impl/src.hpp>\n")
 add_library(Asio STATIC ${CMAKE_BINARY_DIR}/generated/Asio.cpp)
 target_link_libraries(Asio PRIVATE OrbFlags)
-# Of which a program takes what it needs.
 target_compile_options(Asio PRIVATE -ffunction-sections -fdata-sections)
 target_link_options(Asio INTERFACE -Wl,--gc-sections)
 
