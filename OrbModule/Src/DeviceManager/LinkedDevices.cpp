@@ -185,7 +185,6 @@ void LinkedDevices::OnLocalLinkUp(Routing::PortsEnum port)
     if (isRouter != mDevices.mRouterConnected) mSignals.PostNetworkConnection(isRouter);
     mDevices.mRouterConnected = isRouter;
     mChecks.RequestInfo(ToSide(port));
-    if (neighbour == Neighbour::Next) UseOtherLink(port);
 }
 
 void LinkedDevices::OnLocalLinkGone(Routing::PortsEnum port, StreamType type)
