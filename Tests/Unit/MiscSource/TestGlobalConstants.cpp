@@ -1,3 +1,4 @@
+#include "Common/KLV/Commands/DiscoveryCommands.h"
 #include "MiscSource/GlobalConstants.h"
 #include "MiscSource/IoPort.h"
 #include "MiscSource/LinkPatch.h"
@@ -88,9 +89,10 @@ TEST(Model, DeviceTypesTheirUpdateCommandsAndSampleRates)
     EXPECT_EQ(Each<K2Heartbeat::LinkType>(0, 9, linkType), "-8|R3|I1|I0|I4|R5|R6|I7|I8|")
         << "routing or I/O, the type in update commands";
     const auto remoteType = [](RemoteDeviceType type) {
-        return (IsRoutingRemoteType(type) ? "R" : "-") + std::to_string(ToLinkType(type));
+        const std::string kind = IsRoutingRemoteType(type) ? "R" : IoUpdate::IsIoType(type) ? "I" : "-";
+        return kind + std::to_string(ToLinkType(type));
     };
-    EXPECT_EQ(Each<RemoteDeviceType>(0, 10, remoteType), "-3|-2|-0|R1|-4|R5|R6|-7|-0|-0|") << "and back";
+    EXPECT_EQ(Each<RemoteDeviceType>(0, 10, remoteType), "I3|I2|I0|R1|I4|R5|R6|I7|-0|-0|") << "and back";
     const auto sampleRate = [](SampleRates::SystemSampleRate rate) {
         return std::to_string(GetBaseRate(rate)) + (IsDoubleRate(rate) ? "D" : "") + (Is44k1Family(rate) ? "F" : "");
     };

@@ -24,7 +24,7 @@ using testing::HasSubstr;
 namespace {
 
 const std::string Box = "FixedFormat  0.32:1 \n\tPri Rem Address: 0.8.0.254Pri Link true\n"
-                        "\tSec Rem Address: 0.0.0.0 Sec Link false\n SR 48kHz:48kHz 96kHz \n";
+                        "\tSec Rem Address: 0.0.0.0 Sec Link false\n SR 48kHz:48kHz 96kHz\r\n";
 const std::string Hub = "KorvoHub 0.48:8000 \n\tPri Rem Address: 0.0.0.0Pri Link false\n"
                         "\tSec Rem Address: 0.12.0.254 Sec Link true\n SR 48kHz:\n";
 const std::string Beyond = "Hid: 0.48:2 , Type: Modular \n\tPri Rem GigE: ORB PORT  Pri Rem Address: 0.48.9.1 Link "
