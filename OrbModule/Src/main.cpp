@@ -28,6 +28,7 @@
 #include "OrbModule/Inc/OrbComms/OrbSimpleStreamContainer.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
 #include "OrbModule/Inc/Patching/Patcher.h"
+#include "OrbModule/Inc/RunUntilStopped.h"
 #include "OrbModule/Inc/SignalWatch.h"
 #include "OrbModule/Inc/StartupFailure.h"
 #include "OrbModule/Inc/TopLevelCommands.h"
@@ -101,18 +102,6 @@ void SetHeartbeatTimeout(boost::asio::io_service& service, DeviceManager& device
     } else {
         service.post([hid] { AUDIT_STREAM(Information, "Couldn't find timeout value for " << hid << "\r\n"); });
     }
-}
-
-/// An exception aborts only the handler that threw it; the service continues.
-void RunUntilStopped(boost::asio::io_service& service, cmd::CommandLine& shell)
-{
-    do {
-        try {
-            shell.Run();
-        } catch (const std::exception& error) {
-            AUDIT_LOG(Fault, "Exception on the main service: %s\r\n", error.what());
-        }
-    } while (!service.stopped());
 }
 
 /// A slot that hands what it gets to a member of an object of this file.

@@ -3,6 +3,7 @@
 #include "OrbModule/Inc/DeviceManager/DeviceManager.h"
 #include "OrbModule/Inc/Patching/PatchController.h"
 #include "OrbModule/Inc/Patching/Patcher.h"
+#include "OrbModule/Inc/RunUntilStopped.h"
 #include "OrbModule/Inc/SignalWatch.h"
 #include "OrbModule/Inc/StartupFailure.h"
 #include "OrbModule/Inc/TopLevelCommands.h"
@@ -100,6 +101,18 @@ TEST(StartupFailure, SaysWhatToDoAboutAMissingBlock)
               start + text + "\n" + start + "0010: Input/output error\n" + start + "other\n");
     EXPECT_EQ(log.Lines(), (Lines{"Start-up failed: " + text + "\r\n", "Start-up failed: 0010: Input/output error\r\n",
                                   "Start-up failed: other\r\n"}));
+}
+
+TEST(RunUntilStopped, ContinuesAfterAHandlerThatThrows)
+{
+    const LogRecorder log;
+    boost::asio::io_service service;
+    cmd::CommandLine shell(service, {boost::asio::ip::address_v4::loopback(), 0}, "");
+    service.post([] { throw std::runtime_error("broken"); });
+    service.post([&service] { service.stop(); });
+    RunUntilStopped(service, shell);
+    EXPECT_EQ(log.Lines(), (Lines{"Exception on the main service: broken\r\n"}));
+    EXPECT_TRUE(service.stopped());
 }
 
 TEST(SignalWatch, EndsTheServiceOnASignalAlone)
