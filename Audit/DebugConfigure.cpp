@@ -36,7 +36,7 @@ void SetFeature(const std::string& word, bool on)
         id = static_cast<std::uint32_t>(GetFeatureId(word));
     }
     if (id < MaxDebugLevels) {
-        audit->SetEnabled(id, on ? 1 : 0);
+        audit->SetEnabled(id, on);
         audit->Write("Debug Feature %s (%d) is %s\r\n", GetFeatureName(id).data(), static_cast<int>(id),
                      on ? "On" : "Off");
     } else {

@@ -56,7 +56,7 @@ KorvoAudit::KorvoAudit(const std::string& path)
         mRotating = true;
         Rotate();
     } else {
-        mFile.open(mLogPath, std::ios::out | std::ios::app);
+        mFile.open(mLogPath, std::ios::app);
     }
     if (!mFile.is_open()) {
         std::printf("Failed to open log file '%s', output to console only\n", mLogPath.c_str());
@@ -96,10 +96,7 @@ void KorvoAudit::Log(const Shape& shape, const char* format, MessageArgs args)
     const std::lock_guard<std::mutex> lock(sFileLock);
     if (IsFull()) RotateBeside();
     if (mRotating && HoldBack(shape, format, args)) return;
-    if (Format(shape, mLine, format, args) && mFile.is_open()) {
-        WriteToFile(OverflowText, false);
-        OnLogLine(OverflowText);
-    }
+    if (Format(shape, mLine, format, args) && mFile.is_open()) Emit(OverflowText);
     Emit(mLine);
 }
 
@@ -141,18 +138,17 @@ bool KorvoAudit::Format(const Shape& shape, char (&line)[LineSize], const char* 
     return overflow;
 }
 
-void KorvoAudit::WriteToFile(std::string_view text, bool flush)
+void KorvoAudit::WriteToFile(const std::string& text)
 {
     if (!mFile.is_open()) return;
-    mFile.write(text.data(), static_cast<std::streamsize>(text.size()));
-    if (flush) mFile.flush();
+    mFile << text << std::flush;
     // A full disk costs the lines that found it full, not the log.
     if (!mFile) mFile.clear();
 }
 
 void KorvoAudit::Emit(const std::string& line)
 {
-    WriteToFile(line, true);
+    WriteToFile(line);
     OnLogLine(line);
 }
 
@@ -191,7 +187,7 @@ void KorvoAudit::Rotate()
         fs::rename(mLogPath, previous);
         RunShell("gzip -- " + Quoted(previous), [this] { ReportSlowGzip(); });
         fs::remove(previous);
-        mFile.open(mLogPath, std::ios::out | std::ios::trunc);
+        mFile.open(mLogPath);
         FlushPending();
     } catch (const fs::filesystem_error& error) {
         HaltFile(error.what());

@@ -8,7 +8,6 @@
 #include <list>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <thread>
 
 /// The log with its file: rotation by size and at every start into five gzipped generations, and a hook for
@@ -62,7 +61,7 @@ private:
     bool HoldBack(const Shape& shape, const char* format, MessageArgs args);
     /// Builds the line in the buffer and prints it on the console. True if the message did not fit.
     bool Format(const Shape& shape, char (&line)[LineSize], const char* format, MessageArgs args);
-    void WriteToFile(std::string_view text, bool flush);
+    void WriteToFile(const std::string& text);
     void Emit(const std::string& line);
     bool IsFull();
     void RotateBeside();

@@ -31,7 +31,7 @@ void SwitchFeature(int number)
         return;
     }
     const auto feature = static_cast<std::uint32_t>(number);
-    Audit::Instance()->SetEnabled(feature, Audit::Instance()->IsEnabled(feature) ? 0 : 1);
+    Audit::Instance()->SetEnabled(feature, !Audit::Instance()->IsEnabled(feature));
     AUDIT_LOG(Information, "%-3d  -  %-32s -  %s \r\n", number, GetFeatureName(feature).data(), OnOff(feature));
 }
 

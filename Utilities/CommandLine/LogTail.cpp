@@ -9,7 +9,7 @@ namespace cmd {
 
 void LogTail::OnLogLine(const std::string& line)
 {
-    if (mTailCount.load() == 0 || line.empty()) return;
+    if (mTailCount.load() == 0) return;
     {
         const std::lock_guard<std::mutex> lock(mLock);
         if (mBacklog.size() + line.size() > mMaxBacklog) {
@@ -49,7 +49,6 @@ bool LogTail::Remove(const std::shared_ptr<ClientConnection>& connection)
 void LogTail::Deliver()
 {
     const std::string text = TakeBacklog();
-    if (text.empty()) return;
     for (const std::shared_ptr<ClientConnection>& connection : mTailing)
         connection->Write(text);
 }

@@ -90,8 +90,7 @@ TEST(StartupFailure, SaysWhatToDoAboutAMissingBlock)
 {
     const LogRecorder log;
     testing::internal::CaptureStderr();
-    const std::system_error missing(std::make_error_code(std::errc::no_such_device), "0010");
-    EXPECT_EQ(ReportStartupFailure(missing), 3);
+    EXPECT_EQ(ReportStartupFailure(std::system_error(std::make_error_code(std::errc::no_such_device), "0010")), 3);
     EXPECT_EQ(ReportStartupFailure(std::system_error(std::make_error_code(std::errc::io_error), "0010")), 3);
     EXPECT_EQ(ReportStartupFailure(std::runtime_error("other")), 3);
     const std::string text =

@@ -28,7 +28,7 @@ protected:
             [](unsigned a, const std::string& b, bool c) { return std::to_string(a) + b + (c ? "+" : "-"); });
         add("calls", "Those of 'none'", [this] { return mCalls; });
         add("client", "", [](const std::shared_ptr<cmd::ClientConnection>&, int value) { return value; });
-        add("throws", "", []() -> int { throw std::runtime_error("broken"); });
+        add("throws", "", [](char, wchar_t, short, unsigned long) -> int { throw std::runtime_error("broken"); });
         const auto node = std::make_shared<cmd::Node>();
         const auto one = [] { return 1u; };
         node->Add("adma/deep/er", {MakeAction("x", one, "Line\nrest")});
@@ -80,7 +80,7 @@ TEST_F(ExecuteDeathTest, FaultsOfWhoDeclaresCommandsAreFatal)
 {
     const auto nothing = [] {};
     EXPECT_DEATH(mShell.AddAction("bool", nothing, ""), "Action names must be unique in a node");
-    EXPECT_DEATH(mShell.AddAction("a b", nothing, ""), "Action names cannot contain spaces");
+    EXPECT_DEATH(mShell.AddAction("a b", nothing, ""), "Fatal: Action names cannot contain spaces \\(.*Node.cpp:[1-9]");
 }
 
 } // namespace

@@ -203,7 +203,6 @@ TEST_F(RemoteAuditorTest, ATailGetsWhatIsLoggedBetweenItsBeginningAndItsEndAndTh
     const auto one = NextConnection();
     const LoopbackPeer second = Connect();
     const auto two = NextConnection();
-    tail->OnLogLine("nobody\n");
     std::vector<bool> changed = {tail->Add(one)};
     tail->OnLogLine("a1\n");
     changed.insert(changed.end(), {tail->Add(two), tail->Add(two)});
@@ -214,8 +213,11 @@ TEST_F(RemoteAuditorTest, ATailGetsWhatIsLoggedBetweenItsBeginningAndItsEndAndTh
         tail->OnLogLine(line);
     mService.poll();
     tail->OnLogLine("f2\n");
-    mService.poll();
+    tail->Remove(two);
     one->Write("end\n");
+    mService.poll();
+    tail->OnLogLine("nobody\n");
+    EXPECT_EQ(mService.poll(), 0u) << "a line costs nothing while nobody tails";
     SkipGreeting(first);
     EXPECT_EQ(first.ReceiveThrough("end\n"), "a1\nb12\nend\n");
     SkipGreeting(second);
@@ -245,7 +247,8 @@ TEST_F(RemoteAuditorTest, AStalledClientIsDroppedAndTheOthersAreInformed)
     connection->Write("y");
     Log("as much as may be");
     for (int i = 0; i < 4; ++i)
-        connection->Write("z");
+        mShell->GetServer().LineReceived.connect([&](const auto& client, const auto&) { client->Write(most); });
+    stalled.Send("1\n2\n");
     mShell->Start();
     SkipGreeting(reading);
     EXPECT_THAT(reading.ReceiveThrough("gone\r\n"),
@@ -260,7 +263,7 @@ TEST_F(RemoteAuditorTest, TheShellOutlivesItsAuditor)
     LoopbackPeer client = Connect();
     NextConnection();
     Log("never delivered");
-    Audit::SetInstance(nullptr);
+    AuditGuard();
     const LoopbackPeer late = Connect();
     mShell->Start();
     SkipGreeting(late);
