@@ -20,8 +20,8 @@ public:
 
     void WriteTo(DataStream& stream) const override
     {
-        KLVCommandWriteSet set(stream, Version, Id, Klv::GetFieldLength(Self()));
-        Klv::WriteField(set, Self());
+        KLVCommandWriteSet set(stream, Version, Id, Self().GetLength());
+        Self().Write(set);
     }
 
 protected:

@@ -97,5 +97,5 @@ void CommandTimingStats::Report(bool force)
         AUDIT_LOG(TimingStatsDebug, "Log Stalls     %4lu     [ Number of times writing to log has exceeded %umS ]\n",
                   ForPrintf(mLogStalls), LogStallMs);
     }
-    if (force) audit->SetEnabled(Feature, wasOn ? 1 : 0);
+    if (force) audit->SetEnabled(Feature, wasOn);
 }

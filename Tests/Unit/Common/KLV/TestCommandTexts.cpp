@@ -17,8 +17,8 @@ TEST(CommandTexts, OfIdsAndKeys)
               "MEM:F1:D2:I3|MEM:F511:D127:I2047|EVT:V1:E5|FEAT:F1:D2:I3|");
     EXPECT_EQ(Joined(KeyToText(0x18041003), KeyToText(0x20041003), KeyToText(0x28000320), KeyToText(0x2FFFFFFF)),
               "PATH:F1:D2:I3|FS:F1:D2:I3|CMD:V0:I800|CMD:V31:I4194303|");
-    EXPECT_EQ(Joined(KeyToText(0x30041003), KeyToText(0x3FFF0009), KeyToText(0x48000000), KeyToText(0xFFFFFFFF)),
-              "PAN:F1:D2:I3|DSP_MESSAGE:M9|UNKNOWN 9|UNKNOWN 31|");
+    EXPECT_EQ(Joined(KeyToText(0x30041003), KeyToText(0x3FFF0009), KeyToText(0x40000000), KeyToText(0xFFFFFFFF)),
+              "PAN:F1:D2:I3|DSP_MESSAGE:M9|UNKNOWN 8|UNKNOWN 31|");
 }
 
 TEST(CommandTexts, OfLocations)
