@@ -158,10 +158,8 @@ void AudioDmaManager::SetAudioRoutes(const std::vector<AudioDmaTransaction>& sou
     FATAL_ASSERT(std::is_sorted(sources.begin(), sources.end()) && std::is_sorted(sinks.begin(), sinks.end()),
                  "SetTransactions requires sorted source and sink transactions.");
     std::vector<AudioDmaTransaction> changed = mSources;
-    std::optional<std::size_t> first;
     for (std::size_t i = 0; i < sinks.size(); ++i) {
-        const std::uint16_t endpoint = GetEndpoint(sinks[i]);
-        if (i == 0 || endpoint != GetEndpoint(sinks[i - 1])) first = FindSink(MakeTransaction(endpoint, 0));
+        const std::optional<std::size_t> first = FindSink(MakeTransaction(GetEndpoint(sinks[i]), 0));
         FATAL_ASSERT(first, "Unregistered sink endpoint specified.");
         const std::size_t index = *first + GetSample(sinks[i]);
         FATAL_ASSERT(index < mSinks.size() && mSinks[index] == sinks[i], "SetAudioPath: Unknown sink specified.");

@@ -141,7 +141,7 @@ void ExternalClockManager::OnMeasurement()
     clock.mMeasure = value;
     AUDIT_STREAM(SyncSelectorDebug, "NotifyMeasurementAvailable Id " << id << " value " << value << " range "
                                                                      << range.minimum << range.maximum << "\n");
-    clock.mStable = range.Holds(value) ? 1 : 0;
+    clock.mStable = range.Holds(value);
     if (clock.mStable && !wasStable) AUDIT_LOG(Information, "Clock %u inside accept measurements \r\n", id);
 
     if (id == mSelected)

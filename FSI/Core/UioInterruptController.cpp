@@ -21,10 +21,9 @@ constexpr std::chrono::milliseconds RetryDelay{100};
 
 UioInterruptController::UioInterruptController(boost::asio::io_service& service,
                                                const std::vector<std::shared_ptr<Interruptable>>& devices)
-    : mIoService(service), mDevices(devices)
+    : mIoService(service), mDevices(devices), mWake(::eventfd(0, EFD_CLOEXEC))
 {
     FATAL_ASSERT(!mDevices.empty(), "!mDevices.empty()");
-    mWake = ::eventfd(0, EFD_CLOEXEC);
     if (mWake == -1) throw std::system_error(errno, std::generic_category(), "UioInterruptController eventfd");
     mThread = std::thread([this] { Run(); });
 }

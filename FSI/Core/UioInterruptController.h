@@ -32,7 +32,7 @@ private:
     const std::vector<std::shared_ptr<Interruptable>> mDevices;
     std::atomic<bool> mRunning{true};
     /// An eventfd that polls readable when the thread shall end.
-    int mWake = -1;
+    const int mWake;
     std::thread mThread;
 };
 

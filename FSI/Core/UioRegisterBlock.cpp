@@ -4,7 +4,6 @@
 #include <boost/filesystem.hpp>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
@@ -41,11 +40,9 @@ std::uint32_t ReadHex(const fs::path& path)
 {
     const std::optional<std::string> line = ReadFirstLine(path);
     if (!line) return 0;
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long value = std::strtoull(line->c_str(), &end, 16);
-    if (end == line->c_str() || errno != 0 || value > std::numeric_limits<std::uint32_t>::max()) return 0;
-    return static_cast<std::uint32_t>(value);
+    // Gives 0 where there are no digits, and the largest value for more digits than it can hold.
+    const unsigned long long value = std::strtoull(line->c_str(), nullptr, 16);
+    return value > std::numeric_limits<std::uint32_t>::max() ? 0 : static_cast<std::uint32_t>(value);
 }
 
 std::vector<fs::path> FindDevices(const std::string& name, const fs::path& classRoot)

@@ -1,8 +1,8 @@
 #include "Simulation/Fpga/SimulatedBlock.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -19,8 +19,9 @@ SimulatedBlock::SimulatedBlock(const std::string& name, std::uint8_t blockId, st
     SetBlockId(blockId);
     SetFirmwareBuild(firmwareBuild);
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe of simulated block " + name);
+    // As on a real line, a read waits for the next interrupt, and a broken one can be read too: it gives nothing.
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        throw std::system_error(errno, std::generic_category(), "line of simulated block " + name);
     mReadEnd = ends[0];
     mWriteEnd = ends[1];
 }
@@ -62,7 +63,7 @@ std::uint32_t SimulatedBlock::Read(std::uint32_t offset) const
 
 std::uint32_t SimulatedBlock::Peek(std::uint32_t offset) const
 {
-    return offset < Size ? mRegisters[offset / 4] : 0;
+    return offset < Size && offset % 4 == 0 ? mRegisters[offset / 4] : 0;
 }
 
 void SimulatedBlock::Write(std::uint32_t offset, std::uint32_t value)

@@ -86,7 +86,7 @@ private:
     template <class Type>
     std::string Field(const std::string& path, const std::string& name, const Type& sample)
     {
-        return "{name = " + LuaText(name) + ", " + Kind(path + name, name, sample) + "}";
+        return Named(name, Kind(path + name, name, sample));
     }
 
     template <class Type>
@@ -122,14 +122,14 @@ private:
     {
         const Element element{};
         return Simple("list") + ", minimum = " + std::to_string(Klv::GetFieldLength(element)) +
-               ", element = " + Field(path.substr(0, path.size() - name.size()), name, element);
+               ", element = " + Named(name, Kind(path, name, element));
     }
 
     template <class Element, std::size_t Size>
     std::string CompoundKind(const std::string& path, const std::string& name, const std::array<Element, Size>&)
     {
         return Simple("array") + ", size = " + std::to_string(Size) +
-               ", element = " + Field(path.substr(0, path.size() - name.size()), name, Element{});
+               ", element = " + Named(name, Kind(path, name, Element{}));
     }
 
     std::string CompoundKind(const std::string& path, const std::string& name, const PortBitmapEntries&)
@@ -141,7 +141,7 @@ private:
             fields += Field(path + ".", fieldName, field) + ", ";
         });
         return Simple("list") + ", minimum = " + std::to_string(Klv::FieldCodec<PortBitmapEntries>::ENTRY_SIZE) +
-               ", element = {name = " + LuaText(name) + ", kind = \"record\", fields = {" + fields + "}}";
+               ", element = " + Named(name, Simple("record") + ", fields = {" + fields + "}");
     }
 
     template <class Record>
@@ -172,6 +172,10 @@ private:
         return (std::is_signed_v<Number> ? "int" : "uint") + std::to_string(8 * sizeof(Number));
     }
 
+    static std::string Named(const std::string& name, const std::string& kind)
+    {
+        return "{name = " + LuaText(name) + ", " + kind + "}";
+    }
     static std::string Simple(const std::string& kind) { return "kind = " + LuaText(kind); }
     static std::string WithTexts(const std::string& kind, const std::string& texts)
     {

@@ -25,12 +25,10 @@ bool IsAbove(const Digits& a, const Digits& b)
 /// Its value, capped at one that is out of range for every endpoint.
 std::size_t ValueOf(const Digits& digits)
 {
-    constexpr std::size_t mostDigits = 4;
-    if (digits.size() > mostDigits) return MaximumSamplesPerEndpoint;
     std::size_t value = 0;
     for (const char digit : digits)
-        value = value * 10 + static_cast<std::size_t>(digit - '0');
-    return std::min<std::size_t>(value, MaximumSamplesPerEndpoint);
+        value = std::min<std::size_t>(value * 10 + static_cast<std::size_t>(digit - '0'), MaximumSamplesPerEndpoint);
+    return value;
 }
 
 /// Walks the text.
