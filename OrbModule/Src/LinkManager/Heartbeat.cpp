@@ -71,5 +71,5 @@ bool Heartbeat::Send()
     std::array<std::uint8_t, MESSAGE_SIZE> message = {MESSAGE_TYPE};
     StoreLittleEndian(mMasterHid.load(), &message[1]);
     boost::system::error_code error;
-    return mSocket.send_to(boost::asio::buffer(message), mDestination, 0, error) == message.size() && !error;
+    return mSocket.send_to(boost::asio::buffer(message), mDestination, 0, error) == message.size();
 }

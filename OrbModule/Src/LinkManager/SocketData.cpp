@@ -100,7 +100,7 @@ void LinkManager::SocketData::OnReceive(const boost::system::error_code& error, 
 
 void LinkManager::SocketData::OnHeartbeat(const LinkState& packet)
 {
-    if (mTimeout.count() != 0) CancelTimeoutTimer();
+    CancelTimeoutTimer();
     AUDIT_STREAM(RouterConnectionDebugVerbose,
                  "Received HB on " << LinkPortText(mGigePort) << " from " << mSender << "\n");
     mLinkType = packet.GetType();
@@ -113,7 +113,7 @@ void LinkManager::SocketData::OnHeartbeat(const LinkState& packet)
         return;
     }
     StartReceive();
-    if (mTimeout.count() != 0) StartTimeoutTimer();
+    StartTimeoutTimer();
 }
 
 bool LinkManager::SocketData::CheckLateness(const LinkState& packet)

@@ -49,16 +49,16 @@ TEST(RecordTest, DescriptionsAreGivenByTheirClassAndOnlyWhenComplete)
 TEST(RecordTest, DescriptionsMeetALimitOfDevicesAndOneOfBytes)
 {
     const LogRecorder log;
-    DeviceInfoStorage storage({2, 3 * DeviceInfoStorage::CommandOverhead});
+    DeviceInfoStorage storage({2, 4 * DeviceInfoStorage::CommandOverhead});
     for (std::uint32_t hid = 1; hid <= 3; ++hid)
         storage.Emplace(hid, K2_FIXED_FORMAT_TYPE, Box(hid), 0);
     EXPECT_EQ(storage.GetIoInfo(3), nullptr);
-    storage.Emplace(1, K2_FIXED_FORMAT_TYPE, Box(1, 207), 0);
-    EXPECT_EQ(storage.GetIoInfo(1)->GetSlots()[0].size(), 0u) << "232 bytes and 25 of the other";
-    storage.Emplace(1, K2_FIXED_FORMAT_TYPE, Box(1, 206), 0);
-    EXPECT_EQ(storage.GetIoInfo(1)->GetSlots()[0].size(), 206u) << "what it replaces does not count";
+    storage.Emplace(1, K2_FIXED_FORMAT_TYPE, Box(1, 463), 0);
+    EXPECT_EQ(storage.GetIoInfo(1)->GetSlots()[0].size(), 0u) << "488 bytes and 25 of the other";
+    storage.Emplace(1, K2_FIXED_FORMAT_TYPE, Box(1, 462), 0);
+    EXPECT_EQ(storage.GetIoInfo(1)->GetSlots()[0].size(), 462u) << "what it replaces does not count";
     storage.EraseDeviceInfo(1);
-    storage.Emplace(3, K2_FIXED_FORMAT_TYPE, Box(3, 206), 0);
+    storage.Emplace(3, K2_FIXED_FORMAT_TYPE, Box(3, 462), 0);
     EXPECT_NE(storage.GetIoInfo(3), nullptr) << "erased is free";
     EXPECT_THAT(log.Lines(), Contains(HasSubstr("Store of device descriptions is full")).Times(1));
     EXPECT_THAT(log.Lines(), Contains(HasSubstr("(2 devices, 562 bytes), ignoring the description of device 0x3(3)")));

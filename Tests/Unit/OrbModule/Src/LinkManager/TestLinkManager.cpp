@@ -339,6 +339,11 @@ driver burst 3; driver plug 1 0x3F800 8 => ifconfig k2link1 127.0.40.2 netmask 2
  => ifconfig k2link0 up; ifconfig k2link1 0.0.0.0; ifconfig k2link1 up
  -> lost H1 0.3:f800 Unknown(0)
 driver plug 1 0x3F800 8 => ifconfig k2link1 127.0.40.2 netmask 255.255.255.0)");
+    // Lost reports change nothing.
+    mLog.Hold("Scanned\r\n");
+    Do("driver burst 10000");
+    mLog.Release();
+    Play(" => log Error receiving reply to netlink message: Out of memory");
     mResult = 3;
     Play(R"(
 driver unplug 1 => ifconfig k2link1 0.0.0.0; log LinkManager::Scan Error 3
