@@ -78,12 +78,8 @@ void EventStream::Send(std::string bytes)
     mStream.expires_after(WritePatience);
     boost::asio::async_write(mStream, boost::asio::buffer(mBytes),
                              [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                                 if (error) {
-                                     boost::system::error_code ignored;
-                                     self->mStream.socket().close(ignored);
-                                     return;
-                                 }
-                                 self->SendNext();
+                                 // A broken connection is noticed by its read.
+                                 if (!error) self->SendNext();
                              });
 }
 

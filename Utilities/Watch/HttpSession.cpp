@@ -193,10 +193,9 @@ void HttpSession::Send(Response response)
     if (mParser->get().method() == http::verb::head) {
         // The length of the response to GET.
         const auto serializer = std::make_shared<http::response_serializer<typename Response::body_type>>(*message);
-        http::async_write_header(mStream, *serializer,
-                                 [done, serializer](const boost::system::error_code& error, std::size_t size) {
-                                     done(error == http::error::need_more ? boost::system::error_code() : error, size);
-                                 });
+        http::async_write_header(
+            mStream, *serializer,
+            [done, serializer](const boost::system::error_code& error, std::size_t size) { done(error, size); });
         return;
     }
     http::async_write(mStream, *message, done);

@@ -32,8 +32,7 @@ struct LinkFacts
 class LinkTracker
 {
 public:
-    /// @return whether the message changed anything.
-    bool OnMessage(std::string_view text);
+    void OnMessage(std::string_view text);
     void OnLocalDevices(const std::vector<Device>& devices);
     /// All is unknown again: another module may be there now.
     void Reset();
@@ -48,12 +47,11 @@ public:
 
 private:
     LinkFacts& At(Port port) { return mLinks[static_cast<std::size_t>(port)]; }
-    bool OnCable(std::string_view rest);
-    bool OnNeighbour(std::string_view rest);
-    bool OnStream(std::string_view rest);
-    bool OnCheck();
-    bool OnRoute(std::string_view rest);
-    bool OnDescribed(LinkFacts* link);
+    void OnCable(std::string_view rest);
+    void OnNeighbour(std::string_view rest);
+    void OnStream(std::string_view rest);
+    void OnCheck();
+    void OnRoute(std::string_view rest);
 
     std::array<LinkFacts, PortCount> mLinks;
     Port mLastStream = Port::Unknown;

@@ -22,7 +22,7 @@ boost::asio::ip::tcp::endpoint EndpointOf(const std::string& option, const std::
     std::uint16_t port = 0;
     boost::system::error_code error;
     std::string host = text.substr(0, colon);
-    if (host.size() > 1 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+    if (!host.empty() && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
     const auto address = boost::asio::ip::make_address(host, error);
     if (error || colon == std::string::npos || !boost::conversion::try_lexical_convert(text.substr(colon + 1), port)) {
         throw po::error("--" + option + " takes ADDRESS:PORT, not '" + text + "'");

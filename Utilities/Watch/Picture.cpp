@@ -25,7 +25,7 @@ bool HasHid(const std::vector<Device>& devices, const std::string& hid)
 
 std::string_view ContactName(Contact contact)
 {
-    constexpr std::array<std::string_view, 4> Names = {"away", "connecting", "silent", "live"};
+    constexpr std::string_view Names[] = {"away", "connecting", "silent", "live"};
     return Names[static_cast<std::size_t>(contact)];
 }
 
@@ -52,10 +52,9 @@ void Picture::OnVersion(const std::string& version)
 
 void Picture::OnMessage(LogMessage message, Milliseconds now)
 {
-    if (mLinks.OnMessage(message.text)) {
-        Changed(Section::Links);
-        Changed(Section::Module);
-    }
+    mLinks.OnMessage(message.text);
+    Changed(Section::Links);
+    Changed(Section::Module);
     if (mLog.Add(std::move(message), now)) Changed(Section::Faults);
 }
 

@@ -22,6 +22,7 @@ constexpr milliseconds BlindRefresh{2000};
 constexpr std::size_t FitsMessage = 3900;
 constexpr std::size_t FirstOfClocks = 5;
 static_assert(PictureCommands[FirstOfClocks] == ShellCommand::Clocks);
+static_assert(!IsLogged(PictureCommands.back()));
 
 } // namespace
 
@@ -127,7 +128,7 @@ void Poller::OnMessage(LogMessage message)
     mPicture.OnMessage(std::move(message), NowMs());
     mLastHint = Clock::now();
     mChanged();
-    if (!mRound) Schedule();
+    Schedule();
 }
 
 void Poller::Refill()
@@ -169,10 +170,9 @@ void Poller::Schedule()
     const bool clocksOnly = clocks && *clocks < *next;
     if (clocksOnly) next = clocks;
     Refill();
-    if (mBudget < 0) {
-        const std::chrono::duration<double> wait(-mBudget / mSettings.logRate);
-        next = std::max(*next, Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
-    }
+    // In the past while there is something left.
+    const std::chrono::duration<double> wait(-mBudget / mSettings.logRate);
+    next = std::max(*next, Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
     mPicture.OnSparing(mBudget < 0);
     mRoundTimer.expires_at(*next);
     mRoundTimer.async_wait([this, clocksOnly](const boost::system::error_code& error) {
@@ -185,9 +185,7 @@ void Poller::StartRound(bool clocksOnly)
     if (mRound || !mLink.IsReady()) return;
     // The last page may have been closed by now.
     if (!IsLookedAt()) return;
-    mRound = Round();
-    mRound->clocksOnly = clocksOnly;
-    mRound->next = clocksOnly ? FirstOfClocks : 0;
+    mRound = Round{clocksOnly, clocksOnly ? FirstOfClocks : 0};
     mLastRound = Clock::now();
     if (!clocksOnly) mLastPicture = mLastRound;
     AskNext();
@@ -195,12 +193,12 @@ void Poller::StartRound(bool clocksOnly)
 
 void Poller::AskNext()
 {
-    while (mRound->directOnly && mRound->next < PictureCommands.size() && IsLogged(PictureCommands[mRound->next]))
-        ++mRound->next;
     if (mRound->next == PictureCommands.size()) {
         EndRound();
         return;
     }
+    while (mRound->directOnly && IsLogged(PictureCommands[mRound->next]))
+        ++mRound->next;
     const ShellCommand command = PictureCommands[mRound->next];
     if (mRound->directOnly || mLong.count(command) != 0) {
         mLink.Session().AskWhole(command);
@@ -239,7 +237,7 @@ void Poller::OnReply(const Reply& reply)
         });
         return;
     }
-    if (mLong.count(reply.command) != 0 && reply.result.size() < FitsMessage) {
+    if (reply.result.size() < FitsMessage) {
         mLong.erase(reply.command);
         mPicture.OnLong(reply.command, false);
     }

@@ -27,7 +27,7 @@ class Poller
 public:
     struct Settings
     {
-        std::chrono::milliseconds refresh{60000};
+        std::chrono::milliseconds refresh;
         /// Between two readings of the clocks while a page is open, once it has been open for longer than `attention`;
         /// before that they are read each second.
         std::chrono::milliseconds clocks{5000};
@@ -56,13 +56,13 @@ public:
     /// Called after each change of the picture.
     void SetChanged(std::function<void()> changed) { mChanged = std::move(changed); }
     /// Listings in flight, 0 or 1.
-    std::size_t ListingsUnderway() const { return mRound ? 1 : 0; }
+    std::size_t ListingsUnderway() const { return mRound.has_value(); }
 
 private:
     struct Round
     {
-        bool clocksOnly = false;
-        std::size_t next = 0;
+        bool clocksOnly;
+        std::size_t next;
         std::size_t loggedBytes = 0;
         /// Information is off: listings that come by the log are omitted.
         bool directOnly = false;

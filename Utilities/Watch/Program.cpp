@@ -13,23 +13,14 @@ using boost::asio::ip::tcp;
 
 tcp::acceptor Listen(boost::asio::io_context& context, const Options& options)
 {
-    tcp::acceptor acceptor(context);
-    if (options.listenDescriptor) {
-        sockaddr_storage address{};
-        socklen_t length = sizeof address;
-        const bool isSocket =
-            getsockname(*options.listenDescriptor, reinterpret_cast<sockaddr*>(&address), &length) == 0;
-        if (!isSocket || (address.ss_family != AF_INET && address.ss_family != AF_INET6)) {
-            throw std::runtime_error("--listen-fd is no listening TCP socket");
-        }
-        acceptor.assign(address.ss_family == AF_INET ? tcp::v4() : tcp::v6(), *options.listenDescriptor);
-        return acceptor;
+    if (!options.listenDescriptor) return {context, options.listen};
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    const bool isSocket = getsockname(*options.listenDescriptor, reinterpret_cast<sockaddr*>(&address), &length) == 0;
+    if (!isSocket || (address.ss_family != AF_INET && address.ss_family != AF_INET6)) {
+        throw std::runtime_error("--listen-fd is no listening TCP socket");
     }
-    acceptor.open(options.listen.protocol());
-    acceptor.set_option(tcp::acceptor::reuse_address(true));
-    acceptor.bind(options.listen);
-    acceptor.listen();
-    return acceptor;
+    return {context, address.ss_family == AF_INET ? tcp::v4() : tcp::v6(), *options.listenDescriptor};
 }
 
 std::string Text(const tcp::endpoint& endpoint)
@@ -39,18 +30,11 @@ std::string Text(const tcp::endpoint& endpoint)
     return text.str();
 }
 
-Poller::Settings SettingsOf(const Options& options)
-{
-    Poller::Settings settings;
-    settings.refresh = options.refresh;
-    return settings;
-}
-
 } // namespace
 
 Program::Program(boost::asio::io_context& context, const Options& options)
     : mPicture(Text(options.shell)),
-      mPoller(context, options.shell, mPicture, SettingsOf(options)),
+      mPoller(context, options.shell, mPicture, {options.refresh}),
       mServer(context, Listen(context, options), mPicture, mPoller, options.hosts)
 {
     mPoller.SetChanged([this] { mServer.OnChange(); });

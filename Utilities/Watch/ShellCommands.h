@@ -21,7 +21,7 @@ enum class ShellCommand {
     TailOff,
 };
 
-constexpr std::array<std::string_view, 10> ShellCommandTexts = {
+constexpr std::string_view ShellCommandTexts[] = {
     "sio", "sr", "ps", "rs", "adma/status", "clock/status", "clock/active", "version", "tail true", "tail false",
 };
 

@@ -26,21 +26,17 @@ ShellLink::ShellLink(boost::asio::io_context& context, boost::asio::ip::tcp::end
 void ShellLink::Connect()
 {
     mEvents.connecting();
-    const unsigned generation = ++mGeneration;
-    boost::system::error_code ignored;
-    mSocket.close(ignored);
-    mSocket.async_connect(mShell, [this, generation](const boost::system::error_code& error) {
+    mSocket.async_connect(mShell, [this, generation = mGeneration](const boost::system::error_code& error) {
         if (generation == mGeneration) OnConnect(error);
     });
     mRetryTimer.expires_after(ConnectTimeout);
-    mRetryTimer.async_wait([this, generation](const boost::system::error_code& error) {
+    mRetryTimer.async_wait([this, generation = mGeneration](const boost::system::error_code& error) {
         if (!error && generation == mGeneration) Drop();
     });
 }
 
 void ShellLink::OnConnect(const boost::system::error_code& error)
 {
-    mRetryTimer.cancel();
     if (error) {
         Drop();
         return;
@@ -120,7 +116,6 @@ void ShellLink::Drop()
     mConnected = false;
     boost::system::error_code ignored;
     mSocket.close(ignored);
-    mQuietTimer.cancel();
     // The session may still be processing its input, so it is destroyed later.
     mEvents.lost();
     Retry();
@@ -131,7 +126,6 @@ void ShellLink::Retry()
     mRetryTimer.expires_after(RetryDelay);
     mRetryTimer.async_wait([this, generation = mGeneration](const boost::system::error_code& error) {
         if (error || generation != mGeneration) return;
-        mSession.reset();
         Connect();
     });
 }

@@ -54,9 +54,9 @@ std::string_view TrimEnd(std::string_view text)
 /// The command that a "Received" line names; its arguments may follow.
 std::optional<ShellCommand> CommandOf(std::string_view text)
 {
-    for (std::size_t i = 0; i < ShellCommandTexts.size(); ++i)
-        if (text == ShellCommandTexts[i]) return static_cast<ShellCommand>(i);
-    return std::nullopt;
+    const auto* const found = std::find(std::begin(ShellCommandTexts), std::end(ShellCommandTexts), text);
+    if (found == std::end(ShellCommandTexts)) return std::nullopt;
+    return static_cast<ShellCommand>(found - std::begin(ShellCommandTexts));
 }
 
 /// Of a line that names a command without its arguments.
@@ -88,28 +88,27 @@ bool ShellSession::Feed(std::string_view bytes)
 
 void ShellSession::OnQuiet()
 {
-    if (mMode != Mode::Log || mPending || mBuffer.empty()) return;
+    if (mMode != Mode::Log || mPending) return;
     Emit(mBuffer.size());
 }
 
 void ShellSession::Ask(ShellCommand command)
 {
     mPending = command;
-    mReply = Reply{command, {}, {}, false, 0};
+    mReply = Reply{command};
     mEvents.send(std::string(TextOf(command)) + "\n");
 }
 
 void ShellSession::AskWhole(ShellCommand command)
 {
     mPending = command;
-    mReply = Reply{command, {}, {}, false, 0};
+    mReply = Reply{command};
     SendWindow(TextOf(command));
 }
 
 void ShellSession::SendWindow(std::string_view command)
 {
     mMode = Mode::AwaitDirect;
-    mSearched = 0;
     std::string lines;
     for (const std::string_view line :
          {TextOf(ShellCommand::TailOff), command, TextOf(ShellCommand::Version), TextOf(ShellCommand::TailOn)})
@@ -150,7 +149,7 @@ bool ShellSession::TakeMessage()
         return true;
     }
     // A stamp may have begun at the end of what has come.
-    mSearched = mBuffer.size() > StampShape.size() ? mBuffer.size() - StampShape.size() : 0;
+    mSearched = std::max(mBuffer.size(), StampShape.size()) - StampShape.size();
     if (!StartsWith(WithoutStamp(mBuffer), Sent)) return false;
     if (mBuffer.size() >= MaxMessage) {
         Emit(MaxMessage);
@@ -175,7 +174,7 @@ bool ShellSession::TakeTailOff()
     const std::size_t next = FindStamp(mBuffer, 1);
     // Whole messages go first, one of which may hold such a line.
     if (next < at) return false;
-    if (at > 0) Emit(at);
+    Emit(at);
     mBuffer.erase(0, TailIsOff.size());
     mMode = Mode::Direct;
     return true;
@@ -198,7 +197,7 @@ bool ShellSession::TakeDirect()
     if (!StartsWith(mBuffer, mark)) {
         end = mBuffer.find("\n" + mark, mSearched);
         if (end == std::string::npos) {
-            mSearched = mBuffer.size() > mark.size() ? mBuffer.size() - mark.size() - 1 : 0;
+            mSearched = std::max(mBuffer.size(), mark.size()) - mark.size();
             return false;
         }
         ++end;
@@ -243,7 +242,7 @@ bool ShellSession::OnShellLine(std::string_view text, std::size_t length)
     } else if (!StartsWith(text, Sent)) {
         mReply.records.emplace_back(text);
     } else if (const std::string head = std::string(Sent) + std::string(name) + " Result\r\n"; StartsWith(text, head)) {
-        const bool whole = text.size() >= SentEnd.size() && text.substr(text.size() - SentEnd.size()) == SentEnd;
+        const bool whole = text.substr(text.size() - SentEnd.size()) == SentEnd;
         Finish(text.substr(head.size()), !whole);
     }
     return true;

@@ -51,7 +51,7 @@ std::string Replaced(std::string text, const std::string& part, const std::strin
 /// Without quotes, what stands for bytes that are no text, and the line ends that an indented line follows.
 std::string Plain(const std::string& text)
 {
-    return std::regex_replace(text, std::regex("\"|\n +|\xEF\xBF\xBD"), "");
+    return std::regex_replace(text, std::regex("\"|\n +|\xEF\xBF\xBD|\x7F"), "");
 }
 
 constexpr Milliseconds Now = 1000000;
@@ -96,27 +96,28 @@ protected:
         Reply(ShellCommand::Patches, "",
               {Reserved, "PI  Src HID:99999999999(0.32:1 )",
                Patch("18(0x12(18) ), Style:2(Output), Idx:4", "Not Sent", "Sent \n\t\t\tPri  GigE:TDM UNKNOWN 255 \n"),
-               Patch("17(0x11(17) ), Style:2(Output), Idx:9", "Success", "Awaiting Reply \n")});
+               Patch("17(0x11(17) ), Style:2(Output), Idx:9", "Success", "Awaiting Reply \n"),
+               Patch("19(0x13(19) ), Style:2(Output), Idx:0", "Retry Sent", "Not Sent \n")});
         Reply(ShellCommand::Slots,
               "\tSlot 9  Source0.9:9  Port 9ORB PORT 9\n\t\tDest 0.9:9  Port 9\nLink 0\n\t\tDest 0.9:9  Port 9\n"
               "\tSlot 0  Source0.32:1  Port 3Sec Korvo 3\n\t\tDest 0.18:1  Port 5\n"
               "\tSlot 1  Source0.32:1  Port 4Pri Korvo 4\n\t\tDest 0.18:1  Port 6\n\t\tDest 0.18:1  Port 7\n"
-              "\tSlot x  Source0.32:1  Port 4Pri Korvo 4\n\tSlot 2  Source0.32:1\n\tSlot 3  Source0.3:1  Port g\n"
+              "\tSlot  Source0.32:1  Port 4Pri Korvo 4\n\tSlot 2  Source0.32:1\n\tSlot 3  Source0.3:1  Port g\n"
               "Link 1\n\tSlot 511  Source0.18:1  Port fffUNKNOWN 9 8\n"
               "Link 2\nLink 3\n\tSlot 1  Source0.1:1  Port 1ORB PORT 1\n");
         Reply(ShellCommand::Routes,
               "Sources          Sinks\n0:    0       >> k0:   0-3    \nbulk: 9-10    >> k0:   4-5    \n"
-              "0:    0       >> k0:   6-511  \n\nk1:   3       >> bulk: 0      \n"
-              "0:    0       >> bulk: 1-511  \nError: >> : \n: 1 >> k0: 9-2\nk0: x >> k1: 3\n");
+              "0:    0       >> k0:   6-511  \n\nk1:   3-3     >> bulk: 0      \n"
+              "0:    0       >> bulk: 1-511  \nError: >> : 3\n: 1 >> k0: 9-2\nk0: x >> k1: 3\nk0: 3 >> 3\n");
         Reply(ShellCommand::Clocks, "Clock Ids: bulk (4) k0 (1) Internal (0)\n\n Id Enabled Measure    State\n"
                                     "  4    true    1365   stable locked [selected, auto-select off]\n"
-                                    "  1   false       0 unstable\n  0    true      17   stable locking\n"
-                                    " 1 maybe 3 stable\n 99999999999 true 0 stable\n 2 true 5 other\n 3 true\n");
+                                    "  1   false\t      0 unstable\n  0    true      17   stable locking\n 3 true\n"
+                                    " 1 3 stable\n true 3 stable\n 99999999999 true 0 stable\n 2 true 5 other\n");
         Reply(ShellCommand::ActiveClock, "Internal\n");
         // What the network brings is shown as it is, and breaks neither JSON nor the metrics.
         Log("A heartbeat send delay of \xFF\x01<script>alert(1)</script>\"\\");
-        Log("DeviceManager::OnDeviceChanged Hid 1.2:3 \"\\\xFF\n\xFE Port Sec Korvo  Local IP 1.1.1.1 Rem IP 1.1.1.2 "
-            "Link Type Router");
+        Log("DeviceManager::OnDeviceChanged Hid 1.2:3 \"\\~\x7F\xFF\n\xFE Port Sec Korvo  Local IP 1.1.1.1 Rem IP "
+            "1.1.1.2 Link Type Router");
         Log("OnKLVStreamChanged Port Sec Korvo  Stream LOCAL_LINK  Valid false");
         mPicture.OnRound(Now - 2500);
         mPicture.OnSparing(true);
@@ -132,10 +133,9 @@ private:
 TEST_F(Module, TheWholeStateFollowsFromListingsAndLog)
 {
     Fill();
-    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\"neighbour\":\"1.2:3 \\\"\\\\\xEF\xBF\xBD\\n\xEF\xBF\xBD\","));
+    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\"neighbour\":\"1.2:3 \\\"\\\\~\x7F\xEF\xBF\xBD\\n\xEF\xBF\xBD\","));
     EXPECT_THAT(mPicture.Json(Now), HasSubstr("\xEF\xBF\xBD\\u0001<script>alert(1)</script>\\\"\\\\\","));
     EXPECT_EQ(Plain(mPicture.Json(Now)), Plain(ScenesOf(WholeScenes).front().script));
-    EXPECT_THAT(mPicture.Json(Now), HasSubstr("\"0.98:1\""));
     // Half a listing does not bring back what the other half once had.
     Reply(ShellCommand::LocalAndRouting, "", {Hub, OrbRouter, Box});
     EXPECT_THAT(mPicture.Json(Now), testing::Not(testing::ContainsRegex("\\{\"hid\":\"(0.98:1)?\"")));
@@ -253,10 +253,8 @@ TEST(LogFeatures, FollowFromTheText)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"A heartbeat send delay of 400ms has occurred on H0", "Fault 1"},
-        {"DeviceManager::OnDeviceChanged Hid 0.32:1", "Information 0"},
         {"DeviceManager::GetInputLinkSlot: Unknown port A9", "Fault 1"},
         {"[40000002] Assert failed in file X.cpp at line 3 - x", "Assert 1"},
-        {"[4000002] Assert failed in file X.cpp at line 3 - x", "unknown 0"},
         {"x40000002] Assert failed in file X.cpp at line 3 - x", "unknown 0"},
         {"[", "unknown 0"},
         {"Patcher::ProcessPatchUnpatch ", "RouterAudioRoute 0"}};
@@ -272,7 +270,6 @@ TEST(LogStore, KeepsTheLastLinesAndFaults)
         return std::regex_replace(LogJson(log, from, most),
                                   std::regex(R"("feature":"unknown",|,"stamp":"s","text":"x")"), "");
     };
-    EXPECT_EQ(json(1, 5), R"({"lines":[],"missed":0})");
     for (int i = 1; i <= 2001; ++i)
         log.Add({"s", i <= 201 ? "Assert failed in file " : "x"}, i);
     EXPECT_EQ(Joined(log.Newest(), log.Entries().size(), log.Faults().size(), log.Faults().front().number),
@@ -300,7 +297,6 @@ TEST(HttpRules, OnlyHostsThatAreKnownAndThePathOfATarget)
     for (const char* host : {"127.0.0.1:8055", "LocalHost:1", "Other"})
         EXPECT_TRUE(IsKnownHost(host, loopback, names)) << host;
     EXPECT_TRUE(IsKnownHost("[::1]:8055", make_address("::1"), names));
-    EXPECT_TRUE(IsKnownHost("10.0.0.7", outside, names));
     EXPECT_TRUE(IsKnownHost("Console-7.lan:80", outside, names));
     for (const char* host : {"", ":8055", "evil.example", "127.0.0.1.evil.example", "localhost.evil.example",
                              "10.0.0.8", "[::1", "[", "127.1"})
@@ -353,14 +349,14 @@ TEST_P(Session, ReadsListingsResultsAndLogOutOfOneStream)
               "Type 'cmd --help' to find out more about 'cmd'.\n"),
         "send tail false\nversion\ntail true\n");
     EXPECT_EQ(
-        After(Stamp + "Scanned\r\n" + Received("tail false") + "true\nOrbModule 1.0.2452\n" + Sent("tail", "true\n")),
-        "log 25/11/26 09:43:38|Scanned|\nready OrbModule 1.0.2452\n");
+        After(Stamp + "Scanned [" + Received("tail false") + "true\nOrbModule 1.0.2452\n" + Sent("tail", "true\n")),
+        "log 25/11/26 09:43:38|Scanned [|\nready OrbModule 1.0.2452\n");
 
     session.Ask(ShellCommand::LocalAndRouting);
     const std::string before = Stamp + Box + Received("sr") + Stamp + "Local devices:\n" + Stamp + Hub;
     const std::string after = Stamp + "Remote devices:\n" + Received("ps") + Sent("ps", "") + Sent("sr", "");
     EXPECT_EQ(After(before + Stamp + "A heartbeat \nsend delay \t\r\n" + Received("patch 0 5 1 7") + Sent("patch", "") +
-                    Stamp + " \r\n" + after),
+                    Stamp + Stamp + " \r\n" + after),
               "send sr\nlog 25/11/26 09:43:38|A heartbeat \nsend delay|\n"
               "log 25/11/26 09:43:38|CommandLine: Received patch 0 5 1 7|\n"
               "log 25/11/26 09:43:38|CommandLine: Sent patch Result|\n"
@@ -384,7 +380,7 @@ TEST_P(Session, ReadsListingsResultsAndLogOutOfOneStream)
 
     // Another client turns its tail off meanwhile, and its reply in the log looks like ours.
     session.AskWhole(ShellCommand::Slots);
-    const std::string other = Received("tail false") + Sent("tail", "true\n");
+    const std::string other = Received("rs") + Sent("rs", "") + Received("tail false") + Sent("tail", "true\n");
     const std::string direct = "Link 0\n" + std::string(5000, 'x') + "\nOrbModule 1.0.2452 too\n";
     EXPECT_EQ(After(other + Stamp + "true\nor not\r\n" + Received("tail false") + "true\n" + direct + "OrbMod"),
               "send tail false\nrs\nversion\ntail true\n"
@@ -396,11 +392,11 @@ TEST_P(Session, ReadsListingsResultsAndLogOutOfOneStream)
 
     // A message is held back while a reply is due.
     session.Ask(ShellCommand::ActiveClock);
-    EXPECT_EQ(After("A1  -> 3\n"), "send clock/active\n");
+    EXPECT_EQ(After("-"), "send clock/active\n");
     session.OnQuiet();
     EXPECT_EQ(After(""), "");
     const std::string clock = Received("clock/active") + Sent("clock/active", "k0\n");
-    EXPECT_EQ(After(clock), "log |A1  -> 3|\nreply " + Joined("clock/active", "k0\n\r\n", 0, clock.size()) + "\n");
+    EXPECT_EQ(After(clock), "log |-|\nreply " + Joined("clock/active", "k0\n\r\n", 0, clock.size()) + "\n");
 
     session.AskWhole(ShellCommand::Routes);
     EXPECT_EQ(After("true\nOrbModule 1.0.2452\n"),
