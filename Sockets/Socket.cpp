@@ -87,19 +87,19 @@ bool Socket::SetOption(int fd, int option, const void* value, socklen_t size, co
 
 bool Socket::SetSoLinger(int fd, bool on, int seconds)
 {
-    const linger value{on ? 1 : 0, seconds};
+    const linger value{on, seconds};
     return SetOption(fd, SO_LINGER, &value, sizeof value, "SO_LINGER");
 }
 
 bool Socket::SetSoReuseaddr(int fd, bool on)
 {
-    const int value = on ? 1 : 0;
+    const int value = on;
     return SetOption(fd, SO_REUSEADDR, &value, sizeof value, "SO_REUSEADDR");
 }
 
 bool Socket::SetSoKeepalive(int fd, bool on)
 {
-    const int value = on ? 1 : 0;
+    const int value = on;
     return SetOption(fd, SO_KEEPALIVE, &value, sizeof value, "SO_KEEPALIVE");
 }
 

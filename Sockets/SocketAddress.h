@@ -28,7 +28,7 @@ public:
     Ipv4Address(std::uint32_t address, std::uint16_t port);
     /// From a dotted quad; not valid if the text is none.
     Ipv4Address(const std::string& host, std::uint16_t port);
-    explicit Ipv4Address(const sockaddr_in& address) : mAddress(address), mValid(true) {}
+    explicit Ipv4Address(const sockaddr_in& address) : mAddress(address) {}
 
     bool IsValid() const override { return mValid; }
     const sockaddr* GetSockaddr() const override { return reinterpret_cast<const sockaddr*>(&mAddress); }

@@ -87,9 +87,7 @@ void SocketHandler::CloseAll()
             socket = mDelete.back();
             mDelete.pop_back();
         } else {
-            auto& sockets = mAdd.empty() ? mSockets : mAdd;
-            socket = sockets.begin()->second;
-            sockets.erase(sockets.begin());
+            socket = (mAdd.empty() ? mSockets : mAdd).begin()->second;
         }
         // One socket can be in both maps while it changes to a new descriptor.
         for (auto* map : {&mAdd, &mSockets}) {
@@ -207,13 +205,12 @@ void SocketHandler::AddList(int fd, WorkList list, bool add)
         return;
     }
     Descriptors& descriptors = List(list);
-    const bool present = std::find(descriptors.begin(), descriptors.end(), fd) != descriptors.end();
-    if (add && !present) {
+    if (!add) {
+        Without(descriptors, fd);
+    } else if (std::find(descriptors.begin(), descriptors.end(), fd) == descriptors.end()) {
         descriptors.push_back(fd);
         if (list == WorkList::Close || list == WorkList::CallOnConnect) mPassAgain = true;
         if (!mInPass) Wake();
-    } else if (!add && present) {
-        Without(descriptors, fd);
     }
 }
 

@@ -29,10 +29,7 @@ public:
     void SetShutdown(int bits) { mShutdown |= bits; }
 
 protected:
-    bool HasRetryLeft() const
-    {
-        return mConnectionRetry == -1 || (mConnectionRetry != 0 && mRetries < mConnectionRetry);
-    }
+    bool HasRetryLeft() const { return mConnectionRetry == -1 || mRetries < mConnectionRetry; }
     void CountRetry() { ++mRetries; }
     void ResetShutdown() { mShutdown = 0; }
 

@@ -144,7 +144,7 @@ void KLVTCPStream::IdentifyPeer()
     socklen_t size = sizeof address;
     if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
         mLocalPort = ntohs(address.sin_port);
-        lastOctet = static_cast<std::uint8_t>(ntohl(address.sin_addr.s_addr) & 0xFF);
+        lastOctet = static_cast<std::uint8_t>(ntohl(address.sin_addr.s_addr));
     } else {
         AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET LOCAL PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
     }

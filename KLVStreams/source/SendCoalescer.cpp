@@ -69,6 +69,6 @@ void SendCoalescer::Send()
 {
     mSender(mBuffer.get(), mUsed);
     mUsed = 0;
-    if (mTimer) EventTimerManager::Instance().Stop(mTimer->GetId());
+    EventTimerManager::Instance().Stop(mTimer->GetId());
     mMessages = 0;
 }

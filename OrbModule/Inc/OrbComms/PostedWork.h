@@ -25,9 +25,9 @@ public:
     /// From above the high mark until the low mark is reached. Socket thread.
     bool IsFull()
     {
-        if (!mFull && mSize > HighMark) mFull = true;
+        if (mSize > HighMark) mFull = true;
         // After the flag is set: either this sees that most is done, or the main thread sees that it has to wake.
-        if (mFull && mSize <= LowMark) mFull = false;
+        if (mSize <= LowMark) mFull = false;
         return mFull;
     }
     /// Called on the main thread, once or more, when too much work has been done. Set by the main thread.

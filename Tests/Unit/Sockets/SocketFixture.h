@@ -41,7 +41,7 @@ public:
         if (mOn["read"]) mOn["read"]();
         TcpSocket::OnRead();
     }
-    std::size_t GetHeld() const { return ibuf.GetLength(); }
+    using TcpSocket::ibuf;
     char GetName() const { return mName; }
     void Send(const std::string& bytes) { SendBuf(bytes.data(), bytes.size()); }
 
@@ -146,7 +146,7 @@ protected:
     static Probe& Make(SocketHandler& handler) { return *handler.Own(std::make_unique<Probe>(handler)); }
     static Probe& Open(Probe& probe, std::uint16_t port, const std::string& host = "127.0.0.1")
     {
-        probe.Open(host, port);
+        EXPECT_TRUE(probe.Open(host, port) ? !probe.CloseAndDelete() : probe.CloseAndDelete());
         probe.Handler().Add(&probe);
         return probe;
     }

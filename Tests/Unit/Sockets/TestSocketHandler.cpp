@@ -16,7 +16,7 @@ TEST_F(SocketHandlerTest, ItsSetsBeginEmptyAndItLeavesSomeDescriptorsToOthers)
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     if (limit.rlim_max < 2 * FD_SETSIZE) GTEST_SKIP() << "too few descriptors are allowed here";
-    for (const auto& [allowed, most] : {std::pair(129u, 65u), {128u, 128u}, {1087u, 1023u}, {1088u, 1024u}}) {
+    for (const auto& [allowed, most] : {std::pair(129u, 65u), {128u, 128u}, {1087u, 1023u}, {1089u, 1024u}}) {
         limit.rlim_cur = allowed;
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
         alignas(SocketHandler) unsigned char memory[sizeof(SocketHandler)];

@@ -34,7 +34,7 @@ protected:
         }
     }
     Probe& At(char name) { return *mProbes.at(name); }
-    std::size_t HeldBy(char name) { return At(name).GetHeld(); }
+    std::size_t HeldBy(char name) { return At(name).ibuf.GetLength(); }
     int FdOf(char name) { return At(name).GetSocket(); }
     LoopbackPeer& PeerAt(char name) { return mPeers[static_cast<char>(std::tolower(name))]; }
     static std::string Bytes(Text text)
@@ -117,7 +117,7 @@ protected:
         {"reads", [this](char name, Text) { At(name).OnRead(); }},
         {"sees-an-error", [this](char name, Text) { LoopbackPeer::WaitFor(FdOf(name), 0); }},
         {"closes", [this](char name, Text) { At(name).SetCloseAndDelete(); }},
-        {"closes-descriptor", [this](char name, Text) { At(name).Close(); }},
+        {"closes-descriptor", [this](char name, Text) { EXPECT_EQ(At(name).Close(), 0); }},
         {"loses-descriptor", [this](char name, Text) { ::close(FdOf(name)); }},
         {"stays", [this](char name, Text) { At(name).SetCloseAndDelete(false); }},
         {"flushes", [this](char name, Text word) { At(name).SetFlushBeforeClose(word != "never"); }},
@@ -134,7 +134,11 @@ protected:
              getsockopt(FdOf(name), SOL_SOCKET, option == "keepalive" ? SO_KEEPALIVE : SO_REUSEADDR, &value, &size);
              EXPECT_NE(value, 0);
          }},
-        {"has", [this](char name, Text size) { EXPECT_EQ(HeldBy(name), std::stoul(size)); }},
+        {"takes",
+         [this](char name, Text text) {
+             std::string bytes = Bytes(text);
+             EXPECT_TRUE(At(name).ibuf.Read(bytes.data(), bytes.size()) && bytes == Bytes(text));
+         }},
         {"owes", [this](char name, Text size) { EXPECT_EQ(At(name).GetOutputLength(), std::stoul(size)); }},
         {"peer sends", [this](char name, Text text) { EXPECT_TRUE(PeerAt(name).Send(Bytes(text))); }},
         {"peer sends-urgently", [this](char name, Text) { ::send(PeerAt(name).GetFd(), "!", 1, MSG_OOB); }},
