@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-/// A string constant of Lua.
+/// A string constant of Lua. The text holds no line ends.
 std::string LuaText(const std::string& text);
 /// "[5] = "
 std::string LuaKey(std::uint32_t number);

@@ -205,6 +205,11 @@ class Source:
         number = re.fullmatch(r"(0[xX][0-9a-fA-F']+|\d[\d']*)([uUlLzZ]*)", token.text)
         if not number or self._text(index - 1) == "<" and not self._is_spaced(index - 1):
             return
+        # Nobody sees a buffer of characters that is one longer.
+        if [self._text(index + at) for at in (-3, -1, 1)] == ["char", "[", "]"]:
+            return
+        if [self._text(index + at) for at in (-2, -1, 1)] == ["char", ",", ">"]:
+            return
         value = int(number[1].replace("'", ""), 0 if number[1][:2] in ("0x", "0X", "0") else 10)
         self._add(index, index, (hex(value + 1) if "x" in number[1].lower() else str(value + 1)) + number[2], "constant")
 

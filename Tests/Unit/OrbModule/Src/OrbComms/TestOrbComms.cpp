@@ -287,7 +287,7 @@ TEST_F(CommsTest, AStreamThatIsAboutToCloseSaysSoAndOneThatIsNotConnectedTakesNo
 TEST_F(CommsTest, AnotherConnectToAnAbsentPeerRetriesAtOnceOnOneStream)
 {
     const std::uint16_t port = LoopbackListener().GetPort();
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 20; ++i)
         mComms->Connect(Loopback, 1, port);
     const LoopbackListener server(port);
     mComms->Connect(Loopback, 1, port);
