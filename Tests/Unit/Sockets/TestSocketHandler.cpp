@@ -38,9 +38,11 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
     SocketHandler handler(mutex, this);
     EXPECT_EQ(handler.GetMutex(), &mutex);
     std::atomic<bool> running{true};
+    int waits = 0;
     std::thread passes([&] {
         while (running) {
             const HandlerMutex::Guard guard(mutex);
+            ++waits;
             handler.Select(3600, 0);
         }
     });
@@ -48,21 +50,30 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
         const HandlerMutex::Guard guard(mutex);
         return action();
     };
-    const auto wait = [&](std::size_t count) {
-        Await([&] { return locked([&] { return mEvents.size() == count; }); }, [] { std::this_thread::yield(); });
+    const auto await = [&](const auto& done) {
+        EXPECT_TRUE(Await([&] { return locked(done); }, [] { std::this_thread::yield(); }));
     };
-    Probe& a = *locked([&] { return &Open(Make(handler), mServer.GetPort()); });
-    mPeer = mServer.Accept();
-    wait(1);
-    const std::string piece(20000, 'x');
+    await([&] { return waits == 1; });
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    mPeer = LoopbackPeer(ends[1]);
+    Probe& a = *locked([&] {
+        Probe& probe = Make(handler);
+        probe.Attach(ends[0]);
+        probe.SetConnected();
+        handler.Add(&probe);
+        return &probe;
+    });
+    await([&] { return waits == 2; });
+    const std::string piece(200000, 'x');
     for (int i = 0; i < 100; ++i)
         locked([&] { a.Send(piece); });
     EXPECT_EQ(mPeer.Receive(100 * piece.size()).size(), 100 * piece.size());
     locked([&] { a.SetCloseAndDelete(); });
     EXPECT_TRUE(mPeer.WaitForEnd());
     mPeer.Close();
-    wait(4);
-    EXPECT_EQ(locked([&] { return Seen(); }), "a connect; a disconnect; a delete; a gone");
+    await([&] { return mEvents.size() == 3; });
+    EXPECT_EQ(locked([&] { return Seen(); }), "a disconnect; a delete; a gone");
     running = false;
     handler.Wake();
     passes.join();

@@ -382,6 +382,7 @@ TEST_F(Site, HasAPlaceForSoManyBrowsersAndPages)
     EXPECT_EQ(Taken(Sent("")), "<end>");
     pages.back() = LoopbackPeer::ConnectTo(mPort);
     pages.back().Send("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    // Without a descriptor the accept waits, and then tries again.
     rlimit descriptors{};
     ::getrlimit(RLIMIT_NOFILE, &descriptors);
     const rlimit none{0, descriptors.rlim_max};
