@@ -18,25 +18,17 @@ struct Shell
         };
         add("int", [](int value) { return value; });
         add("long", [](long value) { return value; });
-        add("short", [](short value) { return value; });
-        add("schar", [](signed char value) { return value; });
         add("unsigned", [](unsigned value) { return value; });
-        add("ulong", [](unsigned long value) { return value; });
-        add("ushort", [](unsigned short value) { return value; });
-        add("uchar", [](unsigned char value) { return value; });
+        add("small", [](signed char a, unsigned char b, short c) { return a + b + c; });
         add("bool", [](bool value) { return value; });
-        add(
-            "text", [](const std::string& text) { return text; }, "A text\nas it came");
-        add(
-            "none", [] {}, "");
+        add("text", [](const std::string& text) { return text; });
+        add("none", [] {});
         add("mixed", [](unsigned long hid, unsigned short index, int flag, const std::string& text, bool last) {
             return std::to_string(hid) + std::to_string(index) + std::to_string(flag) + text + (last ? "+" : "-");
         });
         const auto node = std::make_shared<cmd::Node>();
         node->Add("adma", {cmd::action::MakeAction(
-                              "patch", [](int a, int b) { return a == b; }, "Patch. More.")});
-        node->Add("adma/deep", {cmd::action::MakeAction(
-                                   "status", [] { return "routes"; }, "Status")});
+                              "patch", [](int a, int b) { return a == b; }, "Patch. More.\nLine")});
         shell.AddNode(node);
     }
 
