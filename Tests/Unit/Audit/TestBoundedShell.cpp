@@ -37,7 +37,7 @@ TEST(BoundedShell, TheEndIsWaitedForAndNotLookedFor)
         ::getrusage(RUSAGE_THREAD, &usage);
         return usage.ru_nvcsw + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 10000;
     };
-    const long before = effort();
+    const auto before = effort();
     EXPECT_EQ(RunShell("sleep 0.3", [] {}), 0);
     EXPECT_LT(effort() - before, 10);
 }
