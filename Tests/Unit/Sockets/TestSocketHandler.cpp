@@ -53,7 +53,7 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
     const auto await = [&](const auto& done) {
         EXPECT_TRUE(Await([&] { return locked(done); }, [] { std::this_thread::yield(); }));
     };
-    await([&] { return waits == 1; });
+    await([&] { return waits >= 1; });
     int ends[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
     mPeer = LoopbackPeer(ends[1]);
@@ -64,7 +64,7 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
         handler.Add(&probe);
         return &probe;
     });
-    await([&] { return waits == 2; });
+    await([&] { return waits >= 2; });
     const std::string piece(200000, 'x');
     for (int i = 0; i < 100; ++i)
         locked([&] { a.Send(piece); });
