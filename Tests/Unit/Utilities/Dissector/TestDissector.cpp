@@ -169,7 +169,7 @@ TEST_F(Dissector, NothingRaisesALuaError)
         // Each on a connection of its own, so that none is lost in what another has promised.
         AddSegment(49190, item, 0, static_cast<std::uint32_t>(61000 + i));
         item.resize(random() % 16);
-        for (const std::uint32_t port : {60001, 60002, 49156, 49157})
+        for (const std::uint32_t port : {60001u, 60002u, 49156u, 49157u})
             AddDatagram(port, item);
     }
     // As one stream, and each segment for itself, which is how an item comes whose end is not in the capture.
