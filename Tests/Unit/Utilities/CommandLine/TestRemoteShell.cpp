@@ -263,7 +263,7 @@ TEST_F(RemoteAuditorTest, TheShellOutlivesItsAuditor)
     LoopbackPeer client = Connect();
     NextConnection();
     Log("never delivered");
-    AuditGuard();
+    std::make_unique<AuditGuard>().reset();
     const LoopbackPeer late = Connect();
     mShell->Start();
     SkipGreeting(late);
