@@ -72,8 +72,10 @@ TEST_F(SocketHandlerTest, AnotherThreadEndsAWaitInProgress)
     locked([&] { a.SetCloseAndDelete(); });
     EXPECT_TRUE(mPeer.WaitForEnd());
     mPeer.Close();
-    await([&] { return mEvents.size() == 3; });
-    EXPECT_EQ(locked([&] { return Seen(); }), "a disconnect; a delete; a gone");
+    await([&] { return !mEvents.empty() && mEvents.back() == "a gone"; });
+    // Before that a kernel may refuse a block, though it has called the socket writable.
+    const std::string seen = locked([&] { return Seen(); });
+    EXPECT_EQ(seen.substr(std::min(seen.size(), seen.find("a disconnect"))), "a disconnect; a delete; a gone");
     running = false;
     handler.Wake();
     passes.join();
