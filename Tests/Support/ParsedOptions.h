@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -14,9 +15,9 @@ std::string ParsedOptions(const std::string& line, Parse parse, Show show)
 {
     std::istringstream words("/opt/bin/Program " + line);
     const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
-    std::vector<const char*> pointers;
-    for (const std::string& argument : arguments)
-        pointers.push_back(argument.c_str());
+    std::vector<const char*> pointers(arguments.size());
+    std::transform(arguments.begin(), arguments.end(), pointers.begin(),
+                   [](const std::string& argument) { return argument.c_str(); });
     Options options;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();

@@ -50,7 +50,8 @@ protected:
         std::string bytes(expected.size(), '\0');
         std::size_t size = 0;
         EXPECT_TRUE(PassUntil([&] {
-            size += std::max<ssize_t>(::recv(peer.GetFd(), &bytes[size], bytes.size() - size, MSG_DONTWAIT), 0);
+            const ssize_t more = ::recv(peer.GetFd(), &bytes[size], bytes.size() - size, MSG_DONTWAIT);
+            size += more > 0 ? static_cast<std::size_t>(more) : 0;
             return size == bytes.size();
         }));
         EXPECT_TRUE(bytes == expected);

@@ -119,7 +119,7 @@ TEST_F(KLVTCPStreamTest, ItemsOfEveryLengthArriveWholeHoweverTheyAreSplit)
     std::string bytes;
     Lines values{"value"};
     for (unsigned round = 1; round <= 3; ++round)
-        for (const std::size_t size : {0, 1, 241648, 241649, 5, 1000000, 0}) {
+        for (const std::size_t size : {0u, 1u, 241648u, 241649u, 5u, 1000000u, 0u}) {
             values.push_back(Bytes(size, round));
             bytes += Item(Key, values.back());
         }

@@ -368,9 +368,9 @@ TEST_F(Site, ABrowserThatDoesNotReadIsNotWaitedFor)
 
 TEST_F(Site, HasAPlaceForSoManyBrowsersAndPages)
 {
-    std::vector<LoopbackPeer> pages;
-    for (int i = 0; i < 16; ++i)
-        pages.push_back(Get("/events"));
+    std::vector<LoopbackPeer> pages(16);
+    for (LoopbackPeer& page : pages)
+        page = Get("/events");
     EXPECT_THAT(Short(Get("/events")),
                 AllOf(StartsWith("HTTP/1.1 503 "), HasSubstr("||Too many pages are open.\n<end>")));
     pages.pop_back();

@@ -111,7 +111,8 @@ private:
     static Slots ToSlots(const std::string& text)
     {
         const auto times = text.find('x');
-        if (times != std::string::npos) return Slots(std::stoul(text.substr(times + 1)), text.front() - '0');
+        if (times != std::string::npos)
+            return Slots(std::stoul(text.substr(times + 1)), static_cast<std::uint32_t>(text.front() - '0'));
         std::istringstream words(text);
         return {std::istream_iterator<std::uint32_t>(words), {}};
     }

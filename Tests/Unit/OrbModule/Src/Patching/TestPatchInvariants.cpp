@@ -103,8 +103,8 @@ private:
     std::string CheckRequests()
     {
         for (const Request& request : mRequests) {
-            int reachable = 0;
-            int heard = 0;
+            unsigned reachable = 0;
+            unsigned heard = 0;
             for (const unsigned link : {1u, 2u}) {
                 if (!IsOwn(request.source) && !IsThere(ToHidPort(request.source), link)) continue;
                 if (!IsOwn(request.dest) && !IsThere(ToHidPort(request.dest), link)) continue;
@@ -112,7 +112,7 @@ private:
                 if (IsHeard(request, IsOwn(request.source) ? 0 : link, IsOwn(request.dest) ? 0 : link)) ++heard;
             }
             mHeard += heard;
-            if (heard >= (IsOwn(request.dest) ? std::min(reachable, 1) : reachable)) continue;
+            if (heard >= (IsOwn(request.dest) ? std::min(reachable, 1u) : reachable)) continue;
             return "no audio from and to " + Joined(ToHidPort(request.source), ToHidPort(request.dest));
         }
         return {};

@@ -71,7 +71,7 @@ TEST(PatchStore, TheSlotsThatPeersCanMakeItHoldHaveALimit)
     store.StorePatch(In, Out(2));
     // What the destination holds on both links and as its swap target after the update.
     const auto update = [&](std::size_t dest, Routing::PortsEnum port, auto... slots) {
-        const auto link = [](std::size_t count) { return GigeAndSlots{1, std::vector<std::uint32_t>(count, 7)}; };
+        const auto link = [](unsigned count) { return GigeAndSlots{1, std::vector<std::uint32_t>(count, 7)}; };
         store.UpdatePatch(Out(dest), port, Korvo::PatchSuccess, link(slots)...);
         const OrbPatchInfo& patch = *store.Find(Out(dest));
         return Joined(patch.GetLink(Pri).slots.size(), patch.GetLink(Sec).slots.size(),
