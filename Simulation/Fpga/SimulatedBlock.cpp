@@ -1,8 +1,8 @@
 #include "Simulation/Fpga/SimulatedBlock.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -19,8 +19,8 @@ SimulatedBlock::SimulatedBlock(const std::string& name, std::uint8_t blockId, st
     SetBlockId(blockId);
     SetFirmwareBuild(firmwareBuild);
     int ends[2];
-    // As on a real line, a read waits for the next interrupt, and a broken one can be read too: it gives nothing.
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+    // As on a real line, a read waits for the next interrupt.
+    if (::pipe2(ends, O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "line of simulated block " + name);
     mReadEnd = ends[0];
     mWriteEnd = ends[1];
@@ -28,7 +28,7 @@ SimulatedBlock::SimulatedBlock(const std::string& name, std::uint8_t blockId, st
 
 SimulatedBlock::~SimulatedBlock()
 {
-    BreakInterruptLine();
+    ::close(mWriteEnd);
     ::close(mReadEnd);
 }
 
@@ -112,14 +112,8 @@ void SimulatedBlock::Interrupt()
     // As on the real line, interrupts that were not taken yet become one. The reader reads the pending bits after that,
     // and so sees this event too.
     int unread = 0;
-    if (mWriteEnd == -1 || ::ioctl(mReadEnd, FIONREAD, &unread) != 0 || unread > 0) return;
+    if (::ioctl(mReadEnd, FIONREAD, &unread) != 0 || unread > 0) return;
     [[maybe_unused]] const ssize_t written = ::write(mWriteEnd, &mInterruptCount, sizeof mInterruptCount);
-}
-
-void SimulatedBlock::BreakInterruptLine()
-{
-    if (mWriteEnd != -1) ::close(mWriteEnd);
-    mWriteEnd = -1;
 }
 
 } // namespace simulation

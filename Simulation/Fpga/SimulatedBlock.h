@@ -49,8 +49,6 @@ public:
     void SetStatusBit(int bit, bool set);
     /// Sets the event's pending bit, and raises the interrupt line if the event is enabled.
     void Raise(int event);
-    /// From now on the descriptor reads as ended.
-    void BreakInterruptLine();
 
     int GetDescriptor() const { return mReadEnd; }
     const volatile void* GetAddress() const { return mRegisters.data(); }

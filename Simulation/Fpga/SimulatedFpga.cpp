@@ -253,12 +253,6 @@ void SimulatedFpga::LoseEndOfSync(unsigned count)
     mLostEnds = count;
 }
 
-void SimulatedFpga::BreakInterruptLine(const std::string& block)
-{
-    const Lock lock(mMutex);
-    Block(block).BreakInterruptLine();
-}
-
 void SimulatedFpga::StartRecord()
 {
     const Lock lock(mMutex);

@@ -107,7 +107,6 @@ public:
 
     /// The next syncs become active without an interrupt.
     void LoseEndOfSync(unsigned count);
-    void BreakInterruptLine(const std::string& block);
 
     /// Keeps the writes of the module's side from here on, at most 65536.
     void StartRecord();

@@ -3,6 +3,7 @@
 #include "OrbModule/Inc/UDPDispatcher/HardwareManager.h"
 #include "OrbModule/Inc/UDPDispatcher/UDPDispatcher.h"
 #include "Tests/Fuzz/Require.h"
+#include "Tests/Support/QuietLog.h"
 
 #include <vector>
 
@@ -12,8 +13,6 @@ struct Receiver
 {
     Receiver()
     {
-        // Two lines for each datagram would drown everything else.
-        Audit::Instance()->SetEnabled(static_cast<std::uint32_t>(DebugFeature::Information), 0);
         dispatcher.Register<SwitchFabric::NetworkTimeMessage, NetworkTimeMessage>(
             [this](const std::shared_ptr<const NetworkTimeMessage>& message) {
                 ++messages;
@@ -31,6 +30,7 @@ struct Receiver
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    QuietLog::Install();
     static Receiver receiver;
     const std::size_t before = receiver.messages;
     const std::vector<char> exact(data, data + size);

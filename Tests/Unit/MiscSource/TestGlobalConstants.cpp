@@ -72,7 +72,7 @@ TEST(Model, PortsSlotsAndIdentities)
     EXPECT_EQ(Joined(IsIoHid(0xFFFF0FFF), IsIoHid(0x1000)), "1|0|");
     EXPECT_EQ(Joined(IsSecondClassIoHid(0xFFFFF2FF), IsSecondClassIoHid(0x300)), "1|0|");
     EXPECT_EQ(Joined(MakeNodeHid(0xABCDFFFF), MakeLinkHid(0xABCDFFFF)), "171.205:4000 |171.205:8000 |");
-    EXPECT_EQ(Joined(MakeHubHid(0xABCD1234, true), MakeHubHid(0xABCD1234, false)), "171.205:8000 |171.205:8001 |");
+    EXPECT_EQ(Joined(MakeHubHid(0xABCDFFFF, true), MakeHubHid(0xABCDFFFF, false)), "171.205:8000 |171.205:8001 |");
     EXPECT_EQ(Joined(Hid(GetPortAddress(0xABCD8000, Routing::PRIMARY_PORT)),
                      Hid(GetPortAddress(0xABCD8000, Routing::SECONDARY_PORT)),
                      GetPortAddress(INVALID_HID, Routing::PRIMARY_PORT)),

@@ -145,15 +145,10 @@ protected:
     {
         mPorts = NoPorts;
         const std::uint16_t taken = mServers[0].GetPort();
-        if (service == "adjacent") {
-            mPorts.adjacentRouter = taken;
-        } else if (service == "master") {
-            mPorts.masterRouter = taken;
-        } else if (service == "update") {
-            mPorts.updateService = taken;
-        } else {
-            mPorts.interfaces[std::stoul(service)] = "lo";
-        }
+        if (service == "adjacent") mPorts.adjacentRouter = taken;
+        if (service == "master") mPorts.masterRouter = taken;
+        if (service == "update") mPorts.updateService = taken;
+        if (service.size() == 1) mPorts.interfaces[std::stoul(service)] = "lo";
         Start();
         EXPECT_EQ(mComms->GetPorts().masterRouter == 0, service == "adjacent") << "not listened on";
     }
