@@ -20,7 +20,7 @@ from faults import faults_of
 NOT_PRODUCT = ("Tests/", "Simulation/", "Benchmarks/")
 # They take the place of a library that is missing.
 NOT_BUILT = "Absent.cpp"
-# They mostly wait.
+# They mostly wait, but for those that want the machine for themselves.
 END_TO_END_TESTS_AT_A_TIME = 4
 # Whatever a command has started ends with it.
 CONTAINED = ["unshare", "--map-root-user", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
@@ -148,7 +148,7 @@ class Test:
         self.name = entry["name"]
         self.command = entry["command"]
         self.labels = properties.get("LABELS", [])
-        self.alone = properties.get("RUN_SERIAL", False)
+        self.alone = properties.get("RUN_SERIAL", False) or properties.get("PROCESSORS", 1) > 1
         self.directory = properties.get("WORKING_DIRECTORY", str(build))
         self.seconds = 0.0
         programs = [part for part in self.command if part.startswith(f"{build}/bin/")]
@@ -156,6 +156,12 @@ class Test:
 
     def is_unit(self):
         return "unit" in self.labels
+
+
+def at_a_time(tests):
+    """These end-to-end tests in two groups, each with how many of it may run at a time."""
+    sharing = [test for test in tests if not test.alone]
+    return (sharing, END_TO_END_TESTS_AT_A_TIME), ([test for test in tests if test.alone], 1)
 
 
 class Bench:
@@ -209,7 +215,7 @@ class Bench:
                 test.seconds = seconds[test.name]
         else:
             self.progress.say("running the tests without a fault")
-            for some, number in ((units, 1), (others, END_TO_END_TESTS_AT_A_TIME)):
+            for some, number in ((units, 1), *at_a_time(others)):
                 with ThreadPoolExecutor(number) as pool:
                     passing = list(pool.map(self.passes, some))
                 for test, passes in zip(some, passing):
@@ -286,10 +292,10 @@ class Bench:
         code = None if is_over.is_set() else self.run(test, limit)
         return not is_over.is_set() and (code is None or code != 0 and self.run(test, limit) != 0)
 
-    def first_that_fails(self, tests):
-        """The name of one of these tests that sees the fault, or an empty one."""
+    def first_that_fails(self, tests, number):
+        """The name of one of these tests that sees the fault, or an empty one; so many run at a time."""
         is_over = threading.Event()
-        with ThreadPoolExecutor(END_TO_END_TESTS_AT_A_TIME) as pool:
+        with ThreadPoolExecutor(number) as pool:
             test_of = {pool.submit(self.fails, test, is_over): test for test in tests}
             for run in as_completed(test_of):
                 if run.result():
@@ -319,9 +325,8 @@ class Bench:
             return None
         self.progress.say(f"{path}: end-to-end tests")
         others = sorted((test for test in self.tests if not test.is_unit()), key=lambda test: test.seconds)
-        return self.first_that_fails([test for test in others if not test.alone]) or self.first_that_fails(
-            [test for test in others if test.alone]
-        )
+        finders = (self.first_that_fails(some, number) for some, number in at_a_time(others))
+        return next(filter(None, finders), "")
 
 
 class Score:
