@@ -60,7 +60,7 @@ pid_t Start(const std::string& line)
     std::string option = "-c";
     std::string command = line;
     char* const arguments[] = {&shell[0], &option[0], &command[0], nullptr};
-    pid_t child = -1;
+    pid_t child{};
     const int error = posix_spawn(&child, "/bin/sh", &descriptors, &attributes, arguments, environ);
     posix_spawn_file_actions_destroy(&descriptors);
     posix_spawnattr_destroy(&attributes);
@@ -83,7 +83,7 @@ public:
     std::optional<int> WaitUntil(Clock::time_point moment)
     {
         for (;;) {
-            int status = 0;
+            int status{};
             const pid_t ended = waitpid(mId, &status, WNOHANG);
             if (ended != 0) return ended == mId ? status : -1;
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());

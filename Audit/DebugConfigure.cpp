@@ -14,7 +14,7 @@ constexpr std::size_t MaxWord = 1024;
 
 std::optional<std::uint32_t> ParseNumber(const std::string& word)
 {
-    std::uint32_t number = 0;
+    std::uint32_t number{};
     const char* const end = word.data() + word.size();
     const auto [next, error] = std::from_chars(word.data(), end, number);
     if (error != std::errc{} || next != end) return std::nullopt;

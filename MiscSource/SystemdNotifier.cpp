@@ -10,7 +10,7 @@
 SystemdNotifier::SystemdNotifier(boost::asio::io_service& mainService) : mTimer(mainService)
 {
     Tell("READY=1");
-    std::uint64_t watchdogUs = 0;
+    std::uint64_t watchdogUs{};
     // Also 0 if the watchdog is meant for another process.
     if (sd_watchdog_enabled(0, &watchdogUs) <= 0) return;
     mPeriod = std::chrono::microseconds(watchdogUs / 2);

@@ -21,5 +21,5 @@ private:
     static void Tell(const char* state);
 
     boost::asio::steady_timer mTimer;
-    std::chrono::microseconds mPeriod{0};
+    std::chrono::microseconds mPeriod{};
 };

@@ -17,12 +17,9 @@ public:
     }
     void unlock()
     {
-        bool waiting = false;
-        {
-            const std::lock_guard<std::mutex> state(mState);
-            ++mServing;
-            waiting = mServing != mNextTicket;
-        }
+        std::unique_lock<std::mutex> state(mState);
+        const bool waiting = ++mServing != mNextTicket;
+        state.unlock();
         if (waiting) mTurn.notify_all();
     }
 

@@ -108,6 +108,6 @@ private:
     }
 
     HandlerOfX& mOwner;
-    int mDepth = 0;
+    int mDepth{};
     int mSpare;
 };

@@ -111,7 +111,7 @@ bool Socket::SetTcpNodelay(bool)
 
 int Socket::SoError() const
 {
-    int error = 0;
+    int error{};
     socklen_t size = sizeof error;
     if (getsockopt(mSocket, SOL_SOCKET, SO_ERROR, &error, &size) == -1) return errno;
     return error;

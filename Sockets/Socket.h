@@ -109,10 +109,10 @@ private:
     bool mDisableRead = false;
     bool mConnected = false;
     bool mErasedByHandler = false;
-    std::time_t mCloseTime = 0;
+    std::time_t mCloseTime{};
     std::unique_ptr<SocketAddress> mClientRemoteAddress;
     /// The peer that was accepted; for the debugger only.
     std::unique_ptr<SocketAddress> mRemoteAddress;
-    std::time_t mTimeoutStart = 0;
-    std::time_t mTimeoutLimit = 0;
+    std::time_t mTimeoutStart{};
+    std::time_t mTimeoutLimit{};
 };

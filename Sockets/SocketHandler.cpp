@@ -309,7 +309,7 @@ SocketHandler::Ready SocketHandler::Wait(timeval* timeout)
     }
     mPreviousError = -1;
     if (ready.count > 0 && IsSelectable(mWakeFd) && FD_ISSET(mWakeFd, &ready.read)) {
-        std::uint64_t ignored = 0;
+        std::uint64_t ignored{};
         const ssize_t size = ::read(mWakeFd, &ignored, sizeof ignored);
         static_cast<void>(size);
         --ready.count;

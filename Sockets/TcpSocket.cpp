@@ -180,7 +180,7 @@ void TcpSocket::OnWrite()
         OnConnectWritable();
         return;
     }
-    std::size_t size = 0;
+    std::size_t size{};
     while (const char* const front = mOutput.GetFront(size)) {
         const std::size_t sent = TrySend(front, size);
         mOutput.RemoveFront(sent);

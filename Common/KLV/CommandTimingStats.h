@@ -41,9 +41,9 @@ private:
     std::uint32_t mLogStalls = 0;
     std::uint32_t mMaxActioned = 0;
     std::uint32_t mMaxEvents = 0;
-    std::uint32_t mEventCount = 0;
-    bool mInCommand = false;
-    std::uint32_t mCurrentKey = 0;
+    std::uint32_t mEventCount{};
+    bool mInCommand{};
+    std::uint32_t mCurrentKey{};
     std::map<std::uint32_t, std::uint32_t> mCommandTimes;
     EventTimerManager::Timer mTimer;
 };

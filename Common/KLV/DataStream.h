@@ -49,10 +49,10 @@ protected:
     void AddWriteCount(std::uint32_t size) { mWriteCount += size; }
 
 private:
-    std::uint32_t mReadCount = 0;
+    std::uint32_t mReadCount{};
     std::uint32_t mWriteCount = 0;
-    bool mWriteEnabled = false;
+    bool mWriteEnabled{};
     std::vector<std::uint32_t> mItemLengths;
-    std::uint32_t mNextItem = 0;
+    std::uint32_t mNextItem{};
     std::int32_t mPredefinedLength = -1;
 };

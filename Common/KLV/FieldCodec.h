@@ -38,7 +38,7 @@ public:
     constexpr operator std::uint32_t() const { return mValue; }
 
 private:
-    std::uint32_t mValue = 0;
+    std::uint32_t mValue{};
 };
 
 template <class Type, class = void>
@@ -122,7 +122,7 @@ struct FieldCodec<NetworkAddress>
     }
     static void Read(KLVReadSet& set, NetworkAddress& address)
     {
-        std::uint32_t bytes = 0;
+        std::uint32_t bytes{};
         if (set.ReadRaw(&bytes, sizeof bytes)) address = bytes;
     }
 };

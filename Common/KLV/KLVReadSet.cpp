@@ -45,7 +45,7 @@ bool KLVReadSet::ReadRaw(void* dest, std::uint32_t size)
 
 std::uint32_t KLVReadSet::ReadCount(std::uint32_t elementSize)
 {
-    std::uint32_t count = 0;
+    std::uint32_t count{};
     if (!ReadNative(count)) return 0;
     if (std::uint64_t{count} * elementSize <= GetBytesLeft()) return count;
     mBad = true;
@@ -54,7 +54,7 @@ std::uint32_t KLVReadSet::ReadCount(std::uint32_t elementSize)
 
 bool KLVReadSet::ReadString(std::string& text)
 {
-    std::uint32_t Length = 0;
+    std::uint32_t Length{};
     if (!ReadNative(Length)) return false;
     if (!AUDIT_ASSERT_MESSAGE(Length < MAX_STRING_SIZE, "Length (" + std::to_string(Length) + "), MAX_STRING_SIZE (" +
                                                             std::to_string(MAX_STRING_SIZE) + ")")) {

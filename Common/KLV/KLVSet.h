@@ -21,8 +21,8 @@ protected:
     DataStream& mStream;
     /// Of a write set the stream's write count when the item was opened, of a read set the read count at which its
     /// value ends.
-    std::uint32_t mValueMark = 0;
-    std::uint32_t mKey = 0;
+    std::uint32_t mValueMark{};
+    std::uint32_t mKey{};
 };
 
 namespace Klv {

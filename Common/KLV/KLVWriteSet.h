@@ -58,7 +58,7 @@ private:
     void WriteNumber(const std::uint8_t* bytes, std::uint32_t size);
     static void CheckStringLength(const std::string& text);
 
-    std::uint32_t mItemIndex = 0;
+    std::uint32_t mItemIndex{};
 };
 
 /// One command to send.

@@ -125,7 +125,7 @@ private:
     std::thread mThread;
     bool mRunning = false;
     bool mSyncRequested = false;
-    bool mSyncComplete = false;
+    bool mSyncComplete{};
     mutable std::mutex mMutex;
     std::condition_variable mCondition;
 };

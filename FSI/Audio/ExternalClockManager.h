@@ -106,7 +106,7 @@ private:
     Clocks mPriorityOrder;
     std::uint32_t mSelected = 0;
     bool mAutoSelectOff = false;
-    std::uint32_t mLockAttempts = 0;
+    std::uint32_t mLockAttempts{};
     std::uint32_t mRateToCheck = 1;
     std::vector<boost::signals2::scoped_connection> mConnections;
 };

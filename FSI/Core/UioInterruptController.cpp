@@ -45,7 +45,7 @@ void UioInterruptController::Run()
         polled.push_back({device->GetFileDescriptor(), POLLIN, 0});
     polled.push_back({mWake, POLLIN, 0});
 
-    int lastError = 0;
+    int lastError{};
     while (mRunning) {
         const int ready = ::poll(polled.data(), polled.size(), PollTimeoutMs);
         const int error = ready < 0 && errno != EINTR ? errno : 0;
@@ -70,7 +70,7 @@ void UioInterruptController::Run()
 
 bool UioInterruptController::Take(const std::shared_ptr<Interruptable>& device, int descriptor)
 {
-    std::uint32_t count = 0;
+    std::uint32_t count{};
     const ssize_t length = ::read(descriptor, &count, sizeof count);
     if (length < 0 && (errno == EINTR || errno == EAGAIN)) return true;
     if (length != static_cast<ssize_t>(sizeof count)) return false;

@@ -50,11 +50,11 @@ private:
     ReadPhase mReadPhase = ReadPhase::Header;
     /// Key and length of the item, as on the wire and as numbers.
     std::uint8_t mHeader[HEADER_SIZE] = {};
-    std::uint32_t mKey = 0;
-    std::uint32_t mLength = 0;
+    std::uint32_t mKey{};
+    std::uint32_t mLength{};
     /// What of the header has not been handed to the reader.
     const std::uint8_t* mKeyLenPtr = mHeader;
-    std::uint32_t mKeyLenLeft = 0;
+    std::uint32_t mKeyLenLeft{};
     IOStream mOverflow;
     bool mOverflowActive = false;
 };

@@ -139,20 +139,19 @@ void KLVTCPStream::ShutdownStreamViaHandler()
 
 void KLVTCPStream::IdentifyPeer()
 {
-    std::uint8_t lastOctet = 0;
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
-        mLocalPort = ntohs(address.sin_port);
-        lastOctet = static_cast<std::uint8_t>(ntohl(address.sin_addr.s_addr));
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    if (getsockname(GetSocket(), reinterpret_cast<sockaddr*>(&local), &size) == 0) {
+        mLocalPort = ntohs(local.sin_port);
     } else {
         AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET LOCAL PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
     }
-    size = sizeof address;
-    if (getpeername(GetSocket(), reinterpret_cast<sockaddr*>(&address), &size) == 0) {
-        mRemotePort = ntohs(address.sin_port);
-        mRemoteAddress = ntohl(address.sin_addr.s_addr);
-        IdentifyRole(lastOctet);
+    sockaddr_in remote{};
+    size = sizeof remote;
+    if (getpeername(GetSocket(), reinterpret_cast<sockaddr*>(&remote), &size) == 0) {
+        mRemotePort = ntohs(remote.sin_port);
+        mRemoteAddress = ntohl(remote.sin_addr.s_addr);
+        IdentifyRole(static_cast<std::uint8_t>(ntohl(local.sin_addr.s_addr)));
     } else {
         AUDIT_LOG(Fault, "KLVTCPStream FAILED TO GET REMOTE PORT (Errno=%d:%s)\r\n", errno, std::strerror(errno));
     }
@@ -182,7 +181,7 @@ void KLVTCPStream::IdentifyRole(std::uint8_t lastOctet)
 void KLVTCPStream::FixSegmentSize()
 {
     if (!mCoalescer.HasTimer() || mCoalescer.GetState() != SendCoalescer::State::Mtu) return;
-    int mtu = 0;
+    int mtu{};
     socklen_t size = sizeof mtu;
     if (getsockopt(GetSocket(), IPPROTO_IP, IP_MTU, &mtu, &size) == -1) {
         AUDIT_LOG(Fault, "setsockopt(IPPROTO_IP, IP_MTU):%d %s\r\n", errno, std::strerror(errno));

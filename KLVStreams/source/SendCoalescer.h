@@ -37,7 +37,7 @@ private:
     const Sender mSender;
     State mState = State::None;
     std::unique_ptr<char[]> mBuffer;
-    std::uint32_t mSize = 0;
+    std::uint32_t mSize{};
     std::uint32_t mUsed = 0;
     std::uint32_t mMessages = 0;
     EventTimerManager::Timer mTimer;

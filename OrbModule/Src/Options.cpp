@@ -26,7 +26,7 @@ void validate(boost::any& value, const std::vector<std::string>& texts, tcp::end
     const std::string host = text.substr(0, colon);
     const std::string number = colon == std::string::npos ? "2000" : text.substr(colon + 1);
     const bool isDecimal = number.find_first_not_of("0123456789") == std::string::npos;
-    std::uint32_t port = 0;
+    std::uint32_t port{};
     if (isDecimal && boost::conversion::try_lexical_convert(number, port) && port > 0 &&
         port <= std::numeric_limits<std::uint16_t>::max()) {
         boost::system::error_code error;

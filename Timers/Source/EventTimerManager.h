@@ -68,6 +68,6 @@ private:
     std::list<Timer> mTimers;
     const Clock mClock;
     IEventStatistics* mStatistics = nullptr;
-    std::uint32_t mPass = 0;
+    std::uint32_t mPass{};
     std::uint32_t mLastId;
 };

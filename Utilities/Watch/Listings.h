@@ -20,7 +20,7 @@ std::string_view PortName(Port port);
 /// State of one device on one link.
 struct DeviceLink
 {
-    bool online = false;
+    bool online{};
     std::string address{};
 };
 
@@ -43,11 +43,11 @@ struct Device
 /// One end of a patch.
 struct AudioPort
 {
-    std::uint32_t hidNumber = 0;
+    std::uint32_t hidNumber{};
     std::string hid{};
     /// "Input", "Output" and so on.
     std::string style{};
-    std::uint32_t index = 0;
+    std::uint32_t index{};
 };
 
 struct SlotList
@@ -78,11 +78,11 @@ struct Patch
 /// A TDM slot in use, of `rs`.
 struct Slot
 {
-    std::uint32_t number = 0;
+    std::uint32_t number{};
     std::string sourceHid{};
-    std::uint32_t sourcePort = 0;
+    std::uint32_t sourcePort{};
     SlotList from{};
-    std::size_t destinations = 0;
+    std::size_t destinations{};
 };
 
 using SlotTable = std::array<std::vector<Slot>, PortCount>;
@@ -92,10 +92,10 @@ struct Run
 {
     /// Alias of the source, or "0" for silence.
     std::string source{};
-    std::uint32_t sourceFirst = 0;
-    std::uint32_t sourceLast = 0;
-    std::uint32_t first = 0;
-    std::uint32_t last = 0;
+    std::uint32_t sourceFirst{};
+    std::uint32_t sourceLast{};
+    std::uint32_t first{};
+    std::uint32_t last{};
 
     bool IsSilence() const { return source == "0"; }
     std::uint32_t Length() const { return last - first + 1; }
@@ -110,15 +110,15 @@ struct Sink
 /// A line of `clock/status`.
 struct ClockSource
 {
-    std::uint32_t id = 0;
+    std::uint32_t id{};
     /// Alias of the source, empty if it has none.
     std::string name{};
-    bool enabled = false;
-    std::uint32_t measure = 0;
-    bool stable = false;
+    bool enabled{};
+    std::uint32_t measure{};
+    bool stable{};
     /// "", "locking" or "locked".
     std::string lock{};
-    bool selected = false;
+    bool selected{};
 };
 
 struct ClockTable

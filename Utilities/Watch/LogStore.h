@@ -15,9 +15,9 @@ using Milliseconds = std::int64_t;
 
 struct LogEntry
 {
-    std::uint64_t number = 0;
+    std::uint64_t number{};
     /// When it came here; the stamp is the module's own.
-    Milliseconds time = 0;
+    Milliseconds time{};
     std::string stamp{};
     std::string_view feature{};
     std::string text{};

@@ -162,7 +162,7 @@ void AddOwn(Exposition& out, const Picture& picture, const OwnFigures& own)
     out.Family("orbwatch_http_requests_total", "counter", "HTTP requests answered.");
     out.Sample(own.requests);
 
-    long pages = 0;
+    long pages{};
     std::ifstream("/proc/self/statm") >> pages >> pages;
     out.Family("process_resident_memory_bytes", "gauge", "Resident memory size in bytes.");
     out.Sample(pages * sysconf(_SC_PAGESIZE));
@@ -171,8 +171,8 @@ void AddOwn(Exposition& out, const Picture& picture, const OwnFigures& own)
     // utime and stime are the fields 14 and 15; the name of the program, field 2, has no blank.
     for (int field = 1; field < 14; ++field)
         stat >> word;
-    long user = 0;
-    long system = 0;
+    long user{};
+    long system{};
     stat >> user >> system;
     out.Family("process_cpu_seconds_total", "counter", "Total user and system CPU time spent in seconds.");
     out.Sample(static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK)));

@@ -10,9 +10,9 @@ namespace watch {
 /// What the program knows of itself.
 struct OwnFigures
 {
-    std::size_t viewers = 0;
-    std::uint64_t requests = 0;
-    std::size_t listingsInFlight = 0;
+    std::size_t viewers{};
+    std::uint64_t requests{};
+    std::size_t listingsInFlight{};
 };
 
 /// The picture in the text form of Prometheus.

@@ -19,7 +19,7 @@ constexpr unsigned HelpWidth = 120;
 boost::asio::ip::tcp::endpoint EndpointOf(const std::string& option, const std::string& text)
 {
     const std::size_t colon = text.rfind(':');
-    std::uint16_t port = 0;
+    std::uint16_t port{};
     boost::system::error_code error;
     std::string host = text.substr(0, colon);
     if (!host.empty() && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
@@ -36,7 +36,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
 {
     std::string shell;
     std::string listen;
-    unsigned refresh = 0;
+    unsigned refresh{};
     po::options_description description("Shows an OrbModule in a browser, from what its shell says", HelpWidth);
     // clang-format off
     description.add_options()

@@ -61,7 +61,7 @@ public:
 
     std::optional<std::uint32_t> Number(int base = 10)
     {
-        std::uint32_t value = 0;
+        std::uint32_t value{};
         const auto [end, error] = std::from_chars(mRest.data(), mRest.data() + mRest.size(), value, base);
         if (error != std::errc()) return std::nullopt;
         mRest.remove_prefix(static_cast<std::size_t>(end - mRest.data()));

@@ -57,10 +57,10 @@ private:
     std::optional<ShellSession> mSession;
     std::array<char, 16384> mInput{};
     std::string mOutput;
-    bool mSending = false;
+    bool mSending{};
     bool mConnected = false;
     /// Tells the handlers of an old connection from those of the present one.
-    unsigned mGeneration = 0;
+    unsigned mGeneration{};
 };
 
 } // namespace watch

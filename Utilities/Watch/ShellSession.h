@@ -28,7 +28,7 @@ struct Reply
     /// The records of a command that writes them to the log.
     std::vector<std::string> records{};
     /// The log has cut the result off: AskWhole gives all of it.
-    bool cut = false;
+    bool cut{};
     /// How many bytes the module has logged for it, as far as it was seen.
     std::size_t loggedBytes = 0;
 };
@@ -90,7 +90,7 @@ private:
     Mode mMode = Mode::Greeting;
     std::string mBuffer;
     /// Where the search for the next stamp continues.
-    std::size_t mSearched = 0;
+    std::size_t mSearched{};
     std::string mVersion;
     bool mReady = false;
     std::optional<ShellCommand> mPending;

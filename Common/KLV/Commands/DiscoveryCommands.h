@@ -140,9 +140,9 @@ public:
     }
 
 private:
-    std::uint32_t mSource = 0;
-    std::uint32_t mAddress = 0;
-    std::uint8_t mLength = 0;
+    std::uint32_t mSource{};
+    std::uint32_t mAddress{};
+    std::uint8_t mLength{};
 };
 
 /// Tells a box that this link carries the active router.

@@ -18,7 +18,7 @@ void FieldCodec<PortBitmapEntries>::Read(KLVReadSet& set, PortBitmapEntries& ent
 {
     entries.clear();
     for (std::uint32_t left = set.ReadCount(ENTRY_SIZE); left > 0; --left) {
-        std::uint16_t port = 0;
+        std::uint16_t port{};
         PortBitmapEntry entry;
         PortBitmapEntry::VisitFields(port, entry, [&](const char*, auto& field) { ReadField(set, field); });
         if (set.IsBad()) return;

@@ -20,7 +20,7 @@ std::optional<std::uint32_t> ThirdNumber(const std::string& address)
     const boost::tokenizer<boost::char_separator<char>> tokens(address, dots);
     const std::vector<std::string> numbers(tokens.begin(), tokens.end());
     if (numbers.size() != 4) return std::nullopt;
-    std::uint32_t number = 0;
+    std::uint32_t number{};
     const std::string& third = numbers[2];
     if (third.find_first_not_of("0123456789") == std::string::npos &&
         boost::conversion::try_lexical_convert(third, number)) {

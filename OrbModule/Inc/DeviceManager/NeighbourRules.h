@@ -11,7 +11,7 @@ struct Local
 {
     ::Hid hid = INVALID_HID;
     K2Heartbeat::LinkType type = K2Heartbeat::K2_NO_TYPE;
-    bool primaryOnline = false;
+    bool primaryOnline{};
 };
 
 /// What the neighbour on a link is.

@@ -136,5 +136,5 @@ private:
     bool mWaitingForLocalDevice = true;
     std::uint32_t mRouterTimeAllowance = 0;
     std::atomic<bool> mExternalGigEsUp{false};
-    std::uint32_t mLinksMade = 0;
+    std::uint32_t mLinksMade{};
 };

@@ -37,10 +37,10 @@ std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds 
 /// What the time since the last heartbeat means for the next one.
 struct Lateness
 {
-    bool report = false;
-    bool forceTimeout = false;
+    bool report;
+    bool forceTimeout;
     /// The stream of this neighbour is closing, or will be after the forced time-out.
-    bool ignoreHeartbeat = false;
+    bool ignoreHeartbeat;
 };
 /// @param elapsed since the time-out was last started; @param timeout 0 if none; @param stream to the neighbour
 Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, StreamState stream);
@@ -69,7 +69,7 @@ struct HeartbeatDecision
     Neighbour neighbour = Neighbour::Known;
     /// A router at another base rate while routers are allowed: the sample rate notification, no routers from now on,
     /// a restart of the master control's link. The rest is decided as if that had happened.
-    bool baseRateConflict = false;
+    bool baseRateConflict{};
     /// To be given to a router that is ignored.
     std::optional<SornMasterRouterNotification::Number> notification;
     /// A router to be followed: the port sends variantToKeep, and the master is the one in the router's variant.

@@ -35,5 +35,5 @@ public:
 
 private:
     boost::asio::steady_timer mTimer;
-    std::uint32_t mStart = 0;
+    std::uint32_t mStart{};
 };

@@ -48,5 +48,5 @@ private:
     LinkRules::OwnState mState;
     /// By Routing::PortsEnum.
     std::array<K2Heartbeat::LinkVariant, Routing::PORT_COUNT> mVariants;
-    std::uint32_t mFollowed = 0;
+    std::uint32_t mFollowed{};
 };

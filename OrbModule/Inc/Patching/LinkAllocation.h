@@ -72,7 +72,7 @@ public:
         /// On all ports.
         std::uint32_t slotsInUse = 0;
         /// The sum over these slots.
-        std::uint32_t destinations = 0;
+        std::uint32_t destinations{};
     };
     Counts GetCounts() const;
 

@@ -78,6 +78,6 @@ private:
 
     Entries mPatches;
     std::unordered_map<Hid, ByNumber> mByHid;
-    std::uint64_t mNextNumber = 0;
+    std::uint64_t mNextNumber{};
     std::size_t mSlots = 0;
 };

@@ -39,11 +39,9 @@ std::optional<std::chrono::milliseconds> GetSendDelay(std::chrono::milliseconds 
 
 Lateness DecideLateness(std::chrono::milliseconds elapsed, std::chrono::milliseconds timeout, StreamState stream)
 {
-    Lateness result;
-    result.report = elapsed > LateLimit && timeout.count() != 0;
-    result.forceTimeout = result.report && elapsed >= timeout && stream == StreamState::Open;
-    result.ignoreHeartbeat = stream == StreamState::Closing || result.forceTimeout;
-    return result;
+    const bool report = elapsed > LateLimit && timeout.count() != 0;
+    const bool forceTimeout = report && elapsed >= timeout && stream == StreamState::Open;
+    return {report, forceTimeout, stream == StreamState::Closing || forceTimeout};
 }
 
 std::uint32_t ComputeRouterAllowance(std::uint32_t allowance)

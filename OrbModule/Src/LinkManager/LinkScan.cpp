@@ -73,7 +73,7 @@ void LinkManager::LinkScan::OnReport(const K2LinkStatus& status)
                                                          << "Current IP: " << EndpointAddressText(current) << "\n");
     current = ends.local;
 
-    int result = 0;
+    int result{};
     // The connection over an address goes before the address does.
     if (change != LinkRules::LinkChange::Open) PostDestruction(link);
     if (change == LinkRules::LinkChange::Close) {

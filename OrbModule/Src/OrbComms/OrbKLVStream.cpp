@@ -46,7 +46,7 @@ bool OrbKLVStream::HandleKey(std::uint32_t keyType, DataStream* stream)
                           "Unknown KLV Keytype received: " + std::to_string(keyType) + "\n");
         return false;
     }
-    bool bad = false;
+    bool bad{};
     {
         KLVCommandReadSet set(stream ? *stream : *this);
         mHandler.GetProcessor().Dispatch(set, mPort, mStreamType);
