@@ -17,7 +17,8 @@ const PATIENCE = 30000;
 const ENDPOINTS = { 1: 'k0', 2: 'k1', 3: 'bulk' };
 
 const folder = mkdtempSync(join(tmpdir(), 'orbwatch-'));
-const environment = { ...process.env, ORB_SIM_CONTROL: join(folder, 'control') };
+// Its input is a socket: a shell of the first level would take that for a remote login, and read ~/.bashrc.
+const environment = { ...process.env, SHLVL: '2', ORB_SIM_CONTROL: join(folder, 'control') };
 const rehearsal = spawn(join(build, 'bin/ListenOutside'), ['0', join(root, 'scripts/rig'), '--build', build, '--',
   join(build, 'bin/Rehearsal'), '--watch', '3', '--step', '--no-shell', '--patience', '30'], { env: environment, stdio: ['pipe', 'pipe', 'pipe'] });
 let said = '';
