@@ -471,9 +471,13 @@ def main():
             print(f"{fault.path}:{fault.line} {fault.describe()}")
         return 0
 
+    signals = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
     def stop(*_):
+        # Another one would break off the end.
+        for name in signals:
+            signal.signal(name, signal.SIG_IGN)
         raise Stopped
-    for name in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    for name in signals:
         signal.signal(name, stop)
     print(f"{len(faults)} faults can be planted; seed {seed}.", flush=True)
     progress = Progress()
